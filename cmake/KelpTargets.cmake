@@ -1,0 +1,106 @@
+# Compile and link settings that every target of the project shares.
+add_library(kelp_base_settings INTERFACE)
+target_compile_features(kelp_base_settings INTERFACE cxx_std_20)
+target_compile_options(kelp_base_settings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+                                                    -Woverloaded-virtual)
+if(KELP_WARNINGS_AS_ERRORS)
+  target_compile_options(kelp_base_settings INTERFACE -Werror)
+endif()
+if(KELP_SANITIZE)
+  target_link_options(kelp_base_settings INTERFACE -fsanitize=${KELP_SANITIZE})
+  if(KELP_SANITIZE MATCHES "thread")
+    # Fences are not modelled by the tool; libstdc++ only uses one where it is harmless.
+    target_compile_options(kelp_base_settings INTERFACE -Wno-tsan)
+  endif()
+endif()
+target_include_directories(kelp_base_settings INTERFACE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
+target_link_libraries(kelp_base_settings INTERFACE PkgConfig::FFMPEG PkgConfig::SDL2 kelp_soundtouch Threads::Threads)
+
+# Of the library's own code.
+add_library(kelp_settings INTERFACE)
+target_link_libraries(kelp_settings INTERFACE kelp_base_settings)
+if(KELP_SANITIZE)
+  target_compile_options(kelp_settings INTERFACE -fsanitize=${KELP_SANITIZE} -fno-sanitize-recover=undefined)
+endif()
+
+# Of the tests' code, which is to compile quickly: checks for undefined behaviour in the tests themselves would take
+# longer to compile than all the rest. The library's objects that they link are instrumented in full.
+add_library(kelp_test_settings INTERFACE)
+target_link_libraries(kelp_test_settings INTERFACE kelp_base_settings)
+target_compile_options(kelp_test_settings INTERFACE -O0 -g1)
+if(KELP_SANITIZE)
+  string(REPLACE ",undefined" "" test_sanitize ${KELP_SANITIZE})
+  target_compile_options(kelp_test_settings INTERFACE -fsanitize=${test_sanitize})
+endif()
+
+# kelp_add_room(NAME SOURCES...): the objects of one folder below src/, as target kelp_NAME.
+function(kelp_add_room name)
+  add_library(kelp_${name} OBJECT ${ARGN})
+  target_link_libraries(kelp_${name} PRIVATE kelp_settings)
+  target_compile_definitions(kelp_${name} PRIVATE KELP_PLAYER_BUILD)
+endfunction()
+
+# The library: the objects of all rooms and the real time source.
+function(kelp_add_shared_library)
+  set(objects "")
+  foreach(room runtime time clock input decode present playtask control managed output)
+    list(APPEND objects $<TARGET_OBJECTS:kelp_${room}>)
+  endforeach()
+  add_library(kelp_player SHARED ${objects})
+  add_library(kelp_player::kelp_player ALIAS kelp_player)
+  set_target_properties(kelp_player PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
+                                               LINKER_LANGUAGE CXX)
+  target_link_libraries(kelp_player PRIVATE $<BUILD_INTERFACE:kelp_settings>)
+  target_include_directories(kelp_player INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+                                                   $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_compile_features(kelp_player INTERFACE cxx_std_20)
+
+  install(TARGETS kelp_player EXPORT kelp_playerTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/kelp_player DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  install(EXPORT kelp_playerTargets NAMESPACE kelp_player:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kelp_player
+          FILE kelp_player-config.cmake)
+endfunction()
+
+# kelp_add_test(NAME ROOMS room... SOURCES file... [REAL_TIME] [WRAP symbol...] [LIBRARIES lib...] [LABELS label...]
+#               [TIMEOUT seconds] [FIXTURES fixture...] [SERIAL]):
+# A GoogleTest program over the objects of the rooms named. It links the fake time class unless REAL_TIME is given.
+# A WRAPped function of a third-party library is replaced by the __wrap_ function of the test, which may call __real_.
+function(kelp_add_test name)
+  cmake_parse_arguments(ARG "REAL_TIME;SERIAL" "TIMEOUT" "ROOMS;SOURCES;WRAP;LIBRARIES;LABELS;FIXTURES" ${ARGN})
+  set(objects "")
+  foreach(room ${ARG_ROOMS})
+    list(APPEND objects $<TARGET_OBJECTS:kelp_${room}>)
+  endforeach()
+  if(NOT ARG_ROOMS)
+    # Tests of the shared library as a host sees it bring no objects of their own.
+  elseif(ARG_REAL_TIME)
+    list(APPEND objects $<TARGET_OBJECTS:kelp_time>)
+  else()
+    list(APPEND objects $<TARGET_OBJECTS:kelp_fake_time>)
+  endif()
+  add_executable(${name} ${ARG_SOURCES} ${objects} $<TARGET_OBJECTS:kelp_test_support>)
+  target_link_libraries(${name} PRIVATE kelp_test_settings GTest::gmock ${ARG_LIBRARIES})
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  foreach(symbol ${ARG_WRAP})
+    target_link_options(${name} PRIVATE -Wl,--wrap=${symbol})
+  endforeach()
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  set(properties TIMEOUT ${ARG_TIMEOUT})
+  if(ARG_LABELS)
+    list(APPEND properties LABELS "${ARG_LABELS}")
+  endif()
+  if(ARG_FIXTURES)
+    list(APPEND properties FIXTURES_REQUIRED "${ARG_FIXTURES}")
+  endif()
+  if(ARG_SERIAL)
+    list(APPEND properties RUN_SERIAL ON)
+  endif()
+  if(KELP_SANITIZE MATCHES "address")
+    list(APPEND properties ENVIRONMENT "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp")
+  elseif(KELP_SANITIZE MATCHES "thread")
+    list(APPEND properties ENVIRONMENT "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp")
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60 PROPERTIES ${properties})
+endfunction()

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace kelp {
+
+// Gives the calling thread a name for debuggers and system tools, cut to what the system takes. `threadId` is not
+// looked at.
+void SetThreadName(unsigned long threadId, const char* name);
+
+// The calling thread's id as the system's tools show it.
+unsigned int GET_TID();
+
+// A thread with a name and a stop request; the base of every long-running stage.
+//
+// One owner drives startThread, joinThread and the destructor; requestStop and isStopRequested may come from any
+// thread. A derived class stops its thread in its own destructor at the latest, since `Run` is its own.
+class BaseThread {
+public:
+    explicit BaseThread(std::string name);
+    BaseThread(const BaseThread&) = delete;
+    BaseThread& operator=(const BaseThread&) = delete;
+    virtual ~BaseThread();
+
+    // Starts a thread on `Run`. The last one must have been joined. Does not take back a stop request.
+    bool startThread();
+
+    // Asks `Run` to end. Wakes nothing: `Run` polls isStopRequested.
+    void requestStop();
+    bool isStopRequested();
+
+    // Takes the stop request back, before a second start.
+    void resetStopRequest();
+
+    // Waits for `Run` to end, if a thread was started. Not to be called from `Run`. Always true.
+    bool joinThread();
+
+    // Names the calling thread.
+    static void setName(const char* name);
+
+    static void sleepMilliSeconds(unsigned int ms);
+    static void sleepSeconds(unsigned int s);
+
+private:
+    // The thread's body.
+    virtual void Run() = 0;
+
+    std::string name_;
+    std::unique_ptr<std::thread> thread_;  // running, or finished and not joined yet
+    std::atomic<bool> stopRequested_{false};
+};
+
+}  // namespace kelp

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "runtime/cycle_buffer.h"
+
+namespace kelp {
+
+// A byte ring between one writing and one reading thread, with transfers that wait for room or for bytes and that can
+// be called off.
+//
+// Any thread may call any operation. `read` and `write` wait by polling and never sleep with the lock held;
+// `read_noblock` is the one for a real-time thread. The lock is held for one copy at a time.
+class CycleBufferWrapper {
+public:
+    CycleBufferWrapper();
+    CycleBufferWrapper(const CycleBufferWrapper&) = delete;
+    CycleBufferWrapper& operator=(const CycleBufferWrapper&) = delete;
+
+    // Allocates a ring of `size` bytes, of which one always stays free, and takes back an abort. 0, or -1 if there is
+    // no memory. `callback`, null if there is none, is called with `opaque` before each step of a transfer, with the
+    // lock held; not 0 calls the transfer off. It must not call back into this object.
+    int init(int size, int (*callback)(void*), void* opaque);
+
+    // Move `count` bytes, waiting as long as it takes. `count`, or -1 if the transfer was called off, also after a
+    // part of it; 0 if there is nothing to move.
+    int read(unsigned char* dest, int count);
+    int write(unsigned char* src, int count);
+
+    // Moves what is there, up to `count` bytes, and returns how many; -1 if transfers are called off. Never sleeps.
+    int read_noblock(unsigned char* dest, int count);
+
+    // Calls off all transfers, running and future ones, until it is called with false.
+    void abort(bool abort);
+
+    // Empties the ring; a running transfer goes on. Returns 0.
+    int reset();
+
+    int availableReadSize();
+
+private:
+    // Whether transfers are to end. With mutex_ held.
+    bool calledOff();
+    // The loop of read and write: `move` is what takes one step.
+    int transfer(int (CycleBuffer::*move)(unsigned char*, int), unsigned char* user, int count);
+
+    std::unique_ptr<CycleBuffer> buffer_;  // guarded by mutex_, like the fields below
+    std::mutex mutex_;
+    bool aborted_ = false;              // transfers end at once
+    int (*callback_)(void*) = nullptr;  // asked before each step of a transfer
+    void* opaque_ = nullptr;            // argument of callback_
+};
+
+}  // namespace kelp

@@ -1,0 +1,32 @@
+#pragma once
+
+// What differs between the FFmpeg releases that the library builds against (5.1, 6.1, 7.1): the one place, with its
+// source file, that asks for a version.
+
+#include <cstdint>
+
+struct AVCodecParameters;
+struct AVFrame;
+struct AVPacket;
+struct AVStream;
+
+namespace kelp::compat {
+
+// A deep copy of the stream's codec parameters, with the stream's display matrix; null if there is no memory. The
+// caller owns it and gives it back to freeParameters.
+AVCodecParameters* copyParameters(const AVStream* stream);
+
+// Frees what copyParameters or avcodec_parameters_alloc made and sets the pointer to null.
+void freeParameters(AVCodecParameters** parameters);
+
+// The 3x3 display matrix that came with `parameters`, nine values in the form that av_display_rotation_get takes, or
+// null. It lives as long as the parameters.
+const int32_t* displayMatrix(const AVCodecParameters* parameters);
+
+// The frame's flags, with bit 1 set for a key frame.
+int frameFlags(const AVFrame* frame);
+
+// Puts default values into a packet on the stack that owns nothing.
+void initPacket(AVPacket* packet);
+
+}  // namespace kelp::compat

@@ -1,0 +1,192 @@
+#include "runtime/worker.h"
+
+#include <utility>
+
+#include "kelp_player/log.h"
+#include "runtime/base_thread.h"
+#include "runtime/kelp_time.h"
+
+namespace kelp {
+
+namespace {
+
+const char* const kTag = "Worker";  // also the task thread's name
+
+constexpr int kTimerPollMs = 5;
+constexpr int kEmptyPollMs = 10;
+
+}  // namespace
+
+Worker::Worker() = default;
+
+Worker::~Worker() {
+    close();
+    // Threads of a start that came after close: they return at once, but nobody has joined them.
+    for (const auto& thread : {thread_.get(), timerThread_.get()}) {
+        if (thread && thread->joinable()) {
+            thread->join();
+        }
+    }
+}
+
+void Worker::start() {
+    thread_ = std::make_unique<std::thread>(&Worker::run, this);
+    timerThread_ = std::make_unique<std::thread>(&Worker::timerRun, this);
+}
+
+void Worker::task(std::function<void()> func) {
+    std::lock_guard lock(tasksMutex_);
+    tasks_.push_back(std::move(func));
+    tasksCond_.notify_all();
+}
+
+unsigned int Worker::addTimer(unsigned int intervalMs, bool oneShot, std::function<void()> func) {
+    Log::Debug(kTag, "%s, intervalMs:%d, oneShot:%d\n", "addTimer", static_cast<int>(intervalMs), oneShot);
+    std::lock_guard lock(timerMutex_);
+    TimerInfo timer;
+    if (freeTimerIds_.empty()) {
+        timer.id = nextTimerId_++;
+    } else {
+        timer.id = freeTimerIds_.front();
+        freeTimerIds_.pop_front();
+    }
+    timer.func = std::move(func);
+    timer.oneShot = oneShot;
+    timer.intervalMs = intervalMs;
+    timer.lastShotTickMs = KelpTime::getTimeMs();
+    newTimers_.push_back(std::move(timer));
+
+    const TimerInfo& added = newTimers_.back();
+    Log::Debug(kTag, "%s, intervalMs:%d, oneShot:%d, lastShotTickMs:%lld, timer.id:%d\n", "addTimer",
+               static_cast<int>(added.intervalMs), added.oneShot, static_cast<long long>(added.lastShotTickMs),
+               static_cast<int>(added.id));
+    return added.id;
+}
+
+void Worker::removeTimer(unsigned int timerId) {
+    Log::Debug(kTag, "%s, timerId:%u\n", "removeTimer", timerId);
+    std::list<TimerInfo> erased;  // destroyed after the lock's release
+    std::lock_guard lock(timerMutex_);
+    for (auto& timer : timers_) {
+        if (timer.id == timerId) {
+            timer.removed = true;
+            return;
+        }
+    }
+    for (auto it = newTimers_.begin(); it != newTimers_.end(); ++it) {
+        if (it->id == timerId) {
+            freeTimerIds_.push_back(timerId);
+            erased.splice(erased.end(), newTimers_, it);
+            return;
+        }
+    }
+}
+
+void Worker::waitEmpty() {
+    KelpTime::sleepMs(kEmptyPollMs);
+    while (true) {
+        {
+            std::lock_guard lock(tasksMutex_);
+            Log::Debug(kTag, "%s, tasks_.size:%d\n", "waitEmpty", static_cast<int>(tasks_.size()));
+            if (tasks_.empty()) {
+                return;
+            }
+        }
+        KelpTime::sleepMs(kEmptyPollMs);
+    }
+}
+
+void Worker::close() {
+    if (closed_.exchange(true)) {
+        return;
+    }
+    {
+        std::lock_guard lock(tasksMutex_);
+        tasksCond_.notify_all();
+    }
+    if (thread_ && thread_->joinable()) {
+        thread_->join();
+    }
+    // A callable or a timer's function may hold the last reference to something that calls back into this object when
+    // it dies, so they are all destroyed with no lock held.
+    std::vector<std::function<void()>> dropped;
+    {
+        std::lock_guard lock(tasksMutex_);
+        dropped.swap(tasks_);
+    }
+    dropped.clear();
+    if (timerThread_) {
+        if (timerThread_->joinable()) {
+            timerThread_->join();
+        }
+        timerThread_.reset();
+    }
+    std::list<TimerInfo> timers;
+    std::lock_guard lock(timerMutex_);
+    nextTimerId_ = 1;
+    freeTimerIds_.clear();
+    timers.splice(timers.end(), timers_);
+    timers.splice(timers.end(), newTimers_);
+}
+
+void Worker::run() {
+    SetThreadName(static_cast<unsigned long>(-1), kTag);
+    if (closed_) {
+        return;
+    }
+    do {
+        std::vector<std::function<void()>> batch;
+        {
+            std::unique_lock lock(tasksMutex_);
+            Log::Debug(kTag, "Worker wait task, task.size:%d\n", static_cast<int>(tasks_.size()));
+            if (!tasks_.empty()) {
+                batch.swap(tasks_);
+                Log::Debug(kTag, "Worker got tasks, size:%d\n", static_cast<int>(batch.size()));
+            } else if (!closed_) {  // close may have sent its wake-up already
+                tasksCond_.wait(lock);
+            }
+        }
+        for (const auto& func : batch) {
+            func();
+        }
+    } while (!closed_);
+}
+
+void Worker::timerRun() {
+    SetThreadName(static_cast<unsigned long>(-1), "WorkerTimer");
+    while (!closed_) {
+        if (!updateTimerTask()) {
+            KelpTime::sleepMs(kTimerPollMs);
+        }
+    }
+}
+
+bool Worker::updateTimerTask() {
+    std::list<TimerInfo> erased;  // destroyed after the lock's release
+    std::lock_guard lock(timerMutex_);
+    bool changed = false;
+    for (auto it = timers_.begin(); it != timers_.end();) {
+        const auto timer = it++;
+        bool gone = timer->removed;
+        if (!timer->removed) {
+            const int64_t nowMs = KelpTime::getTimeMs();
+            if (nowMs >= timer->intervalMs + timer->lastShotTickMs) {
+                changed = true;
+                timer->lastShotTickMs = nowMs;
+                task([func = timer->func] { func(); });
+                gone = timer->oneShot;
+            }
+        }
+        if (gone) {
+            freeTimerIds_.push_back(timer->id);
+            erased.splice(erased.end(), timers_, timer);
+        }
+    }
+    if (!newTimers_.empty()) {
+        timers_.splice(timers_.end(), newTimers_);
+        changed = true;
+    }
+    return changed;
+}
+
+}  // namespace kelp

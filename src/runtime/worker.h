@@ -1,0 +1,74 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace kelp {
+
+// Runs callables one at a time, in the order in which they were queued, on a thread of its own, and timers likewise.
+//
+// Two threads: the task thread runs every callable, timers' included; the timer thread only finds out which timer is
+// due, every 5 ms. Any thread may call task, addTimer, removeTimer and waitEmpty, callables included; no lock is held
+// while one runs. `start` is called once; `close` not from a callable.
+class Worker : public std::enable_shared_from_this<Worker> {
+public:
+    Worker();
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+    virtual ~Worker();
+
+    // Starts both threads.
+    void start();
+
+    // Queues `func`. After `close` it is kept and never run.
+    void task(std::function<void()> func);
+
+    // Arms a timer and returns its id, 1 or greater. It fires for the first time one interval from now, and then, if
+    // it isn't one-shot, one interval after each firing.
+    unsigned int addTimer(unsigned int intervalMs, bool oneShot, std::function<void()> func);
+
+    // Cancels a timer; an unknown id is no error. A callable that is queued already still runs once.
+    void removeTimer(unsigned int timerId);
+
+    // Waits, 10 ms at the least, until no callable is queued. The last ones may still be running then.
+    void waitEmpty();
+
+    // Ends both threads and drops what is queued. For good: a closed worker doesn't start again.
+    void close();
+
+private:
+    struct TimerInfo {
+        unsigned int id = 0;
+        std::function<void()> func;
+        bool oneShot = false;
+        unsigned int intervalMs = 0;
+        int64_t lastShotTickMs = 0;  // wall clock at arming or at the last firing
+        bool removed = false;        // to be reaped by the timer thread
+    };
+
+    void run();
+    void timerRun();
+    // One pass over the timers; whether one fired or was added.
+    bool updateTimerTask();
+
+    std::unique_ptr<std::thread> thread_;
+    std::vector<std::function<void()>> tasks_;  // guarded by tasksMutex_
+    std::mutex tasksMutex_;                     // taken inside timerMutex_, never the other way round
+    std::condition_variable tasksCond_;
+    std::unique_ptr<std::thread> timerThread_;
+    unsigned int nextTimerId_ = 1;          // guarded by timerMutex_, like the three lists below
+    std::list<unsigned int> freeTimerIds_;  // ids given back, reused first in, first out
+    std::list<TimerInfo> timers_;           // in the order in which they were armed
+    std::list<TimerInfo> newTimers_;        // added since the timer thread's last pass
+    std::mutex timerMutex_;
+    std::atomic<bool> closed_{false};
+};
+
+}  // namespace kelp

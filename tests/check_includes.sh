@@ -1,0 +1,36 @@
+#!/bin/sh
+# Fails when a header is included against the order of the rooms, or when a public header includes anything but the
+# standard library and its neighbours. Run in the project's root.
+set -u
+bad=$(
+    allowed() { # ROOM: the rooms that it may include
+        case $1 in
+            control) echo "control playtask present decode input clock runtime" ;;
+            playtask) echo "playtask present decode input clock runtime" ;;
+            present) echo "present decode input clock runtime" ;;
+            decode) echo "decode input clock runtime" ;;
+            input) echo "input clock runtime" ;;
+            output) echo "output input clock runtime" ;;
+            clock) echo "clock runtime" ;;
+            runtime) echo "runtime" ;;
+        esac
+    }
+    rooms="control playtask present decode input output clock runtime"
+    for room in $rooms; do
+        for other in $rooms; do
+            case " $(allowed "$room") " in
+                *" $other "*) ;;
+                *) grep -rn "#include [\"<]$other/" "src/$room" ;;
+            esac
+        done
+        grep -rn '#include ["<]\.\./' "src/$room"
+    done
+    # Third-party headers stay out of the public ones: a standard header has no dot and no slash in its name.
+    grep -rnE '#include' include/kelp_player | grep -vE '#include (<[a-z_0-9]+>|"kelp_player/[a-z_]+\.h")'
+)
+if [ -n "$bad" ]; then
+    echo "included against the order:"
+    echo "$bad"
+    exit 1
+fi
+echo "every include runs the right way"

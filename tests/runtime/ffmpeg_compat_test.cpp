@@ -1,0 +1,233 @@
+#include "runtime/ffmpeg_compat.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <thread>
+#include <vector>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/display.h>
+#include <libavutil/frame.h>
+#include <libavutil/mem.h>
+}
+
+namespace kelp {
+namespace {
+
+// What depends on the release that the tests are built with.
+
+// Room for `size` bytes of the stream's display matrix, as a demuxer leaves one.
+uint8_t* newMatrix(AVStream* stream, size_t size) {
+#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(60, 31, 100)
+    AVPacketSideData* data = av_packet_side_data_new(
+        &stream->codecpar->coded_side_data, &stream->codecpar->nb_coded_side_data, AV_PKT_DATA_DISPLAYMATRIX, size, 0);
+    return data ? data->data : nullptr;
+#else
+    return av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, size);
+#endif
+}
+
+void setKeyFrame(AVFrame* frame, bool key) {
+#ifdef AV_FRAME_FLAG_KEY
+    frame->flags = key ? frame->flags | AV_FRAME_FLAG_KEY : frame->flags & ~AV_FRAME_FLAG_KEY;
+#else
+    frame->key_frame = key;
+#endif
+}
+
+// From here on nothing depends on it.
+
+struct FormatDeleter {
+    void operator()(AVFormatContext* context) const { avformat_free_context(context); }
+};
+struct FrameDeleter {
+    void operator()(AVFrame* frame) const { av_frame_free(&frame); }
+};
+
+class FFmpegCompatTest : public testing::Test {
+protected:
+    FFmpegCompatTest() : format_(avformat_alloc_context()), stream_(avformat_new_stream(format_.get(), nullptr)) {
+        AVCodecParameters* parameters = stream_->codecpar;
+        parameters->codec_type = AVMEDIA_TYPE_VIDEO;
+        parameters->codec_id = AV_CODEC_ID_H264;
+        parameters->width = 320;
+        parameters->height = 240;
+        parameters->extradata = static_cast<uint8_t*>(av_mallocz(4 + AV_INPUT_BUFFER_PADDING_SIZE));
+        parameters->extradata_size = 4;
+        std::memcpy(parameters->extradata, "abcd", 4);
+    }
+
+    // av_display_rotation_get gives the angle back with the other sign.
+    void setRotation(double degrees) {
+        int32_t matrix[9];
+        av_display_rotation_set(matrix, degrees);
+        uint8_t* data = newMatrix(stream_, sizeof(matrix));
+        ASSERT_NE(data, nullptr);
+        std::memcpy(data, matrix, sizeof(matrix));
+    }
+
+    std::unique_ptr<AVFormatContext, FormatDeleter> format_;
+    AVStream* stream_;
+};
+
+TEST_F(FFmpegCompatTest, CopiesAStreamsParametersDeeply) {
+    AVCodecParameters* copy = compat::copyParameters(stream_);
+    ASSERT_NE(copy, nullptr);
+    format_.reset();
+    EXPECT_EQ(copy->codec_id, AV_CODEC_ID_H264);
+    EXPECT_EQ(copy->width, 320);
+    EXPECT_EQ(copy->height, 240);
+    ASSERT_EQ(copy->extradata_size, 4);
+    EXPECT_EQ(std::memcmp(copy->extradata, "abcd", 4), 0);
+    compat::freeParameters(&copy);
+    EXPECT_EQ(copy, nullptr);
+}
+
+TEST_F(FFmpegCompatTest, KeepsTheDisplayMatrixWithTheCopyOfTheParameters) {
+    setRotation(90);
+    AVCodecParameters* copy = compat::copyParameters(stream_);
+    ASSERT_NE(copy, nullptr);
+    format_.reset();
+    const int32_t* matrix = compat::displayMatrix(copy);
+    ASSERT_NE(matrix, nullptr);
+    int32_t expected[9];
+    av_display_rotation_set(expected, 90);
+    EXPECT_TRUE(std::equal(std::begin(expected), std::end(expected), matrix));
+    EXPECT_EQ(av_display_rotation_get(matrix), -90.0);
+    compat::freeParameters(&copy);
+}
+
+TEST_F(FFmpegCompatTest, KeepsTheMatrixOfEachCopy) {
+    setRotation(90);
+    AVCodecParameters* first = compat::copyParameters(stream_);
+    setRotation(180);
+    AVCodecParameters* second = compat::copyParameters(stream_);
+    EXPECT_EQ(av_display_rotation_get(compat::displayMatrix(first)), -90.0);
+    compat::freeParameters(&first);
+    EXPECT_EQ(av_display_rotation_get(compat::displayMatrix(second)), -180.0);
+    compat::freeParameters(&second);
+}
+
+TEST_F(FFmpegCompatTest, FindsNoMatrixWhereThereIsNone) {
+    AVCodecParameters* copy = compat::copyParameters(stream_);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(compat::displayMatrix(copy), nullptr);
+    compat::freeParameters(&copy);
+
+    AVCodecParameters* plain = avcodec_parameters_alloc();
+    EXPECT_EQ(compat::displayMatrix(plain), nullptr);
+    compat::freeParameters(&plain);
+    EXPECT_EQ(plain, nullptr);
+
+    EXPECT_EQ(compat::displayMatrix(nullptr), nullptr);
+}
+
+TEST_F(FFmpegCompatTest, FindsNoMatrixInSideDataThatIsTooShort) {
+    ASSERT_NE(newMatrix(stream_, 8), nullptr);
+    AVCodecParameters* copy = compat::copyParameters(stream_);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(compat::displayMatrix(copy), nullptr);
+    compat::freeParameters(&copy);
+}
+
+TEST_F(FFmpegCompatTest, ForgetsTheMatrixOfFreedParameters) {
+    setRotation(90);
+    std::vector<AVCodecParameters*> copies(64);
+    for (auto& copy : copies) {
+        copy = compat::copyParameters(stream_);
+    }
+    for (auto& copy : copies) {
+        compat::freeParameters(&copy);
+    }
+    // The allocator hands some of the addresses out again.
+    std::vector<AVCodecParameters*> others(256);
+    for (auto& other : others) {
+        other = avcodec_parameters_alloc();
+    }
+    for (auto& other : others) {
+        EXPECT_EQ(compat::displayMatrix(other), nullptr);
+        compat::freeParameters(&other);
+    }
+}
+
+TEST_F(FFmpegCompatTest, FreesNothingForNoParameters) {
+    AVCodecParameters* none = nullptr;
+    compat::freeParameters(&none);
+    EXPECT_EQ(none, nullptr);
+}
+
+TEST_F(FFmpegCompatTest, TakesTheUntypedPointerThatADecoderIsHanded) {
+    setRotation(90);
+    AVCodecParameters* copy = compat::copyParameters(stream_);
+    const void* handed = copy;
+    EXPECT_NE(compat::displayMatrix(static_cast<const AVCodecParameters*>(handed)), nullptr);
+    compat::freeParameters(&copy);
+}
+
+TEST_F(FFmpegCompatTest, CopiesAndFreesOnSeveralThreads) {
+    setRotation(90);
+    std::atomic<int> found{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 500; ++round) {
+                AVCodecParameters* copy = compat::copyParameters(stream_);
+                const int32_t* matrix = compat::displayMatrix(copy);
+                found += matrix && av_display_rotation_get(matrix) == -90.0;
+                compat::freeParameters(&copy);
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(found, 2000);
+}
+
+TEST(FrameFlags, TellAKeyFrameByBitOne) {
+    const std::unique_ptr<AVFrame, FrameDeleter> frame(av_frame_alloc());
+    setKeyFrame(frame.get(), false);
+    EXPECT_EQ(compat::frameFlags(frame.get()) & 2, 0);
+    setKeyFrame(frame.get(), true);
+    EXPECT_EQ(compat::frameFlags(frame.get()) & 2, 2);
+}
+
+TEST(FrameFlags, KeepTheOtherBits) {
+    const std::unique_ptr<AVFrame, FrameDeleter> frame(av_frame_alloc());
+    frame->flags = AV_FRAME_FLAG_CORRUPT | AV_FRAME_FLAG_DISCARD;
+    setKeyFrame(frame.get(), true);
+    EXPECT_EQ(compat::frameFlags(frame.get()), AV_FRAME_FLAG_CORRUPT | AV_FRAME_FLAG_DISCARD | 2);
+    setKeyFrame(frame.get(), false);
+    EXPECT_EQ(compat::frameFlags(frame.get()), AV_FRAME_FLAG_CORRUPT | AV_FRAME_FLAG_DISCARD);
+}
+
+TEST(InitPacket, SetsEveryFieldToItsDefault) {
+    AVPacket packet;
+    std::memset(&packet, 0xEE, sizeof(packet));
+    compat::initPacket(&packet);
+    EXPECT_EQ(packet.data, nullptr);
+    EXPECT_EQ(packet.size, 0);
+    EXPECT_EQ(packet.pts, AV_NOPTS_VALUE);
+    EXPECT_EQ(packet.dts, AV_NOPTS_VALUE);
+    EXPECT_EQ(packet.pos, -1);
+    EXPECT_EQ(packet.duration, 0);
+    EXPECT_EQ(packet.flags, 0);
+    EXPECT_EQ(packet.stream_index, 0);
+    EXPECT_EQ(packet.buf, nullptr);
+    EXPECT_EQ(packet.side_data, nullptr);
+    EXPECT_EQ(packet.side_data_elems, 0);
+    EXPECT_EQ(packet.opaque, nullptr);
+    EXPECT_EQ(packet.opaque_ref, nullptr);
+    EXPECT_EQ(packet.time_base.num, 0);
+    EXPECT_EQ(packet.time_base.den, 1);
+}
+
+}  // namespace
+}  // namespace kelp

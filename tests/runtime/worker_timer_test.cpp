@@ -1,0 +1,306 @@
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "runtime/worker.h"
+#include "support/fake_time.h"
+#include "support/gate.h"
+#include "support/log_capture.h"
+
+namespace kelp {
+namespace {
+
+using test::FakeTime;
+using test::Gate;
+using test::LogCapture;
+
+constexpr int64_t kStartMs = 1'000'000;
+
+// The clock is moved by hand. The timer thread looks at its timers at the start and every 5 ms after it.
+class WorkerTimerTest : public testing::Test {
+protected:
+    WorkerTimerTest() {
+        FakeTime::reset(kStartMs);
+        FakeTime::setManual(true);
+        worker_->start();
+        EXPECT_TRUE(FakeTime::waitForSleepers(1));
+    }
+    ~WorkerTimerTest() override {
+        FakeTime::reset();
+        worker_->close();
+    }
+
+    // Lets the time pass millisecond by millisecond, and runs what was queued at each.
+    void run(int ms) {
+        for (int i = 0; i < ms; ++i) {
+            ASSERT_TRUE(FakeTime::runFor(1, 1));
+            flush();
+        }
+    }
+
+    // Moves the clock at once, so the timer thread finds itself late.
+    void jump(int64_t ms) {
+        FakeTime::advanceMs(ms);
+        ASSERT_TRUE(FakeTime::waitForSleepers(1));
+        flush();
+    }
+
+    void flush() {
+        Gate done;
+        worker_->task([&] { done.open(); });
+        done.wait();
+    }
+
+    // A timer that notes `mark` each time.
+    unsigned int addMarkTimer(unsigned int intervalMs, bool oneShot, int mark = 0) {
+        return worker_->addTimer(intervalMs, oneShot, [this, mark] { marks_.push_back(mark); });
+    }
+
+    std::shared_ptr<Worker> worker_ = std::make_shared<Worker>();
+    std::vector<int> marks_;  // written on the task thread
+};
+
+using Marks = std::vector<int>;
+
+TEST_F(WorkerTimerTest, CountsItsIdsFromOne) {
+    EXPECT_EQ(addMarkTimer(1000, false), 1U);
+    EXPECT_EQ(addMarkTimer(1000, true), 2U);
+    EXPECT_EQ(addMarkTimer(1000, false), 3U);
+}
+
+TEST_F(WorkerTimerTest, ReusesTheIdOfATimerThatWasRemovedAndReaped) {
+    EXPECT_EQ(addMarkTimer(1000, false), 1U);
+    EXPECT_EQ(addMarkTimer(1000, false), 2U);
+    run(5);
+    worker_->removeTimer(1);
+    run(5);
+    EXPECT_EQ(addMarkTimer(1000, false), 1U);
+    EXPECT_EQ(addMarkTimer(1000, false), 3U);
+}
+
+TEST_F(WorkerTimerTest, ReusesIdsInTheOrderInWhichTheyCameBack) {
+    for (unsigned int id = 1; id <= 4; ++id) {
+        ASSERT_EQ(addMarkTimer(1000, false), id);
+    }
+    worker_->removeTimer(3);
+    worker_->removeTimer(1);
+    worker_->removeTimer(4);
+    EXPECT_EQ(addMarkTimer(1000, false), 3U);
+    EXPECT_EQ(addMarkTimer(1000, false), 1U);
+    EXPECT_EQ(addMarkTimer(1000, false), 4U);
+    EXPECT_EQ(addMarkTimer(1000, false), 5U);
+}
+
+TEST_F(WorkerTimerTest, FreesTheIdOfAnUnarmedTimerAtOnce) {
+    EXPECT_EQ(addMarkTimer(10, false), 1U);
+    worker_->removeTimer(1);
+    EXPECT_EQ(addMarkTimer(10, false, 7), 1U);
+    run(15);
+    EXPECT_EQ(marks_, Marks{7});
+}
+
+TEST_F(WorkerTimerTest, FreesTheIdOfAnArmedTimerOnTheNextPass) {
+    EXPECT_EQ(addMarkTimer(1000, false), 1U);
+    run(5);
+    worker_->removeTimer(1);
+    EXPECT_EQ(addMarkTimer(1000, false), 2U);
+    run(5);
+    EXPECT_EQ(addMarkTimer(1000, false), 1U);
+}
+
+TEST_F(WorkerTimerTest, ChangesNothingForAnUnknownId) {
+    addMarkTimer(10, false);
+    worker_->removeTimer(0);
+    worker_->removeTimer(17);
+    run(5);
+    worker_->removeTimer(0);
+    worker_->removeTimer(17);
+    run(5);
+    EXPECT_EQ(marks_, Marks{0});
+    EXPECT_EQ(addMarkTimer(10, false), 2U);
+}
+
+TEST_F(WorkerTimerTest, FiresOneIntervalAfterItsArmingAndNotBefore) {
+    addMarkTimer(20, false);
+    run(19);
+    EXPECT_EQ(marks_, Marks{});
+    run(1);
+    EXPECT_EQ(marks_, Marks{0});
+    run(19);
+    EXPECT_EQ(marks_, Marks{0});
+    run(1);
+    EXPECT_EQ(marks_, (Marks{0, 0}));
+}
+
+TEST_F(WorkerTimerTest, FiresAOneShotTimerOnce) {
+    addMarkTimer(20, true);
+    run(20);
+    EXPECT_EQ(marks_, Marks{0});
+    run(200);
+    EXPECT_EQ(marks_, Marks{0});
+}
+
+TEST_F(WorkerTimerTest, FiresAtThePollAfterItsTime) {
+    addMarkTimer(12, true);
+    run(14);
+    EXPECT_EQ(marks_, Marks{});
+    run(1);
+    EXPECT_EQ(marks_, Marks{0});
+}
+
+TEST_F(WorkerTimerTest, LooksAtANewTimerWithoutAPauseAfterItWasMerged) {
+    addMarkTimer(0, true);
+    run(4);
+    EXPECT_EQ(marks_, Marks{});
+    run(1);
+    EXPECT_EQ(marks_, Marks{0});
+}
+
+TEST_F(WorkerTimerTest, CountsThePeriodFromALateFiring) {
+    addMarkTimer(10, false);
+    run(5);
+    jump(30);  // three periods in one
+    EXPECT_EQ(marks_, Marks{0});
+    run(5);
+    EXPECT_EQ(marks_, Marks{0});
+    run(5);
+    EXPECT_EQ(marks_, (Marks{0, 0}));
+}
+
+TEST_F(WorkerTimerTest, FiresTimersOfOnePassInTheOrderOfTheirArming) {
+    addMarkTimer(20, false, 1);
+    addMarkTimer(20, true, 2);
+    addMarkTimer(20, false, 3);
+    run(20);
+    EXPECT_EQ(marks_, (Marks{1, 2, 3}));
+    run(20);
+    EXPECT_EQ(marks_, (Marks{1, 2, 3, 1, 3}));
+}
+
+TEST_F(WorkerTimerTest, KeepsTheOrderOfArmingAmongTimersOfDifferentPasses) {
+    addMarkTimer(30, true, 1);
+    run(5);
+    addMarkTimer(25, true, 2);
+    run(5);
+    addMarkTimer(20, true, 3);
+    run(20);
+    EXPECT_EQ(marks_, (Marks{1, 2, 3}));
+}
+
+TEST_F(WorkerTimerTest, DoesNotSortByDeadline) {
+    addMarkTimer(30, true, 1);
+    addMarkTimer(10, true, 2);
+    run(5);
+    jump(100);
+    EXPECT_EQ(marks_, (Marks{1, 2}));
+}
+
+TEST_F(WorkerTimerTest, GivesTheIdOfAOneShotTimerBackBeforeItsCallableHasRun) {
+    Gate gate;
+    worker_->task([&] { gate.wait(); });
+    EXPECT_EQ(addMarkTimer(10, true, 1), 1U);
+    EXPECT_TRUE(FakeTime::runFor(10, 1));
+    EXPECT_EQ(addMarkTimer(1000, true, 2), 1U);
+    gate.open();
+    flush();
+    EXPECT_EQ(marks_, Marks{1});
+}
+
+TEST_F(WorkerTimerTest, RunsACallableThatWasQueuedBeforeItsTimerWasRemoved) {
+    Gate gate;
+    worker_->task([&] { gate.wait(); });
+    const unsigned int id = addMarkTimer(10, false);
+    EXPECT_TRUE(FakeTime::runFor(10, 1));
+    worker_->removeTimer(id);
+    gate.open();
+    run(100);
+    EXPECT_EQ(marks_, Marks{0});
+}
+
+TEST_F(WorkerTimerTest, NeverSleepsWithARepeatingTimerOfNoInterval) {
+    Gate manyFired;
+    int fired = 0;
+    const int64_t sleeps = FakeTime::sleepCount();
+    const unsigned int id = worker_->addTimer(0, false, [&] {
+        if (++fired == 100) {
+            manyFired.open();
+        }
+    });
+    FakeTime::advanceMs(5);
+    manyFired.wait();
+    EXPECT_EQ(FakeTime::sleepCount(), sleeps);
+    EXPECT_EQ(FakeTime::nowMs(), kStartMs + 5);
+    worker_->removeTimer(id);
+    EXPECT_TRUE(FakeTime::waitForSleepers(1));
+    flush();
+}
+
+TEST_F(WorkerTimerTest, TakesTheLongestInterval) {
+    addMarkTimer(0xFFFFFFFFU, true);
+    run(5);
+    jump(4'294'967'289);
+    EXPECT_EQ(marks_, Marks{});
+    run(5);
+    EXPECT_EQ(marks_, Marks{0});
+}
+
+TEST_F(WorkerTimerTest, RunsTimersOnTheTaskThread) {
+    char name[16] = {};
+    std::thread::id timerCallable;
+    std::thread::id task;
+    worker_->addTimer(10, true, [&] {
+        timerCallable = std::this_thread::get_id();
+        pthread_getname_np(pthread_self(), name, sizeof(name));
+    });
+    worker_->task([&] { task = std::this_thread::get_id(); });
+    run(10);
+    EXPECT_EQ(timerCallable, task);
+    EXPECT_STREQ(name, "Worker");
+}
+
+TEST_F(WorkerTimerTest, LetsACallableRemoveItsOwnTimerAndAddAnother) {
+    unsigned int id = 0;
+    id = worker_->addTimer(10, false, [&] {
+        marks_.push_back(1);
+        worker_->removeTimer(id);
+        addMarkTimer(10, true, 2);
+    });
+    run(100);
+    EXPECT_EQ(marks_, (Marks{1, 2}));
+}
+
+TEST_F(WorkerTimerTest, KeepsItsFunctionForEveryFiring) {
+    auto owned = std::make_shared<int>(3);
+    worker_->addTimer(10, false, [this, owned] { marks_.push_back((*owned)++); });
+    run(30);
+    EXPECT_EQ(marks_, (Marks{3, 4, 5}));
+}
+
+TEST_F(WorkerTimerTest, StartsItsIdsOverAfterAClose) {
+    addMarkTimer(10, false);
+    addMarkTimer(10, false);
+    run(5);
+    addMarkTimer(10, false);
+    worker_->removeTimer(2);
+    FakeTime::setManual(false);
+    worker_->close();
+    EXPECT_EQ(addMarkTimer(10, false), 1U);
+    EXPECT_EQ(addMarkTimer(10, false), 2U);
+}
+
+TEST_F(WorkerTimerTest, LogsWhatItIsAskedFor) {
+    LogCapture log;
+    addMarkTimer(250, true);
+    worker_->removeTimer(1);
+    worker_->removeTimer(4294967295U);
+    EXPECT_TRUE(log.has("[Worker]: addTimer, intervalMs:250, oneShot:1\n"));
+    EXPECT_TRUE(log.has("[Worker]: addTimer, intervalMs:250, oneShot:1, lastShotTickMs:1000000, timer.id:1\n"));
+    EXPECT_TRUE(log.has("[Worker]: removeTimer, timerId:1\n"));
+    EXPECT_TRUE(log.has("[Worker]: removeTimer, timerId:4294967295\n"));
+}
+
+}  // namespace
+}  // namespace kelp

@@ -1,0 +1,225 @@
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+#include "runtime/kelp_time.h"
+#include "runtime/never_destroyed.h"
+#include "support/fake_time.h"
+
+namespace kelp::test {
+
+namespace {
+
+constexpr int64_t kStartMs = 1'000'000;
+constexpr size_t kMaxRecordedSleeps = 10'000;
+
+std::chrono::steady_clock::time_point realDeadline(int ms) {
+    return std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+}
+
+bool isBackgroundThread() {
+    char name[16] = {};
+    pthread_getname_np(pthread_self(), name, sizeof(name));
+    return std::strcmp(name, "WorkerTimer") == 0;
+}
+
+class State {
+public:
+    void reset(int64_t nowMs) {
+        std::lock_guard lock(mutex_);
+        manual_ = false;
+        now_ = nowMs;
+        wakeIf([](const Sleeper&) { return true; });
+        sleptMs_ = 0;
+        sleepCount_ = 0;
+        sleeps_.clear();
+    }
+
+    void setManual(bool manual) {
+        std::lock_guard lock(mutex_);
+        if (manual_ && !manual) {
+            int64_t last = now_;
+            for (const Sleeper* sleeper : sleepers_) {
+                last = std::max(last, sleeper->wakeUpMs);
+            }
+            moveTo(last);
+        }
+        manual_ = manual;
+    }
+
+    void setNow(int64_t nowMs) {
+        std::lock_guard lock(mutex_);
+        moveTo(nowMs);
+    }
+
+    void advance(int64_t ms) {
+        std::lock_guard lock(mutex_);
+        moveTo(now_ + ms);
+    }
+
+    int64_t now() const { return now_; }
+
+    bool waitForSleepers(int count, int realTimeoutMs) {
+        std::unique_lock lock(mutex_);
+        return waitForSleepers(lock, count, realTimeoutMs);
+    }
+
+    bool runFor(int64_t ms, int threads, int realTimeoutMs) {
+        std::unique_lock lock(mutex_);
+        const int64_t end = now_ + ms;
+        while (waitForSleepers(lock, threads, realTimeoutMs)) {
+            if (now_ >= end) {
+                return true;
+            }
+            int64_t next = end;
+            for (const Sleeper* sleeper : sleepers_) {
+                next = std::min(next, sleeper->wakeUpMs);
+            }
+            moveTo(next);
+        }
+        return false;
+    }
+
+    void sleep(int ms) {
+        const bool background = isBackgroundThread();
+        std::unique_lock lock(mutex_);
+        ++sleepCount_;
+        sleptMs_ += ms;
+        if (sleeps_.size() < kMaxRecordedSleeps) {
+            sleeps_.push_back(ms);
+        }
+        if (ms > 0 && manual_) {
+            Sleeper self{now_ + ms};
+            sleepers_.push_back(&self);
+            asleep_.notify_all();
+            wake_.wait(lock, [&] { return self.awake; });
+            return;
+        }
+        if (!background) {
+            moveTo(now_ + ms);
+        }
+        lock.unlock();
+        if (background && ms > 0) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        } else {
+            std::this_thread::yield();
+        }
+    }
+
+    int64_t sleptMs() {
+        std::lock_guard lock(mutex_);
+        return sleptMs_;
+    }
+
+    int64_t sleepCount() {
+        std::lock_guard lock(mutex_);
+        return sleepCount_;
+    }
+
+    std::vector<int> sleeps() {
+        std::lock_guard lock(mutex_);
+        return sleeps_;
+    }
+
+private:
+    // A thread that sleeps in the manual mode; it lies on that thread's stack.
+    struct Sleeper {
+        int64_t wakeUpMs = 0;
+        bool awake = false;
+    };
+
+    // With mutex_ held.
+    void moveTo(int64_t nowMs) {
+        now_ = nowMs;
+        wakeIf([&](const Sleeper& sleeper) { return sleeper.wakeUpMs <= nowMs; });
+    }
+
+    // Strikes sleepers off at once, so that none counts as asleep while it wakes. With mutex_ held.
+    template <class Predicate>
+    void wakeIf(Predicate predicate) {
+        std::erase_if(sleepers_, [&](Sleeper* sleeper) { return sleeper->awake = predicate(*sleeper); });
+        wake_.notify_all();
+    }
+
+    bool waitForSleepers(std::unique_lock<std::mutex>& lock, int count, int realTimeoutMs) {
+        return asleep_.wait_until(lock, realDeadline(realTimeoutMs),
+                                  [&] { return static_cast<int>(sleepers_.size()) >= count; });
+    }
+
+    std::mutex mutex_;                    // guards all but now_'s reading
+    std::condition_variable wake_;        // the sleepers wait here
+    std::condition_variable asleep_;      // and those that wait for sleepers here
+    std::atomic<int64_t> now_{kStartMs};  // milliseconds; written with mutex_ held
+    bool manual_ = false;
+    std::vector<Sleeper*> sleepers_;
+    int64_t sleptMs_ = 0;
+    int64_t sleepCount_ = 0;
+    std::vector<int> sleeps_;
+};
+
+// Static objects may log, and so read the clock, before and after main.
+State& state() {
+    static NeverDestroyed<State> instance;
+    return *instance;
+}
+
+}  // namespace
+
+void FakeTime::reset(int64_t nowMs) {
+    state().reset(nowMs);
+}
+void FakeTime::setManual(bool manual) {
+    state().setManual(manual);
+}
+void FakeTime::setNowMs(int64_t nowMs) {
+    state().setNow(nowMs);
+}
+void FakeTime::advanceMs(int64_t ms) {
+    state().advance(ms);
+}
+int64_t FakeTime::nowMs() {
+    return state().now();
+}
+bool FakeTime::waitForSleepers(int count, int realTimeoutMs) {
+    return state().waitForSleepers(count, realTimeoutMs);
+}
+bool FakeTime::runFor(int64_t ms, int threads, int realTimeoutMs) {
+    return state().runFor(ms, threads, realTimeoutMs);
+}
+int64_t FakeTime::sleptMs() {
+    return state().sleptMs();
+}
+int64_t FakeTime::sleepCount() {
+    return state().sleepCount();
+}
+std::vector<int> FakeTime::sleeps() {
+    return state().sleeps();
+}
+
+}  // namespace kelp::test
+
+namespace kelp {
+
+int64_t KelpTime::getTimeUs() {
+    return test::state().now() * 1000;
+}
+
+int64_t KelpTime::getTimeMs() {
+    return test::state().now();
+}
+
+void KelpTime::sleepMs(int ms) {
+    sleepUs(static_cast<int>(static_cast<uint32_t>(ms) * 1000U));
+}
+
+void KelpTime::sleepUs(int us) {
+    test::state().sleep(us > 0 ? us / 1000 : 0);
+}
+
+}  // namespace kelp

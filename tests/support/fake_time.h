@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace kelp::test {
+
+// Steers the fake of the time class that test programs link in place of the real one. All operations may be called
+// from any thread.
+//
+// Two modes. In the automatic mode, the default, a sleep returns at once and moves the clock on by what was asked, so
+// a loop that one test thread drives runs through without waiting. In the manual mode a sleeper stands still until the
+// test moves the clock past its wake-up time, so threads can be led step by step; call setManual(false) or reset
+// before a sleeping thread is joined.
+//
+// The timer thread of a Worker polls for as long as the Worker lives and would run away with the automatic clock. Its
+// sleeps last a millisecond of real time there and leave the clock alone.
+//
+// As with the real class only whole milliseconds are slept, and a sleep of less than one is a yield in both modes.
+class FakeTime {
+public:
+    // Back to the automatic mode at `nowMs`, with nobody asleep counted and no sleeps recorded. Threads that still
+    // sleep are released.
+    static void reset(int64_t nowMs = 1'000'000);
+
+    // Switches the mode. Leaving the manual mode releases all sleepers; each moves the clock to its wake-up time at
+    // the least.
+    static void setManual(bool manual);
+
+    // Sets the clock, or moves it on, and wakes the sleepers whose time has come.
+    static void setNowMs(int64_t nowMs);
+    static void advanceMs(int64_t ms);
+    static int64_t nowMs();
+
+    // Waits in real time, up to `realTimeoutMs`, until `count` threads or more sleep at once. Whether they did. A
+    // thread whose wake-up time has come is awake, even if it hasn't run yet.
+    static bool waitForSleepers(int count, int realTimeoutMs = 5000);
+
+    // Manual mode: lets `ms` pass in the order of events. Again and again it waits until `threads` threads sleep, and
+    // moves the clock to the earliest wake-up time; at the end to `ms` from the start, when the last of them sleep
+    // again. False if a wait took longer than `realTimeoutMs` in real time.
+    static bool runFor(int64_t ms, int threads, int realTimeoutMs = 5000);
+
+    // What was slept for since `reset`: milliseconds in all, the number of sleeps, yields included, and the first ten
+    // thousand of them in milliseconds, in the order in which they began.
+    static int64_t sleptMs();
+    static int64_t sleepCount();
+    static std::vector<int> sleeps();
+};
+
+}  // namespace kelp::test

@@ -1,0 +1,142 @@
+#include "support/x_screen.h"
+
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+namespace kelp::test {
+
+namespace {
+
+[[noreturn]] void giveUp(const char* what) {
+    std::fprintf(stderr, "no X server for this test: %s\n", what);
+    std::abort();
+}
+
+// The bits of one channel of a pixel.
+int channel(unsigned long pixel, unsigned long mask) {
+    int shift = 0;
+    while (mask != 0 && ((mask >> shift) & 1UL) == 0) {
+        ++shift;
+    }
+    return static_cast<int>((pixel & mask) >> shift);
+}
+
+}  // namespace
+
+XScreen::XScreen(int width, int height) {
+    int ends[2];
+    if (pipe(ends) != 0) {
+        giveUp("pipe");
+    }
+    const std::string size = std::to_string(width) + "x" + std::to_string(height) + "x24";
+    const std::string number = std::to_string(ends[1]);
+    server_ = fork();
+    if (server_ == 0) {
+        close(ends[0]);
+        // SDL ends the process by itself when a connection breaks: the server goes with it.
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        const int nowhere = open("/dev/null", O_RDWR);
+        dup2(nowhere, STDOUT_FILENO);
+        dup2(nowhere, STDERR_FILENO);
+        execlp("Xvfb", "Xvfb", "-displayfd", number.c_str(), "-screen", "0", size.c_str(), "-nolisten", "tcp",
+               "-noreset", nullptr);
+        _exit(127);
+    }
+    close(ends[1]);
+    // The server writes its display's number once it is ready, or ends.
+    std::string name = ":";
+    for (char c = 0; read(ends[0], &c, 1) == 1 && c != '\n';) {
+        name += c;
+    }
+    close(ends[0]);
+    if (name == ":") {
+        giveUp("Xvfb didn't start");
+    }
+    setenv("DISPLAY", name.c_str(), 1);
+    setenv("SDL_VIDEODRIVER", "x11", 1);
+    display_ = XOpenDisplay(name.c_str());
+    if (display_ == nullptr) {
+        giveUp("it doesn't answer");
+    }
+}
+
+XScreen::~XScreen() {
+    XCloseDisplay(display_);
+    kill(server_, SIGTERM);
+    waitpid(server_, nullptr, 0);
+}
+
+unsigned long XScreen::createWindow(int x, int y, int width, int height) {
+    const Window window = XCreateSimpleWindow(display_, DefaultRootWindow(display_), x, y, static_cast<unsigned>(width),
+                                              static_cast<unsigned>(height), 0, 0, 0x808080);
+    XMapWindow(display_, window);
+    XSync(display_, False);
+    windows_.push_back(window);
+    return window;
+}
+
+void XScreen::destroyWindows() {
+    for (const Window window : windows_) {
+        XDestroyWindow(display_, window);
+    }
+    windows_.clear();
+    XSync(display_, False);
+}
+
+void XScreen::resizeWindow(unsigned long window, int width, int height) {
+    XResizeWindow(display_, window, static_cast<unsigned>(width), static_cast<unsigned>(height));
+    XSync(display_, False);
+}
+
+std::vector<uint8_t> XScreen::grab(int x, int y, int width, int height) {
+    XImage* image = XGetImage(display_, DefaultRootWindow(display_), x, y, static_cast<unsigned>(width),
+                              static_cast<unsigned>(height), AllPlanes, ZPixmap);
+    std::vector<uint8_t> bytes;
+    for (int row = 0; row < height; ++row) {
+        for (int column = 0; column < width; ++column) {
+            const unsigned long pixel = XGetPixel(image, column, row);
+            for (const unsigned long mask : {image->red_mask, image->green_mask, image->blue_mask}) {
+                bytes.push_back(static_cast<uint8_t>(channel(pixel, mask)));
+            }
+        }
+    }
+    XDestroyImage(image);
+    return bytes;
+}
+
+Rgb XScreen::pixel(int x, int y) {
+    const auto bytes = grab(x, y, 1, 1);
+    return {bytes[0], bytes[1], bytes[2]};
+}
+
+bool XScreen::waitForPixel(int x, int y, Rgb color, int tolerance, int timeoutMs) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (true) {
+        const Rgb seen = pixel(x, y);
+        bool same = true;
+        for (size_t i = 0; i < seen.size(); ++i) {
+            same = same && std::abs(seen[i] - color[i]) <= tolerance;
+        }
+        if (same) {
+            return true;
+        }
+        if (std::chrono::steady_clock::now() > end) {
+            std::fprintf(stderr, "at (%d, %d): %d %d %d instead of %d %d %d\n", x, y, seen[0], seen[1], seen[2],
+                         color[0], color[1], color[2]);
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+}  // namespace kelp::test

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "clock/sync_object.h"
+
+namespace kelp {
+
+// The player's internal clock: the wall clock plus an offset that can be moved. A new one reads 0.
+//
+// Read on the play threads, moved by the control side and by a play thread's first frame. There is no lock: a reader
+// that comes between sees the old offset or the new one.
+class MasterClock : public SyncObject {
+public:
+    MasterClock();
+    MasterClock(const MasterClock&) = delete;
+    MasterClock& operator=(const MasterClock&) = delete;
+    ~MasterClock() override = default;
+
+    int64_t getNoSyncThreshold() override;
+    bool isForceSync() override;
+    int64_t getSyncPts() override;
+    void setSyncObject(std::shared_ptr<SyncObject> syncObject) override;
+
+    // Keeps `pts`, in milliseconds, or the present reading if it is negative. The clock itself runs on.
+    virtual void save(int64_t pts);
+
+    // The clock reads the kept time from now on.
+    virtual void restore();
+
+private:
+    std::atomic<int64_t> savedPts_{0};  // milliseconds
+    std::atomic<int64_t> ptsOffset_;    // milliseconds, added to the wall clock
+};
+
+}  // namespace kelp

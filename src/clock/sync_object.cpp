@@ -1,0 +1,7 @@
+#include "clock/sync_object.h"
+
+namespace kelp {
+
+SyncObject::~SyncObject() = default;
+
+}  // namespace kelp

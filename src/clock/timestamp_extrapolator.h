@@ -1,0 +1,64 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace kelp {
+
+// Learns how a live sender's clock relates to the local one, from the arrival of its packets, and tells at which local
+// time a time stamp belongs.
+//
+// A recursive least-squares fit of two parameters, the sender's ticks per local millisecond and its offset, with a
+// detector for lasting changes of the delay. A source that isn't live never feeds it, and it has no answer then.
+//
+// `update` runs on the read thread, the extrapolate operations on the video play thread, `init` and `reset` where the
+// read thread doesn't run. There is no lock: a reader between two stores of an update may see one new estimate and one
+// old one, an error of one picture's time that is accepted.
+class TimestampExtrapolator {
+public:
+    TimestampExtrapolator();
+    TimestampExtrapolator(const TimestampExtrapolator&) = delete;
+    TimestampExtrapolator& operator=(const TimestampExtrapolator&) = delete;
+    virtual ~TimestampExtrapolator() = default;
+
+    // Stores the stream's ticks per second; to be called before the first `update`. Forgets nothing.
+    void init(int64_t frequency);
+
+    // Forgets everything but the frequency; `nowMs` becomes the origin of local time.
+    void reset(int64_t nowMs);
+
+    // Feeds the time stamp of a packet, in ticks, that arrived now.
+    void update(int64_t timestamp);
+
+    // The local time, in milliseconds, at which `timestamp`, in ticks, belongs; -1 if it isn't known.
+    int64_t extrapolateLocalTime(int64_t timestamp);
+
+    // The same for a time stamp in milliseconds.
+    int64_t extrapolateLocalTimeMs(int64_t timestampMs);
+
+private:
+    // Feeds the detector with how far, in ticks, a time stamp lies off the line; whether the delay has changed.
+    bool DelayChangeDetection(double error);
+
+    // A jump of the time stamps, or a long silence, makes the fit worthless.
+    bool needsReset(int64_t timestamp, int64_t nowMs) const;
+
+    std::atomic<int64_t> frequency_{0};           // ticks per second
+    std::atomic<double> w0_;                      // slope: ticks per local millisecond
+    std::atomic<double> w1_;                      // offset, ticks
+    std::atomic<double> p00_;                     // covariance
+    std::atomic<double> p01_;                     // covariance
+    std::atomic<double> p10_;                     // covariance
+    std::atomic<double> p11_;                     // covariance; huge while the offset is unknown
+    std::atomic<int64_t> startMs_;                // origin of local time
+    std::atomic<int64_t> prevMs_;                 // local time of the last accepted update
+    std::atomic<int64_t> firstTimestamp_{kNone};  // ticks; kNone before the first one
+    std::atomic<int64_t> prevTimestamp_{kNone};   // last one used, ticks; kNone before the first one
+    std::atomic<unsigned int> packetCount_;       // updates so far, counted up to the start-up delay
+    std::atomic<double> detectorAccumulatorPos_;  // positive errors above the drift, summed, ticks
+    std::atomic<double> detectorAccumulatorNeg_;  // negative ones, 0 or less
+
+    static constexpr int64_t kNone = -1;
+};
+
+}  // namespace kelp

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "kelp_player/export.h"
+#include "kelp_player/types.h"
+
+struct AVCodecParameters;
+
+namespace kelp {
+
+// What is known of a source's streams: a snapshot that stays valid after the source was closed. A host that has no
+// source makes one itself and fills the fields that it knows; the two parameter pointers may stay null.
+class KELP_PLAYER_API CodecInfo {
+public:
+    CodecInfo();
+    CodecInfo(const CodecInfo&) = delete;
+    CodecInfo& operator=(const CodecInfo&) = delete;
+    // Frees both parameter copies.
+    virtual ~CodecInfo();
+
+    VideoCodecType videoCodecType = VIDEO_CODEC_NONE;
+    AudioCodecType audioCodecType = AUDIO_CODEC_NONE;
+    int width = 0;   // of the picture, in pixels
+    int height = 0;  // of the picture, in pixels
+    PixFormat pixFormat = PIX_FMT_NONE;
+    int frameRate = 0;      // whole frames per second
+    int channels = 0;       // of the sound
+    int sampleRate = 0;     // of the sound, in Hz
+    int sampleFormat = -1;  // 0 unsigned 8 bits, 1 signed 16, 2 signed 32, 3 float, 4 planar float; -1 any other
+
+    // Deep copies of the streams' parameters, owned by this object; null where there is no such stream. They are made
+    // and freed by the library alone: a host reads them.
+    AVCodecParameters* videoParameters = nullptr;
+    AVCodecParameters* audioParameters = nullptr;
+};
+
+}  // namespace kelp

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace kelp {
+
+// What is known of a source as a whole: a snapshot that stays valid after the source was closed.
+class StreamInfo {
+public:
+    virtual ~StreamInfo();
+
+    // The fields as one line for the log.
+    std::string toString();
+
+    int64_t start_time = 0;  // of the input, in milliseconds
+    int64_t duration = 0;    // in milliseconds
+    bool has_video = false;  // a usable video stream was found
+    bool has_audio = false;  // a usable audio stream was found
+    bool is_live = false;    // the source is a live one
+    bool seekable = false;   // the opposite of is_live
+};
+
+}  // namespace kelp

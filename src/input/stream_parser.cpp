@@ -1,0 +1,395 @@
+// The parser's thread: the read loop, the hand-over of packets, seeks and the end of the input.
+
+#include "input/stream_parser.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "clock/timestamp_extrapolator.h"
+#include "clock/wrapping_math.h"
+#include "input/tick_math.h"
+#include "kelp_player/log.h"
+#include "runtime/ffmpeg_compat.h"
+#include "runtime/kelp_time.h"
+
+extern "C" {
+#include <libavcodec/bsf.h>
+#include <libavcodec/packet.h>
+#include <libavformat/avformat.h>
+}
+
+namespace kelp {
+namespace {
+
+constexpr const char* TAG = "StreamParser";
+
+constexpr int kMaxQueuedPackets = 200;  // video and audio together; nothing is read from there on
+constexpr int kMaxReadErrors = 5;       // in a row; one more and reading is given up
+
+constexpr int kPausedSleepMs = 50;
+constexpr int kQueuesFullSleepMs = 100;
+constexpr int kEndOfInputSleepMs = 100;
+constexpr int kReadErrorSleepMs = 30;
+constexpr int kDrainSleepMs = 30;
+
+constexpr int64_t kSeekEndMarginUs = 1'000'000;  // no seek lands nearer to a known end
+constexpr int64_t kMaxReserveMs = 15000;         // key frames farther apart than this are not believed
+constexpr int64_t kDefaultReserveUs = 10'000'000;
+
+bool isKeyFrame(const AVPacket* packet) {
+    return (packet->flags & AV_PKT_FLAG_KEY) != 0;
+}
+
+}  // namespace
+
+void StreamParser::Run() {
+    Log::Debug(TAG, "Run...\n");
+    BaseThread::setName(TAG);
+    ReadState state;
+    AVPacket packet;
+    compat::initPacket(&packet);
+    while (!isStopRequested()) {
+        applyPauseRequest();
+        if (isReadingHeldByPause()) {
+            KelpTime::sleepMs(kPausedSleepMs);
+            continue;
+        }
+        // Taken before the position is read: a request that comes in meanwhile stands for the next pass.
+        if (seekRequested_.exchange(false)) {
+            processSeekRequest();
+            if (videoStream_) {
+                foundKeyFrame_ = false;
+            }
+            firstPacketSent_ = false;
+        }
+        readQueueSizes();
+        if (videoPacketQueueSize_ + audioPacketQueueSize_ >= kMaxQueuedPackets) {
+            KelpTime::sleepMs(kQueuesFullSleepMs);
+            continue;
+        }
+        const int result = av_read_frame(formatContext_, &packet);
+        if (result < 0) {
+            handleReadError(result, state);
+            KelpTime::sleepMs(kReadErrorSleepMs);
+            continue;
+        }
+        state.readErrors = 0;
+        handlePacket(&packet);
+        av_packet_unref(&packet);
+        endOfInput_ = false;
+    }
+    Log::Debug(TAG, "Run exit...\n");
+}
+
+void StreamParser::applyPauseRequest() {
+    const bool paused = paused_;
+    if (paused == lastPaused_) {
+        return;
+    }
+    lastPaused_ = paused;
+    if (paused) {
+        readPauseResult_ = av_read_pause(formatContext_);
+        return;
+    }
+    av_read_play(formatContext_);
+    if (isLive_ && videoStream_) {
+        // What was on its way during the pause is gone: the picture restarts at a key frame.
+        foundKeyFrame_ = false;
+        if (observer_) {
+            auto flush = std::make_shared<VideoPacket>();
+            flush->flush = true;
+            observer_->onVideoPacket(std::move(flush));
+        }
+    }
+}
+
+// Every other source is read on while paused, until the queues are full.
+bool StreamParser::isReadingHeldByPause() const {
+    return lastPaused_ && (isInputNamed("rtsp") || (formatContext_->pb && filePath_.starts_with("mmsh:")));
+}
+
+void StreamParser::readQueueSizes() {
+    if (!observer_) {
+        return;
+    }
+    videoPacketQueueSize_ = observer_->onVideoPacketQueueSize();
+    audioPacketQueueSize_ = observer_->onAudioPacketQueueSize();
+    videoFrameQueueSize_ = observer_->onVideoFrameQueueSize();
+    audioFrameQueueSize_ = observer_->onAudioFrameQueueSize();
+}
+
+void StreamParser::handleReadError(int result, ReadState& state) {
+    char text[255] = {};
+    av_strerror(result, text, sizeof(text));
+    const AVIOContext* pb = formatContext_->pb;
+    Log::Error(TAG, "Running... read failed, ret:%d, %s, pb->eof_reached:%d,error:%d\n", result, text,
+               pb ? pb->eof_reached : 0, pb ? pb->error : 0);
+    if (result == AVERROR_EOF) {
+        handleEndOfFile();
+    } else if (result != AVERROR(EAGAIN)) {
+        if (++state.readErrors > kMaxReadErrors) {
+            state.failed = true;
+            endOfInput_ = true;
+        }
+    }
+    if (!isStopRequested()) {
+        waitAfterEnd(state);
+    }
+}
+
+void StreamParser::handleEndOfFile() {
+    Log::Info(TAG, "Running... end of file, foundKeyFrame_:%d, stopRequested:%d\n", foundKeyFrame_, isStopRequested());
+    if (observer_) {
+        if (videoStream_) {
+            // Without data: makes the decoder give out what it still holds.
+            auto end = std::make_shared<VideoPacket>();
+            end->foundKeyFrame = foundKeyFrame_;
+            observer_->onVideoPacket(std::move(end));
+        }
+        observer_->onFileEnd(maxVideoPtsMs_, maxAudioPtsMs_);
+    }
+    endOfInput_ = true;
+}
+
+void StreamParser::waitAfterEnd(ReadState& state) {
+    while (endOfInput_) {
+        if (observer_ && areQueuesEmpty() && !state.reported && !paused_) {
+            if (state.failed) {
+                observer_->onPlayFailed();
+            } else {
+                observer_->onPlaybackCompleted();
+            }
+            state.reported = true;
+        }
+        if (seekRequested_) {
+            endOfInput_ = false;
+            state = ReadState();
+            clearInputEnd();
+            return;
+        }
+        KelpTime::sleepMs(kEndOfInputSleepMs);
+        if (isStopRequested()) {
+            return;
+        }
+    }
+}
+
+bool StreamParser::areQueuesEmpty() {
+    return observer_->onVideoPacketQueueSize() == 0 && observer_->onAudioPacketQueueSize() == 0 &&
+           observer_->onVideoFrameQueueSize() == 0 && observer_->onAudioFrameQueueSize() == 0;
+}
+
+void StreamParser::clearInputEnd() {
+    if (formatContext_->pb) {
+        formatContext_->pb->eof_reached = 0;
+        formatContext_->pb->error = 0;
+    }
+}
+
+void StreamParser::handlePacket(AVPacket* packet) {
+    size_t size = 0;
+    const uint8_t* extraData = av_packet_get_side_data(packet, AV_PKT_DATA_NEW_EXTRADATA, &size);
+    if (extraData && size != 0) {
+        Log::Debug(TAG, "Entry meet new extra data:%p size:%d\n", static_cast<const void*>(extraData),
+                   static_cast<int>(size));
+    }
+    clearInputEnd();
+
+    const bool isVideo = packet->stream_index == videoStreamIndex_;
+    if (foundKeyFrame_ || !isVideo) {
+        if (isVideo && isKeyFrame(packet) &&
+            (videoCodecType_ == VIDEO_CODEC_H264 || videoCodecType_ == VIDEO_CODEC_HEVC)) {
+            Log::Debug(TAG, "meet key frame\n");
+        }
+        disPatchPacket(packet);
+    } else if (isKeyFrame(packet)) {
+        logFirstKeyFrame(packet);
+        disPatchPacket(packet);
+        foundKeyFrame_ = true;
+    } else {
+        logDroppedPacket(packet);
+    }
+}
+
+void StreamParser::logFirstKeyFrame(const AVPacket* packet) {
+    const AVRational base = videoStream_->time_base;
+    if (packet->pts == AV_NOPTS_VALUE || !observer_ || base.den <= 0) {
+        return;
+    }
+    const int64_t pts = wrappingSubtract(packet->pts, std::max<int64_t>(startTimeInVideoTimeBase_, 0));
+    const int audioQueueSize = observer_->onAudioPacketQueueSize();
+    const int videoQueueSize = observer_->onVideoPacketQueueSize();
+    Log::Info(TAG, "found first key frame, pts:%lld, pts_ms:%lld, aq:%d, vq:%d\n", static_cast<long long>(pts),
+              static_cast<long long>(ticksToMs(pts, base.num, base.den)), audioQueueSize, videoQueueSize);
+}
+
+void StreamParser::logDroppedPacket(const AVPacket* packet) {
+    const AVRational base = videoStream_->time_base;
+    const int64_t start = startTimeInVideoTimeBase_;
+    Log::Warn(TAG, "not key frame, this_pts:%lld, start_pts:%lld, skip pts:%lld...\n",
+              static_cast<long long>(ticksToMs(packet->pts, base.num, base.den)),
+              static_cast<long long>(ticksToMs(start, base.num, base.den)),
+              static_cast<long long>(ticksToMs(wrappingSubtract(packet->pts, start), base.num, base.den)));
+}
+
+void StreamParser::disPatchPacket(AVPacket* packet) {
+    if (packet->stream_index == videoStreamIndex_) {
+        if (!observer_ || dispatchVideo(packet)) {
+            measureKeyFrameGap(packet);
+        }
+    } else if (packet->stream_index == audioStreamIndex_) {
+        if (observer_) {
+            dispatchAudio(packet);
+        }
+    } else {
+        Log::Error(TAG, "dispatch packet: unknown stream id:%d\n", packet->stream_index);
+    }
+}
+
+void StreamParser::dispatchAudio(const AVPacket* packet) {
+    auto audioPacket = std::make_shared<AudioPacket>();
+    fillMediaPacketInfo(audioPacket, packet, audioStream_, /*isVideo=*/false);
+    observer_->onAudioPakcet(audioPacket);
+    sendFirstPacket(audioPacket);
+}
+
+bool StreamParser::dispatchVideo(AVPacket* packet) {
+    if (bsfContext_ && !convertToAnnexB(packet)) {
+        return false;
+    }
+    auto videoPacket = std::make_shared<VideoPacket>();
+    videoPacket->keyFrame = isKeyFrame(packet);
+    videoPacket->foundKeyFrame = foundKeyFrame_;
+    fillMediaPacketInfo(videoPacket, packet, videoStream_, /*isVideo=*/true);
+    if (extrapolator_ && isLive_) {
+        extrapolator_->update(videoPacket->pts);
+    }
+    observer_->onVideoPacket(videoPacket);
+    sendFirstPacket(videoPacket);
+    return true;
+}
+
+void StreamParser::sendFirstPacket(const std::shared_ptr<MediaPacket>& packet) {
+    if (!firstPacketSent_) {
+        observer_->onFirstPakcet(packet);
+        firstPacketSent_ = true;
+    }
+}
+
+// The filter gives one packet for one; `packet` holds the converted one afterwards.
+bool StreamParser::convertToAnnexB(AVPacket* packet) {
+    if (packet->size == 0) {
+        // Nothing to convert, and the filter would take it for the end of the stream.
+        return true;
+    }
+    int result = av_bsf_send_packet(bsfContext_, packet);
+    if (result < 0) {
+        Log::Error(TAG, "h264_mp4toannexb filter failed to send input packet\n");
+        return false;
+    }
+    while (result == 0) {
+        result = av_bsf_receive_packet(bsfContext_, packet);
+    }
+    if (result < 0 && result != AVERROR(EAGAIN) && result != AVERROR_EOF) {
+        Log::Error(TAG, "h264_mp4toannexb filter failed to receive output packet\n");
+        return false;
+    }
+    return true;
+}
+
+void StreamParser::measureKeyFrameGap(const AVPacket* packet) {
+    if (!isKeyFrame(packet)) {
+        return;
+    }
+    const int64_t last = lastKeyFramePts_.exchange(packet->pts);
+    const AVRational base = videoStream_->time_base;
+    if (last < 0 || base.den <= 0) {
+        return;
+    }
+    const double ticks = static_cast<double>(packet->pts) - static_cast<double>(last);
+    const double gapMs = static_cast<double>(base.num) / base.den * ticks * 1000.0;
+    maxKeyFrameDurationMs_ = std::max(maxKeyFrameDurationMs_, truncateToInt64(gapMs));
+}
+
+void StreamParser::fillMediaPacketInfo(std::shared_ptr<MediaPacket> packet, const AVPacket* source,
+                                       const AVStream* stream, bool isVideo) {
+    const int64_t start = isVideo ? startTimeInVideoTimeBase_ : startTimeInAudioTimeBase_;
+    const int64_t best = source->pts != AV_NOPTS_VALUE ? source->pts : source->dts;
+    const bool isBestKnown = best != AV_NOPTS_VALUE;
+
+    packet->data = new unsigned char[source->size];
+    if (source->size > 0) {
+        std::memcpy(packet->data, source->data, source->size);
+    }
+    packet->size = source->size;
+    packet->pos = source->pos;
+    packet->dts = wrappingSubtract(isBestKnown && source->dts != AV_NOPTS_VALUE ? source->dts : 0, start);
+    packet->pts = wrappingSubtract(isBestKnown ? best : 0, start);
+    packet->duration = source->duration;
+    packet->timeBaseNum = stream->time_base.num;
+    packet->timeBaseDen = stream->time_base.den;
+    packet->flags = source->flags;
+
+    double factor = 1.0;
+    if (packet->timeBaseDen > 0) {
+        factor = static_cast<double>(packet->timeBaseNum) * 1000.0 / static_cast<double>(packet->timeBaseDen);
+    }
+    int64_t& maxPtsMs = isVideo ? maxVideoPtsMs_ : maxAudioPtsMs_;
+    maxPtsMs = std::max(maxPtsMs, truncateToInt64(static_cast<double>(packet->pts) * factor));
+}
+
+void StreamParser::processSeekRequest() {
+    const int64_t seekPosUs = seekPosUs_;
+    const int64_t durationUs = durationUs_;
+    if (observer_) {
+        observer_->onSeekStart(static_cast<int>(seekPosUs / 1000));
+    }
+    int64_t target = seekPosUs;
+    if (durationUs >= 1 && seekPosUs + kSeekEndMarginUs > durationUs) {
+        target = std::max<int64_t>(durationUs - kSeekEndMarginUs, 0);
+    }
+    const int64_t end = wrappingAdd(std::max<int64_t>(startTimeUs_, 0), target);
+    const int64_t seekTarget = videoStream_ && isInputNamed("mpegts") ? mpegTsSeekTarget(end, seekPosUs) : end;
+    Log::Debug(TAG, "%s, seekPos:%lld, seekTarget:%lld\n", "processSeekRequest", static_cast<long long>(seekPosUs),
+               static_cast<long long>(seekTarget));
+    const int64_t maxTs = startTimeUs_ >= 1 ? end : seekPosUs;
+    const int result = avformat_seek_file(formatContext_, -1, INT64_MIN, seekTarget, maxTs, 0);
+    if (result < 0) {
+        Log::Error(TAG, "%s, seek failed, ret:%d\n", "processSeekRequest", result);
+    }
+    waitQueueDrain();
+    if (observer_) {
+        observer_->onSeekCompleted();
+    }
+}
+
+// The format has no index: a seek aims ahead of `position` by as much as key frames lie apart, so that one comes
+// before it.
+int64_t StreamParser::mpegTsSeekTarget(int64_t position, int64_t seekPosUs) {
+    Log::Debug(TAG, "%s, name:%s, seekPos:%lld, max key frame duration:%d\n", "processSeekRequest",
+               formatContext_->iformat->name, static_cast<long long>(seekPosUs),
+               static_cast<int>(maxKeyFrameDurationMs_));
+    int64_t reserveUs = kDefaultReserveUs;
+    if (maxKeyFrameDurationMs_ >= 1 && maxKeyFrameDurationMs_ < kMaxReserveMs) {
+        reserveUs = maxKeyFrameDurationMs_ * 1000;
+    } else {
+        Log::Debug(TAG, "%s, use default seek reserved time 10s\n", "processSeekRequest");
+    }
+    return std::max<int64_t>(wrappingSubtract(position, reserveUs), 0);
+}
+
+// No time limit: the observer empties the queues, as onSeekStart asks it to.
+void StreamParser::waitQueueDrain() {
+    while (!isStopRequested() && observer_) {
+        const int audioQueueSize = observer_->onAudioPacketQueueSize();
+        const int videoQueueSize = observer_->onVideoPacketQueueSize();
+        if (audioQueueSize == 0 && videoQueueSize == 0) {
+            return;
+        }
+        Log::Debug(TAG, "%s, aq:%d, vq:%d\n", "waitQueueDrain", audioQueueSize, videoQueueSize);
+        KelpTime::sleepMs(kDrainSleepMs);
+    }
+}
+
+}  // namespace kelp

@@ -1,0 +1,204 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "input/media_packet.h"
+#include "input/source_options.h"
+#include "input/stream_info.h"
+#include "kelp_player/codec_info.h"
+#include "kelp_player/types.h"
+#include "runtime/base_thread.h"
+
+struct AVBSFContext;
+struct AVCodecContext;
+struct AVFormatContext;
+struct AVPacket;
+struct AVStream;
+
+namespace kelp {
+
+class TimestampExtrapolator;
+
+// Takes what the parser reads and tells it how much is still waiting behind it. All calls come on the parser's thread,
+// with no lock held. The four queue sizes are asked for on every pass of its loop: they must be cheap and must not
+// wait.
+class StreamParserObserver {
+public:
+    // The first packet after an open or a seek, video or audio, right after it was handed over.
+    virtual void onFirstPakcet(std::shared_ptr<MediaPacket> packet) = 0;
+    // The results of both are not looked at.
+    virtual int onAudioPakcet(std::shared_ptr<AudioPacket> packet) = 0;
+    virtual int onVideoPacket(std::shared_ptr<VideoPacket> packet) = 0;  // also end and flush packets
+    virtual int onAudioPacketQueueSize() = 0;
+    virtual int onVideoPacketQueueSize() = 0;
+    virtual int onAudioFrameQueueSize() = 0;
+    virtual int onVideoFrameQueueSize() = 0;
+    // Before a seek: empty the packet queues. Reading goes on once both are empty.
+    virtual void onSeekStart(int seekTimeMs) = 0;
+    // After a seek, also a failed one.
+    virtual void onSeekCompleted() = 0;
+    // The end of the input, with the largest times handed over in milliseconds, -1 where there were none.
+    virtual void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) = 0;
+    // The end of the input was met, or reading was given up, and all four queues have run empty since.
+    virtual void onPlaybackCompleted() = 0;
+    virtual void onPlayFailed() = 0;
+
+protected:
+    // Nobody deletes an observer through this interface.
+    ~StreamParserObserver() = default;
+};
+
+// The demuxing stage: opens one input, picks one video and one audio stream and hands their packets to an observer.
+//
+// Order of use: init, any setOption, open, getStreamInfo and getCodecInfo, start, then pause and seek at will, stop,
+// close; a closed parser can be opened again and keeps its observer and its options. `open` blocks for as long as the
+// source takes and may run on a thread of its own: requestStop, stop and close from another thread cut it short.
+// stop, pause, seek and setOption wait for nothing that the input does.
+//
+// The thread ends on a stop request only. At the end of the input, or when reading failed for good, it waits for a
+// seek, which brings it back to life, or for the stop.
+class StreamParser : public BaseThread {
+public:
+    // `extrapolator`, not owned and possibly null, is fed with the video packets of live sources.
+    explicit StreamParser(TimestampExtrapolator* extrapolator);
+    ~StreamParser() override;
+
+    // Takes the observer and sets the default options over whatever values they had.
+    void init(std::shared_ptr<StreamParserObserver> observer);
+
+    // An option for the demuxer, for the opens to come. A later value for a key replaces the earlier one.
+    void setOption(const char* key, const char* value);
+
+    // Opens `filePath`, a path or URL, at `seekTimeMs`. Says false if there is nothing that can be played; what was
+    // made by then waits for `close`.
+    bool open(std::string filePath, int64_t seekTimeMs);
+
+    // Starts reading an open input. False if none is open or a stop was requested.
+    bool start();
+
+    // Ends the thread and leaves the input open for `close`.
+    void stop();
+
+    // Ends the thread, closes the input and takes the stop request back.
+    void close();
+
+    // Stops or resumes the source, on the parser's thread. Always true.
+    bool pause(bool paused);
+
+    // Asks the thread to seek, to the end at most. Only the newest request that wasn't taken yet counts. Always true.
+    bool seek(int seekTimeMs);
+
+    // What `open` found. The codec parameters are copies of what the demuxer holds: not while the thread reads.
+    std::shared_ptr<CodecInfo> getCodecInfo();
+    std::shared_ptr<StreamInfo> getStreamInfo();
+
+private:
+    // How the attempts to read went; lives as long as `Run`.
+    struct ReadState {
+        int readErrors = 0;     // in a row
+        bool failed = false;    // reading was given up
+        bool reported = false;  // the end was told to the observer
+    };
+
+    // Not 0 when a blocking call of the demuxer is to give up; `opaque` is the parser.
+    static int interruptCallback(void* opaque);
+
+    bool openInput();
+    void readTimes();
+    void seekAfterOpen(int64_t seekTimeMs);
+    bool selectStreams();
+    // Takes the stream at `index`, which may be none at all. False if it can't be played.
+    bool findStream(int index);
+    void takeAudioStream(AVStream* stream, const AVCodecContext* context);
+    void takeVideoStream(AVStream* stream, const AVCodecContext* context);
+    // Sets up bsfContext_ if the stream's extra data asks for it.
+    bool detectBsf(AVStream* stream);
+    bool isInputNamed(const char* name) const;
+
+    // The rest runs on the parser's thread.
+    void Run() override;
+    void applyPauseRequest();
+    bool isReadingHeldByPause() const;
+    void readQueueSizes();
+    void handlePacket(AVPacket* packet);
+    void logFirstKeyFrame(const AVPacket* packet);
+    void logDroppedPacket(const AVPacket* packet);
+
+    void handleReadError(int result, ReadState& state);
+    void handleEndOfFile();
+    void waitAfterEnd(ReadState& state);
+    bool areQueuesEmpty();
+    void clearInputEnd();
+
+    // One demuxed packet to the observer; its payload may be converted in place.
+    void disPatchPacket(AVPacket* packet);
+    void dispatchAudio(const AVPacket* packet);
+    bool dispatchVideo(AVPacket* packet);
+    void sendFirstPacket(const std::shared_ptr<MediaPacket>& packet);
+    bool convertToAnnexB(AVPacket* packet);
+    void measureKeyFrameGap(const AVPacket* packet);
+    void fillMediaPacketInfo(std::shared_ptr<MediaPacket> packet, const AVPacket* source, const AVStream* stream,
+                             bool isVideo);
+
+    void processSeekRequest();
+    int64_t mpegTsSeekTarget(int64_t position, int64_t seekPosUs);
+    void waitQueueDrain();
+
+    TimestampExtrapolator* extrapolator_;
+    std::shared_ptr<StreamParserObserver> observer_;
+    std::string filePath_;
+    AVFormatContext* formatContext_ = nullptr;
+    AVBSFContext* bsfContext_ = nullptr;  // null unless the video has to be converted
+    std::mutex mutex_;                    // held through `open`; guards what an open finds. Never taken by the thread
+
+    int64_t startTimeUs_ = 0;
+    std::atomic<int64_t> durationUs_{0};  // ten hours if it is unknown
+    int64_t startTimeInVideoTimeBase_ = 0;
+    int64_t startTimeInAudioTimeBase_ = 0;
+    int videoStreamIndex_ = -1;
+    int audioStreamIndex_ = -1;
+    AVStream* videoStream_ = nullptr;
+    AVStream* audioStream_ = nullptr;
+    int width_ = 0;      // in pixels
+    int height_ = 0;     // in pixels
+    int frameRate_ = 0;  // whole frames per second
+    int channels_ = 0;
+    int sampleRate_ = 0;  // in Hz
+    int sampleFormat_ = -1;
+
+    // As the observer gave them last; the thread's own, like all below that is not atomic.
+    int videoPacketQueueSize_ = 0;
+    int audioPacketQueueSize_ = 0;
+    int videoFrameQueueSize_ = 0;
+    int audioFrameQueueSize_ = 0;
+
+    VideoCodecType videoCodecType_ = VIDEO_CODEC_NONE;
+    AudioCodecType audioCodecType_ = AUDIO_CODEC_NONE;
+    PixFormat pixFormat_ = PIX_FMT_NONE;
+
+    std::atomic<bool> paused_{false};  // as requested
+    bool lastPaused_ = false;          // as the demuxer was told
+    int readPauseResult_ = 0;          // of the last av_read_pause
+    bool endOfInput_ = false;          // the end was met or reading was given up
+
+    std::atomic<int64_t> seekPosUs_{0};  // written before seekRequested_ is set
+    std::atomic<bool> seekRequested_{false};
+
+    bool firstPacketSent_ = false;              // onFirstPakcet was called since the open or the last seek
+    bool foundKeyFrame_ = false;                // a video key frame was handed over, video flows
+    std::atomic<int64_t> lastKeyFramePts_{-1};  // raw, in the video time base; -1 or less means none
+    int64_t maxKeyFrameDurationMs_ = 0;         // the largest distance of two key frames; never falls until `close`
+    int64_t maxVideoPtsMs_ = -1;                // the largest times handed over; not lowered by a seek
+    int64_t maxAudioPtsMs_ = -1;
+
+    bool isLive_ = false;
+
+    std::mutex optionsMutex_;  // not mutex_: options can be set while an open blocks
+    OptionMap options_;        // guarded by optionsMutex_
+};
+
+}  // namespace kelp

@@ -1,0 +1,406 @@
+// The parser outside its thread: options, opening, choice of streams, and what others ask and order.
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "clock/timestamp_extrapolator.h"
+#include "clock/wrapping_math.h"
+#include "input/annexb.h"
+#include "input/codec_tables.h"
+#include "input/stream_parser.h"
+#include "input/tick_math.h"
+#include "kelp_player/log.h"
+#include "runtime/ffmpeg_compat.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavcodec/bsf.h>
+#include <libavformat/avformat.h>
+#include <libavutil/dict.h>
+}
+
+namespace kelp {
+namespace {
+
+constexpr const char* TAG = "StreamParser";
+
+constexpr int64_t kUnknownDurationUs = 36'000'000'000;  // ten hours
+constexpr int kDefaultFrameRate = 30;
+
+struct Dictionary {
+    Dictionary() = default;
+    Dictionary(const Dictionary&) = delete;
+    Dictionary& operator=(const Dictionary&) = delete;
+    ~Dictionary() { av_dict_free(&entries); }
+
+    AVDictionary* entries = nullptr;
+};
+
+struct CodecContextDeleter {
+    void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+};
+
+struct BsfDeleter {
+    void operator()(AVBSFContext* context) const { av_bsf_free(&context); }
+};
+
+// Whole frames per second; 0 if unknown.
+int wholeRate(AVRational rate) {
+    return rate.num != 0 && rate.den != 0 ? static_cast<int>(static_cast<double>(rate.num) / rate.den) : 0;
+}
+
+// A time in microseconds as ticks of `timeBase`; 0 for what isn't over 0.
+int64_t startInTicks(int64_t startUs, AVRational timeBase) {
+    if (startUs <= 0 || timeBase.num <= 0) {
+        return 0;
+    }
+    return wrappingMultiply(timeBase.den, startUs) / timeBase.num / 1000000;
+}
+
+}  // namespace
+
+StreamParser::StreamParser(TimestampExtrapolator* extrapolator) : BaseThread(TAG), extrapolator_(extrapolator) {
+    Log::Debug(TAG, "StreamParser()\n");
+}
+
+StreamParser::~StreamParser() {
+    Log::Debug(TAG, "~StreamParser()\n");
+    close();
+}
+
+void StreamParser::init(std::shared_ptr<StreamParserObserver> observer) {
+    observer_ = std::move(observer);
+    std::lock_guard lock(optionsMutex_);
+    setDefaultOptions(options_);
+}
+
+void StreamParser::setOption(const char* key, const char* value) {
+    if (!key || !value) {
+        return;
+    }
+    std::lock_guard lock(optionsMutex_);
+    options_[key] = value;
+}
+
+bool StreamParser::open(std::string filePath, int64_t seekTimeMs) {
+    Log::Info(TAG, "open filePath:%s, seekTimeMs:%lld\n", filePath.c_str(), static_cast<long long>(seekTimeMs));
+    std::lock_guard lock(mutex_);
+    filePath_ = std::move(filePath);
+    if (!openInput()) {
+        return false;
+    }
+    readTimes();
+    if (seekTimeMs > 0) {
+        seekAfterOpen(seekTimeMs);
+    }
+    if (!selectStreams()) {
+        Log::Error(TAG, "No avaliable stream have found\n");
+        return false;
+    }
+    Log::Info(TAG, "open filePath:%s succeed\n", filePath_.c_str());
+    return true;
+}
+
+bool StreamParser::start() {
+    std::lock_guard lock(mutex_);
+    Log::Info(TAG, "start begin\n");
+    // A context without a stream is what an open that failed has left.
+    const bool isOpen = formatContext_ && (videoStreamIndex_ >= 0 || audioStreamIndex_ >= 0);
+    if (isOpen && !isStopRequested() && startThread()) {
+        Log::Info(TAG, "start end, succeed\n");
+        return true;
+    }
+    Log::Error(TAG, "start end, error, stop requested:%d, context:%p\n", isStopRequested(),
+               static_cast<void*>(formatContext_));
+    return false;
+}
+
+void StreamParser::stop() {
+    Log::Info(TAG, "stop\n");
+    requestStop();
+    joinThread();
+}
+
+void StreamParser::close() {
+    Log::Info(TAG, "close\n");
+    requestStop();
+    joinThread();
+
+    std::lock_guard lock(mutex_);
+    if (bsfContext_) {
+        av_bsf_free(&bsfContext_);
+    }
+    if (formatContext_) {
+        avformat_close_input(&formatContext_);
+    }
+    startTimeUs_ = 0;
+    durationUs_ = 0;
+    startTimeInVideoTimeBase_ = 0;
+    startTimeInAudioTimeBase_ = 0;
+    videoStreamIndex_ = -1;
+    audioStreamIndex_ = -1;
+    videoStream_ = nullptr;
+    audioStream_ = nullptr;
+    width_ = 0;
+    height_ = 0;
+    frameRate_ = 0;
+    channels_ = 0;
+    sampleRate_ = 0;
+    sampleFormat_ = -1;
+    videoCodecType_ = VIDEO_CODEC_NONE;
+    audioCodecType_ = AUDIO_CODEC_NONE;
+    pixFormat_ = PIX_FMT_NONE;
+    paused_ = false;
+    lastPaused_ = false;
+    readPauseResult_ = 0;
+    endOfInput_ = false;
+    seekPosUs_ = 0;
+    seekRequested_ = false;
+    firstPacketSent_ = false;
+    foundKeyFrame_ = false;
+    lastKeyFramePts_ = -1;
+    maxKeyFrameDurationMs_ = 0;
+    maxVideoPtsMs_ = -1;
+    maxAudioPtsMs_ = -1;
+    isLive_ = false;
+    resetStopRequest();
+}
+
+bool StreamParser::pause(bool paused) {
+    paused_ = paused;
+    return true;
+}
+
+bool StreamParser::seek(int seekTimeMs) {
+    Log::Debug(TAG, "seek to %d ms\n", seekTimeMs);
+    int64_t seekPosUs = static_cast<int64_t>(seekTimeMs) * 1000;
+    const int64_t durationUs = durationUs_;
+    if (durationUs >= 1 && seekPosUs > durationUs) {
+        seekPosUs = durationUs;
+    }
+    seekPosUs_ = seekPosUs;
+    seekRequested_ = true;
+    Log::Debug(TAG, "seek to %lld us\n", static_cast<long long>(seekPosUs));
+    // The distance across the seek is none of two key frames.
+    lastKeyFramePts_ = -1;
+    return true;
+}
+
+std::shared_ptr<CodecInfo> StreamParser::getCodecInfo() {
+    std::lock_guard lock(mutex_);
+    auto info = std::make_shared<CodecInfo>();
+    info->videoCodecType = videoCodecType_;
+    info->audioCodecType = audioCodecType_;
+    info->width = width_;
+    info->height = height_;
+    info->pixFormat = pixFormat_;
+    info->frameRate = frameRate_;
+    info->channels = channels_;
+    info->sampleRate = sampleRate_;
+    info->sampleFormat = sampleFormat_;
+    if (videoStream_ && videoStream_->codecpar) {
+        info->videoParameters = compat::copyParameters(videoStream_);
+    }
+    if (audioStream_ && audioStream_->codecpar) {
+        info->audioParameters = compat::copyParameters(audioStream_);
+    }
+    return info;
+}
+
+std::shared_ptr<StreamInfo> StreamParser::getStreamInfo() {
+    std::lock_guard lock(mutex_);
+    auto info = std::make_shared<StreamInfo>();
+    info->start_time = startTimeUs_ / 1000;
+    info->duration = durationUs_ / 1000;
+    info->has_video = videoStreamIndex_ >= 0;
+    info->has_audio = audioStreamIndex_ >= 0;
+    info->is_live = isLive_;
+    info->seekable = !isLive_;
+    return info;
+}
+
+// Takes no lock: `open` holds mutex_ while it runs.
+int StreamParser::interruptCallback(void* opaque) {
+    if (!opaque) {
+        return 1;
+    }
+    return static_cast<StreamParser*>(opaque)->isStopRequested() ? 1 : 0;
+}
+
+bool StreamParser::openInput() {
+    formatContext_ = avformat_alloc_context();
+    if (!formatContext_) {
+        Log::Error(TAG, "Could not allocate context.\n");
+        return false;
+    }
+    formatContext_->interrupt_callback.callback = interruptCallback;
+    formatContext_->interrupt_callback.opaque = this;
+
+    Dictionary dictionary;
+    {
+        std::lock_guard lock(optionsMutex_);
+        addSourceOptions(options_, filePath_);
+        for (const auto& [key, value] : options_) {
+            Log::Debug(TAG, "%s, set key:%s, value:%s\n", "open", key.c_str(), value.c_str());
+            av_dict_set(&dictionary.entries, key.c_str(), value.c_str(), 0);
+        }
+    }
+    const int result = avformat_open_input(&formatContext_, filePath_.c_str(), nullptr, &dictionary.entries);
+    if (result < 0 || !formatContext_) {
+        char text[255] = {};
+        av_strerror(result, text, sizeof(text));
+        Log::Error(TAG, "open input file %s faield! ret:%d, %s, is stoped:%d\n", filePath_.c_str(), result, text,
+                   isStopRequested());
+        return false;
+    }
+    formatContext_->flags |= AVFMT_FLAG_GENPTS;
+    if (avformat_find_stream_info(formatContext_, nullptr) < 0) {
+        Log::Error(TAG, "find stream info %s failed!\n", filePath_.c_str());
+        return false;
+    }
+    if (formatContext_->pb) {
+        formatContext_->pb->eof_reached = 0;
+    }
+    return true;
+}
+
+void StreamParser::readTimes() {
+    if (formatContext_->start_time != AV_NOPTS_VALUE) {
+        startTimeUs_ = formatContext_->start_time;
+    }
+    const bool isDurationKnown = formatContext_->duration != AV_NOPTS_VALUE;
+    durationUs_ = isDurationKnown ? formatContext_->duration : kUnknownDurationUs;
+    Log::Info(TAG, "Start time of this file is %lld us, duration %lld us\n", static_cast<long long>(startTimeUs_),
+              static_cast<long long>(durationUs_));
+}
+
+void StreamParser::seekAfterOpen(int64_t seekTimeMs) {
+    const int64_t target = wrappingAdd(wrappingMultiply(seekTimeMs, 1000), startTimeUs_);
+    if (avformat_seek_file(formatContext_, -1, INT64_MIN, target, INT64_MAX, 0) < 0) {
+        Log::Warn(TAG, "%s: could not seek to position %0.3f\n", filePath_.c_str(),
+                  static_cast<double>(target) / 1000000.0);
+    }
+}
+
+bool StreamParser::selectStreams() {
+    for (unsigned int i = 0; i < formatContext_->nb_streams; ++i) {
+        formatContext_->streams[i]->discard = AVDISCARD_ALL;
+    }
+    const int video = av_find_best_stream(formatContext_, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    const int audio = av_find_best_stream(formatContext_, AVMEDIA_TYPE_AUDIO, -1, video, nullptr, 0);
+    av_dump_format(formatContext_, 0, filePath_.c_str(), 0);
+    isLive_ = isInputNamed("rtsp") || isInputNamed("sdp");
+    videoStreamIndex_ = findStream(video) ? video : -1;
+    audioStreamIndex_ = findStream(audio) ? audio : -1;
+    return videoStreamIndex_ >= 0 || audioStreamIndex_ >= 0;
+}
+
+bool StreamParser::findStream(int index) {
+    if (index < 0 || static_cast<unsigned int>(index) >= formatContext_->nb_streams) {
+        return false;
+    }
+    const std::unique_ptr<AVCodecContext, CodecContextDeleter> context(avcodec_alloc_context3(nullptr));
+    if (!context) {
+        return false;
+    }
+    AVStream* stream = formatContext_->streams[index];
+    if (avcodec_parameters_to_context(context.get(), stream->codecpar) < 0) {
+        Log::Error(TAG, "Could not copy codec params\n");
+        return false;
+    }
+    context->pkt_timebase = stream->time_base;
+    const AVCodec* decoder = avcodec_find_decoder(context->codec_id);
+    if (!decoder) {
+        Log::Error(TAG, "No codec could be found with id %d\n", static_cast<int>(context->codec_id));
+        return false;
+    }
+    context->codec_id = decoder->id;
+    stream->discard = AVDISCARD_DEFAULT;
+    if (context->codec_type == AVMEDIA_TYPE_AUDIO) {
+        takeAudioStream(stream, context.get());
+    } else if (context->codec_type == AVMEDIA_TYPE_VIDEO) {
+        takeVideoStream(stream, context.get());
+    }
+    return true;
+}
+
+void StreamParser::takeAudioStream(AVStream* stream, const AVCodecContext* context) {
+    audioStream_ = stream;
+    audioCodecType_ = audioCodecTypeFromId(context->codec_id);
+    startTimeInAudioTimeBase_ = startInTicks(startTimeUs_, stream->time_base);
+    channels_ = context->ch_layout.nb_channels;
+    sampleRate_ = context->sample_rate;
+    sampleFormat_ = sampleFormatFromAv(context->sample_fmt);
+    Log::Debug(TAG, "%s, audio startTimeInAudioTimeBase_:%lld, us:%lld\n", "findStream",
+               static_cast<long long>(startTimeInAudioTimeBase_), static_cast<long long>(startTimeUs_));
+}
+
+void StreamParser::takeVideoStream(AVStream* stream, const AVCodecContext* context) {
+    videoStream_ = stream;
+    detectBsf(stream);
+    videoCodecType_ = videoCodecTypeFromId(context->codec_id);
+    pixFormat_ = pixFormatFromAv(context->pix_fmt);
+    startTimeInVideoTimeBase_ = startInTicks(startTimeUs_, stream->time_base);
+    width_ = context->width;
+    height_ = context->height;
+    frameRate_ = wholeRate(stream->r_frame_rate);
+    if (frameRate_ == 0) {
+        frameRate_ = wholeRate(av_guess_frame_rate(formatContext_, stream, nullptr));
+    }
+    if (frameRate_ == 0) {
+        frameRate_ = kDefaultFrameRate;
+    }
+    if (extrapolator_ && isLive_ && stream->time_base.num != 0) {
+        extrapolator_->init(stream->time_base.den / stream->time_base.num);
+    }
+    Log::Debug(TAG, "%s, video startTimeInVideoTimeBase_:%lld, us:%lld\n", "findStream",
+               static_cast<long long>(startTimeInVideoTimeBase_), static_cast<long long>(startTimeUs_));
+}
+
+bool StreamParser::detectBsf(AVStream* stream) {
+    AVCodecParameters* parameters = stream->codecpar;
+    const AVInputFormat* format = formatContext_->iformat;
+    Log::Debug(TAG, "%s, iformat.name:%s, long_name:%s, codec_id:%d\n", "detectBsf",
+               format && format->name ? format->name : "", format && format->long_name ? format->long_name : "",
+               static_cast<int>(parameters->codec_id));
+    Log::PrintHex(TAG, parameters->extradata, parameters->extradata_size);
+    if (parameters->codec_id != AV_CODEC_ID_H264 && parameters->codec_id != AV_CODEC_ID_HEVC) {
+        Log::Debug(TAG, "%s succeed\n", "detectBsf");
+        return true;
+    }
+    if (!isLengthPrefixed(parameters->codec_id, parameters->extradata, parameters->extradata_size)) {
+        Log::Debug(TAG, "%s succeed, no need\n", "detectBsf");
+        return true;
+    }
+    const bool isH264 = parameters->codec_id == AV_CODEC_ID_H264;
+    const AVBitStreamFilter* filter = av_bsf_get_by_name(isH264 ? "h264_mp4toannexb" : "hevc_mp4toannexb");
+    if (!filter) {
+        Log::Error(TAG, "found not h264_mp4toannexb or hevc_mp4toannexb\n");
+        return false;
+    }
+    AVBSFContext* allocated = nullptr;
+    if (av_bsf_alloc(filter, &allocated) < 0) {
+        return false;
+    }
+    std::unique_ptr<AVBSFContext, BsfDeleter> context(allocated);
+    if (avcodec_parameters_copy(context->par_in, parameters) < 0 || av_bsf_init(context.get()) < 0) {
+        // A filter that isn't set up would hand packets through unchanged: there is none then.
+        return false;
+    }
+    bsfContext_ = context.release();
+    // The decoder opens with the converted extra data.
+    if (avcodec_parameters_copy(parameters, bsfContext_->par_out) < 0) {
+        return false;
+    }
+    Log::Debug(TAG, "%s succeed\n", "detectBsf");
+    return true;
+}
+
+bool StreamParser::isInputNamed(const char* name) const {
+    const AVInputFormat* format = formatContext_->iformat;
+    return format && format->name && std::string_view(format->name) == name;
+}
+
+}  // namespace kelp

@@ -1,0 +1,80 @@
+#include "input/input_files.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+
+namespace kelp::test {
+
+namespace {
+
+#define PICTURE(seconds) "-f lavfi -i testsrc=size=160x120:rate=25:duration=" #seconds " "
+#define TONE(seconds) "-f lavfi -i sine=frequency=440:duration=" #seconds " "
+
+const std::vector<InputFile> kFiles = {
+    {"h264_aac.mp4", PICTURE(3) TONE(3) "-c:v libx264 -g 25 -bf 2 -pix_fmt yuv420p -c:a aac"},
+    {"h264_mp3.ts", PICTURE(9) TONE(9) "-c:v libx264 -g 50 -sc_threshold 0 -bf 0 -pix_fmt yuv420p -c:a libmp3lame"},
+    {"mp3.ts", TONE(9) "-c:a libmp3lame"},
+    {"hevc_vorbis.mkv", PICTURE(2) TONE(2) "-c:v libx265 -x265-params log-level=none:keyint=25 -pix_fmt yuv420p "
+                                           "-c:a libvorbis"},
+    {"mpeg4_mp3.avi", PICTURE(2) TONE(2) "-c:v mpeg4 -g 25 -c:a libmp3lame"},
+    {"msmpeg4v2_alaw.avi", PICTURE(2) TONE(2) "-c:v msmpeg4v2 -g 25 -c:a pcm_alaw -ar 8000"},
+    {"msmpeg4v3.avi", PICTURE(2) "-c:v msmpeg4 -g 25"},
+    {"mjpeg.avi", PICTURE(2) "-c:v mjpeg"},
+    {"h264_10bit.mkv", PICTURE(2) "-c:v libx264 -g 25 -pix_fmt yuv420p10le"},
+    {"alaw.wav", TONE(2) "-c:a pcm_alaw -ar 8000"},
+    {"vorbis.ogg", TONE(2) "-c:a libvorbis"},
+    {"vp9_opus.webm",
+     PICTURE(1) TONE(1) "-c:v libvpx-vp9 -pix_fmt yuv420p -deadline realtime -cpu-used 8 -c:a libopus"},
+};
+
+}  // namespace
+
+const std::vector<InputFile>& inputFiles() {
+    return kFiles;
+}
+
+std::string inputFile(const std::string& name) {
+    const std::filesystem::path folder = KELP_INPUT_FILES_DIR;
+    for (const auto& file : kFiles) {
+        if (name != file.name) {
+            continue;
+        }
+        // The name tells the arguments, so that a file is made anew when they change.
+        const auto hash = std::to_string(std::hash<std::string>()(file.arguments));
+        const auto path = folder / (hash + "_" + file.name);
+        if (!std::filesystem::exists(path)) {
+            std::filesystem::create_directories(folder);
+            // Made under a name of its own: test programs run side by side.
+            const auto made = folder / (std::to_string(getpid()) + "_" + file.name);
+            const std::string command =
+                "ffmpeg -nostdin -loglevel error -y " + std::string(file.arguments) + " '" + made.string() + "'";
+            EXPECT_EQ(std::system(command.c_str()), 0) << command;
+            std::filesystem::rename(made, path);
+        }
+        return path;
+    }
+    ADD_FAILURE() << "no such file in the table: " << name;
+    return name;
+}
+
+std::vector<uint8_t> readBytes(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+void writeBytes(const std::string& path, const std::vector<uint8_t>& bytes) {
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), std::ssize(bytes));
+}
+
+std::string scratchPath(const std::string& name) {
+    std::filesystem::create_directories(KELP_INPUT_FILES_DIR);
+    return std::string(KELP_INPUT_FILES_DIR) + "/scratch_" + std::to_string(getpid()) + "_" + name;
+}
+
+}  // namespace kelp::test

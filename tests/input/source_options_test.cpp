@@ -1,0 +1,71 @@
+#include "input/source_options.h"
+
+#include <gmock/gmock.h>
+
+namespace kelp {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+OptionMap added(const std::string& path) {
+    OptionMap options;
+    addSourceOptions(options, path);
+    return options;
+}
+
+const auto kNoBuffer = Pair("fflags", "nobuffer");
+const auto kWhitelist = Pair("protocol_whitelist", "file,udp,rtp");
+
+TEST(SourceOptions, HaveFiveDefaults) {
+    OptionMap options;
+    setDefaultOptions(options);
+    EXPECT_THAT(options,
+                ElementsAre(Pair("buffer_size", "-1"), Pair("max_delay", "1000000"), Pair("reorder_queue_size", "1200"),
+                            Pair("rtsp_transport", "tcp"), Pair("stimeout", "500000")));
+}
+
+TEST(SourceOptions, DefaultsReplaceEarlierValuesAndKeepOtherKeys) {
+    OptionMap options{{"rtsp_transport", "udp"}, {"user_agent", "kelp"}};
+    setDefaultOptions(options);
+    EXPECT_EQ(options["rtsp_transport"], "tcp");
+    EXPECT_EQ(options["user_agent"], "kelp");
+    EXPECT_EQ(options.size(), 6U);
+}
+
+TEST(SourceOptions, AddNothingForAFile) {
+    EXPECT_THAT(added("/videos/film.mp4"), IsEmpty());
+    EXPECT_THAT(added("http://host/film.mp4"), IsEmpty());
+    EXPECT_THAT(added("RTSP://host/film"), IsEmpty());
+    EXPECT_THAT(added("x rtsp://host/film"), IsEmpty());
+    EXPECT_THAT(added("rtsp:/"), IsEmpty());
+}
+
+TEST(SourceOptions, AddNothingForAPathThatIsTooShortForSdp) {
+    for (const char* path : {"", "s", "sd", "sdp", ".sd"}) {
+        EXPECT_THAT(added(path), IsEmpty()) << path;
+    }
+    EXPECT_THAT(added(".sdp"), ElementsAre(kNoBuffer, kWhitelist));
+}
+
+TEST(SourceOptions, TurnBufferingOffForRtsp) {
+    EXPECT_THAT(added("rtsp://host/film"), ElementsAre(kNoBuffer));
+    EXPECT_THAT(added("rtsp://"), ElementsAre(kNoBuffer));
+}
+
+TEST(SourceOptions, FindSdpAnywhereInThePath) {
+    EXPECT_THAT(added("/tmp/camera.sdp"), ElementsAre(kNoBuffer, kWhitelist));
+    EXPECT_THAT(added("/tmp/my.sdp.files/film.mp4"), ElementsAre(kNoBuffer, kWhitelist));
+    EXPECT_THAT(added("rtsp://host/x.sdp"), ElementsAre(kNoBuffer, kWhitelist));
+    EXPECT_THAT(added("/tmp/camera.SDP"), IsEmpty());
+}
+
+TEST(SourceOptions, LeaveAValueThatIsSet) {
+    OptionMap options{{"fflags", "genpts"}, {"protocol_whitelist", "file"}};
+    addSourceOptions(options, "/tmp/camera.sdp");
+    EXPECT_THAT(options, ElementsAre(Pair("fflags", "genpts"), Pair("protocol_whitelist", "file")));
+}
+
+}  // namespace
+}  // namespace kelp

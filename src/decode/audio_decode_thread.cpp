@@ -1,0 +1,135 @@
+#include "decode/audio_decode_thread.h"
+
+#include <utility>
+
+#include "decode/audio_decoder_factory.h"
+#include "decode/audio_frame_info.h"
+#include "input/media_packet.h"
+#include "kelp_player/log.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr char kTag[] = "AudioDecodeThread";
+constexpr int kMaxWaitingFrames = 20;
+
+}  // namespace
+
+AudioDecodeThread::AudioDecodeThread()
+    : BaseDecodeThread(kTag), decoderFactory_(std::make_shared<AudioDecoderFactory>()) {
+}
+
+AudioDecodeThread::~AudioDecodeThread() {
+    stopIfRunning();
+}
+
+bool AudioDecodeThread::open(AudioCodecType codecType, const void* codecParameters, AudioOutputSpec spec,
+                             std::shared_ptr<AudioDecodeThreadObserver> observer) {
+    observer_ = std::move(observer);
+    decoder_ = decoderFactory_->create(codecType);
+    const std::shared_ptr<AudioDecoderObserver> self = shared_from_this();
+    if (!decoder_ || !decoder_->open(codecType, codecParameters, self)) {
+        Log::Error(kTag, "play, failed open audio decoder\n");
+        return false;
+    }
+    decoder_->setOutputSpec(spec);
+    return true;
+}
+
+bool AudioDecodeThread::start() {
+    return BaseDecodeThread::start();
+}
+
+int AudioDecodeThread::fillPacket(std::shared_ptr<MediaPacket> packet) {
+    return BaseDecodeThread::fillPacket(std::move(packet));
+}
+
+int AudioDecodeThread::getQueuePacketSize() {
+    return BaseDecodeThread::getQueuePacketSize();
+}
+
+void AudioDecodeThread::seek(int seekTimeMs) {
+    BaseDecodeThread::seek(seekTimeMs);
+}
+
+bool AudioDecodeThread::checkBuffer(int seekTimeMs) {
+    const int64_t lastOutputPtsMs = lastOutputPtsMs_;
+    Log::Debug(kTag, "%s, seekTimeMs:%d, lastOutputPtsMs:%lld\n", "checkBuffer", seekTimeMs,
+               static_cast<long long>(lastOutputPtsMs));
+    if (seekTimeMs < lastOutputPtsMs) {
+        Log::Debug(kTag, "%s, seek time is small than last output pts\n", "checkBuffer");
+        return false;
+    }
+    return BaseDecodeThread::checkBuffer(seekTimeMs);
+}
+
+bool AudioDecodeThread::clearBuffer(int seekTimeMs) {
+    const int64_t lastOutputPtsMs = lastOutputPtsMs_;
+    Log::Debug(kTag, "%s, seekTimeMs:%d, lastOutputPtsMs:%lld\n", "clearBuffer", seekTimeMs,
+               static_cast<long long>(lastOutputPtsMs));
+    if (seekTimeMs < lastOutputPtsMs) {
+        onSeek(seekTimeMs, /*flush=*/false);
+        return false;
+    }
+    return BaseDecodeThread::clearBuffer(seekTimeMs);
+}
+
+void AudioDecodeThread::stop() {
+    BaseDecodeThread::stop();
+}
+
+bool AudioDecodeThread::openSync(bool open) {
+    return decoder_ && decoder_->openSync(open);
+}
+
+bool AudioDecodeThread::canDecode() {
+    return observer_ && observer_->onAudioFrameQueueSize() < kMaxWaitingFrames;
+}
+
+void AudioDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
+    if (decoder_) {
+        decoder_->insertPacket(packet.get());
+    }
+}
+
+void AudioDecodeThread::onSeek(int seekTimeMs, bool flush) {
+    Log::Debug(kTag, "%s\n", "onSeek");
+    if (flush && decoder_) {
+        decoder_->flush();
+    }
+    if (observer_) {
+        observer_->onAudioDecodeSeek(seekTimeMs, flush);
+    }
+}
+
+void AudioDecodeThread::onExit() {
+    Log::Debug(kTag, "onExit\n");
+    if (decoder_) {
+        decoder_->close();
+        decoder_.reset();
+    }
+}
+
+void AudioDecodeThread::onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) {
+    lastOutputPtsMs_ = frame->pts;
+    if (observer_) {
+        observer_->onAudioDecoded(std::move(frame));
+    }
+}
+
+int AudioDecodeThread::onSpeedUpSamples() {
+    return observer_ ? observer_->onSpeedUpSamples() : 0;
+}
+
+std::shared_ptr<FrameBuffer> AudioDecodeThread::allocPcmBuffer(unsigned int size) {
+    return observer_ ? observer_->allocPcmBuffer(size) : nullptr;
+}
+
+void AudioDecodeThread::freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) {
+    if (observer_) {
+        observer_->freePcmBuffer(std::move(buffer));
+    }
+}
+
+}  // namespace kelp

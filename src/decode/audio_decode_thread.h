@@ -1,0 +1,91 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <limits>
+#include <memory>
+
+#include "decode/audio_decoder.h"
+#include "decode/audio_output_spec.h"
+#include "decode/base_decode_thread.h"
+#include "kelp_player/types.h"
+
+namespace kelp {
+
+class AudioDecoderFactory;
+class AudioFrameInfo;
+class FrameBuffer;
+class MediaPacket;
+
+// What the audio decode stage tells and asks of the playback. The calls come on the decode thread, with two exceptions:
+// onAudioDecodeSeek without flush comes on the thread that called clearBuffer, and freePcmBuffer on any.
+class AudioDecodeThreadObserver {
+public:
+    virtual void onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) = 0;
+
+    // How many samples to take out of the frame that is being decoded; negative to add some.
+    virtual int onSpeedUpSamples() = 0;
+
+    // Frames that wait for output.
+    virtual int onAudioFrameQueueSize() = 0;
+
+    virtual void onAudioDecodeSeek(int seekTimeMs, bool flush) = 0;
+    virtual std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) = 0;
+    virtual void freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) = 0;
+
+protected:
+    ~AudioDecodeThreadObserver() = default;
+};
+
+// Drives an audio decoder: takes packets while fewer than 20 frames wait for output, and passes on what the decoder
+// says.
+//
+// `open`, `start`, `openSync` and `stop` come from the one thread that starts and ends the playback; packets, seeks and
+// buffer queries as the base class says. Must be held by a shared pointer before `open`. From `open` on, the object and
+// its decoder hold each other, until the thread has ended; one that was opened is to be started and stopped.
+class AudioDecodeThread : private BaseDecodeThread,
+                          public AudioDecoderObserver,
+                          public std::enable_shared_from_this<AudioDecodeThread> {
+public:
+    AudioDecodeThread();
+    ~AudioDecodeThread() override;
+
+    // Makes and opens the decoder. `codecParameters`: an AVCodecParameters, or null. A `spec` that the decoder refuses
+    // is no failure: frames then keep the decoded form.
+    bool open(AudioCodecType codecType, const void* codecParameters, AudioOutputSpec spec,
+              std::shared_ptr<AudioDecodeThreadObserver> observer);
+
+    bool start() override;
+    int fillPacket(std::shared_ptr<MediaPacket> packet) override;
+    int getQueuePacketSize() override;
+    void seek(int seekTimeMs) override;
+
+    // As the base class's; but a time before the last frame that left the decoder is not to be had.
+    bool checkBuffer(int seekTimeMs) override;
+    // The same; the observer hears of the seek all the same.
+    bool clearBuffer(int seekTimeMs) override;
+    void stop() override;
+
+    // Turns the correction by onSpeedUpSamples on or off; false if there is no decoder.
+    bool openSync(bool open);
+
+private:
+    bool canDecode() override;
+    void decode(std::shared_ptr<MediaPacket> packet) override;
+    void onSeek(int seekTimeMs, bool flush) override;
+    void onExit() override;
+
+    void onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) override;
+    int onSpeedUpSamples() override;
+    std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) override;
+    void freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) override;
+
+    std::shared_ptr<AudioDecodeThreadObserver> observer_;  // set by open
+    std::shared_ptr<AudioDecoderFactory> decoderFactory_;
+    std::shared_ptr<IAudioDecoder> decoder_;  // from open to onExit
+    // Time of the last frame that left the decoder. A seek doesn't touch it; before the first frame, no time is behind
+    // it.
+    std::atomic<int64_t> lastOutputPtsMs_{std::numeric_limits<int64_t>::max()};
+};
+
+}  // namespace kelp

@@ -1,0 +1,172 @@
+#include "decode/base_decode_thread.h"
+
+#include <utility>
+
+#include "decode/packet_time.h"
+#include "input/media_packet.h"
+#include "input/tick_math.h"
+#include "kelp_player/log.h"
+#include "runtime/kelp_time.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr char kTag[] = "BaseDecodeThread";
+constexpr int kNoRoomSleepMs = 30;
+
+// The packet's time in milliseconds, worked out in integers.
+long long logTimeMs(const MediaPacket& packet) {
+    return packet.timeBaseDen == 0 ? packet.pts : ticksToMs(packet.pts, packet.timeBaseNum, packet.timeBaseDen);
+}
+
+}  // namespace
+
+BaseDecodeThread::BaseDecodeThread(std::string name) : BaseThread(name), threadName_(std::move(name)) {
+}
+
+BaseDecodeThread::~BaseDecodeThread() = default;
+
+void BaseDecodeThread::Run() {
+    Log::Debug(kTag, "[%s], %s\n", threadName_.c_str(), "Run");
+    setName(threadName_.c_str());
+
+    while (!isStopRequested()) {
+        if (seekRequested_) {
+            serveSeek();
+        }
+        if (!canDecode()) {
+            KelpTime::sleepMs(kNoRoomSleepMs);
+            continue;
+        }
+        if (auto packet = takePacket()) {
+            decode(std::move(packet));
+        }
+    }
+
+    {
+        std::lock_guard lock(queueMutex_);
+        std::deque<std::shared_ptr<MediaPacket>> dropped;
+        packetQueue_.swap(dropped);
+    }
+    onExit();
+}
+
+void BaseDecodeThread::serveSeek() {
+    int seekTimeMs = 0;
+    unsigned int seekCount = 0;
+    {
+        std::lock_guard lock(queueMutex_);
+        seekTimeMs = seekTimeMs_;
+        seekCount = seekCount_;
+    }
+    onSeek(seekTimeMs, true);
+
+    // A seek that came meanwhile is still to be served.
+    std::lock_guard lock(queueMutex_);
+    if (seekCount == seekCount_) {
+        seekRequested_ = false;
+    }
+}
+
+std::shared_ptr<MediaPacket> BaseDecodeThread::takePacket() {
+    std::unique_lock lock(queueMutex_);
+    // What is queued now came after that seek: the decoder has to be flushed first.
+    if (seekRequested_) {
+        return nullptr;
+    }
+    if (packetQueue_.empty()) {
+        // A stop that came after the loop's test has given its signal already.
+        if (!isStopRequested()) {
+            queueCond_.wait(lock);
+        }
+        return nullptr;
+    }
+    auto packet = std::move(packetQueue_.front());
+    packetQueue_.pop_front();
+    return packet;
+}
+
+bool BaseDecodeThread::start() {
+    running_ = startThread();
+    return running_;
+}
+
+int BaseDecodeThread::fillPacket(std::shared_ptr<MediaPacket> packet) {
+    std::lock_guard lock(queueMutex_);
+    packetQueue_.push_back(std::move(packet));
+    const int size = static_cast<int>(packetQueue_.size());
+    queueCond_.notify_all();
+    return size;
+}
+
+int BaseDecodeThread::getQueuePacketSize() {
+    std::lock_guard lock(queueMutex_);
+    return static_cast<int>(packetQueue_.size());
+}
+
+void BaseDecodeThread::seek(int seekTimeMs) {
+    std::lock_guard lock(queueMutex_);
+    Log::Debug(kTag, "[%s], %s, seekTimeMs:%d, current queue size:%d\n", threadName_.c_str(), "seek", seekTimeMs,
+               static_cast<int>(packetQueue_.size()));
+    if (!packetQueue_.empty()) {
+        Log::Debug(kTag, "[%s], %s, queue range:[%lld, %lld]\n", threadName_.c_str(), "seek",
+                   logTimeMs(*packetQueue_.front()), logTimeMs(*packetQueue_.back()));
+    }
+    std::deque<std::shared_ptr<MediaPacket>> dropped;
+    packetQueue_.swap(dropped);
+    seekRequested_ = true;
+    seekTimeMs_ = seekTimeMs;
+    ++seekCount_;
+}
+
+bool BaseDecodeThread::checkBuffer(int seekTimeMs) {
+    std::lock_guard lock(queueMutex_);
+    return reaches("checkBuffer", seekTimeMs);
+}
+
+bool BaseDecodeThread::clearBuffer(int seekTimeMs) {
+    std::lock_guard lock(queueMutex_);
+    if (!reaches("clearBuffer", seekTimeMs)) {
+        return false;
+    }
+    onSeek(seekTimeMs, false);
+    return true;
+}
+
+bool BaseDecodeThread::reaches(const char* operation, int seekTimeMs) {
+    Log::Debug(kTag, "[%s], %s, seekTimeMs:%d, qsz:%d\n", threadName_.c_str(), operation, seekTimeMs,
+               static_cast<int>(packetQueue_.size()));
+    if (packetQueue_.empty()) {
+        return false;
+    }
+    // One stream, one time base.
+    const double scale = msPerTick(*packetQueue_.front());
+    const int64_t firstMs = scaleTicks(packetQueue_.front()->pts, scale);
+    const int64_t lastMs = scaleTicks(packetQueue_.back()->pts, scale);
+    Log::Debug(kTag, "[%s], %s, seek time %d, frame buffer range:[%lld, %lld]\n", threadName_.c_str(), operation,
+               seekTimeMs, static_cast<long long>(firstMs), static_cast<long long>(lastMs));
+    if (seekTimeMs > lastMs) {
+        Log::Debug(kTag, "[%s], %s, out of range\n", threadName_.c_str(), operation);
+        return false;
+    }
+    return true;
+}
+
+void BaseDecodeThread::stop() {
+    requestStop();
+    {
+        std::lock_guard lock(queueMutex_);
+        queueCond_.notify_all();
+    }
+    joinThread();
+    running_ = false;
+}
+
+void BaseDecodeThread::stopIfRunning() {
+    if (running_) {
+        stop();
+    }
+}
+
+}  // namespace kelp

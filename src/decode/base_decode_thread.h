@@ -1,0 +1,84 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "runtime/base_thread.h"
+
+namespace kelp {
+
+class MediaPacket;
+
+// The thread and the packet queue of a decode stage. The derived class says when there is room for more output, what
+// to do with a packet, and what a seek means to it.
+//
+// `fillPacket`, `getQueuePacketSize` and `seek` come from the demuxing thread, `checkBuffer` and `clearBuffer` from
+// the control side, `start` and `stop` from the one owner. None of them waits for a decoder: packets are decoded with
+// the queue's mutex released. The queue has no limit; whoever fills it asks for its size.
+//
+// An object runs once: there is no second `start`. The derived class stops a thread that still runs in its destructor.
+class BaseDecodeThread : private BaseThread {
+public:
+    // `name` is for the log and for the running thread.
+    explicit BaseDecodeThread(std::string name);
+    ~BaseDecodeThread() override;
+
+private:
+    void Run() override;
+
+public:
+    virtual bool start();
+
+    // Queues `packet` and returns the queue's new length, in packets.
+    virtual int fillPacket(std::shared_ptr<MediaPacket> packet);
+    virtual int getQueuePacketSize();
+
+    // Drops every waiting packet and leaves a seek for the thread, over one that it hasn't served yet. A thread that
+    // sleeps on its empty queue is not woken: it serves the seek when the next packet comes.
+    virtual void seek(int seekTimeMs);
+
+    // Whether the queue reaches the time given. A time before the queue's first packet counts as reached.
+    virtual bool checkBuffer(int seekTimeMs);
+
+    // The same test; when it holds, calls `onSeek` without flush, on this thread and with the queue's mutex held. The
+    // packets stay.
+    virtual bool clearBuffer(int seekTimeMs);
+
+    // Ends the thread and returns when `onExit` is done. Packets that still wait are dropped.
+    virtual void stop();
+
+protected:
+    // For the derived class's destructor: `stop`, but only for a thread that was started and not stopped.
+    void stopIfRunning();
+
+private:
+    // May the loop take a packet now? Asked before each one.
+    virtual bool canDecode() = 0;
+    virtual void decode(std::shared_ptr<MediaPacket> packet) = 0;
+    // A seek is here. With `flush` the decode thread serves it; without, `clearBuffer` calls on its caller's thread
+    // and with queueMutex_ held, so that nothing called from here may come back to this class.
+    virtual void onSeek(int seekTimeMs, bool flush) = 0;
+    // The last thing that the thread does.
+    virtual void onExit() = 0;
+
+    void serveSeek();
+    // The oldest packet; waits for a wake-up if there is none, and gives none then.
+    std::shared_ptr<MediaPacket> takePacket();
+    bool reaches(const char* operation, int seekTimeMs);
+
+    const std::string threadName_;
+    std::deque<std::shared_ptr<MediaPacket>> packetQueue_;  // oldest first; guarded by queueMutex_
+    std::mutex queueMutex_;                                 // taken before a play thread's queue mutex
+    std::condition_variable queueCond_;                     // a packet came, or a stop
+    std::atomic<bool> seekRequested_{false};                // written under queueMutex_
+    std::atomic<int> seekTimeMs_{0};                        // of the latest seek; written under queueMutex_
+    unsigned int seekCount_ = 0;  // tells a later seek from an earlier; guarded by queueMutex_
+    bool running_ = false;        // between start and stop; the owner's
+};
+
+}  // namespace kelp

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "decode/frame_buffer.h"
+
+namespace kelp {
+
+// What leaves a decoder: a time, a duration and a pooled buffer. A frame that dies gives its buffer back to the pool
+// through `freeBuffer`, on whatever thread drops the last reference.
+//
+// The decoder fills a frame; after it was queued, only the play thread that took it out writes to it.
+class DecodedFrame {
+public:
+    DecodedFrame() = default;
+    DecodedFrame(const DecodedFrame&) = delete;
+    DecodedFrame& operator=(const DecodedFrame&) = delete;
+    virtual ~DecodedFrame();
+
+    int64_t frameTag;  // 0, or the packet's time in the stream's time base if it was not decoded
+    int64_t pts;       // in milliseconds from the start of the input
+    int64_t duration;  // in milliseconds
+    std::shared_ptr<FrameBuffer> buffer;
+    std::function<void(std::shared_ptr<FrameBuffer>)> freeBuffer;           // gives a buffer back to its pool
+    std::function<std::shared_ptr<FrameBuffer>(unsigned int)> allocBuffer;  // fetches one; on audio frames only
+};
+
+}  // namespace kelp

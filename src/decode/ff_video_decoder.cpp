@@ -1,0 +1,327 @@
+#include "decode/ff_video_decoder.h"
+
+#include <limits>
+#include <utility>
+
+#include "decode/display_rotation.h"
+#include "decode/frame_buffer.h"
+#include "decode/packet_time.h"
+#include "decode/video_frame_info.h"
+#include "input/media_packet.h"
+#include "kelp_player/log.h"
+#include "runtime/ffmpeg_compat.h"
+#include "runtime/kelp_time.h"
+
+extern "C" {
+#include <libavutil/hwcontext.h>
+}
+
+namespace kelp {
+
+namespace {
+
+constexpr char kTag[] = "FFVideoDecoder";
+
+constexpr int kMaxSendFailures = 101;
+constexpr size_t kMaxStartTimes = 101;
+constexpr uint64_t kMaxStartTimeAgeMs = 5000;
+constexpr int64_t kDefaultIntervalMs = 40;
+constexpr uint64_t kMaxIntervalMs = 100;
+constexpr double kLatencyWeight = 0.95 - 1.0;
+constexpr int kKeyFrameFlag = 1 << 1;
+constexpr size_t kMatrixBytes = 9 * sizeof(int32_t);
+// A row of this many pixels is whole vectors for the conversion, in the chroma planes too.
+constexpr int kVectorPixels = 32;
+constexpr uintptr_t kVectorAlignment = 16;
+
+int32_t colorRangeOf(AVColorRange range) {
+    switch (range) {
+        case AVCOL_RANGE_MPEG:
+            return 1;
+        case AVCOL_RANGE_JPEG:
+            return 2;
+        default:
+            return 0;
+    }
+}
+
+int32_t colorSpaceOf(AVColorSpace space) {
+    switch (space) {
+        case AVCOL_SPC_BT709:
+            return 1;
+        case AVCOL_SPC_BT470BG:
+            return 2;
+        default:
+            return 0;
+    }
+}
+
+uint64_t distance(int64_t a, int64_t b) {
+    return a > b ? static_cast<uint64_t>(a) - static_cast<uint64_t>(b)
+                 : static_cast<uint64_t>(b) - static_cast<uint64_t>(a);
+}
+
+// A picture whose byte count fits 32 bits, with the intermediate product.
+bool fits(int width, int height) {
+    return width >= 0 && height >= 0 && int64_t{width} * height <= std::numeric_limits<int32_t>::max() / 3;
+}
+
+// Whether the conversion's writes stay within the frame's packed rows. Equal formats are copied row by row; all else
+// is written by whole vectors, some of them to aligned addresses only.
+bool canConvertInPlace(AVPixelFormat format, const VideoFrameInfo& frame) {
+    if (frame.width % 2 != 0 || frame.height % 2 != 0) {
+        return false;
+    }
+    if (format == AV_PIX_FMT_YUV420P) {
+        return true;
+    }
+    return frame.width % kVectorPixels == 0 && reinterpret_cast<uintptr_t>(frame.data[0]) % kVectorAlignment == 0;
+}
+
+}  // namespace
+
+FFVideoDecoder::FFVideoDecoder() = default;
+
+FFVideoDecoder::~FFVideoDecoder() {
+    Log::Debug(kTag, "%s\n", "~FFVideoDecoder");
+}
+
+void FFVideoDecoder::setRotation(const char* operation, const int32_t* matrix) {
+    double theta = clockwiseAngle(matrix);
+    Log::Debug(kTag, "%s, theta 1:%f\n", operation, theta);
+    theta = withinOneTurn(theta);
+    Log::Debug(kTag, "%s, theta 2:%f\n", operation, theta);
+    rotate_ = rotationOf(theta);
+}
+
+bool FFVideoDecoder::pause() {
+    return false;
+}
+
+bool FFVideoDecoder::resume() {
+    return false;
+}
+
+void FFVideoDecoder::close() {
+    Log::Debug(kTag, "%s, hwDeviceContext_:%p\n", "close", static_cast<void*>(hwDeviceContext_));
+    releaseCodec();
+    rotate_ = 0;
+    decodeFailCount_ = 0;
+    lastPtsMs_ = -1;
+    frameIntervalMs_ = kDefaultIntervalMs;
+}
+
+void FFVideoDecoder::releaseCodec() {
+    av_frame_free(&frame_);
+    av_frame_free(&transferFrame_);
+    transferSwFmt_ = AV_PIX_FMT_NONE;
+    if (codecContext_) {
+        av_buffer_unref(&codecContext_->hw_device_ctx);
+        avcodec_free_context(&codecContext_);
+    }
+    av_buffer_unref(&hwDeviceContext_);
+    if (swsContext_) {
+        sws_freeContext(swsContext_);
+        swsContext_ = nullptr;
+    }
+    paddedPicture_.release();
+}
+
+int64_t FFVideoDecoder::getAvgDecodeTime() {
+    return avgDecodeTimeMs_;
+}
+
+void FFVideoDecoder::flush() {
+    Log::Debug(kTag, "%s\n", "flush");
+    if (codecContext_) {
+        avcodec_flush_buffers(codecContext_);
+    }
+    decodeStartTimes_.clear();
+    lastPtsMs_ = -1;
+    frameIntervalMs_ = kDefaultIntervalMs;
+}
+
+void FFVideoDecoder::insertPacket(MediaPacket* packet) {
+    if (!codecContext_) {
+        return;
+    }
+    const int64_t nowMs = KelpTime::getTimeMs();
+    if (packet->flush) {
+        avcodec_flush_buffers(codecContext_);
+        return;
+    }
+    if (!packet->data) {
+        Log::Debug(kTag, "%s meet end packet\n", "insertPacket");
+        avcodec_send_packet(codecContext_, nullptr);
+        const auto* videoPacket = dynamic_cast<const VideoPacket*>(packet);
+        const bool foundKeyFrame = videoPacket && videoPacket->foundKeyFrame;
+        Log::Debug(kTag, "%s foundKeyFrame:%d\n", "insertPacket", foundKeyFrame);
+        if (!foundKeyFrame && observer_) {
+            observer_->onVideoDecodeNoMoreFrame();
+        }
+    }
+    if (drain(nowMs) && packet->data) {
+        send(*packet, nowMs);
+    }
+}
+
+bool FFVideoDecoder::drain(int64_t nowMs) {
+    while (avcodec_receive_frame(codecContext_, frame_) >= 0) {
+        AVFrame* picture = fetchPicture();
+        if (!picture) {
+            Log::Error(kTag, "Error transferring the data to system memory\n");
+            return false;
+        }
+        const int64_t pts = matchPacket(*picture, nowMs);
+        deliverPicture(picture, pts);
+    }
+    return true;
+}
+
+AVFrame* FFVideoDecoder::fetchPicture() {
+    if (frame_->format != hwPixFmt_) {
+        return frame_;
+    }
+    // The copy's memory is used again for as long as the pictures are alike.
+    const AVPixelFormat swFormat = frame_->hw_frames_ctx
+                                       ? reinterpret_cast<AVHWFramesContext*>(frame_->hw_frames_ctx->data)->sw_format
+                                       : AV_PIX_FMT_NONE;
+    if (transferFrame_->width != frame_->width || transferFrame_->height != frame_->height ||
+        transferSwFmt_ != swFormat) {
+        av_frame_unref(transferFrame_);
+        transferSwFmt_ = swFormat;
+    }
+    // The properties of the picture before would pile up.
+    while (transferFrame_->nb_side_data > 0) {
+        av_frame_remove_side_data(transferFrame_, transferFrame_->side_data[0]->type);
+    }
+    if (av_hwframe_transfer_data(transferFrame_, frame_, 0) < 0) {
+        return nullptr;
+    }
+    av_frame_copy_props(transferFrame_, frame_);
+    return transferFrame_;
+}
+
+int64_t FFVideoDecoder::matchPacket(const AVFrame& picture, int64_t nowMs) {
+    int64_t pts = picture.best_effort_timestamp;
+    auto sent = decodeStartTimes_.find(pts);
+    if (sent == decodeStartTimes_.end()) {
+        pts = picture.pts;
+        sent = decodeStartTimes_.find(pts);
+    }
+    if (sent != decodeStartTimes_.end()) {
+        const int64_t sample = nowMs - sent->second;
+        avgDecodeTimeMs_ -= static_cast<int64_t>(static_cast<double>(sample - avgDecodeTimeMs_) * kLatencyWeight);
+        decodeStartTimes_.erase(sent);
+    }
+    return pts;
+}
+
+void FFVideoDecoder::deliverPicture(AVFrame* picture, int64_t pts) {
+    const AVFrameSideData* sideData = av_frame_get_side_data(picture, AV_FRAME_DATA_DISPLAYMATRIX);
+    if (sideData && sideData->data && sideData->size >= kMatrixBytes) {
+        setRotation("insertPacket", reinterpret_cast<const int32_t*>(sideData->data));
+    }
+    DeliverVideoFrame(picture->data, picture->linesize, picture->width, picture->height,
+                      static_cast<AVPixelFormat>(picture->format), picture->color_range, picture->colorspace, pts,
+                      compat::frameFlags(picture));
+}
+
+void FFVideoDecoder::send(const MediaPacket& packet, int64_t nowMs) {
+    AVPacket avPacket;
+    lendPacket(packet, &avPacket);
+    if (avcodec_send_packet(codecContext_, &avPacket) < 0) {
+        if (++decodeFailCount_ < kMaxSendFailures) {
+            return;
+        }
+        if (observer_) {
+            Log::Error(kTag, "notify onVideoDecodeFailed\n");
+            observer_->onVideoDecodeFailed();
+        }
+        decodeFailCount_ = 0;
+        return;
+    }
+    decodeFailCount_ = 0;
+    // Entries of pictures that never come out must not pile up.
+    if (decodeStartTimes_.size() >= kMaxStartTimes ||
+        (!decodeStartTimes_.empty() && distance(avPacket.pts, decodeStartTimes_.begin()->first) > kMaxStartTimeAgeMs)) {
+        decodeStartTimes_.clear();
+    }
+    decodeStartTimes_[avPacket.pts] = nowMs;
+}
+
+void FFVideoDecoder::DeliverVideoFrame(const uint8_t* const* data, const int* linesize, int width, int height,
+                                       AVPixelFormat format, AVColorRange colorRange, AVColorSpace colorSpace,
+                                       int64_t pts, int flags) {
+    if (!observer_) {
+        return;
+    }
+    if (!fits(width, height)) {
+        Log::Error(kTag, "%s, picture size not supported, %dx%d\n", "DeliverVideoFrame", width, height);
+        return;
+    }
+    auto frame = std::make_shared<VideoFrameInfo>();
+    frame->pixFormat = PIX_FMT_YUV420P;
+    frame->colorRange = colorRangeOf(colorRange);
+    frame->colorSpace = colorSpaceOf(colorSpace);
+    frame->buffer = observer_->allocPixBuffer(static_cast<unsigned int>(width * height * 3 / 2));
+    if (!frame->buffer) {
+        return;
+    }
+    frame->freeBuffer = [weak = std::weak_ptr(observer_)](std::shared_ptr<FrameBuffer> buffer) {
+        if (const auto observer = weak.lock()) {
+            observer->freePixBuffer(std::move(buffer));
+        }
+    };
+
+    frame->width = width;
+    frame->height = height;
+    frame->data[0] = frame->buffer->data;
+    frame->data[1] = frame->data[0] + width * height;
+    frame->data[2] = frame->data[1] + (width >> 1) * (height >> 1);
+    frame->linesize[0] = width;
+    frame->linesize[1] = frame->linesize[2] = width >> 1;
+    if (!convert(data, linesize, format, *frame)) {
+        return;
+    }
+
+    frameIntervalMs_ = nextInterval(pts);
+    lastPtsMs_ = pts;
+    frame->keyFrame = (flags & kKeyFrameFlag) != 0;
+    frame->rotate = rotate_;
+    frame->frameTag = 0;
+    frame->pts = pts;
+    frame->duration = frameIntervalMs_;
+    observer_->onVideoDecoded(std::move(frame));
+}
+
+bool FFVideoDecoder::convert(const uint8_t* const* data, const int* linesize, AVPixelFormat format,
+                             const VideoFrameInfo& frame) {
+    swsContext_ = sws_getCachedContext(swsContext_, frame.width, frame.height, format, frame.width, frame.height,
+                                       AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr, nullptr);
+    if (!swsContext_) {
+        Log::Error(kTag, "%s, get swscale context failed\n", "DeliverVideoFrame");
+        return false;
+    }
+    if (canConvertInPlace(format, frame)) {
+        sws_scale(swsContext_, data, linesize, 0, frame.height, frame.data, frame.linesize);
+        return true;
+    }
+    if (!paddedPicture_.resize(frame.width, frame.height)) {
+        Log::Error(kTag, "%s, no memory for a picture of %dx%d\n", "DeliverVideoFrame", frame.width, frame.height);
+        return false;
+    }
+    sws_scale(swsContext_, data, linesize, 0, frame.height, paddedPicture_.data(), paddedPicture_.linesize());
+    paddedPicture_.copyTo(frame);
+    return true;
+}
+
+int64_t FFVideoDecoder::nextInterval(int64_t pts) {
+    if (lastPtsMs_ == -1) {
+        return frameIntervalMs_;
+    }
+    const uint64_t interval = static_cast<uint64_t>(pts) - static_cast<uint64_t>(lastPtsMs_);
+    return interval > kMaxIntervalMs ? kDefaultIntervalMs : static_cast<int64_t>(interval);
+}
+
+}  // namespace kelp

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+
+#include "decode/hw_decode_tables.h"
+#include "decode/padded_picture.h"
+#include "decode/video_decoder.h"
+#include "kelp_player/types.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavutil/frame.h>
+#include <libswscale/swscale.h>
+}
+
+namespace kelp {
+
+// The video decoder on FFmpeg. Tries hardware decoders, then hardware acceleration of the software decoder, then plain
+// software, as far as `enableHardware` allows; every picture leaves it as planar 4:2:0 in a buffer of its observer.
+//
+// What `open` makes is released by `close`, not by the destructor. `enableHardware` and `open` come before the thread
+// that calls everything else. Opened once.
+class FFVideoDecoder : public IVideoDecoder {
+public:
+    FFVideoDecoder();
+    FFVideoDecoder(const FFVideoDecoder&) = delete;
+    FFVideoDecoder& operator=(const FFVideoDecoder&) = delete;
+    ~FFVideoDecoder() override;
+
+    // An open that fails keeps neither the observer nor anything of the library.
+    bool open(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat, bool isLive,
+              std::shared_ptr<VideoDecoderObserver> observer) override;
+    bool pause() override;
+    bool resume() override;
+    void close() override;
+
+    // `packet` is a VideoPacket. Its pictures come out with the next call, or with the end packet's.
+    void insertPacket(MediaPacket* packet) override;
+    void flush() override;
+    bool enableHardware(bool enable, HwDecodeMode mode) override;
+    int64_t getAvgDecodeTime() override;
+
+private:
+    // The first row for this codec from `from` on; null when there is none or the mode forbids such hardware.
+    const HWDecoderInfo* getHWDecoderInfo(const HWDecoderInfo* from, AVCodecID id);
+    const HWAccelInfo* getHWAccelInfo(const HWAccelInfo* from, AVCodecID id);
+    int createHWDeviceContext(AVCodecContext* context, AVHWDeviceType type);
+    // The codec's question which surface format to use.
+    static AVPixelFormat getHwFormat(AVCodecContext* context, const AVPixelFormat* formats);
+
+    bool openCodec(VideoCodecType codecType, const AVCodecParameters* parameters, PixFormat pixFormat, bool isLive);
+    // A hardware decoder that can be opened, or null.
+    const AVCodec* findHardwareDecoder(AVCodecID codecId, AVPixelFormat format);
+    // Attaches a device to the context if one can be had.
+    void accelerate(const AVCodec* decoder, AVCodecID codecId);
+    bool attachDevice(const AVCodec* decoder, const HWAccelInfo& info);
+    // Sets rotate_ from a display matrix; `operation` is for the log.
+    void setRotation(const char* operation, const int32_t* matrix);
+    void releaseCodec();
+
+    // Delivers the pictures that the codec has ready; false when one couldn't be fetched from the hardware.
+    bool drain(int64_t nowMs);
+    // The picture in frame_ in system memory; null if it couldn't be fetched.
+    AVFrame* fetchPicture();
+    // Finds the picture's packet, and measures how long the decoder had it; the picture's time.
+    int64_t matchPacket(const AVFrame& picture, int64_t nowMs);
+    void deliverPicture(AVFrame* picture, int64_t pts);
+    void send(const MediaPacket& packet, int64_t nowMs);
+    void DeliverVideoFrame(const uint8_t* const* data, const int* linesize, int width, int height, AVPixelFormat format,
+                           AVColorRange colorRange, AVColorSpace colorSpace, int64_t pts, int flags);
+    // Converts a picture into the frame's planes.
+    bool convert(const uint8_t* const* data, const int* linesize, AVPixelFormat format, const VideoFrameInfo& frame);
+    int64_t nextInterval(int64_t pts);
+
+    std::shared_ptr<VideoDecoderObserver> observer_;
+    AVCodecContext* codecContext_ = nullptr;
+    bool hwEnabled_ = true;
+    HwDecodeMode hwDecodeMode_ = HW_DECODE_ALL;
+    AVFrame* frame_ = nullptr;          // what the codec fills
+    AVFrame* transferFrame_ = nullptr;  // copy of a hardware picture in system memory
+    SwsContext* swsContext_ = nullptr;
+    int32_t rotate_ = 0;                           // clockwise, in degrees, 0 to 359
+    int32_t decodeFailCount_ = 0;                  // failed sends in a row
+    int64_t lastPtsMs_ = -1;                       // of the last frame that was delivered; -1 when there is none
+    int64_t frameIntervalMs_ = 40;                 // duration for the next frame
+    std::map<int64_t, int64_t> decodeStartTimes_;  // a packet's time in ms to the wall clock in ms when it was sent
+    int64_t avgDecodeTimeMs_ = 0;                  // smoothed
+    AVBufferRef* hwDeviceContext_ = nullptr;
+    AVPixelFormat hwPixFmt_ = AV_PIX_FMT_NONE;       // of the hardware's pictures; none without acceleration
+    AVPixelFormat transferSwFmt_ = AV_PIX_FMT_NONE;  // what the surfaces held that transferFrame_ was made for
+    PaddedPicture paddedPicture_;                    // for sizes and formats that can't be converted in place
+};
+
+}  // namespace kelp

@@ -1,0 +1,36 @@
+#include "decode/packet_time.h"
+
+#include "input/media_packet.h"
+#include "input/tick_math.h"
+#include "runtime/ffmpeg_compat.h"
+
+extern "C" {
+#include <libavcodec/packet.h>
+}
+
+namespace kelp {
+
+double msPerTick(const MediaPacket& packet) {
+    if (packet.timeBaseDen <= 0) {
+        return 1.0;
+    }
+    return static_cast<double>(packet.timeBaseNum) * 1000.0 / static_cast<double>(packet.timeBaseDen);
+}
+
+int64_t scaleTicks(int64_t ticks, double msPerTick) {
+    return truncateToInt64(static_cast<double>(ticks) * msPerTick);
+}
+
+void lendPacket(const MediaPacket& source, AVPacket* target) {
+    compat::initPacket(target);
+    const double scale = msPerTick(source);
+    target->data = source.data;
+    target->size = source.size;
+    target->pos = source.pos;
+    target->flags = source.flags;
+    target->pts = scaleTicks(source.pts, scale);
+    target->dts = scaleTicks(source.dts, scale);
+    target->duration = scaleTicks(source.duration, scale);
+}
+
+}  // namespace kelp

@@ -1,0 +1,76 @@
+#include "decode/padded_picture.h"
+
+#include <cstring>
+#include <utility>
+
+#include "decode/video_frame_info.h"
+
+extern "C" {
+#include <libavutil/frame.h>
+}
+
+namespace kelp {
+
+namespace {
+
+// Twice the widest vector, so that the chroma rows come out as whole vectors too.
+constexpr int kWidthStep = 128;
+constexpr int kPlanes = 3;
+
+}  // namespace
+
+PaddedPicture::PaddedPicture() = default;
+
+PaddedPicture::~PaddedPicture() = default;
+
+void PaddedPicture::FreeFrame::operator()(AVFrame* frame) const {
+    av_frame_free(&frame);
+}
+
+bool PaddedPicture::resize(int width, int height) {
+    if (picture_ && width == width_ && height == height_) {
+        return true;
+    }
+    release();
+    std::unique_ptr<AVFrame, FreeFrame> picture(av_frame_alloc());
+    if (!picture) {
+        return false;
+    }
+    picture->format = AV_PIX_FMT_YUV420P;
+    picture->width = (width / kWidthStep + 1) * kWidthStep;
+    picture->height = height + (height & 1);
+    if (av_frame_get_buffer(picture.get(), 0) < 0) {
+        return false;
+    }
+    picture_ = std::move(picture);
+    width_ = width;
+    height_ = height;
+    return true;
+}
+
+void PaddedPicture::release() {
+    picture_.reset();
+}
+
+uint8_t* const* PaddedPicture::data() const {
+    return picture_->data;
+}
+
+const int* PaddedPicture::linesize() const {
+    return picture_->linesize;
+}
+
+void PaddedPicture::copyTo(const VideoFrameInfo& target) const {
+    for (int plane = 0; plane < kPlanes; ++plane) {
+        const int rows = plane == 0 ? height_ : height_ >> 1;
+        const uint8_t* from = picture_->data[plane];
+        uint8_t* to = target.data[plane];
+        for (int row = 0; row < rows; ++row) {
+            std::memcpy(to, from, static_cast<size_t>(target.linesize[plane]));
+            from += picture_->linesize[plane];
+            to += target.linesize[plane];
+        }
+    }
+}
+
+}  // namespace kelp

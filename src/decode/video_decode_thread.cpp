@@ -1,0 +1,147 @@
+#include "decode/video_decode_thread.h"
+
+#include <utility>
+
+#include "input/media_packet.h"
+#include "kelp_player/log.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr char kName[] = "VideoDecodeThread";  // of the thread, and the log tag
+constexpr int kMaxWaitingFrames = 3;
+
+}  // namespace
+
+VideoDecodeThread::VideoDecodeThread()
+    : BaseDecodeThread(kName), decoderFactory_(std::make_shared<VideoDecoderFactory>()) {
+}
+
+VideoDecodeThread::~VideoDecodeThread() {
+    stopIfRunning();
+}
+
+bool VideoDecodeThread::open(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat, bool enableHw,
+                             HwDecodeMode hwDecodeMode, bool isLive,
+                             std::shared_ptr<VideoDecodeThreadObserver> observer) {
+    observer_ = std::move(observer);
+    decoder_ = decoderFactory_->create(codecType);
+    if (!decoder_) {
+        Log::Debug(kName, "play, failed create video decoder\n");
+        return false;
+    }
+    decoder_->enableHardware(enableHw, hwDecodeMode);
+    const std::shared_ptr<VideoDecoderObserver> self = shared_from_this();
+    if (!decoder_->open(codecType, codecParameters, pixFormat, isLive, self)) {
+        Log::Debug(kName, "play, failed open video decoder\n");
+        return false;
+    }
+    return true;
+}
+
+bool VideoDecodeThread::start() {
+    return BaseDecodeThread::start();
+}
+
+int VideoDecodeThread::fillPacket(std::shared_ptr<MediaPacket> packet) {
+    return BaseDecodeThread::fillPacket(std::move(packet));
+}
+
+int VideoDecodeThread::getQueuePacketSize() {
+    return BaseDecodeThread::getQueuePacketSize();
+}
+
+void VideoDecodeThread::seek(int seekTimeMs) {
+    BaseDecodeThread::seek(seekTimeMs);
+}
+
+bool VideoDecodeThread::checkBuffer(int seekTimeMs) {
+    const int64_t lastOutputPtsMs = lastOutputPtsMs_;
+    Log::Debug(kName, "%s, seekTimeMs:%d, lastOutputPtsMs:%lld\n", "checkBuffer", seekTimeMs,
+               static_cast<long long>(lastOutputPtsMs));
+    if (seekTimeMs < lastOutputPtsMs) {
+        Log::Debug(kName, "%s, seek time is small than last output pts\n", "checkBuffer");
+        return false;
+    }
+    return BaseDecodeThread::checkBuffer(seekTimeMs);
+}
+
+bool VideoDecodeThread::clearBuffer(int seekTimeMs) {
+    const int64_t lastOutputPtsMs = lastOutputPtsMs_;
+    Log::Debug(kName, "%s, seekTimeMs:%d, lastOutputPtsMs:%lld\n", "clearBuffer", seekTimeMs,
+               static_cast<long long>(lastOutputPtsMs));
+    if (seekTimeMs < lastOutputPtsMs) {
+        onSeek(seekTimeMs, /*flush=*/false);
+        return false;
+    }
+    return BaseDecodeThread::clearBuffer(seekTimeMs);
+}
+
+void VideoDecodeThread::stop() {
+    BaseDecodeThread::stop();
+}
+
+int64_t VideoDecodeThread::getAvgDecodeTimeMs() {
+    return decoder_->getAvgDecodeTime();
+}
+
+bool VideoDecodeThread::canDecode() {
+    return observer_ && observer_->onVideoFrameQueueSize() < kMaxWaitingFrames;
+}
+
+void VideoDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
+    if (decoder_) {
+        decoder_->insertPacket(packet.get());
+    }
+}
+
+void VideoDecodeThread::onSeek(int seekTimeMs, bool flush) {
+    Log::Debug(kName, "%s, seekTimeMs:%d, flush:%d\n", "onSeek", seekTimeMs, flush);
+    if (flush && decoder_) {
+        decoder_->flush();
+    }
+    if (observer_) {
+        observer_->onVideoDecodeSeek(seekTimeMs, flush);
+    }
+}
+
+void VideoDecodeThread::onExit() {
+    Log::Debug(kName, "onExit\n");
+    if (decoder_) {
+        decoder_->close();
+        decoder_.reset();
+    }
+}
+
+void VideoDecodeThread::onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) {
+    lastOutputPtsMs_ = frame->pts;
+    if (observer_) {
+        observer_->onVideoDecoded(std::move(frame));
+    }
+}
+
+void VideoDecodeThread::onVideoDecodeFailed() {
+    if (observer_) {
+        observer_->onVideoDecodeFailed();
+    }
+}
+
+void VideoDecodeThread::onVideoDecodeNoMoreFrame() {
+    Log::Debug(kName, "%s\n", "onVideoDecodeNoMoreFrame");
+    if (observer_) {
+        observer_->onVideoDecodeNoMoreFrame();
+    }
+}
+
+std::shared_ptr<FrameBuffer> VideoDecodeThread::allocPixBuffer(unsigned int size) {
+    return observer_ ? observer_->allocPixBuffer(size) : nullptr;
+}
+
+void VideoDecodeThread::freePixBuffer(std::shared_ptr<FrameBuffer> buffer) {
+    if (observer_) {
+        observer_->freePixBuffer(std::move(buffer));
+    }
+}
+
+}  // namespace kelp

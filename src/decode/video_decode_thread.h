@@ -1,0 +1,81 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <limits>
+#include <memory>
+
+#include "decode/base_decode_thread.h"
+#include "decode/video_decoder.h"
+#include "decode/video_decoder_factory.h"
+#include "decode/video_frame_info.h"
+#include "kelp_player/types.h"
+
+namespace kelp {
+
+// What stands around the video decode stage. Called on the decode thread, but for `onVideoDecodeSeek` without flush,
+// which comes on the thread that called `clearBuffer`, and `freePixBuffer`, which comes from any thread.
+class VideoDecodeThreadObserver {
+public:
+    virtual void onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) = 0;
+    virtual void onVideoDecodeFailed() = 0;
+    virtual void onVideoDecodeNoMoreFrame() = 0;
+    // Frames that wait for presentation.
+    virtual int onVideoFrameQueueSize() = 0;
+    virtual void onVideoDecodeSeek(int seekTimeMs, bool flush) = 0;
+    virtual std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) = 0;
+    virtual void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) = 0;
+
+protected:
+    ~VideoDecodeThreadObserver() = default;
+};
+
+// The video decode stage: feeds a decoder with the queued packets for as long as few frames wait for presentation.
+//
+// Held by a shared pointer. `open` and `start` come from the owner, then packets and seeks as the base class has it.
+// While it runs, the decoder and this object hold each other; `stop` breaks that up. An object that was opened and
+// never started stays for good.
+class VideoDecodeThread : private BaseDecodeThread,
+                          public VideoDecoderObserver,
+                          public std::enable_shared_from_this<VideoDecodeThread> {
+public:
+    VideoDecodeThread();
+    ~VideoDecodeThread() override;
+
+    // Makes and opens the decoder. `codecParameters`: the stream's AVCodecParameters, or null.
+    bool open(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat, bool enableHw,
+              HwDecodeMode hwDecodeMode, bool isLive, std::shared_ptr<VideoDecodeThreadObserver> observer);
+
+    bool start() override;
+    int fillPacket(std::shared_ptr<MediaPacket> packet) override;
+    int getQueuePacketSize() override;
+    void seek(int seekTimeMs) override;
+    // Refuse a time before the last frame that left the decoder: it isn't to be had from the queue any more. So does
+    // every time before the first frame. A `clearBuffer` that refuses has told the observer of the seek all the same.
+    bool checkBuffer(int seekTimeMs) override;
+    bool clearBuffer(int seekTimeMs) override;
+    void stop() override;
+
+    // How long a picture stays inside the decoder, smoothed. To be called within `onVideoDecoded` only.
+    int64_t getAvgDecodeTimeMs();
+
+    void onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) override;
+    void onVideoDecodeFailed() override;
+    void onVideoDecodeNoMoreFrame() override;
+    std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) override;
+    void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) override;
+
+private:
+    bool canDecode() override;
+    void decode(std::shared_ptr<MediaPacket> packet) override;
+    void onSeek(int seekTimeMs, bool flush) override;
+    void onExit() override;
+
+    std::shared_ptr<VideoDecodeThreadObserver> observer_;  // set by `open`, before the thread runs
+    std::shared_ptr<VideoDecoderFactory> decoderFactory_;
+    std::shared_ptr<IVideoDecoder> decoder_;  // from `open` until the thread ends
+    // Time of the last frame that left the decoder. A seek doesn't reset it.
+    std::atomic<int64_t> lastOutputPtsMs_{std::numeric_limits<int64_t>::max()};
+};
+
+}  // namespace kelp

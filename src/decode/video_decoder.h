@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "kelp_player/types.h"
+
+namespace kelp {
+
+class FrameBuffer;
+class MediaPacket;
+class VideoFrameInfo;
+
+// Takes what a video decoder makes, and lends it its buffers. Called on the thread that feeds the decoder, all but
+// `freePixBuffer`, which comes from whatever thread drops a frame.
+class VideoDecoderObserver {
+public:
+    virtual void onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) = 0;
+    // The decoder can't go on as it was opened; it may report this again.
+    virtual void onVideoDecodeFailed() = 0;
+    // The input ended before a key frame: no picture will come.
+    virtual void onVideoDecodeNoMoreFrame() = 0;
+    // A buffer of at least `size` bytes, or none.
+    virtual std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) = 0;
+    virtual void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) = 0;
+
+protected:
+    ~VideoDecoderObserver() = default;
+};
+
+// Turns packets into pictures. `enableHardware` and `open` come first, once, and before the thread that does all the
+// rest; `close` comes last and releases what `open` made.
+class IVideoDecoder {
+public:
+    virtual ~IVideoDecoder() = default;
+
+    // `codecParameters`: the stream's AVCodecParameters, or null.
+    virtual bool open(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat, bool isLive,
+                      std::shared_ptr<VideoDecoderObserver> observer) = 0;
+    virtual bool pause() = 0;
+    virtual bool resume() = 0;
+    virtual void close() = 0;
+
+    // Delivers the pictures that are ready, then decodes `packet`, which stays the caller's.
+    virtual void insertPacket(MediaPacket* packet) = 0;
+    // Forgets all pictures and packets that are still inside, for a new start at a key frame.
+    virtual void flush() = 0;
+
+    // Whether hardware is to be used, and which kinds. Takes effect at `open`.
+    virtual bool enableHardware(bool enable, HwDecodeMode mode) = 0;
+
+    // How long a picture stays inside the decoder, smoothed, in milliseconds.
+    virtual int64_t getAvgDecodeTime() = 0;
+
+    virtual bool canDisplayDirectly() { return false; }
+    virtual bool setDisplayWindow(void*) { return false; }
+};
+
+}  // namespace kelp

@@ -1,0 +1,437 @@
+#include "decode/audio_decode_thread.h"
+
+#include <gmock/gmock.h>
+
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+#include "decode/audio_decoder_factory.h"
+#include "decode/audio_library_fakes.h"
+#include "decode/audio_test_support.h"
+#include "support/fake_time.h"
+#include "support/log_capture.h"
+#include "support/private_member.h"
+
+namespace kelp::test {
+
+using FactoryMember = std::shared_ptr<AudioDecoderFactory> AudioDecodeThread::*;
+FactoryMember privateMember(PrivateMember<struct FactoryTag, FactoryMember>);
+template struct ExposeMember<struct FactoryTag, &AudioDecodeThread::decoderFactory_>;
+
+namespace {
+
+using testing::ElementsAre;
+
+// What happened on all sides of the thread, in order. Any thread may write.
+class Events {
+public:
+    void add(std::string event) {
+        std::lock_guard lock(mutex_);
+        events_.push_back(std::move(event));
+        changed_.notify_all();
+    }
+
+    std::vector<std::string> all() {
+        std::lock_guard lock(mutex_);
+        return events_;
+    }
+
+    // Waits in real time until there are `count` events, and gives them.
+    std::vector<std::string> waitFor(size_t count) {
+        std::unique_lock lock(mutex_);
+        changed_.wait_for(lock, std::chrono::seconds(10), [&] { return events_.size() >= count; });
+        return events_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::string> events_;
+};
+
+// A decoder that yields `framesPerPacket` frames at the packet's time.
+class FakeDecoder : public IAudioDecoder {
+public:
+    explicit FakeDecoder(Events* events) : events_(events) {}
+    ~FakeDecoder() override { events_->add("destroyed"); }
+
+    bool open(AudioCodecType codecType, const void* codecParameters,
+              std::shared_ptr<AudioDecoderObserver> observer) override {
+        events_->add("open " + std::to_string(codecType) + (codecParameters ? " with parameters" : ""));
+        if (opens) {
+            observer_ = std::move(observer);
+        }
+        return opens;
+    }
+
+    bool setOutputSpec(AudioOutputSpec spec) override {
+        events_->add("spec " + std::to_string(spec.channels) + " " + std::to_string(spec.sampleRate) + " " +
+                     std::to_string(spec.sampleFormat));
+        return spec.sampleFormat == 1;
+    }
+
+    void close() override { events_->add("close"); }
+
+    void insertPacket(MediaPacket* packet) override {
+        events_->add("packet " + std::to_string(packet->pts));
+        for (int i = 0; i < framesPerPacket; ++i) {
+            auto frame = std::make_shared<AudioFrameInfo>();
+            frame->pts = packet->pts;
+            frame->duration = 1;
+            observer_->onAudioDecoded(frame);
+        }
+    }
+
+    void flush() override { events_->add("flush"); }
+
+    bool openSync(bool open) override {
+        events_->add(open ? "sync on" : "sync off");
+        return true;
+    }
+
+    bool isSyncOpened() override { return false; }
+
+    bool opens = true;
+    int framesPerPacket = 1;
+
+private:
+    Events* const events_;
+    std::shared_ptr<AudioDecoderObserver> observer_;
+};
+
+class FakeFactory : public AudioDecoderFactory {
+public:
+    std::shared_ptr<IAudioDecoder> create(AudioCodecType codecType) override {
+        typeAsked = codecType;
+        return std::move(decoder);
+    }
+
+    std::shared_ptr<IAudioDecoder> decoder;
+    AudioCodecType typeAsked = AUDIO_CODEC_NONE;
+};
+
+class ThreadObserver : public AudioDecodeThreadObserver {
+public:
+    explicit ThreadObserver(Events* events) : events_(events) {}
+    virtual ~ThreadObserver() = default;
+
+    void onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) override {
+        ++queueSize;
+        bytes += frame->dataSize;
+        events_->add("frame " + std::to_string(frame->pts));
+    }
+
+    int onSpeedUpSamples() override { return 7; }
+    int onAudioFrameQueueSize() override { return queueSize; }
+
+    void onAudioDecodeSeek(int seekTimeMs, bool flush) override {
+        seekThread = std::this_thread::get_id();
+        events_->add("seek " + std::to_string(seekTimeMs) + (flush ? " flush" : ""));
+    }
+
+    std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) override {
+        auto buffer = std::make_shared<FrameBuffer>();
+        buffer->data = new unsigned char[size];
+        buffer->size = size;
+        return buffer;
+    }
+
+    void freePcmBuffer(std::shared_ptr<FrameBuffer> /*buffer*/) override { ++buffersGivenBack; }
+
+    std::atomic<int> queueSize{0};
+    std::atomic<unsigned> bytes{0};
+    std::atomic<int> buffersGivenBack{0};
+    std::atomic<std::thread::id> seekThread;
+
+private:
+    Events* const events_;
+};
+
+class AudioDecodeThreadTest : public testing::Test {
+protected:
+    AudioDecodeThreadTest() {
+        FakeTime::reset();
+        audioFakes() = {};
+        factory->decoder = decoder;
+        (*thread).*privateMember(PrivateMember<FactoryTag, FactoryMember>{}) = factory;
+    }
+
+    ~AudioDecodeThreadTest() override {
+        FakeTime::setManual(false);
+        thread->stop();
+    }
+
+    bool open() { return thread->open(AUDIO_CODEC_MP3, nullptr, {}, observer); }
+
+    // Opens, starts and drops what happened till then.
+    void run() {
+        ASSERT_TRUE(open());
+        ASSERT_TRUE(thread->start());
+    }
+
+    // The thread sleeps because it may take no packet.
+    static bool idles() { return FakeTime::waitForSleepers(1); }
+
+    Events events;
+    std::shared_ptr<FakeFactory> factory = std::make_shared<FakeFactory>();
+    std::shared_ptr<FakeDecoder> decoder = std::make_shared<FakeDecoder>(&events);
+    std::shared_ptr<ThreadObserver> observer = std::make_shared<ThreadObserver>(&events);
+    std::shared_ptr<AudioDecodeThread> thread = std::make_shared<AudioDecodeThread>();
+};
+
+TEST_F(AudioDecodeThreadTest, OpensTheDecoderAndHandsItTheSpec) {
+    const int parameters = 0;
+    EXPECT_TRUE(thread->open(AUDIO_CODEC_VORBIS, &parameters, {1, 8000, 1}, observer));
+    EXPECT_EQ(factory->typeAsked, AUDIO_CODEC_VORBIS);
+    EXPECT_THAT(events.all(), ElementsAre("open 2 with parameters", "spec 1 8000 1"));
+    thread->start();
+}
+
+TEST_F(AudioDecodeThreadTest, OpensThoughTheDecoderRefusesTheSpec) {
+    EXPECT_TRUE(thread->open(AUDIO_CODEC_MP3, nullptr, {2, 48000, 9}, observer));
+    EXPECT_THAT(events.all(), ElementsAre("open 0", "spec 2 48000 9"));
+    thread->start();
+}
+
+TEST_F(AudioDecodeThreadTest, FailsToOpenWithoutADecoder) {
+    LogCapture log(1);
+    factory->decoder.reset();
+    EXPECT_FALSE(open());
+    EXPECT_THAT(log.lines(), ElementsAre("[AudioDecodeThread]: play, failed open audio decoder\n"));
+    EXPECT_FALSE(thread->openSync(true));
+}
+
+TEST_F(AudioDecodeThreadTest, FailsToOpenWithADecoderThatDoesNotOpen) {
+    LogCapture log(1);
+    decoder->opens = false;
+    EXPECT_FALSE(open());
+    EXPECT_THAT(log.lines(), ElementsAre("[AudioDecodeThread]: play, failed open audio decoder\n"));
+    EXPECT_THAT(events.all(), ElementsAre("open 0"));
+}
+
+TEST_F(AudioDecodeThreadTest, DiesAfterAnOpenThatFailed) {
+    auto other = std::make_shared<AudioDecodeThread>();
+    EXPECT_FALSE(other->open(AUDIO_CODEC_NONE, nullptr, {}, observer));
+    EXPECT_EQ(observer.use_count(), 2);
+    const std::weak_ptr<AudioDecodeThread> weak = other;
+    other.reset();
+    EXPECT_TRUE(weak.expired());
+    EXPECT_EQ(observer.use_count(), 1);
+}
+
+TEST_F(AudioDecodeThreadTest, MustBeShared) {
+    AudioDecodeThread alone;
+    EXPECT_THROW(alone.open(AUDIO_CODEC_MP3, nullptr, {}, observer), std::bad_weak_ptr);
+}
+
+TEST_F(AudioDecodeThreadTest, TurnsTheCorrectionOnOnlyWithADecoder) {
+    EXPECT_FALSE(thread->openSync(true));
+    run();
+    EXPECT_TRUE(thread->openSync(true));
+    EXPECT_TRUE(thread->openSync(false));
+    EXPECT_THAT(events.all(), ElementsAre("open 0", "spec 2 48000 1", "sync on", "sync off"));
+    thread->stop();
+    EXPECT_FALSE(thread->openSync(true));
+}
+
+TEST_F(AudioDecodeThreadTest, DecodesPacketsInOrderAndPassesFramesOn) {
+    run();
+    EXPECT_GE(thread->fillPacket(makeAudioPacket(10)), 1);
+    thread->fillPacket(makeAudioPacket(20));
+    EXPECT_THAT(events.waitFor(6),
+                ElementsAre("open 0", "spec 2 48000 1", "packet 10", "frame 10", "packet 20", "frame 20"));
+    EXPECT_EQ(thread->getQueuePacketSize(), 0);
+}
+
+TEST_F(AudioDecodeThreadTest, TakesNoPacketWhileTwentyFramesWait) {
+    FakeTime::setManual(true);
+    observer->queueSize = 20;
+    decoder->framesPerPacket = 3;
+    run();
+    ASSERT_TRUE(idles());
+    EXPECT_EQ(thread->fillPacket(makeAudioPacket(10)), 1);
+    EXPECT_EQ(thread->fillPacket(makeAudioPacket(20)), 2);
+    for (int i = 0; i < 3; ++i) {
+        FakeTime::advanceMs(30);
+        ASSERT_TRUE(idles());
+    }
+    EXPECT_EQ(thread->getQueuePacketSize(), 2);
+
+    // The test stands before the packet, not before each of its frames.
+    observer->queueSize = 19;
+    FakeTime::advanceMs(30);
+    ASSERT_TRUE(idles());
+    EXPECT_EQ(observer->queueSize, 22);
+    EXPECT_EQ(thread->getQueuePacketSize(), 1);
+    EXPECT_THAT(events.all(), ElementsAre("open 0", "spec 2 48000 1", "packet 10", "frame 10", "frame 10", "frame 10"));
+}
+
+TEST_F(AudioDecodeThreadTest, TakesNoPacketWithoutAnObserver) {
+    FakeTime::setManual(true);
+    ASSERT_TRUE(thread->start());
+    ASSERT_TRUE(idles());
+    thread->fillPacket(makeAudioPacket(10));
+    FakeTime::advanceMs(30);
+    ASSERT_TRUE(idles());
+    EXPECT_EQ(thread->getQueuePacketSize(), 1);
+}
+
+TEST_F(AudioDecodeThreadTest, HasNothingInTheBufferBeforeTheFirstFrame) {
+    FakeTime::setManual(true);
+    observer->queueSize = 20;
+    run();
+    ASSERT_TRUE(idles());
+    thread->fillPacket(makeAudioPacket(1000));
+    LogCapture log;
+    EXPECT_FALSE(thread->checkBuffer(1000));
+    EXPECT_THAT(log.lines(),
+                ElementsAre("[AudioDecodeThread]: checkBuffer, seekTimeMs:1000, "
+                            "lastOutputPtsMs:9223372036854775807\n",
+                            "[AudioDecodeThread]: checkBuffer, seek time is small than last output pts\n"));
+    log.clear();
+    EXPECT_FALSE(thread->clearBuffer(1000));
+    EXPECT_THAT(log.lines(), ElementsAre("[AudioDecodeThread]: clearBuffer, seekTimeMs:1000, "
+                                         "lastOutputPtsMs:9223372036854775807\n",
+                                         "[AudioDecodeThread]: onSeek\n"));
+    EXPECT_EQ(events.all().back(), "seek 1000");
+}
+
+TEST_F(AudioDecodeThreadTest, FindsTimesBetweenTheLastFrameAndTheLastPacket) {
+    FakeTime::setManual(true);
+    observer->queueSize = 19;
+    run();
+    thread->fillPacket(makeAudioPacket(100));
+    ASSERT_TRUE(idles());
+    ASSERT_EQ(events.all().back(), "frame 100");
+    thread->fillPacket(makeAudioPacket(200));
+    thread->fillPacket(makeAudioPacket(300));
+
+    EXPECT_FALSE(thread->checkBuffer(99));
+    EXPECT_TRUE(thread->checkBuffer(100));
+    EXPECT_TRUE(thread->checkBuffer(300));
+    EXPECT_FALSE(thread->checkBuffer(301));
+    EXPECT_EQ(events.all().back(), "frame 100");
+
+    EXPECT_TRUE(thread->clearBuffer(250));
+    EXPECT_EQ(events.all().back(), "seek 250");
+    EXPECT_EQ(observer->seekThread.load(), std::this_thread::get_id());
+    EXPECT_EQ(thread->getQueuePacketSize(), 2);
+    EXPECT_FALSE(thread->clearBuffer(301));
+    EXPECT_EQ(events.all().back(), "seek 250");
+    // Refused, and announced all the same.
+    EXPECT_FALSE(thread->clearBuffer(99));
+    EXPECT_EQ(events.all().back(), "seek 99");
+    EXPECT_THAT(events.all(), testing::Not(testing::Contains("flush")));
+}
+
+TEST_F(AudioDecodeThreadTest, FlushesTheDecoderBeforeItTellsOfASeek) {
+    FakeTime::setManual(true);
+    observer->queueSize = 19;
+    run();
+    thread->fillPacket(makeAudioPacket(100));
+    ASSERT_TRUE(idles());
+    thread->fillPacket(makeAudioPacket(200));
+    LogCapture log;
+    thread->seek(5000);
+    EXPECT_EQ(thread->getQueuePacketSize(), 0);
+    FakeTime::advanceMs(30);
+    ASSERT_TRUE(idles());
+    EXPECT_TRUE(log.has("[AudioDecodeThread]: onSeek\n"));
+    EXPECT_THAT(events.all(),
+                ElementsAre("open 0", "spec 2 48000 1", "packet 100", "frame 100", "flush", "seek 5000 flush"));
+
+    // The old frame's time stands until the next frame.
+    thread->fillPacket(makeAudioPacket(5000));
+    EXPECT_TRUE(thread->checkBuffer(100));
+    EXPECT_FALSE(thread->checkBuffer(99));
+}
+
+TEST_F(AudioDecodeThreadTest, ClosesAndDropsTheDecoderAtTheEnd) {
+    LogCapture log;
+    decoder.reset();
+    run();
+    thread->fillPacket(makeAudioPacket(10));
+    events.waitFor(4);
+    thread->stop();
+    EXPECT_THAT(events.all(), ElementsAre("open 0", "spec 2 48000 1", "packet 10", "frame 10", "close", "destroyed"));
+    EXPECT_EQ(log.count("[AudioDecodeThread]: onExit\n"), 1);
+    EXPECT_EQ(log.count("[BaseDecodeThread]: [AudioDecodeThread], Run\n"), 1);
+    const std::weak_ptr<AudioDecodeThread> weak = thread;
+    thread = std::make_shared<AudioDecodeThread>();
+    EXPECT_TRUE(weak.expired());
+    EXPECT_EQ(observer.use_count(), 1);
+}
+
+TEST_F(AudioDecodeThreadTest, ForwardsWhatTheDecoderAsks) {
+    run();
+    AudioDecoderObserver& toDecoder = *thread;
+    EXPECT_EQ(toDecoder.onSpeedUpSamples(), 7);
+    auto buffer = toDecoder.allocPcmBuffer(100);
+    ASSERT_TRUE(buffer);
+    EXPECT_EQ(buffer->size, 100U);
+    toDecoder.freePcmBuffer(std::move(buffer));
+    EXPECT_EQ(observer->buffersGivenBack, 1);
+}
+
+TEST_F(AudioDecodeThreadTest, AnswersTheDecoderWithoutAnObserver) {
+    AudioDecoderObserver& toDecoder = *thread;
+    EXPECT_EQ(toDecoder.onSpeedUpSamples(), 0);
+    EXPECT_FALSE(toDecoder.allocPcmBuffer(100));
+    toDecoder.freePcmBuffer(std::make_shared<FrameBuffer>());
+    auto frame = std::make_shared<AudioFrameInfo>();
+    frame->pts = 10;
+    toDecoder.onAudioDecoded(frame);
+    EXPECT_EQ(frame.use_count(), 1);
+}
+
+// The real decoder on a real stream, while the other threads do what they may.
+TEST_F(AudioDecodeThreadTest, PlaysAStreamUnderSeeksAndCorrections) {
+    (*thread).*privateMember(PrivateMember<FactoryTag, FactoryMember>{}) = std::make_shared<AudioDecoderFactory>();
+    const ToneFile tone = makeToneFile("aac", "m4a", 440, 44100, 2, 2);
+    ASSERT_TRUE(thread->open(tone.codecType, tone.parameters.get(), {}, observer));
+    ASSERT_TRUE(thread->openSync(true));
+    ASSERT_TRUE(thread->start());
+
+    std::atomic<bool> done{false};
+    std::thread play([&] {
+        while (!done) {
+            observer->queueSize = 0;
+            std::this_thread::yield();
+        }
+    });
+    std::thread parser([&] {
+        for (int round = 0; round < 3; ++round) {
+            for (const auto& packet : tone.packets) {
+                thread->fillPacket(packet);
+            }
+            thread->seek(round);
+        }
+        for (const auto& packet : tone.packets) {
+            thread->fillPacket(packet);
+        }
+    });
+    for (int i = 0; i < 200; ++i) {
+        thread->openSync(i % 2 != 0);
+        thread->checkBuffer(i * 10);
+        thread->clearBuffer(i * 10);
+        std::this_thread::yield();
+    }
+    parser.join();
+    // Real time: the decoder has real work to do.
+    for (int i = 0; i < 2000 && thread->getQueuePacketSize() > 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_EQ(thread->getQueuePacketSize(), 0);
+    thread->stop();
+    done = true;
+    play.join();
+    EXPECT_GT(observer->bytes, 48000U * 4);  // a second at the least
+    EXPECT_EQ(audioFakes().liveContexts, 0);
+    EXPECT_EQ(audioFakes().liveResamplers, 0);
+}
+
+}  // namespace
+
+}  // namespace kelp::test

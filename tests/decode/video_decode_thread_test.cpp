@@ -1,0 +1,506 @@
+#include "decode/video_decode_thread.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include "decode/frame_buffer.h"
+#include "decode/video_test_support.h"
+#include "kelp_player/log.h"
+#include "support/fake_time.h"
+#include "support/log_capture.h"
+#include "support/private_member.h"
+
+namespace kelp::test {
+
+using DecoderMember = std::shared_ptr<IVideoDecoder> VideoDecodeThread::*;
+DecoderMember privateMember(PrivateMember<struct VideoDecoderTag, DecoderMember>);
+template struct ExposeMember<struct VideoDecoderTag, &VideoDecodeThread::decoder_>;
+
+}  // namespace kelp::test
+
+namespace kelp {
+namespace {
+
+using test::FakeTime;
+using test::LogCapture;
+using test::makeEndPacket;
+using test::makeVideoPacket;
+using test::videoFakes;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+// Writes down what the thread says, in order, and plays a presentation that takes what it gets.
+class RecordingObserver final : public VideoDecodeThreadObserver {
+public:
+    void onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) override {
+        const std::string event = "frame " + std::to_string(frame->pts);
+        {
+            std::lock_guard lock(mutex_);
+            if (keep_) {
+                frames_.push_back(std::move(frame));
+            }
+        }
+        record(event);
+    }
+    void onVideoDecodeFailed() override { record("failed"); }
+    void onVideoDecodeNoMoreFrame() override { record("no more"); }
+    int onVideoFrameQueueSize() override { return waiting; }
+    void onVideoDecodeSeek(int seekTimeMs, bool flush) override {
+        record("seek " + std::to_string(seekTimeMs) + (flush ? " flush" : ""));
+    }
+    std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) override {
+        auto buffer = std::make_shared<FrameBuffer>();
+        buffer->data = new unsigned char[size];
+        buffer->size = size;
+        return buffer;
+    }
+    void freePixBuffer(std::shared_ptr<FrameBuffer>) override { ++returned; }
+
+    std::vector<std::string> events() {
+        std::lock_guard lock(mutex_);
+        return events_;
+    }
+    // Waits in real time, up to five seconds, for so many events; what there are then.
+    std::vector<std::string> waitForEvents(size_t count) {
+        std::unique_lock lock(mutex_);
+        changed_.wait_for(lock, std::chrono::seconds(5), [&] { return events_.size() >= count; });
+        return events_;
+    }
+    void keepFrames() {
+        std::lock_guard lock(mutex_);
+        keep_ = true;
+    }
+    std::vector<std::shared_ptr<VideoFrameInfo>> takeFrames() {
+        std::lock_guard lock(mutex_);
+        return std::move(frames_);
+    }
+
+    std::atomic<int> waiting{0};   // frames in the play thread's queue
+    std::atomic<int> returned{0};  // buffers given back
+    // The thread that the last event came on.
+    std::thread::id lastThread() {
+        std::lock_guard lock(mutex_);
+        return lastThread_;
+    }
+
+private:
+    void record(std::string event) {
+        std::lock_guard lock(mutex_);
+        lastThread_ = std::this_thread::get_id();
+        events_.push_back(std::move(event));
+        changed_.notify_all();
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::string> events_;
+    std::thread::id lastThread_;
+    bool keep_ = false;
+    std::vector<std::shared_ptr<VideoFrameInfo>> frames_;
+};
+
+// Turns each packet into a frame of its time, and an end packet into the report that nothing comes. Writes down what
+// it is told into the same list as the observer's by way of the thread.
+class ScriptedDecoder : public IVideoDecoder {
+public:
+    bool open(VideoCodecType, const void*, PixFormat, bool,
+              std::shared_ptr<VideoDecoderObserver> newObserver) override {
+        observer = std::move(newObserver);
+        return true;
+    }
+    bool pause() override { return false; }
+    bool resume() override { return false; }
+    void close() override { ++closes; }
+    void insertPacket(MediaPacket* packet) override {
+        if (packet->size < 0) {
+            observer->onVideoDecodeFailed();
+        } else if (!packet->data) {
+            observer->onVideoDecodeNoMoreFrame();
+        } else {
+            auto frame = std::make_shared<VideoFrameInfo>();
+            frame->pts = packet->pts;
+            observer->onVideoDecoded(frame);
+        }
+    }
+    void flush() override { ++flushes; }
+    bool enableHardware(bool, HwDecodeMode) override { return true; }
+    int64_t getAvgDecodeTime() override { return 17; }
+
+    std::shared_ptr<VideoDecoderObserver> observer;
+    std::atomic<int> flushes{0};
+    std::atomic<int> closes{0};
+};
+
+class VideoDecodeThreadTest : public testing::Test {
+protected:
+    VideoDecodeThreadTest() {
+        videoFakes() = {};
+        FakeTime::reset();
+        av_log_set_level(AV_LOG_QUIET);
+        Log::SetLevel(0);
+    }
+    ~VideoDecodeThreadTest() override {
+        // A decoder that was opened lets go of its thread when that has run.
+        if (std::exchange(opened_, false)) {
+            start();
+        }
+        if (std::exchange(started_, false)) {
+            thread_->stop();
+        }
+        thread_.reset();
+        EXPECT_EQ(videoFakes().liveContexts, 0);
+        videoFakes() = {};
+        FakeTime::reset();
+        Log::SetLevel(logLevel_);
+    }
+
+    bool open(VideoCodecType type = VIDEO_CODEC_MPEG4) {
+        return opened_ = thread_->open(type, nullptr, PIX_FMT_YUV420P, false, HW_DECODE_NONE, false, observer_);
+    }
+
+    // As `open`, with a decoder that needs no real packets.
+    void openScripted() {
+        ASSERT_TRUE(open());
+        auto& decoder = (*thread_).*privateMember(test::PrivateMember<test::VideoDecoderTag, test::DecoderMember>{});
+        decoder->close();
+        decoder = scripted_;
+        scripted_->open(VIDEO_CODEC_MPEG4, nullptr, PIX_FMT_YUV420P, false, thread_);
+    }
+
+    void start() {
+        opened_ = false;
+        started_ = true;
+        EXPECT_TRUE(thread_->start());
+    }
+    void stop() {
+        started_ = false;
+        thread_->stop();
+        scripted_->observer.reset();
+    }
+
+    std::shared_ptr<RecordingObserver> observer_ = std::make_shared<RecordingObserver>();
+    std::shared_ptr<ScriptedDecoder> scripted_ = std::make_shared<ScriptedDecoder>();
+    std::shared_ptr<VideoDecodeThread> thread_ = std::make_shared<VideoDecodeThread>();
+    const int logLevel_ = Log::GetLevel();
+    bool opened_ = false;
+    bool started_ = false;
+};
+
+TEST_F(VideoDecodeThreadTest, IsADecodersObserverAndNoDecodeThreadToOthers) {
+    EXPECT_TRUE((std::is_convertible_v<VideoDecodeThread*, VideoDecoderObserver*>));
+    EXPECT_FALSE((std::is_convertible_v<VideoDecodeThread*, BaseDecodeThread*>));
+}
+
+TEST_F(VideoDecodeThreadTest, HandsItsSettingsToTheDecoder) {
+    const test::VideoParametersPtr parameters(avcodec_parameters_alloc());
+    parameters->codec_type = AVMEDIA_TYPE_VIDEO;
+    parameters->codec_id = AV_CODEC_ID_H264;
+    parameters->width = 320;
+    parameters->height = 240;
+    videoFakes().findByName = [](const char*) { return nullptr; };
+    videoFakes().findDeviceType = [](const char*) { return AV_HWDEVICE_TYPE_NONE; };
+    LogCapture log;
+    opened_ =
+        thread_->open(VIDEO_CODEC_H264, parameters.get(), PIX_FMT_YUV422P, true, HW_DECODE_DECODER, true, observer_);
+    ASSERT_TRUE(opened_);
+    EXPECT_EQ(videoFakes().callCount("find h264_cuvid"), 1);
+    EXPECT_EQ(videoFakes().callCount("type cuda"), 0);
+    ASSERT_THAT(videoFakes().opened, SizeIs(1));
+    EXPECT_EQ(videoFakes().opened[0].width, 320);
+    EXPECT_EQ(videoFakes().opened[0].threads, 1);
+    EXPECT_EQ(videoFakes().opened[0].pixFmt, AV_PIX_FMT_YUV422P);
+    EXPECT_EQ(thread_->getAvgDecodeTimeMs(), 0);
+    EXPECT_EQ(log.count("[VideoDecodeThread]: "), 0);
+}
+
+TEST_F(VideoDecodeThreadTest, SaysThatTheDecoderDidNotOpen) {
+    LogCapture log;
+    EXPECT_FALSE(open(static_cast<VideoCodecType>(99)));
+    EXPECT_EQ(log.count("[VideoDecodeThread]: play, failed open video decoder\n"), 1);
+    // It is still there.
+    EXPECT_EQ(thread_->getAvgDecodeTimeMs(), 0);
+}
+
+TEST_F(VideoDecodeThreadTest, LeavesNothingBehindAfterAnOpenThatFailed) {
+    videoFakes().openError = [] { return AVERROR(EINVAL); };
+    EXPECT_FALSE(open());
+    const std::weak_ptr<VideoDecodeThread> thread = thread_;
+    const std::weak_ptr<RecordingObserver> observer = observer_;
+    thread_.reset();
+    observer_.reset();
+    EXPECT_TRUE(thread.expired());
+    EXPECT_TRUE(observer.expired());
+}
+
+TEST_F(VideoDecodeThreadTest, NeedsASharedPointerToOpen) {
+    VideoDecodeThread alone;
+    EXPECT_THROW(alone.open(VIDEO_CODEC_MPEG4, nullptr, PIX_FMT_YUV420P, false, HW_DECODE_NONE, false, observer_),
+                 std::bad_weak_ptr);
+}
+
+TEST_F(VideoDecodeThreadTest, TakesNoPacketWithoutAnObserver) {
+    FakeTime::setManual(true);
+    EXPECT_EQ(thread_->fillPacket(makeVideoPacket(0)), 1);
+    start();
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_TRUE(FakeTime::waitForSleepers(1));
+        FakeTime::advanceMs(30);
+    }
+    EXPECT_EQ(thread_->getQueuePacketSize(), 1);
+    // What a decoder might ask meanwhile has no answer.
+    const std::shared_ptr<VideoDecoderObserver> toDecoder = thread_;
+    EXPECT_EQ(toDecoder->allocPixBuffer(10), nullptr);
+    toDecoder->freePixBuffer(std::make_shared<FrameBuffer>());
+    toDecoder->onVideoDecoded(std::make_shared<VideoFrameInfo>());
+    toDecoder->onVideoDecodeFailed();
+    toDecoder->onVideoDecodeNoMoreFrame();
+    FakeTime::setManual(false);
+    stop();
+}
+
+TEST_F(VideoDecodeThreadTest, StopsItsThreadWhenItGoes) {
+    start();
+    started_ = false;
+    thread_.reset();
+}
+
+TEST_F(VideoDecodeThreadTest, DecodesWhileFewerThanThreeFramesWait) {
+    FakeTime::setManual(true);
+    openScripted();
+    observer_->waiting = 3;
+    start();
+    thread_->fillPacket(makeVideoPacket(0));
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    FakeTime::advanceMs(30);
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    EXPECT_THAT(observer_->events(), IsEmpty());
+    observer_->waiting = 2;
+    FakeTime::advanceMs(30);
+    EXPECT_THAT(observer_->waitForEvents(1), ElementsAre("frame 0"));
+    stop();
+    EXPECT_EQ(scripted_->closes, 1);
+}
+
+TEST_F(VideoDecodeThreadTest, PassesOnWhatTheDecoderSays) {
+    LogCapture log;
+    openScripted();
+    start();
+    auto failing = makeVideoPacket(2);
+    failing->size = -1;
+    thread_->fillPacket(makeVideoPacket(1));
+    thread_->fillPacket(failing);
+    thread_->fillPacket(makeEndPacket(false));
+    EXPECT_THAT(observer_->waitForEvents(3), ElementsAre("frame 1", "failed", "no more"));
+    stop();
+    EXPECT_EQ(log.count("[VideoDecodeThread]: onVideoDecodeNoMoreFrame\n"), 1);
+    EXPECT_EQ(log.count("[VideoDecodeThread]: onExit\n"), 1);
+    EXPECT_EQ(log.count("[VideoDecodeThread]: "), 2);
+    EXPECT_EQ(log.count("[BaseDecodeThread]: [VideoDecodeThread], Run\n"), 1);
+}
+
+TEST_F(VideoDecodeThreadTest, LendsTheObserversBuffers) {
+    openScripted();
+    const auto buffer = scripted_->observer->allocPixBuffer(100);
+    ASSERT_NE(buffer, nullptr);
+    EXPECT_EQ(buffer->size, 100U);
+    scripted_->observer->freePixBuffer(buffer);
+    EXPECT_EQ(observer_->returned, 1);
+    EXPECT_EQ(thread_->getAvgDecodeTimeMs(), 17);
+    start();
+    stop();
+}
+
+TEST_F(VideoDecodeThreadTest, FlushesTheDecoderForASeek) {
+    LogCapture log;
+    openScripted();
+    start();
+    thread_->seek(500);
+    thread_->fillPacket(makeVideoPacket(501));
+    EXPECT_THAT(observer_->waitForEvents(2), ElementsAre("seek 500 flush", "frame 501"));
+    stop();
+    EXPECT_EQ(scripted_->flushes, 1);
+    EXPECT_NE(observer_->lastThread(), std::this_thread::get_id());
+    EXPECT_EQ(log.count("[VideoDecodeThread]: onSeek, seekTimeMs:500, flush:1\n"), 1);
+}
+
+TEST_F(VideoDecodeThreadTest, RefusesEveryTimeBeforeTheFirstFrame) {
+    openScripted();
+    thread_->fillPacket(makeVideoPacket(1000));
+    LogCapture log;
+    EXPECT_FALSE(thread_->checkBuffer(std::numeric_limits<int>::max()));
+    EXPECT_THAT(log.lines(),
+                ElementsAre("[VideoDecodeThread]: checkBuffer, seekTimeMs:2147483647, "
+                            "lastOutputPtsMs:9223372036854775807\n",
+                            "[VideoDecodeThread]: checkBuffer, seek time is small than last output pts\n"));
+    log.clear();
+    EXPECT_FALSE(thread_->clearBuffer(500));
+    EXPECT_THAT(log.lines(),
+                ElementsAre("[VideoDecodeThread]: clearBuffer, seekTimeMs:500, lastOutputPtsMs:9223372036854775807\n",
+                            "[VideoDecodeThread]: onSeek, seekTimeMs:500, flush:0\n"));
+    EXPECT_THAT(observer_->events(), ElementsAre("seek 500"));
+    start();
+    stop();
+}
+
+TEST_F(VideoDecodeThreadTest, GrantsATimeBetweenTheLastFrameAndTheLastPacket) {
+    openScripted();
+    scripted_->insertPacket(makeVideoPacket(200).get());
+    thread_->fillPacket(makeVideoPacket(240));
+    thread_->fillPacket(makeVideoPacket(400));
+    EXPECT_FALSE(thread_->checkBuffer(199));
+    EXPECT_TRUE(thread_->checkBuffer(200));
+    EXPECT_TRUE(thread_->checkBuffer(400));
+    EXPECT_FALSE(thread_->checkBuffer(401));
+    EXPECT_FALSE(thread_->checkBuffer(-1));
+
+    EXPECT_TRUE(thread_->clearBuffer(300));
+    EXPECT_EQ(scripted_->flushes, 0);
+    EXPECT_EQ(thread_->getQueuePacketSize(), 2);
+    EXPECT_FALSE(thread_->clearBuffer(401));
+    EXPECT_THAT(observer_->events(), ElementsAre("frame 200", "seek 300"));
+    start();
+    stop();
+}
+
+TEST_F(VideoDecodeThreadTest, TellsTheObserverOfARefusedSeekAllTheSame) {
+    openScripted();
+    scripted_->insertPacket(makeVideoPacket(200).get());
+    thread_->fillPacket(makeVideoPacket(400));
+    EXPECT_FALSE(thread_->clearBuffer(199));
+    EXPECT_THAT(observer_->events(), ElementsAre("frame 200", "seek 199"));
+    EXPECT_EQ(observer_->lastThread(), std::this_thread::get_id());
+    EXPECT_EQ(scripted_->flushes, 0);
+    EXPECT_EQ(thread_->getQueuePacketSize(), 1);
+    start();
+    stop();
+}
+
+TEST_F(VideoDecodeThreadTest, JudgesASecondSeekByTheLastFrameBeforeTheFirst) {
+    openScripted();
+    start();
+    thread_->fillPacket(makeVideoPacket(1000));
+    observer_->waitForEvents(1);
+    thread_->seek(60000);
+    // No packet has come since: the first new frame is still to be decoded.
+    EXPECT_THAT(observer_->events(), ElementsAre("frame 1000"));
+    LogCapture log;
+    EXPECT_FALSE(thread_->checkBuffer(999));
+    EXPECT_FALSE(thread_->checkBuffer(1001));
+    EXPECT_THAT(log.lines(),
+                testing::Contains("[VideoDecodeThread]: checkBuffer, seekTimeMs:1001, lastOutputPtsMs:1000\n"));
+    thread_->fillPacket(makeVideoPacket(60000));
+    observer_->waitForEvents(3);
+    log.clear();
+    EXPECT_FALSE(thread_->checkBuffer(59999));
+    EXPECT_TRUE(log.has("lastOutputPtsMs:60000\n"));
+    stop();
+    EXPECT_THAT(observer_->events(), ElementsAre("frame 1000", "seek 60000 flush", "frame 60000"));
+}
+
+TEST_F(VideoDecodeThreadTest, DecodesARealStreamAndLetsGoOfEverything) {
+    const auto stream = test::makeVideoStream("-c:v libx264 -bf 2", "mp4", 64, 48, 30);
+    videoFakes() = {};
+    opened_ = thread_->open(stream.codecType, stream.parameters.get(), stream.pixFormat, false, HW_DECODE_NONE, false,
+                            observer_);
+    ASSERT_TRUE(opened_);
+    observer_->keepFrames();
+    start();
+    for (const auto& packet : stream.packets) {
+        thread_->fillPacket(packet);
+    }
+    thread_->fillPacket(makeEndPacket(true));
+    ASSERT_THAT(observer_->waitForEvents(30), SizeIs(30));
+    stop();
+    const std::weak_ptr<VideoDecodeThread> watched = thread_;
+    thread_.reset();
+    EXPECT_TRUE(watched.expired());
+    EXPECT_EQ(videoFakes().liveContexts, 0);
+
+    // The frames outlive their thread: their way back leads nowhere now.
+    auto frames = observer_->takeFrames();
+    ASSERT_THAT(frames, SizeIs(30));
+    EXPECT_TRUE(test::planesOf(*frames[29]) == stream.expected(29));
+    frames.clear();
+    EXPECT_EQ(observer_->returned, 0);
+}
+
+TEST_F(VideoDecodeThreadTest, GivesBuffersBackOnAnyThread) {
+    const auto stream = test::makeVideoStream("-c:v mpeg4", "mp4", 64, 48, 10);
+    videoFakes() = {};
+    opened_ = thread_->open(stream.codecType, stream.parameters.get(), stream.pixFormat, false, HW_DECODE_NONE, false,
+                            observer_);
+    ASSERT_TRUE(opened_);
+    observer_->keepFrames();
+    start();
+    for (const auto& packet : stream.packets) {
+        thread_->fillPacket(packet);
+    }
+    thread_->fillPacket(makeEndPacket(true));
+    ASSERT_THAT(observer_->waitForEvents(10), SizeIs(10));
+    std::thread player([frames = observer_->takeFrames()]() mutable { frames.clear(); });
+    player.join();
+    EXPECT_EQ(observer_->returned, 10);
+    stop();
+}
+
+// A player's life in quick motion, with seeks at any moment.
+TEST_F(VideoDecodeThreadTest, SurvivesSeeksAndStopsAtAnyMoment) {
+    const auto stream = test::makeVideoStream("-c:v libx264 -bf 2 -g 10", "mp4", 64, 48, 30);
+    for (int round = 0; round < 15; ++round) {
+        videoFakes() = {};
+        observer_ = std::make_shared<RecordingObserver>();
+        thread_ = std::make_shared<VideoDecodeThread>();
+        opened_ = thread_->open(stream.codecType, stream.parameters.get(), stream.pixFormat, false, HW_DECODE_NONE,
+                                round % 2, observer_);
+        ASSERT_TRUE(opened_);
+        start();
+        std::thread host([&] {
+            for (int i = 0; i < 30; ++i) {
+                thread_->checkBuffer(i * 40);
+                thread_->clearBuffer(i * 40);
+                std::this_thread::yield();
+            }
+        });
+        for (size_t i = 0; i < stream.packets.size(); ++i) {
+            thread_->fillPacket(stream.packets[i]);
+            observer_->waiting = static_cast<int>(i % 5);
+            if (i % 7 == static_cast<size_t>(round % 7)) {
+                thread_->seek(static_cast<int>(i) * 40);
+            }
+            if (i % 9 == 3) {
+                thread_->fillPacket(test::makeFlushPacket());
+            }
+        }
+        host.join();
+        observer_->waiting = 0;
+        if (round % 3) {
+            thread_->seek(0);
+            for (const auto& packet : stream.packets) {
+                thread_->fillPacket(packet);
+            }
+            thread_->fillPacket(makeEndPacket(true));
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+            while (thread_->getQueuePacketSize() > 0 && std::chrono::steady_clock::now() < deadline) {
+                std::this_thread::yield();
+            }
+            EXPECT_EQ(thread_->getQueuePacketSize(), 0) << "round " << round;
+        }
+        stop();
+        thread_.reset();
+        EXPECT_EQ(videoFakes().liveContexts, 0);
+    }
+}
+
+}  // namespace
+}  // namespace kelp

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+
+#include "decode/audio_frame_info.h"
+#include "decode/audio_output_spec.h"
+
+namespace kelp {
+
+// Takes finished samples to a sound device.
+//
+// The audio play thread calls `init`, `fillFrame` and `getBufferDuration`; all else may come from any thread, also
+// while `fillFrame` blocks.
+class IAudioOutput {
+public:
+    virtual ~IAudioOutput() = default;
+
+    // Opens the device for samples of this form and starts it.
+    virtual bool init(AudioOutputSpec spec) = 0;
+
+    // Hands over the frame's samples and returns when there was room for them all, or a flush or close came.
+    virtual bool fillFrame(std::shared_ptr<AudioFrameInfo> frame) = 0;
+
+    // The sound between the last sample handed over and the loudspeaker, in milliseconds.
+    virtual int getBufferDuration() = 0;
+
+    virtual bool pause(bool paused) = 0;
+
+    // Closes the device for good and ends a `fillFrame` that blocks.
+    virtual void close() = 0;
+
+    // Orders that what is on its way be thrown away, and ends a `fillFrame` that blocks.
+    virtual void flush() = 0;
+
+    // Linear gain, 1.0 leaving the samples as they are.
+    virtual bool setVolume(float volume) = 0;
+};
+
+}  // namespace kelp

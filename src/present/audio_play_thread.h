@@ -1,0 +1,118 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "clock/sync_object.h"
+#include "decode/audio_frame_info.h"
+#include "decode/audio_output_spec.h"
+#include "present/audio_output.h"
+#include "present/audio_output_factory.h"
+#include "present/base_play_thread.h"
+#include "runtime/atomic_shared_ptr.h"
+
+namespace kelp {
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+
+// What an AudioPlayThread reports. Called on the play thread, at the end of a seek with its queue's mutex held.
+class AudioPlayThreadObserver {
+public:
+    // The first frame ever, or the first one after a seek; `pts` in milliseconds.
+    virtual void onFirstAudioFrame(int64_t pts) = 0;
+};
+
+#pragma GCC diagnostic pop
+
+// Plays sound: takes decoded blocks, changes their tempo and writes them to the audio output, whose small ring blocks
+// the write and so paces the thread. It is a clock that others may follow, and it measures how far it is away from the
+// one that it follows itself; the tempo makes up for the difference.
+//
+// Calls in this order: `init`, `setOutputSpec`, `start`, then all others from the control side at will, then `stop`.
+// The clock and getUnSyncSamples may be read from any thread. The tempo library's object belongs to the play thread
+// from `start` on.
+class AudioPlayThread : private BasePlayThread, public SyncObject {
+public:
+    AudioPlayThread();
+    // Stops the thread if that has not been done.
+    ~AudioPlayThread() override;
+
+    void init(std::shared_ptr<AudioPlayThreadObserver> observer);
+    void setOutputSpec(AudioOutputSpec spec);
+
+    // Whether the tempo can be changed here. If not, the decoder is to make up for differences.
+    bool isSupportSpeedAdjust();
+
+    // 1.0 is the sound's own tempo. In force from the next frame on; the pitch stays.
+    void setSpeed(float speed);
+
+    // Linear gain. False if there is no output yet, which then gets the value when it is made.
+    bool setVolume(float volume);
+
+    // The position at the loudspeaker, in milliseconds, as of the last frame.
+    int64_t getCurrentTime();
+
+    // By how many samples per channel the sound runs ahead of the clock that it follows; negative if it lags.
+    int getUnSyncSamples();
+
+    bool start() override;
+    int fillFrame(std::shared_ptr<DecodedFrame> frame) override;
+    int getFrameQueueSize() override;
+    bool pause(bool paused) override;
+    void seek(int seekTimeMs, bool needFlush) override;
+    bool checkBuffer(int seekTimeMs) override;
+    bool clearBuffer(int seekTimeMs) override;
+    // Drops the clock that is followed as well.
+    void stop() override;
+    void setMaxPtsMs(int64_t ms) override;
+
+    int64_t getNoSyncThreshold() override;
+    bool isForceSync() override;
+    int64_t getSyncPts() override;
+    void setSyncObject(std::shared_ptr<SyncObject> syncObject) override;
+
+private:
+    friend class AudioPlayThreadPeer;  // lets tests drive the steps below without a thread
+
+    bool onOutput(std::shared_ptr<DecodedFrame> frame) override;
+    void onOutput() override;
+    void onSeekStart(int seekTimeMs) override;
+    void onSeekFinish(int ptsMs) override;
+    void onExit() override;
+
+    int64_t getCurrentPts();
+    void setCurrentPts(int64_t pts, int64_t now);
+
+    // Measures the distance to the clock that is followed, as a running average over about 20 frames. `duration` is
+    // the frame's, in milliseconds.
+    void computeUnSyncSamples(int64_t duration);
+    int toSamples(double ms) const;
+    // The tempo that makes up for the difference, on top of the speed.
+    float tempo() const;
+
+    // Makes the output, opens it and only then lets the control side see it.
+    std::shared_ptr<IAudioOutput> makeOutput();
+    // Replaces the frame's samples by what comes out of the tempo change. False if nothing did.
+    bool stretch(void* soundTouch, AudioFrameInfo& frame);
+    void destroySoundTouch();
+
+    AudioOutputSpec outputSpec_;  // of the samples that arrive; fixed from `start` on
+    std::shared_ptr<AudioOutputFactory> audioOutputFactory_;
+    AtomicSharedPtr<IAudioOutput> audioOutput_;  // from the first frame to onExit; written by the play thread
+    std::atomic<int64_t> currentPts_{0};         // at the loudspeaker, in milliseconds
+    std::atomic<int64_t> ptsOffset_{0};          // currentPts_ minus the time when it was set; 0 means no time yet
+    AtomicSharedPtr<SyncObject> syncObject_;     // the clock to follow, or none
+    std::atomic<int> unSyncSamples_{0};          // per channel; positive means ahead
+    const double diffAvgCoef_;                   // weight of the past in diffCum_
+    double diffCum_ = 0;                         // running weighted sum of the difference, in milliseconds
+    int diffAvgCount_ = 0;                       // differences in diffCum_, up to 20
+    std::atomic<bool> needFlush_{false};         // the next frame flushes the output and the tempo change first
+    std::shared_ptr<AudioPlayThreadObserver> observer_;
+    std::atomic<float> volume_{1.0f};         // linear gain
+    std::atomic<void*> soundTouch_{nullptr};  // owned, from `init` to onExit; null if the library gave none
+    std::atomic<float> speed_{1.0f};
+};
+
+}  // namespace kelp

@@ -1,0 +1,266 @@
+#include "present/base_play_thread.h"
+
+#include <chrono>
+#include <utility>
+
+#include "clock/wrapping_math.h"
+#include "kelp_player/log.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr const char* kTag = "BasePlayThread";
+
+constexpr int kRetryMs = 50;  // until a frame that was not done with is offered again, and a step of a paused loop
+constexpr int kKeepMs = 30;   // until a queue that is down to what it keeps is looked at again
+constexpr auto kIdleWait = std::chrono::milliseconds(50);
+
+// Whether `timeMs` lies within the frame, or before it.
+bool reaches(const DecodedFrame& frame, int64_t timeMs) {
+    return frame.pts == timeMs || wrappingSubtract(wrappingAdd(frame.pts, frame.duration), 1) >= timeMs;
+}
+
+}  // namespace
+
+BasePlayThread::BasePlayThread(std::string name, int keepFrames)
+    : BaseThread(name), threadName_(std::move(name)), keepFrames_(keepFrames) {
+}
+
+BasePlayThread::~BasePlayThread() = default;
+
+void BasePlayThread::Run() {
+    Log::Debug(kTag, "[%s], %s\n", threadName_.c_str(), "Run");
+    setName(threadName_.c_str());
+
+    while (!isStopRequested()) {
+        pausedSeen_ = paused_;
+        if (paused_ && seekTimeMs_ == -1) {
+            sleepMilliSeconds(kRetryMs);
+        }
+
+        std::unique_lock lock(queueMutex_);
+        startPendingSeeks(lock);
+        if (frameQueue_.empty()) {
+            waitForFrame(lock);
+            continue;
+        }
+        const auto frame = takeFrame();
+        if (frame) {
+            lock.unlock();
+            present(frame);
+        }
+        if (!paused_) {
+            // Without a frame the mutex is still held: a target that comes now must not be popped unseen.
+            if (!lock.owns_lock()) {
+                lock.lock();
+            }
+            popPresented();
+        }
+    }
+
+    {
+        std::lock_guard lock(queueMutex_);
+        clearQueue(frameQueue_);
+    }
+    onExit();
+}
+
+void BasePlayThread::startPendingSeeks(std::unique_lock<std::mutex>& lock) {
+    while (seekPending_) {
+        const int seekTimeMs = seekTimeMs_;
+        const auto generation = seekGeneration_;
+        lock.unlock();
+        onSeekStart(seekTimeMs);
+        lock.lock();
+        // A newer seek gets an onSeekStart of its own.
+        if (generation == seekGeneration_) {
+            seekPending_ = false;
+        }
+    }
+}
+
+void BasePlayThread::waitForFrame(std::unique_lock<std::mutex>& lock) {
+    // A stop that is requested after this look takes the mutex before it wakes the wait.
+    if (isStopRequested()) {
+        return;
+    }
+    if (queueCond_.wait_until(lock, std::chrono::steady_clock::now() + kIdleWait) == std::cv_status::timeout) {
+        onOutput();
+    }
+}
+
+std::shared_ptr<DecodedFrame> BasePlayThread::takeFrame() {
+    return seekTimeMs_ == -1 ? frameQueue_.front() : skipToTarget();
+}
+
+std::shared_ptr<DecodedFrame> BasePlayThread::skipToTarget() {
+    while (!frameQueue_.empty()) {
+        // A target behind the end of the stream ends at the last frame known.
+        const int seekTimeMs = seekTimeMs_;
+        const int64_t maxPtsMs = maxPtsMs_;
+        const int64_t skipLimit = maxPtsMs > 0 && maxPtsMs < seekTimeMs ? maxPtsMs : seekTimeMs;
+        if (const auto& front = frameQueue_.front(); reaches(*front, skipLimit)) {
+            Log::Info(kTag,
+                      "[%s], %s, finish skip frame, skip count:%d, pts:%lld, duration:%lld, seekTime:%d, "
+                      "skipLimit:%d, left q.size:%d\n",
+                      threadName_.c_str(), "Run", skipCount_, static_cast<long long>(front->pts),
+                      static_cast<long long>(front->duration), seekTimeMs, static_cast<int>(skipLimit),
+                      static_cast<int>(frameQueue_.size()));
+            onSeekFinish(static_cast<int>(front->pts));
+            seekTimeMs_ = -1;
+            return front;
+        }
+        frameQueue_.pop();
+        ++skipCount_;
+    }
+    return nullptr;
+}
+
+void BasePlayThread::present(const std::shared_ptr<DecodedFrame>& frame) {
+    while (!onOutput(frame)) {
+        sleepMilliSeconds(kRetryMs);
+        if (isStopRequested() || seekPending_) {
+            return;
+        }
+    }
+}
+
+void BasePlayThread::popPresented() {
+    const auto size = static_cast<int>(frameQueue_.size());
+    if (size > keepFrames_) {
+        frameQueue_.pop();
+    } else if (size == keepFrames_) {
+        // With the mutex held: producers and the control side wait as well.
+        sleepMilliSeconds(kKeepMs);
+    }
+}
+
+bool BasePlayThread::start() {
+    started_ = true;
+    started_ = startThread();
+    return started_;
+}
+
+void BasePlayThread::stop() {
+    requestStopAndWake();
+    joinAndReset();
+}
+
+void BasePlayThread::requestStopAndWake() {
+    requestStop();
+    std::lock_guard lock(queueMutex_);
+    queueCond_.notify_all();
+}
+
+void BasePlayThread::joinAndReset() {
+    joinThread();
+    maxPtsMs_ = -1;
+    started_ = false;
+}
+
+int BasePlayThread::fillFrame(std::shared_ptr<DecodedFrame> frame) {
+    std::lock_guard lock(queueMutex_);
+    if (!frameQueue_.empty() && frame->pts > frameQueue_.back()->pts) {
+        auto& last = *frameQueue_.back();
+        std::atomic_ref(last.duration).store(wrappingSubtract(frame->pts, last.pts), std::memory_order_relaxed);
+    }
+    frameQueue_.push(std::move(frame));
+    queueCond_.notify_all();
+    return static_cast<int>(frameQueue_.size());
+}
+
+int64_t BasePlayThread::durationOf(DecodedFrame& frame) {
+    return std::atomic_ref(frame.duration).load(std::memory_order_relaxed);
+}
+
+int BasePlayThread::getFrameQueueSize() {
+    std::lock_guard lock(queueMutex_);
+    return static_cast<int>(frameQueue_.size());
+}
+
+bool BasePlayThread::pause(bool paused) {
+    Log::Debug(kTag, "[%s], pause:%d\n", threadName_.c_str(), paused);
+    paused_ = paused;
+    return true;
+}
+
+void BasePlayThread::seek(int seekTimeMs, bool needFlush) {
+    Log::Debug(kTag, "[%s], %s, seekTimeMs:%d\n", threadName_.c_str(), "seek", seekTimeMs);
+    std::lock_guard lock(queueMutex_);
+    Log::Debug(kTag, "[%s], %s, seek req... queue size:%d, needFlush:%d\n", threadName_.c_str(), "seek",
+               static_cast<int>(frameQueue_.size()), needFlush);
+    if (!frameQueue_.empty()) {
+        Log::Debug(kTag, "[%s], %s, flush firstPts:%d, backPts:%lld\n", threadName_.c_str(), "seek",
+                   static_cast<int>(frameQueue_.front()->pts), static_cast<long long>(frameQueue_.back()->pts));
+    }
+    if (needFlush) {
+        clearQueue(frameQueue_);
+    }
+    // Under the mutex, so that a loop that is just finishing an older seek can't undo them.
+    seekPending_ = true;
+    seekTimeMs_ = seekTimeMs;
+    skipCount_ = 0;
+    ++seekGeneration_;
+}
+
+bool BasePlayThread::checkBuffer(int seekTimeMs) {
+    std::lock_guard lock(queueMutex_);
+    return isInRange(seekTimeMs, "checkBuffer");
+}
+
+bool BasePlayThread::clearBuffer(int seekTimeMs) {
+    constexpr const char* kOperation = "clearBuffer";
+    std::lock_guard lock(queueMutex_);
+    if (!isInRange(seekTimeMs, kOperation)) {
+        clearQueue(frameQueue_);
+        return false;
+    }
+    while (!frameQueue_.empty()) {
+        const auto& front = *frameQueue_.front();
+        Log::Debug(kTag, "[%s], %s, frame pts:%lld, duration:%lld, seekTime:%d, bfsz:%d\n", threadName_.c_str(),
+                   kOperation, static_cast<long long>(front.pts), static_cast<long long>(front.duration), seekTimeMs,
+                   front.buffer ? static_cast<int>(front.buffer->size) : 0);
+        if (reaches(front, seekTimeMs)) {
+            Log::Info(kTag, "[%s], %s, frame pts:%lld found\n", threadName_.c_str(), kOperation,
+                      static_cast<long long>(front.pts));
+            break;
+        }
+        frameQueue_.pop();
+    }
+    return true;
+}
+
+bool BasePlayThread::isInRange(int seekTimeMs, const char* operation) {
+    Log::Debug(kTag, "[%s], %s, seekTimeMs:%d, qsz:%d\n", threadName_.c_str(), operation, seekTimeMs,
+               static_cast<int>(frameQueue_.size()));
+    if (frameQueue_.empty()) {
+        return false;
+    }
+    const int64_t first = frameQueue_.front()->pts;
+    const int64_t last = frameQueue_.back()->pts;
+    Log::Debug(kTag, "[%s], %s, seek time %lld, frame buffer range:[%lld, %lld]\n", threadName_.c_str(), operation,
+               static_cast<long long>(seekTimeMs), static_cast<long long>(first), static_cast<long long>(last));
+    if (first <= seekTimeMs && last >= seekTimeMs) {
+        return true;
+    }
+    Log::Debug(kTag, "[%s], %s, out of range\n", threadName_.c_str(), operation);
+    return false;
+}
+
+void BasePlayThread::setMaxPtsMs(int64_t ms) {
+    int64_t known = maxPtsMs_;
+    while (known < ms && !maxPtsMs_.compare_exchange_weak(known, ms)) {
+    }
+}
+
+int64_t BasePlayThread::getMaxPtsMs() {
+    return maxPtsMs_;
+}
+
+void BasePlayThread::clearQueue(std::queue<std::shared_ptr<DecodedFrame>>& queue) {
+    std::queue<std::shared_ptr<DecodedFrame>> released;
+    queue.swap(released);
+}
+
+}  // namespace kelp

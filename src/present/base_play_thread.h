@@ -1,0 +1,132 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <queue>
+#include <string>
+
+#include "decode/decoded_frame.h"
+#include "runtime/base_thread.h"
+
+namespace kelp {
+
+// Holds decoded frames until it is their time, hands them to the output of the derived class one by one, and carries
+// a seek out on them: frames are dropped until the target is reached.
+//
+// One thread, the play thread, runs the loop and calls all `on...` operations. `fillFrame` comes from the decode side
+// and never blocks or refuses; everything else comes from the control side. None of them is held up by a slow output:
+// the queue's mutex is released before a frame is handed on. A derived class stops the thread in its own destructor,
+// if `isStarted` says so.
+class BasePlayThread : private BaseThread {
+public:
+    // `keepFrames`: how many frames stay queued after output.
+    BasePlayThread(std::string name, int keepFrames);
+    ~BasePlayThread() override;
+
+private:
+    void Run() override;
+
+public:
+    // Starts the play thread. Does not take back a stop.
+    virtual bool start();
+
+    // Queues `frame` and returns the queue's new length. The frame before it gets the distance of the two as its
+    // duration if time goes forward between them.
+    virtual int fillFrame(std::shared_ptr<DecodedFrame> frame);
+
+    virtual int getFrameQueueSize();
+
+    // While paused the front frame stays queued and is offered again about every 50 ms. Always true.
+    virtual bool pause(bool paused);
+
+    // Drops frames up to the one that plays at `seekTimeMs`, or up to the highest known time if that is lower. With
+    // `needFlush` those that are queued now go at once.
+    virtual void seek(int seekTimeMs, bool needFlush);
+
+    // Whether the target lies between the first and the last queued frame.
+    virtual bool checkBuffer(int seekTimeMs);
+
+    // Drops the queued frames before the target; all of them, with false, if it isn't in the queue.
+    virtual bool clearBuffer(int seekTimeMs);
+
+    // Ends the play thread and waits for it; the queue is empty then. A derived class whose output can block calls
+    // requestStopAndWake, releases its output and then calls joinAndReset instead.
+    virtual void stop();
+
+    // The highest time known for the stream, in milliseconds. It only grows until `stop`; -1 stands for none.
+    virtual void setMaxPtsMs(int64_t ms);
+    virtual int64_t getMaxPtsMs();
+
+protected:
+    // Presents `frame`. True when it is done with; false to be offered the same frame again after 50 ms. No lock held.
+    virtual bool onOutput(std::shared_ptr<DecodedFrame> frame) = 0;
+
+    // The queue stayed empty for 50 ms. The queue's mutex is held here and in onSeekFinish: no call of an operation
+    // that looks at the queue.
+    virtual void onOutput() = 0;
+
+    // A seek was asked for; once for each, before any frame is dropped for it. No lock held.
+    virtual void onSeekStart(int seekTimeMs) = 0;
+
+    // The frame with this time is the first at or past the target; it is offered next.
+    virtual void onSeekFinish(int ptsMs) = 0;
+
+    // The last act of the play thread. No lock held.
+    virtual void onExit() = 0;
+
+    // The frame's duration in milliseconds. To be read in this way outside of the queue's mutex: it changes when the
+    // next frame comes in, also while this one is being presented.
+    static int64_t durationOf(DecodedFrame& frame);
+
+    // For a change of a frame that is still queued in what the control side looks at: its buffer.
+    std::unique_lock<std::mutex> lockQueue() { return std::unique_lock(queueMutex_); }
+
+    // A seek was asked for and the loop has not got to it yet.
+    bool isSeekPending() const { return seekPending_; }
+
+    // The two halves of `stop`.
+    void requestStopAndWake();
+    void joinAndReset();
+
+    // From `start` to the end of `stop`.
+    bool isStarted() const { return started_.load(std::memory_order_relaxed); }
+
+public:
+    bool isPaused() const { return paused_; }
+    bool isStopRequested() { return BaseThread::isStopRequested(); }
+
+private:
+    // Releases all frames. The queue's mutex is held.
+    static void clearQueue(std::queue<std::shared_ptr<DecodedFrame>>& queue);
+
+    // The steps of the loop, with queueMutex_ held at call and return.
+    void startPendingSeeks(std::unique_lock<std::mutex>& lock);
+    void waitForFrame(std::unique_lock<std::mutex>& lock);
+    std::shared_ptr<DecodedFrame> takeFrame();
+    std::shared_ptr<DecodedFrame> skipToTarget();
+    void popPresented();
+    // Whether the target lies in the queue's range; logs as `operation`.
+    bool isInRange(int seekTimeMs, const char* operation);
+
+    // Offers `frame` until it is done with, or a stop or a seek comes. No lock held.
+    void present(const std::shared_ptr<DecodedFrame>& frame);
+
+    const std::string threadName_;
+    const int keepFrames_;
+    std::queue<std::shared_ptr<DecodedFrame>> frameQueue_;  // front is next; guarded by queueMutex_
+    std::mutex queueMutex_;
+    std::condition_variable queueCond_;  // a frame was queued or a stop requested
+    std::atomic<bool> paused_{false};
+    bool pausedSeen_ = false;               // the loop's copy of paused_
+    std::atomic<bool> seekPending_{false};  // onSeekStart is due; written with queueMutex_ held, like the next
+    std::atomic<int> seekTimeMs_{-1};       // target of the running seek; -1 when none runs
+    int skipCount_ = 0;                     // frames dropped for the running seek; guarded by queueMutex_
+    std::atomic<int64_t> maxPtsMs_{-1};     // highest time known for the stream; -1 for none
+    unsigned int seekGeneration_ = 0;       // seeks so far; guarded by queueMutex_
+    std::atomic<bool> started_{false};      // written by the owner only
+};
+
+}  // namespace kelp

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+
+#include "decode/video_frame_info.h"
+#include "kelp_player/types.h"
+
+namespace kelp {
+
+// Puts pictures on one output. It shows what it is told when it is told; all timing lies with its owner.
+//
+// All operations are called on the video play thread: `init` once, then `fillFrame` and `refresh` for every picture,
+// and `close` at the end. A renderer whose `init` failed takes all of them and shows nothing.
+class IRender {
+public:
+    virtual ~IRender() = default;
+
+    // `window` is a handle of kind `type`, `width` and `height` its size in pixels, `fps` the stream's frame rate.
+    virtual bool init(WindowType type, void* window, int width, int height, int fps) = 0;
+
+    // The window is to have another size, in pixels.
+    virtual bool updateWindowSize(int width, int height) = 0;
+
+    // Gives the picture of the next `refresh`.
+    virtual bool fillFrame(std::shared_ptr<VideoFrameInfo> frame) = 0;
+
+    // Shows the picture. Whether that was done.
+    virtual bool refresh() = 0;
+
+    // Lets the output and the picture go.
+    virtual void close() = 0;
+};
+
+}  // namespace kelp

@@ -1,0 +1,200 @@
+#include "present/sdl_audio_output.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+#include "kelp_player/log.h"
+#include "runtime/cycle_buffer_wrapper.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr char kTag[] = "SDLAudioOutput";
+constexpr int kRingBytes = 8193;  // one of them always stays free
+constexpr int kDeviceBufferSamples = 1024;
+
+// 0 for a form that the device can't take.
+SDL_AudioFormat sdlFormat(int sampleFormat) {
+    switch (sampleFormat) {
+        case 0:
+            return AUDIO_U8;
+        case 1:
+            return AUDIO_S16LSB;
+        case 2:
+            return AUDIO_S32LSB;
+        case 3:
+            return AUDIO_F32LSB;
+        default:
+            return 0;
+    }
+}
+
+// Truncated toward zero and held in the range; a volume that is no number gives silence.
+int16_t scaleSample(int16_t sample, float volume) {
+    const float scaled = static_cast<float>(sample) * volume;
+    if (scaled >= std::numeric_limits<int16_t>::max()) {
+        return std::numeric_limits<int16_t>::max();
+    }
+    if (scaled <= std::numeric_limits<int16_t>::min()) {
+        return std::numeric_limits<int16_t>::min();
+    }
+    return scaled == scaled ? static_cast<int16_t>(scaled) : int16_t{0};
+}
+
+}  // namespace
+
+SDLAudioOutput::SDLAudioOutput() : cycleBuffer_(std::make_shared<CycleBufferWrapper>()) {
+}
+
+// A device that is still open would call into an object that is gone.
+SDLAudioOutput::~SDLAudioOutput() {
+    closeDevice();
+}
+
+bool SDLAudioOutput::init(AudioOutputSpec spec) {
+    Log::Info(kTag, "%s, ch:%d, freg:%d, fmt:%d\n", "init", spec.channels, spec.sampleRate, spec.sampleFormat);
+    cycleBuffer_->init(kRingBytes, cycleBufferWrapperCallback, this);
+
+    wantedSpec_.channels = static_cast<Uint8>(spec.channels);
+    wantedSpec_.freq = spec.sampleRate;
+    wantedSpec_.silence = 0;
+    wantedSpec_.samples = kDeviceBufferSamples;
+    wantedSpec_.callback = sdlAudioCallback;
+    wantedSpec_.userdata = this;
+    if (wantedSpec_.freq < 1 || wantedSpec_.channels == 0) {
+        Log::Error(kTag, "Invalid sample rate or channel count!\n");
+        return false;
+    }
+    const SDL_AudioFormat format = sdlFormat(spec.sampleFormat);
+    if (format == 0) {
+        Log::Error(kTag, "Invalid sample format!\n");
+        return false;
+    }
+    wantedSpec_.format = format;
+
+    SDL_AudioSpec obtained{};
+    const SDL_AudioDeviceID device = SDL_OpenAudioDevice(
+        nullptr, 0, &wantedSpec_, &obtained, SDL_AUDIO_ALLOW_FREQUENCY_CHANGE | SDL_AUDIO_ALLOW_CHANNELS_CHANGE);
+    if (device == 0) {
+        Log::Error(kTag, "SDL_OpenAudioDevice failed! %s\n", SDL_GetError());
+        return false;
+    }
+    {
+        std::lock_guard lock(deviceMutex_);
+        deviceId_ = device;
+    }
+    if (closed_) {
+        // `close` came while the device was being opened, and found none.
+        closeDevice();
+    }
+    if (obtained.format != wantedSpec_.format) {
+        Log::Error(kTag, "SDL advised audio format %d is not supported!\n", obtained.format);
+        return false;
+    }
+    {
+        std::lock_guard lock(deviceMutex_);
+        if (deviceId_ != 0) {
+            SDL_PauseAudioDevice(deviceId_, 0);
+        }
+    }
+    Log::Info(kTag, "wanted spec:(%d:%d:%d), obtained spec:(%d:%d:%d)\n", wantedSpec_.channels, wantedSpec_.freq,
+              wantedSpec_.format, obtained.channels, obtained.freq, obtained.format);
+    return true;
+}
+
+bool SDLAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {
+    if (wantedSpec_.format == AUDIO_S16LSB) {
+        applyVolume(frame.get());
+    }
+    cycleBuffer_->write(frame->buffer->data, static_cast<int>(frame->dataSize));
+    if (flushRequested_) {
+        // In this order: until the ring is empty, the device stays silent.
+        cycleBuffer_->reset();
+        flushRequested_ = false;
+    }
+    return true;
+}
+
+void SDLAudioOutput::applyVolume(AudioFrameInfo* frame) {
+    unsigned char* bytes = frame->buffer->data;
+    const size_t count = frame->dataSize / sizeof(int16_t);
+    for (size_t i = 0; i < count; ++i, bytes += sizeof(int16_t)) {
+        int16_t sample;
+        std::memcpy(&sample, bytes, sizeof(sample));
+        sample = scaleSample(sample, volume_.load(std::memory_order_relaxed));
+        std::memcpy(bytes, &sample, sizeof(sample));
+    }
+}
+
+int SDLAudioOutput::getBufferDuration() {
+    const int sampleBytes = SDL_AUDIO_BITSIZE(wantedSpec_.format) / 8;
+    // No format stands here after an `init` that refused it.
+    if (wantedSpec_.channels == 0 || wantedSpec_.freq <= 0 || sampleBytes == 0) {
+        return 0;
+    }
+    const int ringMs = cycleBuffer_->availableReadSize() * 1000 / wantedSpec_.channels / wantedSpec_.freq / sampleBytes;
+    return ringMs + kDeviceBufferSamples * 1000 / wantedSpec_.freq;
+}
+
+bool SDLAudioOutput::pause(bool paused) {
+    paused_ = paused;
+    std::lock_guard lock(deviceMutex_);
+    if (deviceId_ != 0) {
+        SDL_PauseAudioDevice(deviceId_, paused);
+    }
+    return true;
+}
+
+void SDLAudioOutput::close() {
+    Log::Debug(kTag, "close\n");
+    closed_ = true;
+    cycleBuffer_->abort(true);
+    closeDevice();
+}
+
+void SDLAudioOutput::closeDevice() {
+    std::lock_guard lock(deviceMutex_);
+    if (deviceId_ != 0) {
+        SDL_CloseAudioDevice(deviceId_);
+        deviceId_ = 0;
+    }
+}
+
+void SDLAudioOutput::flush() {
+    Log::Debug(kTag, "flush\n");
+    flushRequested_ = true;
+}
+
+bool SDLAudioOutput::setVolume(float volume) {
+    volume_.store(volume, std::memory_order_relaxed);
+    return true;
+}
+
+void SDLAudioOutput::sdlAudioCallback(void* userdata, unsigned char* stream, int len) {
+    auto* output = static_cast<SDLAudioOutput*>(userdata);
+    if (!output || output->paused_) {
+        std::memset(stream, 0, static_cast<size_t>(len));
+        return;
+    }
+    const int got = output->cycleBuffer_->read_noblock(stream, len);
+    if (got < len) {
+        const int filled = std::max(got, 0);
+        std::memset(stream + filled, 0, static_cast<size_t>(len - filled));
+    }
+    if (got > 0 && got != len) {
+        Log::Debug(kTag, "%s, req:%d, got:%d\n", "sdlAudioCallback", len, got);
+    }
+}
+
+int SDLAudioOutput::cycleBufferWrapperCallback(void* opaque) {
+    const auto* output = static_cast<SDLAudioOutput*>(opaque);
+    if (!output) {
+        return 0;
+    }
+    return output->closed_ || output->flushRequested_ ? 1 : 0;
+}
+
+}  // namespace kelp

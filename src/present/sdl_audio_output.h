@@ -1,0 +1,61 @@
+#pragma once
+
+#include <SDL.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+
+#include "present/audio_output.h"
+
+namespace kelp {
+
+class CycleBufferWrapper;
+
+// Sound by SDL: a ring of 8192 bytes between the play thread, which waits for room in it, and the callback of the
+// device, which takes what is there and plays silence for the rest. Applies the volume before the ring.
+//
+// SDL's audio thread only touches the ring and the atomics. Without a device nobody empties the ring, so `fillFrame`
+// blocks until a flush or close comes; likewise while the device is paused.
+class SDLAudioOutput : public IAudioOutput {
+public:
+    SDLAudioOutput();
+    SDLAudioOutput(const SDLAudioOutput&) = delete;
+    SDLAudioOutput& operator=(const SDLAudioOutput&) = delete;
+    ~SDLAudioOutput() override;
+
+    bool init(AudioOutputSpec spec) override;
+
+    // Always true. Samples of 16 bits are scaled in place; other forms have no volume.
+    bool fillFrame(std::shared_ptr<AudioFrameInfo> frame) override;
+
+    // What is in the ring and one device buffer.
+    int getBufferDuration() override;
+    bool pause(bool paused) override;
+    void close() override;
+
+    // The device is silent from here on; the ring is emptied by the next `fillFrame`, whose frame goes with it.
+    void flush() override;
+    bool setVolume(float volume) override;
+
+    // The device's callback; `userdata` is the output.
+    static void sdlAudioCallback(void* userdata, unsigned char* stream, int len);
+
+    // The ring's question whether a transfer is to stop; `opaque` is the output.
+    static int cycleBufferWrapperCallback(void* opaque);
+
+private:
+    void applyVolume(AudioFrameInfo* frame);
+    void closeDevice();
+
+    std::shared_ptr<CycleBufferWrapper> cycleBuffer_;
+    SDL_AudioDeviceID deviceId_ = 0;   // 0 if none is open; guarded by deviceMutex_
+    std::mutex deviceMutex_;           // keeps a pause from a device that is being closed; the callback never takes it
+    std::atomic<bool> closed_{false};  // never cleared
+    SDL_AudioSpec wantedSpec_{};       // as asked of SDL, not as obtained; the play thread's
+    std::atomic<bool> paused_{false};
+    std::atomic<bool> flushRequested_{false};  // until the next fillFrame
+    std::atomic<float> volume_{1.0F};
+};
+
+}  // namespace kelp

@@ -1,0 +1,72 @@
+#include "present/shown_frame.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "clock/wrapping_math.h"
+#include "decode/frame_buffer.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr int kCountBits = 16;
+constexpr uint64_t kCountMask = (uint64_t{1} << kCountBits) - 1;
+
+// Takes the picture for planar 4:2:0 with tightly packed planes.
+void blank(const VideoFrameInfo& frame) {
+    constexpr int kBlackLuma = 0;
+    constexpr int kNoColor = 128;
+    if (!frame.buffer || !frame.buffer->data || frame.width <= 0 || frame.height <= 0) {
+        return;
+    }
+    const int64_t capacity = frame.buffer->size;
+    const int64_t pixels = static_cast<int64_t>(frame.width) * frame.height;
+    const int64_t luma = std::min(pixels, capacity);
+    // Two planes of a quarter each, the second right behind the first.
+    const int64_t chroma = std::min(pixels / 4 * 2, capacity - luma);
+    std::memset(frame.buffer->data, kBlackLuma, static_cast<size_t>(luma));
+    std::memset(frame.buffer->data + luma, kNoColor, static_cast<size_t>(chroma));
+}
+
+}  // namespace
+
+// A picture that is shown again keeps its id, and with it the requests to blank it.
+void ShownFrame::set(const std::shared_ptr<VideoFrameInfo>& frame) {
+    if (frame != frame_) {
+        frame_ = frame;
+        id_.store(id_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    }
+}
+
+void ShownFrame::requestBlank() {
+    const uint64_t id = id_.load(std::memory_order_relaxed);
+    if (id == 0) {
+        return;
+    }
+    uint64_t request = request_.load(std::memory_order_relaxed);
+    uint64_t wanted = 0;
+    do {
+        const uint64_t requestedId = request >> kCountBits;
+        const bool isFull = (request & kCountMask) == kCountMask;
+        if (requestedId > id || (requestedId == id && isFull)) {
+            return;  // another thread has seen a newer picture, or nothing was drawn for ages
+        }
+        wanted = (requestedId == id ? request : id << kCountBits) + 1;
+    } while (!request_.compare_exchange_weak(request, wanted, std::memory_order_relaxed));
+}
+
+void ShownFrame::carryOutBlanks(std::unique_lock<std::mutex> lock) {
+    const uint64_t id = id_.load(std::memory_order_relaxed);
+    if (request_.load(std::memory_order_relaxed) >> kCountBits != id || id == 0) {
+        return;
+    }
+    const uint64_t count = request_.exchange(0, std::memory_order_relaxed) & kCountMask;
+    blank(*frame_);
+    if (lock.mutex()) {
+        lock.lock();
+    }
+    frame_->pts = wrappingSubtract(frame_->pts, static_cast<int64_t>(count));
+}
+
+}  // namespace kelp

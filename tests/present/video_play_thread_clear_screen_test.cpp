@@ -1,0 +1,216 @@
+#include "decode/frame_buffer.h"
+#include "present/video_play_fixture.h"
+
+namespace kelp {
+namespace {
+
+using test::blockOf;
+using test::blockWith;
+using test::LogCapture;
+using test::makePacketPicture;
+using test::makePicture;
+using test::Shown;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Peer = VideoPlayThreadPeer;
+
+using VideoPlayThreadClearScreen = test::VideoPlayFixture;
+
+TEST_F(VideoPlayThreadClearScreen, BlanksThePictureAndLowersItsTimeAtTheNextDrawing) {
+    const auto frame = makePicture(1000);
+    const auto before = blockOf(*frame);
+    output(frame);
+    renders.clearCalls();
+    thread.clearScreen();
+    // Nothing is drawn or written on the caller's thread.
+    EXPECT_THAT(renders.calls(), IsEmpty());
+    EXPECT_EQ(blockOf(*frame), before);
+    Peer::idle(thread);
+    EXPECT_EQ(blockOf(*frame), blockWith(16 * 8, 0, 128));
+    EXPECT_THAT(renders.calls(), ElementsAre("1 fill 999", "1 refresh"));
+    Peer::idle(thread);
+    EXPECT_EQ(frame->pts, 999);
+}
+
+TEST_F(VideoPlayThreadClearScreen, LowersTheTimeByOneForEachCall) {
+    const auto frame = makePicture(1000);
+    output(frame);
+    thread.clearScreen();
+    thread.clearScreen();
+    Peer::idle(thread);
+    EXPECT_EQ(frame->pts, 998);
+    thread.clearScreen();
+    Peer::idle(thread);
+    EXPECT_EQ(frame->pts, 997);
+}
+
+TEST_F(VideoPlayThreadClearScreen, DoesNothingWithoutAPicture) {
+    thread.clearScreen();
+    const auto frame = makePicture(1000);
+    const auto before = blockOf(*frame);
+    output(frame);
+    Peer::idle(thread);
+    EXPECT_EQ(blockOf(*frame), before);
+    EXPECT_EQ(frame->pts, 1000);
+}
+
+TEST_F(VideoPlayThreadClearScreen, SparesThePictureThatComesNext) {
+    const auto first = makePicture(0);
+    const auto second = makePicture(40);
+    const auto before = blockOf(*second);
+    output(first);
+    thread.clearScreen();
+    output(second);
+    Peer::idle(thread);
+    EXPECT_EQ(blockOf(*first), blockWith(16 * 8, 0, 128));
+    EXPECT_EQ(first->pts, -1);
+    EXPECT_EQ(blockOf(*second), before);
+    EXPECT_EQ(second->pts, 40);
+    // The wait for the second one shows the first one black.
+    EXPECT_THAT(refreshes(), ElementsAre(Shown{0, 0}, Shown{0, -1}, Shown{15, -1}, Shown{40, 40}, Shown{40, 40}));
+}
+
+TEST_F(VideoPlayThreadClearScreen, SparesThePictureThatIsBeingDrawn) {
+    const auto first = makePicture(0);
+    const auto second = makePicture(40);
+    const auto before = blockOf(*second);
+    output(first);
+    renders.onRefresh = [this](int64_t pts) {
+        if (pts == 40) {
+            thread.clearScreen();  // the picture on the screen is still the first one
+            renders.onRefresh = [](int64_t) {};
+        }
+    };
+    output(second);
+    Peer::idle(thread);
+    EXPECT_EQ(blockOf(*second), before);
+    EXPECT_EQ(second->pts, 40);
+}
+
+TEST_F(VideoPlayThreadClearScreen, TurnsThePictureBlackThatAWaitShows) {
+    const auto frame = makePicture(0);
+    output(frame);
+    renders.onRefresh = [this](int64_t pts) {
+        if (pts == 0 && elapsed() == 15) {
+            thread.clearScreen();
+        }
+    };
+    output(100);
+    EXPECT_THAT(refreshes(), ElementsAre(Shown{0, 0}, Shown{0, 0}, Shown{15, 0}, Shown{30, -1}, Shown{45, -1},
+                                         Shown{60, -1}, Shown{75, -1}, Shown{100, 100}));
+}
+
+TEST_F(VideoPlayThreadClearScreen, TurnsThePictureOfAPauseBlackThoughItIsOfferedAgain) {
+    const auto frame = makePicture(1000);
+    output(frame);
+    thread.pause(true);
+    output(frame);
+    thread.clearScreen();
+    renders.onRefresh = [&](int64_t) { EXPECT_THAT(blockOf(*frame), Each(testing::AnyOf(0, 128))); };
+    EXPECT_TRUE(output(frame));
+    EXPECT_EQ(renders.pictures().back().pts, 999);
+    EXPECT_EQ(thread.getCurrentTime(), 999);
+    // A request in the middle of such a drawing is for the same picture.
+    renders.onRefresh = [this](int64_t pts) {
+        if (pts == 999) {
+            thread.clearScreen();
+            renders.onRefresh = [](int64_t) {};
+        }
+    };
+    output(frame);
+    output(frame);
+    EXPECT_EQ(frame->pts, 998);
+}
+
+TEST_F(VideoPlayThreadClearScreen, TurnsThePictureBlackThatStaysUpAheadOfAForcingMaster) {
+    const auto frame = makePicture(0);
+    output(frame);
+    const auto next = makePicture(500);
+    const auto before = blockOf(*next);
+    follow(0)->forcing = true;
+    EXPECT_FALSE(output(next));
+    thread.clearScreen();
+    EXPECT_FALSE(output(next));
+    EXPECT_EQ(renders.refreshes().back().pts, -1);
+    EXPECT_EQ(blockOf(*next), before);
+}
+
+TEST_F(VideoPlayThreadClearScreen, TurnsThePictureBlackThatIsHeldAfterAWait) {
+    output(0);
+    follow(0)->forcing = true;
+    renders.onRefresh = [this](int64_t) {
+        if (elapsed() == 480) {
+            thread.clearScreen();  // in the last drawing of the wait
+        }
+    };
+    EXPECT_FALSE(output(500));
+    EXPECT_EQ(refreshes().back(), (Shown{500, -1}));
+}
+
+TEST_F(VideoPlayThreadClearScreen, TakesThePlanesAsTightlyPacked) {
+    // 15 luma bytes, then 3 and 3; the last byte of the block is no one's.
+    const auto frame = makePicture(0, 5, 3);
+    frame->data[0] = nullptr;
+    frame->linesize[0] = 64;
+    const int last = blockOf(*frame).back();
+    output(frame);
+    thread.clearScreen();
+    Peer::idle(thread);
+    auto expected = blockWith(15, 0, 128);
+    ASSERT_EQ(expected.size(), 21U);
+    expected.push_back(last);
+    EXPECT_EQ(blockOf(*frame), expected);
+}
+
+TEST_F(VideoPlayThreadClearScreen, LeavesThePartOfALargerBlockAlone) {
+    const auto frame = makePicture(0, 16, 8);
+    frame->width = 8;
+    frame->height = 8;
+    output(frame);
+    const auto before = blockOf(*frame);
+    thread.clearScreen();
+    Peer::idle(thread);
+    auto expected = blockWith(64, 0, 128);
+    expected.insert(expected.end(), before.begin() + 96, before.end());
+    EXPECT_EQ(blockOf(*frame), expected);
+}
+
+TEST_F(VideoPlayThreadClearScreen, StaysInsideOfABlockThatIsTooSmall) {
+    const auto frame = makePicture(0, 16, 8);
+    frame->height = 1000;
+    output(frame);
+    thread.clearScreen();
+    Peer::idle(thread);
+    EXPECT_THAT(blockOf(*frame), Each(0));
+    frame->buffer.reset();
+    thread.clearScreen();
+    Peer::idle(thread);
+    EXPECT_EQ(frame->pts, -2);
+}
+
+TEST_F(VideoPlayThreadClearScreen, LowersTheTimeOfAPassThroughFrameOnly) {
+    const auto frame = makePacketPicture(40, "bytes");
+    const auto before = blockOf(*frame);
+    output(frame);
+    thread.clearScreen();
+    Peer::idle(thread);
+    EXPECT_EQ(blockOf(*frame), before);
+    EXPECT_EQ(frame->pts, 39);
+}
+
+TEST_F(VideoPlayThreadClearScreen, SkipsTheBlackPictureOfAPauseIfMoreIsQueuedOnResume) {
+    const auto frame = makePicture(1000);
+    output(frame);
+    thread.pause(true);
+    output(frame);
+    thread.clearScreen();
+    thread.pause(false);
+    queue(2);
+    renders.clearCalls();
+    output(frame);  // goes back by one millisecond
+    EXPECT_THAT(renders.calls(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace kelp

@@ -1,0 +1,312 @@
+#include "playtask/play_task.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "kelp_player/kelp_player.h"
+#include "kelp_player/log.h"
+
+// The object itself, the plain commands, the choice of the clock and the buffer pools. Starting and stopping, events
+// and seeks have sources of their own.
+
+namespace kelp {
+
+PlayTask::PlayTask() = default;
+
+PlayTask::~PlayTask() = default;
+
+void PlayTask::init(EventCallback callback, std::shared_ptr<Worker> worker) {
+    eventCallback_ = std::move(callback);
+    worker_ = std::move(worker);
+    timestampExtrapolator_ = std::make_shared<TimestampExtrapolator>();
+    renderTiming_ = std::make_shared<RenderTiming>(timestampExtrapolator_.get());
+    streamParser_ = std::make_shared<StreamParser>(timestampExtrapolator_.get());
+    streamParser_->init(shared_from_this());
+}
+
+bool PlayTask::loadFileAsync(const std::string& fileName, int seekTime) {
+    Log::Info(kTag, "LoadVideoFile, fileName:%s, seekTime:%d\n", fileName.c_str(), seekTime);
+    if (fileName.empty()) {
+        return false;
+    }
+    fileName_ = fileName;
+    loadThread_ = std::make_unique<std::thread>([this, fileName, seekTime] { load(fileName, seekTime); });
+    return true;
+}
+
+void PlayTask::load(const std::string& fileName, int seekTime) {
+    if (!streamParser_ || !streamParser_->open(fileName, seekTime)) {
+        // After a stop, which cuts the open short, nobody asks for the outcome any more.
+        if (!streamParser_ || !streamParser_->isStopRequested()) {
+            raise(EVENT_FAILED, ERROR_TYPE_STREAM, 0, 0);
+        }
+        return;
+    }
+
+    const auto streamInfo = streamParser_->getStreamInfo();
+    const auto codecInfo = streamParser_->getCodecInfo();
+    streamInfo_.store(streamInfo);
+    codecInfo_.store(codecInfo);
+    durationMs_ = streamInfo->duration;
+    seekable_ = streamInfo->seekable;
+    if (streamInfo->has_video) {
+        playDetailWidth_ = codecInfo->width;
+        playDetailHeight_ = codecInfo->height;
+        playDetailFps_ = codecInfo->frameRate;
+        raise(EVENT_VIDEO_SIZE_UPDATED, codecInfo->width, codecInfo->height, 0);
+    }
+    raise(EVENT_PREPARED, streamInfo->has_video, streamInfo->has_audio, 0);
+}
+
+void PlayTask::raise(EventType type, int a, int b, int c) {
+    if (eventCallback_) {
+        eventCallback_(type, a, b, c);
+    }
+}
+
+bool PlayTask::pause() {
+    Log::Debug(kTag, "%s\n", "pause");
+    if (const auto clock = masterClock_.load()) {
+        clock->save(-1);
+    }
+    if (streamParser_) {
+        streamParser_->pause(true);
+    }
+    if (const auto videoPlay = videoPlayThread_.load()) {
+        videoPlay->pause(true);
+    }
+    if (const auto audioPlay = audioPlayThread_.load()) {
+        audioPlay->pause(true);
+    }
+    return true;
+}
+
+bool PlayTask::resume() {
+    Log::Debug(kTag, "%s\n", "resume");
+    if (const auto clock = masterClock_.load()) {
+        clock->restore();
+    }
+    if (streamParser_) {
+        streamParser_->pause(false);
+    }
+    if (const auto videoPlay = videoPlayThread_.load()) {
+        videoPlay->pause(false);
+    }
+    if (const auto audioPlay = audioPlayThread_.load()) {
+        audioPlay->pause(false);
+    }
+    return true;
+}
+
+void PlayTask::setSpeed(float speed) {
+    std::lock_guard lock(settingMutex_);
+    speed_ = speed;
+    const auto audioPlay = audioPlayThread_.load();
+    if (audioPlay && audioPlay->isSupportSpeedAdjust()) {
+        audioPlay->setSpeed(speed);
+    }
+}
+
+bool PlayTask::setVolume(float volume) {
+    const auto audioPlay = audioPlayThread_.load();
+    return audioPlay && audioPlay->setVolume(volume);
+}
+
+int PlayTask::getCurrentTime() {
+    if (isSeeking_) {
+        return seekingTimeMs_;
+    }
+    if (const auto videoPlay = videoPlayThread_.load()) {
+        return static_cast<int>(videoPlay->getCurrentTime());
+    }
+    if (const auto audioPlay = audioPlayThread_.load()) {
+        return static_cast<int>(audioPlay->getCurrentTime());
+    }
+    return 0;
+}
+
+int PlayTask::getDuration() {
+    return static_cast<int>(durationMs_);
+}
+
+PlayDetailInfo PlayTask::getPlayDetailInfo() {
+    PlayDetailInfo info;
+    info.width = playDetailWidth_;
+    info.height = playDetailHeight_;
+    info.rotate = playDetailRotate_;
+    info.fps = playDetailFps_;
+    info.duration = durationMs_;
+    return info;
+}
+
+bool PlayTask::addWindow(WindowType type, void* handle, int width, int height) {
+    {
+        std::lock_guard lock(windowMutex_);
+        const auto known = std::find_if(windowInfos_.begin(), windowInfos_.end(),
+                                        [handle](const WindowInfo& info) { return info.handle == handle; });
+        if (known != windowInfos_.end()) {
+            known->width = width;
+            known->height = height;
+        } else {
+            windowInfos_.push_back({type, handle, width, height});
+        }
+    }
+    if (const auto videoPlay = videoPlayThread_.load()) {
+        videoPlay->addWindow(type, handle, width, height);
+    }
+    return true;
+}
+
+bool PlayTask::removeWindow(void* handle) {
+    {
+        std::lock_guard lock(windowMutex_);
+        std::erase_if(windowInfos_, [handle](const WindowInfo& info) { return info.handle == handle; });
+    }
+    if (const auto videoPlay = videoPlayThread_.load()) {
+        videoPlay->removeWindow(handle);
+    }
+    return true;
+}
+
+void PlayTask::updateWindowSize(void* handle, int width, int height) {
+    {
+        std::lock_guard lock(windowMutex_);
+        for (auto& info : windowInfos_) {
+            if (info.handle == handle) {
+                info.width = width;
+                info.height = height;
+            }
+        }
+    }
+    if (const auto videoPlay = videoPlayThread_.load()) {
+        videoPlay->updateWindowSize(handle, width, height);
+    }
+}
+
+bool PlayTask::pauseWindow(void* handle, bool pause) {
+    if (const auto videoPlay = videoPlayThread_.load()) {
+        videoPlay->pauseWindow(handle, pause);
+    }
+    return true;
+}
+
+void PlayTask::clearScreen() {
+    if (const auto videoPlay = videoPlayThread_.load()) {
+        videoPlay->clearScreen();
+    }
+}
+
+void PlayTask::enableHwDecoder(bool enable, HwDecodeMode mode) {
+    enableHwDecoder_ = enable;
+    hwDecodeMode_ = mode;
+}
+
+void PlayTask::setOption(const char* key, const char* value) {
+    if (streamParser_) {
+        streamParser_->setOption(key, value);
+    }
+}
+
+void PlayTask::setSyncMasterMode(SyncMasterMode mode) {
+    std::lock_guard lock(settingMutex_);
+    syncMasterMode_ = mode;
+    updateSyncObject();
+}
+
+void PlayTask::setExternSyncClock(std::shared_ptr<SyncObject> clock) {
+    std::lock_guard lock(settingMutex_);
+    syncObject_.store(clock ? std::move(clock) : masterClock_.load());
+    updateSyncObject();
+}
+
+SyncMasterMode PlayTask::getSyncMasterMode() {
+    SyncMasterMode mode = syncMasterMode_;
+    // Video falls back to audio without asking whether there is any.
+    if (mode == SYNC_MASTER_VIDEO) {
+        return videoPlayThread_.load() ? SYNC_MASTER_VIDEO : SYNC_MASTER_AUDIO;
+    }
+    if (mode == SYNC_MASTER_AUDIO && audioPlayThread_.load()) {
+        return SYNC_MASTER_AUDIO;
+    }
+    return SYNC_MASTER_CLOCK;
+}
+
+std::shared_ptr<SyncObject> PlayTask::getSyncMasterObject() {
+    switch (getSyncMasterMode()) {
+        case SYNC_MASTER_AUDIO:
+            return audioPlayThread_.load();
+        case SYNC_MASTER_VIDEO:
+            return videoPlayThread_.load();
+        default:
+            return syncObject_.load();
+    }
+}
+
+void PlayTask::updateSyncObject() {
+    const SyncMasterMode mode = getSyncMasterMode();
+    const auto master = getSyncMasterObject();
+    // A master is left alone: it goes on following whomever it followed before.
+    const auto audioPlay = audioPlayThread_.load();
+    if (audioPlay && mode != SYNC_MASTER_AUDIO) {
+        audioPlay->setSyncObject(master);
+    }
+    const auto videoPlay = videoPlayThread_.load();
+    if (videoPlay && mode != SYNC_MASTER_VIDEO) {
+        videoPlay->setSyncObject(master);
+    }
+}
+
+std::shared_ptr<FrameBuffer> PlayTask::allocPixBuffer(unsigned int size) {
+    return allocFrameBuffer(pixBufferPool_, pixPoolMutex_, size, /*withMargin=*/false);
+}
+
+void PlayTask::freePixBuffer(std::shared_ptr<FrameBuffer> buffer) {
+    freeFrameBuffer(pixBufferPool_, pixPoolMutex_, std::move(buffer));
+}
+
+std::shared_ptr<FrameBuffer> PlayTask::allocPcmBuffer(unsigned int size) {
+    return allocFrameBuffer(pcmBufferPool_, pcmPoolMutex_, size, /*withMargin=*/true);
+}
+
+void PlayTask::freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) {
+    freeFrameBuffer(pcmBufferPool_, pcmPoolMutex_, std::move(buffer));
+}
+
+std::shared_ptr<FrameBuffer> PlayTask::allocFrameBuffer(BufferPool& pool, std::mutex& mutex, unsigned int size,
+                                                        bool withMargin) {
+    std::lock_guard lock(mutex);
+    while (!pool.empty()) {
+        auto buffer = std::move(pool.front());
+        pool.pop_front();
+        if (buffer->size >= size) {
+            return buffer;
+        }
+        Log::Debug(kTag, "%s, delete buffer from pool, size not match, request:%u, buffer:%u\n", "allocFrameBuffer",
+                   size, buffer->size);
+    }
+    if (size == 0) {
+        return nullptr;
+    }
+    Log::Debug(kTag, "%s, no buffer from pool, dataSize:%u\n", "allocFrameBuffer", size);
+    // The margin is 32-bit arithmetic and wraps for a huge request, which gets what it asked for then.
+    const unsigned int capacity = withMargin ? std::max(size * 121 / 100, size) : size;
+    auto buffer = std::make_shared<FrameBuffer>();
+    buffer->data = new unsigned char[capacity];
+    buffer->size = capacity;
+    return buffer;
+}
+
+void PlayTask::freeFrameBuffer(BufferPool& pool, std::mutex& mutex, std::shared_ptr<FrameBuffer> buffer) {
+    std::lock_guard lock(mutex);
+    if (!buffer) {
+        return;
+    }
+    // The front is where allocFrameBuffer looks first: the larger ones go there.
+    if (pool.empty() || buffer->size < pool.front()->size) {
+        pool.push_back(std::move(buffer));
+    } else {
+        pool.push_front(std::move(buffer));
+    }
+}
+
+}  // namespace kelp

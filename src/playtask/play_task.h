@@ -1,0 +1,263 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "clock/master_clock.h"
+#include "clock/render_timing.h"
+#include "clock/sync_object.h"
+#include "clock/timestamp_extrapolator.h"
+#include "decode/audio_decode_thread.h"
+#include "decode/audio_output_spec.h"
+#include "decode/frame_buffer.h"
+#include "decode/video_decode_thread.h"
+#include "input/media_packet.h"
+#include "input/stream_info.h"
+#include "input/stream_parser.h"
+#include "kelp_player/codec_info.h"
+#include "kelp_player/types.h"
+#include "playtask/event_type.h"
+#include "present/audio_play_thread.h"
+#include "present/video_play_thread.h"
+#include "runtime/atomic_shared_ptr.h"
+#include "runtime/worker.h"
+
+namespace kelp {
+
+// What is known of a playback at one moment.
+struct PlayDetailInfo {
+    int width = 0;         // of the picture, in pixels
+    int height = 0;        // of the picture, in pixels
+    int rotate = 0;        // clockwise, in degrees; 0 until the first decoded picture
+    int fps = 0;           // whole pictures per second
+    int64_t duration = 0;  // in milliseconds
+};
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"  // of the observer interfaces
+// Runs one playback: owns the parser, the decode threads and the play threads, stands between them as the only
+// observer of all, and raises the events for the player. It keeps what the host asked for while those don't exist.
+//
+// Held by a shared pointer. `init` comes once, before all else; `loadFileAsync`, `play` and `stop` come from one
+// thread at a time; the other commands from any. The observer operations come on the stages' threads. Every event goes
+// through the callback of `init`, on the thread that raises it, possibly with a stage's queue mutex held: the callback
+// only posts.
+//
+// The task and its parser hold each other from `init` on, so they, the extrapolator and the render timing stay
+// allocated for good; after `stop` no thread runs in them.
+//
+// Lock order: seekRunMutex_, a decode thread's queue mutex, a play thread's queue mutex, seekMutex_, the worker's.
+class PlayTask : public StreamParserObserver,
+                 public VideoDecodeThreadObserver,
+                 public AudioDecodeThreadObserver,
+                 public VideoPlayThreadObserver,
+                 public AudioPlayThreadObserver,
+                 public std::enable_shared_from_this<PlayTask> {
+public:
+    using EventCallback = std::function<void(EventType, int, int, int)>;
+
+    PlayTask();
+    PlayTask(const PlayTask&) = delete;
+    PlayTask& operator=(const PlayTask&) = delete;
+    virtual ~PlayTask();
+
+    // Makes the parser and what goes with it. Deferred seeks run on `worker`.
+    void init(EventCallback callback, std::shared_ptr<Worker> worker);
+
+    // Opens `fileName` from `seekTime` milliseconds on, on a thread of its own. The outcome is an event, or nothing if
+    // `stop` comes first. False if the name is empty. Not again before `stop`.
+    bool loadFileAsync(const std::string& fileName, int seekTime);
+
+    // Builds the stages for what was loaded and starts reading. A branch that fails is left out.
+    bool play();
+
+    // Ends all threads and forgets the source. What the host has set stays. Always true.
+    bool stop();
+
+    bool pause();
+    bool resume();
+
+    // Goes to `seekTimeMs`, by the shortest way that there is; during a seek the request waits until that one has
+    // ended, and only the last of those that wait is carried out. False only if the source can't seek.
+    bool seek(int seekTimeMs);
+
+    void setSpeed(float speed);
+    bool setVolume(float volume);
+
+    // The position in milliseconds; during a seek its target.
+    int getCurrentTime();
+    int getDuration();
+    PlayDetailInfo getPlayDetailInfo();
+
+    // The windows survive `stop`.
+    bool addWindow(WindowType type, void* handle, int width, int height);
+    bool removeWindow(void* handle);
+    void updateWindowSize(void* handle, int width, int height);
+    bool pauseWindow(void* handle, bool pause);
+    void clearScreen();
+
+    // For the next `play`.
+    void enableHwDecoder(bool enable, HwDecodeMode mode);
+
+    // A demuxer option, for the opens to come.
+    void setOption(const char* key, const char* value);
+
+    void setSyncMasterMode(SyncMasterMode mode);
+    // The clock to follow in place of the master clock; none to return to that.
+    void setExternSyncClock(std::shared_ptr<SyncObject> clock);
+
+private:
+    friend class PlayTaskPeer;  // lets tests look at the stages and the seek state
+
+    struct WindowInfo {
+        WindowType type;
+        void* handle;  // the key of the list
+        int width;     // in pixels
+        int height;    // in pixels
+    };
+
+    using BufferPool = std::deque<std::shared_ptr<FrameBuffer>>;
+
+    // From the parser, on its thread.
+    void onFirstPakcet(std::shared_ptr<MediaPacket> packet) override;
+    int onAudioPakcet(std::shared_ptr<AudioPacket> packet) override;
+    int onVideoPacket(std::shared_ptr<VideoPacket> packet) override;
+    int onAudioPacketQueueSize() override;
+    int onVideoPacketQueueSize() override;
+    int onAudioFrameQueueSize() override;  // also from the audio decode thread
+    int onVideoFrameQueueSize() override;  // also from the video decode thread
+    void onSeekStart(int seekTimeMs) override;
+    void onSeekCompleted() override;
+    void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
+    void onPlaybackCompleted() override;
+    void onPlayFailed() override;
+
+    // From the video decode thread; seeks without flush from the thread that runs `seek`.
+    void onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) override;
+    void onVideoDecodeFailed() override;
+    void onVideoDecodeNoMoreFrame() override;
+    void onVideoDecodeSeek(int seekTimeMs, bool flush) override;
+    std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) override;
+    void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) override;
+
+    // From the audio decode thread; likewise.
+    void onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) override;
+    int onSpeedUpSamples() override;
+    void onAudioDecodeSeek(int seekTimeMs, bool flush) override;
+    std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) override;
+    void freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) override;
+
+    // From the play threads, at the very first frame and at the end of each seek, then with their queue mutex held.
+    void onFirstVideoFrame(int64_t framePtsMs) override;
+    void onFirstAudioFrame(int64_t framePtsMs) override;
+
+    void raise(EventType type, int a, int b, int c);
+
+    // The body of the load thread.
+    void load(const std::string& fileName, int seekTime);
+
+    // The parts of `play`.
+    void startAudio(const CodecInfo& codecInfo);
+    std::shared_ptr<AudioDecodeThread> startAudioDecode(const CodecInfo& codecInfo);
+    void startVideo(const StreamInfo& streamInfo, const CodecInfo& codecInfo);
+    std::shared_ptr<VideoDecodeThread> startVideoDecode(const StreamInfo& streamInfo, const CodecInfo& codecInfo);
+
+    // Queues the packet for display as it is, as a frame without size.
+    void passThrough(const VideoPacket& packet);
+
+    // The running seek has shown its first frame, `framePtsMs`.
+    void finishSeek(int64_t framePtsMs);
+
+    // The levels of a seek, from the nearest to the farthest place that holds the target; seekRunMutex_ is held.
+    bool startSeek(int seekTimeMs);
+    int clampToDuration(int seekTimeMs) const;
+    // True if a seek is under way and the request now waits for its end.
+    bool parkSeek(int seekTimeMs);
+    bool seekInFrameQueues(int seekTimeMs);
+    bool seekInPacketQueues(int seekTimeMs);
+
+    // Starts the last request that waits, on the worker.
+    void processBufferedSeekRequest();
+    // `generation`: of the requests, when this one was taken from those that wait.
+    void replaySeek(int seekTimeMs, unsigned int generation);
+
+    std::shared_ptr<FrameBuffer> allocFrameBuffer(BufferPool& pool, std::mutex& mutex, unsigned int size,
+                                                  bool withMargin);
+    void freeFrameBuffer(BufferPool& pool, std::mutex& mutex, std::shared_ptr<FrameBuffer> buffer);
+
+    // What the wanted mode comes to with the streams that there are.
+    SyncMasterMode getSyncMasterMode();
+    std::shared_ptr<SyncObject> getSyncMasterObject();
+    // Gives the master to the play threads that follow it; settingMutex_ is held.
+    void updateSyncObject();
+
+    static constexpr const char* kTag = "PlayTask";
+
+    // Set by `init`, for good.
+    EventCallback eventCallback_;
+    std::shared_ptr<Worker> worker_;  // runs deferred seeks
+
+    std::string fileName_;
+
+    std::shared_ptr<TimestampExtrapolator> timestampExtrapolator_;  // the next two hold its raw pointer
+    std::shared_ptr<RenderTiming> renderTiming_;
+    std::shared_ptr<StreamParser> streamParser_;
+
+    std::unique_ptr<std::thread> loadThread_;  // from `loadFileAsync` to `stop`
+
+    // From the end of the load to `stop`.
+    AtomicSharedPtr<StreamInfo> streamInfo_;
+    AtomicSharedPtr<CodecInfo> codecInfo_;
+
+    AudioOutputSpec audioOutputSpec_;  // what all sound is converted to
+
+    std::atomic<bool> enableHwDecoder_{true};
+    std::atomic<HwDecodeMode> hwDecodeMode_{HW_DECODE_ALL};
+    float speed_ = 1.0f;  // guarded by settingMutex_
+
+    // From `play` to `stop`; a stage that failed is empty.
+    AtomicSharedPtr<VideoDecodeThread> videoDecodeThread_;
+    AtomicSharedPtr<AudioDecodeThread> audioDecodeThread_;
+    AtomicSharedPtr<VideoPlayThread> videoPlayThread_;
+    AtomicSharedPtr<AudioPlayThread> audioPlayThread_;
+
+    std::atomic<int64_t> durationMs_{0};  // as the source states it, then as its end shows it
+    std::atomic<bool> seekable_{false};
+    std::atomic<int> playDetailWidth_{0};   // in pixels
+    std::atomic<int> playDetailHeight_{0};  // in pixels
+    std::atomic<int> playDetailRotate_{0};  // in degrees
+    std::atomic<int> playDetailFps_{0};
+
+    std::vector<WindowInfo> windowInfos_;  // guarded by windowMutex_
+    std::mutex windowMutex_;
+
+    AtomicSharedPtr<MasterClock> masterClock_;  // a new one for each `play`
+    AtomicSharedPtr<SyncObject> syncObject_;    // the master if it isn't a play thread
+    std::atomic<SyncMasterMode> syncMasterMode_{SYNC_MASTER_CLOCK};
+    // Held while the speed or the choice of a clock is stored and handed to the play threads, so that the last one
+    // asked for is the one in force. The stages' threads never take it.
+    std::mutex settingMutex_;
+
+    std::atomic<bool> isSeeking_{false};   // a seek is under way through the stages
+    std::atomic<int> seekingTimeMs_{0};    // its target
+    std::vector<int> seekQueue_;           // targets that wait for its end; guarded by seekMutex_
+    unsigned int seekGeneration_ = 0;      // counts the stops, which drop what waits; guarded by seekMutex_
+    std::mutex seekMutex_;                 // held while the end of a seek and a new request look at each other
+    std::mutex seekRunMutex_;              // held through a seek on the control side: one at a time
+    bool seekReachedDecodeQueue_ = false;  // a decode thread has announced it; guarded by seekRunMutex_
+
+    BufferPool pixBufferPool_;  // guarded by pixPoolMutex_
+    std::mutex pixPoolMutex_;
+    BufferPool pcmBufferPool_;  // guarded by pcmPoolMutex_
+    std::mutex pcmPoolMutex_;
+};
+#pragma GCC diagnostic pop
+
+}  // namespace kelp

@@ -1,0 +1,176 @@
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "decode/audio_frame_info.h"
+#include "decode/video_frame_info.h"
+#include "input/tick_math.h"
+#include "kelp_player/kelp_player.h"
+#include "kelp_player/log.h"
+#include "playtask/play_task.h"
+
+// What the stages report: packets and frames on their way to the next stage, and events for the player. A target that
+// isn't there swallows what it would get, and counts as empty.
+
+namespace kelp {
+
+void PlayTask::onFirstPakcet(std::shared_ptr<MediaPacket> packet) {
+    if (packet->timeBaseDen <= 0) {
+        return;
+    }
+    Log::Info(kTag, "%s, packet.info: %s\n", "onFirstPakcet", packet->toString().c_str());
+    const int64_t ptsMs = ticksToMs(packet->pts, packet->timeBaseNum, packet->timeBaseDen);
+    raise(EVENT_FIRST_PACKET, static_cast<int>(ptsMs), 0, 0);
+}
+
+int PlayTask::onAudioPakcet(std::shared_ptr<AudioPacket> packet) {
+    const auto audioDecode = audioDecodeThread_.load();
+    return audioDecode ? audioDecode->fillPacket(std::move(packet)) : 0;
+}
+
+int PlayTask::onVideoPacket(std::shared_ptr<VideoPacket> packet) {
+    const auto codecInfo = codecInfo_.load();
+    if (codecInfo && codecInfo->videoCodecType == VIDEO_CODEC_270) {
+        passThrough(*packet);
+        return 0;
+    }
+    const auto videoDecode = videoDecodeThread_.load();
+    return videoDecode ? videoDecode->fillPacket(std::move(packet)) : 0;
+}
+
+void PlayTask::passThrough(const VideoPacket& packet) {
+    const auto videoPlay = videoPlayThread_.load();
+    if (!packet.data || packet.size <= 0 || !videoPlay) {
+        return;
+    }
+    const auto frame = std::make_shared<VideoFrameInfo>();
+    frame->pixFormat = PIX_FMT_PACKET;
+    frame->buffer = allocPixBuffer(static_cast<unsigned int>(packet.size));
+    if (!frame->buffer) {
+        return;
+    }
+    // Not the decode thread's way back: this frame may outlive that thread.
+    frame->freeBuffer = [weakTask = std::weak_ptr<PlayTask>(shared_from_this())](std::shared_ptr<FrameBuffer> buffer) {
+        if (const auto task = weakTask.lock()) {
+            task->freePixBuffer(std::move(buffer));
+        }
+    };
+    std::memcpy(frame->buffer->data, packet.data, static_cast<size_t>(packet.size));
+    frame->data[0] = frame->buffer->data;
+    frame->linesize[0] = packet.size;
+    frame->width = 0;
+    frame->height = 0;
+    frame->frameTag = packet.pts;
+    frame->pts = packet.timeBaseDen == 0 ? packet.pts : ticksToMs(packet.pts, packet.timeBaseNum, packet.timeBaseDen);
+    videoPlay->fillFrame(frame);
+}
+
+int PlayTask::onAudioPacketQueueSize() {
+    const auto audioDecode = audioDecodeThread_.load();
+    return audioDecode ? audioDecode->getQueuePacketSize() : 0;
+}
+
+int PlayTask::onVideoPacketQueueSize() {
+    const auto videoDecode = videoDecodeThread_.load();
+    return videoDecode ? videoDecode->getQueuePacketSize() : 0;
+}
+
+int PlayTask::onAudioFrameQueueSize() {
+    const auto audioPlay = audioPlayThread_.load();
+    return audioPlay ? audioPlay->getFrameQueueSize() : 0;
+}
+
+int PlayTask::onVideoFrameQueueSize() {
+    const auto videoPlay = videoPlayThread_.load();
+    return videoPlay ? videoPlay->getFrameQueueSize() : 0;
+}
+
+void PlayTask::onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) {
+    if (eventCallback_ && frame->width > 0 && frame->height > 0 &&
+        (frame->width != playDetailWidth_ || frame->height != playDetailHeight_ ||
+         frame->rotate != playDetailRotate_)) {
+        playDetailWidth_ = frame->width;
+        playDetailHeight_ = frame->height;
+        playDetailRotate_ = frame->rotate;
+        raise(EVENT_VIDEO_SIZE_UPDATED, frame->width, frame->height, frame->rotate);
+    }
+    const auto videoPlay = videoPlayThread_.load();
+    if (!videoPlay) {
+        return;
+    }
+    videoPlay->fillFrame(std::move(frame));
+    if (const auto videoDecode = videoDecodeThread_.load()) {
+        renderTiming_->setDecoderTimeMs(videoDecode->getAvgDecodeTimeMs());
+    }
+}
+
+void PlayTask::onVideoDecodeFailed() {
+    raise(EVENT_FAILED, ERROR_TYPE_VIDEO_DECODE, enableHwDecoder_, 0);
+}
+
+void PlayTask::onVideoDecodeNoMoreFrame() {
+    Log::Debug(kTag, "%s\n", "onVideoDecodeNoMoreFrame");
+    // No picture will end a seek that landed behind the last key frame.
+    isSeeking_ = false;
+}
+
+void PlayTask::onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) {
+    if (const auto audioPlay = audioPlayThread_.load()) {
+        audioPlay->fillFrame(std::move(frame));
+    }
+}
+
+int PlayTask::onSpeedUpSamples() {
+    const auto audioPlay = audioPlayThread_.load();
+    // The decoder's correction is the opposite of the output's lead.
+    return audioPlay ? static_cast<int>(0u - static_cast<unsigned int>(audioPlay->getUnSyncSamples())) : 0;
+}
+
+void PlayTask::onFirstVideoFrame(int64_t framePtsMs) {
+    Log::Info(kTag, "%s, framePtsMs:%lld\n", "onFirstVideoFrame", static_cast<long long>(framePtsMs));
+    raise(EVENT_FIRST_VIDEO_FRAME, static_cast<int>(framePtsMs), 0, 0);
+    finishSeek(framePtsMs);
+}
+
+void PlayTask::onFirstAudioFrame(int64_t framePtsMs) {
+    Log::Info(kTag, "%s, framePtsMs:%lld\n", "onFirstAudioFrame", static_cast<long long>(framePtsMs));
+    raise(EVENT_FIRST_AUDIO_FRAME, static_cast<int>(framePtsMs), 0, 0);
+    // Video, where there is any, has the say over the clock and the seek.
+    if (!videoPlayThread_.load()) {
+        finishSeek(framePtsMs);
+    }
+}
+
+void PlayTask::onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) {
+    std::lock_guard lock(seekMutex_);
+    Log::Debug(kTag, "%s, isSeeking_:%d, seekQueue:%d, max video pts:%lld, audio pts:%lld\n", "onFileEnd",
+               isSeeking_.load(), static_cast<int>(seekQueue_.size()), static_cast<long long>(maxVideoPtsMs),
+               static_cast<long long>(maxAudioPtsMs));
+    if (const auto videoPlay = videoPlayThread_.load()) {
+        videoPlay->setMaxPtsMs(maxVideoPtsMs);
+    }
+    if (const auto audioPlay = audioPlayThread_.load()) {
+        audioPlay->setMaxPtsMs(maxAudioPtsMs);
+    }
+    // The real end overrides what the container said, in both directions.
+    const int64_t duration = std::max(maxVideoPtsMs, maxAudioPtsMs);
+    if (duration >= 1 && duration != durationMs_) {
+        durationMs_ = duration;
+        raise(EVENT_DURATION_UPDATED, static_cast<int>(duration), 0, 0);
+    }
+}
+
+void PlayTask::onPlaybackCompleted() {
+    if (isSeeking_) {
+        isSeeking_ = false;
+        std::lock_guard lock(seekMutex_);
+        seekQueue_.clear();
+    }
+    raise(EVENT_COMPLETED, 0, 0, 0);
+}
+
+void PlayTask::onPlayFailed() {
+    raise(EVENT_FAILED, ERROR_TYPE_STREAM, 1, 0);
+}
+
+}  // namespace kelp

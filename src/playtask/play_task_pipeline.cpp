@@ -1,0 +1,208 @@
+#include "kelp_player/log.h"
+#include "playtask/play_task.h"
+
+// Building the pipeline and taking it down.
+
+namespace kelp {
+
+namespace {
+
+// Lets go of a decode thread whose decoder did not open. The two hold each other, and only the end of the thread
+// breaks that up and closes the decoder: so it runs, with the stop requested already.
+template <class DecodeThread>
+void discard(DecodeThread& thread) {
+    thread.stop();
+    thread.start();
+    thread.stop();
+}
+
+}  // namespace
+
+bool PlayTask::play() {
+    if (!streamParser_) {
+        return false;
+    }
+    const auto streamInfo = streamInfo_.load();
+    const auto codecInfo = codecInfo_.load();
+    if (!streamInfo || !codecInfo) {
+        Log::Error(kTag, "play, no source is open\n");
+        return false;
+    }
+    Log::Info(kTag, "play, streamInfo:%s\n", streamInfo->toString().c_str());
+
+    {
+        std::lock_guard lock(settingMutex_);
+        const auto clock = std::make_shared<MasterClock>();
+        masterClock_.store(clock);
+        if (!syncObject_.load()) {
+            syncObject_.store(clock);
+        }
+    }
+
+    if (streamInfo->has_audio && codecInfo->audioCodecType != AUDIO_CODEC_NONE) {
+        startAudio(*codecInfo);
+    }
+    if (streamInfo->has_video && codecInfo->videoCodecType != VIDEO_CODEC_NONE) {
+        startVideo(*streamInfo, *codecInfo);
+    }
+    if (!videoPlayThread_.load() && !audioPlayThread_.load()) {
+        Log::Error(kTag, "play, has no video and audio thread\n");
+        return false;
+    }
+
+    // The clocks are connected before the first frame can arrive: the parser comes last.
+    {
+        std::lock_guard lock(settingMutex_);
+        updateSyncObject();
+    }
+    return streamParser_->start();
+}
+
+void PlayTask::startAudio(const CodecInfo& codecInfo) {
+    const auto audioDecode = startAudioDecode(codecInfo);
+    if (!audioDecode) {
+        return;
+    }
+    const auto audioPlay = std::make_shared<AudioPlayThread>();
+    audioPlayThread_.store(audioPlay);
+    audioPlay->init(shared_from_this());
+    audioPlay->setOutputSpec(audioOutputSpec_);
+    if (audioPlay->isSupportSpeedAdjust()) {
+        // The output follows the clock by its tempo; the decoder need not.
+        {
+            std::lock_guard lock(settingMutex_);
+            audioPlay->setSpeed(speed_);
+        }
+        audioDecode->openSync(false);
+    }
+    if (!audioPlay->start()) {
+        Log::Error(kTag, "play, start audio play thread failed\n");
+        audioPlayThread_.store(nullptr);
+    }
+}
+
+std::shared_ptr<AudioDecodeThread> PlayTask::startAudioDecode(const CodecInfo& codecInfo) {
+    const auto audioDecode = std::make_shared<AudioDecodeThread>();
+    audioDecodeThread_.store(audioDecode);
+    if (!audioDecode->open(codecInfo.audioCodecType, codecInfo.audioParameters, audioOutputSpec_, shared_from_this())) {
+        Log::Error(kTag, "play, failed open audio decoder\n");
+        audioDecodeThread_.store(nullptr);
+        discard(*audioDecode);
+        return nullptr;
+    }
+    audioDecode->openSync(true);
+    if (!audioDecode->start()) {
+        Log::Error(kTag, "play, failed start audio decode thread\n");
+        audioDecodeThread_.store(nullptr);
+        return nullptr;
+    }
+    return audioDecode;
+}
+
+void PlayTask::startVideo(const StreamInfo& streamInfo, const CodecInfo& codecInfo) {
+    if (!startVideoDecode(streamInfo, codecInfo)) {
+        return;
+    }
+    const auto videoPlay = std::make_shared<VideoPlayThread>(streamInfo.is_live, renderTiming_.get());
+    videoPlayThread_.store(videoPlay);
+    videoPlay->init(shared_from_this());
+    if (!videoPlay->start(codecInfo.frameRate)) {
+        Log::Error(kTag, "play, start video play thread failed\n");
+        videoPlayThread_.store(nullptr);
+        return;
+    }
+    std::lock_guard lock(windowMutex_);
+    for (const auto& info : windowInfos_) {
+        if (info.handle) {
+            videoPlay->addWindow(info.type, info.handle, info.width, info.height);
+        }
+    }
+}
+
+std::shared_ptr<VideoDecodeThread> PlayTask::startVideoDecode(const StreamInfo& streamInfo,
+                                                              const CodecInfo& codecInfo) {
+    const auto videoDecode = std::make_shared<VideoDecodeThread>();
+    videoDecodeThread_.store(videoDecode);
+    if (!videoDecode->open(codecInfo.videoCodecType, codecInfo.videoParameters, codecInfo.pixFormat, enableHwDecoder_,
+                           hwDecodeMode_, streamInfo.is_live, shared_from_this())) {
+        Log::Error(kTag, "play, failed open video decode thread\n");
+        videoDecodeThread_.store(nullptr);
+        discard(*videoDecode);
+        return nullptr;
+    }
+    if (!videoDecode->start()) {
+        Log::Error(kTag, "play, failed start video decode thread\n");
+        videoDecodeThread_.store(nullptr);
+        return nullptr;
+    }
+    return videoDecode;
+}
+
+bool PlayTask::stop() {
+    Log::Info(kTag, "%s begin\n", "stop");
+    // From the source down: nothing can push into a stage that is gone.
+    if (streamParser_) {
+        streamParser_->stop();
+    }
+    if (loadThread_) {
+        loadThread_->join();
+        loadThread_.reset();
+    }
+    // A seek that is on its way reaches the parser before it is closed, and no other one starts.
+    {
+        std::lock_guard lock(seekRunMutex_);
+        seekable_ = false;
+    }
+    if (streamParser_) {
+        streamParser_->close();
+    }
+    streamInfo_.store(nullptr);
+    codecInfo_.store(nullptr);
+
+    if (const auto videoDecode = videoDecodeThread_.load()) {
+        videoDecode->stop();
+        videoDecodeThread_.store(nullptr);
+    }
+    if (const auto audioDecode = audioDecodeThread_.load()) {
+        audioDecode->stop();
+        audioDecodeThread_.store(nullptr);
+    }
+    if (const auto videoPlay = videoPlayThread_.load()) {
+        videoPlay->stop();
+        videoPlayThread_.store(nullptr);
+    }
+    if (const auto audioPlay = audioPlayThread_.load()) {
+        audioPlay->stop();
+        audioPlayThread_.store(nullptr);
+    }
+
+    durationMs_ = 0;
+    playDetailWidth_ = 0;
+    playDetailHeight_ = 0;
+    playDetailRotate_ = 0;
+    playDetailFps_ = 0;
+
+    isSeeking_ = false;
+    {
+        std::lock_guard lock(seekMutex_);
+        seekQueue_.clear();
+        ++seekGeneration_;
+    }
+
+    // All threads have ended, so no frame comes back behind this.
+    {
+        std::lock_guard lock(pixPoolMutex_);
+        pixBufferPool_.clear();
+    }
+    {
+        std::lock_guard lock(pcmPoolMutex_);
+        pcmBufferPool_.clear();
+    }
+    if (renderTiming_) {
+        renderTiming_->reset();
+    }
+    Log::Info(kTag, "%s end\n", "stop");
+    return true;
+}
+
+}  // namespace kelp

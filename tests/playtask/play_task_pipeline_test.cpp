@@ -1,0 +1,463 @@
+#include <SDL.h>
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <mutex>
+
+#include "kelp_player/frame_sink.h"
+#include "playtask/play_task_peer.h"
+#include "playtask/small_media.h"
+#include "support/fake_time.h"
+#include "support/log_capture.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
+
+// Whole pipelines on small files: how they are built and taken down. Sound goes to SDL's dummy driver, which takes it
+// in real time, and so tests that play sound to its end do so, too.
+
+namespace {
+
+std::atomic<int> failingMediaType{-2};  // an AVMediaType whose decoders don't open; -1 for all of them
+std::atomic<bool> noSoundTouch{false};
+std::mutex temposMutex;
+std::vector<float> tempos;  // asked for, guarded by temposMutex
+
+}  // namespace
+
+extern "C" {
+
+int __real_avcodec_open2(AVCodecContext* context, const AVCodec* codec, AVDictionary** options);
+int __wrap_avcodec_open2(AVCodecContext* context, const AVCodec* codec, AVDictionary** options) {
+    if (codec && (failingMediaType == -1 || codec->type == failingMediaType)) {
+        return AVERROR_INVALIDDATA;
+    }
+    return __real_avcodec_open2(context, codec, options);
+}
+
+void* __real_soundtouch_createInstance();
+void* __wrap_soundtouch_createInstance() {
+    return noSoundTouch ? nullptr : __real_soundtouch_createInstance();
+}
+
+void __real_soundtouch_setTempo(void* handle, float tempo);
+void __wrap_soundtouch_setTempo(void* handle, float tempo) {
+    {
+        std::lock_guard lock(temposMutex);
+        tempos.push_back(tempo);
+    }
+    __real_soundtouch_setTempo(handle, tempo);
+}
+
+}  // extern "C"
+
+namespace kelp::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+class CountingSink : public ExternFrameSink {
+public:
+    void onVideoSize(int, int, int) override {}
+    bool onVideoFrame(int, int64_t, uint8_t**, int*, int, int64_t) override {
+        ++count;
+        return true;
+    }
+    std::atomic<int> count{0};
+};
+#pragma GCC diagnostic pop
+
+class PlayTaskPipeline : public testing::Test {
+protected:
+    static void SetUpTestSuite() { SDL_Init(SDL_INIT_AUDIO | SDL_INIT_VIDEO); }
+    static void TearDownTestSuite() { SDL_Quit(); }
+
+    void SetUp() override {
+        FakeTime::reset();
+        failingMediaType = -2;
+        noSoundTouch = false;
+        std::lock_guard lock(temposMutex);
+        tempos.clear();
+    }
+    void TearDown() override {
+        failingMediaType = -2;
+        FakeTime::reset();  // whoever still sleeps wakes up
+    }
+
+    void load(const std::string& name) {
+        const size_t before = under.eventsOf(EVENT_PREPARED).size();
+        ASSERT_TRUE(under.task->loadFileAsync(smallMedia(name), 0));
+        ASSERT_TRUE(under.waitFor(EVENT_PREPARED, before + 1));
+    }
+
+    static std::vector<std::string> only(const std::vector<std::string>& lines, const std::string& text) {
+        std::vector<std::string> found;
+        for (const auto& line : lines) {
+            if (line.find(text) != std::string::npos) {
+                found.push_back(line);
+            }
+        }
+        return found;
+    }
+
+    CountingSink sink;  // outlives the playback
+    TaskUnderTest under;
+};
+
+TEST_F(PlayTaskPipeline, IsBuiltFromSoundToPictureToSource) {
+    load("av.mp4");
+    LogCapture log;
+    ASSERT_TRUE(under.task->play());
+    EXPECT_THAT(
+        only(linesOf(log), "startThread"),
+        ElementsAre("[BaseThread]: [AudioDecodeThread] startThread\n", "[BaseThread]: [AudioPlayThread] startThread\n",
+                    "[BaseThread]: [VideoDecodeThread] startThread\n", "[BaseThread]: [VideoPlayThread] startThread\n",
+                    "[BaseThread]: [StreamParser] startThread\n"));
+    EXPECT_EQ(log.count("[PlayTask]: play, streamInfo:{ start_time:0, has_video:1, has_audio:1, seekable:1,  }\n"), 1);
+    EXPECT_NE(under.peer.videoDecode(), nullptr);
+    EXPECT_NE(under.peer.audioDecode(), nullptr);
+    EXPECT_NE(under.peer.videoPlay(), nullptr);
+    EXPECT_NE(under.peer.audioPlay(), nullptr);
+    EXPECT_EQ(under.peer.syncObject(), under.peer.masterClock());
+    EXPECT_EQ(VideoPlayThreadPeer::followed(*under.peer.videoPlay()), under.peer.masterClock());
+    EXPECT_EQ(AudioPlayThreadPeer::followed(*under.peer.audioPlay()), under.peer.masterClock());
+
+    log.clear();
+    EXPECT_TRUE(under.task->stop());
+    EXPECT_THAT(only(linesOf(log), "joinThread end"),
+                ElementsAre("[BaseThread]: [StreamParser] joinThread end\n",  // stop
+                            "[BaseThread]: [StreamParser] joinThread end\n",  // close
+                            "[BaseThread]: [VideoDecodeThread] joinThread end\n",
+                            "[BaseThread]: [AudioDecodeThread] joinThread end\n",
+                            "[BaseThread]: [VideoPlayThread] joinThread end\n",
+                            "[BaseThread]: [AudioPlayThread] joinThread end\n"));
+    EXPECT_EQ(only(linesOf(log), "[PlayTask]: stop").front(), "[PlayTask]: stop begin\n");
+    EXPECT_EQ(linesOf(log).back(), "[PlayTask]: stop end\n");
+    EXPECT_EQ(under.peer.videoDecode(), nullptr);
+    EXPECT_EQ(under.peer.audioDecode(), nullptr);
+    EXPECT_EQ(under.peer.videoPlay(), nullptr);
+    EXPECT_EQ(under.peer.audioPlay(), nullptr);
+    EXPECT_THAT(under.peer.pixPool(), IsEmpty());
+    EXPECT_THAT(under.peer.pcmPool(), IsEmpty());
+}
+
+TEST_F(PlayTaskPipeline, PlaysToTheEnd) {
+    under.task->addWindow(WINDOW_TYPE_EXTERN, &sink, 64, 48);
+    load("av.mp4");
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_COMPLETED));
+    EXPECT_EQ(under.eventsOf(EVENT_FIRST_PACKET).size(), 1u);
+    EXPECT_EQ(under.eventsOf(EVENT_FIRST_VIDEO_FRAME), std::vector<Event>{(Event{EVENT_FIRST_VIDEO_FRAME, 0, 0, 0})});
+    EXPECT_EQ(under.eventsOf(EVENT_FIRST_AUDIO_FRAME).size(), 1u);
+    EXPECT_THAT(under.eventsOf(EVENT_FAILED), IsEmpty());
+    EXPECT_GT(sink.count, 0);
+    // The real end overrides the container's.
+    ASSERT_EQ(under.eventsOf(EVENT_DURATION_UPDATED).size(), 1u);
+    EXPECT_EQ(under.task->getDuration(), under.eventsOf(EVENT_DURATION_UPDATED)[0].a);
+
+    // A seek brings it back to life, and there is a second end.
+    EXPECT_TRUE(under.task->seek(1000));
+    ASSERT_TRUE(under.waitFor(EVENT_COMPLETED, 2));
+    EXPECT_EQ(under.eventsOf(EVENT_FIRST_PACKET).size(), 2u);
+    EXPECT_EQ(under.eventsOf(EVENT_FIRST_VIDEO_FRAME).size(), 2u);
+    EXPECT_FALSE(under.peer.isSeeking());
+}
+
+TEST_F(PlayTaskPipeline, PlaysPicturesAlone) {
+    load("video.mp4");
+    ASSERT_TRUE(under.task->play());
+    EXPECT_EQ(under.peer.audioDecode(), nullptr);
+    EXPECT_EQ(under.peer.audioPlay(), nullptr);
+    ASSERT_TRUE(under.waitFor(EVENT_COMPLETED));
+    EXPECT_EQ(under.eventsOf(EVENT_FIRST_VIDEO_FRAME).size(), 1u);
+    EXPECT_THAT(under.eventsOf(EVENT_FIRST_AUDIO_FRAME), IsEmpty());
+}
+
+TEST_F(PlayTaskPipeline, PlaysSoundAlone) {
+    load("audio.mp4");
+    ASSERT_TRUE(under.task->play());
+    EXPECT_EQ(under.peer.videoDecode(), nullptr);
+    EXPECT_EQ(under.peer.videoPlay(), nullptr);
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_AUDIO_FRAME));
+    EXPECT_TRUE(TaskUnderTest::waitUntil([&] { return under.task->setVolume(0.5f); }));
+}
+
+TEST_F(PlayTaskPipeline, LeavesOutACodecThatItDoesNotKnow) {
+    load("foreign.mkv");
+    EXPECT_EQ(under.eventsOf(EVENT_PREPARED), std::vector<Event>{(Event{EVENT_PREPARED, 1, 1, 0})});
+    EXPECT_EQ(under.peer.codecInfo()->videoCodecType, VIDEO_CODEC_NONE);
+    LogCapture log;
+    ASSERT_TRUE(under.task->play());
+    EXPECT_EQ(under.peer.videoDecode(), nullptr);
+    EXPECT_EQ(under.peer.videoPlay(), nullptr);
+    EXPECT_NE(under.peer.audioPlay(), nullptr);
+    EXPECT_FALSE(log.has("play, failed"));
+    EXPECT_TRUE(under.waitFor(EVENT_FIRST_AUDIO_FRAME));
+}
+
+TEST_F(PlayTaskPipeline, GoesOnWithoutSoundThatDoesNotDecode) {
+    load("av.mp4");
+    failingMediaType = AVMEDIA_TYPE_AUDIO;
+    LogCapture log;
+    ASSERT_TRUE(under.task->play());
+    EXPECT_EQ(log.count("[PlayTask]: play, failed open audio decoder\n"), 1);
+    EXPECT_EQ(under.peer.audioDecode(), nullptr);
+    EXPECT_EQ(under.peer.audioPlay(), nullptr);
+    ASSERT_TRUE(under.waitFor(EVENT_COMPLETED));
+    EXPECT_EQ(under.eventsOf(EVENT_FIRST_VIDEO_FRAME).size(), 1u);
+    EXPECT_THAT(under.eventsOf(EVENT_FIRST_AUDIO_FRAME), IsEmpty());
+    EXPECT_THAT(under.eventsOf(EVENT_FAILED), IsEmpty());
+}
+
+TEST_F(PlayTaskPipeline, GoesOnWithoutPicturesThatDoNotDecode) {
+    load("av.mp4");
+    failingMediaType = AVMEDIA_TYPE_VIDEO;
+    LogCapture log;
+    ASSERT_TRUE(under.task->play());
+    EXPECT_EQ(log.count("[PlayTask]: play, failed open video decode thread\n"), 1);
+    EXPECT_EQ(under.peer.videoDecode(), nullptr);
+    EXPECT_EQ(under.peer.videoPlay(), nullptr);
+    EXPECT_TRUE(under.waitFor(EVENT_FIRST_AUDIO_FRAME));
+    EXPECT_THAT(under.eventsOf(EVENT_FIRST_VIDEO_FRAME), IsEmpty());
+}
+
+TEST_F(PlayTaskPipeline, DoesNotPlayWhatDoesNotDecodeAtAll) {
+    load("av.mp4");
+    failingMediaType = -1;
+    LogCapture log;
+    EXPECT_FALSE(under.task->play());
+    EXPECT_THAT(only(linesOf(log), "[PlayTask]: play, "),
+                ElementsAre(testing::StartsWith("[PlayTask]: play, streamInfo:"),
+                            "[PlayTask]: play, failed open audio decoder\n",
+                            "[PlayTask]: play, failed open video decode thread\n",
+                            "[PlayTask]: play, has no video and audio thread\n"));
+    EXPECT_FALSE(log.has("[StreamParser] startThread"));
+    EXPECT_TRUE(under.task->stop());
+    // The object is as good as new.
+    failingMediaType = -2;
+    load("video.mp4");
+    EXPECT_TRUE(under.task->play());
+    EXPECT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
+}
+
+// A decoder and its thread hold each other: a branch that fails must not leave the two behind.
+TEST_F(PlayTaskPipeline, ClosesADecoderThatDidNotOpen) {
+    load("av.mp4");
+    failingMediaType = -1;
+    LogCapture log;
+    EXPECT_FALSE(under.task->play());
+    EXPECT_EQ(log.count("[FFVideoDecoder]: close, "), 1);
+    EXPECT_EQ(log.count("[FFAudioDecoder]: close\n"), 1);
+    EXPECT_EQ(log.count("[FFVideoDecoder]: ~FFVideoDecoder\n"), 1);
+}
+
+TEST_F(PlayTaskPipeline, FailsIfTheParserDoesNotStart) {
+    load("av.mp4");
+    under.peer.parser()->requestStop();
+    EXPECT_FALSE(under.task->play());
+    // Built and idle until the stop.
+    EXPECT_NE(under.peer.videoPlay(), nullptr);
+    EXPECT_TRUE(under.task->stop());
+    load("av.mp4");
+    EXPECT_TRUE(under.task->play());
+}
+
+TEST_F(PlayTaskPipeline, StopsAnyNumberOfTimes) {
+    LogCapture log(3);
+    EXPECT_TRUE(under.task->stop());
+    EXPECT_TRUE(under.task->stop());
+    EXPECT_THAT(only(linesOf(log), "[PlayTask]"), ElementsAre("[PlayTask]: stop begin\n", "[PlayTask]: stop end\n",
+                                                              "[PlayTask]: stop begin\n", "[PlayTask]: stop end\n"));
+}
+
+TEST_F(PlayTaskPipeline, StopsWhilePaused) {
+    load("av.mp4");
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_AUDIO_FRAME));
+    EXPECT_TRUE(under.task->pause());
+    EXPECT_TRUE(under.task->stop());
+}
+
+TEST_F(PlayTaskPipeline, StopsDuringASeek) {
+    load("long.mp4");
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_TRUE(under.task->seek(15000 - i * 500));
+    }
+    EXPECT_TRUE(under.task->stop());
+    EXPECT_FALSE(under.peer.isSeeking());
+    EXPECT_THAT(under.peer.seekQueue(), IsEmpty());
+    EXPECT_EQ(under.task->getCurrentTime(), 0);
+    under.drainWorker();
+
+    // The next playback doesn't inherit it.
+    const size_t before = under.eventsOf(EVENT_FIRST_VIDEO_FRAME).size();
+    load("long.mp4");
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME, before + 1));
+    EXPECT_EQ(under.eventsOf(EVENT_FIRST_VIDEO_FRAME)[before], (Event{EVENT_FIRST_VIDEO_FRAME, 0, 0, 0}));
+}
+
+TEST_F(PlayTaskPipeline, GivesItsWindowsToEachPlayback) {
+    under.task->addWindow(WINDOW_TYPE_EXTERN, &sink, 64, 48);
+    under.task->addWindow(WINDOW_TYPE_QT_WINID, nullptr, 64, 48);
+    for (int i = 0; i < 2; ++i) {
+        sink.count = 0;
+        load("video.mp4");
+        LogCapture log;
+        ASSERT_TRUE(under.task->play());
+        EXPECT_TRUE(TaskUnderTest::waitUntil([&] { return sink.count > 0; }));
+        EXPECT_EQ(log.count("[VideoPlayThread]: addWindow, "), 1);  // none for the null handle
+        under.task->stop();
+        EXPECT_EQ(under.peer.windows().size(), 2u);
+    }
+}
+
+TEST_F(PlayTaskPipeline, ShowsWindowsThatAreAddedWhileItPlays) {
+    load("video.mp4");
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
+    under.task->addWindow(WINDOW_TYPE_EXTERN, &sink, 64, 48);
+    EXPECT_TRUE(TaskUnderTest::waitUntil([&] { return sink.count > 0; }));
+    EXPECT_EQ(under.peer.windows().size(), 1u);
+    under.task->stop();
+}
+
+TEST_F(PlayTaskPipeline, KeepsTheClockOfTheFirstRun) {
+    load("video.mp4");
+    ASSERT_TRUE(under.task->play());
+    const auto first = under.peer.masterClock();
+    under.task->stop();
+    EXPECT_EQ(under.peer.masterClock(), first);
+    EXPECT_EQ(under.peer.syncObject(), first);
+
+    // Followed is the old one, and the new one is what a pause and a first frame act on.
+    load("video.mp4");
+    ASSERT_TRUE(under.task->play());
+    EXPECT_NE(under.peer.masterClock(), first);
+    EXPECT_EQ(under.peer.syncObject(), first);
+    EXPECT_EQ(VideoPlayThreadPeer::followed(*under.peer.videoPlay()), first);
+    under.task->setExternSyncClock(nullptr);
+    EXPECT_EQ(VideoPlayThreadPeer::followed(*under.peer.videoPlay()), under.peer.masterClock());
+    under.task->stop();
+}
+
+TEST_F(PlayTaskPipeline, TakesTheSpeedSetBeforehand) {
+    under.task->setSpeed(1.5f);
+    load("audio.mp4");
+    LogCapture log;
+    ASSERT_TRUE(under.task->play());
+    {
+        std::lock_guard lock(temposMutex);
+        ASSERT_GE(tempos.size(), 2u);
+        EXPECT_FLOAT_EQ(tempos[0], 1.0f);  // with the output's form
+        EXPECT_FLOAT_EQ(tempos[1], 1.5f);
+    }
+    under.task->stop();
+    // It stays for the next playback.
+    {
+        std::lock_guard lock(temposMutex);
+        tempos.clear();
+    }
+    load("audio.mp4");
+    ASSERT_TRUE(under.task->play());
+    std::lock_guard lock(temposMutex);
+    ASSERT_GE(tempos.size(), 2u);
+    EXPECT_FLOAT_EQ(tempos[1], 1.5f);
+}
+
+TEST_F(PlayTaskPipeline, PlaysWithoutATempoChange) {
+    noSoundTouch = true;
+    under.task->setSpeed(1.5f);
+    load("av.mp4");
+    ASSERT_TRUE(under.task->play());
+    EXPECT_FALSE(under.peer.audioPlay()->isSupportSpeedAdjust());
+    under.task->setSpeed(2.0f);
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_AUDIO_FRAME));
+    under.task->stop();
+    std::lock_guard lock(temposMutex);
+    EXPECT_THAT(tempos, IsEmpty());
+}
+
+TEST_F(PlayTaskPipeline, CompletesOnlyWhenResumed) {
+    load("video.mp4");
+    ASSERT_TRUE(under.task->pause());
+    LogCapture log;
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
+    // Everything fits into the queues, so the end of the file is met during the pause.
+    ASSERT_TRUE(TaskUnderTest::waitUntil([&] { return log.has("onFileEnd"); }));
+    ASSERT_TRUE(TaskUnderTest::waitUntil([&] { return under.peer.videoPlay()->getFrameQueueSize() == 0; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // nothing to wait for: it must not come
+    EXPECT_THAT(under.eventsOf(EVENT_COMPLETED), IsEmpty());
+    ASSERT_TRUE(under.task->resume());
+    EXPECT_TRUE(under.waitFor(EVENT_COMPLETED));
+}
+
+TEST_F(PlayTaskPipeline, SkipsInsideItsPacketQueue) {
+    load("long.mp4");
+    failingMediaType = AVMEDIA_TYPE_AUDIO;  // so that the packets that wait are all pictures: eight seconds of them
+    FakeTime::setManual(true);              // the first picture stays until everything is filled up
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
+    ASSERT_TRUE(TaskUnderTest::waitUntil([&] {
+        return under.fromParser().onVideoPacketQueueSize() >= 150 && under.fromParser().onVideoFrameQueueSize() >= 2;
+    })) << under.fromParser().onVideoPacketQueueSize()
+        << " packets, " << under.fromParser().onVideoFrameQueueSize() << " frames";
+    ASSERT_TRUE(under.task->pause());
+    const int target = 1500;
+    LogCapture log;
+    ASSERT_TRUE(under.task->seek(target));
+    EXPECT_EQ(under.task->getCurrentTime(), target);
+    FakeTime::setManual(false);
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME, 2));
+    EXPECT_FALSE(log.has("[StreamParser]: seek to"));
+    EXPECT_TRUE(log.has("[VideoDecodeThread]: onSeek, seekTimeMs:" + std::to_string(target) + ", flush:0\n"));
+    const int shown = under.eventsOf(EVENT_FIRST_VIDEO_FRAME)[1].a;
+    EXPECT_LE(shown, target);
+    EXPECT_GE(shown, target - 40);
+    EXPECT_EQ(under.eventsOf(EVENT_FIRST_PACKET).size(), 1u);
+}
+
+TEST_F(PlayTaskPipeline, GoesBackByTheDemuxer) {
+    load("long.mp4");
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
+    EXPECT_TRUE(under.task->seek(12345));
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME, 2));
+    const int shown = under.eventsOf(EVENT_FIRST_VIDEO_FRAME)[1].a;
+    EXPECT_LE(shown, 12345);
+    EXPECT_GE(shown, 12345 - 40);
+    EXPECT_EQ(under.eventsOf(EVENT_FIRST_PACKET).size(), 2u);
+}
+
+// Whatever a user does to the slider: the last place asked for is reached, and the player goes on from there.
+TEST_F(PlayTaskPipeline, EndsUpWhereTheLastSeekGoes) {
+    load("long.mp4");
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
+    unsigned int random = 1;
+    for (int i = 0; i < 40; ++i) {
+        random = random * 1103515245 + 12345;
+        ASSERT_TRUE(under.task->seek(static_cast<int>(random >> 16) % 18000));
+        std::this_thread::sleep_for(std::chrono::milliseconds((random >> 8) % 8));
+    }
+    ASSERT_TRUE(TaskUnderTest::waitUntil([&] {
+        under.drainWorker();
+        return !under.peer.isSeeking() && under.peer.seekQueue().empty();
+    }));
+    const size_t before = under.eventsOf(EVENT_FIRST_VIDEO_FRAME).size();
+    ASSERT_TRUE(under.task->seek(3000));
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME, before + 1));
+    EXPECT_NEAR(under.eventsOf(EVENT_FIRST_VIDEO_FRAME)[before].a, 3000, 40);
+    EXPECT_FALSE(under.peer.isSeeking());
+}
+
+}  // namespace
+}  // namespace kelp::test

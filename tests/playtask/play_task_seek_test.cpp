@@ -1,0 +1,443 @@
+#include <gmock/gmock.h>
+
+#include <atomic>
+
+#include "decode/audio_frame_info.h"
+#include "decode/video_frame_info.h"
+#include "playtask/play_task_peer.h"
+#include "support/fake_time.h"
+#include "support/log_capture.h"
+
+// Where a seek is served from, and what waits for its end. The stages here don't run.
+
+namespace kelp::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// Answers as a test says and notes what it is asked for.
+class ScriptedVideoDecode : public VideoDecodeThread {
+public:
+    bool checkBuffer(int seekTimeMs) override {
+        calls.push_back("check " + std::to_string(seekTimeMs));
+        return reached;
+    }
+    bool clearBuffer(int seekTimeMs) override {
+        calls.push_back("clear " + std::to_string(seekTimeMs));
+        if (observer) {
+            observer->onVideoDecodeSeek(seekTimeMs, false);
+        }
+        return observer != nullptr;
+    }
+    void seek(int seekTimeMs) override { calls.push_back("seek " + std::to_string(seekTimeMs)); }
+
+    bool reached = true;
+    VideoDecodeThreadObserver* observer = nullptr;  // told of the seek by clearBuffer
+    std::vector<std::string> calls;
+};
+
+class ScriptedAudioDecode : public AudioDecodeThread {
+public:
+    bool checkBuffer(int seekTimeMs) override {
+        calls.push_back("check " + std::to_string(seekTimeMs));
+        return reached;
+    }
+    bool clearBuffer(int seekTimeMs) override {
+        calls.push_back("clear " + std::to_string(seekTimeMs));
+        if (observer) {
+            observer->onAudioDecodeSeek(seekTimeMs, false);
+        }
+        return observer != nullptr;
+    }
+    void seek(int seekTimeMs) override { calls.push_back("seek " + std::to_string(seekTimeMs)); }
+
+    bool reached = true;
+    AudioDecodeThreadObserver* observer = nullptr;
+    std::vector<std::string> calls;
+};
+
+class PlayTaskSeek : public testing::Test {
+protected:
+    void SetUp() override {
+        FakeTime::reset();
+        under.peer.setSeekable(true, 60000);
+    }
+
+    template <class Frame>
+    static std::shared_ptr<Frame> frame(int64_t pts) {
+        auto made = std::make_shared<Frame>();
+        made->pts = pts;
+        made->duration = 40;
+        made->buffer = std::make_shared<FrameBuffer>();
+        return made;
+    }
+
+    // Play threads with frames 40 ms apart, from `first` to `last`.
+    void addVideoPlay(int64_t first, int64_t last) {
+        auto made = std::make_shared<VideoPlayThread>(false, nullptr);
+        for (int64_t pts = first; pts <= last; pts += 40) {
+            made->fillFrame(frame<VideoFrameInfo>(pts));
+        }
+        under.peer.set(made);
+    }
+    void addAudioPlay(int64_t first, int64_t last) {
+        auto made = std::make_shared<AudioPlayThread>();
+        for (int64_t pts = first; pts <= last; pts += 40) {
+            made->fillFrame(frame<AudioFrameInfo>(pts));
+        }
+        under.peer.set(made);
+    }
+    std::shared_ptr<ScriptedVideoDecode> addVideoDecode() {
+        auto made = std::make_shared<ScriptedVideoDecode>();
+        made->observer = &under.fromVideoDecode();
+        under.peer.set(std::shared_ptr<VideoDecodeThread>(made));
+        return made;
+    }
+    std::shared_ptr<ScriptedAudioDecode> addAudioDecode() {
+        auto made = std::make_shared<ScriptedAudioDecode>();
+        made->observer = &under.fromAudioDecode();
+        under.peer.set(std::shared_ptr<AudioDecodeThread>(made));
+        return made;
+    }
+
+    int videoFrames() { return under.peer.videoPlay()->getFrameQueueSize(); }
+    int audioFrames() { return under.peer.audioPlay()->getFrameQueueSize(); }
+
+    TaskUnderTest under;
+};
+
+TEST_F(PlayTaskSeek, IsRefusedWhereTheSourceCant) {
+    under.peer.setSeekable(false, 60000);
+    LogCapture log(3);
+    EXPECT_FALSE(under.task->seek(1000));
+    EXPECT_THAT(linesOf(log), ElementsAre("[PlayTask]: seek, seekTimeMs:1000, seekable:0\n"));
+    EXPECT_FALSE(under.peer.isSeeking());
+}
+
+TEST_F(PlayTaskSeek, StaysInsideTheDuration) {
+    LogCapture log;
+    EXPECT_TRUE(under.task->seek(-5));
+    EXPECT_EQ(under.peer.seekingTimeMs(), 0);
+    EXPECT_TRUE(log.has("[PlayTask]: seek, seekTimeMs:-5, seekable:1\n"));
+    EXPECT_TRUE(log.has("[StreamParser]: seek to 0 ms\n"));
+    under.peer.setSeeking(false, 0);
+    EXPECT_TRUE(under.task->seek(60000));
+    EXPECT_EQ(under.peer.seekingTimeMs(), 60000);
+    under.peer.setSeeking(false, 0);
+    EXPECT_TRUE(under.task->seek(70000));
+    EXPECT_EQ(under.peer.seekingTimeMs(), 60000);
+
+    // Nothing is known of the end: the time goes on as it is.
+    under.peer.setSeeking(false, 0);
+    under.peer.setSeekable(true, 0);
+    EXPECT_TRUE(under.task->seek(70000000));
+    EXPECT_EQ(under.peer.seekingTimeMs(), 70000000);
+    EXPECT_TRUE(log.has("[StreamParser]: seek to 70000000 ms\n"));
+}
+
+TEST_F(PlayTaskSeek, ServesATargetAmongTheFrames) {
+    addVideoPlay(1000, 1200);
+    addAudioPlay(1000, 1200);
+    const auto videoDecode = addVideoDecode();
+    VideoPlayThreadPeer::setCurrentPts(*under.peer.videoPlay(), 960);
+    LogCapture log;
+    EXPECT_TRUE(under.task->seek(1100));
+    EXPECT_FALSE(under.peer.isSeeking());
+    EXPECT_EQ(under.task->getCurrentTime(), 960);
+    EXPECT_EQ(videoFrames(), 4);  // 1080, which lasts until 1119, to 1200
+    EXPECT_EQ(audioFrames(), 4);
+    EXPECT_THAT(videoDecode->calls, IsEmpty());
+    EXPECT_FALSE(log.has("[StreamParser]"));
+    EXPECT_THAT(under.events(), IsEmpty());
+}
+
+TEST_F(PlayTaskSeek, LetsAudioFollowVideoWithoutATest) {
+    addVideoPlay(1000, 1200);
+    addAudioPlay(2000, 2200);
+    EXPECT_TRUE(under.task->seek(1100));
+    EXPECT_EQ(videoFrames(), 4);
+    EXPECT_EQ(audioFrames(), 0);
+    EXPECT_FALSE(under.peer.isSeeking());
+}
+
+TEST_F(PlayTaskSeek, AsksVideoAloneWhereThereIsVideo) {
+    addVideoPlay(1000, 1200);
+    addAudioPlay(2000, 2200);
+    EXPECT_TRUE(under.task->seek(2100));
+    EXPECT_TRUE(under.peer.isSeeking());
+    EXPECT_EQ(audioFrames(), 6);
+}
+
+TEST_F(PlayTaskSeek, AsksAudioWhereThereIsNoVideo) {
+    addAudioPlay(2000, 2200);
+    LogCapture log;
+    EXPECT_TRUE(under.task->seek(2100));
+    EXPECT_FALSE(under.peer.isSeeking());
+    EXPECT_EQ(audioFrames(), 4);
+    EXPECT_FALSE(log.has("[StreamParser]"));
+}
+
+TEST_F(PlayTaskSeek, ServesATargetAmongThePackets) {
+    addVideoPlay(1000, 1080);
+    addAudioPlay(1000, 1080);
+    const auto videoDecode = addVideoDecode();
+    const auto audioDecode = addAudioDecode();
+    LogCapture log;
+    EXPECT_TRUE(under.task->seek(2000));
+    EXPECT_THAT(videoDecode->calls, ElementsAre("check 2000", "clear 2000"));
+    EXPECT_THAT(audioDecode->calls, ElementsAre("clear 2000"));
+    EXPECT_TRUE(under.peer.isSeeking());
+    EXPECT_EQ(under.task->getCurrentTime(), 2000);
+    EXPECT_FALSE(log.has("[StreamParser]"));
+    // Not flushed: the play threads skip to the target.
+    EXPECT_EQ(videoFrames(), 3);
+    EXPECT_EQ(audioFrames(), 3);
+    EXPECT_TRUE(log.has("[VideoPlayThread]: seek, seekTimeMs:2000\n"));
+    EXPECT_TRUE(log.has("[AudioPlayThread]: seek, seekTimeMs:2000, needFlush:0\n"));
+}
+
+// Sound that isn't there yet is left as it is.
+TEST_F(PlayTaskSeek, DoesNotLookAtTheAnswerOfAudio) {
+    addVideoPlay(1000, 1080);
+    addVideoDecode();
+    const auto audioDecode = addAudioDecode();
+    audioDecode->observer = nullptr;
+    LogCapture log;
+    EXPECT_TRUE(under.task->seek(2000));
+    EXPECT_THAT(audioDecode->calls, ElementsAre("clear 2000"));
+    EXPECT_FALSE(log.has("[StreamParser]"));
+    EXPECT_FALSE(log.has("[AudioPlayThread]"));
+}
+
+TEST_F(PlayTaskSeek, ServesSoundAloneAmongItsPackets) {
+    addAudioPlay(1000, 1080);
+    const auto audioDecode = addAudioDecode();
+    LogCapture log;
+    EXPECT_TRUE(under.task->seek(2000));
+    EXPECT_THAT(audioDecode->calls, ElementsAre("check 2000", "clear 2000"));
+    EXPECT_TRUE(under.peer.isSeeking());
+    EXPECT_FALSE(log.has("[StreamParser]"));
+}
+
+TEST_F(PlayTaskSeek, GoesToTheDemuxerForTheRest) {
+    addVideoPlay(1000, 1080);
+    const auto videoDecode = addVideoDecode();
+    const auto audioDecode = addAudioDecode();
+    videoDecode->reached = false;
+    LogCapture log;
+    EXPECT_TRUE(under.task->seek(2000));
+    EXPECT_THAT(videoDecode->calls, ElementsAre("check 2000"));
+    EXPECT_THAT(audioDecode->calls, IsEmpty());
+    EXPECT_TRUE(log.has("[StreamParser]: seek to 2000 ms\n"));
+    EXPECT_TRUE(under.peer.isSeeking());
+    EXPECT_EQ(under.peer.seekingTimeMs(), 2000);
+
+    // The parser's answer goes to both decode threads, theirs to the play threads.
+    under.fromParser().onSeekStart(2000);
+    EXPECT_THAT(videoDecode->calls, ElementsAre("check 2000", "seek 2000"));
+    EXPECT_THAT(audioDecode->calls, ElementsAre("seek 2000"));
+    under.fromVideoDecode().onVideoDecodeSeek(2000, true);
+    EXPECT_EQ(videoFrames(), 0);
+    under.fromParser().onSeekCompleted();
+    EXPECT_TRUE(under.peer.isSeeking());
+    under.fromVideoPlay().onFirstVideoFrame(1990);
+    EXPECT_FALSE(under.peer.isSeeking());
+}
+
+// Between the question and the order the decode thread may take its last packet. Nothing would end that seek.
+TEST_F(PlayTaskSeek, GoesToTheDemuxerIfTheQueueRanEmptyMeanwhile) {
+    addVideoPlay(1000, 1080);
+    const auto videoDecode = addVideoDecode();
+    videoDecode->observer = nullptr;
+    LogCapture log;
+    EXPECT_TRUE(under.task->seek(2000));
+    EXPECT_THAT(videoDecode->calls, ElementsAre("check 2000", "clear 2000"));
+    EXPECT_TRUE(log.has("[StreamParser]: seek to 2000 ms\n"));
+
+    under.peer.setSeeking(false, 0);
+    under.peer.set(std::shared_ptr<VideoDecodeThread>());
+    under.peer.set(std::shared_ptr<VideoPlayThread>());
+    addAudioDecode()->observer = nullptr;
+    EXPECT_TRUE(under.task->seek(3000));
+    EXPECT_TRUE(log.has("[StreamParser]: seek to 3000 ms\n"));
+}
+
+TEST_F(PlayTaskSeek, CollapsesWhatWaitsToTheLast) {
+    addVideoPlay(1000, 1080);
+    under.peer.setSeeking(true, 500);
+    LogCapture log;
+    EXPECT_TRUE(under.task->seek(1000));
+    EXPECT_TRUE(under.task->seek(2000));
+    EXPECT_TRUE(under.task->seek(2000));
+    EXPECT_THAT(under.peer.seekQueue(), ElementsAre(1000, 2000));
+    EXPECT_TRUE(log.has("[PlayTask]: seek, seekTimeMs:1000, reqQueue.size:0, now is seeking...\n"));
+    EXPECT_EQ(log.count("[PlayTask]: seek, seekTimeMs:2000, reqQueue.size:1, now is seeking...\n"), 1);
+    EXPECT_EQ(log.count("[PlayTask]: seek, seekTimeMs:2000, reqQueue.size:2, now is seeking...\n"), 1);
+    EXPECT_EQ(under.task->getCurrentTime(), 500);
+
+    log.clear();
+    under.fromVideoPlay().onFirstVideoFrame(500);
+    under.drainWorker();
+    EXPECT_EQ(log.count("[PlayTask]: processBufferedSeekRequest, startSeek seekTimeMs:2000, queueSize:2\n"), 1);
+    EXPECT_EQ(log.count("[StreamParser]: seek to 2000 ms\n"), 1);
+    EXPECT_EQ(log.count("[StreamParser]: seek to 1000 ms\n"), 0);
+    EXPECT_TRUE(under.peer.isSeeking());
+    EXPECT_EQ(under.task->getCurrentTime(), 2000);
+    EXPECT_THAT(under.peer.seekQueue(), IsEmpty());
+
+    under.fromVideoPlay().onFirstVideoFrame(2000);
+    under.drainWorker();
+    EXPECT_FALSE(under.peer.isSeeking());
+}
+
+TEST_F(PlayTaskSeek, QueuesAnEarlierTimeAgain) {
+    under.peer.setSeeking(true, 500);
+    for (const int time : {1000, 2000, 1000, 1000, -7, 0}) {
+        EXPECT_TRUE(under.task->seek(time));
+    }
+    EXPECT_THAT(under.peer.seekQueue(), ElementsAre(1000, 2000, 1000, 0));
+}
+
+TEST_F(PlayTaskSeek, ReplaysAfterTheFirstSoundWithoutVideo) {
+    addAudioPlay(1000, 1080);
+    under.peer.setSeeking(true, 500);
+    EXPECT_TRUE(under.task->seek(3000));
+    under.fromAudioPlay().onFirstAudioFrame(500);
+    under.drainWorker();
+    EXPECT_TRUE(under.peer.isSeeking());
+    EXPECT_EQ(under.peer.seekingTimeMs(), 3000);
+}
+
+// The replay takes the whole way: the target may be among the frames by then.
+TEST_F(PlayTaskSeek, ReplaysFromTheNearestPlace) {
+    addVideoPlay(1000, 1200);
+    under.peer.setSeeking(true, 1000);
+    EXPECT_TRUE(under.task->seek(1100));
+    LogCapture log;
+    under.fromVideoPlay().onFirstVideoFrame(1000);
+    under.drainWorker();
+    EXPECT_FALSE(under.peer.isSeeking());
+    EXPECT_EQ(videoFrames(), 4);
+    EXPECT_FALSE(log.has("[StreamParser]"));
+}
+
+TEST_F(PlayTaskSeek, TakesTheClockOutOfItsPause) {
+    addVideoPlay(1000, 1080);
+    const auto clock = std::make_shared<MasterClock>();
+    under.peer.set(clock);
+    FakeTime::advanceMs(1000);
+    under.task->pause();
+    under.task->seek(20000);
+    under.fromVideoPlay().onFirstVideoFrame(20010);
+    FakeTime::advanceMs(700);
+    under.task->resume();
+    EXPECT_EQ(clock->getSyncPts(), 20010);
+}
+
+TEST_F(PlayTaskSeek, IsForgottenByStop) {
+    addVideoPlay(1000, 1080);
+    EXPECT_TRUE(under.task->seek(2000));
+    EXPECT_TRUE(under.task->seek(3000));
+    EXPECT_THAT(under.peer.seekQueue(), ElementsAre(3000));
+    under.task->stop();
+    EXPECT_FALSE(under.peer.isSeeking());
+    EXPECT_THAT(under.peer.seekQueue(), IsEmpty());
+    EXPECT_EQ(under.task->getCurrentTime(), 0);
+    LogCapture log;
+    under.fromVideoPlay().onFirstVideoFrame(0);
+    under.drainWorker();
+    EXPECT_FALSE(log.has("processBufferedSeekRequest"));
+}
+
+// A replay that the worker comes to only after a stop belongs to a source that is gone.
+TEST_F(PlayTaskSeek, IsNotReplayedOnTheNextSource) {
+    addVideoPlay(1000, 1080);
+    under.peer.setSeeking(true, 500);
+    EXPECT_TRUE(under.task->seek(3000));
+
+    std::mutex gate;
+    gate.lock();
+    under.worker->task([&] { std::lock_guard wait(gate); });
+    under.fromVideoPlay().onFirstVideoFrame(500);
+    EXPECT_THAT(under.peer.seekQueue(), IsEmpty());
+    under.task->stop();
+    under.peer.setSeekable(true, 60000);
+    LogCapture log;
+    gate.unlock();
+    under.drainWorker();
+    EXPECT_FALSE(under.peer.isSeeking());
+    EXPECT_FALSE(log.has("[PlayTask]"));
+}
+
+// A request may find the seek running and wait its turn, while the end of the seek looks at an empty queue.
+TEST_F(PlayTaskSeek, IsNotParkedBehindTheEndOfTheRunningOne) {
+    addVideoPlay(100000, 100040);
+    under.peer.setSeeking(true, 1);
+    LogCapture log;
+    auto queue = under.peer.lockSeekQueue();
+    std::thread late([&] { EXPECT_TRUE(under.task->seek(1000)); });
+    ASSERT_TRUE(TaskUnderTest::waitUntil([&] { return log.has("[PlayTask]: seek, seekTimeMs:1000, seekable:1"); }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));  // until it stands before the queue
+    under.peer.setSeeking(false, 1);
+    queue.unlock();
+    late.join();
+    EXPECT_THAT(under.peer.seekQueue(), IsEmpty());
+    EXPECT_TRUE(under.peer.isSeeking());
+    EXPECT_EQ(under.peer.seekingTimeMs(), 1000);
+}
+
+// A request that is made while the running seek ends is either taken up by that end or starts by itself.
+TEST_F(PlayTaskSeek, LosesNoRequestAtTheEndOfASeek) {
+    addVideoPlay(100000, 100040);
+    LogCapture quiet(-1);
+    for (int i = 0; i < 2000; ++i) {
+        under.peer.setSeeking(true, 1);
+        std::atomic<bool> go{false};
+        std::thread end([&] {
+            while (!go) {
+            }
+            under.fromVideoPlay().onFirstVideoFrame(1);
+        });
+        go = true;
+        ASSERT_TRUE(under.task->seek(1000 + i));
+        end.join();
+        under.drainWorker();
+        ASSERT_THAT(under.peer.seekQueue(), IsEmpty());
+        ASSERT_TRUE(under.peer.isSeeking());
+        ASSERT_EQ(under.peer.seekingTimeMs(), 1000 + i);
+    }
+}
+
+// Keeps whoever asks for its buffer for a while, or until another one asks, too.
+class SlowVideoPlay : public VideoPlayThread {
+public:
+    SlowVideoPlay() : VideoPlayThread(false, nullptr) {}
+    bool checkBuffer(int) override {
+        ++asking;
+        TaskUnderTest::waitUntil([&] { return asking == 2; }, 30);
+        return false;
+    }
+    std::atomic<int> asking{0};
+};
+
+// Two that start at once: one runs, the other waits for its end.
+TEST_F(PlayTaskSeek, RunsOneAtATime) {
+    for (int i = 0; i < 10; ++i) {
+        under.peer.set(std::shared_ptr<VideoPlayThread>(std::make_shared<SlowVideoPlay>()));
+        under.peer.setSeeking(false, 0);
+        std::thread other([&] { under.task->seek(2000); });
+        under.task->seek(1000);
+        other.join();
+        ASSERT_TRUE(under.peer.isSeeking());
+        const int running = under.peer.seekingTimeMs();
+        ASSERT_THAT(under.peer.seekQueue(), ElementsAre(3000 - running));
+        under.fromVideoPlay().onFirstVideoFrame(running);
+        under.drainWorker();
+        ASSERT_EQ(under.peer.seekingTimeMs(), 3000 - running);
+        ASSERT_THAT(under.peer.seekQueue(), IsEmpty());
+    }
+}
+
+}  // namespace
+}  // namespace kelp::test

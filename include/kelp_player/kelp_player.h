@@ -1,0 +1,250 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "kelp_player/export.h"
+#include "kelp_player/frame_sink.h"
+#include "kelp_player/sync_clock.h"
+#include "kelp_player/types.h"
+
+namespace kelp {
+
+class ExternSyncWrapper;
+class KelpPlayer;
+class PlayTask;
+class Worker;
+
+// What went wrong, the first number of `onFailed`.
+enum KelpPlayerErrorType : int32_t {
+    ERROR_TYPE_STREAM = 1,        // opening the source, or reading it, failed
+    ERROR_TYPE_VIDEO_DECODE = 2,  // the video decoder gave up
+};
+
+// What `KelpPlayer::getPlayDetailInfo` is asked for.
+enum KelpPlayerInfoType : int32_t {
+    INFO_DURATION = 0,  // in milliseconds
+    INFO_WIDTH = 1,     // of the picture, in pixels; 0 without video
+    INFO_HEIGHT = 2,    // of the picture, in pixels; 0 without video
+    INFO_ROTATE = 3,    // clockwise, in degrees from 0 to 359; 0 until the first decoded picture
+    INFO_FPS = 4,       // whole pictures per second; 0 without video
+};
+
+// Takes the events of players. The host implements it and owns the object, which must live until `release` of every
+// player that it was given to has returned.
+//
+// Every operation is called on the player's worker thread, one at a time and in the order in which the events arose;
+// so are the host's callables of `runInWorker` and its timers. An observer that takes long delays what comes after it,
+// never the playback. It may call any operation of the player from here, `stop` and `play` included, but for `release`
+// see there. The first argument is the player that the event is about, so that one observer can serve many; dropping
+// the last reference to the player in here is allowed.
+//
+// Events can be under way while the host calls the player: an `onPrepared` may still come after `stop` has returned,
+// and `play` then answers false.
+//
+// The order for one source: onVideoSizeUpdated, if there is video, and onPrepared, or onFailed. After `play`
+// onFirstPacket, onFirstVideoFrame and onFirstAudioFrame, the last two in either order; onDurationUpdated, if the
+// duration was stated wrongly, when the end of the source has been read, which is some seconds before it is played;
+// and onCompleted when the last frame has been played. After a `seek` the three first-events come again, or none of
+// them where the target was already decoded, or the frames' two where it was already read.
+class KelpPlayerObserver {
+public:
+    // The size of the pictures, in pixels, and their clockwise rotation for display in degrees. At first with rotation
+    // 0, as the source states it, then whenever a decoded picture differs.
+    virtual void onVideoSizeUpdated(std::shared_ptr<KelpPlayer> player, int width, int height, int rotate) = 0;
+
+    // The source of `loadFileAsync` is open and has these streams. The time for `play`.
+    virtual void onPrepared(std::shared_ptr<KelpPlayer> player, bool hasVideo, bool hasAudio) = 0;
+
+    // `errorType` is a KelpPlayerErrorType. With ERROR_TYPE_STREAM, `extraData` is 0 if the source couldn't be opened
+    // and 1 if it couldn't be read any further, after what was read has been played. With ERROR_TYPE_VIDEO_DECODE it
+    // is 1 if hardware decoding was enabled: `stop`, `enableHwDecoder(false, HW_DECODE_NONE)` and a new start are
+    // worth a try. Nothing is stopped by itself, and a decoder that keeps failing reports it again and again.
+    virtual void onFailed(std::shared_ptr<KelpPlayer> player, int errorType, int extraData) = 0;
+
+    // The first packet was read, at the start or after a seek. Its time on the stream's time line, in milliseconds.
+    virtual void onFirstPacket(std::shared_ptr<KelpPlayer> player, int ptsMs) = 0;
+
+    // The first picture is about to be shown, or the first block of sound to be played, at the start or after a seek.
+    // Its time on the stream's time line, in milliseconds.
+    virtual void onFirstVideoFrame(std::shared_ptr<KelpPlayer> player, int ptsMs) = 0;
+    virtual void onFirstAudioFrame(std::shared_ptr<KelpPlayer> player, int ptsMs) = 0;
+
+    // The source has been played to its end. It stays open: `seek` starts it again, only `stop` ends it.
+    virtual void onCompleted(std::shared_ptr<KelpPlayer> player) = 0;
+
+    // The end of the source was met at another time, in milliseconds, than had been announced.
+    virtual void onDurationUpdated(std::shared_ptr<KelpPlayer> player, int durationMs) = 0;
+
+protected:
+    // Not virtual: players never destroy it.
+    ~KelpPlayerObserver() = default;
+};
+
+// Plays one source, a file or a URL, into windows of the host and onto the sound device.
+//
+// The order of a player's life:
+//
+//     auto player = std::make_shared<KelpPlayer>();   // it must be held by a shared pointer
+//     player->init(observer);                         // once
+//     player->setOption(...); player->addWindow(...); // at any time from here on
+//     player->loadFileAsync("file.mp4", 0);           // returns at once
+//     // onPrepared comes
+//     player->play();
+//     // pause, resume, seek, setSpeed, setVolume
+//     player->stop();                                 // then perhaps loadFileAsync again
+//     player->release();
+//     player.reset();
+//
+// The player checks this order hardly at all: TarnPlayer does, for hosts that would rather not. What must be kept:
+// one `init`, and nothing else if it failed; no second `loadFileAsync` and no second `play` without a `stop` between
+// them; `stop` before `release` and before the last reference goes.
+//
+// Calls run on the caller's thread and return when they are done; only what has "async" in its name goes on by itself.
+// There is no lock over the whole: `play`, `stop` and `loadFileAsync` of one player are not to be called at the same
+// time, all others may come from any thread at any time. Failures are a false here and a line in the log; what goes
+// wrong later comes as `onFailed`. Times are milliseconds, from the start of the stream.
+//
+// Not to be called from an ExternFrameSink, a KelpSyncClock or a log callback: those run on threads of the player that
+// must not wait for it.
+class KELP_PLAYER_API KelpPlayer : public std::enable_shared_from_this<KelpPlayer> {
+public:
+    // Starts nothing.
+    KelpPlayer();
+    KelpPlayer(const KelpPlayer&) = delete;
+    KelpPlayer& operator=(const KelpPlayer&) = delete;
+    // Calls `release`. Playback must have been stopped.
+    virtual ~KelpPlayer();
+
+    // Starts the player's worker and sends all events to `observer`, from now until `release`; null drops them. The
+    // first player of the process starts FFmpeg's network and SDL's audio and video, sets the log level to "info", and
+    // may fail in that: false, and the player is of no use; the next `init` of any player tries again. Throws
+    // std::bad_weak_ptr if the player isn't held by a shared pointer.
+    bool init(KelpPlayerObserver* observer);
+
+    // Waits until all queued events, callables and timers have been started, and ends the worker with the last one:
+    // nothing is delivered after this returns. Does not stop playback. May be called more than once. On the worker
+    // thread itself, that is in an observer, a callable or a timer, it doesn't wait: the worker ends soon after.
+    void release();
+
+    // Opens `fileName`, a path or whatever URL FFmpeg opens, from `seekTime` milliseconds on. The outcome is
+    // `onPrepared` or `onFailed`, or nothing if `stop` comes first. False if the name is empty.
+    bool loadFileAsync(const char* fileName, int seekTime);
+
+    // Starts playing what was loaded. True as soon as the source is being read; a stream whose decoder or output fails
+    // is left out, and only the log tells. False if nothing is loaded or nothing can be played: `stop` is next then.
+    bool play();
+
+    // Ends playback, or the opening of a source, waits for all its threads and closes the source. Windows, options,
+    // speed, decoder and clock settings stay. Always true, also when there is nothing to stop.
+    bool stop();
+
+    // Halt playback and let it go on. A live source goes on with what is live then, a file where it was. While halted
+    // the windows are still repainted. Always true. A `resume` with no `pause` before it sets the internal clock back.
+    bool pause();
+    bool resume();
+
+    // Goes on from `seekTimeMs`, cut to the range from 0 to the duration. True says that the request was taken: it is
+    // done when the first frame from there comes, see KelpPlayerObserver. Of requests that come during a seek only the
+    // last one is carried out, after it. False if the source can't seek: a live one, or none.
+    bool seek(int seekTimeMs);
+
+    // How fast the sound is played, 1.0 being its own tempo; the pitch stays. Kept for the playbacks to come. Pictures
+    // follow if sound is the master or a host's clock that runs at the same speed, see setAVSyncMode.
+    void setSpeed(float speed);
+
+    // The volume as a linear factor, 1.0 at the start of each `play`. In force only from `play` to `stop`. False if
+    // there is no sound, or no sound device yet, which then takes the value when it opens.
+    bool setVolume(float volume);
+
+    // The position, in milliseconds; the target while a seek is under way, 0 before the first frame.
+    int getCurrentTime();
+
+    // In milliseconds. 0 before `onPrepared`, ten hours for a source that states none; corrected when the end is met.
+    int getDuration();
+
+    // One fact about the source; 0 for what isn't known, and for a selector that doesn't exist.
+    int64_t getPlayDetailInfo(KelpPlayerInfoType type);
+
+    // Show the pictures in a window, one of any number. `type` says what `handle` is: a native window id, an
+    // SDL_Window*, or an ExternFrameSink*, all of which stay the host's; the size is in pixels. Windows stay from one
+    // playback to the next. A second call for a handle changes its size only. A removed window is let go of within
+    // about 50 ms while a playback runs: don't destroy it before. Always true. Null handles are never drawn on.
+    bool addWindow(WindowType type, void* handle, int width, int height);
+    bool removeWindow(void* handle);
+
+    // While paused a window keeps its picture. For this playback only. Always true.
+    bool pauseWindow(void* handle, bool pause);
+
+    // Tells the new size of a window, in pixels.
+    void updateWindowSize(void* handle, int width, int height);
+
+    // Makes the present picture black on all windows.
+    void clearScreen();
+
+    // Whether `play` tries hardware decoders, and which kinds. At the start true and HW_DECODE_ALL. What can't be had
+    // falls back to software. In force from the next `play`.
+    void enableHwDecoder(bool enable, HwDecodeMode mode);
+
+    // Whose clock sound and picture follow. SYNC_MASTER_CLOCK at the start. In force at once.
+    void setAVSyncMode(SyncMasterMode mode);
+
+    // With SYNC_MASTER_CLOCK, follow `clock` instead of the internal one; its reading less `offsetMs` is the time on
+    // the stream. Null returns to the internal clock of the running playback. The clock stays the host's and must live
+    // until it was replaced or the player stopped. In force at once.
+    void setExternSyncClock(KelpSyncClock* clock, int offsetMs);
+
+    // Sets a string option. Neither argument may be null.
+    //
+    // "log_level" sets the log of the whole process, the library's own and FFmpeg's, at once:
+    //
+    //     value       FFmpeg          Log
+    //     "trace"     AV_LOG_TRACE    4 debug
+    //     "debug"     AV_LOG_DEBUG    4 debug
+    //     "info"      AV_LOG_INFO     3 info
+    //     "warning"   AV_LOG_WARNING  2 warning
+    //     "error"     AV_LOG_ERROR    1 error
+    //     "none"      AV_LOG_QUIET    -1 nothing at all
+    //
+    // Another value changes nothing.
+    //
+    // Any other key is an option of FFmpeg's demuxers and protocols and goes to the opens to come, unread; unknown ones
+    // are ignored there. Before `init` it has no effect. These are set from the start:
+    //
+    //     "max_delay"           "1000000"   microseconds of reordering
+    //     "rtsp_transport"      "tcp"
+    //     "stimeout"            "500000"    microseconds; FFmpeg 5 and later don't know it any more
+    //     "reorder_queue_size"  "1200"      packets
+    //     "buffer_size"         "-1"        bytes; the system's own
+    //
+    // With FFmpeg 5 and later, "timeout" (microseconds) is what bounds an RTSP source's waits on the network; without
+    // it a server that doesn't answer is waited for until `stop`. For "rtsp://" and ".sdp" sources "fflags" is
+    // "nobuffer", and for ".sdp" ones "protocol_whitelist" is "file,udp,rtp", unless set here.
+    void setOption(const char* key, const char* value);
+
+    // Runs `function` on the worker thread, after the events that are queued by now. It must not be empty and must not
+    // throw. Not before `init`.
+    void runInWorker(std::function<void()> function);
+
+    // Calls `function` on the worker thread, once or again and again, `intervalMs` after this call and then after each
+    // call, in steps of about 5 ms. Returns an id, 1 or greater, that is free again when the timer is gone.
+    unsigned int addTimer(unsigned int intervalMs, bool oneShot, std::function<void()> function);
+
+    // Cancels a timer. One that has just fallen due may still be called once. An unknown id is ignored.
+    void removeTimer(unsigned int timerId);
+
+private:
+    friend class KelpPlayerPeer;  // lets tests look at the parts below
+
+    void setLogLevel(const char* level);
+
+    KelpPlayerObserver* observer_ = nullptr;  // not owned; set by init
+    std::shared_ptr<PlayTask> playTask_;
+    std::shared_ptr<Worker> worker_;
+    std::shared_ptr<ExternSyncWrapper> externSyncWrapper_;  // the one for all clocks of the host
+    std::atomic<bool> released_{false};                     // by the first `release`
+};
+
+}  // namespace kelp

@@ -1,0 +1,279 @@
+#include "kelp_player/kelp_player.h"
+
+#include <SDL.h>
+
+#include <mutex>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "control/extern_sync_wrapper.h"
+#include "kelp_player/log.h"
+#include "playtask/play_task.h"
+#include "runtime/worker.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/log.h>
+}
+
+namespace kelp {
+
+namespace {
+
+const char* const kTag = "KelpPlayer";
+
+struct LogLevelWord {
+    std::string_view word;
+    int ffmpegLevel;
+    int engineLevel;
+};
+
+constexpr LogLevelWord kLogLevelWords[] = {
+    {"trace", AV_LOG_TRACE, 4},     {"debug", AV_LOG_DEBUG, 4}, {"info", AV_LOG_INFO, 3},
+    {"warning", AV_LOG_WARNING, 2}, {"error", AV_LOG_ERROR, 1}, {"none", AV_LOG_QUIET, -1},
+};
+
+// Starts the libraries, once for the process. After a failure the next call tries again from the beginning.
+bool startLibraries() {
+    static std::mutex mutex;
+    static bool started = false;  // guarded by mutex
+    std::lock_guard lock(mutex);
+    if (started) {
+        return true;
+    }
+    Log::Info(kTag, "ffmpeg config:%s\n", avformat_configuration());
+    av_log_set_flags(AV_LOG_SKIP_REPEATED);
+    av_log_set_level(AV_LOG_INFO);
+    Log::SetLevel(3);
+    avformat_network_init();
+    if (SDL_Init(SDL_INIT_AUDIO | SDL_INIT_VIDEO) != 0) {
+        Log::Error(kTag, "Could not initialize SDL - %s\n", SDL_GetError());
+        Log::Error(kTag, "(Did you set the DISPLAY variable?)\n");
+        return false;
+    }
+    started = true;
+    return true;
+}
+
+// The worker whose task thread this is; null on every other thread.
+thread_local const Worker* t_taskThreadOf = nullptr;
+
+// `function` as a callable for `worker` that notes on which thread it runs.
+template <class Function>
+std::function<void()> workerCallable(const std::shared_ptr<Worker>& worker, Function function) {
+    return [worker = worker.get(), function = std::move(function)] {
+        t_taskThreadOf = worker;
+        function();
+    };
+}
+
+void waitAndClose(Worker& worker) {
+    worker.waitEmpty();
+    worker.close();
+}
+
+// Ends a worker from outside its threads, which can't wait for themselves.
+void closeElsewhere(std::shared_ptr<Worker> worker) {
+    std::thread([worker = std::move(worker)] { waitAndClose(*worker); }).detach();
+}
+
+}  // namespace
+
+KelpPlayer::KelpPlayer() {
+    worker_ = std::make_shared<Worker>();
+    playTask_ = std::make_shared<PlayTask>();
+    externSyncWrapper_ = std::make_shared<ExternSyncWrapper>();
+}
+
+KelpPlayer::~KelpPlayer() {
+    release();
+}
+
+bool KelpPlayer::init(KelpPlayerObserver* observer) {
+    if (!startLibraries()) {
+        return false;
+    }
+    observer_ = observer;
+    worker_->start();
+
+    // Weak references only, or the player could never die.
+    const std::weak_ptr<KelpPlayer> weakPlayer = shared_from_this();
+    const auto onEvent = [weakPlayer](EventType type, int a, int b, int c) {
+        const auto player = weakPlayer.lock();
+        if (!player || !player->observer_) {
+            return;
+        }
+        const auto post = [&](auto notify) {
+            player->worker_->task(workerCallable(player->worker_, [weakPlayer, notify] {
+                if (const auto receiver = weakPlayer.lock()) {
+                    notify(*receiver->observer_, receiver);
+                }
+            }));
+        };
+        using Observer = KelpPlayerObserver;
+        using Player = std::shared_ptr<KelpPlayer>;
+        switch (type) {
+            case EVENT_VIDEO_SIZE_UPDATED:
+                return post([a, b, c](Observer& o, const Player& p) { o.onVideoSizeUpdated(p, a, b, c); });
+            case EVENT_PREPARED:
+                return post([a, b](Observer& o, const Player& p) { o.onPrepared(p, a != 0, b != 0); });
+            case EVENT_FAILED:
+                return post([a, b](Observer& o, const Player& p) { o.onFailed(p, a, b); });
+            case EVENT_FIRST_PACKET:
+                return post([a](Observer& o, const Player& p) { o.onFirstPacket(p, a); });
+            case EVENT_FIRST_VIDEO_FRAME:
+                return post([a](Observer& o, const Player& p) { o.onFirstVideoFrame(p, a); });
+            case EVENT_FIRST_AUDIO_FRAME:
+                return post([a](Observer& o, const Player& p) { o.onFirstAudioFrame(p, a); });
+            case EVENT_COMPLETED:
+                return post([](Observer& o, const Player& p) { o.onCompleted(p); });
+            case EVENT_DURATION_UPDATED:
+                return post([a](Observer& o, const Player& p) { o.onDurationUpdated(p, a); });
+        }
+    };
+    playTask_->init(onEvent, worker_);
+    return true;
+}
+
+void KelpPlayer::release() {
+    // What was queued behind the end of the worker stays there: a second wait would have no end.
+    if (released_.exchange(true)) {
+        return;
+    }
+    // An observer or a callable may hold the last reference to its player, so that this is the worker's own thread.
+    if (t_taskThreadOf == worker_.get()) {
+        closeElsewhere(worker_);
+        return;
+    }
+    waitAndClose(*worker_);
+}
+
+bool KelpPlayer::loadFileAsync(const char* fileName, int seekTime) {
+    return fileName && playTask_->loadFileAsync(fileName, seekTime);
+}
+
+bool KelpPlayer::play() {
+    return playTask_->play();
+}
+
+bool KelpPlayer::stop() {
+    return playTask_->stop();
+}
+
+bool KelpPlayer::pause() {
+    return playTask_->pause();
+}
+
+bool KelpPlayer::resume() {
+    return playTask_->resume();
+}
+
+bool KelpPlayer::seek(int seekTimeMs) {
+    return playTask_->seek(seekTimeMs);
+}
+
+void KelpPlayer::setSpeed(float speed) {
+    playTask_->setSpeed(speed);
+}
+
+bool KelpPlayer::setVolume(float volume) {
+    return playTask_->setVolume(volume);
+}
+
+int KelpPlayer::getCurrentTime() {
+    return playTask_->getCurrentTime();
+}
+
+int KelpPlayer::getDuration() {
+    return playTask_->getDuration();
+}
+
+int64_t KelpPlayer::getPlayDetailInfo(KelpPlayerInfoType type) {
+    const PlayDetailInfo info = playTask_->getPlayDetailInfo();
+    switch (type) {
+        case INFO_DURATION:
+            return info.duration;
+        case INFO_WIDTH:
+            return info.width;
+        case INFO_HEIGHT:
+            return info.height;
+        case INFO_ROTATE:
+            return info.rotate;
+        case INFO_FPS:
+            return info.fps;
+    }
+    return 0;
+}
+
+bool KelpPlayer::addWindow(WindowType type, void* handle, int width, int height) {
+    return playTask_->addWindow(type, handle, width, height);
+}
+
+bool KelpPlayer::removeWindow(void* handle) {
+    return playTask_->removeWindow(handle);
+}
+
+bool KelpPlayer::pauseWindow(void* handle, bool pause) {
+    return playTask_->pauseWindow(handle, pause);
+}
+
+void KelpPlayer::updateWindowSize(void* handle, int width, int height) {
+    playTask_->updateWindowSize(handle, width, height);
+}
+
+void KelpPlayer::clearScreen() {
+    playTask_->clearScreen();
+}
+
+void KelpPlayer::enableHwDecoder(bool enable, HwDecodeMode mode) {
+    playTask_->enableHwDecoder(enable, mode);
+}
+
+void KelpPlayer::setAVSyncMode(SyncMasterMode mode) {
+    playTask_->setSyncMasterMode(mode);
+}
+
+void KelpPlayer::setExternSyncClock(KelpSyncClock* clock, int offsetMs) {
+    if (!clock) {
+        playTask_->setExternSyncClock(nullptr);
+        return;
+    }
+    externSyncWrapper_->set(clock, offsetMs);
+    playTask_->setExternSyncClock(externSyncWrapper_);
+}
+
+void KelpPlayer::setOption(const char* key, const char* value) {
+    if (!key || !value) {
+        return;
+    }
+    if (std::string_view(key) == "log_level") {
+        setLogLevel(value);
+    } else {
+        playTask_->setOption(key, value);
+    }
+}
+
+void KelpPlayer::setLogLevel(const char* level) {
+    for (const auto& word : kLogLevelWords) {
+        if (word.word == level) {
+            av_log_set_level(word.ffmpegLevel);
+            Log::SetLevel(word.engineLevel);
+            return;
+        }
+    }
+}
+
+void KelpPlayer::runInWorker(std::function<void()> function) {
+    worker_->task(workerCallable(worker_, std::move(function)));
+}
+
+unsigned int KelpPlayer::addTimer(unsigned int intervalMs, bool oneShot, std::function<void()> function) {
+    return worker_->addTimer(intervalMs, oneShot, workerCallable(worker_, std::move(function)));
+}
+
+void KelpPlayer::removeTimer(unsigned int timerId) {
+    worker_->removeTimer(timerId);
+}
+
+}  // namespace kelp

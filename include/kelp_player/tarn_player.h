@@ -1,0 +1,195 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "kelp_player/export.h"
+#include "kelp_player/kelp_player.h"
+#include "kelp_player/types.h"
+
+namespace kelp {
+
+class InnerPlayerObserver;
+class KelpSyncClock;
+
+// Where a TarnPlayer is. Single bits, so that several states are one mask; the error state is none of them.
+enum PlayerStates : int32_t {
+    PLAYER_STATE_ERROR = 0,        // a failure was reported, or a call into the engine failed
+    PLAYER_STATE_IDLE = 1,         // no data source; at first, and after `reset`
+    PLAYER_STATE_INITIALIZED = 2,  // a data source is set
+    PLAYER_STATE_PREPARING = 4,    // the source is being opened
+    PLAYER_STATE_PREPARED = 8,     // it is open and not playing
+    PLAYER_STATE_STARTED = 16,
+    PLAYER_STATE_PAUSED = 32,
+    PLAYER_STATE_STOPPED = 64,
+    PLAYER_STATE_COMPLETED = 128,  // played to its end
+};
+
+// What `TarnPlayer::getPlayDetailInfo` is asked for.
+using TarnPlayerInfoType = KelpPlayerInfoType;
+
+// Takes the events of one TarnPlayer. The host implements it and owns the object, which must live until the player was
+// destroyed.
+//
+// All operations are called on the player's worker thread, one at a time and in order, with no lock held: the host may
+// call any operation of the player from here but `destroy`. Times are milliseconds on the host's clock, that is, with
+// the offset of `setDataSource` added.
+class TarnPlayerObserver {
+public:
+    // The size of the pictures in pixels and their clockwise rotation in degrees, at first and whenever they change.
+    virtual void onVideoSizeUpdated(int width, int height, int rotate) = 0;
+
+    // The source is open and has these streams. The time for `start`, if that was not asked for already.
+    virtual void onPrepared(bool hasVideo, bool hasAudio) = 0;
+
+    // Playback began, after `start` or by itself after a failure.
+    virtual void onStarted() = 0;
+
+    // The player has failed for good: 0 playing could not be started, 1 the source failed, 2 the video decoder failed.
+    // Failures that the player mends by itself are not told.
+    virtual void onFailed(int errorType) = 0;
+
+    // The first picture, and the first sound, at the start and after each seek.
+    virtual void onFirstVideoFrame(int ptsMs) = 0;
+    virtual void onFirstAudioFrame(int ptsMs) = 0;
+
+    // The last frame has been played.
+    virtual void onCompleted() = 0;
+
+    // The source has turned out to have another duration than it stated.
+    virtual void onDurationUpdated(int durationMs) = 0;
+
+protected:
+    // Not virtual: players never destroy it.
+    ~TarnPlayerObserver() = default;
+};
+
+// A player for hosts that would rather not watch the order of things: calls are checked against a state, start and
+// pause may be asked for before the source is ready, a stream that fails is restarted after a time, hardware decoding
+// that fails gives way to software, and all times are on the host's clock.
+//
+//     auto* player = TarnPlayer::create();
+//     player->setOption("retry_when_failed", "2000");
+//     player->addWindow(handle, WINDOW_TYPE_QT_WINID, 1280, 720);
+//     player->setDataSource("rtsp://camera/stream", 0, observer);
+//     player->prepareAsync();
+//     player->start();                  // plays as soon as the source is ready
+//     ...
+//     player->stop();
+//     TarnPlayer::destroy(player);
+//
+// Any thread may call any operation, also from a callback; a lock serialises them. An operation in a state that it
+// doesn't fit is refused with its failure result and an error line in the log, and changes nothing.
+class KELP_PLAYER_API TarnPlayer {
+public:
+    // Makes a player in the idle state. The caller owns it.
+    static TarnPlayer* create();
+
+    // Ends a player; null is allowed. `stop` comes first. Not to be called from a callback. No call to the host
+    // follows.
+    static void destroy(TarnPlayer* player);
+
+    // Sets the source, a path or URL. `offsetToClockMs` is where the stream's zero lies on the host's clock: it is
+    // added to every time that the player gives out and taken off every time that it takes. Below 0 the stream starts
+    // at that much after its beginning. Idle only.
+    bool setDataSource(const char* url, int offsetToClockMs, TarnPlayerObserver* observer);
+
+    // Opens the source. The answer is onPrepared or onFailed. Initialized or stopped only.
+    bool prepareAsync();
+
+    // Plays. While the source is being prepared the request is kept and carried out when it is ready. Prepared or
+    // preparing only. False if playing can't be started; the state is then the error state.
+    bool start();
+
+    // Pause and resume. Out of playback they are kept, or taken back, for the next start that was asked for before the
+    // source was ready.
+    bool pause();
+    bool resume();
+
+    // Goes to `timeMs` on the host's clock. From the completed state playback begins again. Prepared, started, paused
+    // or completed only; false also if the source can't seek.
+    bool seek(int timeMs);
+
+    // Ends playback and gives up a restart that is due. False when there is nothing to stop: idle or initialized.
+    bool stop();
+
+    // Forgets the source, so that another one can be set. Doesn't end playback: `stop` comes first. Always true.
+    bool reset();
+
+    // The position and the duration in milliseconds on the host's clock; 0 without an open source.
+    int getCurrentTime();
+    int getDuration();
+
+    // One fact of the source: see KelpPlayerInfoType. The duration is on the host's clock.
+    int64_t getPlayDetailInfo(TarnPlayerInfoType type);
+
+    // The gain, 1.0 as it is; started, paused or completed only, and false without sound.
+    bool setVolume(float volume);
+
+    // The tempo of the sound, 1.0 as it is, at any time.
+    void setSpeed(float speed);
+
+    // Windows, as KelpPlayer has them, at any time. Sizes are pixels.
+    bool addWindow(void* handle, WindowType type, int width, int height);
+    bool removeWindow(void* handle);
+    bool pauseWindow(void* handle, bool pause);
+
+    // Hardware decoding from the next start on; on, with all modes, at first. A decoder that fails turns it off for
+    // good, until this is called again.
+    void enableHwDecoder(bool enable, HwDecodeMode mode);
+
+    // Whose clock the streams follow; SYNC_MASTER_CLOCK at first.
+    void setAVSyncMode(SyncMasterMode mode);
+
+    // A clock of the host's to follow, or null for the player's own. Not owned; take it back before it goes.
+    void setSyncClock(KelpSyncClock* clock);
+
+    // Changes the offset of `setDataSource` during playback and seeks to where the clock is on the stream. For one
+    // control thread. False, with the value stored all the same, if no clock is set.
+    bool setOffsetToClockMs(int offsetMs);
+
+    // "retry_when_failed": milliseconds from a failure of the stream to its restart; 0, the default, for none. It is
+    // restarted, in the state that it was in, as often as it fails, until `stop`. All other keys as in KelpPlayer.
+    void setOption(const char* key, const char* value);
+
+    // Callables and timers on the player's worker thread, in the order of its events; see KelpPlayer.
+    void runInWorker(std::function<void()> function);
+    unsigned int addTimer(unsigned int intervalMs, bool oneShot, std::function<void()> function);
+    void removeTimer(unsigned int timerId);
+
+private:
+    friend class InnerPlayerObserver;
+
+    TarnPlayer();
+    virtual ~TarnPlayer();
+
+    // Whether the state is one of `states`; if not, the log says so for `operation`. mutex_ is held.
+    bool isIn(int states, const char* operation) const;
+    // Tells the host on the worker thread that playback began. mutex_ is held.
+    void postStarted();
+    // Restarts the source on the worker thread and brings it back to `state`.
+    void restartWithOldState(PlayerStates state);
+    void restart(PlayerStates state);
+
+    std::shared_ptr<KelpPlayer> player_;
+    std::shared_ptr<InnerPlayerObserver> innerObserver_;
+    std::string dataSource_;                              // guarded by mutex_, like all below that isn't atomic
+    std::atomic<int32_t> offsetToClockMs_{0};             // the stream's zero on the host's clock
+    std::atomic<TarnPlayerObserver*> observer_{nullptr};  // the host, not owned
+    std::mutex mutex_;                                    // also held through calls into player_, never into the host
+    PlayerStates state_ = PLAYER_STATE_IDLE;
+    std::atomic<bool> startRequest_{false};  // start as soon as prepared
+    std::atomic<bool> pauseRequest_{false};  // pause right after that start
+    SyncMasterMode syncMasterMode_ = SYNC_MASTER_CLOCK;
+    std::atomic<KelpSyncClock*> syncClock_{nullptr};  // not owned
+    bool hwDecoderEnabled_ = true;
+    int64_t retryIntervalMs_ = 0;    // 0 or less for no retry
+    unsigned int retryTimerId_ = 0;  // 0 when none runs
+    HwDecodeMode hwDecodeMode_ = HW_DECODE_ALL;
+};
+
+}  // namespace kelp

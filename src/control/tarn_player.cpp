@@ -1,0 +1,325 @@
+#include "kelp_player/tarn_player.h"
+
+#include <cstdlib>
+#include <new>
+#include <string_view>
+#include <utility>
+
+#include "control/inner_player_observer.h"
+#include "kelp_player/log.h"
+#include "kelp_player/sync_clock.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr const char* kTag = "TarnPlayer";
+
+constexpr int kHasSource = PLAYER_STATE_PREPARED | PLAYER_STATE_STARTED | PLAYER_STATE_PAUSED | PLAYER_STATE_COMPLETED;
+
+// Sums and differences of times that may be anything: far ends wrap round.
+int add(int a, int b) {
+    return static_cast<int>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
+
+int negate(int a) {
+    return static_cast<int>(0U - static_cast<uint32_t>(a));
+}
+
+}  // namespace
+
+TarnPlayer* TarnPlayer::create() {
+    return new (std::nothrow) TarnPlayer();
+}
+
+void TarnPlayer::destroy(TarnPlayer* player) {
+    delete player;
+}
+
+TarnPlayer::TarnPlayer()
+    : player_(std::make_shared<KelpPlayer>()), innerObserver_(std::make_shared<InnerPlayerObserver>(this)) {
+    player_->init(innerObserver_.get());
+    player_->setAVSyncMode(syncMasterMode_);
+    player_->enableHwDecoder(hwDecoderEnabled_, hwDecodeMode_);
+}
+
+TarnPlayer::~TarnPlayer() {
+    // No event arrives behind this.
+    player_->release();
+}
+
+bool TarnPlayer::isIn(int states, const char* operation) const {
+    if ((state_ & states) != 0) {
+        return true;
+    }
+    Log::Error(kTag, "%s, error state:%d\n", operation, state_);
+    return false;
+}
+
+bool TarnPlayer::setDataSource(const char* url, int offsetToClockMs, TarnPlayerObserver* observer) {
+    std::lock_guard lock(mutex_);
+    if (!url || !isIn(PLAYER_STATE_IDLE, "setDataSource")) {
+        return false;
+    }
+    dataSource_ = url;
+    offsetToClockMs_ = offsetToClockMs;
+    observer_ = observer;
+    innerObserver_->set(observer, offsetToClockMs);
+    if (syncClock_) {
+        player_->setExternSyncClock(syncClock_, offsetToClockMs);
+    }
+    state_ = PLAYER_STATE_INITIALIZED;
+    return true;
+}
+
+bool TarnPlayer::prepareAsync() {
+    std::lock_guard lock(mutex_);
+    if (!isIn(PLAYER_STATE_INITIALIZED | PLAYER_STATE_STOPPED, "prepareAsync")) {
+        return false;
+    }
+    state_ = PLAYER_STATE_PREPARING;
+    const int offset = offsetToClockMs_;
+    return player_->loadFileAsync(dataSource_.c_str(), offset < 0 ? negate(offset) : 0);
+}
+
+bool TarnPlayer::start() {
+    std::lock_guard lock(mutex_);
+    if (!isIn(PLAYER_STATE_PREPARING | PLAYER_STATE_PREPARED, "start")) {
+        return false;
+    }
+    if (state_ == PLAYER_STATE_PREPARING) {
+        startRequest_ = true;
+        return true;
+    }
+    state_ = PLAYER_STATE_STARTED;
+    if (!player_->play()) {
+        state_ = PLAYER_STATE_ERROR;
+        return false;
+    }
+    postStarted();
+    const int offset = offsetToClockMs_;
+    if (offset < 0) {
+        player_->seek(negate(offset));
+    }
+    return true;
+}
+
+void TarnPlayer::postStarted() {
+    player_->runInWorker([this] {
+        if (TarnPlayerObserver* host = observer_) {
+            host->onStarted();
+        }
+    });
+}
+
+bool TarnPlayer::pause() {
+    std::lock_guard lock(mutex_);
+    if (state_ == PLAYER_STATE_PAUSED) {
+        return true;
+    }
+    if (state_ == PLAYER_STATE_STARTED) {
+        const bool paused = player_->pause();
+        state_ = paused ? PLAYER_STATE_PAUSED : PLAYER_STATE_ERROR;
+        return paused;
+    }
+    Log::Debug(kTag, "%s, current state:%d, set pause request\n", "pause", state_);
+    pauseRequest_ = true;
+    return true;
+}
+
+bool TarnPlayer::resume() {
+    std::lock_guard lock(mutex_);
+    if (state_ == PLAYER_STATE_STARTED) {
+        return true;
+    }
+    if (state_ == PLAYER_STATE_PAUSED) {
+        const bool resumed = player_->resume();
+        state_ = resumed ? PLAYER_STATE_STARTED : PLAYER_STATE_ERROR;
+        return resumed;
+    }
+    Log::Debug(kTag, "%s, current state:%d, reset pause request\n", "resume", state_);
+    pauseRequest_ = false;
+    return true;
+}
+
+bool TarnPlayer::seek(int timeMs) {
+    std::lock_guard lock(mutex_);
+    const int target = add(timeMs, negate(offsetToClockMs_));
+    if (!isIn(kHasSource, "seek")) {
+        return false;
+    }
+    if (state_ == PLAYER_STATE_COMPLETED) {
+        state_ = PLAYER_STATE_STARTED;
+    }
+    if (target < 0) {
+        player_->clearScreen();
+    }
+    return player_->seek(target);
+}
+
+bool TarnPlayer::stop() {
+    std::lock_guard lock(mutex_);
+    if (retryTimerId_ != 0) {
+        player_->removeTimer(retryTimerId_);
+        retryTimerId_ = 0;
+    }
+    if (state_ == PLAYER_STATE_STOPPED) {
+        return true;
+    }
+    if (state_ == PLAYER_STATE_IDLE || state_ == PLAYER_STATE_INITIALIZED) {
+        Log::Error(kTag, "%s, error state:%d\n", "stop", state_);
+        return false;
+    }
+    state_ = PLAYER_STATE_STOPPED;
+    return player_->stop();
+}
+
+bool TarnPlayer::reset() {
+    std::lock_guard lock(mutex_);
+    if (state_ != PLAYER_STATE_IDLE) {
+        dataSource_.clear();
+        offsetToClockMs_ = 0;
+        state_ = PLAYER_STATE_IDLE;
+        startRequest_ = false;
+        player_->enableHwDecoder(hwDecoderEnabled_, hwDecodeMode_);
+    }
+    return true;
+}
+
+int TarnPlayer::getCurrentTime() {
+    std::lock_guard lock(mutex_);
+    return isIn(kHasSource | PLAYER_STATE_STOPPED, "getCurrentTime") ? add(offsetToClockMs_, player_->getCurrentTime())
+                                                                     : 0;
+}
+
+int TarnPlayer::getDuration() {
+    std::lock_guard lock(mutex_);
+    return isIn(kHasSource | PLAYER_STATE_STOPPED, "getDuration") ? add(offsetToClockMs_, player_->getDuration()) : 0;
+}
+
+int64_t TarnPlayer::getPlayDetailInfo(TarnPlayerInfoType type) {
+    std::lock_guard lock(mutex_);
+    const int64_t info = player_->getPlayDetailInfo(type);
+    return type == INFO_DURATION ? info + offsetToClockMs_ : info;
+}
+
+bool TarnPlayer::setVolume(float volume) {
+    std::lock_guard lock(mutex_);
+    return (state_ & (PLAYER_STATE_STARTED | PLAYER_STATE_PAUSED | PLAYER_STATE_COMPLETED)) != 0 &&
+           player_->setVolume(volume);
+}
+
+void TarnPlayer::setSpeed(float speed) {
+    std::lock_guard lock(mutex_);
+    player_->setSpeed(speed);
+}
+
+bool TarnPlayer::addWindow(void* handle, WindowType type, int width, int height) {
+    std::lock_guard lock(mutex_);
+    return player_->addWindow(type, handle, width, height);
+}
+
+bool TarnPlayer::removeWindow(void* handle) {
+    std::lock_guard lock(mutex_);
+    return player_->removeWindow(handle);
+}
+
+bool TarnPlayer::pauseWindow(void* handle, bool pause) {
+    std::lock_guard lock(mutex_);
+    return player_->pauseWindow(handle, pause);
+}
+
+void TarnPlayer::enableHwDecoder(bool enable, HwDecodeMode mode) {
+    std::lock_guard lock(mutex_);
+    hwDecoderEnabled_ = enable;
+    hwDecodeMode_ = mode;
+    player_->enableHwDecoder(enable, mode);
+}
+
+void TarnPlayer::setAVSyncMode(SyncMasterMode mode) {
+    std::lock_guard lock(mutex_);
+    syncMasterMode_ = mode;
+    player_->setAVSyncMode(mode);
+}
+
+void TarnPlayer::setSyncClock(KelpSyncClock* clock) {
+    std::lock_guard lock(mutex_);
+    syncClock_ = clock;
+    player_->setExternSyncClock(clock, offsetToClockMs_);
+}
+
+bool TarnPlayer::setOffsetToClockMs(int offsetMs) {
+    const int oldOffsetMs = offsetToClockMs_;
+    if (offsetMs == oldOffsetMs) {
+        return true;
+    }
+    Log::Debug(kTag, "%s, offset %d -> %d\n", "setOffsetToClockMs", oldOffsetMs, offsetMs);
+    offsetToClockMs_ = offsetMs;
+    KelpSyncClock* const clock = syncClock_;
+    if (!clock) {
+        return false;
+    }
+    setSyncClock(clock);
+    innerObserver_->set(observer_, offsetMs);
+    const int nowMs = static_cast<int>(clock->getSyncPts());
+    int target = add(nowMs, negate(offsetMs));
+    if (offsetMs >= 0 && target < 0) {
+        player_->clearScreen();
+        target = 0;
+    }
+    player_->seek(target);
+    return true;
+}
+
+void TarnPlayer::setOption(const char* key, const char* value) {
+    if (!key || !value) {
+        return;
+    }
+    std::lock_guard lock(mutex_);
+    if (std::string_view(key) == "retry_when_failed") {
+        retryIntervalMs_ = std::atoll(value);
+    } else {
+        player_->setOption(key, value);
+    }
+}
+
+void TarnPlayer::runInWorker(std::function<void()> function) {
+    player_->runInWorker(std::move(function));
+}
+
+unsigned int TarnPlayer::addTimer(unsigned int intervalMs, bool oneShot, std::function<void()> function) {
+    return player_->addTimer(intervalMs, oneShot, std::move(function));
+}
+
+void TarnPlayer::removeTimer(unsigned int timerId) {
+    player_->removeTimer(timerId);
+}
+
+void TarnPlayer::restartWithOldState(PlayerStates state) {
+    Log::Debug(kTag, "%s, state:%d\n", "restartWithOldState", state);
+    std::lock_guard lock(mutex_);
+    player_->runInWorker([this, state] { restart(state); });
+}
+
+void TarnPlayer::restart(PlayerStates state) {
+    if (state != PLAYER_STATE_PREPARING && state != PLAYER_STATE_STARTED && state != PLAYER_STATE_PAUSED) {
+        return;
+    }
+    // The engine takes one stop at a time, and the host's may come at this moment.
+    std::lock_guard lock(mutex_);
+    if (state_ == PLAYER_STATE_STOPPED || state_ == PLAYER_STATE_IDLE) {
+        return;  // the host has ended this source since
+    }
+    state_ = PLAYER_STATE_STOPPED;
+    player_->stop();
+    state_ = PLAYER_STATE_PREPARING;
+    player_->loadFileAsync(dataSource_.c_str(), 0);
+    if (state == PLAYER_STATE_STARTED || state == PLAYER_STATE_PAUSED) {
+        startRequest_ = true;
+    }
+    if (state == PLAYER_STATE_PAUSED) {
+        pauseRequest_ = true;
+    }
+}
+
+}  // namespace kelp

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "kelp_player/kelp_player.h"
+
+namespace kelp::test {
+
+// Stands in for the engine below a TarnPlayer: it notes every call, answers as told, and keeps what is handed to the
+// worker until the test runs it.
+struct FakeEngine {
+    struct Timer {
+        unsigned int intervalMs = 0;
+        bool oneShot = false;
+        std::function<void()> function;
+    };
+
+    // Of the player made last.
+    static FakeEngine& get();
+    static void reset();
+
+    std::vector<std::string> calls;
+    std::map<std::string, bool> answers;  // by operation; true where nothing stands
+    int currentTimeMs = 0;
+    int durationMs = 0;
+    KelpPlayerObserver* observer = nullptr;
+    std::vector<std::function<void()>> worker;
+    std::map<unsigned int, Timer> timers;
+    unsigned int nextTimerId = 1;
+
+    std::vector<std::string> takeCalls();
+    // Runs what is queued on the worker, also what that queues.
+    void runWorker();
+    // Lets the timer fire.
+    void fire(unsigned int id);
+    bool answer(const std::string& operation) const;
+};
+
+}  // namespace kelp::test

@@ -1,0 +1,196 @@
+#include "kelp_player/stream_muxer.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <utility>
+
+#include "input/codec_tables.h"
+#include "kelp_player/codec_info.h"
+#include "kelp_player/log.h"
+#include "runtime/ffmpeg_compat.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
+namespace kelp {
+
+namespace {
+
+constexpr char kTag[] = "StreamMuxer";
+constexpr char kFileMuxer[] = "mp4";
+
+constexpr int64_t kNoPts = -1;
+constexpr double kMicrosecondsPerSecond = 1000000.0;
+constexpr double kLargestTicks = 4611686018427387904.0;  // 2^62: leaves room for the ticks that later frames add
+
+// The muxer's short name for a destination; null for one that isn't served.
+const char* muxerName(const std::string& filePath) {
+    if (filePath.starts_with("rtsp://")) {
+        return "rtsp";
+    }
+    if (filePath.starts_with("rtp://")) {
+        return "rtp";
+    }
+    return filePath.find(".mp4") != std::string::npos ? kFileMuxer : nullptr;
+}
+
+class Dictionary {
+public:
+    Dictionary() = default;
+    Dictionary(const Dictionary&) = delete;
+    Dictionary& operator=(const Dictionary&) = delete;
+    ~Dictionary() { av_dict_free(&dictionary_); }
+
+    AVDictionary** address() { return &dictionary_; }
+
+private:
+    AVDictionary* dictionary_ = nullptr;
+};
+
+}  // namespace
+
+StreamMuxer::StreamMuxer() : options_{{"rtsp_transport", "tcp"}, {"stimeout", "500000"}} {
+}
+
+StreamMuxer::~StreamMuxer() {
+    stop();
+    close();
+}
+
+void StreamMuxer::setOption(const char* key, const char* value) {
+    if (!key || !value) {
+        Log::Error(kTag, "%s, no key or value\n", "setOption");
+        return;
+    }
+    options_[key] = value;
+}
+
+bool StreamMuxer::open(const std::string& filePath, std::shared_ptr<CodecInfo> codecInfo, int64_t timeBase) {
+    const char* const muxer = muxerName(filePath);
+    if (!muxer) {
+        Log::Error(kTag, "%s, error filePath %s\n", "open", filePath.c_str());
+        return false;
+    }
+    // The MP4 muxer never comes back from a time base below 1.
+    if (!codecInfo || timeBase < 1 || timeBase > INT_MAX) {
+        Log::Error(kTag, "%s, error codecInfo or timeBase %lld\n", "open", static_cast<long long>(timeBase));
+        return false;
+    }
+    if (formatContext_) {
+        close();
+    }
+    timeBase_ = timeBase;
+    if (avformat_alloc_output_context2(&formatContext_, nullptr, muxer, filePath.c_str()) < 0) {
+        Log::Error(kTag, "%s, Could not create output context\n", "open");
+        return false;
+    }
+    outputFormat_ = formatContext_->oformat;
+    stream_ = avformat_new_stream(formatContext_, nullptr);
+    if (!stream_) {
+        Log::Error(kTag, "%s, Could not allocate stream\n", "open");
+        return false;
+    }
+    stream_->time_base = {1, static_cast<int>(timeBase)};
+    AVCodecParameters& parameters = *stream_->codecpar;
+    parameters.codec_type = AVMEDIA_TYPE_VIDEO;
+    parameters.codec_id = static_cast<AVCodecID>(codecIdFromType(codecInfo->videoCodecType));
+    parameters.width = codecInfo->width;
+    parameters.height = codecInfo->height;
+    parameters.format = avPixelFormatFromPixFormat(codecInfo->pixFormat);
+    Log::Info(kTag, "%s, %dx%d, codec_id:%d\n", "open", parameters.width, parameters.height,
+              static_cast<int>(parameters.codec_id));
+
+    if (!(outputFormat_->flags & AVFMT_NOFILE) &&
+        avio_open(&formatContext_->pb, filePath.c_str(), AVIO_FLAG_WRITE) < 0) {
+        Log::Error(kTag, "%s, Could not open output URL '%s'\n", "open", filePath.c_str());
+        return false;
+    }
+    av_dump_format(formatContext_, 0, filePath.c_str(), 1);
+
+    Dictionary dictionary;
+    for (const auto& [key, value] : options_) {
+        Log::Debug(kTag, "%s, set key:%s, value:%s\n", "open", key.c_str(), value.c_str());
+        av_dict_set(dictionary.address(), key.c_str(), value.c_str(), 0);
+    }
+    if (avformat_write_header(formatContext_, dictionary.address()) < 0) {
+        Log::Error(kTag, "%s, Error occurred when opening output\n", "open");
+        return false;
+    }
+    headerWritten_ = true;
+    Log::Info(kTag, "%s, succeed!\n", "open");
+    return true;
+}
+
+bool StreamMuxer::start() {
+    Log::Info(kTag, "%s, succeed!\n", "start");
+    return false;
+}
+
+bool StreamMuxer::outputFrame(unsigned char* data, unsigned int size, int64_t ptsUs, bool keyFrame) {
+    if (!headerWritten_) {
+        return false;
+    }
+    if (!data || size == 0 || size > INT_MAX) {
+        Log::Error(kTag, "%s, error data, size:%u\n", "outputFrame", size);
+        return false;
+    }
+    const double exactTicks = (static_cast<double>(timeBase_) / kMicrosecondsPerSecond) * static_cast<double>(ptsUs);
+    const auto ticks = static_cast<int64_t>(std::clamp(exactTicks, -kLargestTicks, kLargestTicks));
+    lastPts_ = lastPts_ == kNoPts ? ticks : std::max(ticks, lastPts_ + 1);
+
+    AVPacket packet;
+    compat::initPacket(&packet);
+    packet.pts = lastPts_;
+    packet.dts = lastPts_;
+    packet.data = data;
+    packet.size = static_cast<int>(size);
+    packet.stream_index = 0;
+    packet.flags = keyFrame ? AV_PKT_FLAG_KEY : 0;
+    packet.duration = 0;
+    packet.pos = -1;
+    packet.time_base = {1, static_cast<int>(timeBase_)};
+
+    const int result = av_interleaved_write_frame(formatContext_, &packet);
+    if (result < 0) {
+        char text[255] = {};
+        av_strerror(result, text, sizeof(text));
+        Log::Error(kTag, "%s, av_interleaved_write_frame failed, ret:%d, %s\n", "outputFrame", result, text);
+        return false;
+    }
+    return true;
+}
+
+void StreamMuxer::stop() {
+    if (!formatContext_) {
+        return;
+    }
+    writeEnd();
+    Log::Info(kTag, "%s, succeed!\n", "stop");
+}
+
+void StreamMuxer::close() {
+    // The streaming muxers give back what they hold, connections included, at their end only.
+    if (formatContext_ && std::strcmp(outputFormat_->name, kFileMuxer) != 0) {
+        writeEnd();
+    }
+    if (formatContext_ && !(outputFormat_->flags & AVFMT_NOFILE)) {
+        avio_close(formatContext_->pb);
+    }
+    avformat_free_context(formatContext_);
+    formatContext_ = nullptr;
+    outputFormat_ = nullptr;
+    stream_ = nullptr;
+    headerWritten_ = false;
+    Log::Info(kTag, "%s, succeed!\n", "close");
+}
+
+void StreamMuxer::writeEnd() {
+    // Without a header, or a second time, the muxer has nothing to end and would crash.
+    if (std::exchange(headerWritten_, false)) {
+        av_write_trailer(formatContext_);
+    }
+}
+
+}  // namespace kelp

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace kelp::test {
+
+// A folder that is removed, with all that lies in it, when this object goes.
+class TempFolder {
+public:
+    TempFolder();
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+    ~TempFolder();
+
+    std::string path(const std::string& name) const { return folder_ + "/" + name; }
+
+private:
+    std::string folder_;
+};
+
+// One frame as a demuxer gives it. The bytes lie in a block of just their size.
+struct EncodedFrame {
+    std::vector<unsigned char> bytes;
+    int64_t pts = 0;
+    bool keyFrame = false;
+};
+
+// The first video stream of a source, read to its end.
+struct EncodedVideo {
+    bool opened = false;
+    int codecId = 0;
+    int width = 0;
+    int height = 0;
+    int timeBaseDen = 0;
+    std::vector<EncodedFrame> frames;
+    std::vector<std::string> pictures;  // decoded, the bytes of their planes
+};
+
+// `options` go to the demuxer.
+EncodedVideo readVideo(const std::string& url, const std::map<std::string, std::string>& options = {});
+
+// Encodes `frames` test pictures of 160x120, 25 in a second, with the ffmpeg command. `arguments` choose the codec.
+EncodedVideo encodeVideo(const std::string& arguments, int frames);
+
+}  // namespace kelp::test

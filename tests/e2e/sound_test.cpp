@@ -1,0 +1,79 @@
+// What is heard of every file: the tone, its length, its loudness, and that nothing is missing in between.
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <string>
+
+#include "e2e/media.h"
+#include "e2e/playback.h"
+#include "e2e/sound.h"
+
+namespace kelp::test {
+namespace {
+
+std::string recordingPath(const std::string& name) {
+    return (std::filesystem::temp_directory_path() / ("kelp_sound_" + name + "_" + std::to_string(getpid()) + ".raw"))
+        .string();
+}
+
+// Plays a file of the table to its end and gives back what was heard.
+Heard playAndHear(const std::string& name, SyncMasterMode master, float volume = 1.0F) {
+    const std::string recording = recordingPath(name);
+    recordSoundTo(recording);
+    Heard heard;
+    {
+        Playback playback;
+        playback.player().setAVSyncMode(master);
+        EXPECT_TRUE(playback.open(mediaPath(name)));
+        EXPECT_TRUE(playback.player().play());
+        playback.player().setVolume(volume);
+        EXPECT_TRUE(playback.waitFor(Happened::Completed, 60000));
+        playback.player().stop();
+        heard = hear(recording);
+    }
+    std::filesystem::remove(recording);
+    return heard;
+}
+
+struct SoundCase {
+    const char* name;
+    SyncMasterMode master;
+};
+
+class Sound : public testing::TestWithParam<SoundCase> {};
+
+TEST_P(Sound, IsTheToneOfTheFileWithoutAGap) {
+    const MediaFile& file = mediaFile(GetParam().name);
+    const Heard heard = playAndHear(file.name, GetParam().master);
+    EXPECT_NEAR(heard.toneHz, file.toneHz, 1.0);
+    EXPECT_NEAR(heard.lengthMs, file.durationMs, 100);
+    EXPECT_LE(heard.longestGapMs, 5.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, Sound,
+    testing::Values(SoundCase{"small.mp4", SYNC_MASTER_AUDIO}, SoundCase{"hevc.ts", SYNC_MASTER_AUDIO},
+                    SoundCase{"mpeg4.avi", SYNC_MASTER_AUDIO}, SoundCase{"msmpeg4v3.avi", SYNC_MASTER_AUDIO},
+                    SoundCase{"mjpeg_alaw.mov", SYNC_MASTER_AUDIO}, SoundCase{"vorbis.ogg", SYNC_MASTER_AUDIO},
+                    SoundCase{"tone.mp3", SYNC_MASTER_AUDIO}, SoundCase{"hevc10.mkv", SYNC_MASTER_AUDIO},
+                    SoundCase{"vp9_aac.mkv", SYNC_MASTER_AUDIO}, SoundCase{"small.mp4", SYNC_MASTER_CLOCK},
+                    SoundCase{"small.mp4", SYNC_MASTER_VIDEO}, SoundCase{"vorbis.ogg", SYNC_MASTER_CLOCK},
+                    SoundCase{"tone.mp3", SYNC_MASTER_CLOCK}),
+    [](const auto& test) {
+        std::string name = test.param.name;
+        std::replace(name.begin(), name.end(), '.', '_');
+        return name + (test.param.master == SYNC_MASTER_AUDIO   ? "_WithoutAMaster"
+                       : test.param.master == SYNC_MASTER_CLOCK ? "_OnTheClock"
+                                                                : "_OnThePicture");
+    });
+
+TEST(Sound, IsHalfAsLoudAtHalfTheVolume) {
+    const double full = playAndHear("vorbis.ogg", SYNC_MASTER_AUDIO).rms;
+    const double half = playAndHear("vorbis.ogg", SYNC_MASTER_AUDIO, 0.5F).rms;
+    ASSERT_GT(full, 1000);
+    EXPECT_NEAR(half / full, 0.5, 0.005);
+}
+
+}  // namespace
+}  // namespace kelp::test

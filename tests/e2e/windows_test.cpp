@@ -1,0 +1,185 @@
+// What windows show on a screen: colour bars at known places, turned, in several windows, paused, removed, resized.
+
+#include <SDL.h>
+#include <gmock/gmock.h>
+
+#include <array>
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "e2e/media.h"
+#include "e2e/playback.h"
+#include "support/x_screen.h"
+
+namespace kelp::test {
+namespace {
+
+constexpr Rgb kBlack = {0, 0, 0};
+// The bars of the picture's upper two thirds, from left to right, at 75% of full colour.
+constexpr std::array<Rgb, 7> kBars = {Rgb{191, 191, 191}, Rgb{191, 191, 0}, Rgb{0, 191, 191}, Rgb{0, 191, 0},
+                                      Rgb{191, 0, 191},   Rgb{191, 0, 0},   Rgb{0, 0, 191}};
+
+void* handleOf(unsigned long window) {
+    return reinterpret_cast<void*>(window);
+}
+
+// All tests share one screen: SDL keeps the connection that it opened first.
+class Windows : public testing::Test {
+protected:
+    static void SetUpTestSuite() { sharedScreen() = std::make_unique<XScreen>(1300, 900); }
+    static void TearDownTestSuite() {
+        SDL_Quit();
+        sharedScreen().reset();
+    }
+
+    Windows() : screen_(*sharedScreen()) {}
+    ~Windows() override {
+        playback_.reset();
+        screen_.destroyWindows();
+    }
+
+    void play(const char* name) {
+        playback_ = std::make_unique<Playback>();
+        playback_->player().setAVSyncMode(SYNC_MASTER_VIDEO);
+        ASSERT_TRUE(playback_->open(mediaPath(name)));
+    }
+
+    KelpPlayer& player() { return playback_->player(); }
+
+    // Whether a window at (x, y) of this size is filled by the bars.
+    void expectBars(int x, int y, int width, int height) {
+        for (size_t bar = 0; bar < kBars.size(); ++bar) {
+            const int column = x + static_cast<int>(width * (2 * bar + 1) / 14);
+            EXPECT_TRUE(screen_.waitForPixel(column, y + height / 4, kBars.at(bar))) << "bar " << bar;
+        }
+        // To the edges.
+        EXPECT_TRUE(screen_.waitForPixel(x + 1, y + 1, kBars.front()));
+        EXPECT_TRUE(screen_.waitForPixel(x + width - 2, y + 1, kBars.back()));
+    }
+
+    XScreen& screen_;
+    std::unique_ptr<Playback> playback_;
+
+private:
+    static std::unique_ptr<XScreen>& sharedScreen() {
+        static std::unique_ptr<XScreen> screen;
+        return screen;
+    }
+};
+
+TEST_F(Windows, OfAnotherClientAreFilledByThePicture) {
+    const auto window = screen_.createWindow(20, 30, 700, 300);
+    play("bars.mp4");
+    player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(window), 700, 300);
+    ASSERT_TRUE(player().play());
+    expectBars(20, 30, 700, 300);
+}
+
+TEST_F(Windows, OfTheHostsOwnSdlAreFilledByThePictureAndStay) {
+    play("bars.mp4");
+    SDL_Window* window = SDL_CreateWindow("bars", 40, 50, 640, 360, SDL_WINDOW_OPENGL | SDL_WINDOW_BORDERLESS);
+    if (window == nullptr) {
+        window = SDL_CreateWindow("bars", 40, 50, 640, 360, SDL_WINDOW_BORDERLESS);
+    }
+    ASSERT_NE(window, nullptr);
+    player().addWindow(WINDOW_TYPE_SDL, window, 640, 360);
+    ASSERT_TRUE(player().play());
+    expectBars(40, 50, 640, 360);
+    player().stop();
+    // Left black, and still the host's.
+    EXPECT_TRUE(screen_.waitForPixel(40 + 320, 50 + 90, kBlack));
+    int width = 0;
+    SDL_GetWindowSize(window, &width, nullptr);
+    EXPECT_EQ(width, 640);
+    SDL_DestroyWindow(window);
+}
+
+TEST_F(Windows, ShowATurnedPictureCentredInItsShape) {
+    const auto window = screen_.createWindow(0, 0, 600, 600);
+    play("bars_rotated.mp4");
+    player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(window), 600, 600);
+    ASSERT_TRUE(player().play());
+    // Turned clockwise the picture is 337 wide and 600 high, its left bar is on top and its upper part on the right.
+    const int left = (600 - 337) / 2;
+    for (size_t bar = 0; bar < kBars.size(); ++bar) {
+        const int row = static_cast<int>(600 * (2 * bar + 1) / 14);
+        EXPECT_TRUE(screen_.waitForPixel(left + 337 * 3 / 4, row, kBars.at(bar))) << "bar " << bar;
+    }
+    EXPECT_TRUE(screen_.waitForPixel(left + 337 - 4, 4, kBars.front()));
+    EXPECT_TRUE(screen_.waitForPixel(left + 337 - 4, 595, kBars.back()));
+    EXPECT_TRUE(screen_.waitForPixel(left - 4, 300, kBlack));
+    EXPECT_TRUE(screen_.waitForPixel(left + 337 + 4, 300, kBlack));
+    EXPECT_TRUE(screen_.waitForPixel(2, 2, kBlack));
+    EXPECT_TRUE(screen_.waitForPixel(597, 597, kBlack));
+}
+
+TEST_F(Windows, ShowThePictureTogetherAndPauseByThemselves) {
+    const auto first = screen_.createWindow(0, 0, 320, 180);
+    const auto second = screen_.createWindow(400, 0, 320, 180);
+    play("everyday.mp4");
+    player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(first), 320, 180);
+    player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(second), 320, 180);
+    ASSERT_TRUE(player().play());
+    const auto shown = [&](int x) { return screen_.grab(x, 0, 320, 180); };
+    const auto waitForChange = [&](int x, const std::vector<uint8_t>& from) {
+        for (int i = 0; i < 500; ++i) {
+            if (shown(x) != from) {
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return false;
+    };
+    ASSERT_TRUE(waitForChange(0, std::vector<uint8_t>(320 * 180 * 3, 0x80)));
+    ASSERT_TRUE(waitForChange(400, std::vector<uint8_t>(320 * 180 * 3, 0x80)));
+    player().pauseWindow(handleOf(second), true);
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    const auto held = shown(400);
+    const auto moving = shown(0);
+    EXPECT_TRUE(waitForChange(0, moving));
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_EQ(shown(400), held);
+    player().pauseWindow(handleOf(second), false);
+    EXPECT_TRUE(waitForChange(400, held));
+    // At the end both show the last picture.
+    ASSERT_TRUE(playback_->waitFor(Happened::Completed, 60000));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_EQ(shown(0), shown(400));
+}
+
+TEST_F(Windows, CanBeRemovedAndAddedAgain) {
+    const auto first = screen_.createWindow(0, 0, 320, 180);
+    const auto second = screen_.createWindow(400, 0, 320, 180);
+    play("bars.mp4");
+    player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(first), 320, 180);
+    player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(second), 320, 180);
+    ASSERT_TRUE(player().play());
+    expectBars(0, 0, 320, 180);
+    expectBars(400, 0, 320, 180);
+    player().removeWindow(handleOf(second));
+    EXPECT_TRUE(screen_.waitForPixel(400 + 160, 45, kBlack));
+    expectBars(0, 0, 320, 180);
+    player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(second), 320, 180);
+    expectBars(400, 0, 320, 180);
+}
+
+TEST_F(Windows, FollowANewSize) {
+    const auto window = screen_.createWindow(0, 0, 320, 180);
+    play("bars.mp4");
+    player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(window), 320, 180);
+    ASSERT_TRUE(player().play());
+    expectBars(0, 0, 320, 180);
+    screen_.resizeWindow(window, 640, 500);
+    player().updateWindowSize(handleOf(window), 640, 500);
+    expectBars(0, 0, 640, 500);
+    EXPECT_FALSE(screen_.waitForPixel(320, 490, Rgb{128, 128, 128}, 2, 0));
+    // Also while paused.
+    player().pause();
+    screen_.resizeWindow(window, 500, 640);
+    player().updateWindowSize(handleOf(window), 500, 640);
+    expectBars(0, 0, 500, 640);
+}
+
+}  // namespace
+}  // namespace kelp::test

@@ -16,6 +16,7 @@
 namespace {
 
 constexpr int kLoopMs = 20;
+constexpr Uint32 kWindowSetUpMs = 3000;  // then events are served again, whatever came of the window
 constexpr float kVolumeStep = 0.1F;
 constexpr float kVolumeMax = 2.0F;
 
@@ -221,6 +222,9 @@ void PlayerApp::loop() {
 void PlayerApp::handleEvents() {
     // Polled: a waiting thread is woken by SDL through its window, which another thread may be working on.
     SDL_Delay(kLoopMs);
+    if (isWindowBeingSetUp()) {
+        return;
+    }
     for (SDL_Event event; SDL_PollEvent(&event) != 0;) {
         if (event.type == SDL_QUIT) {
             quit_ = true;
@@ -228,6 +232,13 @@ void PlayerApp::handleEvents() {
             handleKey(event.key.keysym.sym);
         }
     }
+}
+
+// With the first drawing the player makes its renderer, and SDL may make the native window anew for it: it isn't to be
+// touched meanwhile. The counter stands behind the window in the player's list, so its first picture tells the end.
+bool PlayerApp::isWindowBeingSetUp() {
+    return playing_ && window_ != nullptr && hasVideo_ && counter_.frames() == 0 &&
+           SDL_GetTicks() - playedAtTicks_ < kWindowSetUpMs;
 }
 
 void PlayerApp::handleKey(SDL_Keycode key) {
@@ -255,6 +266,7 @@ void PlayerApp::handleKey(SDL_Keycode key) {
 
 void PlayerApp::start() {
     playing_ = true;
+    playedAtTicks_ = SDL_GetTicks();
     if (options_.snapshots > 0) {
         std::vector<int64_t> times;
         const int64_t duration = player_->getDuration();
@@ -278,7 +290,7 @@ void PlayerApp::changeVolume(float step) {
 }
 
 void PlayerApp::updateTitle() {
-    if (window_ == nullptr) {
+    if (window_ == nullptr || isWindowBeingSetUp()) {
         return;
     }
     const std::string title = std::filesystem::path(options_.file).filename().string() + "  " +
@@ -312,7 +324,8 @@ void PlayerApp::fail(const std::string& why) {
 
 void PlayerApp::onVideoSizeUpdated(std::shared_ptr<kelp::KelpPlayer>, int, int, int) {
 }
-void PlayerApp::onPrepared(std::shared_ptr<kelp::KelpPlayer>, bool, bool) {
+void PlayerApp::onPrepared(std::shared_ptr<kelp::KelpPlayer>, bool hasVideo, bool) {
+    hasVideo_ = hasVideo;
     prepared_ = true;
 }
 void PlayerApp::onFailed(std::shared_ptr<kelp::KelpPlayer>, int, int) {

@@ -41,6 +41,7 @@ private:
     bool openWindow();
     void loop();
     void handleEvents();
+    bool isWindowBeingSetUp();
     void handleKey(SDL_Keycode key);
     void start();
     void changeVolume(float step);
@@ -56,12 +57,14 @@ private:
     bool headless_;
 
     std::atomic<bool> prepared_{false};
+    std::atomic<bool> hasVideo_{false};
     std::atomic<bool> failed_{false};
     std::atomic<bool> completed_{false};
     std::mutex reasonMutex_;
     std::string reason_;  // the engine's last error line; guarded by reasonMutex_
 
     bool playing_ = false;
+    Uint32 playedAtTicks_ = 0;
     bool paused_ = false;
     bool quit_ = false;
     int exitCode_ = 0;

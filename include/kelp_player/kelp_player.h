@@ -244,7 +244,8 @@ private:
     std::shared_ptr<PlayTask> playTask_;
     std::shared_ptr<Worker> worker_;
     std::shared_ptr<ExternSyncWrapper> externSyncWrapper_;  // the one for all clocks of the host
-    std::atomic<bool> released_{false};                     // by the first `release`
+    std::atomic<bool> workerStarted_{false};
+    std::atomic<bool> released_{false};  // by the first `release`
 };
 
 }  // namespace kelp

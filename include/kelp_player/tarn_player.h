@@ -171,9 +171,9 @@ private:
     bool isIn(int states, const char* operation) const;
     // Tells the host on the worker thread that playback began. mutex_ is held.
     void postStarted();
-    // Restarts the source on the worker thread and brings it back to `state`.
-    void restartWithOldState(PlayerStates state);
-    void restart(PlayerStates state);
+    // Restarts the source of `generation` on the worker thread and brings it back to `state`.
+    void restartWithOldState(PlayerStates state, unsigned int generation);
+    void restart(PlayerStates state, unsigned int generation);
 
     std::shared_ptr<KelpPlayer> player_;
     std::shared_ptr<InnerPlayerObserver> innerObserver_;
@@ -190,6 +190,7 @@ private:
     int64_t retryIntervalMs_ = 0;    // 0 or less for no retry
     unsigned int retryTimerId_ = 0;  // 0 when none runs
     HwDecodeMode hwDecodeMode_ = HW_DECODE_ALL;
+    unsigned int sourceGeneration_ = 0;  // counts what the host does to the source, which outdates a restart
 };
 
 }  // namespace kelp

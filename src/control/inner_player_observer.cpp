@@ -56,8 +56,9 @@ void InnerPlayerObserver::onPrepared(std::shared_ptr<KelpPlayer> /*player*/, boo
 }
 
 bool InnerPlayerObserver::carryOutRequests() {
-    // The host may have stopped the player, or started it itself, while it was told.
-    if (!owner_->startRequest_.exchange(false) || owner_->state_ != PLAYER_STATE_PREPARED) {
+    // The host may have stopped the player, or started it itself, while it was told; a request that stands then is one
+    // for another source.
+    if (owner_->state_ != PLAYER_STATE_PREPARED || !owner_->startRequest_.exchange(false)) {
         return true;
     }
     owner_->state_ = PLAYER_STATE_STARTED;
@@ -81,17 +82,19 @@ void InnerPlayerObserver::onFailed(std::shared_ptr<KelpPlayer> /*player*/, int e
     const PlayerStates oldState = owner_->state_;
     Log::Info(kTag, "%s, errorType:%d, extraData:%d, current state:%d\n", "onFailed", errorType, extraData, oldState);
     owner_->state_ = PLAYER_STATE_ERROR;
+    const unsigned int generation = owner_->sourceGeneration_;
     if (errorType == ERROR_TYPE_STREAM && owner_->retryIntervalMs_ > 0) {
         // Still under the lock: a stop that comes now finds the timer.
-        owner_->retryTimerId_ = owner_->player_->addTimer(static_cast<unsigned int>(owner_->retryIntervalMs_),
-                                                          /*oneShot=*/true, [this, oldState] { retry(oldState); });
+        owner_->retryTimerId_ =
+            owner_->player_->addTimer(static_cast<unsigned int>(owner_->retryIntervalMs_),
+                                      /*oneShot=*/true, [this, oldState, generation] { retry(oldState, generation); });
         Log::Info(kTag, "%s, add retry timer, retryTimerId_:%u\n", "onFailed", owner_->retryTimerId_);
         return;
     }
     lock.unlock();
     if (errorType == ERROR_TYPE_VIDEO_DECODE && extraData != 0) {
         owner_->enableHwDecoder(false, HW_DECODE_NONE);
-        owner_->restartWithOldState(oldState);
+        owner_->restartWithOldState(oldState, generation);
         return;
     }
     if (TarnPlayerObserver* host = observer_) {
@@ -99,13 +102,13 @@ void InnerPlayerObserver::onFailed(std::shared_ptr<KelpPlayer> /*player*/, int e
     }
 }
 
-void InnerPlayerObserver::retry(PlayerStates oldState) {
+void InnerPlayerObserver::retry(PlayerStates oldState, unsigned int generation) {
     {
         std::lock_guard lock(*mutex_);
         owner_->player_->removeTimer(owner_->retryTimerId_);
         owner_->retryTimerId_ = 0;
     }
-    owner_->restartWithOldState(oldState);
+    owner_->restartWithOldState(oldState, generation);
 }
 
 void InnerPlayerObserver::onFirstPacket(std::shared_ptr<KelpPlayer> /*player*/, int ptsMs) {

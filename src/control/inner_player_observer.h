@@ -32,7 +32,7 @@ private:
     // Starts, and perhaps pauses, a source that became ready, as was asked for. False if it doesn't play. The
     // player's mutex is held.
     bool carryOutRequests();
-    void retry(PlayerStates oldState);
+    void retry(PlayerStates oldState, unsigned int generation);
 
     TarnPlayer* const owner_;
     std::atomic<TarnPlayerObserver*> observer_{nullptr};

@@ -96,6 +96,7 @@ bool KelpPlayer::init(KelpPlayerObserver* observer) {
     }
     observer_ = observer;
     worker_->start();
+    workerStarted_ = true;
 
     // Weak references only, or the player could never die.
     const std::weak_ptr<KelpPlayer> weakPlayer = shared_from_this();
@@ -139,6 +140,10 @@ bool KelpPlayer::init(KelpPlayerObserver* observer) {
 void KelpPlayer::release() {
     // What was queued behind the end of the worker stays there: a second wait would have no end.
     if (released_.exchange(true)) {
+        return;
+    }
+    if (!workerStarted_) {
+        worker_->close();  // nobody runs what is queued, so there is no end to wait for
         return;
     }
     // An observer or a callable may hold the last reference to its player, so that this is the worker's own thread.

@@ -77,6 +77,7 @@ bool TarnPlayer::prepareAsync() {
     if (!isIn(PLAYER_STATE_INITIALIZED | PLAYER_STATE_STOPPED, "prepareAsync")) {
         return false;
     }
+    ++sourceGeneration_;
     state_ = PLAYER_STATE_PREPARING;
     const int offset = offsetToClockMs_;
     return player_->loadFileAsync(dataSource_.c_str(), offset < 0 ? negate(offset) : 0);
@@ -91,6 +92,7 @@ bool TarnPlayer::start() {
         startRequest_ = true;
         return true;
     }
+    startRequest_ = false;
     state_ = PLAYER_STATE_STARTED;
     if (!player_->play()) {
         state_ = PLAYER_STATE_ERROR;
@@ -159,6 +161,7 @@ bool TarnPlayer::seek(int timeMs) {
 
 bool TarnPlayer::stop() {
     std::lock_guard lock(mutex_);
+    ++sourceGeneration_;
     if (retryTimerId_ != 0) {
         player_->removeTimer(retryTimerId_);
         retryTimerId_ = 0;
@@ -177,6 +180,7 @@ bool TarnPlayer::stop() {
 bool TarnPlayer::reset() {
     std::lock_guard lock(mutex_);
     if (state_ != PLAYER_STATE_IDLE) {
+        ++sourceGeneration_;
         dataSource_.clear();
         offsetToClockMs_ = 0;
         state_ = PLAYER_STATE_IDLE;
@@ -295,20 +299,20 @@ void TarnPlayer::removeTimer(unsigned int timerId) {
     player_->removeTimer(timerId);
 }
 
-void TarnPlayer::restartWithOldState(PlayerStates state) {
+void TarnPlayer::restartWithOldState(PlayerStates state, unsigned int generation) {
     Log::Debug(kTag, "%s, state:%d\n", "restartWithOldState", state);
     std::lock_guard lock(mutex_);
-    player_->runInWorker([this, state] { restart(state); });
+    player_->runInWorker([this, state, generation] { restart(state, generation); });
 }
 
-void TarnPlayer::restart(PlayerStates state) {
+void TarnPlayer::restart(PlayerStates state, unsigned int generation) {
     if (state != PLAYER_STATE_PREPARING && state != PLAYER_STATE_STARTED && state != PLAYER_STATE_PAUSED) {
         return;
     }
     // The engine takes one stop at a time, and the host's may come at this moment.
     std::lock_guard lock(mutex_);
-    if (state_ == PLAYER_STATE_STOPPED || state_ == PLAYER_STATE_IDLE) {
-        return;  // the host has ended this source since
+    if (generation != sourceGeneration_) {
+        return;  // the host has ended this source, or gone on with it, since
     }
     state_ = PLAYER_STATE_STOPPED;
     player_->stop();

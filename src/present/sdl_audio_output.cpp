@@ -153,6 +153,8 @@ void SDLAudioOutput::close() {
     closed_ = true;
     cycleBuffer_->abort(true);
     closeDevice();
+    // SDL keeps an error text for each thread, and frees it by itself for threads of its own alone.
+    SDL_TLSCleanup();
 }
 
 void SDLAudioOutput::closeDevice() {

@@ -175,6 +175,8 @@ void SDLRender::close() {
         window_ = nullptr;
     }
     frame_.reset();
+    // SDL keeps an error text for each thread, and frees it by itself for threads of its own alone.
+    SDL_TLSCleanup();
 }
 
 // Leaves the choice of the driver to SDL; the list is for the log.

@@ -523,6 +523,15 @@ TEST_F(KelpPlayerLastReference, IsNoneOfReleaseOnTheWorker) {
     EXPECT_EQ(calls, 1);
 }
 
+TEST_F(KelpPlayerTest, ReleasesAPlayerThatWasNeverInitialisedWithACallableQueued) {
+    bool ran = false;
+    auto unused = std::make_shared<KelpPlayer>();
+    unused->runInWorker([&ran] { ran = true; });
+    unused->release();
+    unused.reset();
+    EXPECT_FALSE(ran);
+}
+
 TEST_F(KelpPlayerTest, ReleasesAnyNumberOfTimes) {
     init();
     std::atomic<int> ran{0};

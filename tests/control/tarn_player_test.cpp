@@ -365,10 +365,17 @@ TEST_F(TarnPlayerTest, TellsAFailedDeferredStartButNotAFailedDeferredPause) {
     EXPECT_EQ(state(), PLAYER_STATE_ERROR);
 }
 
-TEST_F(TarnPlayerTest, EndsInTheErrorStateWhenPauseOrResumeIsRefused) {
+TEST_F(TarnPlayerTest, EndsInTheErrorStateWhenPauseIsRefused) {
     reach(PLAYER_STATE_STARTED);
     engine().answers["pause"] = false;
     EXPECT_FALSE(player_->pause());
+    EXPECT_EQ(state(), PLAYER_STATE_ERROR);
+}
+
+TEST_F(TarnPlayerTest, EndsInTheErrorStateWhenResumeIsRefused) {
+    reach(PLAYER_STATE_PAUSED);
+    engine().answers["resume"] = false;
+    EXPECT_FALSE(player_->resume());
     EXPECT_EQ(state(), PLAYER_STATE_ERROR);
 }
 
@@ -459,9 +466,11 @@ TEST_P(TarnPlayerRecovery, BringsAFailedStreamBackIntoItsState) {
 INSTANTIATE_TEST_SUITE_P(From, TarnPlayerRecovery,
                          testing::Values(PLAYER_STATE_PREPARING, PLAYER_STATE_STARTED, PLAYER_STATE_PAUSED));
 
-TEST_F(TarnPlayerTest, DoesNothingWhenAStreamFailsOutsidePlayback) {
+class TarnPlayerNoRecovery : public TarnPlayerTest, public testing::WithParamInterface<int> {};
+
+TEST_P(TarnPlayerNoRecovery, RestsWhenAStreamFailsOutsidePlayback) {
     player_->setOption("retry_when_failed", "2000");
-    reach(PLAYER_STATE_PREPARED);
+    reach(GetParam());
     events().onFailed(nullptr, 1, 1);
     engine().takeCalls();
     engine().fire(1);
@@ -469,6 +478,8 @@ TEST_F(TarnPlayerTest, DoesNothingWhenAStreamFailsOutsidePlayback) {
     EXPECT_EQ(state(), PLAYER_STATE_ERROR);
     EXPECT_THAT(host_.told, IsEmpty());
 }
+
+INSTANTIATE_TEST_SUITE_P(From, TarnPlayerNoRecovery, testing::Values(PLAYER_STATE_PREPARED, PLAYER_STATE_COMPLETED));
 
 TEST_F(TarnPlayerTest, GivesTheRestartUpWhenItIsStopped) {
     player_->setOption("retry_when_failed", "2000");
@@ -493,13 +504,42 @@ TEST_F(TarnPlayerTest, DoesNotRestartWhatWasStoppedWhileTheRestartWasQueued) {
 }
 
 TEST_F(TarnPlayerTest, TellsTheHostAFailureWithoutARetry) {
+    reach(PLAYER_STATE_STARTED);
     for (const char* off : {"0", "never", "-5"}) {
+        player_->setOption("retry_when_failed", "2000");
         player_->setOption("retry_when_failed", off);
+        events().onFailed(nullptr, 1, 1);
     }
+    EXPECT_THAT(host_.told, ElementsAre("failed 1", "failed 1", "failed 1"));
+    EXPECT_THAT(engine().takeCalls(), IsEmpty());
+}
+
+TEST_F(TarnPlayerTest, DoesNotRestartASourceThatTheHostHasReplaced) {
+    player_->setOption("retry_when_failed", "2000");
     reach(PLAYER_STATE_STARTED);
     events().onFailed(nullptr, 1, 1);
-    EXPECT_THAT(host_.told, ElementsAre("failed 1"));
-    EXPECT_THAT(engine().takeCalls(), IsEmpty());
+    EXPECT_TRUE(player_->reset());
+    EXPECT_TRUE(player_->setDataSource("another", 0, &host_));
+    EXPECT_TRUE(player_->prepareAsync());
+    engine().takeCalls();
+    engine().fire(1);
+    EXPECT_THAT(engine().takeCalls(), ElementsAre("removeTimer(1)", "runInWorker()"));
+    events().onPrepared(nullptr, true, true);
+    EXPECT_EQ(state(), PLAYER_STATE_PREPARED);
+}
+
+TEST_F(TarnPlayerTest, KeepsAStartThatIsAskedForInThePreparedCallbackOfAnotherSource) {
+    reach(PLAYER_STATE_PREPARING);
+    host_.inPrepared = [&] {
+        host_.inPrepared = nullptr;
+        EXPECT_TRUE(player_->stop());
+        EXPECT_TRUE(player_->prepareAsync());
+        EXPECT_TRUE(player_->start());
+    };
+    events().onPrepared(nullptr, true, true);
+    EXPECT_EQ(state(), PLAYER_STATE_PREPARING);
+    events().onPrepared(nullptr, true, true);
+    EXPECT_EQ(state(), PLAYER_STATE_STARTED);
 }
 
 TEST_F(TarnPlayerTest, GoesByTheFirstOfTwoFailures) {

@@ -27,8 +27,8 @@ void pauseFor(int ms) {
 void stopOften(const std::function<void(Playback&, int round)>& reachPhase) {
     int64_t longestUs = 0;
     int64_t sumUs = 0;
-    std::unique_ptr<Playback> playback;
     RecordingSink sink(RecordingSink::Keep::Nothing);
+    std::unique_ptr<Playback> playback;
     for (int round = 0; round < KELP_STOP_ROUNDS; ++round) {
         if (round % 50 == 0) {
             playback = std::make_unique<Playback>();

@@ -28,10 +28,7 @@ void* handleOf(unsigned long window) {
 class Windows : public testing::Test {
 protected:
     static void SetUpTestSuite() { sharedScreen() = std::make_unique<XScreen>(1300, 900); }
-    static void TearDownTestSuite() {
-        SDL_Quit();
-        sharedScreen().reset();
-    }
+    static void TearDownTestSuite() { sharedScreen().reset(); }
 
     Windows() : screen_(*sharedScreen()) {}
     ~Windows() override {

@@ -13,13 +13,6 @@
 #include <cstdlib>
 #include <thread>
 
-#if defined(__SANITIZE_ADDRESS__)
-// SDL's driver asks for a message bus, which leaks when there is none.
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
-    return "leak:libdbus-1";
-}
-#endif
-
 namespace kelp::test {
 
 namespace {

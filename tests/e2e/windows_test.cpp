@@ -3,6 +3,7 @@
 #include <SDL.h>
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <memory>
@@ -120,7 +121,7 @@ TEST_F(Windows, ShowThePictureTogetherAndPauseByThemselves) {
     ASSERT_TRUE(player().play());
     const auto shown = [&](int x) { return screen_.grab(x, 0, 320, 180); };
     const auto waitForChange = [&](int x, const std::vector<uint8_t>& from) {
-        for (int i = 0; i < 500; ++i) {
+        for (int i = 0; i < 1500; ++i) {
             if (shown(x) != from) {
                 return true;
             }
@@ -128,21 +129,40 @@ TEST_F(Windows, ShowThePictureTogetherAndPauseByThemselves) {
         }
         return false;
     };
-    ASSERT_TRUE(waitForChange(0, std::vector<uint8_t>(320 * 180 * 3, 0x80)));
-    ASSERT_TRUE(waitForChange(400, std::vector<uint8_t>(320 * 180 * 3, 0x80)));
+    // Past the grey of the bare window and the black that comes before the first picture.
+    const auto waitForPicture = [&](int x) {
+        for (int i = 0; i < 1500; ++i) {
+            const auto bytes = shown(x);
+            if (std::any_of(bytes.begin(), bytes.end(), [&](uint8_t byte) { return byte != bytes.front(); })) {
+                return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return false;
+    };
+    ASSERT_TRUE(waitForPicture(0));
+    ASSERT_TRUE(waitForPicture(400));
     player().pauseWindow(handleOf(second), true);
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    // One thread draws both windows in turn: a picture that was being drawn there is on the screen once the first
+    // window has shown two more.
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_TRUE(waitForChange(0, shown(0)));
+    }
     const auto held = shown(400);
-    const auto moving = shown(0);
-    EXPECT_TRUE(waitForChange(0, moving));
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    for (int i = 0; i < 5; ++i) {
+        ASSERT_TRUE(waitForChange(0, shown(0)));
+    }
     EXPECT_EQ(shown(400), held);
     player().pauseWindow(handleOf(second), false);
     EXPECT_TRUE(waitForChange(400, held));
     // At the end both show the last picture.
     ASSERT_TRUE(playback_->waitFor(Happened::Completed, 60000));
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_EQ(shown(0), shown(400));
+    bool alike = false;
+    for (int i = 0; i < 1500 && !alike; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        alike = shown(0) == shown(400);
+    }
+    EXPECT_TRUE(alike);
 }
 
 TEST_F(Windows, CanBeRemovedAndAddedAgain) {

@@ -15,6 +15,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "kelp_player/frame_sink.h"
@@ -24,6 +25,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/imgutils.h>
 }
 
 namespace {
@@ -50,8 +52,15 @@ struct Row {
     double peakMiB = 0;
 };
 
-// Reads and decodes both streams, as fast as it goes, and throws everything away.
-Outcome bareDecode(const std::string& path) {
+// What a bare decode loop does beside decoding.
+enum class Bare {
+    Decode,     // throws the pictures away, as fast as it goes
+    Copy,       // copies each picture once into a block of its own
+    PacedCopy,  // the same, each picture at its time: what a player can reach at best
+};
+
+// Reads and decodes both streams.
+Outcome bareDecode(const std::string& path, Bare how) {
     Outcome outcome;
     const double begin = nowMs();
     AVFormatContext* format = nullptr;
@@ -59,6 +68,7 @@ Outcome bareDecode(const std::string& path) {
         avformat_find_stream_info(format, nullptr) < 0) {
         return outcome;
     }
+    AVRational rate{30, 1};
     std::vector<AVCodecContext*> contexts(format->nb_streams, nullptr);
     for (unsigned int i = 0; i < format->nb_streams; ++i) {
         const AVCodec* codec = avcodec_find_decoder(format->streams[i]->codecpar->codec_id);
@@ -67,6 +77,9 @@ Outcome bareDecode(const std::string& path) {
         }
         contexts[i] = avcodec_alloc_context3(codec);
         avcodec_parameters_to_context(contexts[i], format->streams[i]->codecpar);
+        if (codec->type == AVMEDIA_TYPE_VIDEO && format->streams[i]->avg_frame_rate.num > 0) {
+            rate = format->streams[i]->avg_frame_rate;
+        }
         contexts[i]->thread_count = codec->type == AVMEDIA_TYPE_VIDEO ? 4 : 1;
         if (avcodec_open2(contexts[i], codec, nullptr) < 0) {
             return outcome;
@@ -74,9 +87,24 @@ Outcome bareDecode(const std::string& path) {
     }
     AVPacket* packet = av_packet_alloc();
     AVFrame* frame = av_frame_alloc();
+    std::vector<uint8_t> picture;
     const auto drain = [&](AVCodecContext* context) {
         while (avcodec_receive_frame(context, frame) >= 0) {
-            outcome.frames += context->codec_type == AVMEDIA_TYPE_VIDEO;
+            if (context->codec_type != AVMEDIA_TYPE_VIDEO) {
+                continue;
+            }
+            ++outcome.frames;
+            if (how == Bare::Decode) {
+                continue;
+            }
+            const auto pixels = static_cast<AVPixelFormat>(frame->format);
+            picture.resize(static_cast<size_t>(av_image_get_buffer_size(pixels, frame->width, frame->height, 1)));
+            av_image_copy_to_buffer(picture.data(), static_cast<int>(picture.size()), frame->data, frame->linesize,
+                                    pixels, frame->width, frame->height, 1);
+            if (how == Bare::PacedCopy) {
+                const double dueMs = 1000.0 * (outcome.frames - 1) * rate.den / rate.num;
+                std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(begin + dueMs - nowMs()));
+            }
         }
     };
     while (av_read_frame(format, packet) >= 0) {
@@ -223,7 +251,9 @@ int main(int argc, char** argv) {
     }
     av_log_set_level(AV_LOG_QUIET);
     std::vector<Row> rows;
-    rows.push_back(measure("bare decode, 4 threads", [&] { return bareDecode(path); }));
+    rows.push_back(measure("bare decode, 4 threads", [&] { return bareDecode(path, Bare::Decode); }));
+    rows.push_back(measure("... and one copy", [&] { return bareDecode(path, Bare::Copy); }));
+    rows.push_back(measure("... at the file's pace", [&] { return bareDecode(path, Bare::PacedCopy); }));
     rows.push_back(measure("playback into a frame sink", [&] { return playback(path); }));
 
     std::printf("| %-28s | frames | CPU s | x bare | peak MiB | wall s | prepared ms | first picture ms | stop ms |\n",

@@ -7,8 +7,8 @@ namespace kelp {
 
 namespace {
 
-// Lets go of a decode thread whose decoder did not open. The two hold each other, and only the end of the thread
-// breaks that up and closes the decoder: so it runs, with the stop requested already.
+// Lets go of a decode thread whose decoder did not open, or that got no thread. The two hold each other, and only the
+// end of the thread breaks that up and closes the decoder: so it runs, with the stop requested already.
 template <class DecodeThread>
 void discard(DecodeThread& thread) {
     thread.stop();
@@ -94,6 +94,7 @@ std::shared_ptr<AudioDecodeThread> PlayTask::startAudioDecode(const CodecInfo& c
     if (!audioDecode->start()) {
         Log::Error(kTag, "play, failed start audio decode thread\n");
         audioDecodeThread_.store(nullptr);
+        discard(*audioDecode);
         return nullptr;
     }
     return audioDecode;
@@ -133,6 +134,7 @@ std::shared_ptr<VideoDecodeThread> PlayTask::startVideoDecode(const StreamInfo& 
     if (!videoDecode->start()) {
         Log::Error(kTag, "play, failed start video decode thread\n");
         videoDecodeThread_.store(nullptr);
+        discard(*videoDecode);
         return nullptr;
     }
     return videoDecode;

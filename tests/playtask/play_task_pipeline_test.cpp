@@ -1,112 +1,13 @@
-#include <SDL.h>
-#include <gmock/gmock.h>
-
-#include <atomic>
-#include <mutex>
-
-#include "kelp_player/frame_sink.h"
-#include "playtask/play_task_peer.h"
-#include "playtask/small_media.h"
-#include "support/fake_time.h"
-#include "support/log_capture.h"
-
-extern "C" {
-#include <libavcodec/avcodec.h>
-}
+#include "playtask/pipeline_fixture.h"
 
 // Whole pipelines on small files: how they are built and taken down. Sound goes to SDL's dummy driver, which takes it
 // in real time, and so tests that play sound to its end do so, too.
-
-namespace {
-
-std::atomic<int> failingMediaType{-2};  // an AVMediaType whose decoders don't open; -1 for all of them
-std::atomic<bool> noSoundTouch{false};
-std::mutex temposMutex;
-std::vector<float> tempos;  // asked for, guarded by temposMutex
-
-}  // namespace
-
-extern "C" {
-
-int __real_avcodec_open2(AVCodecContext* context, const AVCodec* codec, AVDictionary** options);
-int __wrap_avcodec_open2(AVCodecContext* context, const AVCodec* codec, AVDictionary** options) {
-    if (codec && (failingMediaType == -1 || codec->type == failingMediaType)) {
-        return AVERROR_INVALIDDATA;
-    }
-    return __real_avcodec_open2(context, codec, options);
-}
-
-void* __real_soundtouch_createInstance();
-void* __wrap_soundtouch_createInstance() {
-    return noSoundTouch ? nullptr : __real_soundtouch_createInstance();
-}
-
-void __real_soundtouch_setTempo(void* handle, float tempo);
-void __wrap_soundtouch_setTempo(void* handle, float tempo) {
-    {
-        std::lock_guard lock(temposMutex);
-        tempos.push_back(tempo);
-    }
-    __real_soundtouch_setTempo(handle, tempo);
-}
-
-}  // extern "C"
 
 namespace kelp::test {
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
-class CountingSink : public ExternFrameSink {
-public:
-    void onVideoSize(int, int, int) override {}
-    bool onVideoFrame(int, int64_t, uint8_t**, int*, int, int64_t) override {
-        ++count;
-        return true;
-    }
-    std::atomic<int> count{0};
-};
-#pragma GCC diagnostic pop
-
-class PlayTaskPipeline : public testing::Test {
-protected:
-    static void SetUpTestSuite() { SDL_Init(SDL_INIT_AUDIO | SDL_INIT_VIDEO); }
-    static void TearDownTestSuite() { SDL_Quit(); }
-
-    void SetUp() override {
-        FakeTime::reset();
-        failingMediaType = -2;
-        noSoundTouch = false;
-        std::lock_guard lock(temposMutex);
-        tempos.clear();
-    }
-    void TearDown() override {
-        failingMediaType = -2;
-        FakeTime::reset();  // whoever still sleeps wakes up
-    }
-
-    void load(const std::string& name) {
-        const size_t before = under.eventsOf(EVENT_PREPARED).size();
-        ASSERT_TRUE(under.task->loadFileAsync(smallMedia(name), 0));
-        ASSERT_TRUE(under.waitFor(EVENT_PREPARED, before + 1));
-    }
-
-    static std::vector<std::string> only(const std::vector<std::string>& lines, const std::string& text) {
-        std::vector<std::string> found;
-        for (const auto& line : lines) {
-            if (line.find(text) != std::string::npos) {
-                found.push_back(line);
-            }
-        }
-        return found;
-    }
-
-    CountingSink sink;  // outlives the playback
-    TaskUnderTest under;
-};
 
 TEST_F(PlayTaskPipeline, IsBuiltFromSoundToPictureToSource) {
     load("av.mp4");
@@ -199,71 +100,18 @@ TEST_F(PlayTaskPipeline, LeavesOutACodecThatItDoesNotKnow) {
     EXPECT_TRUE(under.waitFor(EVENT_FIRST_AUDIO_FRAME));
 }
 
-TEST_F(PlayTaskPipeline, GoesOnWithoutSoundThatDoesNotDecode) {
-    load("av.mp4");
-    failingMediaType = AVMEDIA_TYPE_AUDIO;
-    LogCapture log;
-    ASSERT_TRUE(under.task->play());
-    EXPECT_EQ(log.count("[PlayTask]: play, failed open audio decoder\n"), 1);
-    EXPECT_EQ(under.peer.audioDecode(), nullptr);
-    EXPECT_EQ(under.peer.audioPlay(), nullptr);
-    ASSERT_TRUE(under.waitFor(EVENT_COMPLETED));
-    EXPECT_EQ(under.eventsOf(EVENT_FIRST_VIDEO_FRAME).size(), 1u);
-    EXPECT_THAT(under.eventsOf(EVENT_FIRST_AUDIO_FRAME), IsEmpty());
-    EXPECT_THAT(under.eventsOf(EVENT_FAILED), IsEmpty());
-}
-
-TEST_F(PlayTaskPipeline, GoesOnWithoutPicturesThatDoNotDecode) {
-    load("av.mp4");
-    failingMediaType = AVMEDIA_TYPE_VIDEO;
-    LogCapture log;
-    ASSERT_TRUE(under.task->play());
-    EXPECT_EQ(log.count("[PlayTask]: play, failed open video decode thread\n"), 1);
-    EXPECT_EQ(under.peer.videoDecode(), nullptr);
-    EXPECT_EQ(under.peer.videoPlay(), nullptr);
-    EXPECT_TRUE(under.waitFor(EVENT_FIRST_AUDIO_FRAME));
-    EXPECT_THAT(under.eventsOf(EVENT_FIRST_VIDEO_FRAME), IsEmpty());
-}
-
-TEST_F(PlayTaskPipeline, DoesNotPlayWhatDoesNotDecodeAtAll) {
-    load("av.mp4");
-    failingMediaType = -1;
-    LogCapture log;
-    EXPECT_FALSE(under.task->play());
-    EXPECT_THAT(only(linesOf(log), "[PlayTask]: play, "),
-                ElementsAre(testing::StartsWith("[PlayTask]: play, streamInfo:"),
-                            "[PlayTask]: play, failed open audio decoder\n",
-                            "[PlayTask]: play, failed open video decode thread\n",
-                            "[PlayTask]: play, has no video and audio thread\n"));
-    EXPECT_FALSE(log.has("[StreamParser] startThread"));
-    EXPECT_TRUE(under.task->stop());
-    // The object is as good as new.
-    failingMediaType = -2;
+TEST_F(PlayTaskPipeline, PlaysPacketsThatArePicturesToTheEnd) {
+    under.task->addWindow(WINDOW_TYPE_EXTERN, &sink, 64, 48);
     load("video.mp4");
-    EXPECT_TRUE(under.task->play());
-    EXPECT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
-}
-
-// A decoder and its thread hold each other: a branch that fails must not leave the two behind.
-TEST_F(PlayTaskPipeline, ClosesADecoderThatDidNotOpen) {
-    load("av.mp4");
-    failingMediaType = -1;
-    LogCapture log;
-    EXPECT_FALSE(under.task->play());
-    EXPECT_EQ(log.count("[FFVideoDecoder]: close, "), 1);
-    EXPECT_EQ(log.count("[FFAudioDecoder]: close\n"), 1);
-    EXPECT_EQ(log.count("[FFVideoDecoder]: ~FFVideoDecoder\n"), 1);
-}
-
-TEST_F(PlayTaskPipeline, FailsIfTheParserDoesNotStart) {
-    load("av.mp4");
-    under.peer.parser()->requestStop();
-    EXPECT_FALSE(under.task->play());
-    // Built and idle until the stop.
-    EXPECT_NE(under.peer.videoPlay(), nullptr);
-    EXPECT_TRUE(under.task->stop());
-    load("av.mp4");
-    EXPECT_TRUE(under.task->play());
+    under.peer.codecInfo()->videoCodecType = VIDEO_CODEC_270;
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_COMPLETED));
+    EXPECT_GT(sink.packets, 0);
+    EXPECT_EQ(sink.packets, sink.count);
+    EXPECT_EQ(under.peer.videoDecode()->getQueuePacketSize(), 0);
+    EXPECT_EQ(under.peer.videoPlay()->getFrameQueueSize(), 0);
+    EXPECT_EQ(under.eventsOf(EVENT_FIRST_VIDEO_FRAME).size(), 1u);
+    EXPECT_THAT(under.eventsOf(EVENT_FAILED), IsEmpty());
 }
 
 TEST_F(PlayTaskPipeline, StopsAnyNumberOfTimes) {
@@ -354,26 +202,26 @@ TEST_F(PlayTaskPipeline, TakesTheSpeedSetBeforehand) {
     LogCapture log;
     ASSERT_TRUE(under.task->play());
     {
-        std::lock_guard lock(temposMutex);
-        ASSERT_GE(tempos.size(), 2u);
-        EXPECT_FLOAT_EQ(tempos[0], 1.0f);  // with the output's form
-        EXPECT_FLOAT_EQ(tempos[1], 1.5f);
+        std::lock_guard lock(PipelineFaults::temposMutex);
+        ASSERT_GE(PipelineFaults::tempos.size(), 2u);
+        EXPECT_FLOAT_EQ(PipelineFaults::tempos[0], 1.0f);  // with the output's form
+        EXPECT_FLOAT_EQ(PipelineFaults::tempos[1], 1.5f);
     }
     under.task->stop();
     // It stays for the next playback.
     {
-        std::lock_guard lock(temposMutex);
-        tempos.clear();
+        std::lock_guard lock(PipelineFaults::temposMutex);
+        PipelineFaults::tempos.clear();
     }
     load("audio.mp4");
     ASSERT_TRUE(under.task->play());
-    std::lock_guard lock(temposMutex);
-    ASSERT_GE(tempos.size(), 2u);
-    EXPECT_FLOAT_EQ(tempos[1], 1.5f);
+    std::lock_guard lock(PipelineFaults::temposMutex);
+    ASSERT_GE(PipelineFaults::tempos.size(), 2u);
+    EXPECT_FLOAT_EQ(PipelineFaults::tempos[1], 1.5f);
 }
 
 TEST_F(PlayTaskPipeline, PlaysWithoutATempoChange) {
-    noSoundTouch = true;
+    PipelineFaults::noSoundTouch = true;
     under.task->setSpeed(1.5f);
     load("av.mp4");
     ASSERT_TRUE(under.task->play());
@@ -381,8 +229,8 @@ TEST_F(PlayTaskPipeline, PlaysWithoutATempoChange) {
     under.task->setSpeed(2.0f);
     ASSERT_TRUE(under.waitFor(EVENT_FIRST_AUDIO_FRAME));
     under.task->stop();
-    std::lock_guard lock(temposMutex);
-    EXPECT_THAT(tempos, IsEmpty());
+    std::lock_guard lock(PipelineFaults::temposMutex);
+    EXPECT_THAT(PipelineFaults::tempos, IsEmpty());
 }
 
 TEST_F(PlayTaskPipeline, CompletesOnlyWhenResumed) {
@@ -402,8 +250,9 @@ TEST_F(PlayTaskPipeline, CompletesOnlyWhenResumed) {
 
 TEST_F(PlayTaskPipeline, SkipsInsideItsPacketQueue) {
     load("long.mp4");
-    failingMediaType = AVMEDIA_TYPE_AUDIO;  // so that the packets that wait are all pictures: eight seconds of them
-    FakeTime::setManual(true);              // the first picture stays until everything is filled up
+    PipelineFaults::failingMediaType =
+        AVMEDIA_TYPE_AUDIO;     // so that the packets that wait are all pictures: eight seconds of them
+    FakeTime::setManual(true);  // the first picture stays until everything is filled up
     ASSERT_TRUE(under.task->play());
     ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
     ASSERT_TRUE(TaskUnderTest::waitUntil([&] {

@@ -1,0 +1,72 @@
+#include "playtask/pipeline_fixture.h"
+
+#include <cerrno>
+#include <system_error>
+#include <thread>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+}
+
+namespace kelp::test {
+
+std::atomic<int> PipelineFaults::failingMediaType{-2};
+std::atomic<bool> PipelineFaults::noSoundTouch{false};
+std::atomic<int> PipelineFaults::threadsUntilNone{0};
+std::mutex PipelineFaults::temposMutex;
+std::vector<float> PipelineFaults::tempos;
+
+void PipelineFaults::reset() {
+    failingMediaType = -2;
+    noSoundTouch = false;
+    threadsUntilNone = 0;
+    std::lock_guard lock(temposMutex);
+    tempos.clear();
+}
+
+}  // namespace kelp::test
+
+using kelp::test::PipelineFaults;
+
+extern "C" {
+
+int __real_avcodec_open2(AVCodecContext* context, const AVCodec* codec, AVDictionary** options);
+int __wrap_avcodec_open2(AVCodecContext* context, const AVCodec* codec, AVDictionary** options) {
+    if (codec && (PipelineFaults::failingMediaType == -1 || codec->type == PipelineFaults::failingMediaType)) {
+        return AVERROR_INVALIDDATA;
+    }
+    return __real_avcodec_open2(context, codec, options);
+}
+
+// The library has no decoder of that number: another one stands in, whose pictures nobody sees.
+const AVCodec* __real_avcodec_find_decoder(AVCodecID id);
+const AVCodec* __wrap_avcodec_find_decoder(AVCodecID id) {
+    return __real_avcodec_find_decoder(static_cast<int>(id) == 270 ? AV_CODEC_ID_H264 : id);
+}
+
+// std::thread's way to the system.
+#define START_THREAD(prefix) \
+    prefix##_ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE
+void START_THREAD(__real_)(std::thread* self, void* state, void (*depend)());
+void START_THREAD(__wrap_)(std::thread* self, void* state, void (*depend)()) {
+    if (PipelineFaults::threadsUntilNone > 0 && --PipelineFaults::threadsUntilNone == 0) {
+        throw std::system_error(EAGAIN, std::generic_category());
+    }
+    START_THREAD(__real_)(self, state, depend);
+}
+
+void* __real_soundtouch_createInstance();
+void* __wrap_soundtouch_createInstance() {
+    return PipelineFaults::noSoundTouch ? nullptr : __real_soundtouch_createInstance();
+}
+
+void __real_soundtouch_setTempo(void* handle, float tempo);
+void __wrap_soundtouch_setTempo(void* handle, float tempo) {
+    {
+        std::lock_guard lock(PipelineFaults::temposMutex);
+        PipelineFaults::tempos.push_back(tempo);
+    }
+    __real_soundtouch_setTempo(handle, tempo);
+}
+
+}  // extern "C"

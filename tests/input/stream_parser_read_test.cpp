@@ -630,6 +630,20 @@ TEST_F(StreamParserRead, GivesUpAtTheSixthErrorInARow) {
     EXPECT_THAT(logLines("end of file"), IsEmpty());
 }
 
+TEST_F(StreamParserRead, DoesNotFailWhilePaused) {
+    ASSERT_TRUE(open());
+    countPauses();
+    script.error(AVERROR(EIO), 6);
+    parser->pause(true);
+    startStepping();
+    step(1000);
+    EXPECT_EQ(observer->count("failed"), 0);
+    parser->pause(false);
+    step(100);
+    EXPECT_EQ(observer->count("failed"), 1);
+    EXPECT_EQ(observer->count("completed"), 0);
+}
+
 TEST_F(StreamParserRead, PollsASourceThatHasNothingYet) {
     ASSERT_TRUE(open());
     FakeTime::reset();

@@ -1,9 +1,18 @@
 #include "playtask/pipeline_fixture.h"
+#include "support/private_member.h"
 
 // Whole pipelines on small files: how they are built and taken down. Sound goes to SDL's dummy driver, which takes it
 // in real time, and so tests that play sound to its end do so, too.
 
 namespace kelp::test {
+
+using FrameQueue = std::queue<std::shared_ptr<DecodedFrame>> BasePlayThread::*;
+FrameQueue privateMember(PrivateMember<struct FrameQueueTag, FrameQueue>);
+template struct ExposeMember<struct FrameQueueTag, &BasePlayThread::frameQueue_>;
+using QueueMutex = std::mutex BasePlayThread::*;
+QueueMutex privateMember(PrivateMember<struct QueueMutexTag, QueueMutex>);
+template struct ExposeMember<struct QueueMutexTag, &BasePlayThread::queueMutex_>;
+
 namespace {
 
 using testing::ElementsAre;
@@ -129,6 +138,25 @@ TEST_F(PlayTaskPipeline, StopsWhilePaused) {
     ASSERT_TRUE(under.waitFor(EVENT_FIRST_AUDIO_FRAME));
     EXPECT_TRUE(under.task->pause());
     EXPECT_TRUE(under.task->stop());
+}
+
+TEST_F(PlayTaskPipeline, LeavesItsPoolsEmptyWhateverDiesAfterTheStop) {
+    load("av.mp4");
+    ASSERT_TRUE(under.task->play());
+    EXPECT_TRUE(under.task->pause());
+    const auto video = under.peer.videoPlay();
+    ASSERT_TRUE(TaskUnderTest::waitUntil([&] { return video->getFrameQueueSize() >= 2; }));
+    // A private base, which this kind of cast alone reaches.
+    auto& base = (BasePlayThread&)*video;  // NOLINT(google-readability-casting)
+    const auto queuedFrames = [&] {
+        std::lock_guard lock(base.*privateMember(PrivateMember<QueueMutexTag, QueueMutex>{}));
+        return base.*privateMember(PrivateMember<FrameQueueTag, FrameQueue>{});
+    };
+    auto held = queuedFrames();
+    ASSERT_NE(held.front()->buffer, nullptr);
+    EXPECT_TRUE(under.task->stop());
+    held = {};
+    EXPECT_THAT(under.peer.pixPool(), IsEmpty());
 }
 
 TEST_F(PlayTaskPipeline, StopsDuringASeek) {

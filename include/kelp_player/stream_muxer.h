@@ -20,7 +20,7 @@ class CodecInfo;
 //
 // Order of use: setOption as needed, open, start, outputFrame any number of times, stop, close. There is no thread and
 // no lock behind it: a call does its work, network included, before it returns, and the host makes one call at a time.
-// A failure is a false and an error line in the log; only a frame for an output that isn't open is refused without one.
+// A failure is a false and an error line in the log.
 //
 // What the frames must hold. `open` tells the output nothing but codec, size and pixel format: parameters of the codec
 // that stand outside the frames, as an MP4 file or a session description has them, are not copied. So H.264 and HEVC
@@ -30,8 +30,11 @@ class CodecInfo;
 //   made from that frame alone; otherwise the file is written without an error, but no player can open it.
 // - RTSP and RTP: every key frame should have them in front, as a receiver can start at such a frame only. An encoder
 //   often has a switch for this ("repeat headers").
-// An MPEG-4 stream should likewise begin with its stream headers. Every frame is written without a duration: the last
-// one of an MP4 file gets none, and many players leave it out.
+// An MPEG-4 stream should likewise begin with its stream headers.
+//
+// An MP4 file holds every frame that was given, but players leave out frames whose time is below 0, as its edit list
+// says, and many leave out the last one: every frame is written without a duration, so that one has none. With the
+// option "use_editlist" set to "0" all are shown, and the first one's time becomes 0.
 class KELP_PLAYER_API StreamMuxer {
 public:
     StreamMuxer();
@@ -72,7 +75,9 @@ public:
     // reordered frames (B frames) can't be written. Times strictly increase: a frame whose time isn't later than the
     // one before it is written one tick after that one, and this goes on over a second `open` of the same object.
     //
-    // False if the output isn't open, if there is no data, or if the write failed; the next frame may be tried.
+    // False if the output isn't open, if there is no data, or if the write failed; the next frame may be tried. A write
+    // can fail late: what goes into a file is collected, so a full disk may show itself some frames later or in `stop`,
+    // as an error line in the log.
     bool outputFrame(unsigned char* data, unsigned int size, int64_t ptsUs, bool keyFrame);
 
     // Writes the end of the output; without it an MP4 file can't be played. Nothing more can be written then. Does

@@ -48,15 +48,17 @@ public:
     //
     // "rtsp_transport" is "tcp" unless set otherwise: RTP packets run inside the RTSP connection. For RTSP a host
     // should set "timeout", in microseconds: it bounds every wait for the server, and without it a silent server holds
-    // up `open` and `outputFrame` for good. "stimeout", preset to "500000", was that key in FFmpeg releases before 5.0;
-    // later ones don't know it.
+    // up `open` and `outputFrame` for good. A server that stops reading in mid-stream holds up every packet by that
+    // time, and what doesn't get through is lost without an error; one that closes the connection makes `outputFrame`
+    // fail. "stimeout", preset to "500000", was that key in FFmpeg releases before 5.0; later ones don't know it.
     void setOption(const char* key, const char* value);
 
     // Opens the output and writes its header. Blocks for as long as a server takes to answer.
     //
     // `filePath` begins with "rtsp://" or "rtp://", or holds ".mp4" and is a file that is created or overwritten;
-    // "rtp://" takes an address and a port. Of `codecInfo` the video codec, size and pixel format are read, during the
-    // call only. For "rtp://" no session description is made.
+    // "rtp://" takes an address and a port; the next port gets the control packets. Of `codecInfo` the video codec,
+    // size and pixel format are read, during the call only. For "rtp://" no session description is made: the receiver
+    // needs one from the host, with payload type 96.
     //
     // `timeBase` is the number of ticks per second that the output counts in. RTSP and RTP take 90000 and MP4 any
     // number from 10000 on; with another one they run at a wrong speed. Less than 1, or more than an int holds, fails.

@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -43,6 +44,25 @@ int boundSocket(int socketType, int& port) {
     }
     port = ntohs(address.sin_port);
     return made;
+}
+
+// What the system's tables of sockets say of a port: the bytes that wait there to be read, -1 if nobody has it open.
+int64_t queuedBytes(int socketType, int port) {
+    std::array<char, 16> wanted{};
+    std::snprintf(wanted.data(), wanted.size(), ":%04X", static_cast<unsigned int>(port));
+    for (const char* version : {"", "6"}) {
+        std::ifstream table(std::string("/proc/net/") + (socketType == SOCK_STREAM ? "tcp" : "udp") + version);
+        std::string line;
+        while (std::getline(table, line)) {
+            std::istringstream words(line);
+            std::string slot, local, remote, state, queues;
+            words >> slot >> local >> remote >> state >> queues;
+            if (local.ends_with(wanted.data()) && (socketType == SOCK_DGRAM || state == "0A")) {
+                return std::stoll(queues.substr(queues.find(':') + 1), nullptr, 16);
+            }
+        }
+    }
+    return -1;
 }
 
 }  // namespace
@@ -148,24 +168,17 @@ int freePortPair(int socketType) {
 
 bool waitForPort(int socketType, int port, int timeoutMs) {
     const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    std::array<char, 16> wanted{};
-    std::snprintf(wanted.data(), wanted.size(), ":%04X", static_cast<unsigned int>(port));
-    do {
-        for (const char* version : {"", "6"}) {
-            std::ifstream table(std::string("/proc/net/") + (socketType == SOCK_STREAM ? "tcp" : "udp") + version);
-            std::string line;
-            while (std::getline(table, line)) {
-                std::istringstream words(line);
-                std::string slot, local, remote, state;
-                words >> slot >> local >> remote >> state;
-                if (local.ends_with(wanted.data()) && (socketType == SOCK_DGRAM || state == "0A")) {
-                    return true;
-                }
-            }
+    while (queuedBytes(socketType, port) == -1) {
+        if (msUntil(end) <= 0) {
+            return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    } while (msUntil(end) > 0);
-    return false;
+    }
+    return true;
+}
+
+int64_t waitingBytes(int port) {
+    return queuedBytes(SOCK_DGRAM, port);
 }
 
 }  // namespace kelp::test

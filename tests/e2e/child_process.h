@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -41,5 +42,8 @@ int freePortPair(int socketType);
 // Waits until some process has the port open, as a listening connection (SOCK_STREAM) or for datagrams (SOCK_DGRAM),
 // without touching it.
 bool waitForPort(int socketType, int port, int timeoutMs = 30000);
+
+// How much waits in the system for whoever receives datagrams at the port, in bytes; -1 if nobody does.
+int64_t waitingBytes(int port);
 
 }  // namespace kelp::test

@@ -96,12 +96,14 @@ public:
     ~QuietOutput() { testing::internal::GetCapturedStdout(); }
 };
 
-// A port on all interfaces that the system has chosen, held until a receiver has taken it too.
+// A port that the system has chosen, which a receiver can have too, but nobody else gets meanwhile. It is held at an
+// address of this machine that no test sends to.
 class SharedPort {
 public:
     SharedPort() : socket_(socket(AF_INET, SOCK_DGRAM, 0)) {
         sockaddr_in address = {};
         address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
         EXPECT_EQ(bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
         socklen_t length = sizeof(address);
         EXPECT_EQ(getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &length), 0);
@@ -123,13 +125,10 @@ private:
 // A receiver that runs while this object lives.
 class RunningReceiver {
 public:
-    explicit RunningReceiver(UdpReceiverObserver* observer, unsigned short port = 0)
-        : receiver_(UdpReceiver::create()) {
+    RunningReceiver(UdpReceiverObserver* observer, const SharedPort& port) : receiver_(UdpReceiver::create()) {
         receiver_->init(observer);
         const QuietOutput quiet;
-        const SharedPort chosen;
-        port_ = port ? port : chosen.number();
-        EXPECT_TRUE(receiver_->startReceiver(port_));
+        EXPECT_TRUE(receiver_->startReceiver(port.number()));
     }
     RunningReceiver(const RunningReceiver&) = delete;
     RunningReceiver& operator=(const RunningReceiver&) = delete;
@@ -139,17 +138,15 @@ public:
     }
 
     void stop() { receiver_->stopReceiver(); }
-    unsigned short port() const { return port_; }
 
 private:
     UdpReceiver* receiver_;
-    unsigned short port_ = 0;
 };
 
 // A sender to a port of the loopback address.
 class LoopbackSender {
 public:
-    explicit LoopbackSender(unsigned short port) { EXPECT_TRUE(sender_.startSender("127.0.0.1", port)); }
+    explicit LoopbackSender(const SharedPort& port) { EXPECT_TRUE(sender_.startSender("127.0.0.1", port.number())); }
     LoopbackSender(const LoopbackSender&) = delete;
     LoopbackSender& operator=(const LoopbackSender&) = delete;
     ~LoopbackSender() { sender_.stopSender(); }
@@ -163,17 +160,18 @@ private:
     UdpSender sender_;
 };
 
-// How many datagrams the system has thrown away at a port because nobody read them in time; -1 if nobody has the port.
-int64_t droppedBySystem(unsigned short port) {
-    std::array<char, 16> wanted{};
-    std::snprintf(wanted.data(), wanted.size(), ":%04X", port);
+// How many datagrams the system has thrown away at a receiver's port because nobody read them in time; -1
+// if nobody receives there.
+int64_t droppedBySystem(const SharedPort& port) {
+    std::array<char, 24> wanted{};
+    std::snprintf(wanted.data(), wanted.size(), "00000000:%04X", port.number());
     std::ifstream table("/proc/net/udp");
     std::string line;
     while (std::getline(table, line)) {
         std::istringstream words(line);
         std::string slot, local;
         words >> slot >> local;
-        if (local.ends_with(wanted.data())) {
+        if (local == wanted.data()) {
             return std::stoll(line.substr(line.find_last_of(' ', line.find_last_not_of(' '))));
         }
     }
@@ -228,8 +226,9 @@ void sendRow(const char* how, const std::function<void()>& pause) {
         ++next;
         ++received;
     });
-    const RunningReceiver receiver(&observer);
-    LoopbackSender sender(receiver.port());
+    const SharedPort port;
+    const RunningReceiver receiver(&observer, port);
+    LoopbackSender sender(port);
     const auto begin = Clock::now();
     std::array<unsigned char, 1400> datagram{};
     int64_t bytes = 0;
@@ -242,10 +241,10 @@ void sendRow(const char* how, const std::function<void()>& pause) {
         }
     }
     const double sentSeconds = std::chrono::duration<double>(Clock::now() - begin).count();
-    while (received + droppedBySystem(receiver.port()) < Row::kCount && Clock::now() - begin < kLimit) {
+    while (received + droppedBySystem(port) < Row::kCount && Clock::now() - begin < kLimit) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    const int64_t dropped = droppedBySystem(receiver.port());
+    const int64_t dropped = droppedBySystem(port);
     EXPECT_EQ(received + dropped, Row::kCount);
     EXPECT_EQ(wrong, 0);
     EXPECT_GT(received, 0);
@@ -264,8 +263,9 @@ TEST(UdpTransport, CarriesARowOfDatagramsWithPauses) {
 
 TEST(UdpTransport, CarriesUpTo2000BytesAndNothingOfWhatIsLonger) {
     Recorder recorder;
-    const RunningReceiver receiver(&recorder);
-    LoopbackSender sender(receiver.port());
+    const SharedPort port;
+    const RunningReceiver receiver(&recorder, port);
+    LoopbackSender sender(port);
     for (const int size : {0, 2000, 2001, 65507, 1}) {
         EXPECT_EQ(sender.send(std::string(static_cast<size_t>(size), 'x')), size);
     }
@@ -279,10 +279,11 @@ TEST(UdpTransport, CarriesUpTo2000BytesAndNothingOfWhatIsLonger) {
 TEST(UdpTransport, GivesTheDatagramsOfASharedPortToTheReceiverThatStartedLast) {
     Recorder first;
     Recorder second;
-    const RunningReceiver receiver(&first);
-    LoopbackSender sender(receiver.port());
+    const SharedPort port;
+    const RunningReceiver receiver(&first, port);
+    LoopbackSender sender(port);
     {
-        const RunningReceiver other(&second, receiver.port());
+        const RunningReceiver other(&second, port);
         for (int i = 0; i < 10; ++i) {
             sender.send("shared");
         }
@@ -294,11 +295,7 @@ TEST(UdpTransport, GivesTheDatagramsOfASharedPortToTheReceiverThatStartedLast) {
 }
 
 TEST(UdpTransport, SendsToNobodyAndThenToSomebody) {
-    unsigned short port = 0;
-    {
-        const SharedPort nobody;
-        port = nobody.number();
-    }
+    const SharedPort port;
     LoopbackSender sender(port);
     for (int i = 0; i < 10; ++i) {
         EXPECT_EQ(sender.send("lost"), 4);
@@ -312,8 +309,8 @@ TEST(UdpTransport, SendsToNobodyAndThenToSomebody) {
 // Data that pours onto a port while this object lives.
 class Flood {
 public:
-    explicit Flood(unsigned short port)
-        : thread_([this, port] {
+    explicit Flood(const SharedPort& port)
+        : thread_([this, &port] {
               LoopbackSender sender(port);
               while (!done_) {
                   sender.send("flood");
@@ -395,7 +392,7 @@ void stopManyTimes(int rounds) {
     int roundsWithData = 0;
     {
         const QuietOutput quiet;
-        const Flood flood(port.number());
+        const Flood flood(port);
         for (int i = 0; i < rounds; ++i) {
             const int before = received;
             running = true;
@@ -427,8 +424,9 @@ TEST(UdpTransport, StopsAThousandTimesWhileDataPoursIn) {
 
 TEST(UdpTransport, StopsWithoutADescriptorToSpare) {
     Recorder recorder;
-    auto receiver = std::make_unique<RunningReceiver>(&recorder);
-    LoopbackSender sender(receiver->port());
+    const SharedPort port;
+    auto receiver = std::make_unique<RunningReceiver>(&recorder, port);
+    LoopbackSender sender(port);
     sender.send("x");
     EXPECT_THAT(recorder.waitFor(1), ElementsAre("x"));
     const int next = dup(STDERR_FILENO);
@@ -440,7 +438,6 @@ TEST(UdpTransport, StopsWithoutADescriptorToSpare) {
     EXPECT_EQ(dup(STDERR_FILENO), -1);
     receiver->stop();
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &old), 0);
-    const unsigned short port = receiver->port();
     receiver.reset();
     // The port was given back.
     const RunningReceiver another(&recorder, port);

@@ -130,6 +130,12 @@ void ChildProcess::kill() {
     }
 }
 
+void ChildProcess::interrupt() {
+    if (result_ == -1) {
+        ::kill(process_, SIGINT);
+    }
+}
+
 void ChildProcess::freeze() {
     if (result_ == -1) {
         ::kill(process_, SIGSTOP);

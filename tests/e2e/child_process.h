@@ -24,6 +24,8 @@ public:
     int wait(int timeoutMs = 60000);
     bool running() { return wait(0) == -1; }
     void kill();
+    // Asks it to end, as Ctrl-C does.
+    void interrupt();
     // Stops it where it is; only `kill` ends it then.
     void freeze();
 

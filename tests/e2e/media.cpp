@@ -153,7 +153,7 @@ const std::vector<MediaFile>& mediaTable() {
          320, 180, 500, 20000, true, 0},
         {"numbers.avi", "AVI, MPEG-4, MP3",
          "ffmpeg " KELP_NUMBERED("20") "-c:v mpeg4 -q:v 4 -g 50 -bf 0 -sc_threshold 1000000000 -pix_fmt yuv420p "
-         "-c:a libmp3lame -b:a 128k {out}", 320, 180, 500, 20000, true, 0},
+         "-c:a libmp3lame -b:a 128k -avoid_negative_ts disabled {out}", 320, 180, 500, 20000, true, 0},
         {"numbers_video.mp4", "no sound", "ffmpeg -i {dir}/numbers.mp4 -t 12 -c copy -an {out}",
          320, 180, 300, 12000, true, 0},
         {"numbers_sound.m4a", "no pictures", "ffmpeg -i {dir}/numbers.mp4 -t 12 -c copy -vn {out}",

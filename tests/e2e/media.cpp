@@ -155,15 +155,15 @@ const std::vector<MediaFile>& mediaTable() {
          "ffmpeg " KELP_NUMBERED("20") "-c:v mpeg4 -q:v 4 -g 50 -bf 0 -sc_threshold 1000000000 -pix_fmt yuv420p "
          "-c:a libmp3lame -b:a 128k -avoid_negative_ts disabled {out}", 320, 180, 500, 20000, true, 0},
         {"numbers_video.mp4", "no sound", "ffmpeg -i {dir}/numbers.mp4 -t 12 -c copy -an {out}",
-         320, 180, 300, 12000, true, 0},
+         320, 180, 302, 12000, true, 0},
         {"numbers_sound.m4a", "no pictures", "ffmpeg -i {dir}/numbers.mp4 -t 12 -c copy -vn {out}",
          0, 0, 0, 12000, false, 0},
         {"numbers_sound_short.mp4", "the sound ends 5 s before the picture",
          "ffmpeg -t 12 -i {dir}/numbers.mp4 -t 7 -i {dir}/numbers.mp4 -map 0:v -map 1:a -c copy {out}",
-         320, 180, 300, 12000, true, 0},
+         320, 180, 302, 12000, true, 0},
         {"numbers_picture_short.mp4", "the picture ends 5 s before the sound",
          "ffmpeg -t 7 -i {dir}/numbers.mp4 -t 12 -i {dir}/numbers.mp4 -map 0:v -map 1:a -c copy {out}",
-         320, 180, 175, 12000, true, 0},
+         320, 180, 177, 12000, true, 0},
         {"numbers_half.mp4", "half a second",
          "ffmpeg " KELP_NUMBERED("0.5") "-c:v libx264 -preset veryfast -bf 2 -g 50 -pix_fmt yuv420p "
          "-c:a aac -b:a 128k {out}", 320, 180, 13, 520, true, 0},

@@ -140,9 +140,23 @@ SeekCounts Seeking::counts() {
     return counts;
 }
 
+bool Seeking::isSeeking() {
+    const auto lines = log.lines();
+    // From the end: what came last, the beginning of a seek or its end.
+    for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
+        const auto holds = [&](const char* text) { return line->find(text) != std::string::npos; };
+        if (holds("[PlayTask]: onFirstVideoFrame") || holds("[VideoPlayThread], clearBuffer, frame")) {
+            return false;
+        }
+        if (holds("[PlayTask]: seek, ") || holds("processBufferedSeekRequest, startSeek")) {
+            return true;
+        }
+    }
+    return false;
+}
+
 Recording::Recording(const std::string& name)
-    : path_((std::filesystem::temp_directory_path() /
-             ("kelp_seek_" + name + "_" + std::to_string(getpid()) + ".raw"))
+    : path_((std::filesystem::temp_directory_path() / ("kelp_seek_" + name + "_" + std::to_string(getpid()) + ".raw"))
                 .string()) {
     recordSoundTo(path_);
 }

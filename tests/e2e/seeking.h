@@ -53,6 +53,8 @@ public:
     int numberAt(int64_t pts) const;
 
     SeekCounts counts();
+    // Whether a request is neither carried out nor superseded yet, by the log.
+    bool isSeeking();
 
 private:
     // Before the player: SDL takes its sound driver from the environment when the first one of the process is made.

@@ -89,6 +89,11 @@ int NumberSink::repaints() {
     return repaints_;
 }
 
+void NumberSink::clear() {
+    std::lock_guard lock(mutex_);
+    frames_.clear();
+}
+
 bool NumberSink::waitForFrames(int count, int timeoutMs) {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs),

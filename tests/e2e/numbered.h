@@ -30,6 +30,7 @@ public:
     // The picture on the screen.
     NumberedFrame shown();
     int repaints();  // of that picture
+    void clear();
 
     // Waits until `count` different pictures came; false after `timeoutMs`.
     bool waitForFrames(int count, int timeoutMs);

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <deque>
+#include <mutex>
+#include <string>
+
+namespace kelp::test {
+
+// Follows the seeks of one player by its log: which one is under way, and whether one waits for its end. It takes the
+// log of the process while it lives; one at a time.
+class SeekWatch {
+public:
+    SeekWatch();
+    ~SeekWatch();
+    SeekWatch(const SeekWatch&) = delete;
+    SeekWatch& operator=(const SeekWatch&) = delete;
+
+    // For the playback to come: which stream ends its seeks.
+    void reset(bool hasVideo);
+
+    // No seek is under way and none waits.
+    bool isIdle();
+    // What happened so far to all requests.
+    struct Totals {
+        int requests = 0;  // those that were taken, also the ones that come again after waiting
+        int inFrames = 0;
+        int inPackets = 0;
+        int atDemuxer = 0;
+        int parked = 0;
+        int replayed = 0;  // the last of those that waited, each time
+    };
+    Totals totals();
+
+    // Counts up the ends that aren't told by an event: the input ended before any key frame.
+    int endsWithoutAFrame();
+
+    void printTail();
+
+private:
+    void take(const std::string& line);
+
+    std::mutex mutex_;  // guards what follows
+    Totals totals_;
+    bool hasVideo_ = true;
+    bool running_ = false;
+    bool waiting_ = false;
+    int endsWithoutAFrame_ = 0;
+    std::deque<std::string> tail_;  // the last lines
+};
+
+}  // namespace kelp::test

@@ -1,4 +1,4 @@
-// Prints one table: what playing a file costs, beside what decoding it costs without a player.
+// Prints what playing a file costs, beside what decoding it costs without a player, and how long seeks in it take.
 //
 // usage: kelp_bench [FILE]. Without FILE a clip of 20 s is made with the ffmpeg command: 1920x1080 at 30 frames per
 // second, H.264 with B-frames, AAC. Every row runs in a process of its own, so that its memory is its own.
@@ -20,6 +20,8 @@
 #include "kelp_player/frame_sink.h"
 #include "kelp_player/kelp_player.h"
 #include "kelp_player/log.h"
+
+#include "seek_bench.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -239,5 +241,6 @@ int main(int argc, char** argv) {
                     outcome.wallMs / 1000, outcome.preparedMs, outcome.firstFrameMs, outcome.stopMs,
                     outcome.ok ? "" : " FAILED");
     }
+    ok = kelp::bench::printSeekTimes(path) && ok;
     return ok ? 0 : 1;
 }

@@ -88,6 +88,24 @@ TEST_F(SeekServed, AtTheDemuxerForWhatIsBehind) {
     EXPECT_TRUE(seeking.log.has("checkBuffer, seek time is small than last output pts\n"));
 }
 
+// Pictures that are queued beyond the last sound: the video branch skips to the target, the sound is left alone.
+TEST(SeekServedPartly, LeavesSoundAloneThatDoesNotReachTheTarget) {
+    Seeking seeking("numbers_sound_short.mp4");
+    ASSERT_TRUE(seeking.start());
+    ASSERT_TRUE(seeking.pause());
+    // From where 200 packets reach behind the end of the sound, at 7 s, but not to the end of the file.
+    seeking.seekTo(5100);
+    ASSERT_FALSE(HasFatalFailure());
+    ASSERT_TRUE(seeking.sink.waitUntilStill(20, kPatienceMs));
+    seeking.log.clear();
+    seeking.seekTo(7600);
+    ASSERT_FALSE(HasFatalFailure());
+    EXPECT_EQ(seeking.counts().inPackets, 1);
+    EXPECT_EQ(seeking.counts().atDemuxer, 0);
+    EXPECT_TRUE(seeking.log.has("[AudioDecodeThread], clearBuffer, seekTimeMs:7600, qsz:"));
+    EXPECT_FALSE(seeking.log.has("[AudioPlayThread]: seek, "));
+}
+
 constexpr int kRequests = 200;
 
 // Makes 200 requests, 10 ms apart, the last one for `last`, calls `look` after each, and waits until the last target is

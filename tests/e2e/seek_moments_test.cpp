@@ -9,6 +9,7 @@
 
 #include "e2e/media.h"
 #include "e2e/seeking.h"
+#include "e2e/silent_server.h"
 
 namespace kelp::test {
 namespace {
@@ -39,7 +40,8 @@ TEST(SeekWhilePaused, ShowsTheTargetAndStaysPaused) {
         for (size_t i = frames; i < shown.size(); ++i) {
             EXPECT_GT(shown[i].number, shown[i - 1].number);
         }
-        EXPECT_LE(shown[frames].number, seeking.numberAt(3333) + 25);
+        // Sound has waited as long as the pause was: until it is heard again, a slow machine skips some pictures.
+        EXPECT_LE(shown[frames].number, seeking.numberAt(3333) + 100);
     }
     EXPECT_NEAR(static_cast<double>(recording.afterLastCut()), 3333, 100);
 }
@@ -121,19 +123,25 @@ TEST(SeekBeforeZero, GoesToTheStart) {
 }
 
 TEST(SeekDuringOpen, IsRefusedUntilTheSourceIsOpen) {
+    SilentServer server;
+    Seeking seeking("numbers.mp4");
+    EXPECT_FALSE(seeking.player().seek(8500));
+    ASSERT_TRUE(seeking.player().loadFileAsync(server.url().c_str(), 0));
+    ASSERT_TRUE(waitUntil([&] { return server.accepted() == 1; }));
+    EXPECT_FALSE(seeking.player().seek(8500));
+    EXPECT_EQ(seeking.player().getCurrentTime(), 0);
+    seeking.player().stop();
+
     for (int round = 0; round < 10; ++round) {
-        Seeking seeking("numbers.mp4");
+        const int prepared = seeking.playback.count(Happened::Prepared);
         ASSERT_TRUE(seeking.player().loadFileAsync(mediaPath("numbers.mp4").c_str(), 0));
-        int refused = 0;
         ASSERT_TRUE(waitUntil([&] {
-            refused += seeking.player().seek(8500) ? 0 : 1;
-            return seeking.playback.count(Happened::Prepared) == 1;
+            seeking.player().seek(8500);
+            return seeking.playback.count(Happened::Prepared) > prepared;
         }));
-        if (round == 0) {
-            EXPECT_GT(refused, 0);
-        }
         EXPECT_TRUE(seeking.player().seek(8500));
         EXPECT_EQ(seeking.player().getCurrentTime(), 8500);
+        seeking.player().stop();
     }
 }
 

@@ -15,7 +15,7 @@
 namespace kelp::test {
 
 // Drives players at random: opens files of the table, seeks, pauses, resumes, changes the speed, stops. What it does
-// depends on the seed alone; when it does it, on the machine too.
+// depends on the seed alone; when it does it, and so what it meets, on the machine too.
 //
 // A fault is a seek that ends neither in a first frame nor with the end of the file, a playback that stands still
 // afterwards, a picture that isn't the one that its time says, or a call that doesn't return.
@@ -58,6 +58,7 @@ private:
     // Ends the process if nothing has happened for long.
     void guard();
 
+    const uint32_t seed_;
     std::mt19937 random_;
     SeekWatch watch_;
     std::unique_ptr<Playback> playback_;

@@ -250,6 +250,11 @@ bool SeekStress::settle() {
         return fault("a seek doesn't end");
     }
     lastSignUs_ = steadyUs();
+    // The end of the file drops what waits for the end of a seek, but not of one that had ended before.
+    if (!waitFor([&] { return !watch_.isOneForgotten() || watch_.endsWithoutAFrame() > endsBefore_; })) {
+        return fault("a request is forgotten");
+    }
+    lastSignUs_ = steadyUs();
     const int position = player.getCurrentTime();
     if (!waitFor([&] { return player.getCurrentTime() != position || isOver(); })) {
         return fault("playback stands still");

@@ -31,6 +31,11 @@ bool SeekWatch::isIdle() {
     return !running_ && !waiting_;
 }
 
+bool SeekWatch::isOneForgotten() {
+    std::lock_guard lock(mutex_);
+    return waiting_ && !running_;
+}
+
 SeekWatch::Totals SeekWatch::totals() {
     std::lock_guard lock(mutex_);
     return totals_;
@@ -72,14 +77,17 @@ void SeekWatch::take(const std::string& line) {
     } else if (holds("[StreamParser]: seek to ") && holds(" ms\n")) {
         ++totals_.atDemuxer;
         running_ = true;
+        waiting_ = false;  // nothing starts while one waits, unless the end of the file has dropped it
     } else if (holds(hasVideo_ ? "[VideoPlayThread], seek, seek req" : "[AudioPlayThread], seek, seek req")) {
         if (holds("needFlush:0")) {
             ++totals_.inPackets;
             running_ = true;
+            waiting_ = false;
         }
     } else if (holds(hasVideo_ ? "[VideoPlayThread], clearBuffer, seekTimeMs" : "[AudioPlayThread], clearBuffer, s")) {
         ++totals_.inFrames;
         running_ = false;
+        waiting_ = false;
     } else if (holds(hasVideo_ ? "[PlayTask]: onFirstVideoFrame" : "[PlayTask]: onFirstAudioFrame")) {
         running_ = false;
     } else if (holds("[PlayTask]: onVideoDecodeNoMoreFrame")) {

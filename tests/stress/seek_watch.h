@@ -20,6 +20,9 @@ public:
 
     // No seek is under way and none waits.
     bool isIdle();
+    // A seek has ended and the one that waits for its end isn't taken up. That is so for a moment at each such end, and
+    // for good where the input has ended before any key frame.
+    bool isOneForgotten();
     // What happened so far to all requests.
     struct Totals {
         int requests = 0;  // those that were taken, also the ones that come again after waiting

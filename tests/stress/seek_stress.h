@@ -53,6 +53,7 @@ private:
 
     // Lets playback go on and waits for the end of the last seek, and for playback to move on from there.
     bool settle();
+    bool isOneForgotten();
     bool checkPictures();
     bool fault(const std::string& what);
     // Ends the process if nothing has happened for long.

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "e2e/recording_sink.h"
 #include "kelp_player/log.h"
 
 namespace kelp::test {
@@ -31,9 +32,9 @@ bool SeekWatch::isIdle() {
     return !running_ && !waiting_;
 }
 
-bool SeekWatch::isOneForgotten() {
+SeekWatch::Forgotten SeekWatch::forgotten() {
     std::lock_guard lock(mutex_);
-    return waiting_ && !running_;
+    return {waiting_ && !running_, parkedAtUs_, endedAtUs_};
 }
 
 SeekWatch::Totals SeekWatch::totals() {
@@ -67,6 +68,7 @@ void SeekWatch::take(const std::string& line) {
         if (holds("now is seeking")) {
             ++totals_.parked;
             waiting_ = true;
+            parkedAtUs_ = steadyUs();
         } else if (holds("seekable:1")) {
             ++totals_.requests;
         }
@@ -90,6 +92,7 @@ void SeekWatch::take(const std::string& line) {
         waiting_ = false;
     } else if (holds(hasVideo_ ? "[PlayTask]: onFirstVideoFrame" : "[PlayTask]: onFirstAudioFrame")) {
         running_ = false;
+        endedAtUs_ = steadyUs();
     } else if (holds("[PlayTask]: onVideoDecodeNoMoreFrame")) {
         ++endsWithoutAFrame_;
         running_ = false;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <mutex>
 #include <string>
@@ -20,9 +21,14 @@ public:
 
     // No seek is under way and none waits.
     bool isIdle();
-    // A seek has ended and the one that waits for its end isn't taken up. That is so for a moment at each such end, and
-    // for good where the input has ended before any key frame.
-    bool isOneForgotten();
+    // A seek has ended in a frame and the one that waits for its end isn't taken up. That is so for a moment at each
+    // such end, and for good where the end of the file came before that frame and dropped what waited.
+    struct Forgotten {
+        bool is = false;
+        int64_t parkedAtUs = 0;  // when the last one began to wait, on the steady clock
+        int64_t endedAtUs = 0;   // when the one that it waited for ended
+    };
+    Forgotten forgotten();
     // What happened so far to all requests.
     struct Totals {
         int requests = 0;  // those that were taken, also the ones that come again after waiting
@@ -47,6 +53,8 @@ private:
     bool hasVideo_ = true;
     bool running_ = false;
     bool waiting_ = false;
+    int64_t parkedAtUs_ = 0;
+    int64_t endedAtUs_ = 0;
     int endsWithoutAFrame_ = 0;
     std::deque<std::string> tail_;  // the last lines
 };

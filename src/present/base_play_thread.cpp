@@ -46,15 +46,15 @@ void BasePlayThread::Run() {
             continue;
         }
         const auto frame = takeFrame();
-        if (frame) {
-            lock.unlock();
-            present(frame);
+        if (!frame) {
+            // All were skipped. The queue is waited for at once: a rest here would be one for each frame on the way to
+            // the target.
+            continue;
         }
+        lock.unlock();
+        present(frame);
         if (!paused_) {
-            // Without a frame the mutex is still held: a target that comes now must not be popped unseen.
-            if (!lock.owns_lock()) {
-                lock.lock();
-            }
+            lock.lock();
             popPresented();
         }
     }

@@ -28,6 +28,13 @@ std::string readAll(const fs::path& path) {
 
 }  // namespace
 
+// A picture that carries its own number: ten blocks, white for a 1, the lowest bit on the left, and below them the
+// same in reverse. Beside it a tone that rises by 100 Hz a second from 400 Hz, so that its pitch tells the time.
+#define KELP_NUMBERED(seconds)                                                              \
+    "-f lavfi -i \"color=black:size=10x2:rate=25:duration=" seconds                         \
+    ",format=gray,geq=lum='255*mod(floor(N/pow(2,X))+Y,2)',scale=320:180:flags=neighbor\" " \
+    "-f lavfi -i \"aevalsrc='0.5*sin(2*PI*(400*t+50*t*t))':s=48000:d=" seconds "\" -ac 2 "
+
 // clang-format off
 const std::vector<MediaFile>& mediaTable() {
     static const std::vector<MediaFile> table = {
@@ -136,6 +143,38 @@ const std::vector<MediaFile>& mediaTable() {
          "perl -e 'binmode STDIN; binmode STDOUT; undef $/; $_ = <STDIN>; srand(7); "
          "for my $i (1 .. length($_) / 100) { substr($_, int(rand(length $_)), 1) = chr(int(rand(256))); } print' "
          "< {dir}/hevc.ts > {out}", 0, 0, 0, 0, false, 0},
+        // Numbered pictures with key frames 2 s apart, see KELP_NUMBERED.
+        {"numbers.mp4", "MP4, H.264 with B-frames, AAC",
+         "ffmpeg " KELP_NUMBERED("20") "-c:v libx264 -preset veryfast -bf 2 -g 50 -sc_threshold 0 -pix_fmt yuv420p "
+         "-c:a aac -b:a 128k {out}", 320, 180, 500, 20000, true, 0},
+        {"numbers.mkv", "the same in Matroska", "ffmpeg -i {dir}/numbers.mp4 -c copy {out}",
+         320, 180, 500, 20000, true, 0},
+        {"numbers.ts", "the same in MPEG-TS", "ffmpeg -i {dir}/numbers.mp4 -c copy {out}",
+         320, 180, 500, 20000, true, 0},
+        {"numbers.avi", "AVI, MPEG-4, MP3",
+         "ffmpeg " KELP_NUMBERED("20") "-c:v mpeg4 -q:v 4 -g 50 -bf 0 -sc_threshold 1000000000 -pix_fmt yuv420p "
+         "-c:a libmp3lame -b:a 128k -avoid_negative_ts disabled {out}", 320, 180, 500, 20000, true, 0},
+        {"numbers_video.mp4", "no sound", "ffmpeg -i {dir}/numbers.mp4 -t 12 -c copy -an {out}",
+         320, 180, 302, 12000, true, 0},
+        {"numbers_sound.m4a", "no pictures", "ffmpeg -i {dir}/numbers.mp4 -t 12 -c copy -vn {out}",
+         0, 0, 0, 12000, false, 0},
+        {"numbers_sound_short.mp4", "the sound ends 5 s before the picture",
+         "ffmpeg -t 12 -i {dir}/numbers.mp4 -t 7 -i {dir}/numbers.mp4 -map 0:v -map 1:a -c copy {out}",
+         320, 180, 302, 12000, true, 0},
+        {"numbers_picture_short.mp4", "the picture ends 5 s before the sound",
+         "ffmpeg -t 7 -i {dir}/numbers.mp4 -t 12 -i {dir}/numbers.mp4 -map 0:v -map 1:a -c copy {out}",
+         320, 180, 177, 12000, true, 0},
+        {"numbers_half.mp4", "half a second",
+         "ffmpeg " KELP_NUMBERED("0.5") "-c:v libx264 -preset veryfast -bf 2 -g 50 -pix_fmt yuv420p "
+         "-c:a aac -b:a 128k {out}", 320, 180, 13, 520, true, 0},
+        {"numbers_one_key.mp4", "one key frame only",
+         "ffmpeg " KELP_NUMBERED("12") "-c:v libx264 -preset veryfast -bf 2 -g 9999 -sc_threshold 0 "
+         "-pix_fmt yuv420p -c:a aac -b:a 128k {out}", 320, 180, 300, 12000, true, 0},
+        {"numbers_open_gop.mp4", "open groups of pictures: those before a key frame need the group before it",
+         "ffmpeg " KELP_NUMBERED("12") "-c:v libx264 -preset veryfast -bf 3 -g 50 -sc_threshold 0 "
+         "-x264-params open-gop=1 -pix_fmt yuv420p -c:a aac -b:a 128k {out}", 320, 180, 300, 12000, true, 0},
+        {"numbers_unknown.mkv", "Matroska as it is streamed: without a duration and without an index",
+         "ffmpeg -i {dir}/numbers.mp4 -t 8 -c copy -live 1 -f matroska {out}", 320, 180, 200, 8000, true, 0},
     };
     return table;
 }

@@ -103,9 +103,9 @@ TEST(LiveSource, ThatPlaysAFileInALoopGoesOnBehindItsEnd) {
 }
 
 TEST(LiveSource, IsAnRtspOneWithItsOptions) {
-    LogCapture log;
     RtspServer server;
     Playback playback;
+    LogCapture log;  // behind the player: the first one of a process sets the level
     ASSERT_TRUE(playback.open(server.url("h264"), kLimitMs));
     for (const char* line : {"set key:fflags, value:nobuffer", "set key:rtsp_transport, value:tcp",
                              "set key:max_delay, value:1000000", "set key:reorder_queue_size, value:1200",
@@ -117,9 +117,9 @@ TEST(LiveSource, IsAnRtspOneWithItsOptions) {
 }
 
 TEST(LiveSource, IsAnSdpOneWithItsOptions) {
-    LogCapture log;
     RtpSession session(mediaPath("small.mp4"));
     Playback playback;
+    LogCapture log;  // behind the player: the first one of a process sets the level
     ASSERT_TRUE(playback.open(session.sdpPath(), kLimitMs));
     for (const char* line : {"set key:fflags, value:nobuffer", "set key:protocol_whitelist, value:file,udp,rtp",
                              "set key:rtsp_transport, value:tcp"}) {
@@ -130,9 +130,9 @@ TEST(LiveSource, IsAnSdpOneWithItsOptions) {
 }
 
 TEST(LiveSource, KeepsTheHostsOptions) {
-    LogCapture log;
     RtspServer server;
     Playback playback;
+    LogCapture log;  // behind the player: the first one of a process sets the level
     playback.player().setOption("fflags", "discardcorrupt");
     ASSERT_TRUE(playback.open(server.url("h264"), kLimitMs));
     EXPECT_EQ(log.count("open, set key:fflags, value:discardcorrupt\n"), 1);

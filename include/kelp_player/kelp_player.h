@@ -72,7 +72,8 @@ public:
     virtual void onFirstVideoFrame(std::shared_ptr<KelpPlayer> player, int ptsMs) = 0;
     virtual void onFirstAudioFrame(std::shared_ptr<KelpPlayer> player, int ptsMs) = 0;
 
-    // The source has been played to its end. It stays open: `seek` starts it again, only `stop` ends it.
+    // The source has been played to its end. It stays open: `seek` starts it again, only `stop` ends it. For a live
+    // source it means that the server closed the connection.
     virtual void onCompleted(std::shared_ptr<KelpPlayer> player) = 0;
 
     // The end of the source was met at another time, in milliseconds, than had been announced.
@@ -141,8 +142,9 @@ public:
     // speed, decoder and clock settings stay. Always true, also when there is nothing to stop.
     bool stop();
 
-    // Halt playback and let it go on. A live source goes on with what is live then, a file where it was. While halted
-    // the windows are still repainted. Always true. A `resume` with no `pause` before it sets the internal clock back.
+    // Halt playback and let it go on: a file where it was, an RTSP source with what is live then, from the next key
+    // frame on. An SDP source is read on while halted, up to 200 packets, which are played first. While halted the
+    // windows are still repainted. Always true. A `resume` with no `pause` before it sets the internal clock back.
     bool pause();
     bool resume();
 
@@ -219,9 +221,11 @@ public:
     //     "reorder_queue_size"  "1200"      packets
     //     "buffer_size"         "-1"        bytes; the system's own
     //
-    // With FFmpeg 5 and later, "timeout" (microseconds) is what bounds an RTSP source's waits on the network; without
-    // it a server that doesn't answer is waited for until `stop`. For "rtsp://" and ".sdp" sources "fflags" is
-    // "nobuffer", and for ".sdp" ones "protocol_whitelist" is "file,udp,rtp", unless set here.
+    // With FFmpeg 5 and later, "timeout" (microseconds) is what bounds an RTSP source's waits on the network, over TCP
+    // and UDP; without it a server that doesn't answer, or falls silent, is waited for until `stop`. An SDP source's
+    // waits are bounded by "listen_timeout" (seconds, 10 unless set). Opening fails after one such wait, reading after
+    // six in a row: `onFailed`. For "rtsp://" and ".sdp" sources "fflags" is "nobuffer", and for ".sdp" ones
+    // "protocol_whitelist" is "file,udp,rtp", unless set here.
     void setOption(const char* key, const char* value);
 
     // Runs `function` on the worker thread, after the events that are queued by now. It must not be empty and must not

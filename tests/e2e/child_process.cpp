@@ -5,7 +5,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/prctl.h>
+#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,9 +15,13 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <thread>
+
+extern char** environ;
 
 namespace kelp::test {
 
@@ -67,33 +71,42 @@ int64_t queuedBytes(int socketType, int port) {
 
 }  // namespace
 
-ChildProcess::ChildProcess(const std::vector<std::string>& arguments) {
-    std::array<int, 2> ends{};
-    EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
-    std::vector<char*> words;
-    for (const auto& argument : arguments) {
-        words.push_back(const_cast<char*>(argument.c_str()));
+ChildProcess::~ChildProcess() {
+    kill();
+    if (output_ != -1) {
+        close(output_);
     }
-    words.push_back(nullptr);
-    const pid_t parent = getpid();
-    process_ = fork();
-    if (process_ == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent) {
-            _exit(127);
-        }
-        dup2(ends[1], STDOUT_FILENO);
-        execvp(words[0], words.data());
-        _exit(127);
+}
+
+void ChildProcess::start(std::vector<std::string> words) {
+    // The command asks the kernel to be killed with its parent, and becomes the program. Called like this, it needs no
+    // fork in a process with threads.
+    std::vector<std::string> all = {"setpriv", "--pdeathsig", "KILL", "--"};
+    all.insert(all.end(), words.begin(), words.end());
+    std::vector<char*> arguments;
+    for (auto& word : all) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+
+    if (output_ != -1) {
+        close(output_);
+    }
+    result_ = -1;
+    std::array<int, 2> ends{-1, -1};
+    posix_spawn_file_actions_t actions;
+    int error = pipe2(ends.data(), O_CLOEXEC) == 0 ? posix_spawn_file_actions_init(&actions) : errno;
+    if (error == 0) {
+        posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+        error = posix_spawnp(&process_, all[0].c_str(), &actions, nullptr, arguments.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+    }
+    if (error != 0) {
+        std::fprintf(stderr, "can't start %s: %s\n", words[0].c_str(), std::strerror(error));
+        std::abort();
     }
     close(ends[1]);
     output_ = ends[0];
-}
-
-ChildProcess::~ChildProcess() {
-    kill();
-    wait();
-    close(output_);
 }
 
 std::string ChildProcess::readLine(int timeoutMs) {
@@ -111,7 +124,7 @@ std::string ChildProcess::readLine(int timeoutMs) {
 
 int ChildProcess::wait(int timeoutMs) {
     const auto end = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (result_ == -1) {
+    while (process_ != -1 && result_ == -1) {
         int status = 0;
         if (waitpid(process_, &status, WNOHANG) == process_) {
             result_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -125,20 +138,25 @@ int ChildProcess::wait(int timeoutMs) {
 }
 
 void ChildProcess::kill() {
-    if (result_ == -1) {
-        ::kill(process_, SIGKILL);
-    }
+    signal(SIGKILL);
+    wait();
 }
 
 void ChildProcess::interrupt() {
-    if (result_ == -1) {
-        ::kill(process_, SIGINT);
-    }
+    signal(SIGINT);
 }
 
-void ChildProcess::freeze() {
-    if (result_ == -1) {
-        ::kill(process_, SIGSTOP);
+void ChildProcess::suspend() {
+    signal(SIGSTOP);
+}
+
+void ChildProcess::proceed() {
+    signal(SIGCONT);
+}
+
+void ChildProcess::signal(int number) {
+    if (process_ != -1 && result_ == -1) {
+        ::kill(process_, number);
     }
 }
 

@@ -136,6 +136,17 @@ const std::vector<MediaFile>& mediaTable() {
          "perl -e 'binmode STDIN; binmode STDOUT; undef $/; $_ = <STDIN>; srand(7); "
          "for my $i (1 .. length($_) / 100) { substr($_, int(rand(length $_)), 1) = chr(int(rand(256))); } print' "
          "< {dir}/hevc.ts > {out}", 0, 0, 0, 0, false, 0},
+        // A decoder that fails: the slices of 150 pictures in a row have an unknown type.
+        {"broken.avi", "AVI, H.264; pictures 10 to 159 of 235 are refused by the decoder",
+         "ffmpeg -f lavfi -i testsrc2=size=160x90:rate=25:duration=9.4 "
+         "-c:v libx264 -preset veryfast -bf 0 -g 20 -pix_fmt yuv420p {tmp}/whole.avi && "
+         "perl -e 'binmode STDIN; binmode STDOUT; undef $/; $_ = <STDIN>; my ($at, $n) = (index($_, \"movi\") + 4, 0); "
+         "while ($at + 8 <= length $_ && substr($_, $at, 4) ne \"idx1\") { "
+         "my $size = unpack(\"V\", substr($_, $at + 4, 4)); "
+         "if (substr($_, $at, 4) eq \"00dc\" && $n++ >= 10 && $n <= 160) { my $data = substr($_, $at + 8, $size); "
+         "$data =~ s/(\\x00\\x00\\x01)(.)/my $type = ord($2) & 31; $1 . ($type == 1 || $type == 5 ? chr(ord($2) | 31) : $2)/gse; "
+         "substr($_, $at + 8, $size) = $data; } $at += 8 + $size + $size % 2; } print' < {tmp}/whole.avi > {out}",
+         160, 90, 0, 9400, false, 0},
     };
     return table;
 }

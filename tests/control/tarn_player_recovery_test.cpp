@@ -134,14 +134,14 @@ TEST_F(TarnPlayerRecoveryTest, RestartsOnceForTwoReportsOfOneDecoder) {
     engine().worker.push_back([] { engine().observer->onFailed(nullptr, 2, 1); });
     engine().runWorker();
     EXPECT_THAT(engine().takeCalls(),
-                ElementsAre("enableHwDecoder(0, 0)", "runInWorker()", "enableHwDecoder(0, 0)", "runInWorker()",
+                ElementsAre("runInWorker()", "enableHwDecoder(0, 0)", "runInWorker()", "enableHwDecoder(0, 0)",
                             "stop()", "runInWorker()", "loadFileAsync(source, 0)"));
     events().onPrepared(nullptr, true, true);
     engine().runWorker();
     EXPECT_THAT(host_.told, ElementsAre("prepared 1 1", "started"));
 }
 
-// Raised between the switch to software, which it states, and the restart. The host hears of it; the restart stands.
+// As when the host itself disables hardware at that moment. It hears of the failure; the restart stands.
 TEST_F(TarnPlayerRecoveryTest, TellsAReportThatSaysSoftwareAheadOfTheRestart) {
     reach(PLAYER_STATE_STARTED);
     engine().worker.push_back([] { engine().observer->onFailed(nullptr, 2, 1); });
@@ -169,6 +169,37 @@ TEST_F(TarnPlayerRecoveryTest, DropsAReportOfTheOldDecoderBehindTheRestart) {
         player_->stop();
         player_->reset();
         host_.told.clear();
+    }
+}
+
+TEST_F(TarnPlayerRecoveryTest, PassesThroughStoppedOnItsWayBack) {
+    reach(PLAYER_STATE_STARTED);
+    events().onFailed(nullptr, 2, 1);
+    EXPECT_EQ(state(), PLAYER_STATE_ERROR);
+    int within = -1;
+    engine().inStop = [&] { within = state(); };
+    engine().runWorker();
+    engine().inStop = nullptr;
+    EXPECT_EQ(within, PLAYER_STATE_STOPPED);
+    EXPECT_EQ(state(), PLAYER_STATE_PREPARING);
+}
+
+// Whatever stop says: a reset leaves the timer, and a source may be set by then.
+TEST_F(TarnPlayerRecoveryTest, GivesTheTimerUpInEveryState) {
+    for (const bool sourceSet : {false, true}) {
+        player_->setOption("retry_when_failed", "2000");
+        reach(PLAYER_STATE_STARTED);
+        events().onFailed(nullptr, 1, 1);
+        EXPECT_TRUE(player_->reset());
+        EXPECT_EQ(engine().timers.size(), 1U);
+        if (sourceSet) {
+            EXPECT_TRUE(player_->setDataSource("another", 0, &host_));
+        }
+        engine().takeCalls();
+        EXPECT_FALSE(player_->stop());
+        EXPECT_THAT(engine().takeCalls(), ElementsAre(testing::StartsWith("removeTimer(")));
+        EXPECT_THAT(engine().timers, IsEmpty());
+        EXPECT_TRUE(player_->reset());
     }
 }
 
@@ -222,7 +253,7 @@ TEST_F(TarnPlayerRecoveryTest, FallsBackToSoftwareWithoutAWord) {
     reach(PLAYER_STATE_STARTED);
     events().onFailed(nullptr, 2, 1);
     engine().runWorker();
-    EXPECT_THAT(engine().takeCalls(), ElementsAre("enableHwDecoder(0, 0)", "runInWorker()", "stop()", "runInWorker()",
+    EXPECT_THAT(engine().takeCalls(), ElementsAre("runInWorker()", "enableHwDecoder(0, 0)", "stop()", "runInWorker()",
                                                   "loadFileAsync(source, 0)"));
     events().onPrepared(nullptr, true, true);
     engine().runWorker();

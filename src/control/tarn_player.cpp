@@ -55,6 +55,7 @@ TarnPlayer::~TarnPlayer() {
         std::lock_guard lock(mutex_);
         ++sourceGeneration_;
         if (engineLoaded_) {
+            state_ = PLAYER_STATE_STOPPED;  // a source that became ready at this moment isn't started
             unload();
         }
     };

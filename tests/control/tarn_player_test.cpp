@@ -230,6 +230,17 @@ TEST_F(TarnPlayerTest, EndsWhatTheHostOpensWhileThePlayerIsDestroyed) {
     player_ = TarnPlayer::create();
 }
 
+TEST_F(TarnPlayerTest, StartsNothingThatBecomesReadyWhileItIsDestroyed) {
+    reach(PLAYER_STATE_PREPARING);
+    EXPECT_TRUE(player_->start());
+    engine().inRelease = [&] { events().onPrepared(nullptr, true, true); };
+    TarnPlayer::destroy(player_);
+    EXPECT_THAT(engine().takeCalls(), ElementsAre("stop()", "release()"));
+    EXPECT_THAT(host_.told, IsEmpty());
+    FakeEngine::reset();
+    player_ = TarnPlayer::create();
+}
+
 TEST_F(TarnPlayerTest, IsNotMadeWithoutAnEngine) {
     engine().answers["init"] = false;
     LogCapture log;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "e2e/recording_sink.h"
 #include "kelp_player/log.h"
 #include "support/gate.h"
 
@@ -26,6 +27,23 @@ bool isWord(const std::string& text, const std::string& word) {
 }
 
 }  // namespace
+
+int CountingSink::count() {
+    std::lock_guard lock(mutex_);
+    return count_;
+}
+
+bool CountingSink::waitFor(int count, int timeoutMs) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return count_ >= count; });
+}
+
+bool CountingSink::onVideoFrame(int, int64_t, uint8_t**, int*, int, int64_t) {
+    std::lock_guard lock(mutex_);
+    ++count_;
+    changed_.notify_all();
+    return true;
+}
 
 ManagedPlayback::ManagedPlayback() : player_(TarnPlayer::create()) {
     if (!player_) {
@@ -72,6 +90,11 @@ int ManagedPlayback::countLocked(const std::string& word) const {
 int ManagedPlayback::count(const std::string& word) {
     std::lock_guard lock(mutex_);
     return countLocked(word);
+}
+
+void ManagedPlayback::forget() {
+    std::lock_guard lock(mutex_);
+    std::vector<Told>().swap(told_);
 }
 
 int64_t ManagedPlayback::lastUs(const std::string& word) {

@@ -8,10 +8,26 @@
 #include <string>
 #include <vector>
 
-#include "e2e/recording_sink.h"
+#include "kelp_player/frame_sink.h"
 #include "kelp_player/tarn_player.h"
 
 namespace kelp::test {
+
+// Counts the pictures that it is given, repaints of one picture included, and keeps nothing of them.
+class CountingSink final : public ExternFrameSink {
+public:
+    int count();
+    // Waits until `count` pictures came in all; false after `timeoutMs`.
+    bool waitFor(int count, int timeoutMs);
+
+    void onVideoSize(int /*width*/, int /*height*/, int /*fps*/) override {}
+    bool onVideoFrame(int pixFormat, int64_t pts, uint8_t** data, int* linesize, int rotate, int64_t frameTag) override;
+
+private:
+    std::mutex mutex_;  // guards count_
+    std::condition_variable changed_;
+    int count_ = 0;
+};
 
 // A managed player, with a frame sink, and a host that remembers what it is told. It destroys the player when it goes.
 class ManagedPlayback final : private TarnPlayerObserver {
@@ -28,7 +44,7 @@ public:
     ManagedPlayback& operator=(const ManagedPlayback&) = delete;
 
     TarnPlayer& player() { return *player_; }
-    RecordingSink& sink() { return sink_; }
+    CountingSink& sink() { return sink_; }
 
     // Sets the source and prepares it.
     bool open(const std::string& url, int offsetMs = 0);
@@ -41,6 +57,8 @@ public:
     // Told so far, by the first word or all.
     std::vector<std::string> told();
     int count(const std::string& word);
+    // Forgets what was told, with the memory that took.
+    void forget();
     // When the last one with this word came, in microseconds of the steady clock; 0 if none did.
     int64_t lastUs(const std::string& word);
     // Waits until `word` was told `times` times in all; false after `timeoutMs`.
@@ -74,7 +92,7 @@ private:
     std::vector<Told> told_;
     std::atomic<bool> destroyed_{false};
     std::atomic<int> toldLate_{0};
-    RecordingSink sink_{RecordingSink::Keep::Nothing};
+    CountingSink sink_;
     TarnPlayer* player_;
 };
 

@@ -77,7 +77,7 @@ TEST(Managed, StartsAndPausesWhatWasAskedForBeforeTheSourceIsReady) {
         }
         EXPECT_EQ(playback.state(), one.state);
         if (one.state == PLAYER_STATE_STARTED) {
-            EXPECT_TRUE(playback.sink().waitForFrames(5, 60000));
+            EXPECT_TRUE(playback.sink().waitFor(5, 60000));
         }
         EXPECT_TRUE(playback.player().stop());
     }
@@ -228,10 +228,10 @@ TEST(Managed, HearsNothingAfterDestroy) {
                 pauseFor(restMs);
             }
             playback.destroy();
-            const int frames = playback.sink().frameCount() + playback.sink().repaints();
+            const int frames = playback.sink().count();
             pauseFor(60);  // longer than one picture lasts
             EXPECT_EQ(playback.toldLate(), 0);
-            EXPECT_EQ(playback.sink().frameCount() + playback.sink().repaints(), frames);
+            EXPECT_EQ(playback.sink().count(), frames);
         }
     }
 }
@@ -328,7 +328,7 @@ TEST_P(ManagedHardware, IsTriedRowByRowAndGivesWayToSoftware) {
         playback.player().enableHwDecoder(true, mode);
         ASSERT_TRUE(playback.open(mediaPath(hardware.file)));
         EXPECT_TRUE(playback.player().start());
-        EXPECT_TRUE(playback.sink().waitForFrames(5, 60000));
+        EXPECT_TRUE(playback.sink().waitFor(5, 60000));
         EXPECT_TRUE(playback.player().stop());
         EXPECT_EQ(playback.count("failed"), 0);
         if (!refused) {

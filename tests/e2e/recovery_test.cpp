@@ -20,6 +20,7 @@
 
 #include "e2e/managed_playback.h"
 #include "e2e/media.h"
+#include "e2e/recording_sink.h"
 #include "e2e/rtsp_server.h"
 #include "support/log_capture.h"
 
@@ -141,10 +142,7 @@ protected:
         };
     }
 
-    bool playsOn() {
-        const int frames = playback_->sink().frameCount();
-        return playback_->sink().waitForFrames(frames + 5, kLimitMs);
-    }
+    bool playsOn() { return playback_->sink().waitFor(playback_->sink().count() + 5, kLimitMs); }
 
     // The host heard of no failure, and the timers' numbers are used again.
     void expectSilence() {
@@ -178,6 +176,7 @@ protected:
             expectSilence();
             EXPECT_TRUE(player().stop());
             log_.clear();
+            playback_->forget();
             if (i == std::min(1, count - 2)) {
                 first = Holdings();
                 heapAtFirst = heapBytes();
@@ -185,6 +184,8 @@ protected:
             EXPECT_TRUE(player().prepareAsync());
         }
         EXPECT_TRUE(player().stop());
+        log_.clear();
+        playback_->forget();
         EXPECT_TRUE(waitUntil([&] { return Holdings() <= first; }))
             << entries("/proc/self/task") << " threads, " << entries("/proc/self/fd") << " descriptors";
         const long grown = heapBytes() - heapAtFirst;

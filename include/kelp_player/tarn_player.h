@@ -155,7 +155,9 @@ public:
     bool setOffsetToClockMs(int offsetMs);
 
     // "retry_when_failed": milliseconds from a failure of the stream to its restart; 0, the default, for none. It is
-    // restarted, in the state that it was in, as often as it fails, until `stop`. All other keys as in KelpPlayer.
+    // restarted, in the state that it was in, as often as it fails, until `stop`. A server that closes its connection
+    // ends the stream and is no failure; one that falls silent is one only with a limit for the demuxer's socket
+    // (FFmpeg 5 and later: "timeout", in microseconds). All other keys as in KelpPlayer.
     void setOption(const char* key, const char* value);
 
     // Callables and timers on the player's worker thread, in the order of its events; see KelpPlayer.

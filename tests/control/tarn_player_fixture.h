@@ -76,6 +76,15 @@ protected:
         FakeEngine::reset();
     }
 
+    // Another player, as at first.
+    void renew() {
+        TarnPlayer::destroy(player_);
+        FakeEngine::reset();
+        player_ = TarnPlayer::create();
+        engine().takeCalls();
+        host_.told.clear();
+    }
+
     static FakeEngine& engine() { return FakeEngine::get(); }
 
     // For an event of the engine, which comes behind all that is queued on the worker.

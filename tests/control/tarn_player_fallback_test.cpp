@@ -11,6 +11,7 @@
 #include "kelp_player/frame_sink.h"
 #include "kelp_player/tarn_player.h"
 #include "playtask/small_media.h"
+#include "support/gate.h"
 #include "support/log_capture.h"
 
 extern "C" {
@@ -83,7 +84,7 @@ int __wrap_avcodec_send_packet(AVCodecContext* context, const AVPacket* packet) 
 namespace kelp::test {
 namespace {
 
-using testing::ElementsAre;
+using testing::UnorderedElementsAre;
 
 class Host final : public TarnPlayerObserver, public ExternFrameSink {
 public:
@@ -140,9 +141,17 @@ protected:
         ASSERT_TRUE(player_->start());
     }
 
-    LogCapture log_;
+    // With all that is queued by now. What plays may tell of itself ahead of onStarted.
+    std::vector<std::string> toldSoFar() {
+        Gate through;
+        player_->runInWorker([through]() mutable { through.open(); });
+        through.wait();
+        return host_.told();
+    }
+
     Host host_;
     TarnPlayer* const player_;
+    LogCapture log_;  // behind the first player of the process, which sets the level
 };
 
 // The surfaces are fetched, and the host sees an ordinary playback.
@@ -150,7 +159,7 @@ TEST_F(TarnPlayerFallBack, PlaysWhatTheHardwareDecodes) {
     surfaceFormat = AV_PIX_FMT_YUV420P;  // which the decoder offers
     play("video.mp4");
     ASSERT_TRUE(host_.waitFor("completed"));
-    EXPECT_THAT(host_.told(), ElementsAre("prepared", "started", "picture", "completed"));
+    EXPECT_THAT(toldSoFar(), UnorderedElementsAre("prepared", "started", "picture", "completed"));
     EXPECT_TRUE(log_.has("[FFVideoDecoder]: open, open hw accel cuda (h264_nvdec) succeed!\n") ||
                 log_.has("[FFVideoDecoder]: open, open hw accel vaapi (h264_vaapi) succeed!\n"));
     EXPECT_FALSE(log_.has("Failed to get HW surface format"));
@@ -161,7 +170,7 @@ TEST_F(TarnPlayerFallBack, RestartsWhenTheDecoderHasNoSurfaces) {
     surfaceFormat = AV_PIX_FMT_QSV;  // which the decoder doesn't offer
     play("long.mp4");
     ASSERT_TRUE(host_.waitFor("picture"));
-    EXPECT_THAT(host_.told(), ElementsAre("prepared", "started", "prepared", "started", "picture"));
+    EXPECT_THAT(toldSoFar(), UnorderedElementsAre("prepared", "started", "prepared", "started", "picture"));
     EXPECT_TRUE(log_.has("[FFVideoDecoder]: getHwFormat, Failed to get HW surface format.\n"));
     EXPECT_TRUE(log_.has("[TarnPlayer]: onFailed, errorType:2, extraData:1, current state:16\n"));
     EXPECT_EQ(log_.count("[TarnPlayer]: restartWithOldState, state:16\n"), 1);
@@ -172,7 +181,7 @@ TEST_F(TarnPlayerFallBack, RestartsWhenTheHardwareRefusesPackets) {
     sendsToFail = 101;
     play("long.mp4");
     ASSERT_TRUE(host_.waitFor("picture"));
-    EXPECT_THAT(host_.told(), ElementsAre("prepared", "started", "prepared", "started", "picture"));
+    EXPECT_THAT(toldSoFar(), UnorderedElementsAre("prepared", "started", "prepared", "started", "picture"));
     EXPECT_EQ(log_.count("[FFVideoDecoder]: notify onVideoDecodeFailed\n"), 1);
     EXPECT_EQ(log_.count("open hw accel"), 1);
 }

@@ -356,9 +356,9 @@ TEST_F(Recovery, EndsInEveryPhaseOfARetry) {
             if (end != End::Destroy) {
                 // Nothing more is tried.
                 playback_->waitForWorker();
-                const int retried = log_.count("restartWithOldState") + log_.count("LoadVideoFile");
+                const int retried = log_.count("LoadVideoFile");
                 pauseFor(kRetryMs + 100);
-                EXPECT_EQ(log_.count("restartWithOldState") + log_.count("LoadVideoFile"), retried);
+                EXPECT_EQ(log_.count("LoadVideoFile"), retried);
                 EXPECT_EQ(state(), end == End::Stop ? PLAYER_STATE_STOPPED : PLAYER_STATE_IDLE);
             }
             playback_->destroy();

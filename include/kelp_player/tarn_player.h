@@ -86,11 +86,12 @@ protected:
 // doesn't fit is refused with its failure result and an error line in the log, and changes nothing.
 class KELP_PLAYER_API TarnPlayer {
 public:
-    // Makes a player in the idle state. The caller owns it.
+    // Makes a player in the idle state. The caller owns it. Null if the screen and sound library can't be started; the
+    // log says why.
     static TarnPlayer* create();
 
-    // Ends a player; null is allowed. `stop` comes first. Not to be called from a callback. No call to the host
-    // follows.
+    // Ends a player; null is allowed. What still plays is stopped. Not to be called from a callback. No call to the
+    // host follows, nor to its clock and frame sinks.
     static void destroy(TarnPlayer* player);
 
     // Sets the source, a path or URL. `offsetToClockMs` is where the stream's zero lies on the host's clock: it is
@@ -117,7 +118,8 @@ public:
     // Ends playback and gives up a restart that is due. False when there is nothing to stop: idle or initialized.
     bool stop();
 
-    // Forgets the source, so that another one can be set. Doesn't end playback: `stop` comes first. Always true.
+    // Forgets the source, so that another one can be set. Doesn't end playback: `stop` comes first, or else it ends
+    // when the next source is opened. Always true.
     bool reset();
 
     // The position and the duration in milliseconds on the host's clock; 0 without an open source.
@@ -173,6 +175,10 @@ private:
     bool isIn(int states, const char* operation) const;
     // Tells the host on the worker thread that playback began. mutex_ is held.
     void postStarted();
+    // Has the engine open the source, from `seekTimeMs` on, and end what it still plays. mutex_ is held.
+    bool load(int seekTimeMs);
+    // Has the engine end playback. mutex_ is held.
+    bool unload();
     // Restarts the source of `generation` on the worker thread and brings it back to `state`.
     void restartWithOldState(PlayerStates state, unsigned int generation);
     void restart(PlayerStates state, unsigned int generation);
@@ -193,6 +199,10 @@ private:
     unsigned int retryTimerId_ = 0;  // 0 when none runs
     HwDecodeMode hwDecodeMode_ = HW_DECODE_ALL;
     unsigned int sourceGeneration_ = 0;  // counts what the host does to the source, which outdates a restart
+    bool engineReady_ = false;           // the engine could be set up; written by the constructor
+    bool engineLoaded_ = false;          // the engine holds a source: from `load` to `unload`
+    // Loads whose place in the worker's order hasn't come: until then the events are those of the source before.
+    std::atomic<int> loadsAhead_{0};
 };
 
 }  // namespace kelp

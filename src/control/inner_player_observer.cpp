@@ -23,10 +23,18 @@ void InnerPlayerObserver::set(TarnPlayerObserver* observer, int offsetMs) {
     offsetMs_ = offsetMs;
 }
 
+bool InnerPlayerObserver::isOutdated() const {
+    return owner_->loadsAhead_ > 0;
+}
+
+TarnPlayerObserver* InnerPlayerObserver::hostToTell() const {
+    return isOutdated() ? nullptr : observer_.load();
+}
+
 void InnerPlayerObserver::onVideoSizeUpdated(std::shared_ptr<KelpPlayer> /*player*/, int width, int height,
                                              int rotate) {
     Log::Info(kTag, "%s, width:%d, height:%d, rotate:%d\n", "onVideoSizeUpdated", width, height, rotate);
-    if (TarnPlayerObserver* host = observer_) {
+    if (TarnPlayerObserver* host = hostToTell()) {
         host->onVideoSizeUpdated(width, height, rotate);
     }
 }
@@ -36,6 +44,9 @@ void InnerPlayerObserver::onPrepared(std::shared_ptr<KelpPlayer> /*player*/, boo
     hasVideo_ = hasVideo;
     hasAudio_ = hasAudio;
     std::unique_lock lock(*mutex_);
+    if (isOutdated()) {
+        return;
+    }
     if (owner_->state_ != PLAYER_STATE_PREPARING) {
         Log::Debug(kTag, "%s new state:%d\n", "onPrepared", owner_->state_);
         return;
@@ -81,20 +92,21 @@ void InnerPlayerObserver::onFailed(std::shared_ptr<KelpPlayer> /*player*/, int e
     std::unique_lock lock(*mutex_);
     const PlayerStates oldState = owner_->state_;
     Log::Info(kTag, "%s, errorType:%d, extraData:%d, current state:%d\n", "onFailed", errorType, extraData, oldState);
+    if (isOutdated()) {
+        return;
+    }
     owner_->state_ = PLAYER_STATE_ERROR;
     const unsigned int generation = owner_->sourceGeneration_;
     if (errorType == ERROR_TYPE_STREAM && owner_->retryIntervalMs_ > 0) {
-        // Still under the lock: a stop that comes now finds the timer.
-        owner_->retryTimerId_ =
-            owner_->player_->addTimer(static_cast<unsigned int>(owner_->retryIntervalMs_),
-                                      /*oneShot=*/true, [this, oldState, generation] { retry(oldState, generation); });
-        Log::Info(kTag, "%s, add retry timer, retryTimerId_:%u\n", "onFailed", owner_->retryTimerId_);
+        armRetry(oldState);  // still under the lock: a stop that comes now finds the timer
         return;
     }
     lock.unlock();
     if (errorType == ERROR_TYPE_VIDEO_DECODE && extraData != 0) {
-        owner_->enableHwDecoder(false, HW_DECODE_NONE);
+        // The restart, which runs behind this event, is queued first: a decoder that fails on names software from the
+        // switch on, and what it raises must find the restart before it.
         owner_->restartWithOldState(oldState, generation);
+        owner_->enableHwDecoder(false, HW_DECODE_NONE);
         return;
     }
     if (TarnPlayerObserver* host = observer_) {
@@ -102,9 +114,27 @@ void InnerPlayerObserver::onFailed(std::shared_ptr<KelpPlayer> /*player*/, int e
     }
 }
 
-void InnerPlayerObserver::retry(PlayerStates oldState, unsigned int generation) {
+void InnerPlayerObserver::armRetry(PlayerStates oldState) {
+    // The timer's function waits for the lock that is held here, and finds the id then.
+    const auto timerId = std::make_shared<unsigned int>(0);
+    *timerId = owner_->player_->addTimer(
+        static_cast<unsigned int>(owner_->retryIntervalMs_), /*oneShot=*/true,
+        [this, oldState, generation = owner_->sourceGeneration_, timerId] { retry(oldState, generation, timerId); });
+    owner_->retryTimerId_ = *timerId;
+    Log::Info(kTag, "%s, add retry timer, retryTimerId_:%u\n", "onFailed", owner_->retryTimerId_);
+}
+
+void InnerPlayerObserver::retry(PlayerStates oldState, unsigned int generation,
+                                const std::shared_ptr<unsigned int>& timerId) {
     {
         std::lock_guard lock(*mutex_);
+        if (generation != owner_->sourceGeneration_) {
+            // The host has gone on to another source, which may have armed a timer of its own.
+            if (owner_->retryTimerId_ == *timerId) {
+                owner_->retryTimerId_ = 0;
+            }
+            return;
+        }
         owner_->player_->removeTimer(owner_->retryTimerId_);
         owner_->retryTimerId_ = 0;
     }
@@ -117,32 +147,37 @@ void InnerPlayerObserver::onFirstPacket(std::shared_ptr<KelpPlayer> /*player*/, 
 
 void InnerPlayerObserver::onFirstVideoFrame(std::shared_ptr<KelpPlayer> /*player*/, int ptsMs) {
     Log::Info(kTag, "%s, ptsMs:%d\n", "onFirstVideoFrame", ptsMs);
-    if (TarnPlayerObserver* host = observer_) {
+    if (TarnPlayerObserver* host = hostToTell()) {
         host->onFirstVideoFrame(onHostsClock(offsetMs_, ptsMs));
     }
 }
 
 void InnerPlayerObserver::onFirstAudioFrame(std::shared_ptr<KelpPlayer> /*player*/, int ptsMs) {
     Log::Info(kTag, "%s, ptsMs:%d\n", "onFirstAudioFrame", ptsMs);
-    if (TarnPlayerObserver* host = observer_) {
+    if (TarnPlayerObserver* host = hostToTell()) {
         host->onFirstAudioFrame(onHostsClock(offsetMs_, ptsMs));
     }
 }
 
 void InnerPlayerObserver::onCompleted(std::shared_ptr<KelpPlayer> /*player*/) {
     Log::Info(kTag, "%s\n", "onCompleted");
+    TarnPlayerObserver* host = nullptr;
     {
         std::lock_guard lock(*mutex_);
+        if (isOutdated()) {
+            return;
+        }
         owner_->state_ = PLAYER_STATE_COMPLETED;
+        host = observer_;
     }
-    if (TarnPlayerObserver* host = observer_) {
+    if (host) {
         host->onCompleted();
     }
 }
 
 void InnerPlayerObserver::onDurationUpdated(std::shared_ptr<KelpPlayer> /*player*/, int durationMs) {
     Log::Info(kTag, "%s, durationMs:%d\n", "onDurationUpdated", durationMs);
-    if (TarnPlayerObserver* host = observer_) {
+    if (TarnPlayerObserver* host = hostToTell()) {
         host->onDurationUpdated(onHostsClock(offsetMs_, durationMs));
     }
 }

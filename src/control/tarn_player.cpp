@@ -29,7 +29,13 @@ int negate(int a) {
 }  // namespace
 
 TarnPlayer* TarnPlayer::create() {
-    return new (std::nothrow) TarnPlayer();
+    auto* player = new (std::nothrow) TarnPlayer();
+    if (player && !player->engineReady_) {
+        Log::Error(kTag, "%s, the engine can't be started\n", "create");
+        delete player;
+        return nullptr;
+    }
+    return player;
 }
 
 void TarnPlayer::destroy(TarnPlayer* player) {
@@ -38,14 +44,25 @@ void TarnPlayer::destroy(TarnPlayer* player) {
 
 TarnPlayer::TarnPlayer()
     : player_(std::make_shared<KelpPlayer>()), innerObserver_(std::make_shared<InnerPlayerObserver>(this)) {
-    player_->init(innerObserver_.get());
+    engineReady_ = player_->init(innerObserver_.get());
     player_->setAVSyncMode(syncMasterMode_);
     player_->enableHwDecoder(hwDecoderEnabled_, hwDecodeMode_);
 }
 
 TarnPlayer::~TarnPlayer() {
-    // No event arrives behind this.
+    // The engine's threads don't end by themselves.
+    const auto endPlayback = [this] {
+        std::lock_guard lock(mutex_);
+        ++sourceGeneration_;
+        if (engineLoaded_) {
+            state_ = PLAYER_STATE_STOPPED;  // a source that became ready at this moment isn't started
+            unload();
+        }
+    };
+    endPlayback();
+    // No event arrives behind this; one that is just being told may have opened the source again.
     player_->release();
+    endPlayback();
 }
 
 bool TarnPlayer::isIn(int states, const char* operation) const {
@@ -58,7 +75,11 @@ bool TarnPlayer::isIn(int states, const char* operation) const {
 
 bool TarnPlayer::setDataSource(const char* url, int offsetToClockMs, TarnPlayerObserver* observer) {
     std::lock_guard lock(mutex_);
-    if (!url || !isIn(PLAYER_STATE_IDLE, "setDataSource")) {
+    if (!isIn(PLAYER_STATE_IDLE, "setDataSource")) {
+        return false;
+    }
+    if (!url) {
+        Log::Error(kTag, "%s, no url\n", "setDataSource");
         return false;
     }
     dataSource_ = url;
@@ -80,7 +101,23 @@ bool TarnPlayer::prepareAsync() {
     ++sourceGeneration_;
     state_ = PLAYER_STATE_PREPARING;
     const int offset = offsetToClockMs_;
-    return player_->loadFileAsync(dataSource_.c_str(), offset < 0 ? negate(offset) : 0);
+    return load(offset < 0 ? negate(offset) : 0);
+}
+
+bool TarnPlayer::load(int seekTimeMs) {
+    if (engineLoaded_) {
+        unload();  // after a reset without a stop: the engine takes one source at a time
+    }
+    // Everything that the source before has raised is queued by now, and goes by before this.
+    ++loadsAhead_;
+    player_->runInWorker([this] { --loadsAhead_; });
+    engineLoaded_ = player_->loadFileAsync(dataSource_.c_str(), seekTimeMs);
+    return engineLoaded_;
+}
+
+bool TarnPlayer::unload() {
+    engineLoaded_ = false;
+    return player_->stop();
 }
 
 bool TarnPlayer::start() {
@@ -174,7 +211,7 @@ bool TarnPlayer::stop() {
         return false;
     }
     state_ = PLAYER_STATE_STOPPED;
-    return player_->stop();
+    return unload();
 }
 
 bool TarnPlayer::reset() {
@@ -315,9 +352,9 @@ void TarnPlayer::restart(PlayerStates state, unsigned int generation) {
         return;  // the host has ended this source, or gone on with it, since
     }
     state_ = PLAYER_STATE_STOPPED;
-    player_->stop();
+    unload();
     state_ = PLAYER_STATE_PREPARING;
-    player_->loadFileAsync(dataSource_.c_str(), 0);
+    load(0);
     if (state == PLAYER_STATE_STARTED || state == PLAYER_STATE_PAUSED) {
         startRequest_ = true;
     }

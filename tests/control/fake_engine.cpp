@@ -81,6 +81,9 @@ bool KelpPlayer::init(KelpPlayerObserver* observer) {
 }
 void KelpPlayer::release() {
     note("release()");
+    if (engine().inRelease) {
+        engine().inRelease();
+    }
 }
 bool KelpPlayer::loadFileAsync(const char* fileName, int seekTime) {
     return noteAndAnswer("loadFileAsync", std::string(fileName) + ", " + text(seekTime));
@@ -89,6 +92,9 @@ bool KelpPlayer::play() {
     return noteAndAnswer("play");
 }
 bool KelpPlayer::stop() {
+    if (engine().inStop) {
+        engine().inStop();
+    }
     return noteAndAnswer("stop");
 }
 bool KelpPlayer::pause() {

@@ -30,6 +30,8 @@ struct FakeEngine {
     std::vector<std::function<void()>> worker;
     std::map<unsigned int, Timer> timers;
     unsigned int nextTimerId = 1;
+    std::function<void()> inStop;  // run within `stop` and `release`, if set
+    std::function<void()> inRelease;
 
     std::vector<std::string> takeCalls();
     // Runs what is queued on the worker, also what that queues.

@@ -175,6 +175,17 @@ const std::vector<MediaFile>& mediaTable() {
          "-x264-params open-gop=1 -pix_fmt yuv420p -c:a aac -b:a 128k {out}", 320, 180, 300, 12000, true, 0},
         {"numbers_unknown.mkv", "Matroska as it is streamed: without a duration and without an index",
          "ffmpeg -i {dir}/numbers.mp4 -t 8 -c copy -live 1 -f matroska {out}", 320, 180, 200, 8000, true, 0},
+        // A decoder that fails: the slices of 150 pictures in a row have an unknown type.
+        {"broken.avi", "AVI, H.264; pictures 10 to 159 of 235 are refused by the decoder",
+         "ffmpeg -f lavfi -i testsrc2=size=160x90:rate=25:duration=9.4 "
+         "-c:v libx264 -preset veryfast -bf 0 -g 20 -pix_fmt yuv420p {tmp}/whole.avi && "
+         "perl -e 'binmode STDIN; binmode STDOUT; undef $/; $_ = <STDIN>; my ($at, $n) = (index($_, \"movi\") + 4, 0); "
+         "while ($at + 8 <= length $_ && substr($_, $at, 4) ne \"idx1\") { "
+         "my $size = unpack(\"V\", substr($_, $at + 4, 4)); "
+         "if (substr($_, $at, 4) eq \"00dc\" && $n++ >= 10 && $n <= 160) { my $data = substr($_, $at + 8, $size); "
+         "$data =~ s/(\\x00\\x00\\x01)(.)/my $type = ord($2) & 31; $1 . ($type == 1 || $type == 5 ? chr(ord($2) | 31) : $2)/gse; "
+         "substr($_, $at + 8, $size) = $data; } $at += 8 + $size + $size % 2; } print' < {tmp}/whole.avi > {out}",
+         160, 90, 0, 9400, false, 0},
     };
     return table;
 }

@@ -136,6 +136,34 @@ const std::vector<MediaFile>& mediaTable() {
          "perl -e 'binmode STDIN; binmode STDOUT; undef $/; $_ = <STDIN>; srand(7); "
          "for my $i (1 .. length($_) / 100) { substr($_, int(rand(length $_)), 1) = chr(int(rand(256))); } print' "
          "< {dir}/hevc.ts > {out}", 0, 0, 0, 0, false, 0},
+        // Three minutes for the keys of the player program, and a wall's four films.
+        {"long.mp4", "three minutes in small",
+         "ffmpeg -f lavfi -i testsrc2=size=160x90:rate=10:duration=180 "
+         "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=180 -ac 2 "
+         "-c:v libx264 -preset ultrafast -g 20 -pix_fmt yuv420p -c:a aac -b:a 64k {out}",
+         160, 90, 1800, 180000, true, 440},
+        {"wall0.mp4", "a red half minute with a bright bar that moves, and a tone",
+         "ffmpeg -f lavfi -i color=c=0xc00000:size=640x360:rate=25:duration=30 "
+         "-f lavfi -i color=c=white:size=16x40:rate=25:duration=30 "
+         "-f lavfi -i sine=frequency=300:sample_rate=48000:duration=30 -filter_complex overlay=x=n:y=310 -ac 2 "
+         "-c:v libx264 -preset ultrafast -bf 2 -g 25 -pix_fmt yuv420p -c:a aac -b:a 64k {out}",
+         640, 360, 750, 30000, true, 300},
+        {"wall1.mp4", "the same in green, without sound",
+         "ffmpeg -f lavfi -i color=c=0x00a000:size=640x360:rate=25:duration=30 "
+         "-f lavfi -i color=c=white:size=16x40:rate=25:duration=30 -filter_complex overlay=x=n:y=310 "
+         "-c:v libx264 -preset ultrafast -bf 2 -g 50 -pix_fmt yuv420p {out}",
+         640, 360, 750, 30000, true, 0},
+        {"wall2.ts", "the same in blue, MPEG-TS with a tone",
+         "ffmpeg -f lavfi -i color=c=0x0000c0:size=640x360:rate=25:duration=30 "
+         "-f lavfi -i color=c=white:size=16x40:rate=25:duration=30 "
+         "-f lavfi -i sine=frequency=600:sample_rate=48000:duration=30 -filter_complex overlay=x=n:y=310 -ac 2 "
+         "-c:v libx264 -preset ultrafast -bf 2 -g 25 -pix_fmt yuv420p -c:a aac -b:a 64k {out}",
+         640, 360, 750, 30000, true, 600},
+        {"wall3.avi", "the same in yellow, MPEG-4 in AVI, without sound",
+         "ffmpeg -f lavfi -i color=c=0xc0c000:size=640x360:rate=25:duration=30 "
+         "-f lavfi -i color=c=white:size=16x40:rate=25:duration=30 -filter_complex overlay=x=n:y=310 "
+         "-c:v mpeg4 -q:v 4 -g 25 -pix_fmt yuv420p {out}",
+         640, 360, 750, 30000, true, 0},
     };
     return table;
 }

@@ -4,13 +4,13 @@
 #include <string>
 
 // The one line on the terminal that says how far playback is. On a terminal it is written over, elsewhere a new one is
-// written once a second.
+// written once a second, and whenever the position jumps or something else than the position has changed.
 class ProgressLine {
 public:
     ProgressLine();
 
-    // Times in milliseconds.
-    void show(int64_t timeMs, int64_t durationMs, int framesPerSecond, int frames, bool paused);
+    // Times in milliseconds. `more` stands behind the figures.
+    void show(int64_t timeMs, int64_t durationMs, int framesPerSecond, int frames, const std::string& more);
 
     // Leaves the line, so that what follows starts on one of its own.
     void finish();
@@ -18,6 +18,8 @@ public:
 private:
     bool terminal_;
     int64_t lastSecond_ = -1;  // of the last line written where there is no terminal
+    int64_t lastTimeMs_ = 0;   // likewise
+    std::string lastMore_;     // likewise
     bool shown_ = false;
 };
 

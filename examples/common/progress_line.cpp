@@ -5,6 +5,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+constexpr int64_t kJumpMs = 2000;
+
+}  // namespace
 
 std::string clockText(int64_t ms) {
     const auto seconds = static_cast<long long>(std::max<int64_t>(ms, 0) / 1000);
@@ -20,20 +27,23 @@ std::string clockText(int64_t ms) {
 ProgressLine::ProgressLine() : terminal_(isatty(STDOUT_FILENO) != 0) {
 }
 
-void ProgressLine::show(int64_t timeMs, int64_t durationMs, int framesPerSecond, int frames, bool paused) {
+void ProgressLine::show(int64_t timeMs, int64_t durationMs, int framesPerSecond, int frames, const std::string& more) {
     if (!terminal_) {
         using namespace std::chrono;
         const auto second = duration_cast<seconds>(steady_clock::now().time_since_epoch()).count();
-        if (second == lastSecond_) {
+        const bool jumped = std::abs(timeMs - lastTimeMs_) >= kJumpMs;
+        if (second == lastSecond_ && more == lastMore_ && !jumped) {
             return;
         }
         lastSecond_ = second;
+        lastTimeMs_ = timeMs;
+        lastMore_ = more;
     }
     constexpr int kBar = 30;
     const int done = durationMs > 0 ? static_cast<int>(std::clamp<int64_t>(timeMs * kBar / durationMs, 0, kBar)) : 0;
     std::printf("%s[%s%s] %s / %s  %2d fps  %d frames%s", terminal_ ? "\r" : "", std::string(done, '#').c_str(),
                 std::string(kBar - done, '.').c_str(), clockText(timeMs).c_str(), clockText(durationMs).c_str(),
-                framesPerSecond, frames, paused ? "  paused" : "");
+                framesPerSecond, frames, more.c_str());
     std::fputs(terminal_ ? "\033[K" : "\n", stdout);
     std::fflush(stdout);
     shown_ = true;

@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <system_error>
+#include <vector>
 
 namespace {
 
@@ -31,8 +32,8 @@ private:
     int saved_;
 };
 
-// Whether a sound device can be opened. A sound system without one complains at length.
-bool hasSoundDevice() {
+// Whether so many sound devices can be opened. A sound system without any complains at length.
+bool hasSoundDevices(int count) {
     const QuietStandardError quiet;
     if (SDL_InitSubSystem(SDL_INIT_AUDIO) != 0) {
         return false;
@@ -42,12 +43,28 @@ bool hasSoundDevice() {
     wanted.format = AUDIO_S16LSB;
     wanted.channels = 2;
     wanted.samples = 1024;
-    const SDL_AudioDeviceID device = SDL_OpenAudioDevice(nullptr, 0, &wanted, nullptr, SDL_AUDIO_ALLOW_ANY_CHANGE);
-    if (device != 0) {
+    std::vector<SDL_AudioDeviceID> devices;
+    for (int i = 0; i < count; ++i) {
+        devices.push_back(SDL_OpenAudioDevice(nullptr, 0, &wanted, nullptr, SDL_AUDIO_ALLOW_ANY_CHANGE));
+    }
+    bool all = true;
+    for (const SDL_AudioDeviceID device : devices) {
+        all = all && device != 0;
         SDL_CloseAudioDevice(device);
     }
     SDL_QuitSubSystem(SDL_INIT_AUDIO);
-    return device != 0;
+    return all;
+}
+
+// SDL's dummy is one device only; its writer of files is as many as one likes.
+void playInSilence(int soundDevices) {
+    if (soundDevices == 1) {
+        setenv("SDL_AUDIODRIVER", "dummy", 1);
+        return;
+    }
+    setenv("SDL_AUDIODRIVER", "disk", 1);
+    setenv("SDL_DISKAUDIOFILE", "/dev/null", 1);
+    SDL_LogSetPriority(SDL_LOG_CATEGORY_AUDIO, SDL_NUM_LOG_PRIORITIES);  // it warns of itself
 }
 
 }  // namespace
@@ -75,13 +92,13 @@ std::string problemOfPath(const std::string& path) {
     return {};
 }
 
-bool chooseDrivers(const char* program, bool windowsWanted) {
+bool chooseDrivers(const char* program, bool windowsWanted, int soundDevices) {
     const bool windows = windowsWanted && SDL_InitSubSystem(SDL_INIT_VIDEO) == 0;
     if (!windows) {
         setenv("SDL_VIDEODRIVER", "dummy", 1);
     }
-    if (!hasSoundDevice()) {
-        setenv("SDL_AUDIODRIVER", "dummy", 1);
+    if (!hasSoundDevices(soundDevices)) {
+        playInSilence(soundDevices);
         std::fprintf(stderr, "%s: no sound device, playing in silence\n", program);
     }
     return windows;

@@ -27,23 +27,23 @@ std::string clockText(int64_t ms) {
 ProgressLine::ProgressLine() : terminal_(isatty(STDOUT_FILENO) != 0) {
 }
 
-void ProgressLine::show(int64_t timeMs, int64_t durationMs, int framesPerSecond, int frames, const std::string& more) {
+void ProgressLine::show(int64_t timeMs, int64_t durationMs, const std::string& figures, const std::string& status) {
     if (!terminal_) {
         using namespace std::chrono;
         const auto second = duration_cast<seconds>(steady_clock::now().time_since_epoch()).count();
         const bool jumped = std::abs(timeMs - lastTimeMs_) >= kJumpMs;
-        if (second == lastSecond_ && more == lastMore_ && !jumped) {
+        if (second == lastSecond_ && status == lastStatus_ && !jumped) {
             return;
         }
         lastSecond_ = second;
         lastTimeMs_ = timeMs;
-        lastMore_ = more;
+        lastStatus_ = status;
     }
     constexpr int kBar = 30;
     const int done = durationMs > 0 ? static_cast<int>(std::clamp<int64_t>(timeMs * kBar / durationMs, 0, kBar)) : 0;
-    std::printf("%s[%s%s] %s / %s  %2d fps  %d frames%s", terminal_ ? "\r" : "", std::string(done, '#').c_str(),
+    std::printf("%s[%s%s] %s / %s  %s%s", terminal_ ? "\r" : "", std::string(done, '#').c_str(),
                 std::string(kBar - done, '.').c_str(), clockText(timeMs).c_str(), clockText(durationMs).c_str(),
-                framesPerSecond, frames, more.c_str());
+                figures.c_str(), status.c_str());
     std::fputs(terminal_ ? "\033[K" : "\n", stdout);
     std::fflush(stdout);
     shown_ = true;

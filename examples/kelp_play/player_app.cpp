@@ -198,8 +198,9 @@ void PlayerApp::start() {
 }
 
 void PlayerApp::showProgress() {
-    progress_.show(player_->getCurrentTime(), player_->getDuration(), counter_.framesPerSecond(), counter_.frames(),
-                   control_.status());
+    char figures[64];
+    std::snprintf(figures, sizeof figures, "%2d fps  %d frames", counter_.framesPerSecond(), counter_.frames());
+    progress_.show(player_->getCurrentTime(), player_->getDuration(), figures, control_.status());
     updateTitle();
 }
 

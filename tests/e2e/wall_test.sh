@@ -90,7 +90,7 @@ tiles_stand() {
 }
 # Where the bright bar is in the tile at X Y; it moves by a pixel a picture.
 bar() {
-    od -An -tu1 -v -w3 -j $(((($2 + 355) * 1400 + $1) * 3)) -N $((640 * 3)) "$scratch/screen" |
+    od -An -tu1 -v -w3 -j $(((($2 + 330) * 1400 + $1) * 3)) -N $((640 * 3)) "$scratch/screen" |
         awk '$1 > 225 && $2 > 225 && $3 > 225 { print NR - 1; exit }'
 }
 

@@ -1,8 +1,9 @@
 // Prints what playing a file costs, beside what decoding it costs without a player, and tables of single things, each
 // from a source of its own.
 //
-// usage: kelp_bench [FILE]. Without FILE a clip of 20 s is made with the ffmpeg command: 1920x1080 at 30 frames per
-// second, H.264 with B-frames, AAC. Every row runs in a process of its own, so that its memory is its own.
+// usage: kelp_bench [FILE]. `kelp_bench --av-distance` prints how far picture and sound are apart. Without FILE a clip
+// of 20 s is made with the ffmpeg command: 1920x1080 at 30 frames per second, H.264 with B-frames, AAC. Every row runs
+// in a process of its own, so that its memory is its own.
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -13,12 +14,14 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "av_distance.h"
 #include "kelp_player/frame_sink.h"
 #include "kelp_player/kelp_player.h"
 #include "kelp_player/log.h"
@@ -241,6 +244,9 @@ Row measure(const std::string& name, Work work) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && std::strcmp(argv[1], "--av-distance") == 0) {
+        return printAvDistance() ? 0 : 1;
+    }
     std::string path = argc > 1 ? argv[1] : "build/bench_everyday.mp4";
     if (argc <= 1 && access(path.c_str(), R_OK) != 0) {
         const std::string command =

@@ -8,11 +8,11 @@ int main(int argc, char** argv) {
     Options options;
     std::string error;
     if (!parseOptions(argc, argv, options, error)) {
-        std::fprintf(stderr, "kelp_play: %s\n%s", error.c_str(), kUsage);
+        std::fprintf(stderr, "kelp_play: %s\n%s", error.c_str(), usage().c_str());
         return 2;
     }
     if (options.help) {
-        std::fputs(kUsage, stdout);
+        std::fputs(usage().c_str(), stdout);
         return 0;
     }
     PlayerApp app(options);

@@ -1,54 +1,133 @@
 #include "options.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstring>
+#include <string_view>
 
-const char* const kUsage =
-    "usage: kelp_play [OPTIONS] FILE\n"
-    "\n"
-    "  --headless         play without a window\n"
-    "  --snapshot N DIR   write N pictures, evenly spaced, as PNG files into DIR\n"
-    "  --help             show this\n"
-    "\n"
-    "Keys: space pauses and resumes, 9 and 0 lower and raise the volume, q or Escape quits.\n";
+#include "keys.h"
 
-bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
-    bool optionsEnded = false;
-    for (int i = 1; i < argc; ++i) {
-        const char* argument = argv[i];
-        if (optionsEnded || argument[0] != '-' || argument[1] == '\0') {
-            if (!options.file.empty()) {
-                error = std::string("more than one file: ") + argument;
+namespace {
+
+constexpr std::array<std::string_view, 6> kLogLevels = {"trace", "debug", "info", "warning", "error", "none"};
+constexpr std::array<std::pair<std::string_view, Master>, 4> kMasters = {
+    {{"clock", Master::Clock}, {"audio", Master::Audio}, {"video", Master::Video}, {"host", Master::Host}}};
+
+// Reads the words of a command line one after the other.
+class Parser {
+public:
+    Parser(int argc, char** argv, Options& options, std::string& error)
+        : words_(argv + 1, argv + std::max(argc, 1)), options_(options), error_(error) {}
+
+    bool run() {
+        bool optionsEnded = false;
+        for (; next_ < words_.size(); ++next_) {
+            const std::string_view word = words_[next_];
+            if (optionsEnded || word.size() < 2 || word[0] != '-') {
+                if (!options_.file.empty()) {
+                    return mistake("more than one file: ", word);
+                }
+                options_.file = word;
+            } else if (word == "--") {
+                optionsEnded = true;
+            } else if (!option(word)) {
                 return false;
             }
-            options.file = argument;
-        } else if (std::strcmp(argument, "--") == 0) {
-            optionsEnded = true;
-        } else if (std::strcmp(argument, "--headless") == 0) {
-            options.headless = true;
-        } else if (std::strcmp(argument, "--help") == 0) {
-            options.help = true;
-        } else if (std::strcmp(argument, "--snapshot") == 0) {
-            if (i + 2 >= argc) {
-                error = "--snapshot takes a number and a folder";
-                return false;
-            }
-            const char* number = argv[++i];
-            const char* end = number + std::strlen(number);
-            const auto parsed = std::from_chars(number, end, options.snapshots);
-            if (parsed.ec != std::errc() || parsed.ptr != end || options.snapshots < 1) {
-                error = std::string("not a number of pictures: ") + number;
-                return false;
-            }
-            options.snapshotFolder = argv[++i];
-        } else {
-            error = std::string("unknown option ") + argument;
-            return false;
         }
+        return options_.help || !options_.file.empty() || mistake("no file given", "");
     }
-    if (options.file.empty() && !options.help) {
-        error = "no file given";
+
+private:
+    bool option(std::string_view word) {
+        if (word == "--headless") {
+            options_.headless = true;
+        } else if (word == "--help") {
+            options_.help = true;
+        } else if (word == "--no-hw") {
+            options_.hardware = false;
+        } else if (word == "--snapshot") {
+            if (!hasValues(2)) {
+                return mistake("--snapshot takes a number and a folder", "");
+            }
+            if (!number(options_.snapshots, 1)) {
+                return mistake("not a number of pictures: ", words_[next_]);
+            }
+            options_.snapshotFolder = words_[++next_];
+        } else if (word == "--retry" || word == "--master" || word == "--option" || word == "--log") {
+            return hasValues(1) ? optionWithValue(word) : mistake(word, " takes a value");
+        } else {
+            return mistake("unknown option ", word);
+        }
+        return true;
+    }
+
+    bool optionWithValue(std::string_view word) {
+        if (word == "--retry") {
+            return number(options_.retryMs, 0) || mistake("not a number of milliseconds: ", words_[next_]);
+        }
+        const std::string_view value = words_[++next_];
+        if (word == "--master") {
+            const auto found = std::find_if(kMasters.begin(), kMasters.end(),
+                                            [&](const auto& master) { return master.first == value; });
+            if (found == kMasters.end()) {
+                return mistake("no master of that name: ", value);
+            }
+            options_.master = found->second;
+        } else if (word == "--log") {
+            if (std::find(kLogLevels.begin(), kLogLevels.end(), value) == kLogLevels.end()) {
+                return mistake("no log level of that name: ", value);
+            }
+            options_.logLevel = value;
+        } else {
+            const auto equals = value.find('=');
+            if (equals == std::string_view::npos || equals == 0) {
+                return mistake("not KEY=VALUE: ", value);
+            }
+            options_.playerOptions.emplace_back(value.substr(0, equals), value.substr(equals + 1));
+        }
+        return true;
+    }
+
+    bool hasValues(size_t count) const { return next_ + count < words_.size(); }
+
+    // Reads the next word into `value`; false if it isn't a number, or less than `least`.
+    bool number(int& value, int least) {
+        const char* text = words_[++next_];
+        const char* end = text + std::strlen(text);
+        const auto parsed = std::from_chars(text, end, value);
+        return parsed.ec == std::errc() && parsed.ptr == end && value >= least;
+    }
+
+    bool mistake(std::string_view what, std::string_view word) {
+        error_ = std::string(what).append(word);
         return false;
     }
-    return true;
+
+    const std::vector<const char*> words_;
+    size_t next_ = 0;
+    Options& options_;
+    std::string& error_;
+};
+
+}  // namespace
+
+std::string usage() {
+    return std::string(
+               "usage: kelp_play [OPTIONS] FILE\n"
+               "\n"
+               "  --headless          play without a window\n"
+               "  --snapshot N DIR    write N pictures, evenly spaced, as PNG files into DIR\n"
+               "  --retry MS          start a source that failed again, so many milliseconds later\n"
+               "  --no-hw             decode in software only\n"
+               "  --master WHICH      what picture and sound follow: clock, audio (the default), video or host\n"
+               "  --option KEY=VALUE  an option for opening the source; may be given again and again\n"
+               "  --log LEVEL         log to standard error: trace, debug, info, warning, error or none\n"
+               "  --help              show this\n"
+               "\n") +
+           kKeysUsage + "A click or drag in the window goes to that part of the time line.\n";
+}
+
+bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
+    return Parser(argc, argv, options, error).run();
 }

@@ -1,6 +1,11 @@
 #pragma once
 
 #include <string>
+#include <utility>
+#include <vector>
+
+// Whose clock picture and sound follow.
+enum class Master { Clock, Audio, Video, Host };
 
 // The command line of the player program.
 struct Options {
@@ -8,10 +13,15 @@ struct Options {
     bool headless = false;
     int snapshots = 0;  // pictures to write; 0 for none
     std::string snapshotFolder;
+    int retryMs = 0;  // from a failure of the source to its restart; 0 for none
+    bool hardware = true;
+    Master master = Master::Audio;
+    std::vector<std::pair<std::string, std::string>> playerOptions;  // keys and values for TarnPlayer::setOption
+    std::string logLevel;                                            // a word of the option "log_level"; empty for none
     bool help = false;
 };
 
-extern const char* const kUsage;
+std::string usage();
 
 // Reads the command line into `options`. On a mistake it says so in `error` and gives false.
 bool parseOptions(int argc, char** argv, Options& options, std::string& error);

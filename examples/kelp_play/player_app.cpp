@@ -1,24 +1,19 @@
 #include "player_app.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
+#include <utility>
+#include <vector>
 
 #include "kelp_player/log.h"
+#include "machine.h"
 
 namespace {
 
 constexpr int kLoopMs = 20;
 constexpr Uint32 kWindowSetUpMs = 3000;  // then events are served again, whatever came of the window
-constexpr float kVolumeStep = 0.1F;
-constexpr float kVolumeMax = 2.0F;
 
 volatile std::sig_atomic_t g_interrupted = 0;
 
@@ -26,118 +21,38 @@ void onInterrupt(int) {
     g_interrupted = 1;
 }
 
-// Keeps off the terminal what a library writes to standard error by itself.
-class QuietStandardError {
-public:
-    QuietStandardError() : saved_(dup(STDERR_FILENO)) {
-        const int nowhere = open("/dev/null", O_WRONLY);
-        dup2(nowhere, STDERR_FILENO);
-        close(nowhere);
-    }
-    ~QuietStandardError() {
-        dup2(saved_, STDERR_FILENO);
-        close(saved_);
-    }
-    QuietStandardError(const QuietStandardError&) = delete;
-    QuietStandardError& operator=(const QuietStandardError&) = delete;
-
-private:
-    int saved_;
-};
-
-// Whether a sound device can be opened. A sound system without one complains at length.
-bool hasSoundDevice() {
-    const QuietStandardError quiet;
-    if (SDL_InitSubSystem(SDL_INIT_AUDIO) != 0) {
-        return false;
-    }
-    SDL_AudioSpec wanted{};
-    wanted.freq = 48000;
-    wanted.format = AUDIO_S16LSB;
-    wanted.channels = 2;
-    wanted.samples = 1024;
-    const SDL_AudioDeviceID device = SDL_OpenAudioDevice(nullptr, 0, &wanted, nullptr, SDL_AUDIO_ALLOW_ANY_CHANGE);
-    if (device != 0) {
-        SDL_CloseAudioDevice(device);
-    }
-    SDL_QuitSubSystem(SDL_INIT_AUDIO);
-    return device != 0;
-}
-
-// The library's own words in an error line of the engine, or the line as it is.
-std::string reasonIn(const std::string& line) {
-    const auto code = line.find(", ", line.find("ret:"));
-    const auto end = line.find(", is stoped:");
-    if (line.find("ret:") == std::string::npos || code == std::string::npos || end == std::string::npos) {
-        return line;
-    }
-    return line.substr(code + 2, end - code - 2);
-}
-
-// What can be said of a path before the library looks at it; empty if nothing.
-std::string problemOfPath(const std::string& path) {
-    if (path.find("://") != std::string::npos) {
-        return {};
-    }
-    std::error_code error;
-    const auto status = std::filesystem::status(path, error);
-    if (!std::filesystem::exists(status)) {
-        return "no such file";
-    }
-    if (std::filesystem::is_directory(status)) {
-        return "is a folder";
-    }
-    if (std::filesystem::is_regular_file(status)) {
-        if (std::filesystem::file_size(path, error) == 0 && !error) {
-            return "the file is empty";
-        }
-        if (!std::ifstream(path)) {
-            return "can't be read";
-        }
-    }
-    return {};
-}
-
 }  // namespace
 
-PlayerApp::PlayerApp(const Options& options) : options_(options), headless_(options.headless) {
+PlayerApp::PlayerApp(const Options& options) : options_(options), control_(options.master) {
 }
 
 PlayerApp::~PlayerApp() {
-    if (player_) {
+    if (player_ != nullptr) {
         player_->stop();
-        player_->release();
+        kelp::TarnPlayer::destroy(player_);
     }
     if (window_ != nullptr) {
         SDL_DestroyWindow(window_);
     }
-    kelp::Log::SetLogCallback(nullptr);
 }
 
 int PlayerApp::run() {
-    const std::string problem = problemOfPath(options_.file);
+    // A file that isn't there may still come where the user wants it tried again.
+    const std::string problem = options_.retryMs > 0 ? std::string() : problemOfPath(options_.file);
     if (!problem.empty()) {
         fail(problem);
         return exitCode_;
     }
     std::signal(SIGINT, onInterrupt);
     std::signal(SIGTERM, onInterrupt);
-    catchLog();
-    chooseDrivers();
-    player_ = std::make_shared<kelp::KelpPlayer>();
-    if (!player_->init(this)) {
-        fail("the player can't be started");
+    log_.install(/*shown=*/!options_.logLevel.empty() && options_.logLevel != "none");
+    const bool windows = chooseDrivers("kelp_play", !options_.headless);
+    if (!createPlayer() || (windows && !openWindow())) {
         return exitCode_;
     }
-    // The libraries' own lines would break up the progress line; the engine's errors are kept for a message.
-    player_->setOption("log_level", "none");
-    kelp::Log::SetLevel(1);
-    player_->setAVSyncMode(kelp::SYNC_MASTER_AUDIO);
-    if (!openWindow()) {
-        return exitCode_;
-    }
-    player_->addWindow(kelp::WINDOW_TYPE_EXTERN, static_cast<kelp::ExternFrameSink*>(&counter_), 0, 0);
-    if (!player_->loadFileAsync(options_.file.c_str(), 0)) {
+    // Behind the window in the player's list: its first picture tells that the window is ready.
+    player_->addWindow(static_cast<kelp::ExternFrameSink*>(&counter_), kelp::WINDOW_TYPE_EXTERN, 0, 0);
+    if (!player_->setDataSource(options_.file.c_str(), 0, this) || !player_->prepareAsync()) {
         fail("can't be loaded");
         return exitCode_;
     }
@@ -149,43 +64,48 @@ int PlayerApp::run() {
     return exitCode_;
 }
 
-// The engine's error lines are the reason that a failure event doesn't carry.
-void PlayerApp::catchLog() {
-    kelp::Log::SetLogCallback([this](const char* line) {
-        std::string text(line);
-        const auto message = text.find("]: ");
-        text = message == std::string::npos ? text : text.substr(message + 3);
-        text.erase(text.find_last_not_of(" \r\n") + 1);
-        std::lock_guard lock(reasonMutex_);
-        reason_ = std::move(text);
-    });
+bool PlayerApp::createPlayer() {
+    // The player itself doesn't tell when SDL fails it.
+    if (SDL_Init(SDL_INIT_AUDIO | SDL_INIT_VIDEO) != 0) {
+        fail(std::string("the player can't be started: ") + SDL_GetError());
+        return false;
+    }
+    player_ = kelp::TarnPlayer::create();
+    if (player_ == nullptr) {
+        fail("the player can't be started");
+        return false;
+    }
+    setLogLevel();
+    control_.attach(player_);
+    if (!options_.hardware) {
+        player_->enableHwDecoder(false, kelp::HW_DECODE_NONE);
+    }
+    if (options_.retryMs > 0) {
+        player_->setOption("retry_when_failed", std::to_string(options_.retryMs).c_str());
+    }
+    for (const auto& [key, value] : options_.playerOptions) {
+        player_->setOption(key.c_str(), value.c_str());
+    }
+    return true;
 }
 
-// A machine without a screen or a sound device still plays: without a window, or in silence at the right pace.
-void PlayerApp::chooseDrivers() {
-    if (!headless_ && SDL_InitSubSystem(SDL_INIT_VIDEO) != 0) {
-        headless_ = true;
-    }
-    if (headless_) {
-        setenv("SDL_VIDEODRIVER", "dummy", 1);
-    }
-    if (!hasSoundDevice()) {
-        setenv("SDL_AUDIODRIVER", "dummy", 1);
-        std::fprintf(stderr, "kelp_play: no sound device, playing in silence\n");
+// By default the libraries' own lines would break up the progress line. The engine's errors are kept for a message in
+// any case.
+void PlayerApp::setLogLevel() {
+    player_->setOption("log_level", options_.logLevel.empty() ? "none" : options_.logLevel.c_str());
+    if (kelp::Log::GetLevel() < 1) {
+        kelp::Log::SetLevel(1);
     }
 }
 
 bool PlayerApp::openWindow() {
-    if (headless_) {
-        return true;
-    }
     window_ =
         SDL_CreateWindow("kelp_play", SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, 1280, 720, SDL_WINDOW_RESIZABLE);
     if (window_ == nullptr) {
         fail(std::string("no window: ") + SDL_GetError());
         return false;
     }
-    return player_->addWindow(kelp::WINDOW_TYPE_SDL, window_, 1280, 720);
+    return player_->addWindow(window_, kelp::WINDOW_TYPE_SDL, 1280, 720);
 }
 
 void PlayerApp::loop() {
@@ -194,19 +114,13 @@ void PlayerApp::loop() {
         if (g_interrupted != 0) {
             quit_ = true;
         } else if (failed_) {
-            std::string why;
-            {
-                std::lock_guard lock(reasonMutex_);
-                why = reason_;
-            }
-            fail(why.empty() ? "can't be played" : reasonIn(why));
+            const std::string why = log_.reason();
+            fail(why.empty() ? "can't be played" : why);
         } else if (prepared_ && !playing_) {
             start();
         }
         if (playing_ && exitCode_ == 0) {
-            progress_.show(player_->getCurrentTime(), player_->getDuration(), counter_.framesPerSecond(),
-                           counter_.frames(), paused_);
-            updateTitle();
+            showProgress();
             if (!writeSnapshots(false)) {
                 exitCode_ = 1;
                 quit_ = true;
@@ -226,41 +140,42 @@ void PlayerApp::handleEvents() {
         return;
     }
     for (SDL_Event event; SDL_PollEvent(&event) != 0;) {
-        if (event.type == SDL_QUIT) {
-            quit_ = true;
-        } else if (event.type == SDL_KEYDOWN) {
-            handleKey(event.key.keysym.sym);
-        }
+        handleEvent(event);
     }
 }
 
 // With the first drawing the player makes its renderer, and SDL may make the native window anew for it: it isn't to be
-// touched meanwhile. The counter stands behind the window in the player's list, so its first picture tells the end.
+// touched meanwhile.
 bool PlayerApp::isWindowBeingSetUp() {
     return playing_ && window_ != nullptr && hasVideo_ && counter_.frames() == 0 &&
            SDL_GetTicks() - playedAtTicks_ < kWindowSetUpMs;
 }
 
-void PlayerApp::handleKey(SDL_Keycode key) {
-    switch (key) {
-        case SDLK_q:
-        case SDLK_ESCAPE:
+void PlayerApp::handleEvent(const SDL_Event& event) {
+    if (event.type == SDL_QUIT) {
+        quit_ = true;
+    } else if (event.type == SDL_KEYDOWN) {
+        const KeyCommand command = commandOf(event.key.keysym);
+        if (command.command == Command::Quit) {
             quit_ = true;
-            break;
-        case SDLK_SPACE:
-            if (playing_) {
-                paused_ = !paused_;
-                paused_ ? player_->pause() : player_->resume();
-            }
-            break;
-        case SDLK_0:
-            changeVolume(kVolumeStep);
-            break;
-        case SDLK_9:
-            changeVolume(-kVolumeStep);
-            break;
-        default:
-            break;
+        } else if (playing_) {
+            control_.carryOut(command);
+        }
+    } else if (event.type == SDL_MOUSEBUTTONDOWN && event.button.button == SDL_BUTTON_LEFT) {
+        seekToColumn(event.button.x);
+    } else if (event.type == SDL_MOUSEMOTION && (event.motion.state & SDL_BUTTON_LMASK) != 0) {
+        seekToColumn(event.motion.x);
+    } else if (event.type == SDL_WINDOWEVENT && event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED) {
+        player_->addWindow(window_, kelp::WINDOW_TYPE_SDL, event.window.data1, event.window.data2);
+    }
+}
+
+// The window's width stands for the time line.
+void PlayerApp::seekToColumn(int x) {
+    int width = 0;
+    SDL_GetWindowSize(window_, &width, nullptr);
+    if (playing_ && width > 0) {
+        control_.seekTo(static_cast<int64_t>(player_->getDuration()) * x / width);
     }
 }
 
@@ -277,16 +192,16 @@ void PlayerApp::start() {
         std::error_code error;
         std::filesystem::create_directories(options_.snapshotFolder, error);
     }
-    if (!player_->play()) {
+    if (!player_->start()) {
         fail("has no stream that can be played");
-        return;
     }
-    player_->setVolume(volume_);
 }
 
-void PlayerApp::changeVolume(float step) {
-    volume_ = std::clamp(volume_ + step, 0.0F, kVolumeMax);
-    player_->setVolume(volume_);
+void PlayerApp::showProgress() {
+    char figures[64];
+    std::snprintf(figures, sizeof figures, "%2d fps  %d frames", counter_.framesPerSecond(), counter_.frames());
+    progress_.show(player_->getCurrentTime(), player_->getDuration(), figures, control_.status());
+    updateTitle();
 }
 
 void PlayerApp::updateTitle() {
@@ -322,23 +237,27 @@ void PlayerApp::fail(const std::string& why) {
     quit_ = true;
 }
 
-void PlayerApp::onVideoSizeUpdated(std::shared_ptr<kelp::KelpPlayer>, int, int, int) {
+void PlayerApp::onVideoSizeUpdated(int, int, int) {
 }
-void PlayerApp::onPrepared(std::shared_ptr<kelp::KelpPlayer>, bool hasVideo, bool) {
+void PlayerApp::onPrepared(bool hasVideo, bool hasAudio) {
+    control_.prepared(hasVideo, hasAudio);
     hasVideo_ = hasVideo;
     prepared_ = true;
 }
-void PlayerApp::onFailed(std::shared_ptr<kelp::KelpPlayer>, int, int) {
+void PlayerApp::onStarted() {
+    control_.started();
+}
+void PlayerApp::onFailed(int) {
     failed_ = true;
 }
-void PlayerApp::onFirstPacket(std::shared_ptr<kelp::KelpPlayer>, int) {
+void PlayerApp::onFirstVideoFrame(int ptsMs) {
+    control_.firstFrame(/*video=*/true, ptsMs);
 }
-void PlayerApp::onFirstVideoFrame(std::shared_ptr<kelp::KelpPlayer>, int) {
+void PlayerApp::onFirstAudioFrame(int ptsMs) {
+    control_.firstFrame(/*video=*/false, ptsMs);
 }
-void PlayerApp::onFirstAudioFrame(std::shared_ptr<kelp::KelpPlayer>, int) {
-}
-void PlayerApp::onCompleted(std::shared_ptr<kelp::KelpPlayer>) {
+void PlayerApp::onCompleted() {
     completed_ = true;
 }
-void PlayerApp::onDurationUpdated(std::shared_ptr<kelp::KelpPlayer>, int) {
+void PlayerApp::onDurationUpdated(int) {
 }

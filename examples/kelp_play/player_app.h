@@ -3,20 +3,20 @@
 #include <SDL.h>
 
 #include <atomic>
-#include <memory>
-#include <mutex>
 #include <string>
 
 #include "frame_counter.h"
-#include "kelp_player/kelp_player.h"
+#include "kelp_player/tarn_player.h"
 #include "options.h"
+#include "player_log.h"
 #include "progress_line.h"
+#include "remote_control.h"
 
 // The player program: one window, one source, and a loop on the main thread that serves the keys, the title and the
 // progress line.
 //
 // What the player tells comes on its worker thread and is only noted there; the loop acts on it.
-class PlayerApp final : private kelp::KelpPlayerObserver {
+class PlayerApp final : private kelp::TarnPlayerObserver {
 public:
     explicit PlayerApp(const Options& options);
     ~PlayerApp();
@@ -27,48 +27,46 @@ public:
     int run();
 
 private:
-    void onVideoSizeUpdated(std::shared_ptr<kelp::KelpPlayer> player, int width, int height, int rotate) override;
-    void onPrepared(std::shared_ptr<kelp::KelpPlayer> player, bool hasVideo, bool hasAudio) override;
-    void onFailed(std::shared_ptr<kelp::KelpPlayer> player, int errorType, int extraData) override;
-    void onFirstPacket(std::shared_ptr<kelp::KelpPlayer> player, int ptsMs) override;
-    void onFirstVideoFrame(std::shared_ptr<kelp::KelpPlayer> player, int ptsMs) override;
-    void onFirstAudioFrame(std::shared_ptr<kelp::KelpPlayer> player, int ptsMs) override;
-    void onCompleted(std::shared_ptr<kelp::KelpPlayer> player) override;
-    void onDurationUpdated(std::shared_ptr<kelp::KelpPlayer> player, int durationMs) override;
+    void onVideoSizeUpdated(int width, int height, int rotate) override;
+    void onPrepared(bool hasVideo, bool hasAudio) override;
+    void onStarted() override;
+    void onFailed(int errorType) override;
+    void onFirstVideoFrame(int ptsMs) override;
+    void onFirstAudioFrame(int ptsMs) override;
+    void onCompleted() override;
+    void onDurationUpdated(int durationMs) override;
 
-    void catchLog();
-    void chooseDrivers();
+    bool createPlayer();
+    void setLogLevel();
     bool openWindow();
     void loop();
     void handleEvents();
+    void handleEvent(const SDL_Event& event);
     bool isWindowBeingSetUp();
-    void handleKey(SDL_Keycode key);
+    void seekToColumn(int x);
     void start();
-    void changeVolume(float step);
+    void showProgress();
     void updateTitle();
     bool writeSnapshots(bool atEnd);
     void fail(const std::string& why);
 
     const Options options_;
+    PlayerLog log_;
     FrameCounter counter_;
     ProgressLine progress_;
-    std::shared_ptr<kelp::KelpPlayer> player_;
+    RemoteControl control_;
+    kelp::TarnPlayer* player_ = nullptr;
     SDL_Window* window_ = nullptr;
-    bool headless_;
 
     std::atomic<bool> prepared_{false};
     std::atomic<bool> hasVideo_{false};
     std::atomic<bool> failed_{false};
     std::atomic<bool> completed_{false};
-    std::mutex reasonMutex_;
-    std::string reason_;  // the engine's last error line; guarded by reasonMutex_
 
     bool playing_ = false;
     Uint32 playedAtTicks_ = 0;
-    bool paused_ = false;
     bool quit_ = false;
     int exitCode_ = 0;
-    float volume_ = 1.0F;
     int snapshotNumber_ = 0;
     std::string title_;
 };

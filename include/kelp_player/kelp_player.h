@@ -195,7 +195,8 @@ public:
 
     // With SYNC_MASTER_CLOCK, follow `clock` instead of the internal one; its reading less `offsetMs` is the time on
     // the stream. Null returns to the internal clock of the running playback. The clock stays the host's and must live
-    // until it was replaced or the player stopped. In force at once.
+    // until it was replaced, by null or another one, or the player stopped: it isn't read any more once this has
+    // returned. In force at once.
     void setExternSyncClock(KelpSyncClock* clock, int offsetMs);
 
     // Sets a string option. Neither argument may be null.

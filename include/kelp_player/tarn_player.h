@@ -147,7 +147,8 @@ public:
     // Whose clock the streams follow; SYNC_MASTER_CLOCK at first.
     void setAVSyncMode(SyncMasterMode mode);
 
-    // A clock of the host's to follow, or null for the player's own. Not owned; take it back before it goes.
+    // A clock of the host's to follow, or null for the player's own. Not owned: take it back before it goes. It isn't
+    // read any more once this has returned.
     void setSyncClock(KelpSyncClock* clock);
 
     // Changes the offset of `setDataSource` during playback and seeks to where the clock is on the stream. For one

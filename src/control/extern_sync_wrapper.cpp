@@ -1,27 +1,55 @@
 #include "control/extern_sync_wrapper.h"
 
+#include <limits>
+#include <thread>
+
+#include "clock/wrapping_math.h"
+
 namespace kelp {
+
+namespace {
+
+constexpr int64_t kNoSyncThresholdMs = 10000;
+// Further from every time of a stream than any threshold, and differences to it don't overflow.
+constexpr int64_t kOutOfReachMs = std::numeric_limits<int64_t>::min() / 2;
+
+}  // namespace
 
 ExternSyncWrapper::~ExternSyncWrapper() = default;
 
+template <class Result, class Read>
+Result ExternSyncWrapper::ask(Result without, Read read) {
+    // In this order, as `set` stores first and counts then: either it waits for this reader, or the reader finds what
+    // it has stored.
+    ++readers_;
+    KelpSyncClock* const clock = syncClock_.load();
+    const Result result = clock ? read(clock) : without;
+    --readers_;
+    return result;
+}
+
 int64_t ExternSyncWrapper::getNoSyncThreshold() {
-    return syncClock_.load()->getNoSyncThreshold();
+    return ask(kNoSyncThresholdMs, [](KelpSyncClock* clock) { return clock->getNoSyncThreshold(); });
 }
 
 bool ExternSyncWrapper::isForceSync() {
-    return syncClock_.load()->isForceSync();
+    return ask(false, [](KelpSyncClock* clock) { return clock->isForceSync(); });
 }
 
 int64_t ExternSyncWrapper::getSyncPts() {
-    return syncClock_.load()->getSyncPts() - offsetMs_.load();
+    return ask(kOutOfReachMs,
+               [this](KelpSyncClock* clock) { return wrappingSubtract(clock->getSyncPts(), offsetMs_.load()); });
 }
 
 void ExternSyncWrapper::setSyncObject(std::shared_ptr<SyncObject>) {
 }
 
 void ExternSyncWrapper::set(KelpSyncClock* clock, int32_t offsetMs) {
-    syncClock_ = clock;
+    const bool replaced = syncClock_.exchange(clock) != clock;
     offsetMs_ = offsetMs;
+    while (replaced && readers_.load() != 0) {
+        std::this_thread::yield();
+    }
 }
 
 }  // namespace kelp

@@ -242,6 +242,7 @@ void KelpPlayer::setAVSyncMode(SyncMasterMode mode) {
 void KelpPlayer::setExternSyncClock(KelpSyncClock* clock, int offsetMs) {
     if (!clock) {
         playTask_->setExternSyncClock(nullptr);
+        externSyncWrapper_->set(nullptr, offsetMs);
         return;
     }
     externSyncWrapper_->set(clock, offsetMs);

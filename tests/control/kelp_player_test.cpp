@@ -8,6 +8,8 @@
 #include <condition_variable>
 #include <filesystem>
 #include <fstream>
+#include <limits>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <sstream>
@@ -618,8 +620,29 @@ TEST_F(KelpPlayerTest, FollowsTheHostsClockThroughOneWrapper) {
     EXPECT_EQ(peer.syncObject()->getSyncPts(), 9001);
 
     player->setExternSyncClock(nullptr, 0);
-    EXPECT_EQ(peer.syncObject(), nullptr);  // before the first playback
-    EXPECT_EQ(wrapper->getSyncPts(), 9001);
+    EXPECT_EQ(peer.syncObject(), nullptr);            // before the first playback
+    EXPECT_EQ(wrapper->getNoSyncThreshold(), 10000);  // and nobody asks the host's clock any more
+}
+
+// Sound that was made the master goes on following whom it followed, and the host ends its clock all the same.
+TEST_F(KelpPlayerTest, LetsTheHostEndAClockThatItTookBack) {
+    init();
+    auto clock = std::make_unique<HostClock>(5000);
+    player->setExternSyncClock(clock.get(), 0);
+    player->loadFileAsync(smallMedia("long.mp4").c_str(), 0);
+    ASSERT_TRUE(waitUntil([&] { return recorder.has("prepared"); }));
+    ASSERT_TRUE(player->play());
+    player->setAVSyncMode(SYNC_MASTER_AUDIO);
+    PlayTaskPeer peer(*task());
+    const auto followed = AudioPlayThreadPeer::followed(*peer.audioPlay());
+    EXPECT_EQ(followed, KelpPlayerPeer::wrapper(*player));
+    player->setExternSyncClock(nullptr, 0);
+    clock.reset();
+    EXPECT_EQ(AudioPlayThreadPeer::followed(*peer.audioPlay()), followed);
+    // No threshold reaches that far, so that the sound plays as if it followed nobody.
+    EXPECT_LT(followed->getSyncPts(), std::numeric_limits<int64_t>::min() / 4);
+    EXPECT_FALSE(followed->isForceSync());
+    EXPECT_TRUE(waitUntil([&] { return player->getCurrentTime() > 200; }));
 }
 
 TEST_F(KelpPlayerTest, ReturnsToItsOwnClockAtOnce) {

@@ -72,8 +72,37 @@ expect 2
 expect 2 --snapshot 0 "$scratch" "$media/short.mp4"
 expect 2 --snapshot 3
 expect 2 "$media/short.mp4" "$media/short.mp4"
+for mistake in "--master nobody" "--master" "--retry soon" "--retry -1" "--option novalue" "--option =x" "--log loud"; do
+    # shellcheck disable=SC2086
+    expect 2 $mistake "$media/short.mp4"
+done
 expect 0 --help
 grep -q '^usage:' "$scratch/out" || fail "no usage for --help"
+
+# Whoever the master is, and in software.
+for master in clock audio video host; do
+    expect 0 --headless --no-hw --master $master "$media/short.mp4"
+done
+
+# The log goes to standard error, options to the demuxer; both only if asked for.
+expect 0 --headless --log debug --option max_delay=70000 --option no_such_option=x "$media/short.mp4"
+grep -q 'key:max_delay, value:70000' "$scratch/err" && grep -q 'key:no_such_option, value:x' "$scratch/err" ||
+    { fail "the options don't reach the demuxer"; cat "$scratch/err"; }
+! grep -q 'StreamParser' "$scratch/out" || fail "the log is on standard output"
+expect 0 --headless --log none "$media/short.mp4"
+! grep -q . "$scratch/err" || { fail "a log that nobody asked for"; cat "$scratch/err"; }
+
+# A source that isn't there yet is tried again, until it is, or the user has enough.
+timeout 60 "$program" --headless --retry 200 "$scratch/later.mp4" >"$scratch/out" 2>"$scratch/err" </dev/null &
+player=$!
+sleep 1
+cp "$media/short.mp4" "$scratch/part" && mv "$scratch/part" "$scratch/later.mp4"
+wait $player || { fail "the source came too late"; cat "$scratch/err"; }
+timeout 60 "$program" --headless --retry 200 "$scratch/never.mp4" >"$scratch/out" 2>"$scratch/err" </dev/null &
+player=$!
+sleep 0.5
+kill -TERM "$(ps -o pid= --ppid $player)"
+wait $player || { fail "no end to the retries"; cat "$scratch/err"; }
 
 # With a display it opens a window of that name, shows the bars, and ends by itself.
 mkfifo "$scratch/display"
@@ -95,6 +124,93 @@ for _ in $(seq 100); do
 done
 [ -n "$seen" ] || fail "nothing to be seen in the window"
 wait $player || { fail "the player with a window failed"; cat "$scratch/err"; }
+
+# The keys, by what the progress line says.
+export DISPLAY=:$display
+last_line() { tail -n 1 "$scratch/out"; }
+position() { last_line | sed -n 's/.*] \([0-9]*\):\([0-9]*\) .*/\1 \2/p' | awk '{print $1 * 60 + $2}'; }
+# wait_for WHAT COMMAND...: until the command succeeds.
+wait_for() {
+    local what=$1
+    shift
+    for _ in $(seq 300); do
+        "$@" && return
+        sleep 0.1
+    done
+    fail "$what; the last line is $(last_line)"
+    cat "$scratch/err"
+}
+between() { local at; at=$(position); [ "${at:-0}" -ge "$1" ] && [ "$at" -le "$2" ]; }
+shows() { last_line | grep -qE "$1"; }
+start() { # ARGS...
+    timeout 120 "$program" "$@" "$media/long.mp4" >"$scratch/out" 2>"$scratch/err" </dev/null &
+    player=$!
+    xdotool mousemove 700 450
+    wait_for "$* doesn't start" between 1 20
+}
+quit() {
+    xdotool key q
+    wait $player || { fail "exit code at q"; cat "$scratch/err"; }
+}
+start
+xdotool key space
+wait_for "no pause" shows 'paused$'
+stood=$(position)
+xdotool key Up
+wait_for "one minute on while paused" between $((stood + 58)) $((stood + 61))
+xdotool key Right
+wait_for "5 s on" between $((stood + 63)) $((stood + 66))
+xdotool key Left Left
+wait_for "10 s back" between $((stood + 53)) $((stood + 56))
+xdotool key shift+Right
+wait_for "one minute on with shift" between $((stood + 113)) $((stood + 116))
+xdotool key Down
+wait_for "one minute back" between $((stood + 53)) $((stood + 56))
+xdotool mousemove 700 450 click 1
+wait_for "a click in the middle" between 89 91
+xdotool mousemove 380 450 mousedown 1 mousemove 400 450 mousemove 1020 450 mouseup 1
+wait_for "a drag to three quarters" between 133 137
+xdotool key Home
+wait_for "the start" between 0 1
+shows 'paused$' || fail "seeks ended the pause"
+xdotool key 0 0
+wait_for "volume up" shows 'volume 120%'
+xdotool key 9 9 9
+wait_for "volume down" shows 'volume 90%'
+xdotool key bracketright bracketright bracketright bracketright bracketright bracketright bracketright
+wait_for "the highest speed" shows 'x4.00'
+xdotool key space
+wait_for "goes on" shows '90%$'
+# At four times the speed a second of this machine is worth more than one of the film, on a slow one too.
+at=$(date +%s)
+from=$(position)
+wait_for "plays at speed 4" between $((from + 12)) 175
+echo "speed 4: $(($(position) - from)) s in $(($(date +%s) - at)) s"
+[ $(($(date +%s) - at)) -le 11 ] || fail "speed 4 is too slow"
+xdotool key Home bracketleft bracketleft bracketleft bracketleft bracketleft bracketleft bracketleft bracketleft
+wait_for "the lowest speed" shows 'x0.50'
+xdotool key End
+wait_for "three seconds before the end" between 176 178
+quit
+
+# With the other masters the program takes a clock of its own that keeps the speed.
+for master in clock host; do
+    start --master $master
+    xdotool key bracketright bracketright bracketright
+    wait_for "speed 2" shows 'x2.00'
+    at=$(date +%s)
+    from=$(position)
+    wait_for "plays at speed 2 with $master" between $((from + 8)) 175
+    echo "speed 2 with $master: $(($(position) - from)) s in $(($(date +%s) - at)) s"
+    xdotool key space
+    wait_for "no pause with $master" shows 'paused$'
+    xdotool key Up
+    wait_for "one minute on with $master" between 68 110
+    xdotool key space
+    stood=$(position)
+    wait_for "goes on with $master" between $((stood + 2)) 175
+    quit
+done
 
 [ "$failures" = 0 ] && echo "all as expected"
 exit $((failures > 0))

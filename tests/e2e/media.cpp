@@ -186,6 +186,34 @@ const std::vector<MediaFile>& mediaTable() {
          "$data =~ s/(\\x00\\x00\\x01)(.)/my $type = ord($2) & 31; $1 . ($type == 1 || $type == 5 ? chr(ord($2) | 31) : $2)/gse; "
          "substr($_, $at + 8, $size) = $data; } $at += 8 + $size + $size % 2; } print' < {tmp}/whole.avi > {out}",
          160, 90, 0, 9400, false, 0},
+        // Three minutes for the keys of the player program, and a wall's four films.
+        {"long.mp4", "three minutes in small",
+         "ffmpeg -f lavfi -i testsrc2=size=160x90:rate=10:duration=180 "
+         "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=180 -ac 2 "
+         "-c:v libx264 -preset ultrafast -g 20 -pix_fmt yuv420p -c:a aac -b:a 64k {out}",
+         160, 90, 1800, 180000, true, 440},
+        {"wall0.mp4", "a red half minute with a bright bar that moves, and a tone",
+         "ffmpeg -f lavfi -i color=c=0xc00000:size=640x360:rate=25:duration=30 "
+         "-f lavfi -i color=c=white:size=16x40:rate=25:duration=30 "
+         "-f lavfi -i sine=frequency=300:sample_rate=48000:duration=30 -filter_complex overlay=x=n:y=310 -ac 2 "
+         "-c:v libx264 -preset ultrafast -bf 2 -g 25 -pix_fmt yuv420p -c:a aac -b:a 64k {out}",
+         640, 360, 750, 30000, true, 300},
+        {"wall1.mp4", "the same in green, without sound",
+         "ffmpeg -f lavfi -i color=c=0x00a000:size=640x360:rate=25:duration=30 "
+         "-f lavfi -i color=c=white:size=16x40:rate=25:duration=30 -filter_complex overlay=x=n:y=310 "
+         "-c:v libx264 -preset ultrafast -bf 2 -g 50 -pix_fmt yuv420p {out}",
+         640, 360, 750, 30000, true, 0},
+        {"wall2.ts", "the same in blue, MPEG-TS with a tone",
+         "ffmpeg -f lavfi -i color=c=0x0000c0:size=640x360:rate=25:duration=30 "
+         "-f lavfi -i color=c=white:size=16x40:rate=25:duration=30 "
+         "-f lavfi -i sine=frequency=600:sample_rate=48000:duration=30 -filter_complex overlay=x=n:y=310 -ac 2 "
+         "-c:v libx264 -preset ultrafast -bf 2 -g 25 -pix_fmt yuv420p -c:a aac -b:a 64k {out}",
+         640, 360, 750, 30000, true, 600},
+        {"wall3.avi", "the same in yellow, MPEG-4 in AVI, without sound",
+         "ffmpeg -f lavfi -i color=c=0xc0c000:size=640x360:rate=25:duration=30 "
+         "-f lavfi -i color=c=white:size=16x40:rate=25:duration=30 -filter_complex overlay=x=n:y=310 "
+         "-c:v mpeg4 -q:v 4 -g 25 -pix_fmt yuv420p {out}",
+         640, 360, 750, 30000, true, 0},
     };
     return table;
 }
@@ -224,11 +252,12 @@ bool makeMedia() {
         command = replaced(command, "{tmp}", "'" + scratch.string() + "'");
         command = replaced(command, "{dir}", "'" + folder.string() + "'");
         // The command's way to a display matrix changed with its release 6.
-        command = "ffmpeg() { command ffmpeg -nostdin -v error -y -bitexact \"$@\"; }; "
-                  "turn() { if command ffmpeg -v quiet -h full | grep -q display_rotation; "
-                  "then ffmpeg -display_rotation 270 -i \"$1\" -c copy \"$2\"; "
-                  "else ffmpeg -i \"$1\" -c copy -metadata:s:v:0 rotate=270 \"$2\"; fi; }; " +
-                  command;
+        command =
+            "ffmpeg() { command ffmpeg -nostdin -v error -y -bitexact \"$@\"; }; "
+            "turn() { if command ffmpeg -v quiet -h full | grep -q display_rotation; "
+            "then ffmpeg -display_rotation 270 -i \"$1\" -c copy \"$2\"; "
+            "else ffmpeg -i \"$1\" -c copy -metadata:s:v:0 rotate=270 \"$2\"; fi; }; " +
+            command;
         std::printf("%s\n", file.name);
         if (std::system(command.c_str()) != 0 || !fs::exists(target)) {
             std::fprintf(stderr, "can't make %s: %s\n", file.name, command.c_str());

@@ -4,13 +4,13 @@
 #include <string>
 
 // The one line on the terminal that says how far playback is. On a terminal it is written over, elsewhere a new one is
-// written once a second.
+// written once a second, and whenever the position jumps or the status changes.
 class ProgressLine {
 public:
     ProgressLine();
 
-    // Times in milliseconds.
-    void show(int64_t timeMs, int64_t durationMs, int framesPerSecond, int frames, bool paused);
+    // Times in milliseconds. `figures` change all the time, `status` only with what the user does.
+    void show(int64_t timeMs, int64_t durationMs, const std::string& figures, const std::string& status);
 
     // The same with `counts` in place of what is said of the frames. The `last` one is shown in any case; a duration of
     // 0 isn't known.
@@ -22,6 +22,8 @@ public:
 private:
     bool terminal_;
     int64_t lastSecond_ = -1;  // of the last line written where there is no terminal
+    int64_t lastTimeMs_ = 0;   // likewise
+    std::string lastStatus_;   // likewise
     bool shown_ = false;
 };
 

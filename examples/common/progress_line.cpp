@@ -5,6 +5,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+constexpr int64_t kJumpMs = 2000;
+
+}  // namespace
 
 std::string clockText(int64_t ms) {
     const auto seconds = static_cast<long long>(std::max<int64_t>(ms, 0) / 1000);
@@ -20,26 +27,23 @@ std::string clockText(int64_t ms) {
 ProgressLine::ProgressLine() : terminal_(isatty(STDOUT_FILENO) != 0) {
 }
 
-void ProgressLine::show(int64_t timeMs, int64_t durationMs, int framesPerSecond, int frames, bool paused) {
-    char counts[64];
-    std::snprintf(counts, sizeof counts, "%2d fps  %d frames%s", framesPerSecond, frames, paused ? "  paused" : "");
-    show(timeMs, durationMs, counts);
-}
-
-void ProgressLine::show(int64_t timeMs, int64_t durationMs, const std::string& counts, bool last) {
+void ProgressLine::show(int64_t timeMs, int64_t durationMs, const std::string& figures, const std::string& status) {
     if (!terminal_) {
         using namespace std::chrono;
         const auto second = duration_cast<seconds>(steady_clock::now().time_since_epoch()).count();
-        if (second == lastSecond_ && !last) {
+        const bool jumped = std::abs(timeMs - lastTimeMs_) >= kJumpMs;
+        if (second == lastSecond_ && status == lastStatus_ && !jumped) {
             return;
         }
         lastSecond_ = second;
+        lastTimeMs_ = timeMs;
+        lastStatus_ = status;
     }
     constexpr int kBar = 30;
     const int done = durationMs > 0 ? static_cast<int>(std::clamp<int64_t>(timeMs * kBar / durationMs, 0, kBar)) : 0;
-    std::printf("%s[%s%s] %s / %s  %s", terminal_ ? "\r" : "", std::string(done, '#').c_str(),
+    std::printf("%s[%s%s] %s / %s  %s%s", terminal_ ? "\r" : "", std::string(done, '#').c_str(),
                 std::string(kBar - done, '.').c_str(), clockText(timeMs).c_str(), clockText(durationMs).c_str(),
-                counts.c_str());
+                figures.c_str(), status.c_str());
     std::fputs(terminal_ ? "\033[K" : "\n", stdout);
     std::fflush(stdout);
     shown_ = true;

@@ -1,0 +1,41 @@
+#include "keys.h"
+
+const char* const kKeysUsage =
+    "Keys: space pauses and resumes, 9 and 0 lower and raise the volume, [ and ] the speed, from 0.5 to 4.\n"
+    "Left and right go 5 seconds back and forth, up and down, or left and right with shift, 60. Home goes to the\n"
+    "start, End to the last 3 seconds. q or Escape quits.\n";
+
+KeyCommand commandOf(const SDL_Keysym& key) {
+    constexpr int64_t kStepMs = 5000;
+    constexpr int64_t kLongStepMs = 60000;
+    const int64_t step = (key.mod & KMOD_SHIFT) != 0 ? kLongStepMs : kStepMs;
+    switch (key.sym) {
+        case SDLK_q:
+        case SDLK_ESCAPE:
+            return {Command::Quit};
+        case SDLK_SPACE:
+            return {Command::Pause};
+        case SDLK_0:
+            return {Command::Louder};
+        case SDLK_9:
+            return {Command::Softer};
+        case SDLK_RIGHTBRACKET:
+            return {Command::Faster};
+        case SDLK_LEFTBRACKET:
+            return {Command::Slower};
+        case SDLK_RIGHT:
+            return {Command::SeekBy, step};
+        case SDLK_LEFT:
+            return {Command::SeekBy, -step};
+        case SDLK_UP:
+            return {Command::SeekBy, kLongStepMs};
+        case SDLK_DOWN:
+            return {Command::SeekBy, -kLongStepMs};
+        case SDLK_HOME:
+            return {Command::SeekToStart};
+        case SDLK_END:
+            return {Command::SeekToEnd};
+        default:
+            return {};
+    }
+}

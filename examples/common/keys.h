@@ -1,0 +1,18 @@
+#pragma once
+
+#include <SDL.h>
+
+#include <cstdint>
+
+// What a key asks for.
+enum class Command { None, Quit, Pause, Louder, Softer, Faster, Slower, SeekBy, SeekToStart, SeekToEnd };
+
+struct KeyCommand {
+    Command command = Command::None;
+    int64_t ms = 0;  // of SeekBy
+};
+
+KeyCommand commandOf(const SDL_Keysym& key);
+
+// The keys, for a usage text.
+extern const char* const kKeysUsage;

@@ -1,0 +1,105 @@
+#include "machine.h"
+
+#include <SDL.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <system_error>
+#include <vector>
+
+namespace {
+
+// Keeps off the terminal what a library writes to standard error by itself.
+class QuietStandardError {
+public:
+    QuietStandardError() : saved_(dup(STDERR_FILENO)) {
+        const int nowhere = open("/dev/null", O_WRONLY);
+        dup2(nowhere, STDERR_FILENO);
+        close(nowhere);
+    }
+    ~QuietStandardError() {
+        dup2(saved_, STDERR_FILENO);
+        close(saved_);
+    }
+    QuietStandardError(const QuietStandardError&) = delete;
+    QuietStandardError& operator=(const QuietStandardError&) = delete;
+
+private:
+    int saved_;
+};
+
+// Whether so many sound devices can be opened. A sound system without any complains at length.
+bool hasSoundDevices(int count) {
+    const QuietStandardError quiet;
+    if (SDL_InitSubSystem(SDL_INIT_AUDIO) != 0) {
+        return false;
+    }
+    SDL_AudioSpec wanted{};
+    wanted.freq = 48000;
+    wanted.format = AUDIO_S16LSB;
+    wanted.channels = 2;
+    wanted.samples = 1024;
+    std::vector<SDL_AudioDeviceID> devices;
+    for (int i = 0; i < count; ++i) {
+        devices.push_back(SDL_OpenAudioDevice(nullptr, 0, &wanted, nullptr, SDL_AUDIO_ALLOW_ANY_CHANGE));
+    }
+    bool all = true;
+    for (const SDL_AudioDeviceID device : devices) {
+        all = all && device != 0;
+        SDL_CloseAudioDevice(device);
+    }
+    SDL_QuitSubSystem(SDL_INIT_AUDIO);
+    return all;
+}
+
+// SDL's dummy is one device only; its writer of files is as many as one likes.
+void playInSilence(int soundDevices) {
+    if (soundDevices == 1) {
+        setenv("SDL_AUDIODRIVER", "dummy", 1);
+        return;
+    }
+    setenv("SDL_AUDIODRIVER", "disk", 1);
+    setenv("SDL_DISKAUDIOFILE", "/dev/null", 1);
+    SDL_LogSetPriority(SDL_LOG_CATEGORY_AUDIO, SDL_NUM_LOG_PRIORITIES);  // it warns of itself
+}
+
+}  // namespace
+
+std::string problemOfPath(const std::string& path) {
+    if (path.find("://") != std::string::npos) {
+        return {};
+    }
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    if (!std::filesystem::exists(status)) {
+        return "no such file";
+    }
+    if (std::filesystem::is_directory(status)) {
+        return "is a folder";
+    }
+    if (std::filesystem::is_regular_file(status)) {
+        if (std::filesystem::file_size(path, error) == 0 && !error) {
+            return "the file is empty";
+        }
+        if (!std::ifstream(path)) {
+            return "can't be read";
+        }
+    }
+    return {};
+}
+
+bool chooseDrivers(const char* program, bool windowsWanted, int soundDevices) {
+    const bool windows = windowsWanted && SDL_InitSubSystem(SDL_INIT_VIDEO) == 0;
+    if (!windows) {
+        setenv("SDL_VIDEODRIVER", "dummy", 1);
+    }
+    if (!hasSoundDevices(soundDevices)) {
+        playInSilence(soundDevices);
+        std::fprintf(stderr, "%s: no sound device, playing in silence\n", program);
+    }
+    return windows;
+}

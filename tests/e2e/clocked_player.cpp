@@ -1,0 +1,46 @@
+#include "e2e/clocked_player.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+namespace kelp::test {
+
+ClockedPlayer::ClockedPlayer(const std::string& path, TarnSyncClock* clock, int offsetMs)
+    : player_(TarnPlayer::create()) {
+    player_->setOption("log_level", "none");
+    player_->enableHwDecoder(false, HW_DECODE_NONE);
+    player_->setSyncClock(clock);
+    player_->addWindow(static_cast<ExternFrameSink*>(this), WINDOW_TYPE_EXTERN, 0, 0);
+    player_->setDataSource(path.c_str(), offsetMs, this);
+    player_->prepareAsync();
+    player_->start();
+}
+
+ClockedPlayer::~ClockedPlayer() {
+    player_->stop();
+    TarnPlayer::destroy(player_);
+}
+
+bool ClockedPlayer::onVideoFrame(int, int64_t pts, uint8_t**, int*, int, int64_t) {
+    if (!shown_ || pts_ != pts) {
+        pts_ = pts;
+        ++pictures_;
+        shown_ = true;
+    }
+    return true;
+}
+
+void openManySoundDevices() {
+    setenv("SDL_AUDIODRIVER", "disk", 1);
+    setenv("SDL_DISKAUDIOFILE", "/dev/null", 1);
+}
+
+int64_t percentile(std::vector<int64_t>& values, int percent) {
+    if (values.empty()) {
+        return 0;
+    }
+    std::sort(values.begin(), values.end());
+    return values[(values.size() - 1) * static_cast<size_t>(percent) / 100];
+}
+
+}  // namespace kelp::test

@@ -12,10 +12,6 @@ public:
     // Times in milliseconds. `figures` change all the time, `status` only with what the user does.
     void show(int64_t timeMs, int64_t durationMs, const std::string& figures, const std::string& status);
 
-    // The same with `counts` in place of what is said of the frames. The `last` one is shown in any case; a duration of
-    // 0 isn't known.
-    void show(int64_t timeMs, int64_t durationMs, const std::string& counts, bool last = false);
-
     // Leaves the line, so that what follows starts on one of its own.
     void finish();
 

@@ -99,7 +99,7 @@ bool Restreamer::publish() {
     int64_t bytes = 0;
     const auto show = [&](bool last) {
         progress_.show(source.timeUs() / 1000, source.durationMs(),
-                       std::to_string(frames) + " frames  " + amountText(bytes), last);
+                       std::to_string(frames) + " frames  " + amountText(bytes), last ? "  done" : "");
     };
     while (!interrupted() && source.next(error)) {
         keepPace(source.timeUs());
@@ -136,7 +136,7 @@ bool Restreamer::sendDatagrams() {
     bool sent = true;
     const auto show = [&](bool last) {
         progress_.show(source.clockUs() / 1000, 0, std::to_string(datagrams) + " datagrams  " + amountText(bytes),
-                       last);
+                       last ? "  done" : "");
     };
     while (sent && !interrupted() && source.next()) {
         keepPace(source.clockUs());

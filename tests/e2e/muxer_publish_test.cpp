@@ -227,7 +227,7 @@ TEST_F(MuxerPublish, IsHeldUpByAServerThatHangsButComesBack) {
     muxer_.setOption("timeout", "300000");
     ASSERT_TRUE(muxer_.open(rtspUrl(port), makeCodecInfo(), 90000));
     ASSERT_TRUE(writeFrame(muxer_, 0));
-    server->freeze();
+    server->suspend();
     // The connection takes what its buffers hold, and then nothing more.
     auto longest = Clock::duration::zero();
     for (size_t i = 1; longest < std::chrono::milliseconds(250) && i < 200000; ++i) {

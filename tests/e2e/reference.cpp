@@ -5,10 +5,11 @@
 namespace kelp::test {
 
 ReferencePictures::ReferencePictures(const std::string& path)
-    : pipe_(popen(("ffmpeg -nostdin -v quiet -noautorotate -i '" + path +
-                   "' -map 0:v:0 -fps_mode passthrough -autoscale 0 -pix_fmt yuv420p -f rawvideo -")
-                      .c_str(),
-                  "r")) {
+    : pipe_(
+          popen(("ffmpeg -nostdin -v quiet -noautorotate -i '" + path +
+                 "' -map 0:v:0 -fps_mode passthrough -noautoscale -vf scale=out_range=tv,format=yuv420p -f rawvideo -")
+                    .c_str(),
+                "r")) {
 }
 
 bool ReferencePictures::next(int width, int height, std::vector<uint8_t>& bytes) {

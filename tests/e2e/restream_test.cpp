@@ -108,7 +108,7 @@ TEST_F(Restream, WritesAFileThatHoldsTheSourcesVideo) {
         const std::string path = scratch_.path("out.mp4");
         EXPECT_EQ(run({"--fast", folder_->path(name), path}), 0) << errors();
         EXPECT_EQ(errors(), "");
-        EXPECT_THAT(output_, MatchesRegex("(\\[#*\\.*\\] 00:0[01] / 00:01  [0-9]+ frames  [0-9]+ KiB\n)+"));
+        EXPECT_THAT(output_, MatchesRegex("(\\[#*\\.*\\] 00:0[01] / 00:01  [0-9]+ frames  [0-9]+ KiB(  done)?\n)+"));
         EXPECT_THAT(output_, HasSubstr("  40 frames  "));
         expectPictures(path, kFrames);
         EXPECT_EQ(test::readVideo(path).frames[1].pts, 3600);

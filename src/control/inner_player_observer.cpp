@@ -103,10 +103,8 @@ void InnerPlayerObserver::onFailed(std::shared_ptr<KelpPlayer> /*player*/, int e
     }
     lock.unlock();
     if (errorType == ERROR_TYPE_VIDEO_DECODE && extraData != 0) {
-        // The restart, which runs behind this event, is queued first: a decoder that fails on names software from the
-        // switch on, and what it raises must find the restart before it.
-        owner_->restartWithOldState(oldState, generation);
         owner_->enableHwDecoder(false, HW_DECODE_NONE);
+        owner_->restartWithOldState(oldState, generation);
         return;
     }
     if (TarnPlayerObserver* host = observer_) {

@@ -134,14 +134,14 @@ TEST_F(TarnPlayerRecoveryTest, RestartsOnceForTwoReportsOfOneDecoder) {
     engine().worker.push_back([] { engine().observer->onFailed(nullptr, 2, 1); });
     engine().runWorker();
     EXPECT_THAT(engine().takeCalls(),
-                ElementsAre("runInWorker()", "enableHwDecoder(0, 0)", "runInWorker()", "enableHwDecoder(0, 0)",
+                ElementsAre("enableHwDecoder(0, 0)", "runInWorker()", "enableHwDecoder(0, 0)", "runInWorker()",
                             "stop()", "runInWorker()", "loadFileAsync(source, 0)"));
     events().onPrepared(nullptr, true, true);
     engine().runWorker();
     EXPECT_THAT(host_.told, ElementsAre("prepared 1 1", "started"));
 }
 
-// As when the host itself disables hardware at that moment. It hears of the failure; the restart stands.
+// Raised between the switch to software, which it states, and the restart. The host hears of it; the restart stands.
 TEST_F(TarnPlayerRecoveryTest, TellsAReportThatSaysSoftwareAheadOfTheRestart) {
     reach(PLAYER_STATE_STARTED);
     engine().worker.push_back([] { engine().observer->onFailed(nullptr, 2, 1); });
@@ -253,7 +253,7 @@ TEST_F(TarnPlayerRecoveryTest, FallsBackToSoftwareWithoutAWord) {
     reach(PLAYER_STATE_STARTED);
     events().onFailed(nullptr, 2, 1);
     engine().runWorker();
-    EXPECT_THAT(engine().takeCalls(), ElementsAre("runInWorker()", "enableHwDecoder(0, 0)", "stop()", "runInWorker()",
+    EXPECT_THAT(engine().takeCalls(), ElementsAre("enableHwDecoder(0, 0)", "runInWorker()", "stop()", "runInWorker()",
                                                   "loadFileAsync(source, 0)"));
     events().onPrepared(nullptr, true, true);
     engine().runWorker();

@@ -33,6 +33,7 @@ clean=$cache/$suite.tar
 if [ ! -s "$clean" ]; then
     say "making a clean root of $suite from $mirror"
     root=$(mktemp -d "$cache/root.XXXXXX")
+    chmod 755 "$root"
     debootstrap --variant=minbase "$suite" "$root" "$mirror" >"$cache/debootstrap.log" 2>&1 ||
         { tail -n 20 "$cache/debootstrap.log"; exit 1; }
     cp /etc/resolv.conf "$root/etc/resolv.conf"
@@ -50,6 +51,7 @@ fi
 
 say "unpacking the clean root"
 root=$(mktemp -d "$cache/root.XXXXXX")
+chmod 755 "$root"
 tar -C "$root" -xf "$clean"
 mount -t proc proc "$root/proc" 2>/dev/null || true
 mkdir "$root/packages" "$root/consumer"

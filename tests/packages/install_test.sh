@@ -18,8 +18,9 @@ cmake --install "$build" --prefix "$scratch/first" >"$scratch/log" || { cat "$sc
 mv "$scratch/first" "$prefix"  # wherever it lies: no file may hold a path of the installation
 find "$prefix" -name '*.a' -o -name '*_test*' | grep . && fail "more than the library"
 lib=$(dirname "$(find "$prefix" -name libkelp_player.so)")
-for file in include/kelp_player/kelp_player.h share/doc/kelp_player/THIRD_PARTY_NOTICES.md \
-    share/doc/kelp_player/licenses/libavformat-dev.txt; do
+notices=share/doc/libkelp-player${soname##*.}
+for file in include/kelp_player/kelp_player.h $notices/THIRD_PARTY_NOTICES.md \
+    $notices/licenses/libavformat-dev.txt; do
     [ -s "$prefix/$file" ] || fail "no $file"
 done
 [ -s "$lib/libkelp_player.so.$version" ] || fail "no library of version $version"

@@ -1,5 +1,6 @@
 // A Qt widget that shows a player's pictures: cookbook_qt FILE
 #include <QApplication>
+#include <QCloseEvent>
 #include <QResizeEvent>
 #include <QWidget>
 
@@ -17,13 +18,17 @@ public:
         setAttribute(Qt::WA_OpaquePaintEvent);
         tellSize();
     }
-    // The player must have been stopped by now: it still draws for up to 50 ms after a removeWindow.
-    ~VideoWidget() override { player_.removeWindow(handle()); }
-
     QPaintEngine* paintEngine() const override { return nullptr; }
 
 protected:
     void resizeEvent(QResizeEvent*) override { tellSize(); }
+
+    // With the closing Qt destroys the native window, and the player must not draw on it any more by then.
+    void closeEvent(QCloseEvent* event) override {
+        player_.stop();
+        player_.removeWindow(handle());
+        event->accept();
+    }
 
 private:
     void* handle() const { return reinterpret_cast<void*>(winId()); }
@@ -45,7 +50,10 @@ class QtEvents final : public kelp::TarnPlayerObserver {
 public:
     explicit QtEvents(QApplication& app) : app_(app) {}
 
-    void onCompleted() override { QMetaObject::invokeMethod(&app_, &QApplication::quit, Qt::QueuedConnection); }
+    void onCompleted() override {
+        QMetaObject::invokeMethod(
+            &app_, [] { QApplication::closeAllWindows(); }, Qt::QueuedConnection);
+    }
     void onFailed(int) override {
         QMetaObject::invokeMethod(
             &app_, [] { QApplication::exit(1); }, Qt::QueuedConnection);
@@ -82,7 +90,7 @@ int main(int argc, char** argv) {
         player->prepareAsync();
         player->start();
         exitCode = QApplication::exec();
-        player->stop();
+        player->stop();  // again, if the end came otherwise than by closing the window
     }
     kelp::TarnPlayer::destroy(player);
     return exitCode;

@@ -59,7 +59,7 @@ for document in README.md docs/*.md; do
     count=$((count + $(grep -c '^<!-- snippet: ' "$document")))
 
     [ -n "$links" ] || continue
-    for link in $(grep -oE '\]\([^)#]+' "$document" | cut -c 3- | grep -v '://'); do
+    for link in $(grep -oE '\]\([A-Za-z0-9_./-]+[)#]' "$document" | sed 's/^..//; s/.$//'); do
         [ -e "$(dirname "$document")/$link" ] || { echo "$document: a link to $link, which isn't there"; failed=1; }
     done
 done

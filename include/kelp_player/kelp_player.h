@@ -123,8 +123,8 @@ protected:
 // wrong later comes as `onFailed`. Times are milliseconds, from the start of the stream.
 //
 // An ExternFrameSink, a KelpSyncClock and a log callback run on threads of the player that must not wait for it. From
-// the first two only these may be called: the `get` operations, the window operations, `clearScreen`, `runInWorker`,
-// `addTimer` and `removeTimer`. From a log callback nothing may be. What else is to be done there goes to the worker:
+// the first two only these may be called: the `get` operations, `clearScreen`, `runInWorker`, `addTimer` and
+// `removeTimer`. From a log callback nothing may be. What else is to be done there goes to the worker:
 // `runInWorker([player] { player->stop(); })`.
 class KELP_PLAYER_API KelpPlayer : public std::enable_shared_from_this<KelpPlayer> {
 public:

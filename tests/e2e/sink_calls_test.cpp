@@ -38,10 +38,6 @@ private:
         player.getCurrentTime();
         player.getDuration();
         player.getPlayDetailInfo(INFO_ROTATE);
-        player.addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&other_), 10, 10);
-        player.pauseWindow(static_cast<ExternFrameSink*>(&other_), true);
-        player.updateWindowSize(static_cast<ExternFrameSink*>(&other_), 20, 20);
-        player.removeWindow(static_cast<ExternFrameSink*>(&other_));
         player.clearScreen();
         callWorker(player);
     }
@@ -52,13 +48,6 @@ private:
         player.runInWorker([this] { ++ran_; });
         ++posted_;
     }
-
-    // Comes and goes as a second window.
-    class NothingSink final : public ExternFrameSink {
-        void onVideoSize(int, int, int) override {}
-        bool onVideoFrame(int, int64_t, uint8_t**, int*, int, int64_t) override { return true; }
-    };
-    NothingSink other_;
 };
 
 // Waits until `sink` has called its player again; false after 20 s.

@@ -23,7 +23,7 @@ trap clean_up EXIT
 command -v debootstrap >/dev/null || { echo "debootstrap is missing"; exit 2; }
 
 # The mirror that this machine's apt uses for Debian itself, and what else it needs to know to get there.
-mirror=$(apt-get indextargets --format '$(REPO_URI)' "Created-By: Packages" "Codename: $suite" 2>/dev/null | head -n 1)
+mirror=$(apt-get indextargets --format '$(REPO_URI)' "Created-By: Packages" "Codename: $suite" 2>/dev/null | awk 'NR == 1')
 [ -n "$mirror" ] || { echo "apt knows no mirror of $suite"; exit 2; }
 
 run() { env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C DEBIAN_FRONTEND=noninteractive chroot "$root" "$@"; }

@@ -24,7 +24,7 @@ for file in include/kelp_player/kelp_player.h $notices/THIRD_PARTY_NOTICES.md \
     [ -s "$prefix/$file" ] || fail "no $file"
 done
 [ -s "$lib/libkelp_player.so.$version" ] || fail "no library of version $version"
-objdump -p "$lib/libkelp_player.so" | grep -qE "SONAME +$soname$" || fail "the soname isn't $soname"
+objdump -p "$lib/libkelp_player.so" | grep -E "SONAME +$soname$" >/dev/null || fail "the soname isn't $soname"
 grep -rIlE "$scratch|$build" "$prefix" --include='*.cmake' --include='*.pc' && fail "paths of the build"
 
 mkdir "$scratch/cmake" "$scratch/pkg-config"

@@ -59,7 +59,13 @@ public:
     // number from 10000 on; with another one they run at a wrong speed. Less than 1, or more than an int holds, fails.
     //
     // False on failure; `close` clears up then, and another `open` may follow. An output that is still open is closed
-    // first.
+    // first. The log's last error line, by [StreamMuxer]:
+    //
+    //   "open, error filePath NAME"                  neither "rtsp://" nor "rtp://" nor ".mp4" in it
+    //   "open, error codecInfo or timeBase N"        no CodecInfo, or a time base out of range
+    //   "open, Could not open output URL 'NAME'"     the file can't be created, or the address can't be had
+    //   "open, Error occurred when opening output"   the server refused or didn't answer, or the output doesn't take
+    //       the codec or the size; FFmpeg's own lines on standard error say which
     bool open(const std::string& filePath, std::shared_ptr<CodecInfo> codecInfo, int64_t timeBase);
 
     // Does nothing and returns false, which is no failure.
@@ -72,7 +78,9 @@ public:
     // reordered frames (B frames) can't be written. Times strictly increase: a frame whose time isn't later than the
     // one before it is written one tick after that one, and this goes on over a second `open` of the same object.
     //
-    // False if the output isn't open, if there is no data, or if the write failed; the next frame may be tried.
+    // False if the output isn't open, if there is no data, or if the write failed; the next frame may be tried. The log
+    // has "outputFrame, error data, size:N" or "outputFrame, av_interleaved_write_frame failed, ret:CODE, REASON"; a
+    // full disk and a lost server are such reasons, and only a new `open` helps then.
     bool outputFrame(unsigned char* data, unsigned int size, int64_t ptsUs, bool keyFrame);
 
     // Writes the end of the output; without it an MP4 file can't be played. Nothing more can be written then. Does

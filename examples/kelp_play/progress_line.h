@@ -12,6 +12,10 @@ public:
     // Times in milliseconds.
     void show(int64_t timeMs, int64_t durationMs, int framesPerSecond, int frames, bool paused);
 
+    // The same with `counts` in place of what is said of the frames. The `last` one is shown in any case; a duration of
+    // 0 isn't known.
+    void show(int64_t timeMs, int64_t durationMs, const std::string& counts, bool last = false);
+
     // Leaves the line, so that what follows starts on one of its own.
     void finish();
 

@@ -20,7 +20,7 @@ class CodecInfo;
 //
 // Order of use: setOption as needed, open, start, outputFrame any number of times, stop, close. There is no thread and
 // no lock behind it: a call does its work, network included, before it returns, and the host makes one call at a time.
-// A failure is a false and an error line in the log; only a frame for an output that isn't open is refused without one.
+// A failure is a false and an error line in the log.
 //
 // What the frames must hold. `open` tells the output nothing but codec, size and pixel format: parameters of the codec
 // that stand outside the frames, as an MP4 file or a session description has them, are not copied. So H.264 and HEVC
@@ -30,8 +30,11 @@ class CodecInfo;
 //   made from that frame alone; otherwise the file is written without an error, but no player can open it.
 // - RTSP and RTP: every key frame should have them in front, as a receiver can start at such a frame only. An encoder
 //   often has a switch for this ("repeat headers").
-// An MPEG-4 stream should likewise begin with its stream headers. Every frame is written without a duration: the last
-// one of an MP4 file gets none, and many players leave it out.
+// An MPEG-4 stream should likewise begin with its stream headers.
+//
+// An MP4 file holds every frame that was given, but players leave out frames whose time is below 0, as its edit list
+// says, and many leave out the last one: every frame is written without a duration, so that one has none. With the
+// option "use_editlist" set to "0" all are shown, and the first one's time becomes 0.
 class KELP_PLAYER_API StreamMuxer {
 public:
     StreamMuxer();
@@ -45,15 +48,17 @@ public:
     //
     // "rtsp_transport" is "tcp" unless set otherwise: RTP packets run inside the RTSP connection. For RTSP a host
     // should set "timeout", in microseconds: it bounds every wait for the server, and without it a silent server holds
-    // up `open` and `outputFrame` for good. "stimeout", preset to "500000", was that key in FFmpeg releases before 5.0;
-    // later ones don't know it.
+    // up `open` and `outputFrame` for good. A server that stops reading in mid-stream holds up every packet by that
+    // time, and what doesn't get through is lost without an error; one that closes the connection makes `outputFrame`
+    // fail. "stimeout", preset to "500000", was that key in FFmpeg releases before 5.0; later ones don't know it.
     void setOption(const char* key, const char* value);
 
     // Opens the output and writes its header. Blocks for as long as a server takes to answer.
     //
     // `filePath` begins with "rtsp://" or "rtp://", or holds ".mp4" and is a file that is created or overwritten;
-    // "rtp://" takes an address and a port. Of `codecInfo` the video codec, size and pixel format are read, during the
-    // call only. For "rtp://" no session description is made.
+    // "rtp://" takes an address and a port; the next port gets the control packets. Of `codecInfo` the video codec,
+    // size and pixel format are read, during the call only. For "rtp://" no session description is made: the receiver
+    // needs one from the host, with payload type 96.
     //
     // `timeBase` is the number of ticks per second that the output counts in. RTSP and RTP take 90000 and MP4 any
     // number from 10000 on; with another one they run at a wrong speed. Less than 1, or more than an int holds, fails.
@@ -78,9 +83,11 @@ public:
     // reordered frames (B frames) can't be written. Times strictly increase: a frame whose time isn't later than the
     // one before it is written one tick after that one, and this goes on over a second `open` of the same object.
     //
-    // False if the output isn't open, if there is no data, or if the write failed; the next frame may be tried. The log
-    // has "outputFrame, error data, size:N" or "outputFrame, av_interleaved_write_frame failed, ret:CODE, REASON"; a
-    // full disk and a lost server are such reasons, and only a new `open` helps then.
+    // False if the output isn't open, if there is no data, or if the write failed; the next frame may be tried. A write
+    // can fail late: what goes into a file is collected, so a full disk may show itself some frames later or in `stop`,
+    // as an error line in the log.
+    // That line is "outputFrame, av_interleaved_write_frame failed, ret:CODE, REASON", or "outputFrame, error data,
+    // size:N"; a full disk and a lost server need a new `open`.
     bool outputFrame(unsigned char* data, unsigned int size, int64_t ptsUs, bool keyFrame);
 
     // Writes the end of the output; without it an MP4 file can't be played. Nothing more can be written then. Does

@@ -47,7 +47,12 @@ public:
     // again. The reason stands on standard error, not in the log: "bind: Address already in use" asks for another port,
     // "bind: Permission denied" for one from 1024 on.
     //
-    // Datagrams of more than 2000 bytes are lost. An idle receiver looks for new ones every 10 ms.
+    // A datagram of more than 2000 bytes is lost: nothing of it arrives, and reading rests for 10 ms as if there were
+    // none. An idle receiver looks for new ones every 10 ms; what comes meanwhile waits in the system's buffer of up to
+    // 25 MiB (on Linux no more than net.core.rmem_max allows), and is lost without a notice when that is full.
+    //
+    // Receivers share a port with each other, and with whoever else allows that (SO_REUSEADDR); on Linux the one that
+    // started last gets the datagrams. A port that somebody holds for himself can't be had.
     bool startReceiver(unsigned short port);
 
     // Closes the port and waits for the thread, and so for a call of the observer that is running. Does nothing if the
@@ -88,7 +93,10 @@ public:
 
     // Sends the `size` bytes at `data` as one datagram, waiting for room in the system's buffer if need be. The number
     // of bytes sent, or -1 on failure, also before `startSender` and after `stopSender`, and for an address that can't
-    // be read. Nothing is logged; `errno` tells the system's reason right after the call.
+    // be read; nothing is logged, and `errno` tells the system's reason right after the call. 65507 bytes are the most
+    // that fit; a UdpReceiver takes 2000. Nothing tells whether a datagram arrives: one to a port that nobody has open
+    // is sent all the same. Should a system report that it was refused, it makes a later call fail, and the one after
+    // that works.
     int send(const unsigned char* data, int size);
 
     // Closes the socket; does nothing without one.

@@ -1,6 +1,7 @@
 #include "kelp_player/stream_muxer.h"
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cstring>
 #include <utility>
@@ -34,6 +35,12 @@ const char* muxerName(const std::string& filePath) {
         return "rtp";
     }
     return filePath.find(".mp4") != std::string::npos ? kFileMuxer : nullptr;
+}
+
+std::array<char, 255> errorText(int error) {
+    std::array<char, 255> text{};
+    av_strerror(error, text.data(), text.size());
+    return text;
 }
 
 class Dictionary {
@@ -130,6 +137,7 @@ bool StreamMuxer::start() {
 
 bool StreamMuxer::outputFrame(unsigned char* data, unsigned int size, int64_t ptsUs, bool keyFrame) {
     if (!headerWritten_) {
+        Log::Error(kTag, "%s, not open\n", "outputFrame");
         return false;
     }
     if (!data || size == 0 || size > INT_MAX) {
@@ -154,9 +162,8 @@ bool StreamMuxer::outputFrame(unsigned char* data, unsigned int size, int64_t pt
 
     const int result = av_interleaved_write_frame(formatContext_, &packet);
     if (result < 0) {
-        char text[255] = {};
-        av_strerror(result, text, sizeof(text));
-        Log::Error(kTag, "%s, av_interleaved_write_frame failed, ret:%d, %s\n", "outputFrame", result, text);
+        Log::Error(kTag, "%s, av_interleaved_write_frame failed, ret:%d, %s\n", "outputFrame", result,
+                   errorText(result).data());
         return false;
     }
     return true;
@@ -188,8 +195,12 @@ void StreamMuxer::close() {
 
 void StreamMuxer::writeEnd() {
     // Without a header, or a second time, the muxer has nothing to end and would crash.
-    if (std::exchange(headerWritten_, false)) {
-        av_write_trailer(formatContext_);
+    if (!std::exchange(headerWritten_, false)) {
+        return;
+    }
+    const int result = av_write_trailer(formatContext_);
+    if (result < 0) {
+        Log::Error(kTag, "%s, av_write_trailer failed, ret:%d, %s\n", "stop", result, errorText(result).data());
     }
 }
 

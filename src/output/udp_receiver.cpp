@@ -65,7 +65,7 @@ bool configure(int socket, unsigned short port) {
 }
 
 // Closes the socket but keeps its number taken: a thread that still holds the number gets an error from it, and not
-// somebody else's file. The number stays for close().
+// somebody else's file. The number stays for close(). Without a descriptor to spare the socket itself stays until then.
 void closeKeepingNumber(int socket) {
     const int placeholder = open("/dev/null", O_RDONLY | O_CLOEXEC);
     if (placeholder != -1) {

@@ -402,7 +402,7 @@ TEST_F(FFVideoDecoderOpen, TakesTheStreamsParametersButNotItsFormat) {
 
 TEST_F(FFVideoDecoderOpen, TurnsPicturesAsTheStreamSays) {
     // The command counts against the clock.
-    const auto stream = test::makeVideoStream("-c:v mpeg4", "mp4", 64, 48, 1, "-metadata:s:v rotate=270");
+    const auto stream = test::makeVideoStream("-c:v mpeg4", "mp4", 64, 48, 1, /*turned=*/true);
     ASSERT_TRUE(open(stream.codecType, stream.parameters.get()));
     EXPECT_EQ(log_.count("[FFVideoDecoder]: open, theta 1:90.000000\n"), 1);
     EXPECT_EQ(log_.count("[FFVideoDecoder]: open, theta 2:90.000000\n"), 1);

@@ -7,6 +7,7 @@
 
 #include "decode/ff_video_decoder_fixture.h"
 #include "decode/frame_buffer.h"
+#include "support/ffmpeg_release.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>
@@ -105,7 +106,7 @@ protected:
 
 TEST_F(FFVideoDecoderPicture, FillsEveryFieldOfAFrame) {
     auto picture = makePicture(120);
-    picture->key_frame = 1;
+    test::setKeyFrame(*picture, true);
     picture->color_range = AVCOL_RANGE_MPEG;
     picture->colorspace = AVCOL_SPC_BT709;
     show(std::move(picture));
@@ -153,7 +154,7 @@ TEST_F(FFVideoDecoderPicture, MapsColours) {
 
 TEST_F(FFVideoDecoderPicture, MarksKeyFramesOnly) {
     auto picture = makePicture(0);
-    picture->key_frame = 0;
+    test::setKeyFrame(*picture, false);
     show(std::move(picture));
     EXPECT_FALSE(lastFrame().keyFrame);
 }
@@ -384,7 +385,7 @@ TEST_F(FFVideoDecoderPicture, KeepsTheRotationOverAFlushButNotOverAClose) {
 
 TEST_F(FFVideoDecoderPicture, ReplacesTheStreamsRotation) {
     // The command counts against the clock.
-    const auto stream = test::makeVideoStream("-c:v mpeg4", "mp4", 64, 48, 1, "-metadata:s:v rotate=270");
+    const auto stream = test::makeVideoStream("-c:v mpeg4", "mp4", 64, 48, 1, /*turned=*/true);
     decoder_->close();
     decoder_ = std::make_shared<FFVideoDecoder>();
     videoFakes() = {};
@@ -413,7 +414,7 @@ TEST_F(FFVideoDecoderPicture, IgnoresADisplayMatrixThatIsTooShort) {
 TEST_F(FFVideoDecoderPicture, FetchesSurfacesFromTheHardware) {
     accelerate();
     auto surface = makeSurface(40);
-    surface->key_frame = 1;
+    test::setKeyFrame(*surface, true);
     surface->color_range = AVCOL_RANGE_JPEG;
     surface->colorspace = AVCOL_SPC_BT470BG;
     addDisplayMatrix(surface.get(), 90);

@@ -90,19 +90,22 @@ std::vector<uint8_t> VideoStream::expected(size_t index) const {
 }
 
 VideoStream makeVideoStream(const std::string& encoderOptions, const std::string& extension, int width, int height,
-                            int frames, const std::string& copyOptions) {
+                            int frames, bool turned) {
     const TemporaryFolder folder;
     std::string file = folder.file("picture." + extension);
     const std::string raw = folder.file("picture.yuv");
     runFFmpeg("-f lavfi -i testsrc=size=" + std::to_string(width) + "x" + std::to_string(height) +
               ":rate=25 -frames:v " + std::to_string(frames) + " " + encoderOptions + " " + file);
-    if (!copyOptions.empty()) {
+    if (turned) {
+        // The command's way to a display matrix changed with its release 6.
+        const bool byInput = AV_VERSION_MAJOR(avformat_version()) >= 60;
         const std::string copy = folder.file("copy." + extension);
-        runFFmpeg("-i " + file + " -c copy " + copyOptions + " " + copy);
+        runFFmpeg((byInput ? "-display_rotation 270 -i " : "-i ") + file + " -c copy " +
+                  (byInput ? "" : "-metadata:s:v rotate=270 ") + copy);
         file = copy;
     }
-    runFFmpeg("-noautorotate -i " + file + " -fps_mode passthrough -pix_fmt yuv420p -sws_flags bicubic -f rawvideo " +
-              raw);
+    runFFmpeg("-noautorotate -i " + file +
+              " -fps_mode passthrough -vf scale=out_range=tv:flags=bicubic,format=yuv420p -f rawvideo " + raw);
 
     AVFormatContext* opened = nullptr;
     if (avformat_open_input(&opened, file.c_str(), nullptr, nullptr) < 0) {

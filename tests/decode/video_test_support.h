@@ -38,9 +38,10 @@ struct VideoStream {
 };
 
 // Encodes a test picture of the size given with `encoderOptions` of the ffmpeg command into a temporary file of the
-// kind that `extension` names, copies it with `copyOptions` if there are any, and reads it back.
+// kind that `extension` names, gives it a display matrix of 90 degrees clockwise if it is to be `turned`, and reads it
+// back.
 VideoStream makeVideoStream(const std::string& encoderOptions, const std::string& extension, int width, int height,
-                            int frames, const std::string& copyOptions = "");
+                            int frames, bool turned = false);
 
 // A packet with `size` bytes and times in milliseconds.
 std::shared_ptr<VideoPacket> makeVideoPacket(int64_t pts, int size = 16);

@@ -85,7 +85,7 @@ const std::vector<MediaFile>& mediaTable() {
          "ffmpeg -f lavfi -i sine=frequency=440:sample_rate=44100:duration=3 -ac 2 -c:a libmp3lame {out}",
          0, 0, 0, 3000, false, 440},
         {"rotated.mp4", "MP4, H.264 with a display matrix of 90 degrees",
-         "ffmpeg -i {dir}/small.mp4 -c copy -metadata:s:v:0 rotate=270 {out}",
+         "turn {dir}/small.mp4 {out}",
          320, 180, 75, 3000, true, 440},
         {"hevc10.mkv", "Matroska, HEVC with 10 bits, AAC",
          "ffmpeg -f lavfi -i testsrc2=size=320x180:rate=25:duration=2 "
@@ -116,7 +116,7 @@ const std::vector<MediaFile>& mediaTable() {
          "-color_range tv -colorspace smpte170m -color_primaries smpte170m -color_trc smpte170m {out}",
          640, 360, 100, 4000, true, 0},
         {"bars_rotated.mp4", "the same with a display matrix of 90 degrees",
-         "ffmpeg -i {dir}/bars.mp4 -c copy -metadata:s:v:0 rotate=270 {out}",
+         "turn {dir}/bars.mp4 {out}",
          640, 360, 100, 4000, true, 0},
         {"cut.avi", "AVI cut behind two thirds of its data",
          "size=$(stat -c %s {dir}/mpeg4.avi); head -c $((size * 2 / 3)) {dir}/mpeg4.avi > {out}",
@@ -141,13 +141,13 @@ const std::vector<MediaFile>& mediaTable() {
 }
 // clang-format on
 
-const MediaFile& mediaFile(const std::string& name) {
+const MediaFile& mediaFile(std::string_view name) {
     for (const auto& file : mediaTable()) {
         if (name == file.name) {
             return file;
         }
     }
-    std::fprintf(stderr, "no row %s in the table of media files\n", name.c_str());
+    std::fprintf(stderr, "no row %s in the table of media files\n", std::string(name).c_str());
     std::abort();
 }
 
@@ -173,7 +173,12 @@ bool makeMedia() {
         std::string command = replaced(file.make, "{out}", "'" + target.string() + "'");
         command = replaced(command, "{tmp}", "'" + scratch.string() + "'");
         command = replaced(command, "{dir}", "'" + folder.string() + "'");
-        command = "ffmpeg() { command ffmpeg -nostdin -v error -y -bitexact \"$@\"; }; " + command;
+        // The command's way to a display matrix changed with its release 6.
+        command = "ffmpeg() { command ffmpeg -nostdin -v error -y -bitexact \"$@\"; }; "
+                  "turn() { if command ffmpeg -v quiet -h full | grep -q display_rotation; "
+                  "then ffmpeg -display_rotation 270 -i \"$1\" -c copy \"$2\"; "
+                  "else ffmpeg -i \"$1\" -c copy -metadata:s:v:0 rotate=270 \"$2\"; fi; }; " +
+                  command;
         std::printf("%s\n", file.name);
         if (std::system(command.c_str()) != 0 || !fs::exists(target)) {
             std::fprintf(stderr, "can't make %s: %s\n", file.name, command.c_str());

@@ -86,14 +86,16 @@ EncodedVideo readVideo(const std::string& url, const std::map<std::string, std::
         return video;
     }
     const std::unique_ptr<AVPacket, PacketFreer> packet(av_packet_alloc());
-    while (av_read_frame(context.get(), packet.get()) >= 0) {
+    for (; av_read_frame(context.get(), packet.get()) >= 0; av_packet_unref(packet.get())) {
+        if (packet->stream_index != 0) {
+            continue;
+        }
         EncodedFrame frame;
         frame.bytes = std::vector<unsigned char>(packet->data, packet->data + packet->size);
         frame.pts = packet->pts;
         frame.keyFrame = packet->flags & AV_PKT_FLAG_KEY;
         video.frames.push_back(std::move(frame));
         decode(decoder.get(), packet.get(), video.pictures);
-        av_packet_unref(packet.get());
     }
     decode(decoder.get(), nullptr, video.pictures);
     video.width = decoder->width;

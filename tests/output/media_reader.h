@@ -28,7 +28,7 @@ struct EncodedFrame {
     bool keyFrame = false;
 };
 
-// The first video stream of a source, read to its end.
+// The first stream of a source, which is to be video, read to its end.
 struct EncodedVideo {
     bool opened = false;
     int codecId = 0;

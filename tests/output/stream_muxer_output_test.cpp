@@ -152,7 +152,8 @@ TEST_F(StreamMuxerOutputTest, AnMp4FileNeedsTheParameterSetsInItsFirstFrame) {
         writeFrames(muxer_, source, 3);
         muxer_.stop();
         muxer_.close();
-        EXPECT_TRUE(test::readVideo(late, kWholeFile).pictures.empty());
+        // A newer decoder finds those of the next key frame by itself; what stands before it is lost.
+        EXPECT_LE(test::readVideo(late, kWholeFile).pictures.size(), source.frames.size() - 5);
     }
 }
 

@@ -255,9 +255,9 @@ TEST_F(StreamMuxerTest, StartsWithoutDoingAnything) {
 }
 
 TEST_F(StreamMuxerTest, WritesNoFrameUnlessItIsOpen) {
-    LogCapture log;
+    LogCapture log(1);  // errors
     EXPECT_FALSE(muxer_.outputFrame(frame_.data(), 100, 0, true));
-    EXPECT_TRUE(log.lines().empty());
+    EXPECT_THAT(log.lines(), ElementsAre("[StreamMuxer]: outputFrame, not open\n"));
     ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
     EXPECT_TRUE(muxer_.outputFrame(frame_.data(), 100, 0, true));
     muxer_.stop();
@@ -265,6 +265,17 @@ TEST_F(StreamMuxerTest, WritesNoFrameUnlessItIsOpen) {
     muxer_.close();
     EXPECT_FALSE(muxer_.outputFrame(frame_.data(), 100, 80000, true));
     EXPECT_EQ(muxerCalls().packets.size(), 1U);
+    EXPECT_EQ(log.count("outputFrame, not open\n"), 3);
+}
+
+TEST_F(StreamMuxerTest, SaysThatTheEndCouldNotBeWritten) {
+    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    muxerCalls().failing = {"av_write_trailer"};
+    LogCapture log;
+    muxer_.stop();
+    muxer_.stop();
+    EXPECT_THAT(log.lines(), ElementsAre("[StreamMuxer]: stop, av_write_trailer failed, ret:-5, Input/output error\n",
+                                         "[StreamMuxer]: stop, succeed!\n", "[StreamMuxer]: stop, succeed!\n"));
 }
 
 TEST_F(StreamMuxerTest, HandsTheCallersBytesToTheMuxer) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -242,6 +243,9 @@ TEST_F(UdpReceiverTest, DropsDatagramsWithoutAnObserver) {
     wake();
     // Read and gone: nobody is left to get it now.
     ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    char byte = 0;
+    EXPECT_EQ(recv(socketCalls().lastSocket, &byte, 1, MSG_DONTWAIT | MSG_PEEK), -1);
+    EXPECT_EQ(errno, EAGAIN);
     stop();
     EXPECT_TRUE(recorder_.waitFor(0).empty());
 }

@@ -10,6 +10,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/ffmpeg_release.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -31,14 +33,6 @@ uint8_t* newMatrix(AVStream* stream, size_t size) {
     return data ? data->data : nullptr;
 #else
     return av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, size);
-#endif
-}
-
-void setKeyFrame(AVFrame* frame, bool key) {
-#ifdef AV_FRAME_FLAG_KEY
-    frame->flags = key ? frame->flags | AV_FRAME_FLAG_KEY : frame->flags & ~AV_FRAME_FLAG_KEY;
-#else
-    frame->key_frame = key;
 #endif
 }
 
@@ -193,18 +187,18 @@ TEST_F(FFmpegCompatTest, CopiesAndFreesOnSeveralThreads) {
 
 TEST(FrameFlags, TellAKeyFrameByBitOne) {
     const std::unique_ptr<AVFrame, FrameDeleter> frame(av_frame_alloc());
-    setKeyFrame(frame.get(), false);
+    test::setKeyFrame(*frame, false);
     EXPECT_EQ(compat::frameFlags(frame.get()) & 2, 0);
-    setKeyFrame(frame.get(), true);
+    test::setKeyFrame(*frame, true);
     EXPECT_EQ(compat::frameFlags(frame.get()) & 2, 2);
 }
 
 TEST(FrameFlags, KeepTheOtherBits) {
     const std::unique_ptr<AVFrame, FrameDeleter> frame(av_frame_alloc());
     frame->flags = AV_FRAME_FLAG_CORRUPT | AV_FRAME_FLAG_DISCARD;
-    setKeyFrame(frame.get(), true);
+    test::setKeyFrame(*frame, true);
     EXPECT_EQ(compat::frameFlags(frame.get()), AV_FRAME_FLAG_CORRUPT | AV_FRAME_FLAG_DISCARD | 2);
-    setKeyFrame(frame.get(), false);
+    test::setKeyFrame(*frame, false);
     EXPECT_EQ(compat::frameFlags(frame.get()), AV_FRAME_FLAG_CORRUPT | AV_FRAME_FLAG_DISCARD);
 }
 

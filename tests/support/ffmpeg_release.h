@@ -1,0 +1,12 @@
+#pragma once
+
+// What differs for tests between the FFmpeg releases that they build against.
+
+struct AVFrame;
+
+namespace kelp::test {
+
+// Marks a frame as a key frame, or as none, as a decoder of this release does.
+void setKeyFrame(AVFrame& frame, bool key);
+
+}  // namespace kelp::test

@@ -63,11 +63,12 @@ function(kelp_add_shared_library)
   target_include_directories(kelp_player INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
                                                    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_compile_features(kelp_player INTERFACE cxx_std_20)
-
-  install(TARGETS kelp_player EXPORT kelp_playerTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/kelp_player DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
-  install(EXPORT kelp_playerTargets NAMESPACE kelp_player:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kelp_player
-          FILE kelp_player-config.cmake)
+  if(UNIX AND NOT APPLE)
+    # Templates of the standard library and the classes' private functions are nothing for hosts.
+    set(map ${PROJECT_SOURCE_DIR}/cmake/kelp_player.map)
+    target_link_options(kelp_player PRIVATE LINKER:--version-script=${map})
+    set_property(TARGET kelp_player APPEND PROPERTY LINK_DEPENDS ${map})
+  endif()
 endfunction()
 
 # kelp_add_test(NAME ROOMS room... SOURCES file... [REAL_TIME] [WRAP symbol...] [LIBRARIES lib...] [LABELS label...]

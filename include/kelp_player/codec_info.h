@@ -17,14 +17,14 @@ public:
     // Frees both parameter copies.
     virtual ~CodecInfo();
 
-    VideoCodecType videoCodecType = VIDEO_CODEC_NONE;
-    AudioCodecType audioCodecType = AUDIO_CODEC_NONE;
-    int width = 0;   // of the picture, in pixels
-    int height = 0;  // of the picture, in pixels
-    PixFormat pixFormat = PIX_FMT_NONE;
-    int frameRate = 0;      // whole frames per second
-    int channels = 0;       // of the sound
-    int sampleRate = 0;     // of the sound, in Hz
+    VideoCodecType videoCodecType = VIDEO_CODEC_NONE;  // none also for a codec that isn't handled
+    AudioCodecType audioCodecType = AUDIO_CODEC_NONE;  // likewise
+    int width = 0;                                     // of the picture, in pixels
+    int height = 0;                                    // of the picture, in pixels
+    PixFormat pixFormat = PIX_FMT_NONE;                // of the encoded picture
+    int frameRate = 0;                                 // whole frames per second
+    int channels = 0;                                  // of the sound
+    int sampleRate = 0;                                // of the sound, in Hz
     int sampleFormat = -1;  // 0 unsigned 8 bits, 1 signed 16, 2 signed 32, 3 float, 4 planar float; -1 any other
 
     // Deep copies of the streams' parameters, owned by this object; null where there is no such stream. They are made

@@ -10,8 +10,9 @@ namespace kelp {
 // times a second while it plays or is paused, but draws nothing while it skips frames.
 //
 // Both operations are called on the player's video thread, one at a time for each window. A sink that blocks holds up
-// presentation on all windows of the player, and `stop`. It must not call the player from here: another thread may be
-// waiting for this very call to return.
+// presentation on all windows of the player, and `stop`. Another thread may be waiting for this very call to return, so
+// little may be called from here: of a KelpPlayer the `get` operations, `clearScreen`, `runInWorker`, `addTimer` and
+// `removeTimer`; of a TarnPlayer, which holds a lock through its own `stop`, the last three alone.
 class ExternFrameSink {
 public:
     // The size of the pictures to come, in pixels, and the stream's whole frames per second; called before the

@@ -58,10 +58,23 @@ public:
     // The source of `loadFileAsync` is open and has these streams. The time for `play`.
     virtual void onPrepared(std::shared_ptr<KelpPlayer> player, bool hasVideo, bool hasAudio) = 0;
 
-    // `errorType` is a KelpPlayerErrorType. With ERROR_TYPE_STREAM, `extraData` is 0 if the source couldn't be opened
-    // and 1 if it couldn't be read any further, after what was read has been played. With ERROR_TYPE_VIDEO_DECODE it
-    // is 1 if hardware decoding was enabled: `stop`, `enableHwDecoder(false, HW_DECODE_NONE)` and a new start are
-    // worth a try. Nothing is stopped by itself, and a decoder that keeps failing reports it again and again.
+    // `errorType` is a KelpPlayerErrorType; the log's last error line (by its tag) says more:
+    //
+    // ERROR_TYPE_STREAM, `extraData` 0: the source couldn't be opened.
+    //   [StreamParser] "open input file NAME faield! ret:CODE, REASON, is stoped:0"   the system's or the server's
+    //   REASON;
+    //       mend the name, the rights or the network, then `stop` and `loadFileAsync`
+    //   [StreamParser] "find stream info NAME failed!"   what came isn't media, or a live source sent nothing
+    //   [StreamParser] "No avaliable stream have found"  there is neither picture nor sound in it
+    // ERROR_TYPE_STREAM, `extraData` 1: it couldn't be read any further, after what was read has been played.
+    //   [StreamParser] "Running... read failed, ret:CODE, REASON, ..."   the connection broke or the file is damaged;
+    //       `stop` and `loadFileAsync`, for a live source after a second or two. The end of a file writes this line
+    //       too, with "End of file" for the reason, but is no failure: `onCompleted` follows
+    // ERROR_TYPE_VIDEO_DECODE: the decoder has failed several times in a row.
+    //   [FFVideoDecoder] "notify onVideoDecodeFailed"    with `extraData` 1 hardware decoding was enabled: `stop`,
+    //       `enableHwDecoder(false, HW_DECODE_NONE)` and a new start are worth a try; with 0 the data is damaged
+    //
+    // Nothing is stopped by itself, and a decoder that keeps failing reports it again and again.
     virtual void onFailed(std::shared_ptr<KelpPlayer> player, int errorType, int extraData) = 0;
 
     // The first packet was read, at the start or after a seek. Its time on the stream's time line, in milliseconds.
@@ -101,15 +114,19 @@ protected:
 //
 // The player checks this order hardly at all: TarnPlayer does, for hosts that would rather not. What must be kept:
 // one `init`, and nothing else if it failed; no second `loadFileAsync` and no second `play` without a `stop` between
-// them; `stop` before `release` and before the last reference goes.
+// them; `stop`, returned, before `release` and before the last reference goes. A player that dies while it plays can
+// hang: a thread that is just raising an event holds it for that moment, may turn out to hold it last, and then waits
+// for itself.
 //
 // Calls run on the caller's thread and return when they are done; only what has "async" in its name goes on by itself.
 // There is no lock over the whole: `play`, `stop` and `loadFileAsync` of one player are not to be called at the same
 // time, all others may come from any thread at any time. Failures are a false here and a line in the log; what goes
 // wrong later comes as `onFailed`. Times are milliseconds, from the start of the stream.
 //
-// Not to be called from an ExternFrameSink, a KelpSyncClock or a log callback: those run on threads of the player that
-// must not wait for it.
+// An ExternFrameSink, a KelpSyncClock and a log callback run on threads of the player that must not wait for it. From
+// the first two only these may be called: the `get` operations, `clearScreen`, `runInWorker`, `addTimer` and
+// `removeTimer`. From a log callback nothing may be. What else is to be done there goes to the worker:
+// `runInWorker([player] { player->stop(); })`.
 class KELP_PLAYER_API KelpPlayer : public std::enable_shared_from_this<KelpPlayer> {
 public:
     // Starts nothing.
@@ -123,6 +140,10 @@ public:
     // first player of the process starts FFmpeg's network and SDL's audio and video, sets the log level to "info", and
     // may fail in that: false, and the player is of no use; the next `init` of any player tries again. Throws
     // std::bad_weak_ptr if the player isn't held by a shared pointer.
+    //
+    // False writes [KelpPlayer] "Could not initialize SDL - REASON": there is no screen that SDL can use (DISPLAY isn't
+    // set, or wrong) or no sound system. SDL's own variables help: SDL_VIDEODRIVER=dummy for a host that takes pictures
+    // with a frame sink only, SDL_AUDIODRIVER=dummy for silence at the right pace.
     bool init(KelpPlayerObserver* observer);
 
     // Waits until all queued events, callables and timers have been started, and ends the worker with the last one:
@@ -131,11 +152,19 @@ public:
     void release();
 
     // Opens `fileName`, a path or whatever URL FFmpeg opens, from `seekTime` milliseconds on. The outcome is
-    // `onPrepared` or `onFailed`, or nothing if `stop` comes first. False if the name is empty.
+    // `onPrepared` or `onFailed`, or nothing if `stop` comes first. False if the name is empty or null, and nothing
+    // was begun; the log shows [PlayTask] "LoadVideoFile, fileName:," at most.
     bool loadFileAsync(const char* fileName, int seekTime);
 
     // Starts playing what was loaded. True as soon as the source is being read; a stream whose decoder or output fails
     // is left out, and only the log tells. False if nothing is loaded or nothing can be played: `stop` is next then.
+    //
+    //   [PlayTask] "play, no source is open"             `onPrepared` hasn't come, or a `stop` came since
+    //   [PlayTask] "play, has no video and audio thread" no stream has a codec of VideoCodecType or AudioCodecType, or
+    //       no decoder of it opens; lines of FFVideoDecoder and FFAudioDecoder above it say why
+    //   [StreamParser] "start end, error, stop requested:..."   a `stop` is under way
+    //   [BaseThread] "[NAME] no thread: REASON"          the process has too many threads; also with a true, for a
+    //       stream that is left out
     bool play();
 
     // Ends playback, or the opening of a source, waits for all its threads and closes the source. Windows, options,
@@ -150,7 +179,9 @@ public:
 
     // Goes on from `seekTimeMs`, cut to the range from 0 to the duration. True says that the request was taken: it is
     // done when the first frame from there comes, see KelpPlayerObserver. Of requests that come during a seek only the
-    // last one is carried out, after it. False if the source can't seek: a live one, or none.
+    // last one is carried out, after it. False if the source can't seek: a live one, or none; the log's last line is
+    // [PlayTask] "seek, seekTimeMs:TIME, seekable:0". A demuxer that fails at it later writes [StreamParser]
+    // "processSeekRequest, seek failed, ret:CODE", and playback goes on from where it was.
     bool seek(int seekTimeMs);
 
     // How fast the sound is played, 1.0 being its own tempo; the pitch stays. Kept for the playbacks to come. Pictures
@@ -158,7 +189,8 @@ public:
     void setSpeed(float speed);
 
     // The volume as a linear factor, 1.0 at the start of each `play`. In force only from `play` to `stop`. False if
-    // there is no sound, or no sound device yet, which then takes the value when it opens.
+    // there is no sound, or no sound device yet, which then takes the value when it opens; nothing is logged. A device
+    // that can't be had writes [SDLAudioOutput] "SDL_OpenAudioDevice failed! REASON", and the sound is left out.
     bool setVolume(float volume);
 
     // The position, in milliseconds; the target while a seek is under way, 0 before the first frame.
@@ -174,6 +206,10 @@ public:
     // SDL_Window*, or an ExternFrameSink*, all of which stay the host's; the size is in pixels. Windows stay from one
     // playback to the next. A second call for a handle changes its size only. A removed window is let go of within
     // about 50 ms while a playback runs: don't destroy it before. Always true. Null handles are never drawn on.
+    //
+    // What goes wrong with a window shows when it is first drawn on, and only there: the others go on. It writes
+    // [SDLRender] "Failed to create window: REASON" (the handle is no window of this screen) or "Failed to create
+    // window or renderer: REASON".
     bool addWindow(WindowType type, void* handle, int width, int height);
     bool removeWindow(void* handle);
 

@@ -64,7 +64,13 @@ public:
     // number from 10000 on; with another one they run at a wrong speed. Less than 1, or more than an int holds, fails.
     //
     // False on failure; `close` clears up then, and another `open` may follow. An output that is still open is closed
-    // first.
+    // first. The log's last error line, by [StreamMuxer]:
+    //
+    //   "open, error filePath NAME"                  neither "rtsp://" nor "rtp://" nor ".mp4" in it
+    //   "open, error codecInfo or timeBase N"        no CodecInfo, or a time base out of range
+    //   "open, Could not open output URL 'NAME'"     the file can't be created, or the address can't be had
+    //   "open, Error occurred when opening output"   the server refused or didn't answer, or the output doesn't take
+    //       the codec or the size; FFmpeg's own lines on standard error say which
     bool open(const std::string& filePath, std::shared_ptr<CodecInfo> codecInfo, int64_t timeBase);
 
     // Does nothing and returns false, which is no failure.
@@ -80,6 +86,8 @@ public:
     // False if the output isn't open, if there is no data, or if the write failed; the next frame may be tried. A write
     // can fail late: what goes into a file is collected, so a full disk may show itself some frames later or in `stop`,
     // as an error line in the log.
+    // That line is "outputFrame, av_interleaved_write_frame failed, ret:CODE, REASON", or "outputFrame, error data,
+    // size:N"; a full disk and a lost server need a new `open`.
     bool outputFrame(unsigned char* data, unsigned int size, int64_t ptsUs, bool keyFrame);
 
     // Writes the end of the output; without it an MP4 file can't be played. Nothing more can be written then. Does

@@ -50,7 +50,9 @@ public:
     virtual void onStarted() = 0;
 
     // The player has failed for good: 0 playing could not be started, 1 the source failed, 2 the video decoder failed.
-    // Failures that the player mends by itself are not told.
+    // Failures that the player mends by itself are not told. The log's last error line says why, and
+    // KelpPlayerObserver::onFailed and KelpPlayer::play explain each. On from here: `stop` and `prepareAsync` for the
+    // same source, `stop`, `reset` and `setDataSource` for another one.
     virtual void onFailed(int errorType) = 0;
 
     // The first picture, and the first sound, at the start and after each seek.
@@ -83,11 +85,16 @@ protected:
 //     TarnPlayer::destroy(player);
 //
 // Any thread may call any operation, also from a callback; a lock serialises them. An operation in a state that it
-// doesn't fit is refused with its failure result and an error line in the log, and changes nothing.
+// doesn't fit is refused with its failure result and an error line in the log, and changes nothing:
+// [TarnPlayer] "seek, error state:2", with the operation and the number of the state, see PlayerStates.
+//
+// An ExternFrameSink and a KelpSyncClock may call `runInWorker`, `addTimer` and `removeTimer` alone: they run on
+// threads of the player, which another thread's `stop` waits for under the lock. A log callback may call nothing.
 class KELP_PLAYER_API TarnPlayer {
 public:
-    // Makes a player in the idle state. The caller owns it. Null if the screen and sound library can't be started; the
-    // log says why.
+    // Makes a player in the idle state. The caller owns it. Null if there is no memory, or if SDL can't be started; the
+    // log's last lines are then [KelpPlayer] "Could not initialize SDL - REASON", a hint, and [TarnPlayer] "create, the
+    // engine can't be started".
     static TarnPlayer* create();
 
     // Ends a player; null is allowed. What still plays is stopped. Not to be called from a callback. No call to the
@@ -96,14 +103,16 @@ public:
 
     // Sets the source, a path or URL. `offsetToClockMs` is where the stream's zero lies on the host's clock: it is
     // added to every time that the player gives out and taken off every time that it takes. Below 0 the stream starts
-    // at that much after its beginning. Idle only.
+    // at that much after its beginning. Idle only; false in another state, and, without a log line, for a null `url`.
     bool setDataSource(const char* url, int offsetToClockMs, TarnPlayerObserver* observer);
 
-    // Opens the source. The answer is onPrepared or onFailed. Initialized or stopped only.
+    // Opens the source. The answer is onPrepared or onFailed. Initialized or stopped only. False also for an empty
+    // `url`, in which case no answer comes: `stop`, `reset` and `setDataSource` then.
     bool prepareAsync();
 
     // Plays. While the source is being prepared the request is kept and carried out when it is ready. Prepared or
-    // preparing only. False if playing can't be started; the state is then the error state.
+    // preparing only. False if playing can't be started, for what KelpPlayer::play says; the state is then the error
+    // state. A request that was kept and can't be carried out comes as onFailed(0).
     bool start();
 
     // Pause and resume. Out of playback they are kept, or taken back, for the next start that was asked for before the

@@ -43,8 +43,9 @@ public:
     bool init(UdpReceiverObserver* observer);
 
     // Opens `port` on all interfaces and starts the thread. Port 0 lets the system choose, but nothing tells which one.
-    // True also if the receiver runs already. False if there is no socket or the port can't be had, with the reason on
-    // standard error; it may be tried again.
+    // True also if the receiver runs already. False if there is no socket or the port can't be had; it may be tried
+    // again. The reason stands on standard error, not in the log: "bind: Address already in use" asks for another port,
+    // "bind: Permission denied" for one from 1024 on.
     //
     // A datagram of more than 2000 bytes is lost: nothing of it arrives, and reading rests for 10 ms as if there were
     // none. An idle receiver looks for new ones every 10 ms; what comes meanwhile waits in the system's buffer of up to
@@ -92,9 +93,10 @@ public:
 
     // Sends the `size` bytes at `data` as one datagram, waiting for room in the system's buffer if need be. The number
     // of bytes sent, or -1 on failure, also before `startSender` and after `stopSender`, and for an address that can't
-    // be read. 65507 bytes are the most that fit; a UdpReceiver takes 2000. Nothing tells whether a datagram arrives:
-    // one to a port that nobody has open is sent all the same. Should a system report that it was refused, it makes a
-    // later call fail, and the one after that works.
+    // be read; nothing is logged, and `errno` tells the system's reason right after the call. 65507 bytes are the most
+    // that fit; a UdpReceiver takes 2000. Nothing tells whether a datagram arrives: one to a port that nobody has open
+    // is sent all the same. Should a system report that it was refused, it makes a later call fail, and the one after
+    // that works.
     int send(const unsigned char* data, int size);
 
     // Closes the socket; does nothing without one.

@@ -1,7 +1,6 @@
 #include "e2e/child_process.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
@@ -28,6 +27,11 @@ namespace kelp::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+[[noreturn]] void giveUp(const char* what, const char* why) {
+    std::fprintf(stderr, "can't have %s: %s\n", what, why);
+    std::abort();
+}
 
 int msUntil(Clock::time_point end) {
     return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count());
@@ -102,8 +106,7 @@ void ChildProcess::start(std::vector<std::string> words) {
         posix_spawn_file_actions_destroy(&actions);
     }
     if (error != 0) {
-        std::fprintf(stderr, "can't start %s: %s\n", words[0].c_str(), std::strerror(error));
-        std::abort();
+        giveUp(words[0].c_str(), std::strerror(error));
     }
     close(ends[1]);
     output_ = ends[0];
@@ -170,7 +173,9 @@ std::string outputOf(const std::vector<std::string>& arguments) {
         }
         text += line + "\n";
     }
-    EXPECT_EQ(process.wait(), 0) << arguments[0];
+    if (process.wait() != 0) {
+        giveUp(arguments[0].c_str(), "it failed");
+    }
     return text;
 }
 
@@ -186,8 +191,7 @@ int freePortPair(int socketType) {
             return first;
         }
     }
-    ADD_FAILURE() << "no two free ports in a row";
-    return 0;
+    giveUp("a port", "no two free ones in a row");
 }
 
 bool waitForPort(int socketType, int port, int timeoutMs) {

@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# Contact sheets against pictures that the ffmpeg command decodes. Arguments: the program and the folder of the media
+# files.
+set -u
+program=$1
+media=$2
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+unset DISPLAY WAYLAND_DISPLAY
+failures=0
+
+fail() {
+    echo "FAILED: $*"
+    failures=$((failures + 1))
+}
+
+# expect CODE ARGS...: runs the program; what it prints stands in $scratch/out.
+expect() {
+    local code=$1 got
+    shift
+    timeout 100 "$program" "$@" >"$scratch/out" 2>&1 </dev/null
+    got=$?
+    [ "$got" = "$code" ] || { fail "thumbnails $*: exit code $got, not $code"; cat "$scratch/out"; }
+}
+
+size_of() { ffprobe -v error -show_entries stream=codec_name,width,height -of csv=p=0 "$1" 2>&1; }
+
+# tile FILE MS INDEX COLUMNS WIDTH HEIGHT: the sheet's tile shows the picture of FILE that is on at MS.
+tile() {
+    ffmpeg -v error -nostdin -y -i "$1" -vf "select='lte(t*1000\\,$2)',reverse" -frames:v 1 "$scratch/expected.png"
+    # Nearest pixels here against interpolated chroma there cost a little; a neighbouring picture differs by more.
+    psnr=$(ffmpeg -nostdin -i "$scratch/sheet.png" -i "$scratch/expected.png" -lavfi \
+        "[0]crop=$5:$6:$(($3 % $4 * $5)):$(($3 / $4 * $6))[a];[a][1]psnr" -f null - 2>&1 |
+        sed -n 's/.*average:\([0-9.inf]*\).*/\1/p')
+    awk -v p="$psnr" 'BEGIN { exit !(p == "inf" || p > 35) }' || fail "tile $3 of $1 at $2 ms: PSNR $psnr"
+    echo "tile $3 of $(basename "$1"): PSNR $psnr"
+}
+
+expect 0 "$media/small.mp4" 6 "$scratch/sheet.png"
+grep -q '^6 of 6 pictures$' "$scratch/out" || { fail "not six pictures"; cat "$scratch/out"; }
+[ "$(size_of "$scratch/sheet.png")" = png,960,360 ] || fail "the sheet is $(size_of "$scratch/sheet.png")"
+for n in 0 1 2 3 4 5; do
+    tile "$media/small.mp4" $((3000 * (2 * n + 1) / 12)) "$n" 3 320 180
+done
+
+expect 0 "$media/rotated.mp4" 1 "$scratch/sheet.png"
+[ "$(size_of "$scratch/sheet.png")" = png,180,320 ] || fail "the turned sheet is $(size_of "$scratch/sheet.png")"
+tile "$media/rotated.mp4" 1500 0 1 180 320
+
+expect 1 "$media/missing.mp4" 4 "$scratch/none.png"
+grep -q 'No such file or directory' "$scratch/out" || { fail "the log doesn't say why"; cat "$scratch/out"; }
+expect 1 "$media/tone.mp3" 4 "$scratch/none.png"
+expect 1 "$media/short.mp4" 2 "$scratch/no/such/folder.png"
+expect 2 "$media/short.mp4" 0 "$scratch/none.png"
+[ ! -e "$scratch/none.png" ] || fail "a file without a picture"
+
+[ "$failures" = 0 ] && echo "all as expected"
+exit $((failures > 0))

@@ -1,0 +1,81 @@
+#!/usr/bin/env bash
+# Installs the .deb packages in a clean Debian root, builds a host there against them, plays a file with it, and takes
+# them off again. Needs root, debootstrap and the machine's Debian mirror; the clean root is kept for the next time.
+# Arguments: the folder of the packages, one for the kept root, the folder of the host's sources, and a media file.
+set -euo pipefail
+packages=$1
+cache=$2
+consumer=$3
+media=$4
+suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
+root=
+
+say() { printf '== %s\n' "$*"; }
+
+clean_up() {
+    [ -n "$root" ] || return 0
+    umount "$root/proc" 2>/dev/null || true
+    rm -rf --one-file-system "$root"
+}
+trap clean_up EXIT
+
+[ "$(id -u)" = 0 ] || { echo "a root can only be made by root"; exit 2; }
+command -v debootstrap >/dev/null || { echo "debootstrap is missing"; exit 2; }
+
+# The mirror that this machine's apt uses for Debian itself, and what else it needs to know to get there.
+mirror=$(apt-get indextargets --format '$(REPO_URI)' "Created-By: Packages" "Codename: $suite" 2>/dev/null | awk 'NR == 1')
+[ -n "$mirror" ] || { echo "apt knows no mirror of $suite"; exit 2; }
+
+run() { env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C DEBIAN_FRONTEND=noninteractive chroot "$root" "$@"; }
+
+mkdir -p "$cache"
+clean=$cache/$suite.tar
+if [ ! -s "$clean" ]; then
+    say "making a clean root of $suite from $mirror"
+    root=$(mktemp -d "$cache/root.XXXXXX")
+    chmod 755 "$root"
+    debootstrap --variant=minbase "$suite" "$root" "$mirror" >"$cache/debootstrap.log" 2>&1 ||
+        { tail -n 20 "$cache/debootstrap.log"; exit 1; }
+    cp /etc/resolv.conf "$root/etc/resolv.conf"
+    mkdir -p "$root/etc/apt/apt.conf.d"
+    apt-config dump Acquire | grep -iE 'proxy' >"$root/etc/apt/apt.conf.d/90proxy" || true
+    # What builds the host is there before: what the packages need has to come by themselves.
+    run apt-get update -q >"$cache/apt.log" 2>&1
+    run apt-get install -y -q --no-install-recommends g++ cmake make pkg-config >>"$cache/apt.log" 2>&1 ||
+        { tail -n 20 "$cache/apt.log"; exit 1; }
+    tar -C "$root" -cf "$clean.part" .
+    mv "$clean.part" "$clean"
+    rm -rf --one-file-system "$root"
+    root=
+fi
+
+say "unpacking the clean root"
+root=$(mktemp -d "$cache/root.XXXXXX")
+chmod 755 "$root"
+tar -C "$root" -xf "$clean"
+mount -t proc proc "$root/proc" 2>/dev/null || true
+mkdir "$root/packages" "$root/consumer"
+cp "$packages"/*.deb "$root/packages/"
+cp "$consumer"/* "$root/consumer/"
+cp "$media" "$root/consumer/media"
+run apt-get update -q >"$cache/apt.log" 2>&1
+
+say "apt-get install ./*.deb"
+run sh -c 'apt-get install -y -q --no-install-recommends /packages/*.deb' >>"$cache/apt.log" 2>&1 ||
+    { tail -n 30 "$cache/apt.log"; exit 1; }
+run dpkg-query -W -f '${Package} ${Version} ${db:Status-Status}\n' 'libkelp-player*'
+run sh -c 'ldconfig -p | grep -F libkelp_player.so'
+
+say "a host with CMake"
+run sh -c 'cmake -S /consumer -B /consumer/build >/consumer/log 2>&1 && cmake --build /consumer/build >>/consumer/log 2>&1' ||
+    { cat "$root/consumer/log"; exit 1; }
+run /consumer/build/consumer /consumer/media
+say "a host with pkg-config"
+run sh -c 'g++ -std=c++20 /consumer/main.cpp $(pkg-config --cflags --libs kelp_player) -o /consumer/by_pkg_config'
+run /consumer/by_pkg_config /consumer/media
+
+say "apt-get purge"
+run sh -c 'apt-get purge -y -q "libkelp-player*"' >>"$cache/apt.log" 2>&1
+left=$(run sh -c 'find / -xdev -path /packages -prune -o -path /consumer -prune -o -iname "*kelp*" -print')
+[ -z "$left" ] || { echo "left behind: $left"; exit 1; }
+say "all as expected"

@@ -3,7 +3,8 @@
 //   player_stress [--seconds N] [--seed S] [--threads N]
 //
 // Half of the threads drive KelpPlayers, the others TarnPlayers. Any thread calls any operation at any time, but for
-// what the headers forbid: load, play and stop of one KelpPlayer never run at the same moment. Each object is stopped
+// what the headers forbid: load, play and stop of one KelpPlayer never run at the same moment, and a TarnPlayer is
+// stopped before it is reset. Each object is stopped
 // and ended at last, and the process says how many calls were made. A call that doesn't come back within two minutes
 // ends the process.
 
@@ -202,17 +203,23 @@ public:
         Sink& sink = sinks_.at(static_cast<size_t>(random.below(2)));
         auto* handle = static_cast<ExternFrameSink*>(&sink);
         switch (random.below(26)) {
-            case 0:
+            case 0: {
+                // Resetting doesn't end playback, and a second source must not be opened before that.
+                std::lock_guard lock(lifeMutex_);
+                player.stop();
                 player.reset();
                 break;
+            }
             case 1:
             case 2:
                 player.setDataSource(fileOf(random).c_str(), (random.below(3) - 1) * 500, this);
                 break;
             case 3:
-            case 4:
+            case 4: {
+                std::lock_guard lock(lifeMutex_);
                 player.prepareAsync();
                 break;
+            }
             case 5:
             case 6:
                 player.start();
@@ -230,14 +237,16 @@ public:
             case 11:
                 player.stop();
                 break;
-            case 12:
-                // Every way to a source that plays, in one go.
+            case 12: {
+                // All the way to a source that plays.
+                std::lock_guard lock(lifeMutex_);
                 player.stop();
                 player.reset();
                 player.setDataSource(fileOf(random).c_str(), 0, this);
                 player.prepareAsync();
                 player.start();
                 break;
+            }
             case 13:
                 player.getCurrentTime();
                 player.getDuration();
@@ -297,6 +306,7 @@ private:
 
     std::array<Sink, 2> sinks_;
     TarnSyncClock* clock_ = TarnSyncClock::create(0, 1000);
+    std::mutex lifeMutex_;    // held through prepareAsync and reset
     std::mutex offsetMutex_;  // held through setOffsetToClockMs
     TarnPlayer* player_;
 };

@@ -22,6 +22,9 @@ target_link_libraries(kelp_settings INTERFACE kelp_base_settings)
 if(KELP_SANITIZE)
   target_compile_options(kelp_settings INTERFACE -fsanitize=${KELP_SANITIZE} -fno-sanitize-recover=undefined)
 endif()
+if(KELP_FUZZ)
+  target_compile_options(kelp_settings INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 
 # Of the tests' code, which is to compile quickly: checks for undefined behaviour in the tests themselves would take
 # longer to compile than all the rest. The library's objects that they link are instrumented in full.

@@ -1,3 +1,6 @@
+#include <exception>
+#include <new>
+
 #include "kelp_player/log.h"
 #include "playtask/play_task.h"
 
@@ -15,6 +18,31 @@ void discard(DecodeThread& thread) {
     thread.start();
     thread.stop();
 }
+
+// The same for one whose start is left by an exception.
+template <class DecodeThread>
+class DiscardOnThrow {
+public:
+    DiscardOnThrow(AtomicSharedPtr<DecodeThread>& slot, DecodeThread& thread) : slot_(slot), thread_(thread) {}
+    DiscardOnThrow(const DiscardOnThrow&) = delete;
+    DiscardOnThrow& operator=(const DiscardOnThrow&) = delete;
+    ~DiscardOnThrow() {
+        if (std::uncaught_exceptions() == exceptions_) {
+            return;
+        }
+        slot_.store(nullptr);
+        try {
+            discard(thread_);
+        } catch (const std::bad_alloc&) {
+            // There isn't even the memory to let go of it.
+        }
+    }
+
+private:
+    AtomicSharedPtr<DecodeThread>& slot_;
+    DecodeThread& thread_;
+    const int exceptions_ = std::uncaught_exceptions();
+};
 
 }  // namespace
 
@@ -84,6 +112,7 @@ void PlayTask::startAudio(const CodecInfo& codecInfo) {
 std::shared_ptr<AudioDecodeThread> PlayTask::startAudioDecode(const CodecInfo& codecInfo) {
     const auto audioDecode = std::make_shared<AudioDecodeThread>();
     audioDecodeThread_.store(audioDecode);
+    const DiscardOnThrow guard(audioDecodeThread_, *audioDecode);
     if (!audioDecode->open(codecInfo.audioCodecType, codecInfo.audioParameters, audioOutputSpec_, shared_from_this())) {
         Log::Error(kTag, "play, failed open audio decoder\n");
         audioDecodeThread_.store(nullptr);
@@ -124,6 +153,7 @@ std::shared_ptr<VideoDecodeThread> PlayTask::startVideoDecode(const StreamInfo& 
                                                               const CodecInfo& codecInfo) {
     const auto videoDecode = std::make_shared<VideoDecodeThread>();
     videoDecodeThread_.store(videoDecode);
+    const DiscardOnThrow guard(videoDecodeThread_, *videoDecode);
     if (!videoDecode->open(codecInfo.videoCodecType, codecInfo.videoParameters, codecInfo.pixFormat, enableHwDecoder_,
                            hwDecodeMode_, streamInfo.is_live, shared_from_this())) {
         Log::Error(kTag, "play, failed open video decode thread\n");

@@ -1,0 +1,200 @@
+// Playback while something from outside breaks: the sound device, a window, a sink, the file, the wall clock.
+
+#include <SDL.h>
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+#include "e2e/media.h"
+#include "e2e/playback.h"
+#include "e2e/recording_sink.h"
+#include "faults/jumping_time.h"
+
+namespace {
+
+enum class Device { Works, IsMissing, FallsSilent };
+std::atomic<Device> g_device{Device::Works};
+
+SDL_AudioCallback g_callback = nullptr;
+
+// A device that is gone asks for no more samples.
+void callWhileThere(void* opaque, Uint8* stream, int length) {
+    if (g_device == Device::Works) {
+        g_callback(opaque, stream, length);
+    } else {
+        SDL_memset(stream, 0, static_cast<size_t>(length));
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+SDL_AudioDeviceID __real_SDL_OpenAudioDevice(const char* device, int capture, const SDL_AudioSpec* wanted,
+                                             SDL_AudioSpec* obtained, int changes);
+SDL_AudioDeviceID __wrap_SDL_OpenAudioDevice(const char* device, int capture, const SDL_AudioSpec* wanted,
+                                             SDL_AudioSpec* obtained, int changes) {
+    if (g_device == Device::IsMissing) {
+        SDL_SetError("no device today");
+        return 0;
+    }
+    SDL_AudioSpec spec = *wanted;
+    g_callback = spec.callback;
+    spec.callback = callWhileThere;
+    return __real_SDL_OpenAudioDevice(device, capture, &spec, obtained, changes);
+}
+
+}  // extern "C"
+
+namespace kelp::test {
+namespace {
+
+constexpr int kWaitMs = 60000;
+
+class Faults : public testing::Test {
+protected:
+    Faults() { g_device = Device::Works; }
+    ~Faults() override { g_device = Device::Works; }
+
+    void open(Playback& playback, const std::string& path, SyncMasterMode mode = SYNC_MASTER_AUDIO) {
+        playback.player().addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&sink_), 320, 180);
+        playback.player().setAVSyncMode(mode);
+        ASSERT_TRUE(playback.open(path));
+    }
+
+    // A playback of its own shows that nothing is left of the fault.
+    static void expectWholePlayback() {
+        g_device = Device::Works;
+        RecordingSink sink(RecordingSink::Keep::Nothing);
+        Playback playback;
+        playback.player().addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&sink), 160, 90);
+        ASSERT_TRUE(playback.open(mediaPath("short.mp4")));
+        EXPECT_TRUE(playback.playToEnd());
+        EXPECT_EQ(playback.count(Happened::Failed), 0);
+        EXPECT_GT(sink.frameCount(), 0);
+    }
+
+    RecordingSink sink_{RecordingSink::Keep::Nothing};
+};
+
+TEST_F(Faults, WithoutASoundDeviceThePictureIsShown) {
+    g_device = Device::IsMissing;
+    {
+        Playback playback;
+        open(playback, mediaPath("small.mp4"));
+        ASSERT_TRUE(playback.player().play());
+        EXPECT_TRUE(sink_.waitForFrames(5, kWaitMs));
+        EXPECT_TRUE(playback.player().pause());
+        EXPECT_TRUE(playback.player().resume());
+        EXPECT_TRUE(playback.player().seek(1500));
+        EXPECT_TRUE(playback.player().stop());
+    }
+    expectWholePlayback();
+}
+
+TEST_F(Faults, ADeviceThatVanishesHoldsUpNoCommand) {
+    {
+        Playback playback;
+        open(playback, mediaPath("small.mp4"));
+        ASSERT_TRUE(playback.player().play());
+        ASSERT_TRUE(playback.waitFor(Happened::FirstAudioFrame, kWaitMs));
+        ASSERT_TRUE(sink_.waitForFrames(3, kWaitMs));
+        g_device = Device::FallsSilent;
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the ring fills up
+        EXPECT_TRUE(playback.player().pause());
+        EXPECT_TRUE(playback.player().resume());
+        EXPECT_TRUE(playback.player().seek(500));
+        EXPECT_TRUE(playback.player().setVolume(0.5F));
+        EXPECT_TRUE(playback.player().stop());
+
+        // Back again, for the same player.
+        g_device = Device::Works;
+        ASSERT_TRUE(playback.open(mediaPath("short.mp4")));
+        EXPECT_TRUE(playback.playToEnd());
+    }
+    expectWholePlayback();
+}
+
+TEST_F(Faults, ASinkThatBlocksForTwoSecondsIsWaitedForAndNoLonger) {
+    class BlockingSink final : public ExternFrameSink {
+    public:
+        virtual ~BlockingSink() = default;
+        void onVideoSize(int, int, int) override {}
+        bool onVideoFrame(int, int64_t, uint8_t**, int*, int, int64_t) override {
+            if (!blocked.exchange(true)) {
+                std::this_thread::sleep_for(std::chrono::seconds(2));
+            }
+            ++pictures;
+            return false;
+        }
+        std::atomic<bool> blocked{false};
+        std::atomic<int> pictures{0};
+    };
+    BlockingSink blocking;
+    Playback playback;
+    playback.player().addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&blocking), 320, 180);
+    open(playback, mediaPath("small.mp4"));
+    EXPECT_TRUE(playback.playToEnd());
+    EXPECT_EQ(playback.count(Happened::Failed), 0);
+    EXPECT_GT(blocking.pictures, 3);
+
+    // A stop at that moment waits for the sink.
+    blocking.blocked = false;
+    playback.player().stop();
+    ASSERT_TRUE(playback.open(mediaPath("small.mp4")));
+    ASSERT_TRUE(playback.player().play());
+    while (!blocking.blocked) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_TRUE(playback.player().stop());
+}
+
+TEST_F(Faults, AFileCutWhileItPlaysEndsWithAnEvent) {
+    const auto copy = std::filesystem::temp_directory_path() / ("kelp_cut_" + std::to_string(getpid()) + ".mp4");
+    std::filesystem::copy_file(mediaPath("everyday.mp4"), copy, std::filesystem::copy_options::overwrite_existing);
+    {
+        Playback playback;
+        open(playback, copy.string());
+        ASSERT_TRUE(playback.player().play());
+        ASSERT_TRUE(sink_.waitForFrames(2, kWaitMs));
+        ASSERT_EQ(truncate(copy.c_str(), 100000), 0);
+        // Behind what has been read already.
+        EXPECT_TRUE(playback.player().seek(3000));
+        for (int i = 0; i < kWaitMs / 10; ++i) {
+            if (playback.count(Happened::Completed) + playback.count(Happened::Failed) > 0) {
+                break;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        EXPECT_GT(playback.count(Happened::Completed) + playback.count(Happened::Failed), 0);
+        EXPECT_TRUE(playback.player().stop());
+    }
+    std::filesystem::remove(copy);
+    expectWholePlayback();
+}
+
+class WallClock : public Faults, public testing::WithParamInterface<std::tuple<SyncMasterMode, int>> {};
+
+TEST_P(WallClock, ThatJumpsByAnHourLeavesPlaybackRunning) {
+    const auto [mode, minutes] = GetParam();
+    Playback playback;
+    open(playback, mediaPath("small.mp4"), mode);
+    ASSERT_TRUE(playback.player().play());
+    ASSERT_TRUE(sink_.waitForFrames(10, kWaitMs));
+    jumpWallClock(int64_t{minutes} * 60000);
+    EXPECT_TRUE(playback.waitFor(Happened::Completed, kWaitMs));
+    EXPECT_EQ(playback.count(Happened::Failed), 0);
+    std::printf("%d of 75 pictures were shown\n", sink_.frameCount());
+    EXPECT_TRUE(playback.player().stop());
+}
+
+INSTANTIATE_TEST_SUITE_P(Both, WallClock,
+                         testing::Combine(testing::Values(SYNC_MASTER_CLOCK, SYNC_MASTER_AUDIO, SYNC_MASTER_VIDEO),
+                                          testing::Values(60, -60)));
+
+}  // namespace
+}  // namespace kelp::test

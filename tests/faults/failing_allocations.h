@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+
+namespace kelp::test {
+
+// Makes one allocation fail; the program that links this replaces operator new and the library functions below.
+class FailingAllocations {
+public:
+    // Which ones are counted: operator new on the threads that are inside a Window; operator new on all threads that
+    // were never inside one; or the functions of the libraries that our own code calls, on any thread, each of which
+    // then answers as if it had no memory.
+    enum class Of { Nothing, WindowThreads, OtherThreads, Libraries };
+
+    // From now on, the `number`-th, from 1, fails; 0 for none.
+    static void arm(Of which, int64_t number);
+    static void disarm() { arm(Of::Nothing, 0); }
+    // How many there were since `arm`.
+    static int64_t count();
+    // Whether the one that is to fail did.
+    static bool failed();
+
+    // The calling thread's allocations count for as long as this lives.
+    class Window {
+    public:
+        Window();
+        ~Window();
+        Window(const Window&) = delete;
+        Window& operator=(const Window&) = delete;
+    };
+};
+
+}  // namespace kelp::test

@@ -1,0 +1,160 @@
+// A whole file through open, read and seek.
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+
+#include "fuzz/fuzz_target.h"
+#include "fuzz/quiet.h"
+#include "input/stream_parser.h"
+
+using kelp::AudioPacket;
+using kelp::MediaPacket;
+using kelp::StreamParser;
+using kelp::VideoPacket;
+using kelp::test::require;
+
+namespace {
+
+constexpr int kMaxPackets = 120;  // of one run, between two seeks
+
+// A file without a name on any disk.
+class MemoryFile {
+public:
+    MemoryFile(const uint8_t* data, size_t size) : file_(memfd_create("fuzz", MFD_CLOEXEC)) {
+        size_t done = 0;
+        while (done < size) {
+            const ssize_t count = write(file_, data + done, size - done);
+            require(count > 0, "room for the file");
+            done += static_cast<size_t>(count);
+        }
+    }
+    MemoryFile(const MemoryFile&) = delete;
+    MemoryFile& operator=(const MemoryFile&) = delete;
+    ~MemoryFile() { close(file_); }
+
+    std::string path() const { return "/proc/self/fd/" + std::to_string(file_); }
+
+private:
+    int file_;
+};
+
+class Observer final : public kelp::StreamParserObserver {
+public:
+    virtual ~Observer() = default;
+
+    void onFirstPakcet(std::shared_ptr<MediaPacket> packet) override { require(packet != nullptr, "a first packet"); }
+    int onAudioPakcet(std::shared_ptr<AudioPacket> packet) override {
+        require(packet->mediaType == 1 && packet->data, "a packet of sound has bytes");
+        take(*packet);
+        return 0;
+    }
+    int onVideoPacket(std::shared_ptr<VideoPacket> packet) override {
+        require(packet->mediaType == 0, "a packet of pictures");
+        if (packet->data) {
+            require(packet->keyFrame || packet->foundKeyFrame, "a key frame comes first");
+        }
+        take(*packet);
+        return 0;
+    }
+    int onAudioPacketQueueSize() override { return 0; }
+    int onVideoPacketQueueSize() override { return 0; }
+    int onAudioFrameQueueSize() override { return 0; }
+    int onVideoFrameQueueSize() override { return 0; }
+    void onSeekStart(int) override { require(!seeking_.exchange(true), "one seek at a time"); }
+    void onSeekCompleted() override {
+        require(seeking_.exchange(false), "a seek ends that was begun");
+        std::lock_guard lock(mutex_);
+        ++seeksDone_;
+        packets_ = 0;
+        over_ = false;
+        changed_.notify_all();
+    }
+    void onFileEnd(int64_t, int64_t) override {}
+    void onPlaybackCompleted() override { end(); }
+    void onPlayFailed() override { end(); }
+
+    // Waits until so many packets came after that many seeks, or the input is over.
+    void wait(int packets, int seeks) {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return seeksDone_ >= seeks && (over_ || packets_ >= packets); });
+    }
+
+private:
+    void take(MediaPacket& packet) {
+        unsigned char sum = 0;
+        for (int i = 0; i < packet.size; ++i) {
+            sum = static_cast<unsigned char>(sum ^ packet.data[i]);
+        }
+        std::lock_guard lock(mutex_);
+        sum_ = static_cast<unsigned char>(sum_ ^ sum);
+        require(!packet.toString().empty(), "a text");
+        ++packets_;
+        changed_.notify_all();
+    }
+    void end() {
+        std::lock_guard lock(mutex_);
+        over_ = true;
+        changed_.notify_all();
+    }
+
+    std::atomic<bool> seeking_{false};
+    std::mutex mutex_;  // guards all below
+    std::condition_variable changed_;
+    int packets_ = 0;
+    int seeksDone_ = 0;
+    bool over_ = false;
+    unsigned char sum_ = 0;
+};
+
+// What the run does besides follows from the bytes, which stay a file as they are.
+uint32_t hash(const uint8_t* data, size_t size) {
+    uint32_t value = 2166136261U;
+    for (size_t i = 0; i < size; ++i) {
+        value = (value ^ data[i]) * 16777619U;
+    }
+    return value;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    kelp::test::quiet();
+    const MemoryFile file(data, size);
+    const uint32_t choice = hash(data, size);
+    const auto observer = std::make_shared<Observer>();
+    StreamParser parser(nullptr);
+    parser.init(observer);
+    // Some formats name other files to open, or hosts to call.
+    parser.setOption("protocol_whitelist", "file");
+    if (!parser.open(file.path(), choice % 4 == 0 ? static_cast<int64_t>(choice >> 20U) : 0)) {
+        parser.close();
+        return 0;
+    }
+    const auto stream = parser.getStreamInfo();
+    const auto codec = parser.getCodecInfo();
+    require(stream->has_video || stream->has_audio, "an open input has a stream");
+    // A stream of another codec is there all the same, with no codec that is known.
+    require(stream->has_video || codec->videoCodecType == kelp::VIDEO_CODEC_NONE, "no codec without pictures");
+    require(stream->has_audio || codec->audioCodecType == kelp::AUDIO_CODEC_NONE, "no codec without sound");
+    require(stream->is_live != stream->seekable && !stream->toString().empty(), "live ones can't seek");
+
+    require(parser.start(), "an open input starts");
+    const int seeks = static_cast<int>((choice >> 4U) % 3);
+    for (int i = 0; i < seeks; ++i) {
+        observer->wait(static_cast<int>((choice >> 8U) % kMaxPackets), i);
+        parser.seek(static_cast<int>((choice >> (9U + 7U * static_cast<unsigned int>(i))) % 8192U) - 500);
+        // One request is one seek only if it is taken before the next.
+        observer->wait(0, i + 1);
+    }
+    observer->wait(kMaxPackets, seeks);
+    if (choice % 2 == 0) {
+        parser.stop();
+    }
+    parser.close();
+    return 0;
+}

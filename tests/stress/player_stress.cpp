@@ -1,0 +1,381 @@
+// Operations of both players from random threads at random times.
+//
+//   player_stress [--seconds N] [--seed S] [--threads N]
+//
+// Half of the threads drive KelpPlayers, the others TarnPlayers. Any thread calls any operation at any time, but for
+// what the headers forbid: load, play and stop of one KelpPlayer never run at the same moment, and a TarnPlayer is
+// stopped before it is reset. Each object is stopped
+// and ended at last, and the process says how many calls were made. A call that doesn't come back within two minutes
+// ends the process.
+
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "e2e/media.h"
+#include "kelp_player/frame_sink.h"
+#include "kelp_player/kelp_player.h"
+#include "kelp_player/log.h"
+#include "kelp_player/sync_clock.h"
+#include "kelp_player/tarn_player.h"
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+namespace {
+
+using namespace kelp;
+
+constexpr int kPlayersOfAKind = 2;
+constexpr int kHangSeconds = 120;
+constexpr std::array<const char*, 6> kFiles = {"short.mp4",  "small.mp4", "mpeg4.avi",
+                                               "vorbis.ogg", "vfr.mkv",   "text.mp4"};
+
+std::atomic<int64_t> g_calls{0};
+
+class Random {
+public:
+    explicit Random(uint64_t seed) : engine_(seed) {}
+    int below(int limit) { return static_cast<int>(engine_() % static_cast<uint64_t>(limit)); }
+
+private:
+    std::mt19937_64 engine_;
+};
+
+class Sink final : public ExternFrameSink {
+public:
+    virtual ~Sink() = default;
+    void onVideoSize(int, int, int) override {}
+    bool onVideoFrame(int, int64_t, uint8_t** data, int*, int, int64_t) override {
+        sum += data[0][0];
+        return true;
+    }
+    std::atomic<int> sum{0};
+};
+
+std::string fileOf(Random& random) {
+    return test::mediaPath(kFiles.at(static_cast<size_t>(random.below(static_cast<int>(kFiles.size())))));
+}
+
+class Engine final : public KelpPlayerObserver {
+public:
+    Engine() : player_(std::make_shared<KelpPlayer>()) { player_->init(this); }
+    virtual ~Engine() {
+        player_->stop();
+        player_->release();
+        player_.reset();
+        TarnSyncClock::destroy(clock_);
+    }
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+
+    void step(Random& random) {
+        KelpPlayer& player = *player_;
+        Sink& sink = sinks_.at(static_cast<size_t>(random.below(2)));
+        auto* handle = static_cast<ExternFrameSink*>(&sink);
+        switch (random.below(22)) {
+            case 0:
+            case 1: {
+                std::lock_guard lock(lifeMutex_);
+                player.stop();
+                playing_ = false;
+                player.loadFileAsync(fileOf(random).c_str(), random.below(4) == 0 ? random.below(2000) : 0);
+                break;
+            }
+            case 2: {
+                std::lock_guard lock(lifeMutex_);
+                if (random.below(3) == 0) {
+                    player.stop();
+                    playing_ = false;
+                }
+                break;
+            }
+            case 3:
+                player.pause();
+                break;
+            case 4:
+                player.resume();
+                break;
+            case 5:
+            case 6:
+                player.seek(random.below(4000) - 200);
+                break;
+            case 7:
+                player.setSpeed(0.25F + static_cast<float>(random.below(16)) / 4.0F);
+                break;
+            case 8:
+                player.setVolume(static_cast<float>(random.below(8)) / 4.0F);
+                break;
+            case 9:
+                player.getCurrentTime();
+                player.getDuration();
+                break;
+            case 10:
+                player.getPlayDetailInfo(static_cast<KelpPlayerInfoType>(random.below(6)));
+                break;
+            case 11:
+            case 12:
+                player.addWindow(WINDOW_TYPE_EXTERN, handle, 16 + random.below(640), 16 + random.below(360));
+                break;
+            case 13:
+                player.removeWindow(handle);
+                break;
+            case 14:
+                player.pauseWindow(handle, random.below(2) == 0);
+                break;
+            case 15:
+                player.updateWindowSize(handle, 16 + random.below(640), 16 + random.below(360));
+                break;
+            case 16:
+                player.clearScreen();
+                break;
+            case 17:
+                player.enableHwDecoder(random.below(2) == 0, static_cast<HwDecodeMode>(random.below(4)));
+                break;
+            case 18:
+                player.setAVSyncMode(static_cast<SyncMasterMode>(random.below(3)));
+                break;
+            case 19:
+                player.setExternSyncClock(random.below(2) == 0 ? clock_ : nullptr, random.below(1000));
+                break;
+            case 20:
+                player.setOption("max_delay", std::to_string(random.below(1000000)).c_str());
+                player.runInWorker([] { ++g_calls; });
+                break;
+            default:
+                player.removeTimer(player.addTimer(static_cast<unsigned int>(random.below(30)), random.below(2) == 0,
+                                                   [] { ++g_calls; }));
+                break;
+        }
+    }
+
+private:
+    void onVideoSizeUpdated(std::shared_ptr<KelpPlayer>, int, int, int) override {}
+    void onPrepared(std::shared_ptr<KelpPlayer> player, bool, bool) override {
+        std::lock_guard lock(lifeMutex_);
+        // The answer may be late, and for a source before the one that plays already.
+        if (playing_) {
+            return;
+        }
+        playing_ = player->play();
+        if (!playing_) {
+            player->stop();
+        }
+    }
+    void onFailed(std::shared_ptr<KelpPlayer>, int, int) override {}
+    void onFirstPacket(std::shared_ptr<KelpPlayer>, int) override {}
+    void onFirstVideoFrame(std::shared_ptr<KelpPlayer> player, int) override { player->getCurrentTime(); }
+    void onFirstAudioFrame(std::shared_ptr<KelpPlayer>, int) override {}
+    void onCompleted(std::shared_ptr<KelpPlayer> player) override { player->seek(0); }
+    void onDurationUpdated(std::shared_ptr<KelpPlayer>, int) override {}
+
+    std::array<Sink, 2> sinks_;
+    TarnSyncClock* clock_ = TarnSyncClock::create(0, 1000);
+    std::mutex lifeMutex_;  // held through load, play and stop; guards playing_
+    bool playing_ = false;
+    std::shared_ptr<KelpPlayer> player_;
+};
+
+class Managed final : public TarnPlayerObserver {
+public:
+    Managed() : player_(TarnPlayer::create()) {}
+    virtual ~Managed() {
+        player_->stop();
+        TarnPlayer::destroy(player_);
+        TarnSyncClock::destroy(clock_);
+    }
+    Managed(const Managed&) = delete;
+    Managed& operator=(const Managed&) = delete;
+
+    void step(Random& random) {
+        TarnPlayer& player = *player_;
+        Sink& sink = sinks_.at(static_cast<size_t>(random.below(2)));
+        auto* handle = static_cast<ExternFrameSink*>(&sink);
+        switch (random.below(26)) {
+            case 0: {
+                // Resetting doesn't end playback, and a second source must not be opened before that.
+                std::lock_guard lock(lifeMutex_);
+                player.stop();
+                player.reset();
+                break;
+            }
+            case 1:
+            case 2:
+                player.setDataSource(fileOf(random).c_str(), (random.below(3) - 1) * 500, this);
+                break;
+            case 3:
+            case 4: {
+                std::lock_guard lock(lifeMutex_);
+                player.prepareAsync();
+                break;
+            }
+            case 5:
+            case 6:
+                player.start();
+                break;
+            case 7:
+                player.pause();
+                break;
+            case 8:
+                player.resume();
+                break;
+            case 9:
+            case 10:
+                player.seek(random.below(4000) - 200);
+                break;
+            case 11:
+                player.stop();
+                break;
+            case 12: {
+                // All the way to a source that plays.
+                std::lock_guard lock(lifeMutex_);
+                player.stop();
+                player.reset();
+                player.setDataSource(fileOf(random).c_str(), 0, this);
+                player.prepareAsync();
+                player.start();
+                break;
+            }
+            case 13:
+                player.getCurrentTime();
+                player.getDuration();
+                player.getPlayDetailInfo(static_cast<TarnPlayerInfoType>(random.below(6)));
+                break;
+            case 14:
+                player.setVolume(0.5F);
+                break;
+            case 15:
+                player.setSpeed(0.25F + static_cast<float>(random.below(16)) / 4.0F);
+                break;
+            case 16:
+            case 17:
+                player.addWindow(handle, WINDOW_TYPE_EXTERN, 16 + random.below(640), 16 + random.below(360));
+                break;
+            case 18:
+                player.removeWindow(handle);
+                break;
+            case 19:
+                player.pauseWindow(handle, random.below(2) == 0);
+                break;
+            case 20:
+                player.enableHwDecoder(random.below(2) == 0, static_cast<HwDecodeMode>(random.below(4)));
+                break;
+            case 21:
+                player.setAVSyncMode(static_cast<SyncMasterMode>(random.below(3)));
+                break;
+            case 22:
+                player.setSyncClock(random.below(2) == 0 ? clock_ : nullptr);
+                break;
+            case 23: {
+                // For one control thread.
+                std::lock_guard lock(offsetMutex_);
+                player.setOffsetToClockMs((random.below(5) - 2) * 300);
+                break;
+            }
+            case 24:
+                player.setOption("retry_when_failed", std::to_string(random.below(60) - 20).c_str());
+                player.runInWorker([] { ++g_calls; });
+                break;
+            default:
+                player.removeTimer(player.addTimer(static_cast<unsigned int>(random.below(30)), random.below(2) == 0,
+                                                   [] { ++g_calls; }));
+                break;
+        }
+    }
+
+private:
+    void onVideoSizeUpdated(int, int, int) override {}
+    void onPrepared(bool, bool) override { player_->start(); }
+    void onStarted() override { player_->getCurrentTime(); }
+    void onFailed(int) override { player_->stop(); }
+    void onFirstVideoFrame(int) override {}
+    void onFirstAudioFrame(int) override {}
+    void onCompleted() override { player_->seek(0); }
+    void onDurationUpdated(int) override {}
+
+    std::array<Sink, 2> sinks_;
+    TarnSyncClock* clock_ = TarnSyncClock::create(0, 1000);
+    std::mutex lifeMutex_;    // held through prepareAsync and reset
+    std::mutex offsetMutex_;  // held through setOffsetToClockMs
+    TarnPlayer* player_;
+};
+
+struct Options {
+    int seconds = 20;
+    uint64_t seed = 1;
+    int threads = 6;
+};
+
+Options parse(int argc, char** argv) {
+    Options options;
+    for (int i = 1; i + 1 < argc; i += 2) {
+        const std::string word = argv[i];
+        const auto value = std::strtoull(argv[i + 1], nullptr, 10);
+        if (word == "--seconds") {
+            options.seconds = static_cast<int>(value);
+        } else if (word == "--seed") {
+            options.seed = value;
+        } else if (word == "--threads") {
+            options.threads = static_cast<int>(value);
+        } else {
+            std::fprintf(stderr, "usage: player_stress [--seconds N] [--seed S] [--threads N]\n");
+            std::exit(2);
+        }
+    }
+    return options;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    setenv("SDL_VIDEODRIVER", "dummy", 0);
+    setenv("SDL_AUDIODRIVER", "dummy", 0);
+    const Options options = parse(argc, argv);
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + std::chrono::seconds(options.seconds);
+    {
+        std::array<Engine, kPlayersOfAKind> engines;
+        std::array<Managed, kPlayersOfAKind> managed;
+        // Every line of the log is made, and nobody reads it.
+        Log::SetLogCallback([](const char*) {});
+        Log::SetLevel(4);
+        av_log_set_level(AV_LOG_QUIET);
+        std::vector<std::thread> threads;
+        for (int i = 0; i < options.threads; ++i) {
+            threads.emplace_back([&, i] {
+                Random random(options.seed * 1000 + static_cast<uint64_t>(i));
+                while (Clock::now() < end) {
+                    const auto which = static_cast<size_t>(random.below(kPlayersOfAKind));
+                    if (i % 2 == 0) {
+                        engines.at(which).step(random);
+                    } else {
+                        managed.at(which).step(random);
+                    }
+                    ++g_calls;
+                    if (random.below(3) == 0) {
+                        std::this_thread::sleep_for(std::chrono::milliseconds(random.below(40)));
+                    }
+                }
+            });
+        }
+        alarm(static_cast<unsigned int>(options.seconds + kHangSeconds));
+        for (auto& thread : threads) {
+            thread.join();
+        }
+    }
+    alarm(0);
+    std::printf("player_stress: %lld calls in %d s, seed %llu\n", static_cast<long long>(g_calls.load()),
+                options.seconds, static_cast<unsigned long long>(options.seed));
+    return 0;
+}

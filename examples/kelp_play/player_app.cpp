@@ -1,16 +1,14 @@
 #include "player_app.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
 
+#include "common/sound_device.h"
+#include "common/source_problem.h"
 #include "kelp_player/log.h"
 
 namespace {
@@ -24,78 +22,6 @@ volatile std::sig_atomic_t g_interrupted = 0;
 
 void onInterrupt(int) {
     g_interrupted = 1;
-}
-
-// Keeps off the terminal what a library writes to standard error by itself.
-class QuietStandardError {
-public:
-    QuietStandardError() : saved_(dup(STDERR_FILENO)) {
-        const int nowhere = open("/dev/null", O_WRONLY);
-        dup2(nowhere, STDERR_FILENO);
-        close(nowhere);
-    }
-    ~QuietStandardError() {
-        dup2(saved_, STDERR_FILENO);
-        close(saved_);
-    }
-    QuietStandardError(const QuietStandardError&) = delete;
-    QuietStandardError& operator=(const QuietStandardError&) = delete;
-
-private:
-    int saved_;
-};
-
-// Whether a sound device can be opened. A sound system without one complains at length.
-bool hasSoundDevice() {
-    const QuietStandardError quiet;
-    if (SDL_InitSubSystem(SDL_INIT_AUDIO) != 0) {
-        return false;
-    }
-    SDL_AudioSpec wanted{};
-    wanted.freq = 48000;
-    wanted.format = AUDIO_S16LSB;
-    wanted.channels = 2;
-    wanted.samples = 1024;
-    const SDL_AudioDeviceID device = SDL_OpenAudioDevice(nullptr, 0, &wanted, nullptr, SDL_AUDIO_ALLOW_ANY_CHANGE);
-    if (device != 0) {
-        SDL_CloseAudioDevice(device);
-    }
-    SDL_QuitSubSystem(SDL_INIT_AUDIO);
-    return device != 0;
-}
-
-// The library's own words in an error line of the engine, or the line as it is.
-std::string reasonIn(const std::string& line) {
-    const auto code = line.find(", ", line.find("ret:"));
-    const auto end = line.find(", is stoped:");
-    if (line.find("ret:") == std::string::npos || code == std::string::npos || end == std::string::npos) {
-        return line;
-    }
-    return line.substr(code + 2, end - code - 2);
-}
-
-// What can be said of a path before the library looks at it; empty if nothing.
-std::string problemOfPath(const std::string& path) {
-    if (path.find("://") != std::string::npos) {
-        return {};
-    }
-    std::error_code error;
-    const auto status = std::filesystem::status(path, error);
-    if (!std::filesystem::exists(status)) {
-        return "no such file";
-    }
-    if (std::filesystem::is_directory(status)) {
-        return "is a folder";
-    }
-    if (std::filesystem::is_regular_file(status)) {
-        if (std::filesystem::file_size(path, error) == 0 && !error) {
-            return "the file is empty";
-        }
-        if (!std::ifstream(path)) {
-            return "can't be read";
-        }
-    }
-    return {};
 }
 
 }  // namespace
@@ -152,10 +78,7 @@ int PlayerApp::run() {
 // The engine's error lines are the reason that a failure event doesn't carry.
 void PlayerApp::catchLog() {
     kelp::Log::SetLogCallback([this](const char* line) {
-        std::string text(line);
-        const auto message = text.find("]: ");
-        text = message == std::string::npos ? text : text.substr(message + 3);
-        text.erase(text.find_last_not_of(" \r\n") + 1);
+        std::string text = messageOf(line);
         std::lock_guard lock(reasonMutex_);
         reason_ = std::move(text);
     });
@@ -169,8 +92,7 @@ void PlayerApp::chooseDrivers() {
     if (headless_) {
         setenv("SDL_VIDEODRIVER", "dummy", 1);
     }
-    if (!hasSoundDevice()) {
-        setenv("SDL_AUDIODRIVER", "dummy", 1);
+    if (!chooseSoundDriver()) {
         std::fprintf(stderr, "kelp_play: no sound device, playing in silence\n");
     }
 }

@@ -136,6 +136,12 @@ const std::vector<MediaFile>& mediaTable() {
          "perl -e 'binmode STDIN; binmode STDOUT; undef $/; $_ = <STDIN>; srand(7); "
          "for my $i (1 .. length($_) / 100) { substr($_, int(rand(length $_)), 1) = chr(int(rand(256))); } print' "
          "< {dir}/hevc.ts > {out}", 0, 0, 0, 0, false, 0},
+        // Long enough for somebody to click around in it.
+        {"long.mp4", "40 s of H.264 and AAC with pictures that change all the time",
+         "ffmpeg -f lavfi -i testsrc2=size=640x360:rate=25:duration=40 "
+         "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=40 -ac 2 -filter:a volume=4 "
+         "-c:v libx264 -preset ultrafast -g 25 -pix_fmt yuv420p -c:a aac -b:a 64k {out}",
+         640, 360, 1000, 40000, true, 440},
     };
     return table;
 }

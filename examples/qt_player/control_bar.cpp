@@ -83,6 +83,7 @@ ControlBar::ControlBar(QWidget* parent)
 
     applyVolume();
     setDuration(0);
+    showTime(0);
     showState(PlayerController::State::Idle);
 }
 

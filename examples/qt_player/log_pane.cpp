@@ -19,7 +19,7 @@ QColor colorOf(const QString& line, const QPalette& palette) {
     if (line.contains(QLatin1String("(WARN)"))) {
         return {0xe3, 0xb3, 0x41};
     }
-    if (line.contains(QLatin1String("(Debug)"))) {
+    if (line.contains(QLatin1String("(DEBUG)"))) {
         return palette.color(QPalette::PlaceholderText);
     }
     return palette.color(QPalette::Text);

@@ -77,6 +77,7 @@ void MainWindow::makeWidgets() {
     url_->setObjectName(QStringLiteral("url"));
     url_->setPlaceholderText(tr("Path or URL: a file, rtsp://camera/stream, session.sdp …"));
     url_->setClearButtonEnabled(true);
+    url_->setFocusPolicy(Qt::ClickFocus);  // else keys would be typed there from the start
     connect(url_, &QLineEdit::returnPressed, this, &MainWindow::openUrl);
 
     toolBar_ = new QToolBar(tr("Source"));
@@ -148,8 +149,8 @@ void MainWindow::makeActions() {
                                    [this] { setFullScreen(fullScreenAction_->isChecked()); });
     fullScreenAction_->setCheckable(true);
     fullScreenAction_->setIcon(signIcon(Sign::FullScreen, color));
-    secondAction_ =
-        makeAction(view, tr("Second &window"), {Qt::Key_W}, [this] { second_->setVisible(secondAction_->isChecked()); });
+    secondAction_ = makeAction(view, tr("Second &window"), {Qt::Key_W},
+                               [this] { second_->setVisible(secondAction_->isChecked()); });
     secondAction_->setCheckable(true);
     secondAction_->setIcon(signIcon(Sign::SecondWindow, color));
     view->addSeparator();
@@ -304,11 +305,16 @@ void MainWindow::showFailure(const QString& what, const QString& why) {
     if (failure_) {
         failure_->close();
     }
-    failure_ = new QMessageBox(QMessageBox::Warning, tr("qt_player"), what, QMessageBox::Close, this);
+    const QString source = player_.source();
+    failure_ = new QMessageBox(QMessageBox::Warning, tr("qt_player"), QStringLiteral("<b>%1</b>").arg(what),
+                               QMessageBox::Close, this);
     failure_->setObjectName(QStringLiteral("failure"));
     failure_->setAttribute(Qt::WA_DeleteOnClose);
-    const QString source = player_.source();
-    failure_->setInformativeText(why.isEmpty() ? source : QStringLiteral("%1: %2").arg(source, why));
+    QString text = why.isEmpty() ? source : QStringLiteral("%1: %2").arg(source, why);
+    if (source.contains(QLatin1String("://"))) {
+        text += tr("\n\nWith a retry interval in the options (F10) such a source is started again by itself.");
+    }
+    failure_->setInformativeText(text);
     failure_->open();
 }
 

@@ -2,10 +2,26 @@
 
 #include <QApplication>
 #include <QPalette>
+#include <QProxyStyle>
 #include <QStyleFactory>
 
+namespace {
+
+class Style : public QProxyStyle {
+public:
+    Style() : QProxyStyle(QStyleFactory::create(QStringLiteral("Fusion"))) {}
+
+    // The standard icons of dialog buttons are made for light colours.
+    int styleHint(StyleHint hint, const QStyleOption* option, const QWidget* widget,
+                  QStyleHintReturn* data) const override {
+        return hint == SH_DialogButtonBox_ButtonsHaveIcons ? 0 : QProxyStyle::styleHint(hint, option, widget, data);
+    }
+};
+
+}  // namespace
+
 void applyTheme(QApplication& application) {
-    QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+    QApplication::setStyle(new Style);
     const QColor text(0xdd, 0xe1, 0xe6);
     QPalette palette;
     palette.setColor(QPalette::Window, QColor(0x23, 0x27, 0x2d));

@@ -4,59 +4,42 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
-#include <QDir>
 #include <QDoubleSpinBox>
 #include <QDropEvent>
-#include <QElapsedTimer>
-#include <QFile>
+#include <QFileInfo>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QMimeData>
-#include <QPlainTextEdit>
-#include <QScreen>
 #include <QSignalSpy>
 #include <QSpinBox>
-#include <QTemporaryDir>
-#include <QTimer>
 #include <QToolButton>
-#include <QtTest>
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
-#include "e2e/media.h"
+#include "e2e/qt_player_fixture.h"
 #include "e2e/sound.h"
-#include "main_window.h"
-#include "second_window.h"
 #include "support/x_screen.h"
 #include "theme.h"
 #include "time_slider.h"
 #include "time_text.h"
-#include "video_area.h"
-#include "video_surface.h"
 
 namespace {
 
 using State = PlayerController::State;
-using kelp::test::mediaPath;
 
-constexpr int kWaitMs = 30000;
 constexpr int kScreenWidth = 1700;
 constexpr int kScreenHeight = 900;
 
-QString media(const char* name) {
-    return QString::fromStdString(mediaPath(name));
-}
-
 }  // namespace
 
-// Waits for a condition, by the clock: Qt's own macros count how often they looked, and some conditions here take a
-// while to be looked at.
-#define EVENTUALLY(...) QVERIFY(QTest::qWaitFor([&] { return __VA_ARGS__; }, kWaitMs))
-
-class QtPlayerTest : public QObject {
+class QtPlayerTest : public QtPlayerFixture {
     Q_OBJECT
+
+public:
+    // Not a test: writes the pictures of the documents, with `clip` playing, into `folder`.
+    void makePictures(const QString& clip, const QString& folder);
 
 private slots:
     void initTestCase();
@@ -75,121 +58,31 @@ private slots:
     void saysWhyAFileCantBePlayed();
     void retriesASourceInsteadOfGivingUp();
     void endsThePlayerBeforeItsWindow();
-
-private:
-    template <typename Widget>
-    Widget* find(const char* name) {
-        auto* const widget = window_->findChild<Widget*>(QLatin1String(name));
-        if (!widget) {
-            qFatal("no widget %s", name);
-        }
-        return widget;
-    }
-    PlayerController& player() { return window_->player(); }
-    VideoArea* area() { return find<VideoArea>("picture"); }
-    void activate();
-    void press(Qt::Key key);
-    // What the screen shows where a picture is to be.
-    QImage shown(VideoArea* area);
-    static bool isPicture(const QImage& image);
-    bool isStill();
-    // Opens by the URL field and waits for pictures.
-    void open(const char* name);
-    void pause(bool paused);
-    QString logText() { return find<QPlainTextEdit>("logText")->toPlainText(); }
-    // The loudest sample of the last tenth of a second that was played.
-    int loudness() const;
-    void takeScreenshot(const char* name);
-
-    std::unique_ptr<MainWindow> window_;
-    QTemporaryDir folder_;
-    QString sound_;
-    QTimer heartbeat_;
-    QElapsedTimer sinceBeat_;
-    qint64 longestStallMs_ = 0;
 };
 
-// On a screen without a window manager SDL takes the keyboard for every window that it begins to draw on, and it is
-// nobody's when that goes.
-void QtPlayerTest::activate() {
-    EVENTUALLY((window_->isActiveWindow() || (window_->activateWindow(), false)));
-}
+void QtPlayerTest::makePictures(const QString& clip, const QString& folder) {
+    const QString saved = QDir::currentPath();
+    initTestCase();
+    window_->resize(900, 620);
+    // By its bare name: where it lies doesn't belong into a document.
+    QDir::setCurrent(QFileInfo(clip).path());
+    window_->open(QFileInfo(clip).fileName());
+    EVENTUALLY(player().state() == State::Playing && isPicture(shown(area())));
+    player().seek(player().durationMs() * 2 / 5);
+    EVENTUALLY(player().timeMs() > player().durationMs() * 2 / 5 + 500);
+    press(Qt::Key_Space);
+    EVENTUALLY(isStill());
+    takeScreenshot(QDir(saved).absoluteFilePath(folder + QStringLiteral("/qt_player.png")));
 
-void QtPlayerTest::press(Qt::Key key) {
-    activate();
-    QTest::keyClick(window_.get(), key);
-}
-
-QImage QtPlayerTest::shown(VideoArea* area) {
-    const VideoSurface* const surface = area->surface();
-    const QPoint corner = surface->mapToGlobal(QPoint(0, 0));
-    return QGuiApplication::primaryScreen()
-        ->grabWindow(0, corner.x(), corner.y(), surface->width(), surface->height())
-        .toImage();
-}
-
-bool QtPlayerTest::isPicture(const QImage& image) {
-    // The test pictures have their colours side by side.
-    const int row = image.height() / 3;
-    int changes = 0;
-    for (int x = 1; x < image.width(); ++x) {
-        changes += image.pixel(x, row) != image.pixel(x - 1, row) ? 1 : 0;
-    }
-    return changes >= 4;
-}
-
-bool QtPlayerTest::isStill() {
-    const QImage before = shown(area());
-    QTest::qWait(250);
-    return isPicture(before) && shown(area()) == before;
-}
-
-void QtPlayerTest::open(const char* name) {
-    activate();
-    auto* const url = find<QLineEdit>("url");
-    url->setFocus();
-    url->selectAll();
-    QTest::keyClicks(url, media(name));
-    QTest::keyClick(url, Qt::Key_Return);
-    EVENTUALLY(player().state() == State::Playing);
-    EVENTUALLY(isPicture(shown(area())));
-}
-
-void QtPlayerTest::pause(bool paused) {
-    if ((player().state() == State::Paused) != paused) {
-        press(Qt::Key_Space);
-    }
-    QCOMPARE(player().state(), paused ? State::Paused : State::Playing);
-}
-
-int QtPlayerTest::loudness() const {
-    QFile file(sound_);
-    constexpr qint64 kBytes = 48000 / 10 * 2 * 2;
-    if (!file.open(QIODevice::ReadOnly) || file.size() < kBytes) {
-        return -1;
-    }
-    file.seek((file.size() - kBytes) & ~3LL);
-    const QByteArray bytes = file.read(kBytes);
-    int peak = 0;
-    for (qsizetype i = 0; i + 1 < bytes.size(); i += 2) {
-        int16_t sample = 0;
-        std::memcpy(&sample, bytes.constData() + i, sizeof sample);
-        peak = std::max(peak, std::abs(static_cast<int>(sample)));
-    }
-    return peak;
-}
-
-void QtPlayerTest::takeScreenshot(const char* name) {
-    QTest::qWait(50);  // for what is still to be painted
-    const QDir folder(QStringLiteral(KELP_SCREENSHOT_DIR));
-    QVERIFY(folder.mkpath(QStringLiteral(".")));
-    QRect part = window_->frameGeometry();
-    if (const auto* second = find<SecondWindow>("secondWindow"); second->isVisible()) {
-        part = part.united(second->frameGeometry());
-    }
-    const QPixmap pixels =
-        QGuiApplication::primaryScreen()->grabWindow(0, part.x(), part.y(), part.width(), part.height());
-    QVERIFY(pixels.save(folder.filePath(QLatin1String(name))));
+    auto* const second = find<SecondWindow>("secondWindow");
+    second->move(window_->width() + 10, (window_->height() - 270) / 2);
+    second->resize(480, 270);
+    press(Qt::Key_F9);
+    press(Qt::Key_F10);
+    press(Qt::Key_W);
+    EVENTUALLY(second->isVisible() && isPicture(shown(second->area())) && isStill());
+    takeScreenshot(QDir(saved).absoluteFilePath(folder + QStringLiteral("/qt_player_windows.png")));
+    endsThePlayerBeforeItsWindow();
 }
 
 void QtPlayerTest::initTestCase() {
@@ -202,7 +95,8 @@ void QtPlayerTest::initTestCase() {
     QVERIFY(QTest::qWaitForWindowExposed(window_.get(), kWaitMs));
     activate();
     QCOMPARE(player().state(), State::Idle);
-    takeScreenshot("empty.png");
+    QVERIFY(!find<QLineEdit>("url")->hasFocus());
+    takeScreenshot(QStringLiteral("empty.png"));
     connect(&heartbeat_, &QTimer::timeout, this,
             [this] { longestStallMs_ = std::max(longestStallMs_, sinceBeat_.restart()); });
     sinceBeat_.start();
@@ -219,7 +113,7 @@ void QtPlayerTest::playsWhatIsTypedIntoTheUrlField() {
     QVERIFY(window_->windowTitle().contains(QLatin1String("long.mp4")));
     // The log comes from the player's threads.
     EVENTUALLY(logText().contains(QLatin1String("onPrepared, hasVideo:1, hasAudio:1")));
-    takeScreenshot("playing.png");
+    takeScreenshot(QStringLiteral("playing.png"));
 }
 
 void QtPlayerTest::pausesAtTheSpaceBar() {
@@ -359,7 +253,7 @@ void QtPlayerTest::showsTheSamePicturesInASecondWindow() {
     press(Qt::Key_F10);
     pause(true);
     EVENTUALLY(isStill() && isPicture(shown(second->area())));
-    takeScreenshot("two_windows.png");
+    takeScreenshot(QStringLiteral("two_windows.png"));
     // The same picture, in another size.
     const auto smaller = [](const QImage& image) {
         return image.scaled(32, 18, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
@@ -464,7 +358,7 @@ void QtPlayerTest::saysWhyAFileCantBePlayed() {
         QVERIFY2(message()->informativeText().contains(QLatin1String(why)), qPrintable(message()->informativeText()));
         if (message()->informativeText().contains(QLatin1String("missing"))) {
             QVERIFY(QTest::qWaitForWindowExposed(message(), kWaitMs));
-            takeScreenshot("missing.png");
+            takeScreenshot(QStringLiteral("missing.png"));
         }
         message()->button(QMessageBox::Close)->click();
         EVENTUALLY(!message());
@@ -493,7 +387,6 @@ void QtPlayerTest::retriesASourceInsteadOfGivingUp() {
 }
 
 void QtPlayerTest::endsThePlayerBeforeItsWindow() {
-    open("long.mp4");
     heartbeat_.stop();
     std::printf("the longest time without serving the event loop: %lld ms\n", static_cast<long long>(longestStallMs_));
     QSignalSpy closed(window_.get(), &MainWindow::closed);
@@ -511,6 +404,10 @@ int main(int argc, char** argv) {
     QApplication::setQuitOnLastWindowClosed(false);
     applyTheme(application);
     QtPlayerTest test;
+    if (argc == 4 && QLatin1String(argv[1]) == QLatin1String("--pictures")) {
+        test.makePictures(QString::fromLocal8Bit(argv[2]), QString::fromLocal8Bit(argv[3]));
+        return 0;
+    }
     return QTest::qExec(&test, argc, argv);
 }
 

@@ -28,6 +28,7 @@
 namespace {
 
 constexpr int kMessageMs = 8000;
+constexpr int kShowControlsMs = 2000;
 
 QString nameOf(const QString& source) {
     const QString name = QFileInfo(source).fileName();
@@ -53,6 +54,9 @@ MainWindow::MainWindow() {
     connectPlayer();
     connectPicture(area_);
     connectPicture(second_->area());
+    connect(area_, &VideoArea::pointerMoved, this, &MainWindow::showControlsForAWhile);
+    connect(&hideControls_, &QTimer::timeout, this,
+            [this] { controls_->setVisible(!isFullScreen() || controls_->underMouse()); });
     showState(PlayerController::State::Idle);
     options_->announce();
 }
@@ -382,6 +386,16 @@ void MainWindow::setFullScreen(bool fullScreen) {
         }
     }
     setWindowState(windowState() ^ Qt::WindowFullScreen);
+    pointer_ = QCursor::pos();
+}
+
+// Showing and hiding them moves the picture below the pointer, which isn't a move of the pointer.
+void MainWindow::showControlsForAWhile() {
+    if (isFullScreen() && QCursor::pos() != pointer_) {
+        pointer_ = QCursor::pos();
+        controls_->show();
+        hideControls_.start(kShowControlsMs);
+    }
 }
 
 void MainWindow::showKeys() {

@@ -2,6 +2,7 @@
 
 #include <QMainWindow>
 #include <QPointer>
+#include <QTimer>
 
 #include "log_relay.h"
 #include "player_controller.h"
@@ -57,6 +58,8 @@ private:
     void openUrl();
     void useSecondWindow(bool shown);
     void setFullScreen(bool fullScreen);
+    // In full screen the controls show while the pointer moves.
+    void showControlsForAWhile();
     void showKeys();
 
     LogRelay log_;  // before the player, which logs
@@ -75,6 +78,8 @@ private:
     QAction* fullScreenAction_ = nullptr;
     QAction* secondAction_ = nullptr;
     QList<QWidget*> hiddenInFullScreen_;  // that were visible when it began
+    QTimer hideControls_;
+    QPoint pointer_;  // where it was when the controls were shown
     QPointer<QMessageBox> failure_;
     QString folder_;  // of the file opened last
     bool closing_ = false;

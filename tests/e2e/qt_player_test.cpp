@@ -290,6 +290,10 @@ void QtPlayerTest::fillsTheScreenAndComesBack() {
     EVENTUALLY(window_->isFullScreen());
     EVENTUALLY(area()->size() == window_->size());
     EVENTUALLY(isPicture(shown(area())));
+    // The controls come with the pointer, and go.
+    QCursor::setPos(window_->mapToGlobal(QPoint(200, 200)));
+    EVENTUALLY(find<TimeSlider>("timeSlider")->isVisible());
+    EVENTUALLY(!find<TimeSlider>("timeSlider")->isVisible());
     press(Qt::Key_Escape);
     EVENTUALLY(!window_->isFullScreen() && find<QLineEdit>("url")->isVisible());
     QCOMPARE(area()->surface()->winId(), handle);

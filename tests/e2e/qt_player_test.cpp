@@ -167,14 +167,14 @@ void QtPlayerTest::playsSlowerAndFaster() {
         return static_cast<double>(player().timeMs() - from) / static_cast<double>(clock.elapsed());
     };
     double slow = 0;
-    EVENTUALLY((slow = pace()) > 0.05 && slow < 0.45);
+    EVENTUALLY((slow = pace()) > 0.05 && slow < 0.35);
     for (int i = 0; i < 20; ++i) {
         press(Qt::Key_BracketRight);
     }
     QCOMPARE(speed->value(), 4.0);  // the most
     // A slow machine may not get there: faster than before is what counts.
     double fast = 0;
-    EVENTUALLY((fast = pace()) > 1.5 * slow);
+    EVENTUALLY((fast = pace()) > 1.3 * slow);
     std::printf("pace at speed 0.25: %.2f, at 4: %.2f\n", slow, fast);
     press(Qt::Key_Backspace);
     QCOMPARE(speed->value(), 1.0);
@@ -404,6 +404,9 @@ int main(int argc, char** argv) {
     // Before Qt and SDL look for a screen.
     kelp::test::XScreen screen(kScreenWidth, kScreenHeight);
     setenv("QT_QPA_PLATFORM", "xcb", 1);
+    // Windows change their size in here while they are drawn on; the graphics driver without hardware has been seen to
+    // write past its memory then.
+    setenv("SDL_RENDER_DRIVER", "software", 1);
     QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
     applyTheme(application);

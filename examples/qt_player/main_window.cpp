@@ -55,8 +55,13 @@ MainWindow::MainWindow() {
     connectPicture(area_);
     connectPicture(second_->area());
     connect(area_, &VideoArea::pointerMoved, this, &MainWindow::showControlsForAWhile);
-    connect(&hideControls_, &QTimer::timeout, this,
-            [this] { controls_->setVisible(!isFullScreen() || controls_->underMouse()); });
+    connect(&hideControls_, &QTimer::timeout, this, [this] {
+        if (isFullScreen() && controls_->underMouse()) {
+            return;  // until it leaves
+        }
+        controls_->setVisible(!isFullScreen());
+        hideControls_.stop();
+    });
     showState(PlayerController::State::Idle);
     options_->announce();
 }

@@ -6,9 +6,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <system_error>
 #include <vector>
 
 namespace {
@@ -69,27 +66,12 @@ void playInSilence(int soundDevices) {
 
 }  // namespace
 
-std::string problemOfPath(const std::string& path) {
-    if (path.find("://") != std::string::npos) {
-        return {};
+bool chooseSoundDriver(int soundDevices) {
+    if (hasSoundDevices(soundDevices)) {
+        return true;
     }
-    std::error_code error;
-    const auto status = std::filesystem::status(path, error);
-    if (!std::filesystem::exists(status)) {
-        return "no such file";
-    }
-    if (std::filesystem::is_directory(status)) {
-        return "is a folder";
-    }
-    if (std::filesystem::is_regular_file(status)) {
-        if (std::filesystem::file_size(path, error) == 0 && !error) {
-            return "the file is empty";
-        }
-        if (!std::ifstream(path)) {
-            return "can't be read";
-        }
-    }
-    return {};
+    playInSilence(soundDevices);
+    return false;
 }
 
 bool chooseDrivers(const char* program, bool windowsWanted, int soundDevices) {
@@ -97,8 +79,7 @@ bool chooseDrivers(const char* program, bool windowsWanted, int soundDevices) {
     if (!windows) {
         setenv("SDL_VIDEODRIVER", "dummy", 1);
     }
-    if (!hasSoundDevices(soundDevices)) {
-        playInSilence(soundDevices);
+    if (!chooseSoundDriver(soundDevices)) {
         std::fprintf(stderr, "%s: no sound device, playing in silence\n", program);
     }
     return windows;

@@ -9,6 +9,7 @@
 
 #include "kelp_player/log.h"
 #include "machine.h"
+#include "source_problem.h"
 
 namespace {
 

@@ -8,6 +8,7 @@
 
 #include "kelp_player/log.h"
 #include "machine.h"
+#include "source_problem.h"
 #include "speeds.h"
 
 namespace {

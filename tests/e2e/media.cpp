@@ -214,6 +214,12 @@ const std::vector<MediaFile>& mediaTable() {
          "-f lavfi -i color=c=white:size=16x40:rate=25:duration=30 -filter_complex overlay=x=n:y=310 "
          "-c:v mpeg4 -q:v 4 -g 25 -pix_fmt yuv420p {out}",
          640, 360, 750, 30000, true, 0},
+        // Long enough for somebody to click around in it.
+        {"clicks.mp4", "40 s of H.264 and AAC with pictures that change all the time",
+         "ffmpeg -f lavfi -i testsrc2=size=640x360:rate=25:duration=40 "
+         "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=40 -ac 2 -filter:a volume=4 "
+         "-c:v libx264 -preset ultrafast -g 25 -pix_fmt yuv420p -c:a aac -b:a 64k {out}",
+         640, 360, 1000, 40000, true, 440},
     };
     return table;
 }

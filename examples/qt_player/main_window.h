@@ -1,0 +1,87 @@
+#pragma once
+
+#include <QMainWindow>
+#include <QPointer>
+#include <QTimer>
+
+#include "log_relay.h"
+#include "player_controller.h"
+
+class ControlBar;
+class LogPane;
+class OptionsPanel;
+class QAction;
+class QDockWidget;
+class QLabel;
+class QLineEdit;
+class QMenu;
+class QMessageBox;
+class QToolBar;
+class SecondWindow;
+class VideoArea;
+
+// The program's window. It holds the player; closing it ends the player first and then the window.
+class MainWindow : public QMainWindow {
+    Q_OBJECT
+
+public:
+    MainWindow();
+    ~MainWindow() override;
+
+    // A path or a URL.
+    void open(const QString& source);
+
+    PlayerController& player() { return player_; }
+
+signals:
+    // The player has ended and the window is closed.
+    void closed();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+
+private:
+    void makeWidgets();
+    void makeActions();
+    QAction* makeAction(QMenu* menu, const QString& text, const QList<QKeySequence>& keys, std::function<void()> act);
+    void connectPlayer();
+    void connectPicture(VideoArea* area);
+    void showState(PlayerController::State state);
+    void showSource(const SourceInfo& info);
+    void showFailure(const QString& what, const QString& why);
+    void showHint(const QString& title, const QString& text);
+    void showPicture(bool shown);
+    void chooseFile();
+    void openUrl();
+    void useSecondWindow(bool shown);
+    void setFullScreen(bool fullScreen);
+    // In full screen the controls show while the pointer moves.
+    void showControlsForAWhile();
+    void showKeys();
+
+    LogRelay log_;  // before the player, which logs
+    PlayerController player_;
+    VideoArea* area_ = nullptr;
+    SecondWindow* second_ = nullptr;
+    ControlBar* controls_ = nullptr;
+    OptionsPanel* options_ = nullptr;
+    LogPane* logPane_ = nullptr;
+    QDockWidget* optionsDock_ = nullptr;
+    QDockWidget* logDock_ = nullptr;
+    QToolBar* toolBar_ = nullptr;
+    QLineEdit* url_ = nullptr;
+    QLabel* sourceLabel_ = nullptr;
+    QLabel* stateLabel_ = nullptr;
+    QAction* fullScreenAction_ = nullptr;
+    QAction* secondAction_ = nullptr;
+    QList<QWidget*> hiddenInFullScreen_;  // that were visible when it began
+    QTimer hideControls_;
+    QPoint pointer_;  // where it was when the controls were shown
+    QPointer<QMessageBox> failure_;
+    QString folder_;  // of the file opened last
+    bool closing_ = false;
+    bool closed_ = false;
+};

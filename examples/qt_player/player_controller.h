@@ -1,0 +1,121 @@
+#pragma once
+
+#include <QObject>
+#include <QSize>
+#include <QString>
+#include <QWindow>
+#include <functional>
+#include <memory>
+
+#include "command_thread.h"
+#include "kelp_player/tarn_player.h"
+#include "player_events.h"
+
+// The player as the GUI sees it: every operation returns at once, every answer comes as a signal on the GUI thread.
+//
+// Calls of the player may take as long as its threads take to end, so that all of them are made on a command thread, in
+// the order in which they were asked for. The player's events come through PlayerEvents; those of a source that was
+// left meanwhile are dropped.
+class PlayerController : public QObject {
+    Q_OBJECT
+
+public:
+    enum class State { Idle, Opening, Playing, Paused, Completed, Stopped, Failed };
+    Q_ENUM(State)
+
+    // The duration of a source that doesn't state one, such as a camera, as the player gives it.
+    static constexpr int kUnknownDurationMs = 10 * 60 * 60 * 1000;
+
+    explicit PlayerController(QObject* parent = nullptr);
+    // Waits for the player's end, unless `shutDown` has been answered before.
+    ~PlayerController() override;
+
+    State state() const { return state_; }
+    QString source() const { return source_; }
+    int durationMs() const { return durationMs_; }
+    int timeMs() const { return timeMs_; }
+    // Whether there is a position to go to.
+    bool isOpen() const;
+
+    // A path or a URL. The answer is `opened` or `failed`; playback begins by itself.
+    void open(const QString& source);
+    // Pauses or resumes; starts again what has ended, was stopped, or has failed.
+    void togglePlay();
+    void stop();
+    void seek(int timeMs);
+    void setVolume(double factor);
+    void setSpeed(double speed);
+    void setMaster(kelp::SyncMasterMode mode);
+    // A source that plays is started again at its position.
+    void setHardwareDecoding(bool enabled);
+    // 0 for no retry.
+    void setRetryInterval(int ms);
+    // One of the words of KelpPlayer's option "log_level".
+    void setLogLevel(const QString& word);
+
+    // Shows the pictures in a native window, of a size in device pixels; again, when it has got another size. Hidden or
+    // not, the window must live until `shutDownDone`.
+    void showIn(WId window, QSize size);
+    void leave(WId window);
+
+    // Ends the player; no operation may follow.
+    void shutDown();
+
+signals:
+    void stateChanged(PlayerController::State state);
+    void opened(const SourceInfo& info);
+    // As it is to be seen, that is, turned.
+    void pictureSizeChanged(QSize size);
+    void timeChanged(int timeMs);
+    void durationChanged(int durationMs);
+    // The source can't be played: what happened, and why, as far as the log knows.
+    void failed(const QString& what, const QString& why);
+    // For the status bar.
+    void happened(const QString& text);
+    void shutDownDone();
+
+private:
+    using PlayerCall = std::function<void(kelp::TarnPlayer& player)>;
+
+    void connectEvents();
+    // The player's calls, in order, on the command thread. Without a player nothing is done.
+    void command(PlayerCall call);
+    void command(int kind, PlayerCall call);
+    // Runs `function` on the GUI thread, behind the events that the player has reported by now.
+    void report(std::function<void()> function);
+    void start(int fromMs);
+    void setState(State state);
+    void setWantsPause(bool wantsPause);
+    void fail(const QString& what, const QString& why);
+    // Whether events that arrive now are about the source that was asked for last.
+    bool isUpToDate() const { return reportedSource_ == requestedSource_; }
+    // On behalf of an event: does nothing if it comes from a source that was left.
+    std::function<void()> ifUpToDate(std::function<void()> function);
+
+    // On the command thread.
+    void createPlayer();
+    void reportNoPlayer();
+    void openSource(kelp::TarnPlayer& player, const std::string& source, int number, bool pause);
+    int pollTime();
+
+    // GUI thread.
+    State state_ = State::Idle;
+    QString source_;
+    bool wantsPause_ = false;
+    int requestedSource_ = 0;  // counts what was asked to be opened
+    int reportedSource_ = 0;   // which of these the events are about
+    int requestedSeek_ = 0;    // counts seeks, so that positions from before one don't come behind it
+    int startAtMs_ = 0;        // where to go when playback begins
+    int timeMs_ = 0;
+    int durationMs_ = 0;
+
+    // Command thread.
+    kelp::TarnPlayer* player_ = nullptr;
+    bool hasSource_ = false;
+    bool polls_ = false;
+    int polledSeek_ = 0;
+    int polledSource_ = 0;
+
+    PlayerEvents events_;
+    std::unique_ptr<CommandThread> commands_;  // uses all of the above
+};

@@ -385,11 +385,15 @@ TEST_F(BasePlayThreadTest, ReportsAnEmptyQueueAboutEvery50Ms) {
     thread.idle = [&] { times.push_back(std::chrono::steady_clock::now()); };
     const auto begin = std::chrono::steady_clock::now();
     thread.start();
-    ASSERT_TRUE(thread.waitFor("idle", 3));
+    ASSERT_TRUE(thread.waitFor("idle", 10));
     thread.stop();
-    EXPECT_GE(times[0] - begin, std::chrono::milliseconds(50));
-    EXPECT_GE(times[1] - times[0], std::chrono::milliseconds(50));
-    EXPECT_GE(times[2] - times[1], std::chrono::milliseconds(50));
+    auto shortest = times[0] - begin;
+    for (size_t i = 1; i < times.size(); ++i) {
+        shortest = std::min(shortest, times[i] - times[i - 1]);
+    }
+    EXPECT_GE(shortest, std::chrono::milliseconds(50));
+    // A busy machine lengthens some of the waits, but not each of ten.
+    EXPECT_LT(shortest, std::chrono::milliseconds(75));
     EXPECT_EQ(FakeTime::sleepCount(), 0);
 }
 

@@ -103,7 +103,7 @@ public:
 
     // Sets the source, a path or URL. `offsetToClockMs` is where the stream's zero lies on the host's clock: it is
     // added to every time that the player gives out and taken off every time that it takes. Below 0 the stream starts
-    // at that much after its beginning. Idle only; false in another state, and, without a log line, for a null `url`.
+    // at that much after its beginning. Idle only; false in another state, and for a null `url`.
     bool setDataSource(const char* url, int offsetToClockMs, TarnPlayerObserver* observer);
 
     // Opens the source. The answer is onPrepared or onFailed. Initialized or stopped only. False also for an empty

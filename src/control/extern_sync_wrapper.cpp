@@ -1,5 +1,6 @@
 #include "control/extern_sync_wrapper.h"
 
+#include <chrono>
 #include <limits>
 #include <thread>
 
@@ -9,6 +10,7 @@ namespace kelp {
 
 namespace {
 
+constexpr auto kLongestWait = std::chrono::seconds(1);
 constexpr int64_t kNoSyncThresholdMs = 10000;
 // Further from every time of a stream than any threshold, and differences to it don't overflow.
 constexpr int64_t kOutOfReachMs = std::numeric_limits<int64_t>::min() / 2;
@@ -47,7 +49,9 @@ void ExternSyncWrapper::setSyncObject(std::shared_ptr<SyncObject>) {
 void ExternSyncWrapper::set(KelpSyncClock* clock, int32_t offsetMs) {
     const bool replaced = syncClock_.exchange(clock) != clock;
     offsetMs_ = offsetMs;
-    while (replaced && readers_.load() != 0) {
+    // Not for ever: the host may hold a lock here that its clock waits for.
+    const auto end = std::chrono::steady_clock::now() + kLongestWait;
+    while (replaced && readers_.load() != 0 && std::chrono::steady_clock::now() < end) {
         std::this_thread::yield();
     }
 }

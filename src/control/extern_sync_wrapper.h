@@ -29,7 +29,8 @@ public:
     void setSyncObject(std::shared_ptr<SyncObject> syncObject) override;
 
     // `clock` isn't owned. `offsetMs`: by how much it runs ahead of the stream's zero. Waits until nobody reads the
-    // clock before: the host may end that one as soon as this returns.
+    // clock before, so that the host may end that one as soon as this returns; for a second at most, as a reading may
+    // wait for a lock that the caller holds.
     void set(KelpSyncClock* clock, int32_t offsetMs);
 
 private:

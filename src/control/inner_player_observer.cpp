@@ -52,13 +52,14 @@ void InnerPlayerObserver::onPrepared(std::shared_ptr<KelpPlayer> /*player*/, boo
         return;
     }
     owner_->state_ = PLAYER_STATE_PREPARED;
+    const bool startRequested = owner_->startRequest_;
     lock.unlock();
     // The host may start the player in there.
     if (TarnPlayerObserver* host = observer_) {
         host->onPrepared(hasVideo, hasAudio);
     }
     lock.lock();
-    if (!carryOutRequests()) {
+    if (!carryOutRequests(startRequested)) {
         lock.unlock();
         if (TarnPlayerObserver* host = observer_) {
             host->onFailed(0);
@@ -66,9 +67,13 @@ void InnerPlayerObserver::onPrepared(std::shared_ptr<KelpPlayer> /*player*/, boo
     }
 }
 
-bool InnerPlayerObserver::carryOutRequests() {
+bool InnerPlayerObserver::carryOutRequests(bool startRequested) {
     // The host may have stopped the player, or started it itself, while it was told; a request that stands then is one
     // for another source.
+    if (owner_->state_ == PLAYER_STATE_STARTED && startRequested) {
+        pauseIfRequested();
+        return true;
+    }
     if (owner_->state_ != PLAYER_STATE_PREPARED || !owner_->startRequest_.exchange(false)) {
         return true;
     }
@@ -82,10 +87,14 @@ bool InnerPlayerObserver::carryOutRequests() {
     if (offsetMs < 0) {
         owner_->player_->seek(static_cast<int>(0U - static_cast<uint32_t>(offsetMs)));
     }
+    pauseIfRequested();
+    return true;
+}
+
+void InnerPlayerObserver::pauseIfRequested() {
     if (owner_->pauseRequest_.exchange(false)) {
         owner_->state_ = owner_->player_->pause() ? PLAYER_STATE_PAUSED : PLAYER_STATE_ERROR;
     }
-    return true;
 }
 
 void InnerPlayerObserver::onFailed(std::shared_ptr<KelpPlayer> /*player*/, int errorType, int extraData) {

@@ -29,9 +29,10 @@ public:
     void onDurationUpdated(std::shared_ptr<KelpPlayer> player, int durationMs) override;
 
 private:
-    // Starts, and perhaps pauses, a source that became ready, as was asked for. False if it doesn't play. The
-    // player's mutex is held.
-    bool carryOutRequests();
+    // Starts, and perhaps pauses, a source that became ready, as was asked for; `startRequested` says whether a start
+    // was when the host was told. False if it doesn't play. The player's mutex is held.
+    bool carryOutRequests(bool startRequested);
+    void pauseIfRequested();
     // Arms the timer that restarts the source. The player's mutex is held.
     void armRetry(PlayerStates oldState);
     // What the timer `*timerId` does.

@@ -56,18 +56,6 @@ bool startLibraries() {
     return true;
 }
 
-// The worker whose task thread this is; null on every other thread.
-thread_local const Worker* t_taskThreadOf = nullptr;
-
-// `function` as a callable for `worker` that notes on which thread it runs.
-template <class Function>
-std::function<void()> workerCallable(const std::shared_ptr<Worker>& worker, Function function) {
-    return [worker = worker.get(), function = std::move(function)] {
-        t_taskThreadOf = worker;
-        function();
-    };
-}
-
 void waitAndClose(Worker& worker) {
     worker.waitEmpty();
     worker.close();
@@ -106,11 +94,11 @@ bool KelpPlayer::init(KelpPlayerObserver* observer) {
             return;
         }
         const auto post = [&](auto notify) {
-            player->worker_->task(workerCallable(player->worker_, [weakPlayer, notify] {
+            player->worker_->task([weakPlayer, notify] {
                 if (const auto receiver = weakPlayer.lock()) {
                     notify(*receiver->observer_, receiver);
                 }
-            }));
+            });
         };
         using Observer = KelpPlayerObserver;
         using Player = std::shared_ptr<KelpPlayer>;
@@ -146,8 +134,9 @@ void KelpPlayer::release() {
         worker_->close();  // nobody runs what is queued, so there is no end to wait for
         return;
     }
-    // An observer or a callable may hold the last reference to its player, so that this is the worker's own thread.
-    if (t_taskThreadOf == worker_.get()) {
+    // An observer, a callable or a timer may hold the last reference to its player, so that this is one of the worker's
+    // own threads.
+    if (worker_->isOwnThread()) {
         closeElsewhere(worker_);
         return;
     }
@@ -271,11 +260,11 @@ void KelpPlayer::setLogLevel(const char* level) {
 }
 
 void KelpPlayer::runInWorker(std::function<void()> function) {
-    worker_->task(workerCallable(worker_, std::move(function)));
+    worker_->task(std::move(function));
 }
 
 unsigned int KelpPlayer::addTimer(unsigned int intervalMs, bool oneShot, std::function<void()> function) {
-    return worker_->addTimer(intervalMs, oneShot, workerCallable(worker_, std::move(function)));
+    return worker_->addTimer(intervalMs, oneShot, std::move(function));
 }
 
 void KelpPlayer::removeTimer(unsigned int timerId) {

@@ -15,6 +15,9 @@ const char* const kTag = "Worker";  // also the task thread's name
 constexpr int kTimerPollMs = 5;
 constexpr int kEmptyPollMs = 10;
 
+// The worker that this thread is one of; null on every other thread.
+thread_local const Worker* t_worker = nullptr;
+
 }  // namespace
 
 Worker::Worker() = default;
@@ -129,7 +132,12 @@ void Worker::close() {
     timers.splice(timers.end(), newTimers_);
 }
 
+bool Worker::isOwnThread() const {
+    return t_worker == this;
+}
+
 void Worker::run() {
+    t_worker = this;
     SetThreadName(static_cast<unsigned long>(-1), kTag);
     if (closed_) {
         return;
@@ -153,6 +161,7 @@ void Worker::run() {
 }
 
 void Worker::timerRun() {
+    t_worker = this;
     SetThreadName(static_cast<unsigned long>(-1), "WorkerTimer");
     while (!closed_) {
         if (!updateTimerTask()) {

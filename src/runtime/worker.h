@@ -40,6 +40,10 @@ public:
     // Waits, 10 ms at the least, until no callable is queued. The last ones may still be running then.
     void waitEmpty();
 
+    // Whether the calling thread is one of the two, which can't wait for the worker's end: a callable runs, or dies, on
+    // either.
+    bool isOwnThread() const;
+
     // Ends both threads and drops what is queued. For good: a closed worker doesn't start again.
     void close();
 

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -97,6 +98,35 @@ TEST(ExternSyncWrapper, LetsAnAnswerComeBeforeItsClockMayEnd) {
         EXPECT_EQ(slow.answered, 1);
         player.join();
     }
+}
+
+// A clock whose answers wait for a lock that its host holds while it takes the clock back.
+class LockedClock : public KelpSyncClock {
+public:
+    int64_t getNoSyncThreshold() override { return 1; }
+    bool isForceSync() override { return true; }
+    int64_t getSyncPts() override {
+        asked = true;
+        std::lock_guard lock(mutex);
+        return 1;
+    }
+    std::atomic<bool> asked{false};
+    std::mutex mutex;
+};
+
+TEST(ExternSyncWrapper, DoesNotWaitForEverForALockOfItsHost) {
+    LockedClock clock;
+    ExternSyncWrapper wrapper;
+    wrapper.set(&clock, 0);
+    std::unique_lock lock(clock.mutex);
+    std::thread player([&] { wrapper.getSyncPts(); });
+    while (!clock.asked) {
+        std::this_thread::yield();
+    }
+    wrapper.set(nullptr, 0);
+    EXPECT_FALSE(wrapper.isForceSync());
+    lock.unlock();
+    player.join();
 }
 
 TEST(ExternSyncWrapper, GivesUpAClockWhilePlayersReadIt) {

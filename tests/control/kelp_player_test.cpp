@@ -511,6 +511,18 @@ TEST_F(KelpPlayerLastReference, MayGoInATimer) {
     expectGone(gone);
 }
 
+// What a removed timer holds dies on the thread that looks after the timers.
+TEST_F(KelpPlayerLastReference, MayGoWithARemovedTimer) {
+    init();
+    const std::weak_ptr<KelpPlayer> gone = player;
+    const unsigned int id = player->addTimer(1'000'000, /*oneShot=*/true, [last = player] { ADD_FAILURE(); });
+    // By now the timer is among those that are watched.
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    player->removeTimer(id);
+    player.reset();
+    expectGone(gone);
+}
+
 TEST_F(KelpPlayerLastReference, IsNoneOfReleaseOnTheWorker) {
     init();
     std::atomic<int> calls{0};

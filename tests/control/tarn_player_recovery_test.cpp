@@ -213,6 +213,19 @@ TEST_F(TarnPlayerRecoveryTest, PausesAfterARestartIfThatIsAskedForMeanwhile) {
     EXPECT_EQ(state(), PLAYER_STATE_PAUSED);
 }
 
+// A host that starts whatever becomes ready starts it at once; it pauses all the same.
+TEST_F(TarnPlayerRecoveryTest, ComesBackPausedAlsoIfTheHostStartsItInThePreparedCallback) {
+    player_->setOption("retry_when_failed", "2000");
+    reach(PLAYER_STATE_PAUSED);
+    events().onFailed(nullptr, 1, 1);
+    engine().fire(1);
+    engine().takeCalls();
+    host_.inPrepared = [&] { EXPECT_TRUE(player_->start()); };
+    events().onPrepared(nullptr, true, true);
+    EXPECT_THAT(engine().takeCalls(), ElementsAre("play()", "runInWorker()", "pause()"));
+    EXPECT_EQ(state(), PLAYER_STATE_PAUSED);
+}
+
 TEST_F(TarnPlayerRecoveryTest, TriesAgainAsOftenAsTheSourceIsAway) {
     player_->setOption("retry_when_failed", "2000");
     reach(PLAYER_STATE_PAUSED);

@@ -77,6 +77,19 @@ TEST_F(TarnPlayerTest, DoesNotStartWhatTheHostStopsInThePreparedCallback) {
     EXPECT_EQ(state(), PLAYER_STATE_STOPPED);
 }
 
+TEST_F(TarnPlayerTest, KeepsAPauseOverAStopAndAReset) {
+    reach(PLAYER_STATE_PREPARING);
+    EXPECT_TRUE(player_->pause());
+    EXPECT_TRUE(player_->stop());
+    EXPECT_TRUE(player_->reset());
+    EXPECT_TRUE(player_->setDataSource("another", 0, &host_));
+    EXPECT_TRUE(player_->prepareAsync());
+    engine().runWorker();
+    EXPECT_TRUE(player_->start());
+    events().onPrepared(nullptr, true, true);
+    EXPECT_EQ(state(), PLAYER_STATE_PAUSED);
+}
+
 TEST_F(TarnPlayerTest, DropsAPreparedEventOutOfTime) {
     reach(PLAYER_STATE_STOPPED);
     LogCapture log;

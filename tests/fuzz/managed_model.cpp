@@ -77,7 +77,22 @@ bool ManagedModel::prepareAsync() {
     }
     ++generation_;
     state_ = Preparing;
-    return ask("loadFileAsync", source_ + ", " + text(offsetMs_ < 0 ? minus(0, offsetMs_) : 0));
+    return load(offsetMs_ < 0 ? minus(0, offsetMs_) : 0);
+}
+
+bool ManagedModel::load(int seekTimeMs) {
+    if (loaded_) {
+        unload();
+    }
+    ++loadsAhead_;
+    post([this] { --loadsAhead_; });
+    loaded_ = ask("loadFileAsync", source_ + ", " + text(seekTimeMs));
+    return loaded_;
+}
+
+bool ManagedModel::unload() {
+    loaded_ = false;
+    return ask("stop");
 }
 
 bool ManagedModel::start() {
@@ -151,7 +166,7 @@ bool ManagedModel::stop() {
         return true;
     }
     state_ = Stopped;
-    return ask("stop");
+    return unload();
 }
 
 bool ManagedModel::reset() {
@@ -222,13 +237,18 @@ void ManagedModel::addHostTimer() {
 }
 
 void ManagedModel::prepared(bool hasVideo, bool hasAudio) {
-    if (!isIn(Preparing)) {
+    if (isOutdated() || !isIn(Preparing)) {
         return;
     }
     state_ = Prepared;
+    const bool startRequested = startRequest_;
     tell("prepared " + text(hasVideo) + " " + text(hasAudio));
     if (toldObserver_ && onHostPrepared) {
         onHostPrepared();
+    }
+    if (isIn(Started) && startRequested) {
+        pauseIfRequested();
+        return;
     }
     if (!isIn(Prepared) || !startRequest_) {
         return;
@@ -244,16 +264,28 @@ void ManagedModel::prepared(bool hasVideo, bool hasAudio) {
     if (toldOffsetMs_ < 0) {
         ask("seek", text(minus(0, toldOffsetMs_)));
     }
+    pauseIfRequested();
+}
+
+void ManagedModel::pauseIfRequested() {
     if (std::exchange(pauseRequest_, false)) {
         state_ = ask("pause") ? Paused : Error;
     }
 }
 
 void ManagedModel::failed(int errorType, int extraData) {
+    if (isOutdated()) {
+        return;
+    }
     const State oldState = std::exchange(state_, Error);
     const unsigned int generation = generation_;
     if (errorType == 1 && retryIntervalMs_ > 0) {
-        retryTimer_ = addTimer(static_cast<unsigned int>(retryIntervalMs_), [this, oldState, generation] {
+        const unsigned int own = nextTimer_;
+        retryTimer_ = addTimer(static_cast<unsigned int>(retryIntervalMs_), [this, oldState, generation, own] {
+            if (generation != generation_) {
+                retryTimer_ = retryTimer_ == own ? 0 : retryTimer_;
+                return;
+            }
             removeTimer(std::exchange(retryTimer_, 0));
             restartLater(oldState, generation);
         });
@@ -275,9 +307,9 @@ void ManagedModel::restart(State oldState, unsigned int generation) {
     if ((oldState & (Preparing | Started | Paused)) == 0 || generation != generation_) {
         return;
     }
-    ask("stop");
+    unload();
     state_ = Preparing;
-    ask("loadFileAsync", source_ + ", 0");
+    load(0);
     if (oldState != Preparing) {
         startRequest_ = true;
     }
@@ -287,16 +319,23 @@ void ManagedModel::restart(State oldState, unsigned int generation) {
 }
 
 void ManagedModel::completed() {
+    if (isOutdated()) {
+        return;
+    }
     state_ = Completed;
     tell("completed");
 }
 
 void ManagedModel::firstVideoFrame(int ptsMs) {
-    tell("first picture " + text(plus(toldOffsetMs_, ptsMs)));
+    if (!isOutdated()) {
+        tell("first picture " + text(plus(toldOffsetMs_, ptsMs)));
+    }
 }
 
 void ManagedModel::durationUpdated(int durationMsNow) {
-    tell("duration " + text(plus(toldOffsetMs_, durationMsNow)));
+    if (!isOutdated()) {
+        tell("duration " + text(plus(toldOffsetMs_, durationMsNow)));
+    }
 }
 
 void ManagedModel::runWorker() {

@@ -67,6 +67,7 @@ private:
         Completed = 128
     };
 
+    bool isOutdated() const { return loadsAhead_ > 0; }
     bool isIn(int states) const { return (state_ & states) != 0; }
     void call(const std::string& text) { calls.push_back(text); }
     bool ask(const std::string& operation, const std::string& arguments = "");
@@ -75,6 +76,9 @@ private:
     void removeTimer(unsigned int id);
     void post(std::function<void()> function);
     void postStarted();
+    bool load(int seekTimeMs);
+    bool unload();
+    void pauseIfRequested();
     void restartLater(State oldState, unsigned int generation);
     void restart(State oldState, unsigned int generation);
 
@@ -92,6 +96,8 @@ private:
     int64_t retryIntervalMs_ = 0;
     unsigned int retryTimer_ = 0;
     unsigned int nextTimer_ = 1;
+    bool loaded_ = false;
+    int loadsAhead_ = 0;           // while there are any, events are those of a source before
     unsigned int generation_ = 0;  // of the source: a restart of an older one does nothing
     std::vector<std::function<void()>> worker_;
 };

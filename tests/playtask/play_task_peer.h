@@ -32,6 +32,7 @@ public:
     std::shared_ptr<AudioPlayThread> audioPlay() { return task_.audioPlayThread_.load(); }
     std::shared_ptr<MasterClock> masterClock() { return task_.masterClock_.load(); }
     std::shared_ptr<SyncObject> syncObject() { return task_.syncObject_.load(); }
+    std::shared_ptr<RenderTiming> renderTiming() { return task_.renderTiming_; }
     std::shared_ptr<StreamParser> parser() { return task_.streamParser_; }
     std::shared_ptr<StreamInfo> streamInfo() { return task_.streamInfo_.load(); }
     std::shared_ptr<CodecInfo> codecInfo() { return task_.codecInfo_.load(); }

@@ -12,6 +12,12 @@ template struct ExposeMember<struct FrameQueueTag, &BasePlayThread::frameQueue_>
 using QueueMutex = std::mutex BasePlayThread::*;
 QueueMutex privateMember(PrivateMember<struct QueueMutexTag, QueueMutex>);
 template struct ExposeMember<struct QueueMutexTag, &BasePlayThread::queueMutex_>;
+using Decoder = std::shared_ptr<IAudioDecoder> AudioDecodeThread::*;
+Decoder privateMember(PrivateMember<struct DecoderTag, Decoder>);
+template struct ExposeMember<struct DecoderTag, &AudioDecodeThread::decoder_>;
+using DecoderTime = std::atomic<int64_t> RenderTiming::*;
+DecoderTime privateMember(PrivateMember<struct DecoderTimeTag, DecoderTime>);
+template struct ExposeMember<struct DecoderTimeTag, &RenderTiming::decoderTimeMs_>;
 
 namespace {
 
@@ -246,6 +252,30 @@ TEST_F(PlayTaskPipeline, TakesTheSpeedSetBeforehand) {
     std::lock_guard lock(PipelineFaults::temposMutex);
     ASSERT_GE(PipelineFaults::tempos.size(), 2u);
     EXPECT_FLOAT_EQ(PipelineFaults::tempos[1], 1.5f);
+}
+
+// Either the output follows the clock by its tempo, or the decoder by its samples.
+TEST_F(PlayTaskPipeline, LetsTheDecoderFollowTheClockWhereTheOutputCannot) {
+    for (const bool noTempo : {false, true}) {
+        PipelineFaults::noSoundTouch = noTempo;
+        load("av.mp4");
+        ASSERT_TRUE(under.task->play());
+        const auto decoder = (*under.peer.audioDecode()).*privateMember(PrivateMember<DecoderTag, Decoder>{});
+        EXPECT_EQ(decoder->isSyncOpened(), noTempo);
+        under.task->stop();
+    }
+}
+
+TEST_F(PlayTaskPipeline, TellsTheTimingFilterHowLongDecodingTakes) {
+    load("video.mp4");
+    const auto timing = under.peer.renderTiming();
+    auto& decoderTimeMs = (*timing).*privateMember(PrivateMember<DecoderTimeTag, DecoderTime>{});
+    timing->setDecoderTimeMs(77);
+    ASSERT_TRUE(under.task->play());
+    EXPECT_TRUE(TaskUnderTest::waitUntil([&] { return decoderTimeMs != 77; }));
+    timing->setDecoderTimeMs(77);
+    under.task->stop();
+    EXPECT_EQ(decoderTimeMs, 0);
 }
 
 TEST_F(PlayTaskPipeline, PlaysWithoutATempoChange) {

@@ -1,9 +1,9 @@
 #include "player_log.h"
 
 #include <cstdio>
-#include <utility>
 
 #include "kelp_player/log.h"
+#include "source_problem.h"
 
 PlayerLog::~PlayerLog() {
     kelp::Log::SetLogCallback(nullptr);
@@ -16,7 +16,6 @@ void PlayerLog::install(bool shown) {
 
 void PlayerLog::onLine(const char* line) {
     std::string text(line);
-    const auto message = text.find("]: ");
     // The program asks for the time while the player is restarting a source, and is refused.
     if (text.find("[TarnPlayer]: get") != std::string::npos) {
         return;
@@ -27,18 +26,11 @@ void PlayerLog::onLine(const char* line) {
     if (text.find("(ERROR)") == std::string::npos) {
         return;
     }
-    text = message == std::string::npos ? text : text.substr(message + 3);
-    text.erase(text.find_last_not_of(" \r\n") + 1);
     std::lock_guard lock(mutex_);
-    lastError_ = std::move(text);
+    lastError_ = messageOf(text);
 }
 
 std::string PlayerLog::reason() {
     std::lock_guard lock(mutex_);
-    const auto code = lastError_.find(", ", lastError_.find("ret:"));
-    const auto end = lastError_.find(", is stoped:");
-    if (lastError_.find("ret:") == std::string::npos || code == std::string::npos || end == std::string::npos) {
-        return lastError_;
-    }
-    return lastError_.substr(code + 2, end - code - 2);
+    return reasonIn(lastError_);
 }

@@ -15,6 +15,9 @@ StreamParserTest::StreamParserTest() {
 
 StreamParserTest::~StreamParserTest() {
     FakeTime::reset();
+    if (parser) {
+        parser->stop();  // its thread reads the member by way of a script
+    }
     parser.reset();
     resetHooks();
 }

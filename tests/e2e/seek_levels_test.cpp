@@ -144,7 +144,9 @@ TEST(SeekParked, EndsAtTheLastOfManyTargetsAndSkipsMost) {
     const int carriedOut = drag(seeking, kLast, targetOf, [](int) {});
     EXPECT_LT(carriedOut, kRequests / 2);
     EXPECT_GT(seeking.counts().parked, kRequests / 2);
-    EXPECT_EQ(seeking.playback.last(Happened::FirstVideoFrame).a, kLast);
+    // While it plays, the frame that follows a flush may be taken off the queue unseen: the next one is the first then.
+    EXPECT_THAT(seeking.playback.last(Happened::FirstVideoFrame).a,
+                testing::AnyOf(kLast, kLast + static_cast<int>(kNumberedFrameMs)));
     // The last one is not followed by another.
     const int shown = seeking.playback.count(Happened::FirstVideoFrame);
     ASSERT_TRUE(seeking.playUntil(kLast + 200));

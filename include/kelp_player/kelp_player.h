@@ -163,8 +163,8 @@ public:
     //   [PlayTask] "play, has no video and audio thread" no stream has a codec of VideoCodecType or AudioCodecType, or
     //       no decoder of it opens; lines of FFVideoDecoder and FFAudioDecoder above it say why
     //   [StreamParser] "start end, error, stop requested:..."   a `stop` is under way
-    //   [BaseThread] "[NAME] no thread: REASON"          the process has too many threads; also with a true, for a
-    //       stream that is left out
+    //
+    // `std::system_error` if the process has too many threads; `stop` is next then as well.
     bool play();
 
     // Ends playback, or the opening of a source, waits for all its threads and closes the source. Windows, options,

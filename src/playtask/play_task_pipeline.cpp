@@ -1,5 +1,4 @@
 #include <exception>
-#include <new>
 
 #include "kelp_player/log.h"
 #include "playtask/play_task.h"
@@ -33,8 +32,8 @@ public:
         slot_.store(nullptr);
         try {
             discard(thread_);
-        } catch (const std::bad_alloc&) {
-            // There isn't even the memory to let go of it.
+        } catch (const std::exception&) {
+            // There isn't even the memory, or the thread, to let go of it.
         }
     }
 

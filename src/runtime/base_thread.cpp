@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <system_error>
 #include <utility>
 
 #include "kelp_player/log.h"
@@ -46,11 +45,7 @@ BaseThread::~BaseThread() {
 
 bool BaseThread::startThread() {
     Log::Debug(kTag, "[%s] %s\n", name_.c_str(), "startThread");
-    try {
-        thread_ = std::make_unique<std::thread>(&BaseThread::Run, this);
-    } catch (const std::system_error& error) {
-        Log::Error(kTag, "[%s] no thread: %s\n", name_.c_str(), error.what());
-    }
+    thread_ = std::make_unique<std::thread>(&BaseThread::Run, this);
     return thread_ != nullptr;
 }
 

@@ -13,6 +13,7 @@ namespace kelp::test {
 std::atomic<int> PipelineFaults::failingMediaType{-2};
 std::atomic<bool> PipelineFaults::noSoundTouch{false};
 std::atomic<int> PipelineFaults::threadsUntilNone{0};
+std::atomic<int> PipelineFaults::threadsUntilThrow{0};
 std::mutex PipelineFaults::temposMutex;
 std::vector<float> PipelineFaults::tempos;
 
@@ -20,6 +21,7 @@ void PipelineFaults::reset() {
     failingMediaType = -2;
     noSoundTouch = false;
     threadsUntilNone = 0;
+    threadsUntilThrow = 0;
     std::lock_guard lock(temposMutex);
     tempos.clear();
 }
@@ -49,10 +51,19 @@ const AVCodec* __wrap_avcodec_find_decoder(AVCodecID id) {
     prefix##_ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE
 void START_THREAD(__real_)(std::thread* self, void* state, void (*depend)());
 void START_THREAD(__wrap_)(std::thread* self, void* state, void (*depend)()) {
-    if (PipelineFaults::threadsUntilNone > 0 && --PipelineFaults::threadsUntilNone == 0) {
+    if (PipelineFaults::threadsUntilThrow > 0 && --PipelineFaults::threadsUntilThrow == 0) {
         throw std::system_error(EAGAIN, std::generic_category());
     }
     START_THREAD(__real_)(self, state, depend);
+}
+
+// BaseThread::startThread.
+bool __real__ZN4kelp10BaseThread11startThreadEv(kelp::BaseThread* self);
+bool __wrap__ZN4kelp10BaseThread11startThreadEv(kelp::BaseThread* self) {
+    if (PipelineFaults::threadsUntilNone > 0 && --PipelineFaults::threadsUntilNone == 0) {
+        return false;
+    }
+    return __real__ZN4kelp10BaseThread11startThreadEv(self);
 }
 
 void* __real_soundtouch_createInstance();

@@ -24,7 +24,8 @@ namespace kelp::test {
 struct PipelineFaults {
     static std::atomic<int> failingMediaType;  // an AVMediaType whose decoders don't open; -1 for all, -2 for none
     static std::atomic<bool> noSoundTouch;
-    static std::atomic<int> threadsUntilNone;  // the how manieth thread from now can't be started; 0 for none
+    static std::atomic<int> threadsUntilNone;   // the how manieth stage from now gets no thread; 0 for none
+    static std::atomic<int> threadsUntilThrow;  // the how manieth thread from now the system refuses; 0 for none
     static std::mutex temposMutex;
     static std::vector<float> tempos;  // asked for, guarded by temposMutex
 

@@ -1,5 +1,7 @@
 #include "playtask/pipeline_fixture.h"
 
+#include <system_error>
+
 // Pipelines of which a part can't be built: a decoder that doesn't open, a thread that isn't to be had.
 
 namespace kelp::test {
@@ -118,6 +120,67 @@ TEST_F(PlayTaskPipeline, FailsIfTheParserGetsNoThread) {
     EXPECT_TRUE(under.task->stop());
     load("av.mp4");
     EXPECT_TRUE(under.task->play());
+}
+
+// The host gets what the standard library says of it, and nothing is left behind.
+class PlayTaskWithoutThread : public PlayTaskPipeline, public testing::WithParamInterface<int> {};
+
+TEST_P(PlayTaskWithoutThread, LetsTheReasonOutOfPlay) {
+    load("av.mp4");
+    LogCapture log;
+    PipelineFaults::threadsUntilThrow = GetParam();
+    try {
+        under.task->play();
+        ADD_FAILURE() << "no exception";
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(error.code(), std::errc::resource_unavailable_try_again);
+    }
+    EXPECT_EQ(PipelineFaults::threadsUntilThrow, 0);
+    EXPECT_TRUE(under.task->stop());
+    EXPECT_EQ(log.count("[FFAudioDecoder]: close\n"), 1);
+    EXPECT_EQ(log.count("[FFVideoDecoder]: ~FFVideoDecoder\n"), GetParam() < 3 ? 0 : 1);
+    load("av.mp4");
+    EXPECT_TRUE(under.task->play());
+    EXPECT_TRUE(under.waitFor(EVENT_COMPLETED));
+}
+
+// The threads of a playback: sound's decoder, sound, the pictures' decoder, pictures, the parser.
+INSTANTIATE_TEST_SUITE_P(, PlayTaskWithoutThread, testing::Range(1, 6));
+
+TEST_F(PlayTaskPipeline, LetsTheReasonOutOfALoadWithoutAThread) {
+    PipelineFaults::threadsUntilThrow = 1;
+    EXPECT_THROW(under.task->loadFileAsync(smallMedia("av.mp4"), 0), std::system_error);
+    EXPECT_TRUE(under.task->stop());
+    EXPECT_THAT(under.events(), IsEmpty());
+    load("av.mp4");
+    EXPECT_TRUE(under.task->play());
+}
+
+// The thread that opens the source can't wait for its own end.
+TEST_F(PlayTaskPipeline, RefusesAStopFromTheThreadOfItsLoad) {
+    const auto worker = std::make_shared<Worker>();
+    worker->start();
+    const auto task = std::make_shared<PlayTask>();
+    std::error_code code;
+    std::atomic<bool> tried = false;
+    task->init(
+        [&](EventType type, int, int, int) {
+            if (type != EVENT_PREPARED) {
+                return;
+            }
+            try {
+                task->stop();
+            } catch (const std::system_error& error) {
+                code = error.code();
+            }
+            tried = true;
+        },
+        worker);
+    ASSERT_TRUE(task->loadFileAsync(smallMedia("av.mp4"), 0));
+    ASSERT_TRUE(TaskUnderTest::waitUntil([&] { return tried.load(); }));
+    EXPECT_EQ(code, std::errc::resource_deadlock_would_occur);
+    EXPECT_TRUE(task->stop());  // another thread may
+    worker->close();
 }
 
 TEST_F(PlayTaskPipeline, FailsIfTheParserDoesNotStart) {

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the .deb packages in a clean Debian root, builds a host there against them, plays a file with it, and takes
-# them off again. Needs root, debootstrap and the machine's Debian mirror; the clean root is kept for the next time.
+# them off again. Needs root, debootstrap and the machine's Debian mirror, and ends with 77 where it can't have them; the
+# clean root is kept for the next time.
 # Arguments: the folder of the packages, one for the kept root, the folder of the host's sources, and a media file.
 set -euo pipefail
 packages=$1
@@ -19,30 +20,16 @@ clean_up() {
 }
 trap clean_up EXIT
 
-[ "$(id -u)" = 0 ] || { echo "a root can only be made by root"; exit 2; }
-command -v debootstrap >/dev/null || { echo "debootstrap is missing"; exit 2; }
-
-# The mirror that this machine's apt uses for Debian itself, and what else it needs to know to get there.
-mirror=$(apt-get indextargets --format '$(REPO_URI)' "Created-By: Packages" "Codename: $suite" 2>/dev/null | awk 'NR == 1')
-[ -n "$mirror" ] || { echo "apt knows no mirror of $suite"; exit 2; }
-
 run() { env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C DEBIAN_FRONTEND=noninteractive chroot "$root" "$@"; }
 
 mkdir -p "$cache"
 clean=$cache/$suite.tar
 if [ ! -s "$clean" ]; then
-    say "making a clean root of $suite from $mirror"
-    root=$(mktemp -d "$cache/root.XXXXXX")
-    chmod 755 "$root"
-    debootstrap --variant=minbase "$suite" "$root" "$mirror" >"$cache/debootstrap.log" 2>&1 ||
-        { tail -n 20 "$cache/debootstrap.log"; exit 1; }
-    cp /etc/resolv.conf "$root/etc/resolv.conf"
-    mkdir -p "$root/etc/apt/apt.conf.d"
-    apt-config dump Acquire | grep -iE 'proxy' >"$root/etc/apt/apt.conf.d/90proxy" || true
+    say "making a clean root of $suite"
     # What builds the host is there before: what the packages need has to come by themselves.
-    run apt-get update -q >"$cache/apt.log" 2>&1
-    run apt-get install -y -q --no-install-recommends g++ cmake make pkg-config >>"$cache/apt.log" 2>&1 ||
-        { tail -n 20 "$cache/apt.log"; exit 1; }
+    root=$cache/$suite
+    rm -rf --one-file-system "$root"
+    "$(dirname "$0")/../../packaging/debian_root.sh" "$suite" "$root" g++ cmake make pkg-config
     tar -C "$root" -cf "$clean.part" .
     mv "$clean.part" "$clean"
     rm -rf --one-file-system "$root"
@@ -58,9 +45,14 @@ mkdir "$root/packages" "$root/consumer"
 cp "$packages"/*.deb "$root/packages/"
 cp "$consumer"/* "$root/consumer/"
 cp "$media" "$root/consumer/media"
-run apt-get update -q >"$cache/apt.log" 2>&1
+run apt-get update -q >"$cache/apt.log" 2>&1 || { tail -n 20 "$cache/apt.log"; echo "no mirror: apt-get update failed"; exit 77; }
 
 say "apt-get install ./*.deb"
+# What the packages ask for has to be there; whether it can be fetched just now is the mirror's business.
+run sh -c 'apt-get install -s -q --no-install-recommends /packages/*.deb' >>"$cache/apt.log" 2>&1 ||
+    { tail -n 30 "$cache/apt.log"; exit 1; }
+run sh -c 'apt-get install -y -q --download-only --no-install-recommends /packages/*.deb' >>"$cache/apt.log" 2>&1 ||
+    { tail -n 30 "$cache/apt.log"; echo "no mirror: apt-get couldn't fetch what the packages need"; exit 77; }
 run sh -c 'apt-get install -y -q --no-install-recommends /packages/*.deb' >>"$cache/apt.log" 2>&1 ||
     { tail -n 30 "$cache/apt.log"; exit 1; }
 run dpkg-query -W -f '${Package} ${Version} ${db:Status-Status}\n' 'libkelp-player*'

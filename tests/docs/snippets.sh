@@ -13,6 +13,7 @@ links=
 [ "${1:-}" = --links ] && links=yes
 failed=0
 count=0
+snippet_line='^<!-- snippet: ([^ ]+)( ([^>]+))? -->$'
 
 # The lines of a snippet: FILE [NAME].
 snippet() {
@@ -36,7 +37,8 @@ renewed() {
     local line file name
     while IFS= read -r line; do
         printf '%s\n' "$line"
-        [[ $line =~ ^'<!-- snippet: '([^ ]+)(' '([^ ]+))?' -->'$ ]] || continue
+        [[ $line == '<!-- snippet'* ]] || continue
+        [[ $line =~ $snippet_line ]] || { echo "not understood: $line" >&2; return 1; }
         file=${BASH_REMATCH[1]} name=${BASH_REMATCH[3]}
         IFS= read -r line
         printf '%s\n' "$line"

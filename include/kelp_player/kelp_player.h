@@ -153,7 +153,8 @@ public:
 
     // Opens `fileName`, a path or whatever URL FFmpeg opens, from `seekTime` milliseconds on. The outcome is
     // `onPrepared` or `onFailed`, or nothing if `stop` comes first. False if the name is empty or null, and nothing
-    // was begun; the log shows [PlayTask] "LoadVideoFile, fileName:," at most.
+    // was begun; the log shows [PlayTask] "LoadVideoFile, fileName:,", or [KelpPlayer] "loadFileAsync, no file name".
+    // `std::system_error` if the process has too many threads.
     bool loadFileAsync(const char* fileName, int seekTime);
 
     // Starts playing what was loaded. True as soon as the source is being read; a stream whose decoder or output fails

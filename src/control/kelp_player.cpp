@@ -144,7 +144,11 @@ void KelpPlayer::release() {
 }
 
 bool KelpPlayer::loadFileAsync(const char* fileName, int seekTime) {
-    return fileName && playTask_->loadFileAsync(fileName, seekTime);
+    if (!fileName) {
+        Log::Error(kTag, "loadFileAsync, no file name\n");
+        return false;
+    }
+    return playTask_->loadFileAsync(fileName, seekTime);
 }
 
 bool KelpPlayer::play() {

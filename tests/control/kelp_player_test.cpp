@@ -341,7 +341,11 @@ TEST_F(KelpPlayerTest, PlaysAFileWithAllItsEvents) {
 TEST_F(KelpPlayerTest, ReportsASourceThatDoesNotOpen) {
     init();
     EXPECT_FALSE(player->loadFileAsync("", 0));
-    EXPECT_FALSE(player->loadFileAsync(nullptr, 0));
+    {
+        LogCapture log;
+        EXPECT_FALSE(player->loadFileAsync(nullptr, 0));
+        EXPECT_EQ(log.count("[KelpPlayer]: loadFileAsync, no file name\n"), 1);
+    }
     EXPECT_TRUE(player->loadFileAsync("/nowhere/at/all.mp4", 0));
     ASSERT_TRUE(waitUntil([&] { return recorder.has("failed"); }));
     EXPECT_THAT(recorder.events(), ElementsAre("failed 1 0"));

@@ -15,7 +15,7 @@ configure_package_config_file(${PROJECT_SOURCE_DIR}/packaging/kelp_player-config
                               ${PROJECT_BINARY_DIR}/packaging/kelp_player-config.cmake
                               INSTALL_DESTINATION ${KELP_CMAKE_DIR} NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/packaging/kelp_player-config-version.cmake
-                                 COMPATIBILITY SameMajorVersion)
+                                 COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/packaging/kelp_player-config.cmake
               ${PROJECT_BINARY_DIR}/packaging/kelp_player-config-version.cmake
         DESTINATION ${KELP_CMAKE_DIR} COMPONENT development)

@@ -5,15 +5,16 @@
 #include <atomic>
 #include <cstdio>
 
-// What the player tells. It comes on a thread of the player's, so it is only noted here.
+// What the player tells. It comes on a thread of the player's.
 struct Events final : kelp::TarnPlayerObserver {
+    kelp::TarnPlayer* player = nullptr;
     std::atomic<bool> completed{false};
     std::atomic<bool> failed{false};
 
     void onCompleted() override { completed = true; }
     void onFailed(int) override { failed = true; }  // the log's last line says why
     void onVideoSizeUpdated(int, int, int) override {}
-    void onPrepared(bool, bool) override {}
+    void onPrepared(bool, bool) override { failed = !player->start(); }
     void onStarted() override {}
     void onFirstVideoFrame(int) override {}
     void onFirstAudioFrame(int) override {}
@@ -29,13 +30,12 @@ int main(int argc, char** argv) {
     SDL_Window* window = SDL_CreateWindow("minimal", 100, 100, 1280, 720, SDL_WINDOW_OPENGL);
 
     Events events;
-    kelp::TarnPlayer* player = kelp::TarnPlayer::create();
+    kelp::TarnPlayer* player = events.player = kelp::TarnPlayer::create();
     player->setOption("log_level", "error");
     player->addWindow(window, kelp::WINDOW_TYPE_SDL, 1280, 720);
     player->setAVSyncMode(kelp::SYNC_MASTER_AUDIO);
     player->setDataSource(argv[1], 0, &events);
-    player->prepareAsync();
-    player->start();  // plays as soon as the source is open
+    player->prepareAsync();  // goes on with onPrepared, or onFailed
 
     bool quit = false;
     while (!quit && !events.completed && !events.failed) {

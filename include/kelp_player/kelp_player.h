@@ -141,9 +141,10 @@ public:
     // may fail in that: false, and the player is of no use; the next `init` of any player tries again. Throws
     // std::bad_weak_ptr if the player isn't held by a shared pointer.
     //
-    // False writes [KelpPlayer] "Could not initialize SDL - REASON": there is no screen that SDL can use (DISPLAY isn't
-    // set, or wrong) or no sound system. SDL's own variables help: SDL_VIDEODRIVER=dummy for a host that takes pictures
-    // with a frame sink only, SDL_AUDIODRIVER=dummy for silence at the right pace.
+    // False writes [KelpPlayer] "Could not initialize SDL - REASON": there is no screen or no sound system that SDL can
+    // use. SDL's own variables help: SDL_VIDEODRIVER=dummy for a host that takes pictures with a frame sink only,
+    // SDL_AUDIODRIVER=dummy for silence at the right pace. Without a DISPLAY SDL may also take a driver that shows
+    // nothing ("offscreen"), without an error: SDL_VIDEODRIVER=x11 makes that a failure.
     bool init(KelpPlayerObserver* observer);
 
     // Waits until all queued events, callables and timers have been started, and ends the worker with the last one:
@@ -228,6 +229,11 @@ public:
     void enableHwDecoder(bool enable, HwDecodeMode mode);
 
     // Whose clock sound and picture follow. SYNC_MASTER_CLOCK at the start. In force at once.
+    //
+    // The internal clock, that is SYNC_MASTER_CLOCK without a clock of the host's, is for the first playback of a
+    // player. Later ones, a second `play` after `stop` and a restart of a TarnPlayer alike, go on following the clock
+    // of the first one, which has run on: their pictures are hurried or held back. A player that is used again takes
+    // another master or gets a clock.
     void setAVSyncMode(SyncMasterMode mode);
 
     // With SYNC_MASTER_CLOCK, follow `clock` instead of the internal one; its reading less `offsetMs` is the time on

@@ -18,7 +18,7 @@ class CodecInfo;
 // Writes one encoded video stream to an RTSP or RTP destination or into an MP4 file. It takes frames that are encoded
 // already; there is no sound.
 //
-// Order of use: setOption as needed, open, start, outputFrame any number of times, stop, close. There is no thread and
+// Order of use: setOption as needed, open, outputFrame any number of times, stop, close. There is no thread and
 // no lock behind it: a call does its work, network included, before it returns, and the host makes one call at a time.
 // A failure is a false and an error line in the log.
 //

@@ -17,6 +17,7 @@ class InnerPlayerObserver;
 class KelpSyncClock;
 
 // Where a TarnPlayer is. Single bits, so that several states are one mask; the error state is none of them.
+// A host meets the numbers in the log.
 enum PlayerStates : int32_t {
     PLAYER_STATE_ERROR = 0,        // a failure was reported, or a call into the engine failed
     PLAYER_STATE_IDLE = 1,         // no data source; at first, and after `reset`
@@ -78,8 +79,7 @@ protected:
 //     player->setOption("retry_when_failed", "2000");
 //     player->addWindow(handle, WINDOW_TYPE_QT_WINID, 1280, 720);
 //     player->setDataSource("rtsp://camera/stream", 0, observer);
-//     player->prepareAsync();
-//     player->start();                  // plays as soon as the source is ready
+//     player->prepareAsync();           // and player->start() from observer->onPrepared()
 //     ...
 //     player->stop();
 //     TarnPlayer::destroy(player);
@@ -92,9 +92,9 @@ protected:
 // threads of the player, which another thread's `stop` waits for under the lock. A log callback may call nothing.
 class KELP_PLAYER_API TarnPlayer {
 public:
-    // Makes a player in the idle state. The caller owns it. Null if there is no memory, or if SDL can't be started; the
-    // log's last lines are then [KelpPlayer] "Could not initialize SDL - REASON", a hint, and [TarnPlayer] "create, the
-    // engine can't be started".
+    // Makes a player in the idle state. The caller owns it. Null if there is no memory, or if SDL can't be started, see
+    // KelpPlayer::init; the log's last lines are then [KelpPlayer] "Could not initialize SDL - REASON", a hint, and
+    // [TarnPlayer] "create, the engine can't be started".
     static TarnPlayer* create();
 
     // Ends a player; null is allowed. What still plays is stopped. Not to be called from a callback. No call to the
@@ -111,8 +111,10 @@ public:
     bool prepareAsync();
 
     // Plays. While the source is being prepared the request is kept and carried out when it is ready. Prepared or
-    // preparing only. False if playing can't be started, for what KelpPlayer::play says; the state is then the error
-    // state. A request that was kept and can't be carried out comes as onFailed(0).
+    // preparing only, so that right after `prepareAsync` it is refused if the source has failed by then, also where a
+    // retry is due: from within `onPrepared` it never comes too early or too late. False if playing can't be started,
+    // for what KelpPlayer::play says; the state is then the error state. A request that was kept and can't be carried
+    // out comes as onFailed(0).
     bool start();
 
     // Pause and resume. Out of playback they are kept, or taken back, for the next start that was asked for before the
@@ -131,7 +133,9 @@ public:
     // when the next source is opened. Always true.
     bool reset();
 
-    // The position and the duration in milliseconds on the host's clock; 0 without an open source.
+    // The position and the duration in milliseconds on the host's clock. Without an open source, while one is being
+    // opened and in the error state they are 0, and each call writes an error line: a host that polls does so between
+    // `onPrepared` and the playback's end.
     int getCurrentTime();
     int getDuration();
 
@@ -153,7 +157,8 @@ public:
     // good, until this is called again.
     void enableHwDecoder(bool enable, HwDecodeMode mode);
 
-    // Whose clock the streams follow; SYNC_MASTER_CLOCK at first.
+    // Whose clock the streams follow; SYNC_MASTER_CLOCK at first, which without a clock of the host's is for the first
+    // playback only: see KelpPlayer::setAVSyncMode.
     void setAVSyncMode(SyncMasterMode mode);
 
     // A clock of the host's to follow, or null for the player's own. Not owned: take it back before it goes. It isn't

@@ -69,7 +69,7 @@ bool avDistanceRow(const std::vector<std::string>& words, Facts& facts) {
 }
 
 bool measureAvDistance(const Settings& settings, Report& report) {
-    const std::string clip = flashesPath(settings, settings.choose(24, 12, 7));
+    const std::string clip = flashesPath(settings, settings.choose(24, 12, 6));
     if (clip.empty()) {
         return false;
     }

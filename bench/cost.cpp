@@ -123,7 +123,7 @@ bool measureCost(const Settings& settings, Report& report) {
     if (path.empty()) {
         return false;
     }
-    const int seconds = settings.choose(20, 6, 2);
+    const int seconds = settings.choose(20, 6, 1);
     setenv("SDL_AUDIODRIVER", "dummy", 1);
     Table table("cost", "Playing a film with sound, " + std::to_string(seconds) + " s of it",
                 {{"what", "what"},

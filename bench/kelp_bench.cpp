@@ -18,9 +18,12 @@
 #include "av_distance.h"
 #include "child.h"
 #include "cost.h"
+#include "counts.h"
+#include "latency.h"
 #include "players.h"
 #include "presentation.h"
 #include "report.h"
+#include "seek_latency.h"
 #include "settings.h"
 #include "udp_bench.h"
 
@@ -38,12 +41,16 @@ struct Topic {
 };
 
 // In the order of the report.
+// clang-format off
 constexpr Topic kTopics[] = {
     {"cost", measureCost},
     {"players", measurePlayers},
+    {"latency", measureLatency},
     {"presentation", measurePresentation},
     {"udp", measureUdp},
+    {"counts", measureCounts},
 };
+// clang-format on
 
 struct Row {
     const char* name;
@@ -51,7 +58,12 @@ struct Row {
 };
 
 constexpr Row kRows[] = {
-    {"cost", costRow}, {"players", playersRow}, {"presentation", presentationRow}, {"av-distance", avDistanceRow},
+    {"cost", costRow},
+    {"players", playersRow},
+    {"latency", latencyRow},
+    {"seek-latency", seekLatencyRow},
+    {"presentation", presentationRow},
+    {"av-distance", avDistanceRow},
     {"udp", udpRow},
 };
 

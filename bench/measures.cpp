@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <fstream>
 #include <string>
 
@@ -45,7 +46,8 @@ Spread spreadOf(std::vector<double> values) {
     }
     std::sort(values.begin(), values.end());
     const auto at = [&](double part) {
-        return values[static_cast<size_t>(part * static_cast<double>(values.size() - 1))];
+        const double rank = std::ceil(part * static_cast<double>(values.size()));
+        return values[std::max<size_t>(static_cast<size_t>(rank), 1) - 1];
     };
     return {values.size(), at(0.5), at(0.99), at(1)};
 }

@@ -11,6 +11,7 @@
 #include "film_player.h"
 #include "measures.h"
 #include "seek_latency.h"
+#include "spread_columns.h"
 
 namespace kelp::bench {
 
@@ -126,14 +127,7 @@ bool measureLatency(const Settings& settings, Report& report) {
     setenv("SDL_VIDEODRIVER", "dummy", 1);
     setenv("SDL_AUDIODRIVER", "dummy", 1);
     Table table("latency", "From a call to what it is for, in ms",
-                {{"what", "what"},
-                 {"count", "count", 0},
-                 {"median_ms", "median", 2},
-                 {"limit_median_ms", "limit", 2},
-                 {"p99_ms", "99th", 2},
-                 {"limit_p99_ms", "limit", 2},
-                 {"worst_ms", "worst", 2},
-                 {"limit_worst_ms", "limit", 2}});
+                spreadColumns({{"what", "what"}, {"count", "count", 0}}, /*decimals=*/2));
     const auto run = [&](const char* what) { return runRow({"latency", what, path, std::to_string(rounds)}); };
     const ChildResult bare = run("bare");
     const ChildResult starts = run("start");
@@ -141,9 +135,7 @@ bool measureLatency(const Settings& settings, Report& report) {
     const auto addRow = [&](const char* what, const ChildResult& row, const char* name) {
         const Spread times = spreadOf(row.facts.list(name));
         const Spread limit = spreadOf(bare.facts.list(name));
-        const auto limitCell = [&](double value) { return limit.count > 0 ? Cell(value) : Cell(); };
-        table.addRow({what, static_cast<double>(times.count), times.median, limitCell(limit.median), times.p99,
-                      limitCell(limit.p99), times.worst, limitCell(limit.worst)});
+        table.addRow(spreadRow({what, static_cast<double>(times.count)}, times, limit));
     };
     addRow("loadFileAsync to onPrepared", starts, "prepare_ms");
     addRow("play to the first picture", starts, "play_ms");

@@ -12,6 +12,7 @@
 #include "film_player.h"
 #include "masters.h"
 #include "measures.h"
+#include "spread_columns.h"
 
 namespace kelp::bench {
 
@@ -121,20 +122,12 @@ bool measurePresentation(const Settings& settings, Report& report) {
     setenv("SDL_VIDEODRIVER", "dummy", 1);
     setenv("SDL_AUDIODRIVER", "dummy", 1);
     Table table("presentation",
-                "Pictures of 640x360 against their time, over " + std::to_string(seconds) + " s of film",
-                {{"fps", "fps", 2},
-                 {"speed", "speed", 0},
-                 {"master", "master"},
-                 {"median_ms", "median ms", 1},
-                 {"limit_median_ms", "limit", 1},
-                 {"p99_ms", "99th ms", 1},
-                 {"limit_p99_ms", "limit", 1},
-                 {"worst_ms", "worst ms", 1},
-                 {"limit_worst_ms", "limit", 1},
-                 {"late_ms", "late by ms", 1},
-                 {"pictures", "pictures", 0},
-                 {"dropped", "dropped", 0},
-                 {"repeated", "repeated", 0}});
+                "Pictures of 640x360 against their time, over " + std::to_string(seconds) + " s of film, in ms",
+                spreadColumns({{"fps", "fps", 2}, {"speed", "speed", 0}, {"master", "master"}}, /*decimals=*/1,
+                              {{"late_ms", "late by", 1},
+                               {"pictures", "pictures", 0},
+                               {"dropped", "dropped", 0},
+                               {"repeated", "repeated", 0}}));
     bool ok = true;
     const auto measure = [&](const Rate& rate, int speed, const std::string& master) {
         const std::string path =
@@ -148,10 +141,10 @@ bool measurePresentation(const Settings& settings, Report& report) {
         const Spread off = spreadOf(player.facts.list("off_ms"));
         const Spread limit = spreadOf(bare.facts.list("off_ms"));
         ok = ok && player.ok && bare.ok;
-        table.addRow({rate.value, static_cast<double>(speed), master, off.median, limit.median, off.p99, limit.p99,
-                      off.worst, limit.worst, master == "host" ? Cell(player.facts.number("late_ms")) : Cell(),
-                      player.facts.number("pictures"), player.facts.number("dropped"),
-                      player.facts.number("repeated")});
+        table.addRow(spreadRow(
+            {rate.value, static_cast<double>(speed), master}, off, limit,
+            {master == "host" ? Cell(player.facts.number("late_ms")) : Cell(), player.facts.number("pictures"),
+             player.facts.number("dropped"), player.facts.number("repeated")}));
     };
     constexpr Rate kRates[] = {{"24", 24}, {"25", 25}, {"30000/1001", 30000.0 / 1001},
                                {"30", 30}, {"50", 50}, {"60", 60}};

@@ -13,6 +13,7 @@
 #include "film_player.h"
 #include "measures.h"
 #include "seek_levels.h"
+#include "spread_columns.h"
 
 namespace kelp::bench {
 
@@ -24,6 +25,7 @@ constexpr int64_t kReadAheadMs = 4000;  // more than the packets that wait hold
 constexpr int64_t kBehindMs = 1500;     // so that the pictures before and after can't be taken for each other
 constexpr int kSettleMs = 200;          // in which the queues fill up again
 constexpr int kMostTries = 4;           // for each seek that is wanted
+constexpr int kMostTargets = 100;       // that are looked at for each
 
 using Random = std::mt19937;
 
@@ -81,7 +83,7 @@ public:
     }
 
 private:
-    // Nothing where the film doesn't go on for long enough.
+    // Nothing where the film has no such place, seen from the present picture.
     std::optional<int64_t> chooseTarget() {
         const int64_t shown = player_.pictures().back().ptsMs;
         const int64_t last = durationMs_ - kMarginMs;
@@ -89,12 +91,13 @@ private:
             const int64_t target = shown + (level_ == SeekLevel::Packets ? kAheadMs : frameMs_ * 3 / 2);
             return target < last ? std::optional(target) : std::nullopt;
         }
-        for (;;) {
+        for (int i = 0; i < kMostTargets; ++i) {
             const int64_t target = below(random_, last);
             if (target < shown - kBehindMs || target > shown + kReadAheadMs) {
                 return target;
             }
         }
+        return std::nullopt;
     }
 
     // How many milliseconds its picture took, or the one behind it: while it plays, the first one may be passed over.
@@ -172,15 +175,7 @@ bool seekLatencyRow(const std::vector<std::string>& words, Facts& facts) {
 
 bool measureSeekLatency(const Settings& settings, const std::string& path, int rounds, Report& report) {
     Table table("latency", "From a seek to its picture, in ms",
-                {{"target", "target"},
-                 {"state", "state"},
-                 {"count", "count", 0},
-                 {"median_ms", "median", 1},
-                 {"limit_median_ms", "limit", 1},
-                 {"p99_ms", "99th", 1},
-                 {"limit_p99_ms", "limit", 1},
-                 {"worst_ms", "worst", 1},
-                 {"limit_worst_ms", "limit", 1}});
+                spreadColumns({{"target", "target"}, {"state", "state"}, {"count", "count", 0}}, /*decimals=*/1));
     bool ok = true;
     const std::string wanted = std::to_string(rounds);
     for (const std::string level : {"pictures", "packets", "demuxer"}) {
@@ -195,10 +190,8 @@ bool measureSeekLatency(const Settings& settings, const std::string& path, int r
             }
             const ChildResult row = runRow({"seek-latency", state, level, path, wanted});
             const Spread times = spreadOf(row.facts.list("seek_ms"));
-            const auto limitCell = [&](double value) { return hasLimit ? Cell(value) : Cell(); };
             ok = ok && row.ok;
-            table.addRow({level, state, static_cast<double>(times.count), times.median, limitCell(limit.median),
-                          times.p99, limitCell(limit.p99), times.worst, limitCell(limit.worst)});
+            table.addRow(spreadRow({level, state, static_cast<double>(times.count)}, times, limit));
         }
     }
     table.setNote(

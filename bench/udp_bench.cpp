@@ -1,34 +1,35 @@
 #include "udp_bench.h"
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <string>
+#include <memory>
 #include <thread>
-#include <vector>
 
+#include "child.h"
 #include "kelp_player/udp_transport.h"
+#include "measures.h"
+
+namespace kelp::bench {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr int kDatagramBytes = 1316;  // seven packets of a transport stream
 constexpr double kWantedMbits = 200;
-constexpr double kSeconds = 2;
 constexpr double kBurstSeconds = 0.001;  // the sender sleeps between bursts
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
-class Counter : public kelp::UdpReceiverObserver {
+class Counter : public UdpReceiverObserver {
 public:
     void onUdpData(const unsigned char* data, int size) override {
         uint32_t number = 0;
@@ -49,116 +50,224 @@ private:
 
 #pragma GCC diagnostic pop
 
-struct Outcome {
-    double mbits = 0;  // as sent
-    int64_t sent = 0;
-    int64_t received = 0;
-    double seconds = 0;          // from the first datagram to the last
-    double senderSeconds = 0;    // of a processor
-    double receiverSeconds = 0;  // of a processor
-};
-
-double cpuSeconds(int who) {
-    rusage usage{};
-    getrusage(who, &usage);
-    const auto seconds = [](const timeval& time) { return static_cast<double>(time.tv_sec) + time.tv_usec / 1e6; };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+sockaddr_in loopback(unsigned short port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
 }
 
-double secondsSince(Clock::time_point begin) {
-    return std::chrono::duration<double>(Clock::now() - begin).count();
+unsigned short portOf(int socket) {
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    return getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length) == 0 ? ntohs(address.sin_port) : 0;
+}
+
+bool bindTo(int socket, unsigned short port) {
+    const sockaddr_in address = loopback(port);
+    return bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
 // A port that is free now.
 unsigned short freePort() {
     const int made = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    socklen_t length = sizeof address;
-    if (bind(made, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
-        getsockname(made, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        address.sin_port = 0;
-    }
+    const unsigned short port = bindTo(made, 0) ? portOf(made) : 0;
     close(made);
-    return ntohs(address.sin_port);
+    return port;
 }
 
-// Sends for kSeconds at `mbits`, as fast as it goes if that is 0.
-bool carry(double mbits, Outcome& outcome) {
+// A sender and a receiver that tells `Counter` of what comes.
+class Link {
+public:
+    virtual ~Link() = default;
+    virtual bool open(Counter& counter) = 0;
+    virtual bool send(const std::vector<unsigned char>& datagram) = 0;
+    virtual void close() = 0;
+};
+
+class KelpLink final : public Link {
+public:
+    ~KelpLink() override { UdpReceiver::destroy(receiver_); }
+    bool open(Counter& counter) override {
+        const unsigned short port = freePort();
+        receiver_->init(&counter);
+        return receiver_->startReceiver(port) && sender_.startSender("127.0.0.1", port);
+    }
+    bool send(const std::vector<unsigned char>& datagram) override {
+        return sender_.send(datagram.data(), kDatagramBytes) == kDatagramBytes;
+    }
+    void close() override {
+        sender_.stopSender();
+        receiver_->stopReceiver();
+    }
+
+private:
+    UdpReceiver* const receiver_ = UdpReceiver::create();
+    UdpSender sender_;
+};
+
+// What the system can do: a thread that waits in recv.
+class BareLink final : public Link {
+public:
+    ~BareLink() override { BareLink::close(); }
+    bool open(Counter& counter) override {
+        constexpr int kBufferBytes = 26214400;  // the receiver's
+        constexpr timeval kPatience{0, 20000};
+        setsockopt(receiver_, SOL_SOCKET, SO_RCVBUF, &kBufferBytes, sizeof kBufferBytes);
+        setsockopt(receiver_, SOL_SOCKET, SO_RCVTIMEO, &kPatience, sizeof kPatience);
+        if (!bindTo(receiver_, 0)) {
+            return false;
+        }
+        const sockaddr_in address = loopback(portOf(receiver_));
+        thread_ = std::thread([this, &counter] { receive(counter); });
+        return connect(sender_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    }
+    bool send(const std::vector<unsigned char>& datagram) override {
+        return ::send(sender_, datagram.data(), datagram.size(), 0) == kDatagramBytes;
+    }
+    void close() override {
+        stop_ = true;
+        if (thread_.joinable()) {
+            thread_.join();
+            ::close(receiver_);
+            ::close(sender_);
+        }
+    }
+
+private:
+    void receive(Counter& counter) {
+        unsigned char buffer[kDatagramBytes];
+        while (!stop_) {
+            const ssize_t size = recv(receiver_, buffer, sizeof buffer, 0);
+            if (size > 0) {
+                counter.onUdpData(buffer, static_cast<int>(size));
+            }
+        }
+    }
+
+    const int receiver_ = socket(AF_INET, SOCK_DGRAM, 0);
+    const int sender_ = socket(AF_INET, SOCK_DGRAM, 0);
+    std::atomic<bool> stop_{false};
+    std::thread thread_;
+};
+
+// What one rate came to.
+struct Outcome {
+    bool ok = false;
+    double mbits = 0;  // as sent
+    double sent = 0;
+    double received = 0;
+    double senderSeconds = 0;    // of a processor, for a Gbit
+    double receiverSeconds = 0;  // of a processor, for a Gbit
+};
+
+Outcome carry(const char* who, double mbits, double seconds) {
+    const ChildResult result = runRow({"udp", who, std::to_string(mbits), std::to_string(seconds)});
+    const Facts& facts = result.facts;
+    const double gigabits = facts.number("received") * kDatagramBytes * 8e-9;
+    if (!result.ok || gigabits <= 0) {
+        return {};
+    }
+    return {true,
+            facts.number("sent") * kDatagramBytes * 8e-6 / facts.number("seconds"),
+            facts.number("sent"),
+            facts.number("received"),
+            facts.number("sender_cpu_s") / gigabits,
+            facts.number("receiver_cpu_s") / gigabits};
+}
+
+// The highest rate at which nothing is lost, in steps of a fifth.
+Outcome mostWithoutLoss(const char* who, double seconds) {
+    Outcome best;
+    for (double mbits = 2 * kWantedMbits;; mbits *= 1.2) {
+        const Outcome outcome = carry(who, mbits, seconds);
+        // A sender that can't keep up has shown what it can.
+        if (!outcome.ok || outcome.received < outcome.sent || outcome.mbits < 0.95 * mbits) {
+            return best;
+        }
+        best = outcome;
+    }
+}
+
+}  // namespace
+
+bool udpRow(const std::vector<std::string>& words, Facts& facts) {
+    if (words.size() != 3) {
+        return false;
+    }
+    const double mbits = std::stod(words[1]);
+    const double seconds = std::stod(words[2]);
+    std::unique_ptr<Link> link;
+    if (words[0] == "kelp") {
+        link = std::make_unique<KelpLink>();
+    } else {
+        link = std::make_unique<BareLink>();
+    }
     Counter counter;
-    kelp::UdpReceiver* receiver = kelp::UdpReceiver::create();
-    receiver->init(&counter);
-    const unsigned short port = freePort();
-    kelp::UdpSender sender;
-    if (!receiver->startReceiver(port) || !sender.startSender("127.0.0.1", port)) {
-        kelp::UdpReceiver::destroy(receiver);
+    if (!link->open(counter)) {
         return false;
     }
     std::vector<unsigned char> datagram(kDatagramBytes, 0xa5);
+    int64_t sent = 0;
     const double perSecond = mbits * 1e6 / 8 / kDatagramBytes;
     const double senderBefore = cpuSeconds(RUSAGE_THREAD);
     const double allBefore = cpuSeconds(RUSAGE_SELF);
-    const auto begin = Clock::now();
-    for (double elapsed = 0; elapsed < kSeconds; elapsed = secondsSince(begin)) {
-        const auto due = mbits > 0 ? static_cast<int64_t>(perSecond * (elapsed + kBurstSeconds)) : outcome.sent + 100;
-        while (outcome.sent < due) {
-            const auto number = static_cast<uint32_t>(outcome.sent);
+    const double begin = nowMs();
+    double elapsed = 0;
+    for (; elapsed < seconds; elapsed = (nowMs() - begin) / 1000) {
+        const auto due = mbits > 0 ? static_cast<int64_t>(perSecond * (elapsed + kBurstSeconds)) : sent + 100;
+        while (sent < due) {
+            const auto number = static_cast<uint32_t>(sent);
             std::memcpy(datagram.data(), &number, sizeof number);
-            outcome.sent += sender.send(datagram.data(), kDatagramBytes) == kDatagramBytes;
+            sent += link->send(datagram);
         }
         if (mbits > 0) {
             std::this_thread::sleep_for(std::chrono::duration<double>(kBurstSeconds));
         }
     }
-    outcome.seconds = secondsSince(begin);
-    outcome.senderSeconds = cpuSeconds(RUSAGE_THREAD) - senderBefore;
+    const double senderCpu = cpuSeconds(RUSAGE_THREAD) - senderBefore;
     // What still waits in the system's buffer is read; after a while without anything the rest is lost.
     int64_t seen = -1;
     while (seen != counter.received()) {
         seen = counter.received();
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
-    outcome.receiverSeconds = cpuSeconds(RUSAGE_SELF) - allBefore - (cpuSeconds(RUSAGE_THREAD) - senderBefore);
-    sender.stopSender();
-    receiver->stopReceiver();
-    kelp::UdpReceiver::destroy(receiver);
-    outcome.received = counter.received();
-    outcome.mbits = static_cast<double>(outcome.sent) * kDatagramBytes * 8e-6 / outcome.seconds;
+    facts.set("receiver_cpu_s", cpuSeconds(RUSAGE_SELF) - allBefore - (cpuSeconds(RUSAGE_THREAD) - senderBefore));
+    link->close();
+    facts.set("sender_cpu_s", senderCpu);
+    facts.set("seconds", elapsed);
+    facts.set("sent", static_cast<double>(sent));
+    facts.set("received", static_cast<double>(counter.received()));
     return counter.inOrder();
 }
 
-void print(const std::string& name, const Outcome& outcome) {
-    const double gigabits = static_cast<double>(outcome.received) * kDatagramBytes * 8e-9;
-    std::printf("| %-28s | %6.0f | %11.0f | %9lld | %6lld | %17.2f | %19.2f |\n", name.c_str(), outcome.mbits,
-                static_cast<double>(outcome.received) / outcome.seconds, static_cast<long long>(outcome.received),
-                static_cast<long long>(outcome.sent - outcome.received), outcome.senderSeconds / gigabits,
-                outcome.receiverSeconds / gigabits);
-}
-
-}  // namespace
-
-bool udpBench() {
-    Outcome wanted;
-    Outcome best;
-    bool ok = carry(kWantedMbits, wanted);
-    // The highest rate at which nothing is lost, in steps of a fifth.
-    for (double mbits = 2 * kWantedMbits; ok; mbits *= 1.2) {
-        Outcome outcome;
-        ok = carry(mbits, outcome);
-        // A sender that can't keep up has shown what it can.
-        if (!ok || outcome.received < outcome.sent || outcome.mbits < 0.95 * mbits) {
-            break;
-        }
-        best = outcome;
+bool measureUdp(const Settings& settings, Report& report) {
+    const double seconds = settings.choose(2.0, 1.0, 0.2);
+    Table table("udp", "Datagrams of 1316 bytes over the loopback address",
+                {{"what", "what"},
+                 {"mbits", "Mbit/s", 0},
+                 {"limit_mbits", "limit Mbit/s", 0},
+                 {"received", "received", 0},
+                 {"lost", "lost", 0},
+                 {"sender_cpu", "sender CPU s/Gbit", 2},
+                 {"limit_sender_cpu", "limit", 2},
+                 {"receiver_cpu", "receiver CPU s/Gbit", 2},
+                 {"limit_receiver_cpu", "limit", 2}});
+    bool ok = true;
+    const auto addRow = [&](const char* what, const Outcome& outcome, const Outcome& limit) {
+        ok = ok && outcome.ok && limit.ok;
+        table.addRow({what, outcome.mbits, limit.mbits, outcome.received, outcome.sent - outcome.received,
+                      outcome.senderSeconds, limit.senderSeconds, outcome.receiverSeconds, limit.receiverSeconds});
+    };
+    addRow("at 200 Mbit/s", carry("kelp", kWantedMbits, seconds), carry("bare", kWantedMbits, seconds));
+    if (settings.length != Length::Smoke) {
+        addRow("most with nothing lost", mostWithoutLoss("kelp", seconds), mostWithoutLoss("bare", seconds));
     }
-    Outcome full;
-    ok = ok && carry(0, full);
-    std::printf("\n| %-28s | Mbit/s | datagrams/s |  received |   lost | sender CPU s/Gbit | receiver CPU s/Gbit |\n",
-                "datagrams of 1316 bytes");
-    std::printf("| %-28s | -----: | ----------: | --------: | -----: | ----------------: | ------------------: |\n",
-                "---");
-    print("at 200 Mbit/s", wanted);
-    print("most with nothing lost", best);
-    print("as fast as it goes", full);
+    addRow("as fast as it goes", carry("kelp", 0, seconds), carry("bare", 0, seconds));
+    table.setNote("The limit is two sockets of the system's, with a thread that waits in `recv`.");
+    report.add(table);
     return ok;
 }
+
+}  // namespace kelp::bench

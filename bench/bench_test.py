@@ -1,0 +1,46 @@
+#!/usr/bin/env python3
+"""Runs the shortest measurement of everything and looks whether each topic has rows that show something; what the
+figures are is not looked at. Arguments: kelp_bench and a folder to work in."""
+
+import json
+import os
+import subprocess
+import sys
+
+# By topic: columns of which each row has one, and that are more than nothing.
+SHOWS = {
+    "cost": [["pictures"], ["cpu"], ["peak_mib"]],
+    "players": [["cpu"], ["limit_cpu"], ["shown_percent"], ["limit_shown_percent"]],
+    "latency": [["count"], ["worst_ms"]],
+    "presentation": [["pictures", "flashes"]],
+    "udp": [["received"], ["mbits"], ["limit_mbits"]],
+}
+
+
+def main():
+    program, folder = sys.argv[1:]
+    os.makedirs(folder, exist_ok=True)
+    run = subprocess.run([program, "--smoke", "--out", folder, *SHOWS], stdout=subprocess.PIPE, text=True, check=False)
+    print(run.stdout)
+    faults = []
+    if run.returncode != 0:
+        faults.append(f"status {run.returncode}")
+    with open(os.path.join(folder, "bench.json"), encoding="utf-8") as file:
+        tables = json.load(file)["tables"]
+    for topic, wanted in SHOWS.items():
+        rows = [row for table in tables if table["topic"] == topic for row in table["rows"]]
+        if not rows:
+            faults.append(f"{topic}: no rows")
+        for row in rows:
+            faults += [f"{topic}: no {' or '.join(names)} in {row}" for names in wanted
+                       if not any((row.get(name) or 0) > 0 for name in names)]
+    # A heading and a rule for each table.
+    lines = sum(line.startswith("|") for line in run.stdout.splitlines())
+    expected = sum(len(table["rows"]) + 2 for table in tables)
+    if lines != expected:
+        faults.append(f"{lines} lines of tables instead of {expected}")
+    print("\n".join(faults))
+    return 1 if faults else 0
+
+
+sys.exit(main())

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "facts.h"
+
+namespace kelp::bench {
+
+// What came of a row's process.
+struct ChildResult {
+    bool ok = false;  // it ended with success
+    Facts facts;
+    double cpuSeconds = 0;  // from its start to its end
+    double peakMiB = 0;
+};
+
+// Runs this program again with `--row` and `words`, and waits for its end: memory, processor time and the drivers that
+// SDL has chosen are those of one row alone.
+ChildResult runRow(const std::vector<std::string>& words);
+
+// What the program does that was started so: runs `row` and tells what it found out. Returns the exit status.
+int beRow(bool (*row)(const std::vector<std::string>& words, Facts& facts), const std::vector<std::string>& words);
+
+}  // namespace kelp::bench

@@ -1,0 +1,64 @@
+#include "clips.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+
+namespace kelp::bench {
+
+namespace {
+
+// Makes the file `name` with the ffmpeg command, unless it is there already.
+std::string make(const Settings& settings, const std::string& name, const std::string& arguments) {
+    const std::filesystem::path folder = std::filesystem::path(settings.folder) / "bench_media";
+    const std::string path = (folder / name).string();
+    std::error_code error;
+    if (std::filesystem::exists(path, error)) {
+        return path;
+    }
+    std::filesystem::create_directories(folder, error);
+    // Renamed when it is whole: what an interrupted run leaves behind isn't taken for the clip.
+    const std::string part = path + ".part.mp4";
+    const std::string command = "ffmpeg -nostdin -v error -y " + arguments + " '" + part + "'";
+    if (std::system(command.c_str()) != 0) {
+        return {};
+    }
+    std::filesystem::rename(part, path, error);
+    return error ? std::string() : path;
+}
+
+}  // namespace
+
+std::string clipPath(const Settings& settings, const Clip& clip) {
+    const std::string size = std::to_string(clip.width) + "x" + std::to_string(clip.height);
+    const std::string seconds = std::to_string(clip.seconds);
+    std::string name = size + "_" + clip.fps + "_" + seconds + "s" + (clip.hasSound ? "" : "_silent") + ".mp4";
+    std::replace(name.begin(), name.end(), '/', '-');
+    const std::string sound =
+        "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=" + seconds + " -ac 2 -c:a aac -b:a 128k";
+    return make(settings, name,
+                "-f lavfi -i testsrc2=size=" + size + ":rate=" + clip.fps + ":duration=" + seconds + " " +
+                    (clip.hasSound ? sound : "") + " -c:v libx264 -preset veryfast -bf 2 -g 60 -pix_fmt yuv420p");
+}
+
+std::string flashesPath(const Settings& settings, int seconds) {
+    const std::string length = std::to_string(seconds);
+    return make(settings, "flashes_" + length + "s.mp4",
+                "-f lavfi -i \"color=c=black:size=640x360:rate=25:duration=" + length +
+                    ",drawbox=c=white:t=fill:enable='lt(mod(t+0.001\\,1)\\,0.08)*gte(t\\,0.5)'\" "
+                    "-f lavfi -i \"aevalsrc='0.8*sin(2*PI*1000*t)*lt(mod(t\\,1)\\,0.08)*gte(t\\,0.5)':s=48000:d=" +
+                    length + "\" -ac 2 -c:v libx264 -preset veryfast -bf 2 -g 50 -pix_fmt yuv420p -c:a aac -b:a 128k");
+}
+
+std::string everydayPath(const Settings& settings) {
+    if (!settings.file.empty()) {
+        return settings.file;
+    }
+    Clip clip{.width = 1920, .height = 1080};
+    if (settings.length == Length::Smoke) {
+        clip = {.seconds = 10};
+    }
+    return clipPath(settings, clip);
+}
+
+}  // namespace kelp::bench

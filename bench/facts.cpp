@@ -1,0 +1,48 @@
+#include "facts.h"
+
+#include <cstdio>
+#include <sstream>
+
+namespace kelp::bench {
+
+double Facts::number(const std::string& name) const {
+    const auto found = values_.find(name);
+    return found == values_.end() || found->second.empty() ? 0 : found->second.front();
+}
+
+std::vector<double> Facts::list(const std::string& name) const {
+    const auto found = values_.find(name);
+    return found == values_.end() ? std::vector<double>{} : found->second;
+}
+
+std::string Facts::text() const {
+    std::string text;
+    for (const auto& [name, values] : values_) {
+        text += name;
+        for (const double value : values) {
+            char number[32];
+            std::snprintf(number, sizeof number, " %.9g", value);
+            text += number;
+        }
+        text += '\n';
+    }
+    return text;
+}
+
+Facts Facts::parse(const std::string& text) {
+    Facts facts;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::string name;
+        words >> name;
+        std::vector<double> values;
+        for (double value = 0; words >> value;) {
+            values.push_back(value);
+        }
+        facts.set(name, std::move(values));
+    }
+    return facts;
+}
+
+}  // namespace kelp::bench

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+namespace kelp::bench {
+
+// How long a run may take. `Smoke` only shows that everything can be measured: its figures mean nothing.
+enum class Length { Full, Quick, Smoke };
+
+// What the command line asks for.
+struct Settings {
+    std::string folder = "build";  // for the clips and the figures
+    std::string file;              // to play in `cost` and `latency`; empty: a clip of our own
+    Length length = Length::Full;
+
+    template <class Value>
+    Value choose(Value full, Value quick, Value smoke) const {
+        return length == Length::Full ? full : length == Length::Quick ? quick : smoke;
+    }
+};
+
+}  // namespace kelp::bench

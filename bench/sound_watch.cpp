@@ -1,0 +1,83 @@
+#include "sound_watch.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "measures.h"
+
+namespace kelp::bench {
+
+namespace {
+
+constexpr int kRate = 48000;
+constexpr int kFrameBytes = 4;        // two channels, 16 bits
+constexpr int kDeviceSamples = 1024;  // that a device takes at once, and plays while the next ones are asked for
+constexpr int kLoud = 6000;
+constexpr double kQuietMs = 300;  // between two beeps
+
+}  // namespace
+
+SoundWatch::SoundWatch()
+    : path_((std::filesystem::temp_directory_path() / ("kelp_bench_sound." + std::to_string(getpid()))).string()) {
+    setenv("SDL_AUDIODRIVER", "disk", 1);
+    setenv("SDL_DISKAUDIOFILE", path_.c_str(), 1);
+    thread_ = std::thread([this] { watch(); });
+}
+
+SoundWatch::~SoundWatch() {
+    stop();
+    std::error_code ignored;
+    std::filesystem::remove(path_, ignored);
+}
+
+std::vector<double> SoundWatch::beepsMs() {
+    stop();
+    std::vector<int16_t> samples(static_cast<size_t>(sizes_.empty() ? 0 : sizes_.back().second) / 2);
+    std::ifstream file(path_, std::ios::binary);
+    file.read(reinterpret_cast<char*>(samples.data()), static_cast<std::streamsize>(samples.size() * 2));
+    std::vector<double> beeps;
+    double last = -1e9;
+    for (size_t i = 0; i < samples.size(); i += 2) {
+        if (std::abs(samples[i]) < kLoud) {
+            continue;
+        }
+        const double at = heardAtMs(static_cast<int64_t>(i) * 2);
+        if (at - last > kQuietMs) {
+            beeps.push_back(at);
+        }
+        last = at;
+    }
+    return beeps;
+}
+
+void SoundWatch::watch() {
+    while (!done_) {
+        struct stat status {};
+        if (stat(path_.c_str(), &status) == 0 && (sizes_.empty() || status.st_size != sizes_.back().second)) {
+            sizes_.emplace_back(nowMs(), status.st_size);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+void SoundWatch::stop() {
+    done_ = true;
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+double SoundWatch::heardAtMs(int64_t byte) const {
+    const auto block = std::find_if(sizes_.begin(), sizes_.end(), [&](const auto& s) { return s.second > byte; });
+    const auto begin = byte / (kDeviceSamples * kFrameBytes) * (kDeviceSamples * kFrameBytes);
+    const auto within = static_cast<double>(byte - begin) / kFrameBytes;
+    return block->first + (kDeviceSamples + within) * 1000.0 / kRate;
+}
+
+}  // namespace kelp::bench

@@ -23,8 +23,6 @@ namespace {
 constexpr char kTag[] = "FFVideoDecoder";
 
 constexpr int kMaxSendFailures = 101;
-constexpr size_t kMaxStartTimes = 101;
-constexpr uint64_t kMaxStartTimeAgeMs = 5000;
 constexpr int64_t kDefaultIntervalMs = 40;
 constexpr uint64_t kMaxIntervalMs = 100;
 constexpr double kLatencyWeight = 0.95 - 1.0;
@@ -54,11 +52,6 @@ int32_t colorSpaceOf(AVColorSpace space) {
         default:
             return 0;
     }
-}
-
-uint64_t distance(int64_t a, int64_t b) {
-    return a > b ? static_cast<uint64_t>(a) - static_cast<uint64_t>(b)
-                 : static_cast<uint64_t>(b) - static_cast<uint64_t>(a);
 }
 
 // A picture whose byte count fits 32 bits, with the intermediate product.
@@ -136,7 +129,7 @@ void FFVideoDecoder::flush() {
     if (codecContext_) {
         avcodec_flush_buffers(codecContext_);
     }
-    decodeStartTimes_.clear();
+    sendTimes_.clear();
     lastPtsMs_ = -1;
     frameIntervalMs_ = kDefaultIntervalMs;
 }
@@ -204,15 +197,14 @@ AVFrame* FFVideoDecoder::fetchPicture() {
 
 int64_t FFVideoDecoder::matchPacket(const AVFrame& picture, int64_t nowMs) {
     int64_t pts = picture.best_effort_timestamp;
-    auto sent = decodeStartTimes_.find(pts);
-    if (sent == decodeStartTimes_.end()) {
+    auto sentMs = sendTimes_.take(pts);
+    if (!sentMs) {
         pts = picture.pts;
-        sent = decodeStartTimes_.find(pts);
+        sentMs = sendTimes_.take(pts);
     }
-    if (sent != decodeStartTimes_.end()) {
-        const int64_t sample = nowMs - sent->second;
+    if (sentMs) {
+        const int64_t sample = nowMs - *sentMs;
         avgDecodeTimeMs_ -= static_cast<int64_t>(static_cast<double>(sample - avgDecodeTimeMs_) * kLatencyWeight);
-        decodeStartTimes_.erase(sent);
     }
     return pts;
 }
@@ -242,12 +234,7 @@ void FFVideoDecoder::send(const MediaPacket& packet, int64_t nowMs) {
         return;
     }
     decodeFailCount_ = 0;
-    // Entries of pictures that never come out must not pile up.
-    if (decodeStartTimes_.size() >= kMaxStartTimes ||
-        (!decodeStartTimes_.empty() && distance(avPacket.pts, decodeStartTimes_.begin()->first) > kMaxStartTimeAgeMs)) {
-        decodeStartTimes_.clear();
-    }
-    decodeStartTimes_[avPacket.pts] = nowMs;
+    sendTimes_.put(avPacket.pts, nowMs);
 }
 
 void FFVideoDecoder::DeliverVideoFrame(const uint8_t* const* data, const int* linesize, int width, int height,
@@ -268,11 +255,7 @@ void FFVideoDecoder::DeliverVideoFrame(const uint8_t* const* data, const int* li
     if (!frame->buffer) {
         return;
     }
-    frame->freeBuffer = [weak = std::weak_ptr(observer_)](std::shared_ptr<FrameBuffer> buffer) {
-        if (const auto observer = weak.lock()) {
-            observer->freePixBuffer(std::move(buffer));
-        }
-    };
+    frame->freeBuffer = freeBuffer_;
 
     frame->width = width;
     frame->height = height;

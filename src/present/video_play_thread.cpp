@@ -399,14 +399,13 @@ void VideoPlayThread::setCurrentPts(int64_t pts, int64_t nowMs) {
 }
 
 void VideoPlayThread::renderFrame(std::shared_ptr<VideoFrameInfo> frame) {
-    std::vector<UpdatedWindowInfo> updates;
     {
         std::lock_guard lock(windowMutex_);
         closeRemovedWindows();
-        updates = collectUpdates();
+        collectUpdates();
     }
     // Without the lock, so that slow drawing holds nobody up.
-    for (const auto& update : updates) {
+    for (const auto& update : updates_) {
         if (isStopRequested()) {
             break;
         }
@@ -423,6 +422,7 @@ void VideoPlayThread::renderFrame(std::shared_ptr<VideoFrameInfo> frame) {
             update.render->refresh();
         }
     }
+    updates_.clear();
 }
 
 void VideoPlayThread::closeRemovedWindows() {
@@ -440,9 +440,8 @@ void VideoPlayThread::closeRemovedWindows() {
     }
 }
 
-std::vector<VideoPlayThread::UpdatedWindowInfo> VideoPlayThread::collectUpdates() {
-    std::vector<UpdatedWindowInfo> updates;
-    updates.reserve(windowInfos_.size());
+void VideoPlayThread::collectUpdates() {
+    updates_.reserve(windowInfos_.size());
     for (auto& info : windowInfos_) {
         UpdatedWindowInfo update;
         if (info.window && !info.render) {
@@ -464,9 +463,8 @@ std::vector<VideoPlayThread::UpdatedWindowInfo> VideoPlayThread::collectUpdates(
         }
         update.paused = info.paused;
         update.render = info.render;
-        updates.push_back(std::move(update));
+        updates_.push_back(std::move(update));
     }
-    return updates;
 }
 
 void VideoPlayThread::carryOutClearScreen() {

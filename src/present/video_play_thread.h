@@ -136,7 +136,7 @@ private:
     // Draws `frame`, which may be empty, on every window.
     void renderFrame(std::shared_ptr<VideoFrameInfo> frame);
     void closeRemovedWindows();
-    std::vector<UpdatedWindowInfo> collectUpdates();
+    void collectUpdates();  // into updates_
 
     // Blanks lastFrame_ if that was asked for. To be called before a frame is looked at or drawn.
     void carryOutClearScreen();
@@ -145,6 +145,7 @@ private:
     RenderTiming* const renderTiming_;     // not owned
     std::vector<WindowInfo> windowInfos_;  // in order of adding; guarded by windowMutex_
     std::mutex windowMutex_;
+    std::vector<UpdatedWindowInfo> updates_;    // of the drawing that runs; keeps its memory for the next
     std::mutex outputMutex_;                    // held from the decision on a frame to the end of its drawing
     int64_t frameTimer_ = 0;                    // when the last frame was due, milliseconds; 0 before the first
     int64_t lastFramePts_ = 0;                  // of the last frame that went through timing, in milliseconds

@@ -45,6 +45,30 @@ elseif(KELP_SANITIZE MATCHES "thread")
   set(KELP_TEST_ENVIRONMENT "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/tsan.supp")
 endif()
 
+# kelp_disturb(TARGET): with KELP_DISTURB the target's own code is held up at random where it locks, unlocks, waits,
+# notifies and starts threads.
+function(kelp_disturb target)
+  if(NOT KELP_DISTURB)
+    return()
+  endif()
+  target_sources(${target} PRIVATE $<TARGET_OBJECTS:kelp_disturbance>)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL "EXECUTABLE")
+    target_sources(${target} PRIVATE $<TARGET_OBJECTS:kelp_disturbance_notice>)
+  endif()
+  foreach(symbol
+      pthread_mutex_lock pthread_mutex_trylock pthread_mutex_unlock
+      pthread_rwlock_rdlock pthread_rwlock_wrlock pthread_rwlock_unlock
+      pthread_cond_timedwait pthread_cond_clockwait
+      # What libstdc++ calls inside itself the linker doesn't see.
+      _ZNSt18condition_variable4waitERSt11unique_lockISt5mutexE
+      _ZNSt18condition_variable10notify_oneEv
+      _ZNSt18condition_variable10notify_allEv
+      _ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE)
+    target_link_options(${target} PRIVATE LINKER:--wrap=${symbol})
+  endforeach()
+endfunction()
+
 # kelp_add_room(NAME SOURCES...): the objects of one folder below src/, as target kelp_NAME.
 function(kelp_add_room name)
   add_library(kelp_${name} OBJECT ${ARGN})
@@ -63,6 +87,7 @@ function(kelp_add_shared_library)
   set_target_properties(kelp_player PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
                                                LINKER_LANGUAGE CXX)
   target_link_libraries(kelp_player PRIVATE $<BUILD_INTERFACE:kelp_settings>)
+  kelp_disturb(kelp_player)
   target_include_directories(kelp_player INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
                                                    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_compile_features(kelp_player INTERFACE cxx_std_20)
@@ -97,8 +122,12 @@ function(kelp_add_test name)
   foreach(symbol ${ARG_WRAP})
     target_link_options(${name} PRIVATE -Wl,--wrap=${symbol})
   endforeach()
+  kelp_disturb(${name})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
+  endif()
+  if(KELP_DISTURB)
+    math(EXPR ARG_TIMEOUT "${ARG_TIMEOUT} * 3")
   endif()
   set(properties TIMEOUT ${ARG_TIMEOUT})
   if(ARG_LABELS)

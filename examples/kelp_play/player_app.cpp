@@ -10,6 +10,7 @@
 #include "kelp_player/log.h"
 #include "machine.h"
 #include "source_problem.h"
+#include "window.h"
 
 namespace {
 
@@ -100,8 +101,7 @@ void PlayerApp::setLogLevel() {
 }
 
 bool PlayerApp::openWindow() {
-    window_ =
-        SDL_CreateWindow("kelp_play", SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, 1280, 720, SDL_WINDOW_RESIZABLE);
+    window_ = createWindow("kelp_play", 1280, 720);
     if (window_ == nullptr) {
         fail(std::string("no window: ") + SDL_GetError());
         return false;

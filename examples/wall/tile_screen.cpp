@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "window.h"
+
 TileScreen::~TileScreen() {
     for (const Slot& slot : slots_) {
         SDL_DestroyTexture(slot.texture);
@@ -15,7 +17,7 @@ TileScreen::~TileScreen() {
 }
 
 bool TileScreen::open(size_t tiles, std::string& error) {
-    window_ = SDL_CreateWindow("wall", SDL_WINDOWPOS_CENTERED, SDL_WINDOWPOS_CENTERED, 1280, 720, SDL_WINDOW_RESIZABLE);
+    window_ = createWindow("wall", 1280, 720);
     renderer_ = window_ != nullptr ? SDL_CreateRenderer(window_, -1, 0) : nullptr;
     if (renderer_ == nullptr) {
         error = SDL_GetError();

@@ -3,6 +3,8 @@
 set -u
 program=$1
 media=$2
+# shellcheck source=tests/support/start_xvfb.sh
+. "$(dirname "$0")/../support/start_xvfb.sh"
 scratch=$(mktemp -d)
 xvfb=
 trap '[ -z "$xvfb" ] || kill "$xvfb" 2>/dev/null; rm -rf "$scratch"' EXIT
@@ -100,22 +102,30 @@ cp "$media/short.mp4" "$scratch/part" && mv "$scratch/part" "$scratch/later.mp4"
 wait $player || { fail "the source came too late"; cat "$scratch/err"; }
 timeout 60 "$program" --headless --retry 200 "$scratch/never.mp4" >"$scratch/out" 2>"$scratch/err" </dev/null &
 player=$!
+# Whether the program, which `timeout` runs, has a handler for the signal by now: bit 14 of the mask.
+catches_sigterm() {
+    local process mask
+    process=$(ps -o pid= --ppid $player | tr -d ' ')
+    mask=$(sed -n 's/^SigCgt:[[:space:]]*//p' "/proc/$process/status" 2>/dev/null)
+    [ -n "$mask" ] && [ $((0x$mask >> 14 & 1)) = 1 ] && [ "$(cat "/proc/$process/comm")" = "$(basename "$program")" ]
+}
+for _ in $(seq 100); do
+    catches_sigterm && break
+    sleep 0.1
+done
 sleep 0.5
 kill -TERM "$(ps -o pid= --ppid $player)"
 wait $player || { fail "no end to the retries"; cat "$scratch/err"; }
 
 # With a display it opens a window of that name, shows the bars, and ends by itself.
-mkfifo "$scratch/display"
-Xvfb -displayfd 4 -screen 0 1400x900x24 -nolisten tcp 4>"$scratch/display" >/dev/null 2>&1 &
-xvfb=$!
-read -r display <"$scratch/display"
-DISPLAY=:$display timeout 60 "$program" "$media/bars.mp4" >"$scratch/out" 2>"$scratch/err" </dev/null &
+start_xvfb "$scratch"
+timeout 60 "$program" "$media/bars.mp4" >"$scratch/out" 2>"$scratch/err" </dev/null &
 player=$!
 seen=
 for _ in $(seq 100); do
     sleep 0.2
     # The left bar of the picture is grey, the one beside it yellow, and around the window all is black.
-    pixels=$(ffmpeg -nostdin -v error -f x11grab -video_size 1400x900 -i ":$display" -frames:v 1 \
+    pixels=$(ffmpeg -nostdin -v error -f x11grab -video_size 1400x900 -i "$DISPLAY" -frames:v 1 \
         -vf 'crop=1:1:200:300' -pix_fmt rgb24 -f rawvideo - 2>/dev/null | od -An -tu1 | tr -s ' ')
     case "$pixels" in
         *" 0 0 0"*) ;;
@@ -126,8 +136,8 @@ done
 wait $player || { fail "the player with a window failed"; cat "$scratch/err"; }
 
 # The keys, by what the progress line says.
-export DISPLAY=:$display
 last_line() { tail -n 1 "$scratch/out"; }
+now_ms() { date +%s%3N; }
 position() { last_line | sed -n 's/.*] \([0-9]*\):\([0-9]*\) .*/\1 \2/p' | awk '{print $1 * 60 + $2}'; }
 # wait_for WHAT COMMAND...: until the command succeeds.
 wait_for() {
@@ -142,11 +152,15 @@ wait_for() {
 }
 between() { local at; at=$(position); [ "${at:-0}" -ge "$1" ] && [ "$at" -le "$2" ]; }
 shows() { last_line | grep -qE "$1"; }
+# Nobody manages the windows of this screen: keys go to the one that has been given the focus. It bears the file's name
+# from when it is not made anew any more.
 start() { # ARGS...
-    timeout 120 "$program" "$@" "$media/long.mp4" >"$scratch/out" 2>"$scratch/err" </dev/null &
+    timeout 180 "$program" "$@" "$media/long.mp4" >"$scratch/out" 2>"$scratch/err" </dev/null &
     player=$!
     xdotool mousemove 700 450
     wait_for "$* doesn't start" between 1 20
+    timeout 30 xdotool search --sync --onlyvisible --name '^long.mp4' windowfocus --sync >"$scratch/focus" 2>&1 ||
+        { fail "no window that takes the keys"; cat "$scratch/focus"; xdotool search --name . ; }
 }
 quit() {
     xdotool key q
@@ -181,12 +195,19 @@ xdotool key bracketright bracketright bracketright bracketright bracketright bra
 wait_for "the highest speed" shows 'x4.00'
 xdotool key space
 wait_for "goes on" shows '90%$'
-# At four times the speed a second of this machine is worth more than one of the film, on a slow one too.
-at=$(date +%s)
-from=$(position)
-wait_for "plays at speed 4" between $((from + 12)) 175
-echo "speed 4: $(($(position) - from)) s in $(($(date +%s) - at)) s"
-[ $(($(date +%s) - at)) -le 11 ] || fail "speed 4 is too slow"
+# 24 s of the film take 6 s, and 12 s at half that speed. A machine may be busy for a while, but not at all times. Most
+# of the work is to draw a large window, and not what is measured.
+xdotool search --onlyvisible --name '^long.mp4' windowsize 160 90
+fast=
+for _ in 1 2 3; do
+    at=$(now_ms)
+    from=$(position)
+    wait_for "plays at speed 4" between $((from + 24)) 175
+    took=$(($(now_ms) - at))
+    echo "speed 4: $(($(position) - from)) s in $took ms"
+    [ $took -gt 10000 ] || { fast=yes; break; }
+done
+[ -n "$fast" ] || fail "speed 4 is too slow"
 xdotool key Home bracketleft bracketleft bracketleft bracketleft bracketleft bracketleft bracketleft bracketleft
 wait_for "the lowest speed" shows 'x0.50'
 xdotool key End

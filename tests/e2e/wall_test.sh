@@ -3,6 +3,8 @@
 set -u
 program=$1
 media=$2
+# shellcheck source=tests/support/start_xvfb.sh
+. "$(dirname "$0")/../support/start_xvfb.sh"
 scratch=$(mktemp -d)
 xvfb=
 trap '[ -z "$xvfb" ] || kill "$xvfb" 2>/dev/null; rm -rf "$scratch"' EXIT
@@ -43,11 +45,7 @@ expect 1 --headless "$media/short.mp4" "$media/text.mp4"
 grep -q 'text.mp4: can.t be played' "$scratch/err" || fail "no word of the film that isn't one"
 
 # Four films in a window of 1280x720 in the middle of the screen.
-mkfifo "$scratch/display"
-Xvfb -displayfd 4 -screen 0 1400x900x24 -nolisten tcp 4>"$scratch/display" >/dev/null 2>&1 &
-xvfb=$!
-read -r display <"$scratch/display"
-export DISPLAY=:$display
+start_xvfb "$scratch"
 timeout 120 "$program" "$media/wall0.mp4" "$media/wall1.mp4" "$media/wall2.ts" "$media/wall3.avi" \
     >"$scratch/out" 2>"$scratch/err" </dev/null &
 player=$!

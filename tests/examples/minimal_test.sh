@@ -3,6 +3,8 @@
 set -u
 program=$1
 media=$2
+# shellcheck source=tests/support/start_xvfb.sh
+. "$(dirname "$0")/../support/start_xvfb.sh"
 scratch=$(mktemp -d)
 xvfb=
 trap '[ -z "$xvfb" ] || kill "$xvfb" 2>/dev/null; rm -rf "$scratch"' EXIT
@@ -15,11 +17,7 @@ fail() {
     failures=$((failures + 1))
 }
 
-mkfifo "$scratch/display"
-setpriv --pdeathsig KILL Xvfb -displayfd 4 -screen 0 1400x900x24 -nolisten tcp 4>"$scratch/display" >/dev/null 2>&1 &
-xvfb=$!
-read -r display <"$scratch/display"
-export DISPLAY=:$display
+start_xvfb "$scratch"
 
 timeout 60 "$program" "$media/bars.mp4" >"$scratch/out" 2>&1 </dev/null &
 player=$!

@@ -2,12 +2,6 @@
 
 #include <SDL_syswm.h>
 #include <X11/Xutil.h>
-#include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -17,31 +11,8 @@ namespace kelp::test {
 
 namespace {
 
-constexpr int kStartMs = 20'000;
 constexpr unsigned int kNoWindow = 0xff000000;  // no colour
 constexpr auto kPatience = std::chrono::seconds(10);
-
-// Writes the number of the display to `fd` when it is ready.
-[[noreturn]] void runServer(int fd) {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    const int null = open("/dev/null", O_RDWR);
-    dup2(null, STDOUT_FILENO);
-    dup2(null, STDERR_FILENO);
-    const std::string number = std::to_string(fd);
-    execlp("Xvfb", "Xvfb", "-displayfd", number.c_str(), "-screen", "0", "800x600x24", "-nolisten", "tcp", "-noreset",
-           static_cast<char*>(nullptr));
-    _exit(127);
-}
-
-std::string readNumber(int fd) {
-    std::string number;
-    pollfd ready{fd, POLLIN, 0};
-    char digit = 0;
-    while (poll(&ready, 1, kStartMs) > 0 && read(fd, &digit, 1) == 1 && digit != '\n') {
-        number += digit;
-    }
-    return number;
-}
 
 unsigned int colorOf(Display* display, Window window, int x, int y, unsigned int expected) {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
@@ -63,25 +34,12 @@ unsigned int colorOf(Display* display, Window window, int x, int y, unsigned int
 
 }  // namespace
 
-XServer::XServer() {
-    int fds[2];
-    if (pipe(fds) != 0) {
-        error_ = "no pipe";
-        return;
-    }
-    pid_ = fork();
-    if (pid_ == 0) {
-        close(fds[0]);
-        runServer(fds[1]);
-    }
-    close(fds[1]);
-    const std::string number = readNumber(fds[0]);
-    close(fds[0]);
-    if (number.empty()) {
+XServer::XServer() : server_(800, 600) {
+    if (server_.display().empty()) {
         error_ = "Xvfb doesn't start; is it installed?";
         return;
     }
-    setenv("DISPLAY", (":" + number).c_str(), 1);
+    setenv("DISPLAY", server_.display().c_str(), 1);
     setenv("SDL_VIDEODRIVER", "x11", 1);
     // Unless said otherwise nothing of the graphics driver, whose threads and leaks the sanitizers would report.
     setenv("SDL_RENDER_DRIVER", "software", 0);
@@ -89,17 +47,13 @@ XServer::XServer() {
     setenv("SDL_SHUTDOWN_DBUS_ON_QUIT", "1", 1);
     display_ = XOpenDisplay(nullptr);
     if (!display_) {
-        error_ = "no connection to display :" + number;
+        error_ = "no connection to display " + server_.display();
     }
 }
 
 XServer::~XServer() {
     if (display_) {
         XCloseDisplay(display_);
-    }
-    if (pid_ > 0) {
-        kill(pid_, SIGTERM);
-        waitpid(pid_, nullptr, 0);
     }
 }
 

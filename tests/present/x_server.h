@@ -1,9 +1,9 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <string>
 #include <utility>
+
+#include "support/xvfb_process.h"
 
 // Xlib's own header would bring its macros along.
 struct _XDisplay;
@@ -27,7 +27,7 @@ public:
     _XDisplay* display() const { return display_; }
 
 private:
-    pid_t pid_ = -1;
+    XvfbProcess server_;
     _XDisplay* display_ = nullptr;  // a connection of the test's own, beside SDL's
     std::string error_;
 };

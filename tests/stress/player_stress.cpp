@@ -72,7 +72,12 @@ class Engine final : public KelpPlayerObserver {
 public:
     Engine() : player_(std::make_shared<KelpPlayer>()) { player_->init(this); }
     virtual ~Engine() {
-        player_->stop();
+        {
+            // The worker may be about to play.
+            std::lock_guard lock(lifeMutex_);
+            player_->stop();
+            ended_ = true;
+        }
         player_->release();
         player_.reset();
         TarnSyncClock::destroy(clock_);
@@ -165,7 +170,7 @@ private:
     void onPrepared(std::shared_ptr<KelpPlayer> player, bool, bool) override {
         std::lock_guard lock(lifeMutex_);
         // The answer may be late, and for a source before the one that plays already.
-        if (playing_) {
+        if (playing_ || ended_) {
             return;
         }
         playing_ = player->play();
@@ -182,8 +187,9 @@ private:
 
     std::array<Sink, 2> sinks_;
     TarnSyncClock* clock_ = TarnSyncClock::create(0, 1000);
-    std::mutex lifeMutex_;  // held through load, play and stop; guards playing_
+    std::mutex lifeMutex_;  // held through load, play and stop; guards what follows
     bool playing_ = false;
+    bool ended_ = false;  // and not to be played again
     std::shared_ptr<KelpPlayer> player_;
 };
 

@@ -2,11 +2,6 @@
 
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
@@ -33,33 +28,9 @@ int channel(unsigned long pixel, unsigned long mask) {
 
 }  // namespace
 
-XScreen::XScreen(int width, int height) {
-    int ends[2];
-    if (pipe(ends) != 0) {
-        giveUp("pipe");
-    }
-    const std::string size = std::to_string(width) + "x" + std::to_string(height) + "x24";
-    const std::string number = std::to_string(ends[1]);
-    server_ = fork();
-    if (server_ == 0) {
-        close(ends[0]);
-        // SDL ends the process by itself when a connection breaks: the server goes with it.
-        prctl(PR_SET_PDEATHSIG, SIGTERM);
-        const int nowhere = open("/dev/null", O_RDWR);
-        dup2(nowhere, STDOUT_FILENO);
-        dup2(nowhere, STDERR_FILENO);
-        execlp("Xvfb", "Xvfb", "-displayfd", number.c_str(), "-screen", "0", size.c_str(), "-nolisten", "tcp",
-               "-noreset", nullptr);
-        _exit(127);
-    }
-    close(ends[1]);
-    // The server writes its display's number once it is ready, or ends.
-    std::string name = ":";
-    for (char c = 0; read(ends[0], &c, 1) == 1 && c != '\n';) {
-        name += c;
-    }
-    close(ends[0]);
-    if (name == ":") {
+XScreen::XScreen(int width, int height) : server_(width, height) {
+    const std::string& name = server_.display();
+    if (name.empty()) {
         giveUp("Xvfb didn't start");
     }
     setenv("DISPLAY", name.c_str(), 1);
@@ -76,8 +47,6 @@ XScreen::XScreen(int width, int height) {
 
 XScreen::~XScreen() {
     XCloseDisplay(display_);
-    kill(server_, SIGTERM);
-    waitpid(server_, nullptr, 0);
 }
 
 unsigned long XScreen::createWindow(int x, int y, int width, int height) {

@@ -1,11 +1,11 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <array>
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "support/xvfb_process.h"
 
 struct _XDisplay;
 
@@ -36,7 +36,7 @@ public:
     std::vector<uint8_t> grab(int x, int y, int width, int height);
 
 private:
-    pid_t server_ = -1;
+    XvfbProcess server_;
     _XDisplay* display_ = nullptr;
     std::vector<unsigned long> windows_;
 };

@@ -16,7 +16,8 @@ public:
     double number(const std::string& name) const;
     std::vector<double> list(const std::string& name) const;
 
-    // One line for each name: the name and its numbers, with blanks between. Names have none.
+    // One line for each name: the name and its numbers, with blanks between. Names have none. Lines that a library
+    // prints among them count as names that nobody asks for.
     std::string text() const;
     static Facts parse(const std::string& text);
 

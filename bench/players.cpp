@@ -141,7 +141,7 @@ bool measurePlayers(const Settings& settings, Report& report) {
             return false;
         }
         const double rate = decoder.rate();
-        const std::vector<int> silent = settings.choose<std::vector<int>>({1, 2, 4, 8, 16, 32}, {1, 4, 16}, {1, 2});
+        const std::vector<int> silent = settings.choose<std::vector<int>>({1, 2, 4, 8, 16, 32}, {1, 4, 16}, {2});
         const std::vector<int> sounding = settings.choose<std::vector<int>>({1, 4, 15}, {1, 4}, {1});
         for (const int count : hasSound ? sounding : silent) {
             const auto run = [&](const char* who) {

@@ -24,6 +24,7 @@ constexpr int64_t kAheadMs = 1000;      // of the picture on the screen: behind 
 constexpr int64_t kReadAheadMs = 4000;  // more than the packets that wait hold
 constexpr int64_t kBehindMs = 1500;     // so that the pictures before and after can't be taken for each other
 constexpr int kSettleMs = 200;          // in which the queues fill up again
+constexpr int kRestMs = 50;             // of the limit: a busy system serves those first that have rested
 constexpr int kMostTries = 4;           // for each seek that is wanted
 constexpr int kMostTargets = 100;       // that are looked at for each
 
@@ -142,6 +143,7 @@ std::vector<double> bareTimes(const std::string& path, SeekLevel level, int roun
             }
             continue;
         }
+        sleepMs(kRestMs);
         const double begin = nowMs();
         if ((level == SeekLevel::Demuxer && !decoder.seek(target)) || !decoder.decodeTo(target)) {
             break;

@@ -149,6 +149,17 @@ protected:
         return host_.told();
     }
 
+    // The same without what the decoder reported after hardware was disabled and before the restart: that is told as a
+    // failure without hardware, and the restart comes all the same.
+    std::vector<std::string> toldButForLateReports() {
+        auto told = toldSoFar();
+        const auto isPrepared = [](const std::string& what) { return what == "prepared"; };
+        const auto first = std::find_if(told.begin(), told.end(), isPrepared);
+        const auto restarted = first == told.end() ? first : std::find_if(first + 1, told.end(), isPrepared);
+        told.erase(std::remove(first, restarted, "failed 2"), restarted);
+        return told;
+    }
+
     Host host_;
     TarnPlayer* const player_;
     LogCapture log_;  // behind the first player of the process, which sets the level
@@ -159,6 +170,7 @@ TEST_F(TarnPlayerFallBack, PlaysWhatTheHardwareDecodes) {
     surfaceFormat = AV_PIX_FMT_YUV420P;  // which the decoder offers
     play("video.mp4");
     ASSERT_TRUE(host_.waitFor("completed"));
+    ASSERT_TRUE(host_.waitFor("picture"));
     EXPECT_THAT(toldSoFar(), UnorderedElementsAre("prepared", "started", "picture", "completed"));
     EXPECT_TRUE(log_.has("[FFVideoDecoder]: open, open hw accel cuda (h264_nvdec) succeed!\n") ||
                 log_.has("[FFVideoDecoder]: open, open hw accel vaapi (h264_vaapi) succeed!\n"));
@@ -170,7 +182,7 @@ TEST_F(TarnPlayerFallBack, RestartsWhenTheDecoderHasNoSurfaces) {
     surfaceFormat = AV_PIX_FMT_QSV;  // which the decoder doesn't offer
     play("long.mp4");
     ASSERT_TRUE(host_.waitFor("picture"));
-    EXPECT_THAT(toldSoFar(), UnorderedElementsAre("prepared", "started", "prepared", "started", "picture"));
+    EXPECT_THAT(toldButForLateReports(), UnorderedElementsAre("prepared", "started", "prepared", "started", "picture"));
     EXPECT_TRUE(log_.has("[FFVideoDecoder]: getHwFormat, Failed to get HW surface format.\n"));
     EXPECT_TRUE(log_.has("[TarnPlayer]: onFailed, errorType:2, extraData:1, current state:16\n"));
     EXPECT_EQ(log_.count("[TarnPlayer]: restartWithOldState, state:16\n"), 1);

@@ -108,6 +108,7 @@ TEST(Events, DoNotTellCompletionWhilePaused) {
     const int shown = sink.frameCount();
     playback.player().resume();
     EXPECT_TRUE(playback.waitFor(Happened::Completed, 10000));
+    EXPECT_TRUE(sink.waitForFrames(60, 10000));
     EXPECT_EQ(sink.frameCount(), 60);
     EXPECT_LE(shown, 57);
 }

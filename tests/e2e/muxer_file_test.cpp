@@ -148,6 +148,7 @@ TEST_F(MuxerFile, PlaysInAPlayerToTheEnd) {
     ASSERT_TRUE(playback.open(path_));
     ASSERT_TRUE(playback.playToEnd());
     EXPECT_EQ(playback.count(test::Happened::Failed), 0);
+    EXPECT_TRUE(sink.waitForPicture(expectedMs.back(), 20000));
     std::vector<int64_t> shownMs;
     for (const auto& frame : sink.frames()) {
         shownMs.push_back(frame.pts);

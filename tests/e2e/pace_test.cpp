@@ -78,6 +78,7 @@ TEST_P(Pace, GoesOnAfterAPauseWhereItStood) {
     EXPECT_EQ(heldTime, sink.frames().back().pts);
     playback.player().resume();
     ASSERT_TRUE(playback.waitFor(Happened::Completed, 30000));
+    EXPECT_TRUE(sink.waitForPicture(2960, 20000));
     const auto frames = sink.frames();
     ASSERT_GT(static_cast<int>(frames.size()), held);
     // The next picture is the next one of the file, or close to it: the 1.2 s of the pause are not skipped.

@@ -24,6 +24,7 @@ TEST_P(Pictures, AreThoseOfTheFile) {
     playback.player().addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&sink), 0, 0);
     ASSERT_TRUE(playback.open(path)) << path;
     ASSERT_TRUE(playback.playToEnd()) << path;
+    sink.waitForFrames(file.frames, 20000);  // the last ones may still be on their way
     playback.player().stop();
 
     ReferencePictures reference(path);

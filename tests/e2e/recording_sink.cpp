@@ -1,5 +1,6 @@
 #include "e2e/recording_sink.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <utility>
@@ -51,6 +52,13 @@ bool RecordingSink::waitForFrames(int count, int timeoutMs) {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs),
                              [&] { return static_cast<int>(frames_.size()) >= count; });
+}
+
+bool RecordingSink::waitForPicture(int64_t pts, int timeoutMs) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
+        return std::any_of(frames_.begin(), frames_.end(), [&](const ShownFrame& frame) { return frame.pts == pts; });
+    });
 }
 
 void RecordingSink::onVideoSize(int width, int height, int fps) {

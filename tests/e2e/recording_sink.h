@@ -42,6 +42,9 @@ public:
 
     // Waits until `count` different pictures came; false after `timeoutMs`.
     bool waitForFrames(int count, int timeoutMs);
+    // Waits until the picture at `pts` came; false after `timeoutMs`. The end of a playback is told when all queues are
+    // empty: the last picture may still be on its way then.
+    bool waitForPicture(int64_t pts, int timeoutMs);
 
     void onVideoSize(int width, int height, int fps) override;
     bool onVideoFrame(int pixFormat, int64_t pts, uint8_t** data, int* linesize, int rotate, int64_t frameTag) override;

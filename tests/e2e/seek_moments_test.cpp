@@ -72,7 +72,7 @@ TEST(SeekAfterTheEnd, BringsPlaybackBackToASecondEnd) {
         seeking.seekTo(19250);
         ASSERT_FALSE(HasFatalFailure());
         ASSERT_TRUE(seeking.playback.waitFor(Happened::Completed, kPatienceMs, end));
-        EXPECT_EQ(seeking.sink.shown().number, 499);
+        seeking.expectLast(499);
         EXPECT_EQ(seeking.playback.count(Happened::Completed), end);
     }
     EXPECT_EQ(seeking.playback.count(Happened::Failed), 0);
@@ -109,7 +109,7 @@ TEST(SeekBeyondTheEnd, EndsAtTheLastFrame) {
     ASSERT_TRUE(seeking.playback.waitFor(Happened::FirstVideoFrame, kPatienceMs, events + 1));
     EXPECT_EQ(seeking.playback.last(Happened::FirstVideoFrame).a, 499 * kNumberedFrameMs);
     ASSERT_TRUE(seeking.playback.waitFor(Happened::Completed, kPatienceMs, 2));
-    EXPECT_EQ(seeking.sink.shown().number, 499);
+    seeking.expectLast(499);
 }
 
 TEST(SeekBeforeZero, GoesToTheStart) {

@@ -133,6 +133,11 @@ void Seeking::expectShown(int target) {
     }
 }
 
+void Seeking::expectLast(int number) {
+    waitUntil([&] { return sink.frameCount() > framesBefore_ && sink.shown().number == number; });
+    EXPECT_EQ(sink.shown().number, number);
+}
+
 SeekCounts Seeking::counts() {
     SeekCounts counts;
     const auto holds = [](const std::string& line, const char* text) { return line.find(text) != std::string::npos; };

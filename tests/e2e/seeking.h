@@ -47,6 +47,10 @@ public:
     void beginSeek(int target);
     void expectShown(int target);
 
+    // Expects the picture of that number at the end, when this has been told: the picture may still be on its way, and
+    // what is shown may be that of the end before.
+    void expectLast(int number);
+
     // The time of picture 0, once the file was started.
     int firstPts() const { return firstPts_; }
     // The number of the picture at `pts`.

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <vector>
 
+#include "sound_drain.h"
+
 namespace {
 
 // Keeps off the terminal what a library writes to standard error by itself.
@@ -60,7 +62,7 @@ void playInSilence(int soundDevices) {
         return;
     }
     setenv("SDL_AUDIODRIVER", "disk", 1);
-    setenv("SDL_DISKAUDIOFILE", "/dev/null", 1);
+    setenv("SDL_DISKAUDIOFILE", soundDrain().c_str(), 1);
     SDL_LogSetPriority(SDL_LOG_CATEGORY_AUDIO, SDL_NUM_LOG_PRIORITIES);  // it warns of itself
 }
 

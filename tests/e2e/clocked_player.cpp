@@ -1,7 +1,8 @@
 #include "e2e/clocked_player.h"
 
 #include <algorithm>
-#include <cstdlib>
+
+#include "e2e/sound.h"
 
 namespace kelp::test {
 
@@ -31,8 +32,7 @@ bool ClockedPlayer::onVideoFrame(int, int64_t pts, uint8_t**, int*, int, int64_t
 }
 
 void openManySoundDevices() {
-    setenv("SDL_AUDIODRIVER", "disk", 1);
-    setenv("SDL_DISKAUDIOFILE", "/dev/null", 1);
+    forgetSound();
 }
 
 int64_t percentile(std::vector<int64_t>& values, int percent) {

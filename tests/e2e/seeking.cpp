@@ -18,9 +18,6 @@ namespace kelp::test {
 
 namespace {
 
-// Where sound goes that no test listens to. SDL chooses its driver once: it is the same one for all.
-constexpr const char* kNowhere = "/dev/null";
-
 constexpr int64_t kCutMs = 500;
 // Pictures that a slow machine may skip between two that are shown.
 constexpr int kSkipped = 50;
@@ -40,7 +37,7 @@ bool waitUntil(const std::function<bool()>& condition, int timeoutMs) {
 
 Seeking::SoundGoesToAFile::SoundGoesToAFile() {
     if (!getenv("SDL_DISKAUDIOFILE")) {
-        recordSoundTo(kNowhere);
+        forgetSound();  // SDL chooses its driver once: it is the same one for all
     }
 }
 
@@ -172,7 +169,7 @@ Recording::Recording(const std::string& name)
 }
 
 Recording::~Recording() {
-    recordSoundTo(kNowhere);
+    forgetSound();
     std::filesystem::remove(path_);
 }
 

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "sound_drain.h"
+
 namespace kelp::test {
 
 namespace {
@@ -35,6 +37,10 @@ double toneOf(const std::vector<int16_t>& samples) {
 void recordSoundTo(const std::string& path) {
     setenv("SDL_AUDIODRIVER", "disk", 1);
     setenv("SDL_DISKAUDIOFILE", path.c_str(), 1);
+}
+
+void forgetSound() {
+    recordSoundTo(soundDrain());
 }
 
 Heard hear(const std::string& path) {

@@ -12,6 +12,9 @@ constexpr int kSoundRate = 48000;
 // bits. To be called before the first player is made. The next output that is opened writes to `path`.
 void recordSoundTo(const std::string& path);
 
+// The same, but nobody keeps it.
+void forgetSound();
+
 // What was heard: one channel of a recording and what is measured of it.
 struct Heard {
     std::vector<int16_t> samples;  // left channel, from the first to the last sample that isn't silent

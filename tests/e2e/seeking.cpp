@@ -149,14 +149,18 @@ SeekCounts Seeking::counts() {
 
 bool Seeking::isSeeking() {
     const auto lines = log.lines();
+    bool ended = false;
     // From the end: what came last, the beginning of a seek or its end.
     for (auto line = lines.rbegin(); line != lines.rend(); ++line) {
         const auto holds = [&](const char* text) { return line->find(text) != std::string::npos; };
-        if (holds("[PlayTask]: onFirstVideoFrame") || holds("[VideoPlayThread], clearBuffer, frame")) {
-            return false;
+        if (holds("now is seeking...")) {
+            return true;  // the end of the seek before it has not come to it yet
         }
         if (holds("[PlayTask]: seek, ") || holds("processBufferedSeekRequest, startSeek")) {
-            return true;
+            return !ended;
+        }
+        if (holds("[PlayTask]: onFirstVideoFrame") || holds("[VideoPlayThread], clearBuffer, frame")) {
+            ended = true;
         }
     }
     return false;

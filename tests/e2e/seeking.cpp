@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <thread>
@@ -145,6 +146,27 @@ SeekCounts Seeking::counts() {
         counts.parked += holds(line, "now is seeking...");
     }
     return counts;
+}
+
+bool Seeking::hasReplayBeenOutrun() {
+    int replayed = -1;
+    for (const auto& line : log.lines()) {
+        int target = 0;
+        const auto seek = line.find("[PlayTask]: seek, ");
+        const auto replay = line.find("processBufferedSeekRequest, startSeek ");
+        if (replay != std::string::npos &&
+            std::sscanf(line.c_str() + replay, "processBufferedSeekRequest, startSeek seekTimeMs:%d", &replayed) == 1) {
+            continue;
+        }
+        if (seek != std::string::npos &&
+            std::sscanf(line.c_str() + seek, "[PlayTask]: seek, seekTimeMs:%d", &target) == 1) {
+            if (replayed >= 0 && target != replayed) {
+                return true;
+            }
+            replayed = -1;
+        }
+    }
+    return false;
 }
 
 bool Seeking::isSeeking() {

@@ -47,6 +47,10 @@ public:
     void beginSeek(int target);
     void expectShown(int target);
 
+    // Whether a request came between the end of a seek and the replay of the one that was parked meanwhile, by what was
+    // logged so far. It gets in first, and the older one is parked behind it.
+    bool hasReplayBeenOutrun();
+
     // Expects the picture of that number at the end, when this has been told: the picture may still be on its way, and
     // what is shown may be that of the end before.
     void expectLast(int number);

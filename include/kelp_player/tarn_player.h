@@ -60,7 +60,7 @@ public:
     virtual void onFirstVideoFrame(int ptsMs) = 0;
     virtual void onFirstAudioFrame(int ptsMs) = 0;
 
-    // The last frame has been played.
+    // The source has been played to its end, though the last picture may be shown a moment later.
     virtual void onCompleted() = 0;
 
     // The source has turned out to have another duration than it stated.

@@ -195,9 +195,7 @@ xdotool key bracketright bracketright bracketright bracketright bracketright bra
 wait_for "the highest speed" shows 'x4.00'
 xdotool key space
 wait_for "goes on" shows '90%$'
-# 24 s of the film take 6 s, and 12 s at half that speed. A machine may be busy for a while, but not at all times. Most
-# of the work is to draw a large window, and not what is measured.
-xdotool search --onlyvisible --name '^long.mp4' windowsize 160 90
+# 24 s of the film take 6 s, and 12 s at half that speed. A machine may be busy for a while, but not at all times.
 fast=
 for _ in 1 2 3; do
     at=$(now_ms)
@@ -205,7 +203,7 @@ for _ in 1 2 3; do
     wait_for "plays at speed 4" between $((from + 24)) 175
     took=$(($(now_ms) - at))
     echo "speed 4: $(($(position) - from)) s in $took ms"
-    [ $took -gt 10000 ] || { fast=yes; break; }
+    [ $took -gt 11500 ] || { fast=yes; break; }
 done
 [ -n "$fast" ] || fail "speed 4 is too slow"
 xdotool key Home bracketleft bracketleft bracketleft bracketleft bracketleft bracketleft bracketleft bracketleft

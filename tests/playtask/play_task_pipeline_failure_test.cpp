@@ -2,6 +2,8 @@
 
 #include <system_error>
 
+#include "support/gate.h"
+
 // Pipelines of which a part can't be built: a decoder that doesn't open, a thread that isn't to be had.
 
 namespace kelp::test {
@@ -163,11 +165,13 @@ TEST_F(PlayTaskPipeline, RefusesAStopFromTheThreadOfItsLoad) {
     const auto task = std::make_shared<PlayTask>();
     std::error_code code;
     std::atomic<bool> tried = false;
+    Gate begun;
     task->init(
         [&](EventType type, int, int, int) {
             if (type != EVENT_PREPARED) {
                 return;
             }
+            begun.wait();  // a stop is not for the time before loadFileAsync has returned
             try {
                 task->stop();
             } catch (const std::system_error& error) {
@@ -177,6 +181,7 @@ TEST_F(PlayTaskPipeline, RefusesAStopFromTheThreadOfItsLoad) {
         },
         worker);
     ASSERT_TRUE(task->loadFileAsync(smallMedia("av.mp4"), 0));
+    begun.open();
     ASSERT_TRUE(TaskUnderTest::waitUntil([&] { return tried.load(); }));
     EXPECT_EQ(code, std::errc::resource_deadlock_would_occur);
     EXPECT_TRUE(task->stop());  // another thread may

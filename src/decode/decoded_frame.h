@@ -1,10 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "decode/frame_buffer.h"
-#include "runtime/shared_function.h"
 
 namespace kelp {
 
@@ -23,8 +23,8 @@ public:
     int64_t pts;       // in milliseconds from the start of the input
     int64_t duration;  // in milliseconds
     std::shared_ptr<FrameBuffer> buffer;
-    SharedFunction<void(std::shared_ptr<FrameBuffer>)> freeBuffer;           // gives a buffer back to its pool
-    SharedFunction<std::shared_ptr<FrameBuffer>(unsigned int)> allocBuffer;  // fetches one; on audio frames only
+    std::function<void(std::shared_ptr<FrameBuffer>)> freeBuffer;           // gives a buffer back to its pool
+    std::function<std::shared_ptr<FrameBuffer>(unsigned int)> allocBuffer;  // fetches one; on audio frames only
 };
 
 }  // namespace kelp

@@ -68,16 +68,6 @@ FFAudioDecoder::~FFAudioDecoder() = default;
 bool FFAudioDecoder::open(AudioCodecType codecType, const void* codecParameters,
                           std::shared_ptr<AudioDecoderObserver> observer) {
     Log::Info(kTag, "%s, codecType:%d\n", "open", static_cast<int>(codecType));
-    freeBuffer_ = [weak = std::weak_ptr(observer)](std::shared_ptr<FrameBuffer> buffer) {
-        if (const auto pool = weak.lock()) {
-            pool->freePcmBuffer(std::move(buffer));
-        }
-    };
-    allocBuffer_ = [weak = std::weak_ptr(observer)](unsigned int size) -> std::shared_ptr<FrameBuffer> {
-        const auto pool = weak.lock();
-        return pool ? pool->allocPcmBuffer(size) : nullptr;
-    };
-    // Behind what may find no memory: from here on the two hold each other.
     observer_ = std::move(observer);
     if (!openCodec(codecType, codecParameters)) {
         // Nobody closes a decoder that didn't open, and the observer holds it.
@@ -211,8 +201,16 @@ void FFAudioDecoder::deliverAudioFrame(AVFrame* frame) {
     auto info = std::make_shared<AudioFrameInfo>();
     info->buffer = std::move(block.buffer);
     info->dataSize = static_cast<unsigned int>(block.dataSize);
-    info->freeBuffer = freeBuffer_;
-    info->allocBuffer = allocBuffer_;
+    const std::weak_ptr<AudioDecoderObserver> weakObserver = observer_;
+    info->freeBuffer = [weakObserver](std::shared_ptr<FrameBuffer> buffer) {
+        if (const auto observer = weakObserver.lock()) {
+            observer->freePcmBuffer(std::move(buffer));
+        }
+    };
+    info->allocBuffer = [weakObserver](unsigned int size) -> std::shared_ptr<FrameBuffer> {
+        const auto observer = weakObserver.lock();
+        return observer ? observer->allocPcmBuffer(size) : nullptr;
+    };
     info->frameTag = 0;
     info->pts = pts;
     info->duration = durationMs;

@@ -9,7 +9,6 @@ extern "C" {
 #include <memory>
 
 #include "decode/audio_decoder.h"
-#include "runtime/shared_function.h"
 
 struct AVCodecContext;
 struct AVFrame;
@@ -66,9 +65,6 @@ private:
     Block copy(const AVFrame* frame, int dataSize);
 
     std::shared_ptr<AudioDecoderObserver> observer_;
-    // The way to the observer's pool, for every frame; neither keeps the observer alive.
-    SharedFunction<void(std::shared_ptr<FrameBuffer>)> freeBuffer_;
-    SharedFunction<std::shared_ptr<FrameBuffer>(unsigned int)> allocBuffer_;
     AVCodecContext* codecContext_ = nullptr;
     AVFrame* frame_ = nullptr;  // what the codec fills
     bool hasOutputSpec_ = false;

@@ -255,7 +255,11 @@ void FFVideoDecoder::DeliverVideoFrame(const uint8_t* const* data, const int* li
     if (!frame->buffer) {
         return;
     }
-    frame->freeBuffer = freeBuffer_;
+    frame->freeBuffer = [weak = std::weak_ptr(observer_)](std::shared_ptr<FrameBuffer> buffer) {
+        if (const auto observer = weak.lock()) {
+            observer->freePixBuffer(std::move(buffer));
+        }
+    };
 
     frame->width = width;
     frame->height = height;

@@ -8,7 +8,6 @@
 #include "decode/send_times.h"
 #include "decode/video_decoder.h"
 #include "kelp_player/types.h"
-#include "runtime/shared_function.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -76,8 +75,6 @@ private:
     int64_t nextInterval(int64_t pts);
 
     std::shared_ptr<VideoDecoderObserver> observer_;
-    // The way to the observer's pool, for every frame; doesn't keep the observer alive.
-    SharedFunction<void(std::shared_ptr<FrameBuffer>)> freeBuffer_;
     AVCodecContext* codecContext_ = nullptr;
     bool hwEnabled_ = true;
     HwDecodeMode hwDecodeMode_ = HW_DECODE_ALL;

@@ -39,12 +39,6 @@ bool FFVideoDecoder::enableHardware(bool enable, HwDecodeMode mode) {
 bool FFVideoDecoder::open(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat, bool isLive,
                           std::shared_ptr<VideoDecoderObserver> observer) {
     Log::Info(kTag, "%s, codecType:%d\n", "open", codecType);
-    freeBuffer_ = [weak = std::weak_ptr(observer)](std::shared_ptr<FrameBuffer> buffer) {
-        if (const auto pool = weak.lock()) {
-            pool->freePixBuffer(std::move(buffer));
-        }
-    };
-    // Behind what may find no memory: from here on the two hold each other.
     observer_ = std::move(observer);
     if (!openCodec(codecType, static_cast<const AVCodecParameters*>(codecParameters), pixFormat, isLive)) {
         // Nobody closes what didn't open, and the observer owns this object.

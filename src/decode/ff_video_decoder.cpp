@@ -23,6 +23,8 @@ namespace {
 constexpr char kTag[] = "FFVideoDecoder";
 
 constexpr int kMaxSendFailures = 101;
+constexpr size_t kMaxStartTimes = 101;
+constexpr uint64_t kMaxStartTimeAgeMs = 5000;
 constexpr int64_t kDefaultIntervalMs = 40;
 constexpr uint64_t kMaxIntervalMs = 100;
 constexpr double kLatencyWeight = 0.95 - 1.0;
@@ -52,6 +54,11 @@ int32_t colorSpaceOf(AVColorSpace space) {
         default:
             return 0;
     }
+}
+
+uint64_t distance(int64_t a, int64_t b) {
+    return a > b ? static_cast<uint64_t>(a) - static_cast<uint64_t>(b)
+                 : static_cast<uint64_t>(b) - static_cast<uint64_t>(a);
 }
 
 // A picture whose byte count fits 32 bits, with the intermediate product.
@@ -129,7 +136,7 @@ void FFVideoDecoder::flush() {
     if (codecContext_) {
         avcodec_flush_buffers(codecContext_);
     }
-    sendTimes_.clear();
+    decodeStartTimes_.clear();
     lastPtsMs_ = -1;
     frameIntervalMs_ = kDefaultIntervalMs;
 }
@@ -197,14 +204,15 @@ AVFrame* FFVideoDecoder::fetchPicture() {
 
 int64_t FFVideoDecoder::matchPacket(const AVFrame& picture, int64_t nowMs) {
     int64_t pts = picture.best_effort_timestamp;
-    auto sentMs = sendTimes_.take(pts);
-    if (!sentMs) {
+    auto sent = decodeStartTimes_.find(pts);
+    if (sent == decodeStartTimes_.end()) {
         pts = picture.pts;
-        sentMs = sendTimes_.take(pts);
+        sent = decodeStartTimes_.find(pts);
     }
-    if (sentMs) {
-        const int64_t sample = nowMs - *sentMs;
+    if (sent != decodeStartTimes_.end()) {
+        const int64_t sample = nowMs - sent->second;
         avgDecodeTimeMs_ -= static_cast<int64_t>(static_cast<double>(sample - avgDecodeTimeMs_) * kLatencyWeight);
+        decodeStartTimes_.erase(sent);
     }
     return pts;
 }
@@ -234,7 +242,12 @@ void FFVideoDecoder::send(const MediaPacket& packet, int64_t nowMs) {
         return;
     }
     decodeFailCount_ = 0;
-    sendTimes_.put(avPacket.pts, nowMs);
+    // Entries of pictures that never come out must not pile up.
+    if (decodeStartTimes_.size() >= kMaxStartTimes ||
+        (!decodeStartTimes_.empty() && distance(avPacket.pts, decodeStartTimes_.begin()->first) > kMaxStartTimeAgeMs)) {
+        decodeStartTimes_.clear();
+    }
+    decodeStartTimes_[avPacket.pts] = nowMs;
 }
 
 void FFVideoDecoder::DeliverVideoFrame(const uint8_t* const* data, const int* linesize, int width, int height,

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 
 #include "decode/hw_decode_tables.h"
 #include "decode/padded_picture.h"
-#include "decode/send_times.h"
 #include "decode/video_decoder.h"
 #include "kelp_player/types.h"
 
@@ -81,12 +81,12 @@ private:
     AVFrame* frame_ = nullptr;          // what the codec fills
     AVFrame* transferFrame_ = nullptr;  // copy of a hardware picture in system memory
     SwsContext* swsContext_ = nullptr;
-    int32_t rotate_ = 0;            // clockwise, in degrees, 0 to 359
-    int32_t decodeFailCount_ = 0;   // failed sends in a row
-    int64_t lastPtsMs_ = -1;        // of the last frame that was delivered; -1 when there is none
-    int64_t frameIntervalMs_ = 40;  // duration for the next frame
-    SendTimes sendTimes_;           // of the packets whose pictures have not come out yet
-    int64_t avgDecodeTimeMs_ = 0;   // smoothed
+    int32_t rotate_ = 0;                           // clockwise, in degrees, 0 to 359
+    int32_t decodeFailCount_ = 0;                  // failed sends in a row
+    int64_t lastPtsMs_ = -1;                       // of the last frame that was delivered; -1 when there is none
+    int64_t frameIntervalMs_ = 40;                 // duration for the next frame
+    std::map<int64_t, int64_t> decodeStartTimes_;  // a packet's time in ms to the wall clock in ms when it was sent
+    int64_t avgDecodeTimeMs_ = 0;                  // smoothed
     AVBufferRef* hwDeviceContext_ = nullptr;
     AVPixelFormat hwPixFmt_ = AV_PIX_FMT_NONE;       // of the hardware's pictures; none without acceleration
     AVPixelFormat transferSwFmt_ = AV_PIX_FMT_NONE;  // what the surfaces held that transferFrame_ was made for

@@ -212,7 +212,7 @@ int64_t FFVideoDecoder::matchPacket(const AVFrame& picture, int64_t nowMs) {
     if (sent != decodeStartTimes_.end()) {
         const int64_t sample = nowMs - sent->second;
         avgDecodeTimeMs_ -= static_cast<int64_t>(static_cast<double>(sample - avgDecodeTimeMs_) * kLatencyWeight);
-        decodeStartTimes_.erase(sent);
+        spareStartTime_ = decodeStartTimes_.extract(sent);
     }
     return pts;
 }
@@ -247,7 +247,18 @@ void FFVideoDecoder::send(const MediaPacket& packet, int64_t nowMs) {
         (!decodeStartTimes_.empty() && distance(avPacket.pts, decodeStartTimes_.begin()->first) > kMaxStartTimeAgeMs)) {
         decodeStartTimes_.clear();
     }
-    decodeStartTimes_[avPacket.pts] = nowMs;
+    if (!spareStartTime_) {
+        decodeStartTimes_[avPacket.pts] = nowMs;
+        return;
+    }
+    // The memory of an entry that was taken out serves for this one.
+    spareStartTime_.key() = avPacket.pts;
+    spareStartTime_.mapped() = nowMs;
+    auto entry = decodeStartTimes_.insert(std::move(spareStartTime_));
+    if (!entry.inserted) {
+        entry.position->second = nowMs;
+        spareStartTime_ = std::move(entry.node);
+    }
 }
 
 void FFVideoDecoder::DeliverVideoFrame(const uint8_t* const* data, const int* linesize, int width, int height,

@@ -86,7 +86,8 @@ private:
     int64_t lastPtsMs_ = -1;                       // of the last frame that was delivered; -1 when there is none
     int64_t frameIntervalMs_ = 40;                 // duration for the next frame
     std::map<int64_t, int64_t> decodeStartTimes_;  // a packet's time in ms to the wall clock in ms when it was sent
-    int64_t avgDecodeTimeMs_ = 0;                  // smoothed
+    std::map<int64_t, int64_t>::node_type spareStartTime_;  // an entry that was taken out, for the next packet
+    int64_t avgDecodeTimeMs_ = 0;                           // smoothed
     AVBufferRef* hwDeviceContext_ = nullptr;
     AVPixelFormat hwPixFmt_ = AV_PIX_FMT_NONE;       // of the hardware's pictures; none without acceleration
     AVPixelFormat transferSwFmt_ = AV_PIX_FMT_NONE;  // what the surfaces held that transferFrame_ was made for

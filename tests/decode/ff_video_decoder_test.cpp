@@ -237,6 +237,20 @@ TEST_F(FFVideoDecoderTest, MeasuresFromTheLaterOfTwoPacketsOfOneTime) {
     EXPECT_EQ(decoder_->getAvgDecodeTime(), 0);
 }
 
+TEST_F(FFVideoDecoderTest, MeasuresFromTheLaterOfTwoAlsoBehindAPicture) {
+    send(0);
+    send(40);
+    show(makePicture(0));
+    FakeTime::advanceMs(100);
+    send(40);
+    send(80);
+    FakeTime::advanceMs(19);
+    show(makePicture(40));
+    EXPECT_EQ(decoder_->getAvgDecodeTime(), 0);
+    EXPECT_TRUE(isMeasured(80));
+    EXPECT_FALSE(isMeasured(40));
+}
+
 TEST_F(FFVideoDecoderTest, DoesNotMeasureAPacketThatFailed) {
     videoFakes().send = [](const AVPacket*) { return AVERROR_INVALIDDATA; };
     send(0);

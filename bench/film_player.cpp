@@ -8,7 +8,7 @@ namespace kelp::bench {
 
 namespace {
 
-constexpr auto kPatience = std::chrono::seconds(60);
+constexpr auto kPatience = std::chrono::seconds(60);  // with a player that shows nothing new
 
 }  // namespace
 
@@ -62,8 +62,12 @@ std::optional<ShownPicture> FilmPlayer::waitForPicture(size_t from,
         }
         return at < pictures_.size();
     };
-    if (!changed_.wait_for(lock, kPatience, [&] { return found() || failed_ || completed_; }) || !found()) {
-        return std::nullopt;
+    while (!found()) {
+        const size_t seen = pictures_.size();
+        const auto isNews = [&] { return pictures_.size() != seen || failed_ || completed_; };
+        if (failed_ || completed_ || !changed_.wait_for(lock, kPatience, isNews)) {
+            return std::nullopt;
+        }
     }
     return pictures_[at];
 }

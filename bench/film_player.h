@@ -40,7 +40,7 @@ public:
     double preparedAtMs();
 
     // Waits for the first picture from number `from` on that `accepts` takes, an empty one being any. Nothing if the
-    // film ends or fails first.
+    // film ends or fails first, or nothing new is shown for a minute.
     std::optional<ShownPicture> waitForPicture(size_t from,
                                                const std::function<bool(const ShownPicture&)>& accepts = {});
     // Waits for the end; false if it fails or takes longer than `timeoutMs`.

@@ -57,6 +57,32 @@ void compare(const std::vector<ShownPicture>& pictures, double frameMs, double s
     setDistances(std::move(late), facts);
 }
 
+// The straight line closest to the pictures' times: the steady clock where the film begins, and milliseconds of it for
+// each of film. Ordinary least squares.
+struct Line {
+    double atMs = 0;
+    double slope = 0;
+};
+
+Line lineThrough(const std::vector<ShownPicture>& pictures) {
+    const auto count = static_cast<double>(pictures.size());
+    double meanPts = 0;
+    double meanAt = 0;
+    for (const ShownPicture& picture : pictures) {
+        meanPts += static_cast<double>(picture.ptsMs) / count;
+        meanAt += picture.atMs / count;
+    }
+    double covariance = 0;
+    double variance = 0;
+    for (const ShownPicture& picture : pictures) {
+        const double pts = static_cast<double>(picture.ptsMs) - meanPts;
+        covariance += pts * (picture.atMs - meanAt);
+        variance += pts * pts;
+    }
+    const double slope = variance > 0 ? covariance / variance : 0;
+    return {meanAt - slope * meanPts, slope};
+}
+
 bool play(const std::string& path, double fps, double seconds, double speed, const std::string& master, Facts& facts) {
     const HostClock clock = hostClockFor(master, speed);
     FilmPlayer player(masterNamed(master), clock.get());
@@ -73,13 +99,24 @@ bool play(const std::string& path, double fps, double seconds, double speed, con
     if (!player.waitForPicture(0, isLast)) {
         return false;
     }
-    // The reading of the host's clock against the steady one. It counts whole milliseconds.
-    const double clockMs = clock ? static_cast<double>(clock->getCurrentClock()) : static_cast<double>(first->ptsMs);
-    const double atMs = clock ? nowMs() : first->atMs;
-    const auto due = [&](const ShownPicture& picture) {
-        return atMs + (static_cast<double>(picture.ptsMs) - clockMs) / speed;
-    };
-    compare(player.pictures(), 1000 / fps, speed, due, facts);
+    const std::vector<ShownPicture> pictures = player.pictures();
+    if (clock) {
+        // Its reading against the steady one. It counts whole milliseconds.
+        const auto clockMs = static_cast<double>(clock->getCurrentClock());
+        const double atMs = nowMs();
+        const auto due = [&](const ShownPicture& picture) {
+            return atMs + (static_cast<double>(picture.ptsMs) - clockMs) / speed;
+        };
+        compare(pictures, 1000 / fps, speed, due, facts);
+    } else {
+        // The sound's device has a pace of its own.
+        const Line line = lineThrough(pictures);
+        const auto due = [&](const ShownPicture& picture) {
+            return line.atMs + static_cast<double>(picture.ptsMs) * line.slope;
+        };
+        facts.set("pace", line.slope > 0 ? 100 / (line.slope * speed) : 0);
+        compare(pictures, 1000 / fps, speed, due, facts);
+    }
     return facts.number("pictures") > 0;
 }
 
@@ -125,6 +162,7 @@ bool measurePresentation(const Settings& settings, Report& report) {
                 "Pictures of 640x360 against their time, over " + std::to_string(seconds) + " s of film, in ms",
                 spreadColumns({{"fps", "fps", 2}, {"speed", "speed", 0}, {"master", "master"}}, /*decimals=*/1,
                               {{"late_ms", "late by", 1},
+                               {"pace", "pace %", 2},
                                {"pictures", "pictures", 0},
                                {"dropped", "dropped", 0},
                                {"repeated", "repeated", 0}}));
@@ -141,10 +179,11 @@ bool measurePresentation(const Settings& settings, Report& report) {
         const Spread off = spreadOf(player.facts.list("off_ms"));
         const Spread limit = spreadOf(bare.facts.list("off_ms"));
         ok = ok && player.ok && bare.ok;
-        table.addRow(spreadRow(
-            {rate.value, static_cast<double>(speed), master}, off, limit,
-            {master == "host" ? Cell(player.facts.number("late_ms")) : Cell(), player.facts.number("pictures"),
-             player.facts.number("dropped"), player.facts.number("repeated")}));
+        table.addRow(
+            spreadRow({rate.value, static_cast<double>(speed), master}, off, limit,
+                      {master == "host" ? Cell(player.facts.number("late_ms")) : Cell(),
+                       master == "sound" ? Cell(player.facts.number("pace")) : Cell(), player.facts.number("pictures"),
+                       player.facts.number("dropped"), player.facts.number("repeated")}));
     };
     constexpr Rate kRates[] = {{"24", 24}, {"25", 25}, {"30000/1001", 30000.0 / 1001},
                                {"30", 30}, {"50", 50}, {"60", 60}};
@@ -161,7 +200,9 @@ bool measurePresentation(const Settings& settings, Report& report) {
     }
     table.setNote(
         "Distances are from a picture to its due time, less the median of all, which stands in \"late by\" where a "
-        "host's clock says what the time is. The limit is a loop that sleeps until each picture is due.");
+        "host's clock says what the time is. With the sound as master a picture is due at the pace of the sound's "
+        "device, found from all pictures, which stands in \"pace %\" of the steady clock's. The limit is a loop that "
+        "sleeps until each picture is due.");
     report.add(table);
     return measureAvDistance(settings, report) && ok;
 }

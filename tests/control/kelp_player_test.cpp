@@ -713,9 +713,12 @@ TEST_F(KelpPlayerTest, SeeksWhilePaused) {
     EXPECT_TRUE(player->seek(10000));
     ASSERT_TRUE(waitUntil([&] { return recorder.has("video 10000") || recorder.has("video 9960"); }));
     EXPECT_TRUE(waitUntil([&] { return player->getCurrentTime() >= 9960; }));
+    const auto resumed = std::chrono::steady_clock::now();
     EXPECT_TRUE(player->resume());
     EXPECT_TRUE(waitUntil([&] { return player->getCurrentTime() > 10200; }));
-    EXPECT_LT(player->getCurrentTime(), 12000);
+    const int position = player->getCurrentTime();
+    const std::chrono::duration<double, std::milli> sinceResumed = std::chrono::steady_clock::now() - resumed;
+    EXPECT_LT(position, 10000 + sinceResumed.count() + 1000) << "it went on from the target, at speed 1";
 }
 
 }  // namespace

@@ -120,6 +120,9 @@ public:
     void onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) override {
         ++queueSize;
         bytes += frame->dataSize;
+        if (keepsFrames) {
+            frames.push_back(frame);
+        }
         events_->add("frame " + std::to_string(frame->pts));
     }
 
@@ -140,6 +143,8 @@ public:
 
     void freePcmBuffer(std::shared_ptr<FrameBuffer> /*buffer*/) override { ++buffersGivenBack; }
 
+    bool keepsFrames = false;                             // set before the thread starts
+    std::vector<std::shared_ptr<AudioFrameInfo>> frames;  // the thread's until it has stopped
     std::atomic<int> queueSize{0};
     std::atomic<unsigned> bytes{0};
     std::atomic<int> buffersGivenBack{0};
@@ -384,6 +389,30 @@ TEST_F(AudioDecodeThreadTest, AnswersTheDecoderWithoutAnObserver) {
     frame->pts = 10;
     toDecoder.onAudioDecoded(frame);
     EXPECT_EQ(frame.use_count(), 1);
+}
+
+// The way back of frames whose thread is gone leads nowhere.
+TEST_F(AudioDecodeThreadTest, IsOutlivedByItsFrames) {
+    (*thread).*privateMember(PrivateMember<FactoryTag, FactoryMember>{}) = std::make_shared<AudioDecoderFactory>();
+    const ToneFile tone = makeToneFile("aac", "m4a", 440, 44100, 2, 1);
+    observer->keepsFrames = true;
+    ASSERT_TRUE(thread->open(tone.codecType, tone.parameters.get(), {}, observer));
+    ASSERT_TRUE(thread->start());
+    for (size_t i = 0; i < 10; ++i) {
+        thread->fillPacket(tone.packets.at(i));
+    }
+    ASSERT_THAT(events.waitFor(5), testing::SizeIs(testing::Ge(5U)));
+    thread->stop();
+    const std::weak_ptr<AudioDecodeThread> watched = thread;
+    thread = std::make_shared<AudioDecodeThread>();
+    EXPECT_TRUE(watched.expired());
+
+    const int givenBack = observer->buffersGivenBack;
+    const std::weak_ptr<FrameBuffer> buffer = observer->frames.at(0)->buffer;
+    EXPECT_FALSE(observer->frames.at(0)->allocBuffer(10));
+    observer->frames.clear();
+    EXPECT_TRUE(buffer.expired());
+    EXPECT_EQ(observer->buffersGivenBack, givenBack);
 }
 
 // The real decoder on a real stream, while the other threads do what they may.

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "decode/ff_audio_decoder_fixture.h"
+#include "kelp_player/log.h"
 #include "kelp_player/sync_clock.h"
 
 namespace kelp::test {
@@ -12,6 +13,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 using Compensation = AudioLibraryFakes::Compensation;
 using ResamplerSpec = AudioLibraryFakes::ResamplerSpec;
@@ -273,6 +275,16 @@ TEST_F(FFAudioDecoderDeliveryTest, DeliversAFrameThatFillsItsBlockAndResetsTheRe
     feedS16(1024, 44100);
     EXPECT_THAT(log.lines(), IsEmpty());
     EXPECT_EQ(audioFakes().resamplerInits, 2);
+
+    // A warning, and no error.
+    audioFakes().convert = [](uint8_t**, int outCount) { return outCount; };
+    Log::SetLevel(2);
+    feedS16(1024, 44100);
+    EXPECT_THAT(log.lines(), SizeIs(1));
+    log.clear();
+    Log::SetLevel(1);
+    feedS16(1024, 44100);
+    EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST_F(FFAudioDecoderDeliveryTest, MakesANewResamplerAfterAResetThatFailed) {
@@ -475,7 +487,9 @@ TEST_F(FFAudioDecoderDeliveryTest, FramesOutliveTheObserver) {
     shortLived.reset();
 
     EXPECT_FALSE(frame->allocBuffer(10));
+    const std::weak_ptr<FrameBuffer> buffer = frame->buffer;
     frame.reset();
+    EXPECT_TRUE(buffer.expired());
 }
 
 }  // namespace

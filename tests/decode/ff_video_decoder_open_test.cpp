@@ -10,6 +10,7 @@ extern "C" {
 #include "decode/ff_video_decoder_fixture.h"
 #include "decode/video_decoder_factory.h"
 #include "input/codec_tables.h"
+#include "kelp_player/log.h"
 
 namespace kelp {
 namespace {
@@ -100,6 +101,18 @@ TEST_F(FFVideoDecoderOpen, WarnsOfMissingAccelerationOnlyWithHardwareOn) {
               withPrefix({"open, codecType:3", "open, pix fmt: 0 yuv420p", "open, have no hw decoder for 27",
                           "open, use sw codec...", "open, have no hw accel for 27", "open succeed, codecType:3"}));
     EXPECT_THAT(videoFakes().calls, ElementsAre("find 27", "open h264"));
+}
+
+TEST_F(FFVideoDecoderOpen, WarnsOfMissingHardwareAndCallsItNoError) {
+    decoder_->enableHardware(true, HW_DECODE_NONE);
+    Log::SetLevel(2);
+    EXPECT_TRUE(open(VIDEO_CODEC_H264));
+    EXPECT_EQ(log_.lines(), withPrefix({"open, have no hw decoder for 27", "open, have no hw accel for 27"}));
+    decoder_->close();
+    log_.clear();
+    Log::SetLevel(1);
+    EXPECT_TRUE(open(VIDEO_CODEC_H264));
+    EXPECT_THAT(log_.lines(), testing::IsEmpty());
 }
 
 TEST_F(FFVideoDecoderOpen, TriesTheDedicatedDecoderAloneInModeOne) {

@@ -93,12 +93,17 @@ TEST_F(FFVideoDecoderTest, FlushesTheCodecForAFlushPacketAndNothingElse) {
     videoFakes().calls.clear();
     videoFakes().sent.clear();
     videoFakes().pictures.push_back(makePicture(7));
-    decoder_->insertPacket(makeFlushPacket().get());
+    auto flush = makeFlushPacket();
+    flush->pts = 500;
+    flush->timeBaseDen = 1000;
+    decoder_->insertPacket(flush.get());
     EXPECT_THAT(videoFakes().calls, ElementsAre("flush"));
     EXPECT_THAT(videoFakes().sent, IsEmpty());
     EXPECT_THAT(observer_->frames, IsEmpty());
-    // The packet that was sent before is remembered.
+    // The packet that was sent before is remembered, and this one isn't.
     EXPECT_TRUE(isMeasured(0));
+    videoFakes().pictures.clear();
+    EXPECT_FALSE(isMeasured(500));
 }
 
 TEST_F(FFVideoDecoderTest, FlushForgetsPacketsAndTimes) {
@@ -393,6 +398,7 @@ TEST_F(FFVideoDecoderTest, SurvivesFlushesAndEndsAnywhere) {
     decoder_->enableHardware(false, HW_DECODE_NONE);
     ASSERT_TRUE(open(stream.codecType, stream.parameters.get()));
     unsigned int random = 1;
+    size_t pictures = 0;
     for (int i = 0; i < 2000; ++i) {
         random = random * 1664525U + 1013904223U;
         const unsigned int what = (random >> 16) % 40;
@@ -406,8 +412,10 @@ TEST_F(FFVideoDecoderTest, SurvivesFlushesAndEndsAnywhere) {
             auto packet = stream.packets[(random >> 8) % stream.packets.size()];
             decoder_->insertPacket(packet.get());
         }
+        pictures += observer_->frames.size();
         observer_->frames.clear();
     }
+    EXPECT_GT(pictures, 0U);
     EXPECT_EQ(observer_->tailsWrittenTo, 0);
 }
 

@@ -45,6 +45,9 @@ class RecordingObserver final : public VideoDecodeThreadObserver {
 public:
     void onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) override {
         const std::string event = "frame " + std::to_string(frame->pts);
+        if (waitingFromNextFrame >= 0) {
+            waiting = waitingFromNextFrame.load();
+        }
         {
             std::lock_guard lock(mutex_);
             if (keep_) {
@@ -86,8 +89,9 @@ public:
         return std::move(frames_);
     }
 
-    std::atomic<int> waiting{0};   // frames in the play thread's queue
-    std::atomic<int> returned{0};  // buffers given back
+    std::atomic<int> waiting{0};                // frames in the play thread's queue
+    std::atomic<int> waitingFromNextFrame{-1};  // what `waiting` becomes with the next frame, unless negative
+    std::atomic<int> returned{0};               // buffers given back
     // The thread that the last event came on.
     std::thread::id lastThread() {
         std::lock_guard lock(mutex_);
@@ -270,9 +274,11 @@ TEST_F(VideoDecodeThreadTest, TakesNoPacketWithoutAnObserver) {
 }
 
 TEST_F(VideoDecodeThreadTest, StopsItsThreadWhenItGoes) {
+    LogCapture log;
     start();
     started_ = false;
     thread_.reset();
+    EXPECT_EQ(log.count("[VideoDecodeThread]: onExit\n"), 1);
 }
 
 TEST_F(VideoDecodeThreadTest, DecodesWhileFewerThanThreeFramesWait) {
@@ -387,25 +393,37 @@ TEST_F(VideoDecodeThreadTest, TellsTheObserverOfARefusedSeekAllTheSame) {
 }
 
 TEST_F(VideoDecodeThreadTest, JudgesASecondSeekByTheLastFrameBeforeTheFirst) {
+    FakeTime::setManual(true);
     openScripted();
+    observer_->waitingFromNextFrame = 3;
     start();
     thread_->fillPacket(makeVideoPacket(1000));
-    observer_->waitForEvents(1);
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
     thread_->seek(60000);
-    // No packet has come since: the first new frame is still to be decoded.
-    EXPECT_THAT(observer_->events(), ElementsAre("frame 1000"));
+    FakeTime::advanceMs(30);
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    EXPECT_EQ(scripted_->flushes, 1);
+
+    // The seek is done, and the first new frame is still to be decoded.
+    thread_->fillPacket(makeVideoPacket(60000));
     LogCapture log;
     EXPECT_FALSE(thread_->checkBuffer(999));
-    EXPECT_FALSE(thread_->checkBuffer(1001));
+    EXPECT_TRUE(thread_->checkBuffer(1000));
     EXPECT_THAT(log.lines(),
-                testing::Contains("[VideoDecodeThread]: checkBuffer, seekTimeMs:1001, lastOutputPtsMs:1000\n"));
-    thread_->fillPacket(makeVideoPacket(60000));
-    observer_->waitForEvents(3);
-    log.clear();
+                testing::Contains("[VideoDecodeThread]: checkBuffer, seekTimeMs:1000, lastOutputPtsMs:1000\n"));
+    EXPECT_FALSE(thread_->clearBuffer(999));
+    EXPECT_TRUE(thread_->clearBuffer(1000));
+
+    observer_->waiting = 2;
+    FakeTime::advanceMs(30);
+    EXPECT_THAT(observer_->waitForEvents(5),
+                ElementsAre("frame 1000", "seek 60000 flush", "seek 999", "seek 1000", "frame 60000"));
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    thread_->fillPacket(makeVideoPacket(60040));
     EXPECT_FALSE(thread_->checkBuffer(59999));
-    EXPECT_TRUE(log.has("lastOutputPtsMs:60000\n"));
+    EXPECT_TRUE(thread_->checkBuffer(60000));
+    FakeTime::setManual(false);
     stop();
-    EXPECT_THAT(observer_->events(), ElementsAre("frame 1000", "seek 60000 flush", "frame 60000"));
 }
 
 TEST_F(VideoDecodeThreadTest, DecodesARealStreamAndLetsGoOfEverything) {

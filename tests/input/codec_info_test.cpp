@@ -12,10 +12,13 @@ namespace {
 
 TEST(CodecInfo, KnowsNothingAtFirst) {
     const CodecInfo info;
+    EXPECT_EQ(static_cast<int>(info.videoCodecType), -1);
     EXPECT_EQ(info.videoCodecType, VIDEO_CODEC_NONE);
+    EXPECT_EQ(static_cast<int>(info.audioCodecType), -1);
     EXPECT_EQ(info.audioCodecType, AUDIO_CODEC_NONE);
     EXPECT_EQ(info.width, 0);
     EXPECT_EQ(info.height, 0);
+    EXPECT_EQ(static_cast<int>(info.pixFormat), -1);
     EXPECT_EQ(info.pixFormat, PIX_FMT_NONE);
     EXPECT_EQ(info.frameRate, 0);
     EXPECT_EQ(info.channels, 0);

@@ -575,15 +575,22 @@ TEST_F(StreamParserOpen, PlaysVideoWhoseFilterDoesNotStart) {
 }
 
 TEST_F(StreamParserOpen, CodecInfoOutlivesTheParser) {
-    EXPECT_TRUE(openVideo(kAvcRecord));
+    SyntheticInput input;
+    input.streams[0].extraData = kAvcRecord;
+    input.streams[1].extraData = {0x12, 0x10};
+    EXPECT_TRUE(open(input));
     const auto info = parser->getCodecInfo();
     const auto other = parser->getCodecInfo();
     EXPECT_NE(info->videoParameters, other->videoParameters);
+    EXPECT_NE(info->audioParameters, other->audioParameters);
     parser->close();
     parser.reset();
     EXPECT_EQ(info->videoParameters->width, 320);
     EXPECT_EQ(info->videoParameters->extradata_size, 16);
     EXPECT_EQ(info->videoParameters->extradata[4], 0x67);
+    EXPECT_EQ(info->audioParameters->codec_id, AV_CODEC_ID_AAC);
+    EXPECT_EQ(info->audioParameters->extradata_size, 2);
+    EXPECT_EQ(info->audioParameters->extradata[0], 0x12);
 }
 
 TEST_F(StreamParserOpen, DoesNotStartUnopened) {

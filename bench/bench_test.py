@@ -14,6 +14,7 @@ SHOWS = {
     "latency": [["count"], ["worst_ms"]],
     "presentation": [["pictures", "flashes"]],
     "udp": [["received"], ["mbits"], ["limit_mbits"]],
+    "micro": [["time_ns"], ["cpu_ns"]],
 }
 
 

@@ -20,6 +20,7 @@
 #include "cost.h"
 #include "counts.h"
 #include "latency.h"
+#include "micro.h"
 #include "players.h"
 #include "presentation.h"
 #include "report.h"
@@ -49,6 +50,7 @@ constexpr Topic kTopics[] = {
     {"presentation", measurePresentation},
     {"udp", measureUdp},
     {"counts", measureCounts},
+    {"micro", measureMicro},
 };
 // clang-format on
 

@@ -42,8 +42,11 @@ using Clock = std::chrono::steady_clock;
 constexpr int kSamples = 100;
 constexpr int kWaitSeconds = 60;
 // A play task and its parser hold each other and stay, with their options, for each player that was ever made.
-constexpr long kKbPerLife = 24;
-constexpr long kKbAllowed = 8192;  // what the heap's own fragmentation may take
+constexpr long kHeapKbPerLife = 6;
+constexpr long kRssKbPerLife = 24;     // with what lies between the heap's blocks
+constexpr long kHeapKbAllowed = 1024;  // packets and frames under way
+constexpr long kRssKbAllowed = 16384;
+constexpr int kThreadsAllowed = 2;  // that begin or end at that moment
 
 struct Options {
     int plays = 0;
@@ -250,23 +253,48 @@ private:
         return of;
     }
 
+    // What part of a phase shows, at any of its moments.
+    struct Range {
+        int firstRound = 0;
+        long leastHeapKb = 0;
+        long leastRssKb = 0;
+        int mostDescriptors = 0;
+        int mostThreads = 0;
+    };
+
+    static Range rangeOf(const std::vector<Sample>& of, size_t begin, size_t end) {
+        const Sample& first = of.at(begin);
+        Range range{first.round, first.heapKb, first.rssKb, first.descriptors, first.threads};
+        for (size_t i = begin; i < end; ++i) {
+            range.leastHeapKb = std::min(range.leastHeapKb, of[i].heapKb);
+            range.leastRssKb = std::min(range.leastRssKb, of[i].rssKb);
+            range.mostDescriptors = std::max(range.mostDescriptors, of[i].descriptors);
+            range.mostThreads = std::max(range.mostThreads, of[i].threads);
+        }
+        return range;
+    }
+
+    // Compares the last quarter of each phase with its second.
     bool isFlat() const {
         bool flat = true;
-        for (const char* phase : {"plays", "lives", "loop"}) {
+        for (const std::string phase : {"plays", "lives", "loop"}) {
             const auto of = ofPhase(phase);
-            if (!options_.limits || of.size() < 4) {
+            if (!options_.limits || of.size() < 8) {
                 continue;
             }
-            const Sample& a = of.at(of.size() / 4);
-            const Sample& b = of.back();
-            const long lives = std::string(phase) == "lives" ? b.round - a.round : 0;
-            const bool grew = b.heapKb - a.heapKb > kKbAllowed + lives * kKbPerLife ||
-                              b.rssKb - a.rssKb > 2 * kKbAllowed + lives * kKbPerLife ||
-                              b.descriptors > a.descriptors || (lives == 0 && b.threads > a.threads + 8);
-            if (grew) {
-                std::fprintf(stderr, "endurance: something grows in %s\n", phase);
-                flat = false;
-            }
+            const Range early = rangeOf(of, of.size() / 4, of.size() / 2);
+            const Range late = rangeOf(of, of.size() * 3 / 4, of.size());
+            const long lives = phase == "lives" ? late.firstRound - early.firstRound : 0;
+            const auto grew = [&](const char* what, long from, long to, long allowed) {
+                if (to - from > allowed) {
+                    std::fprintf(stderr, "endurance: %s of %s: %ld -> %ld\n", what, phase.c_str(), from, to);
+                    flat = false;
+                }
+            };
+            grew("KB of heap", early.leastHeapKb, late.leastHeapKb, kHeapKbAllowed + lives * kHeapKbPerLife);
+            grew("KB of memory", early.leastRssKb, late.leastRssKb, kRssKbAllowed + lives * kRssKbPerLife);
+            grew("descriptors", early.mostDescriptors, late.mostDescriptors, 0);
+            grew("threads", early.mostThreads, late.mostThreads, kThreadsAllowed);
         }
         return flat;
     }

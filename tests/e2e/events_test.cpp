@@ -144,7 +144,8 @@ TEST_P(BadFile, EndsInAnEventAndALogLine) {
         EXPECT_TRUE(log.has(": open input file " + path) || log.has("No avaliable stream have found") ||
                     log.has("find stream info " + path + " failed"))
             << testing::PrintToString(log.lines());
-    } else if (playback.player().play()) {
+    } else {
+        ASSERT_TRUE(playback.player().play());
         EXPECT_TRUE(playback.waitFor(Happened::Completed, 30000) || playback.count(Happened::Failed) > 0);
         EXPECT_TRUE(log.has("read failed, ret:"));
     }

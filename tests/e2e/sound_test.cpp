@@ -69,7 +69,8 @@ INSTANTIATE_TEST_SUITE_P(
                     SoundCase{"mpeg4.avi", SYNC_MASTER_AUDIO}, SoundCase{"msmpeg4v3.avi", SYNC_MASTER_AUDIO},
                     SoundCase{"mjpeg_alaw.mov", SYNC_MASTER_AUDIO}, SoundCase{"vorbis.ogg", SYNC_MASTER_AUDIO},
                     SoundCase{"tone.mp3", SYNC_MASTER_AUDIO}, SoundCase{"hevc10.mkv", SYNC_MASTER_AUDIO},
-                    SoundCase{"vp9_aac.mkv", SYNC_MASTER_AUDIO}, SoundCase{"small.mp4", SYNC_MASTER_CLOCK},
+                    SoundCase{"vp9_aac.mkv", SYNC_MASTER_AUDIO}, SoundCase{"everyday.mp4", SYNC_MASTER_AUDIO},
+                    SoundCase{"h264_422.mkv", SYNC_MASTER_AUDIO}, SoundCase{"small.mp4", SYNC_MASTER_CLOCK},
                     SoundCase{"small.mp4", SYNC_MASTER_VIDEO}, SoundCase{"vorbis.ogg", SYNC_MASTER_CLOCK},
                     SoundCase{"tone.mp3", SYNC_MASTER_CLOCK}),
     [](const auto& test) {

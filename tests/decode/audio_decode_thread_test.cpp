@@ -325,6 +325,7 @@ TEST_F(AudioDecodeThreadTest, FindsTimesBetweenTheLastFrameAndTheLastPacket) {
     EXPECT_EQ(thread->getQueuePacketSize(), 2);
     EXPECT_FALSE(thread->clearBuffer(301));
     EXPECT_EQ(events.all().back(), "seek 250");
+    EXPECT_EQ(thread->getQueuePacketSize(), 2);
     // Refused, and announced all the same.
     EXPECT_FALSE(thread->clearBuffer(99));
     EXPECT_EQ(events.all().back(), "seek 99");

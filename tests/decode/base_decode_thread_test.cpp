@@ -332,6 +332,7 @@ TEST_F(BaseDecodeThreadTest, AnnouncesASeekInsideTheQueueAndKeepsThePackets) {
                     "[BaseDecodeThread]: [Recorder], clearBuffer, seek time 201, frame buffer range:[100, 200]\n",
                     "[BaseDecodeThread]: [Recorder], clearBuffer, out of range\n"));
     EXPECT_THAT(thread_.events(), ElementsAre("seek 150"));
+    EXPECT_EQ(thread_.getQueuePacketSize(), 2);
 }
 
 TEST_F(BaseDecodeThreadTest, StopsASleeperAtOnce) {

@@ -375,6 +375,8 @@ TEST_F(VideoDecodeThreadTest, GrantsATimeBetweenTheLastFrameAndTheLastPacket) {
     EXPECT_EQ(thread_->getQueuePacketSize(), 2);
     EXPECT_FALSE(thread_->clearBuffer(401));
     EXPECT_THAT(observer_->events(), ElementsAre("frame 200", "seek 300"));
+    EXPECT_EQ(scripted_->flushes, 0);
+    EXPECT_EQ(thread_->getQueuePacketSize(), 2);
     start();
     stop();
 }

@@ -97,12 +97,16 @@ TEST(SeekServedPartly, LeavesSoundAloneThatDoesNotReachTheTarget) {
     seeking.seekTo(5100);
     ASSERT_FALSE(HasFatalFailure());
     ASSERT_TRUE(seeking.sink.waitUntilStill(20, kPatienceMs));
+    // The sound of that seek has been served as well.
+    ASSERT_TRUE(waitUntil([&] { return seeking.log.has("[FFAudioDecoder]: flush\n"); }));
     seeking.log.clear();
     seeking.seekTo(7600);
     ASSERT_FALSE(HasFatalFailure());
     EXPECT_EQ(seeking.counts().inPackets, 1);
     EXPECT_EQ(seeking.counts().atDemuxer, 0);
     EXPECT_TRUE(seeking.log.has("[AudioDecodeThread], clearBuffer, seekTimeMs:7600, qsz:"));
+    EXPECT_FALSE(seeking.log.has("[AudioDecodeThread]: onSeek\n"));
+    EXPECT_FALSE(seeking.log.has("[FFAudioDecoder]: flush\n"));
     EXPECT_FALSE(seeking.log.has("[AudioPlayThread]: seek, "));
 }
 

@@ -3,6 +3,7 @@
 #include <SDL.h>
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -253,11 +254,29 @@ TEST_F(KelpPlayerTest, TriesTheLibrariesAgainAfterAFailure) {
                          std::string::npos);
             CHILD_EXPECT(lines[2].find("[KelpPlayer]: (Did you set the DISPLAY variable?)\n") != std::string::npos);
 
+            // From the beginning: whatever the host has set meanwhile is set anew.
+            const auto forget = [&] {
+                av_log_set_flags(0);
+                av_log_set_level(AV_LOG_QUIET);
+                Log::SetLevel(4);
+                lines.clear();
+            };
+            const auto isSetUp = [&] {
+                const auto isConfig = [](const std::string& line) {
+                    return line.find("ffmpeg config:") != std::string::npos;
+                };
+                return av_log_get_flags() == 1 && av_log_get_level() == 32 && Log::GetLevel() == 3 &&
+                       std::count_if(lines.begin(), lines.end(), isConfig) == 1;
+            };
+            forget();
             CHILD_EXPECT(!std::make_shared<KelpPlayer>()->init(nullptr));
             CHILD_EXPECT(sdlInits == 2 && networkInits == 2);
+            CHILD_EXPECT(isSetUp());
+            forget();
             sdlFails = false;
             CHILD_EXPECT(std::make_shared<KelpPlayer>()->init(nullptr));
             CHILD_EXPECT(sdlInits == 3 && networkInits == 3);
+            CHILD_EXPECT(isSetUp());
             std::_Exit(0);
         },
         testing::ExitedWithCode(0), "");
@@ -425,7 +444,12 @@ TEST_F(KelpPlayerTest, RunsTimers) {
     player->removeTimer(second);
     player->removeTimer(third);
     player->removeTimer(0);
+    // What it had queued by then still runs, and nothing comes behind that.
     drain();
+    const int until = often;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // nothing to wait for: it must not come
+    EXPECT_EQ(often, until);
+    EXPECT_EQ(once, 1);
 }
 
 TEST_F(KelpPlayerTest, DropsEventsWithoutAnObserver) {

@@ -16,6 +16,9 @@ namespace kelp::test {
 using TarnPlayerState = PlayerStates TarnPlayer::*;
 TarnPlayerState privateMember(PrivateMember<struct TarnPlayerStateTag, TarnPlayerState>);
 template struct ExposeMember<struct TarnPlayerStateTag, &TarnPlayer::state_>;
+using RetryTimerId = unsigned int TarnPlayer::*;
+RetryTimerId privateMember(PrivateMember<struct RetryTimerIdTag, RetryTimerId>);
+template struct ExposeMember<struct RetryTimerIdTag, &TarnPlayer::retryTimerId_>;
 
 using Calls = std::vector<std::string>;
 
@@ -94,6 +97,7 @@ protected:
     }
 
     int state() const { return player_->*privateMember(PrivateMember<TarnPlayerStateTag, TarnPlayerState>{}); }
+    unsigned int& retryTimerId() { return player_->*privateMember(PrivateMember<RetryTimerIdTag, RetryTimerId>{}); }
 
     // Brings a new player into `state`, and forgets the calls that took.
     void reach(int state, int offsetMs = 0) {

@@ -203,6 +203,18 @@ TEST_F(TarnPlayerRecoveryTest, GivesTheTimerUpInEveryState) {
     }
 }
 
+TEST_F(TarnPlayerRecoveryTest, GivesATimerUpThatIsThereWhileItIsStopped) {
+    reach(PLAYER_STATE_STOPPED);
+    const unsigned int id = player_->addTimer(2000, /*oneShot=*/true, [] {});
+    retryTimerId() = id;
+    engine().takeCalls();
+    EXPECT_TRUE(player_->stop());
+    EXPECT_THAT(engine().takeCalls(), ElementsAre("removeTimer(" + std::to_string(id) + ")"));
+    EXPECT_THAT(engine().timers, IsEmpty());
+    EXPECT_EQ(retryTimerId(), 0U);
+    EXPECT_EQ(state(), PLAYER_STATE_STOPPED);
+}
+
 TEST_F(TarnPlayerRecoveryTest, PausesAfterARestartIfThatIsAskedForMeanwhile) {
     player_->setOption("retry_when_failed", "2000");
     reach(PLAYER_STATE_STARTED);

@@ -60,6 +60,15 @@ TEST_F(TarnPlayerTest, KeepsAPauseThatWasAskedForWhenIdleOverAReset) {
     EXPECT_EQ(state(), PLAYER_STATE_PAUSED);
 }
 
+TEST_F(TarnPlayerTest, KeepsAnOffsetThatWasSetWhenIdleOverAReset) {
+    // Stored, though there is no clock to go by; the same value once more is no change.
+    EXPECT_FALSE(player_->setOffsetToClockMs(2000));
+    EXPECT_TRUE(player_->reset());
+    EXPECT_TRUE(player_->setOffsetToClockMs(2000));
+    EXPECT_THAT(engine().takeCalls(), IsEmpty());
+    EXPECT_EQ(state(), PLAYER_STATE_IDLE);
+}
+
 TEST_F(TarnPlayerTest, MayBeStartedFromWithinThePreparedCallback) {
     reach(PLAYER_STATE_PREPARING);
     host_.inPrepared = [&] { EXPECT_TRUE(player_->start()); };

@@ -102,6 +102,18 @@ TEST_F(PlayTaskPipeline, PlaysSoundAlone) {
     EXPECT_TRUE(TaskUnderTest::waitUntil([&] { return under.task->setVolume(0.5f); }));
 }
 
+TEST_F(PlayTaskPipeline, MakesSoundAloneTheMasterWherePicturesAreWanted) {
+    under.task->setSyncMasterMode(SYNC_MASTER_VIDEO);
+    load("audio.mp4");
+    ASSERT_TRUE(under.task->play());
+    EXPECT_EQ(under.peer.effectiveMode(), SYNC_MASTER_AUDIO);
+    ASSERT_NE(under.peer.audioPlay(), nullptr);
+    EXPECT_EQ(under.peer.master(), under.peer.audioPlay());
+    // It follows nobody, itself neither.
+    EXPECT_EQ(AudioPlayThreadPeer::followed(*under.peer.audioPlay()), nullptr);
+    EXPECT_TRUE(under.waitFor(EVENT_FIRST_AUDIO_FRAME));
+}
+
 TEST_F(PlayTaskPipeline, LeavesOutACodecThatItDoesNotKnow) {
     load("foreign.mkv");
     EXPECT_EQ(under.eventsOf(EVENT_PREPARED), std::vector<Event>{(Event{EVENT_PREPARED, 1, 1, 0})});
@@ -147,22 +159,30 @@ TEST_F(PlayTaskPipeline, StopsWhilePaused) {
 }
 
 TEST_F(PlayTaskPipeline, LeavesItsPoolsEmptyWhateverDiesAfterTheStop) {
-    load("av.mp4");
+    load("long.mp4");
     ASSERT_TRUE(under.task->play());
     EXPECT_TRUE(under.task->pause());
     const auto video = under.peer.videoPlay();
-    ASSERT_TRUE(TaskUnderTest::waitUntil([&] { return video->getFrameQueueSize() >= 2; }));
-    // A private base, which this kind of cast alone reaches.
-    auto& base = (BasePlayThread&)*video;  // NOLINT(google-readability-casting)
-    const auto queuedFrames = [&] {
-        std::lock_guard lock(base.*privateMember(PrivateMember<QueueMutexTag, QueueMutex>{}));
-        return base.*privateMember(PrivateMember<FrameQueueTag, FrameQueue>{});
+    const auto audio = under.peer.audioPlay();
+    // One may be on its way out still.
+    ASSERT_TRUE(
+        TaskUnderTest::waitUntil([&] { return video->getFrameQueueSize() >= 2 && audio->getFrameQueueSize() >= 2; }));
+    const auto queuedFrames = [](BasePlayThread& thread) {
+        std::lock_guard lock(thread.*privateMember(PrivateMember<QueueMutexTag, QueueMutex>{}));
+        return thread.*privateMember(PrivateMember<FrameQueueTag, FrameQueue>{});
     };
-    auto held = queuedFrames();
-    ASSERT_NE(held.front()->buffer, nullptr);
+    // A private base, which this kind of cast alone reaches.
+    auto pictures = queuedFrames((BasePlayThread&)*video);  // NOLINT(google-readability-casting)
+    auto sounds = queuedFrames((BasePlayThread&)*audio);    // NOLINT(google-readability-casting)
+    ASSERT_FALSE(pictures.empty());
+    ASSERT_FALSE(sounds.empty());
+    ASSERT_NE(pictures.back()->buffer, nullptr);
+    ASSERT_NE(sounds.back()->buffer, nullptr);
     EXPECT_TRUE(under.task->stop());
-    held = {};
+    pictures = {};
+    sounds = {};
     EXPECT_THAT(under.peer.pixPool(), IsEmpty());
+    EXPECT_THAT(under.peer.pcmPool(), IsEmpty());
 }
 
 TEST_F(PlayTaskPipeline, StopsDuringASeek) {
@@ -269,10 +289,15 @@ TEST_F(PlayTaskPipeline, LetsTheDecoderFollowTheClockWhereTheOutputCannot) {
 TEST_F(PlayTaskPipeline, TellsTheTimingFilterHowLongDecodingTakes) {
     load("video.mp4");
     const auto timing = under.peer.renderTiming();
+    timing->reset();  // as the stop of a playback before leaves it, so that any packet would give it a line
     auto& decoderTimeMs = (*timing).*privateMember(PrivateMember<DecoderTimeTag, DecoderTime>{});
     timing->setDecoderTimeMs(77);
     ASSERT_TRUE(under.task->play());
     EXPECT_TRUE(TaskUnderTest::waitUntil([&] { return decoderTimeMs != 77; }));
+    // The packets of a file come when they are read, which tells nothing of when they belong.
+    EXPECT_EQ(timing->renderTime(0), -1);
+    ASSERT_TRUE(under.waitFor(EVENT_COMPLETED));
+    EXPECT_EQ(timing->renderTime(0), -1);
     timing->setDecoderTimeMs(77);
     under.task->stop();
     EXPECT_EQ(decoderTimeMs, 0);

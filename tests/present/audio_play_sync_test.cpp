@@ -135,6 +135,15 @@ TEST_F(AudioPlaySyncTest, ClocksThatAreTooFarApartResetTheAverage) {
     EXPECT_EQ(measureTimes(kAverage, 50), 0);
 }
 
+TEST_F(AudioPlaySyncTest, AnAverageThatWasResetHasForgottenWhatWasBefore) {
+    open();
+    EXPECT_EQ(measureTimes(kAverage + 1, 500), 24'000);
+    EXPECT_EQ(measure(12000), 0);
+    // A mean of 39.7, below the threshold of 42. With a rest of the 500 it would be 43.6.
+    EXPECT_EQ(measureTimes(kAverage, 40), 0);
+    EXPECT_EQ(measure(40), 0);
+}
+
 TEST_F(AudioPlaySyncTest, TheLimitItselfIsTooFar) {
     open();
     EXPECT_EQ(measureTimes(kAverage + 1, 10000), 0);
@@ -282,6 +291,25 @@ TEST_F(AudioPlayTempoTest, ATempoThatIsNoNumberDoesNoHarm) {
         for (int i = 0; i < 20; ++i) {
             ASSERT_TRUE(peer->output(makeAudioFrame(kPosition)));
         }
+        // The next tempo that is one gives sound again.
+        thread->setSpeed(1.0f);
+        output->written.clear();
+        for (int i = 0; i < 100 && output->written.empty(); ++i) {
+            ASSERT_TRUE(peer->output(makeAudioFrame(kPosition)));
+        }
+        EXPECT_FALSE(output->written.empty()) << speed;
+        EXPECT_EQ(FakeSoundTouch::tempos.back(), 1.0f);
+        // The library may have lost its measure; a seek gives it back, and as much comes out as goes in, but for the
+        // few blocks that it holds.
+        peer->seekStart(kPosition);
+        size_t bytes = 0;
+        for (int i = 0; i < 100; ++i) {
+            output->written.clear();
+            ASSERT_TRUE(peer->output(makeAudioFrame(kPosition)));
+            bytes += output->written.size();
+        }
+        EXPECT_GE(bytes, 90U * 4096U) << speed;
+        EXPECT_LE(bytes, 100U * 4096U) << speed;
     }
 }
 

@@ -1,9 +1,11 @@
 #include <SDL.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>
 #include <future>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -258,7 +260,7 @@ TEST_F(AudioPlayThreadRunTest, ThreadsThatFollowEachOtherDoNotKeepEachOtherAlive
     EXPECT_TRUE(second.expired());
 }
 
-// Every operation of the control side while frames are played: for the thread sanitizer.
+// Every operation of the control side while frames are played: for the thread sanitizer. The sound comes through it.
 TEST_F(AudioPlayThreadRunTest, TheControlSideMayCallAtAnyTime) {
     open();
     thread->setSyncObject(master);
@@ -286,19 +288,42 @@ TEST_F(AudioPlayThreadRunTest, TheControlSideMayCallAtAnyTime) {
         }
         EXPECT_NE(sum, -1);
     });
-    for (int i = 0; i < 2000; ++i) {
+    const auto makeFrame = [](int i) {
         // More comes out of the tempo change than goes in.
-        const auto frame = makeAudioFrame(21 * i, 512);
+        auto frame = makeAudioFrame(21 * i, 512);
         frame->allocBuffer = [](unsigned int size) { return test::makeBuffer(size); };
+        return frame;
+    };
+    for (int i = 0; i < 2000; ++i) {
         while (thread->getFrameQueueSize() >= 20) {
             std::this_thread::yield();
         }
-        thread->fillFrame(frame);
+        thread->fillFrame(makeFrame(i));
     }
     running = false;
     control.join();
     reader.join();
+
+    // From the last seek on it plays as ever.
+    thread->setSyncObject(nullptr);
+    thread->setSpeed(1.0f);
+    thread->pause(false);
+    thread->seek(0, /*needFlush=*/true);
+    EXPECT_THAT(calls.take(), testing::Not(testing::Contains("close")));
+    std::vector<std::string> made;
+    bool written = false;
+    for (int i = 0; i < 1000 && !written; ++i) {
+        thread->fillFrame(makeFrame(i));
+        ASSERT_TRUE(eventually([&] { return thread->getFrameQueueSize() == 0; }));
+        const auto more = calls.take();
+        made.insert(made.end(), more.begin(), more.end());
+        written = std::any_of(made.begin(), made.end(), [](const auto& call) { return call.rfind("fill ", 0) == 0; });
+    }
+    EXPECT_TRUE(written);
     thread->stop();
+    const auto last = calls.take();
+    made.insert(made.end(), last.begin(), last.end());
+    EXPECT_EQ(std::count(made.begin(), made.end(), "close"), 1);
 }
 
 // Over the real output.

@@ -195,7 +195,7 @@ TEST(BaseThreadDeathTest, EndsTheProcessWhenStartedOverAnUnjoinedThread) {
             thread.startThread();
             thread.startThread();
         },
-        "");
+        "terminate called");
 }
 
 TEST(BaseThread, SleepsThroughTheTimeClass) {

@@ -421,7 +421,7 @@ TEST_F(WorkerDeathTest, EndsTheProcessWhenStartedTwice) {
             worker_->start();
             worker_->start();
         },
-        "");
+        "terminate called");
 }
 
 TEST_F(WorkerDeathTest, EndsTheProcessWhenATaskThrows) {

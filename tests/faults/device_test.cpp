@@ -4,10 +4,12 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <thread>
+#include <vector>
 
 #include "e2e/media.h"
 #include "e2e/playback.h"
@@ -177,6 +179,9 @@ TEST_F(Faults, AFileCutWhileItPlaysEndsWithAnEvent) {
     expectWholePlayback();
 }
 
+constexpr int64_t kIntervalMs = 40;
+constexpr int64_t kLastPtsMs = 74 * kIntervalMs;  // small.mp4
+
 class WallClock : public Faults, public testing::WithParamInterface<std::tuple<SyncMasterMode, int>> {};
 
 TEST_P(WallClock, ThatJumpsByAnHourLeavesPlaybackRunning) {
@@ -186,9 +191,18 @@ TEST_P(WallClock, ThatJumpsByAnHourLeavesPlaybackRunning) {
     ASSERT_TRUE(playback.player().play());
     ASSERT_TRUE(sink_.waitForFrames(10, kWaitMs));
     jumpWallClock(int64_t{minutes} * 60000);
+    const std::vector<ShownFrame> before = sink_.frames();
     EXPECT_TRUE(playback.waitFor(Happened::Completed, kWaitMs));
     EXPECT_EQ(playback.count(Happened::Failed), 0);
-    std::printf("%d of 75 pictures were shown\n", sink_.frameCount());
+    // The last picture is never skipped.
+    EXPECT_TRUE(sink_.waitForPicture(kLastPtsMs, kWaitMs));
+    const auto left = static_cast<int>((kLastPtsMs - before.back().pts) / kIntervalMs);
+    const int shown = sink_.frameCount() - static_cast<int>(before.size());
+    std::printf("%d of the %d pictures behind the jump were shown\n", shown, left);
+    // The picture has no master but itself, or one that is an hour away from it now: only the picture that is judged
+    // while the clock jumps may still be too late. The sound's clock follows the jump; a machine that is busy enough
+    // makes pictures late for it.
+    EXPECT_GE(shown, mode == SYNC_MASTER_AUDIO ? std::min(10, left) : left - 1);
     EXPECT_TRUE(playback.player().stop());
 }
 

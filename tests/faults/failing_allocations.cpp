@@ -2,10 +2,18 @@
 
 #include <SDL.h>
 #include <SoundTouchDLL.h>
+#include <dlfcn.h>
+#include <execinfo.h>
+#include <link.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstdlib>
+#include <mutex>
 #include <new>
+#include <string_view>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -50,6 +58,69 @@ bool libraryFails() {
     return g_which == FailingAllocations::Of::Libraries && fails();
 }
 
+struct Code {
+    uintptr_t begin = 0;
+    uintptr_t end = 0;
+};
+std::array<Code, 16> g_ffmpegCode;  // written once, before g_ffmpegCodes
+std::atomic<size_t> g_ffmpegCodes{0};
+
+int noteFFmpegCode(dl_phdr_info* info, size_t, void* count) {
+    const std::string_view path = info->dlpi_name;
+    const std::string_view file = path.substr(path.rfind('/') + 1);
+    for (const std::string_view library :
+         {"libavformat.", "libavcodec.", "libavutil.", "libswscale.", "libswresample."}) {
+        if (!file.starts_with(library)) {
+            continue;
+        }
+        for (int i = 0; i < info->dlpi_phnum; ++i) {
+            const auto& segment = info->dlpi_phdr[i];
+            auto& size = *static_cast<size_t*>(count);
+            if (segment.p_type == PT_LOAD && (segment.p_flags & PF_X) && size < g_ffmpegCode.size()) {
+                const uintptr_t begin = info->dlpi_addr + segment.p_vaddr;
+                g_ffmpegCode[size++] = {begin, begin + segment.p_memsz};
+            }
+        }
+    }
+    return 0;
+}
+
+void findFFmpegCode() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        size_t count = 0;
+        dl_iterate_phdr(noteFFmpegCode, &count);
+        g_ffmpegCodes = count;
+    });
+}
+
+std::array<void*, 24> g_failureCalls;  // written once, before g_failureCallCount
+std::atomic<int> g_failureCallCount{0};
+
+bool insideFails(const void* caller) {
+    if (g_which != FailingAllocations::Of::InsideFFmpeg || !FailingAllocations::isInFFmpeg(caller) || !fails()) {
+        return false;
+    }
+    g_failureCallCount = backtrace(g_failureCalls.data(), static_cast<int>(g_failureCalls.size()));
+    return true;
+}
+
+// The definition behind this program's own: the system's, or a sanitizer's.
+template <typename Function>
+Function* next(std::atomic<Function*>& known, const char* name) {
+    Function* function = known.load(std::memory_order_relaxed);
+    if (!function) {
+        function = reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+        known.store(function, std::memory_order_relaxed);
+    }
+    return function;
+}
+
+using PosixMemalign = int(void**, size_t, size_t);
+using Realloc = void*(void*, size_t);
+std::atomic<PosixMemalign*> g_posixMemalign{nullptr};
+std::atomic<Realloc*> g_realloc{nullptr};
+
 struct InSoundTouch {
     InSoundTouch() { ++t_inSoundTouch; }
     ~InSoundTouch() { --t_inSoundTouch; }
@@ -69,6 +140,7 @@ void* allocateOrThrow(std::size_t size) {
 }  // namespace
 
 void FailingAllocations::arm(Of which, int64_t number) {
+    findFFmpegCode();
     t_thread = Thread::Host;
     g_which = Of::Nothing;
     g_count = 0;
@@ -82,6 +154,23 @@ int64_t FailingAllocations::count() {
 
 bool FailingAllocations::failed() {
     return g_number > 0 && g_count >= g_number;
+}
+
+int FailingAllocations::callsOfFailure(void** calls, int size) {
+    const int count = std::min(size, g_failureCallCount.load(std::memory_order_acquire));
+    std::copy_n(g_failureCalls.begin(), count, calls);
+    return count;
+}
+
+bool FailingAllocations::isInFFmpeg(const void* address) {
+    const auto place = reinterpret_cast<uintptr_t>(address);
+    const size_t count = g_ffmpegCodes.load(std::memory_order_acquire);
+    for (size_t i = 0; i < count; ++i) {
+        if (g_ffmpegCode[i].begin <= place && place < g_ffmpegCode[i].end) {
+            return true;
+        }
+    }
+    return false;
 }
 
 FailingAllocations::Window::Window() {
@@ -128,6 +217,32 @@ void operator delete(void* memory, const std::nothrow_t&) noexcept {
 void operator delete[](void* memory, const std::nothrow_t&) noexcept {
     std::free(memory);
 }
+
+// ThreadSanitizer ends in its own interceptors when another definition stands before them.
+#ifndef __SANITIZE_THREAD__
+
+// All of FFmpeg's memory comes from these two. The libraries find them here, ahead of the system's: libavutil calls its
+// own av_malloc without looking for another one, so that a definition of that name would miss most of what it takes.
+extern "C" {
+
+[[gnu::visibility("default")]] int posix_memalign(void** memory, size_t alignment, size_t size) noexcept {
+    if (kelp::test::insideFails(__builtin_return_address(0))) {
+        return ENOMEM;
+    }
+    return kelp::test::next(kelp::test::g_posixMemalign, "posix_memalign")(memory, alignment, size);
+}
+
+[[gnu::visibility("default")]] void* realloc(void* memory, size_t size) noexcept {
+    if (kelp::test::insideFails(__builtin_return_address(0))) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    return kelp::test::next(kelp::test::g_realloc, "realloc")(memory, size);
+}
+
+}  // extern "C"
+
+#endif
 
 // A function that gives an address, or an error number, of the same name and arguments; `failure` says how it fails.
 #define KELP_WRAP(result, name, parameters, arguments, failure)      \

@@ -8,9 +8,9 @@ namespace kelp::test {
 class FailingAllocations {
 public:
     // Which ones are counted: operator new on the threads that are inside a Window; operator new on all threads that
-    // were never inside one; or the functions of the libraries that our own code calls, on any thread, each of which
-    // then answers as if it had no memory.
-    enum class Of { Nothing, WindowThreads, OtherThreads, Libraries };
+    // were never inside one; the functions of the libraries that our own code calls, on any thread, each of which
+    // then answers as if it had no memory; or what FFmpeg's own code asks the system for, on any thread.
+    enum class Of { Nothing, WindowThreads, OtherThreads, Libraries, InsideFFmpeg };
 
     // From now on, the `number`-th, from 1, fails; 0 for none.
     static void arm(Of which, int64_t number);
@@ -19,6 +19,11 @@ public:
     static int64_t count();
     // Whether the one that is to fail did.
     static bool failed();
+    // The addresses of the calls that lead to the one inside FFmpeg that failed, innermost first; how many.
+    static int callsOfFailure(void** calls, int size);
+    // Whether `address` lies in the code of one of FFmpeg's libraries. Takes no lock and no memory, but knows them only
+    // from the first `arm` on.
+    static bool isInFFmpeg(const void* address);
 
     // The calling thread's allocations count for as long as this lives.
     class Window {

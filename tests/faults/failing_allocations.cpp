@@ -97,6 +97,8 @@ void findFFmpegCode() {
 std::array<void*, 24> g_failureCalls;  // written once, before g_failureCallCount
 std::atomic<int> g_failureCallCount{0};
 
+#ifndef __SANITIZE_THREAD__
+
 bool insideFails(const void* caller) {
     if (g_which != FailingAllocations::Of::InsideFFmpeg || !FailingAllocations::isInFFmpeg(caller) || !fails()) {
         return false;
@@ -120,6 +122,8 @@ using PosixMemalign = int(void**, size_t, size_t);
 using Realloc = void*(void*, size_t);
 std::atomic<PosixMemalign*> g_posixMemalign{nullptr};
 std::atomic<Realloc*> g_realloc{nullptr};
+
+#endif
 
 struct InSoundTouch {
     InSoundTouch() { ++t_inSoundTouch; }

@@ -86,11 +86,11 @@ FFVideoDecoder::~FFVideoDecoder() {
     Log::Debug(kTag, "%s\n", "~FFVideoDecoder");
 }
 
-void FFVideoDecoder::setRotation(const char* operation, const int32_t* matrix) {
+void FFVideoDecoder::setRotation(const int32_t* matrix, const char* angleText, const char* turnText) {
     double theta = clockwiseAngle(matrix);
-    Log::Debug(kTag, "%s, theta 1:%f\n", operation, theta);
+    Log::Debug(kTag, angleText, theta);
     theta = withinOneTurn(theta);
-    Log::Debug(kTag, "%s, theta 2:%f\n", operation, theta);
+    Log::Debug(kTag, turnText, theta);
     rotate_ = rotationOf(theta);
 }
 
@@ -220,7 +220,8 @@ int64_t FFVideoDecoder::matchPacket(const AVFrame& picture, int64_t nowMs) {
 void FFVideoDecoder::deliverPicture(AVFrame* picture, int64_t pts) {
     const AVFrameSideData* sideData = av_frame_get_side_data(picture, AV_FRAME_DATA_DISPLAYMATRIX);
     if (sideData && sideData->data && sideData->size >= kMatrixBytes) {
-        setRotation("insertPacket", reinterpret_cast<const int32_t*>(sideData->data));
+        setRotation(reinterpret_cast<const int32_t*>(sideData->data), "insertPacket, theta 1:%f\n",
+                    "insertPacket, theta 2:%f\n");
     }
     DeliverVideoFrame(picture->data, picture->linesize, picture->width, picture->height,
                       static_cast<AVPixelFormat>(picture->format), picture->color_range, picture->colorspace, pts,

@@ -56,8 +56,9 @@ private:
     // Attaches a device to the context if one can be had.
     void accelerate(const AVCodec* decoder, AVCodecID codecId);
     bool attachDevice(const AVCodec* decoder, const HWAccelInfo& info);
-    // Sets rotate_ from a display matrix; `operation` is for the log.
-    void setRotation(const char* operation, const int32_t* matrix);
+    // Sets rotate_ from a display matrix. The texts, with one "%f" each, tell the log the angle and what of it is
+    // within one turn.
+    void setRotation(const int32_t* matrix, const char* angleText, const char* turnText);
     void releaseCodec();
 
     // Delivers the pictures that the codec has ready; false when one couldn't be fetched from the hardware.

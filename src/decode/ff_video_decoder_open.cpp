@@ -81,7 +81,7 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
         codecContext_->height = parameters->height;
         avcodec_parameters_to_context(codecContext_, parameters);
         if (const int32_t* matrix = compat::displayMatrix(parameters)) {
-            setRotation("open", matrix);
+            setRotation(matrix, "open, theta 1:%f\n", "open, theta 2:%f\n");
         }
     }
     codecContext_->pix_fmt = format;

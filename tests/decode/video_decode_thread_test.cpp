@@ -406,9 +406,13 @@ TEST_F(VideoDecodeThreadTest, JudgesASecondSeekByTheLastFrameBeforeTheFirst) {
     ASSERT_TRUE(FakeTime::waitForSleepers(1));
     EXPECT_EQ(scripted_->flushes, 1);
 
-    // The seek is done, and the first new frame is still to be decoded.
-    thread_->fillPacket(makeVideoPacket(60000));
+    // The seek is done, and the first new frame is still to be decoded; its packet hasn't come yet.
     LogCapture log;
+    EXPECT_FALSE(thread_->checkBuffer(999));
+    EXPECT_FALSE(thread_->checkBuffer(1001));
+    EXPECT_THAT(log.lines(),
+                testing::Contains("[VideoDecodeThread]: checkBuffer, seekTimeMs:1001, lastOutputPtsMs:1000\n"));
+    thread_->fillPacket(makeVideoPacket(60000));
     EXPECT_FALSE(thread_->checkBuffer(999));
     EXPECT_TRUE(thread_->checkBuffer(1000));
     EXPECT_THAT(log.lines(),
@@ -422,7 +426,9 @@ TEST_F(VideoDecodeThreadTest, JudgesASecondSeekByTheLastFrameBeforeTheFirst) {
                 ElementsAre("frame 1000", "seek 60000 flush", "seek 999", "seek 1000", "frame 60000"));
     ASSERT_TRUE(FakeTime::waitForSleepers(1));
     thread_->fillPacket(makeVideoPacket(60040));
+    log.clear();
     EXPECT_FALSE(thread_->checkBuffer(59999));
+    EXPECT_TRUE(log.has("lastOutputPtsMs:60000\n"));
     EXPECT_TRUE(thread_->checkBuffer(60000));
     FakeTime::setManual(false);
     stop();

@@ -7,20 +7,16 @@
 
 namespace kelp::bench {
 
-std::string programBeside(const std::string& name) {
+bool runBeside(const std::string& program, const std::string& options, const std::string& output) {
     std::error_code error;
-    const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
-    const auto program = self.parent_path() / name;
-    if (error || !std::filesystem::exists(program, error)) {
-        std::printf("%s isn't built.\n\n", name.c_str());
-        return {};
+    std::filesystem::remove(output, error);
+    const auto path = std::filesystem::read_symlink("/proc/self/exe", error).parent_path() / program;
+    if (error || !std::filesystem::exists(path, error)) {
+        std::printf("%s isn't built.\n\n", program.c_str());
+        return false;
     }
-    return program.string();
-}
-
-bool runCommand(const std::string& command) {
     std::fflush(stdout);
-    return std::system(command.c_str()) == 0;
+    return std::system(("'" + path.string() + "' " + options).c_str()) == 0;
 }
 
 }  // namespace kelp::bench

@@ -4,10 +4,9 @@
 
 namespace kelp::bench {
 
-// The path of a program that stands in this one's folder. Empty, with a line on standard output, if it isn't there.
-std::string programBeside(const std::string& name);
-
-// Runs a command line of the shell, whose output comes behind what was printed so far. Whether it ended with success.
-bool runCommand(const std::string& command);
+// Runs a program that stands in this one's folder, with `options` as the shell reads them; `output` is the file that it
+// writes, and an old one goes before. What it prints comes behind what was printed so far. False if it fails or isn't
+// there; the latter is told on standard output.
+bool runBeside(const std::string& program, const std::string& options, const std::string& output);
 
 }  // namespace kelp::bench

@@ -1,10 +1,8 @@
 #include "micro.h"
 
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "beside.h"
@@ -33,16 +31,12 @@ std::vector<std::string> fieldsOf(const std::string& line) {
 }  // namespace
 
 bool measureMicro(const Settings& settings, Report& report) {
-    const std::string program = programBeside("kelp_micro");
-    if (program.empty()) {
-        return false;
-    }
     const std::string rows = settings.folder + "/micro.csv";
-    std::error_code error;
-    std::filesystem::remove(rows, error);
     // Its own table goes nowhere: this one has the same figures.
-    bool ok = runCommand("'" + program + "' --benchmark_min_time=" + settings.choose("0.5", "0.1", "0.01") +
-                         " --benchmark_out_format=csv --benchmark_out='" + rows + "' >/dev/null 2>&1");
+    bool ok = runBeside("kelp_micro",
+                        std::string("--benchmark_min_time=") + settings.choose("0.5", "0.1", "0.01") +
+                            " --benchmark_out_format=csv --benchmark_out='" + rows + "' >/dev/null 2>&1",
+                        rows);
     Table table("micro", "Parts of the library by themselves, in ns",
                 {{"benchmark", "benchmark"}, {"time_ns", "time", 1}, {"cpu_ns", "CPU", 1}});
     std::ifstream file(rows);

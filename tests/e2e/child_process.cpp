@@ -1,7 +1,6 @@
 #include "e2e/child_process.h"
 
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
@@ -35,23 +34,6 @@ using Clock = std::chrono::steady_clock;
 
 int msUntil(Clock::time_point end) {
     return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count());
-}
-
-// A socket of `socketType` on the loopback address, -1 if the port is taken. With port 0 the system chooses.
-int boundSocket(int socketType, int& port) {
-    const int made = socket(AF_INET, socketType | SOCK_CLOEXEC, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof(address);
-    if (bind(made, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
-        getsockname(made, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        close(made);
-        return -1;
-    }
-    port = ntohs(address.sin_port);
-    return made;
 }
 
 // What the system's tables of sockets say of a port: the bytes that wait there to be read, -1 if nobody has it open.
@@ -177,21 +159,6 @@ std::string outputOf(const std::vector<std::string>& arguments) {
         giveUp(arguments[0].c_str(), "it failed");
     }
     return text;
-}
-
-int freePortPair(int socketType) {
-    for (int i = 0; i < 1000; ++i) {
-        int first = 0;
-        const int socket = boundSocket(socketType, first);
-        int second = first + 1;
-        const int next = boundSocket(socketType, second);
-        close(socket);
-        if (next != -1) {
-            close(next);
-            return first;
-        }
-    }
-    giveUp("a port", "no two free ones in a row");
 }
 
 bool waitForPort(int socketType, int port, int timeoutMs) {

@@ -46,9 +46,6 @@ private:
 // All that a command writes to its output.
 std::string outputOf(const std::vector<std::string>& arguments);
 
-// A port of the loopback address that nobody uses, chosen by the system; the next one is free too.
-int freePortPair(int socketType);
-
 // Waits until some process has the port open, as a listening connection (SOCK_STREAM) or for datagrams (SOCK_DGRAM),
 // without touching it.
 bool waitForPort(int socketType, int port, int timeoutMs = 30000);

@@ -1,5 +1,9 @@
 #include "e2e/media.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -239,8 +243,10 @@ std::string mediaPath(const std::string& name) {
     return (fs::path(KELP_TEST_MEDIA_DIR) / name).string();
 }
 
-bool makeMedia() {
-    const fs::path folder(KELP_TEST_MEDIA_DIR);
+namespace {
+
+// Makes each file of the table that isn't there or was made by another command.
+bool makeMissing(const fs::path& folder) {
     const fs::path scratch = folder / "scratch";
     fs::create_directories(scratch);
     bool rebuilt = false;
@@ -274,6 +280,22 @@ bool makeMedia() {
     }
     fs::remove_all(scratch);
     return true;
+}
+
+}  // namespace
+
+bool makeMedia() {
+    const fs::path folder(KELP_TEST_MEDIA_DIR);
+    fs::create_directories(folder);
+    // Two runs may begin at once: one makes the files, the other one waits until they are there.
+    const int lock = open((folder / ".lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0644);
+    if (lock == -1 || flock(lock, LOCK_EX) != 0) {
+        std::perror("the folder of the media files");
+        return false;
+    }
+    const bool made = makeMissing(folder);
+    close(lock);
+    return made;
 }
 
 }  // namespace kelp::test

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "e2e/child_process.h"
+#include "e2e/free_ports.h"
 #include "e2e/silent_server.h"
 #include "kelp_player/codec_info.h"
 #include "kelp_player/stream_muxer.h"

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "e2e/child_process.h"
+#include "e2e/free_ports.h"
 #include "e2e/media.h"
 #include "kelp_player/udp_transport.h"
 #include "output/media_reader.h"
@@ -174,11 +175,8 @@ TEST_F(Restream, SendsTheBytesOfATransportStreamAsDatagrams) {
     Collector collector;
     UdpReceiver* receiver = UdpReceiver::create();
     receiver->init(&collector);
-    // A port that was free a moment ago may be taken by somebody: then another one is tried.
-    int port = 0;
-    do {
-        port = test::freePortPair(SOCK_DGRAM);
-    } while (!receiver->startReceiver(static_cast<unsigned short>(port)));
+    const int port = test::freePortPair(SOCK_DGRAM);
+    ASSERT_TRUE(receiver->startReceiver(static_cast<unsigned short>(port)));
     const std::string expected = readFile(folder_->path("plain.ts"));
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(run({"--udp", "localhost:" + std::to_string(port), folder_->path("plain.ts")}), 0) << errors();

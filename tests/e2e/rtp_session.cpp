@@ -1,9 +1,6 @@
 #include "e2e/rtp_session.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
@@ -12,6 +9,8 @@
 #include <fstream>
 #include <sstream>
 #include <thread>
+
+#include "e2e/free_ports.h"
 
 namespace kelp::test {
 
@@ -22,42 +21,6 @@ namespace fs = std::filesystem;
 [[noreturn]] void giveUp(const char* what) {
     std::fprintf(stderr, "rtp session: %s\n", what);
     std::abort();
-}
-
-// A UDP socket bound to `port` of every address, as the player binds it; -1 if the port is taken.
-int bindPort(int port) {
-    const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    if (bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        close(socket);
-        return -1;
-    }
-    return socket;
-}
-
-int portOf(int socket) {
-    sockaddr_in address{};
-    socklen_t length = sizeof address;
-    getsockname(socket, reinterpret_cast<sockaddr*>(&address), &length);
-    return ntohs(address.sin_port);
-}
-
-// An even port that is free together with the next one, for RTP and RTCP.
-int freePortPair() {
-    for (int attempt = 0; attempt < 1000; ++attempt) {
-        const int first = bindPort(0);
-        const int port = portOf(first);
-        const int second = port % 2 == 0 ? bindPort(port + 1) : -1;
-        close(first);
-        if (second >= 0) {
-            close(second);
-            return port;
-        }
-    }
-    giveUp("no two free ports side by side");
 }
 
 std::string replacePort(const std::string& text, const std::string& media, int from, int to) {
@@ -80,11 +43,8 @@ RtpSession::RtpSession(const std::string& path) {
     sdpPath_ = folder_ + "/session.sdp";
     const std::string sent = folder_ + "/sent";
 
-    const int videoPort = freePortPair();
-    int audioPort = freePortPair();
-    while (audioPort == videoPort) {
-        audioPort = freePortPair();
-    }
+    const int videoPort = freePortPair(SOCK_DGRAM);
+    const int audioPort = freePortPair(SOCK_DGRAM);
     const int videoRelay = relay_.forward(videoPort);
     const int videoRtcp = relay_.forward(videoPort + 1);
     const int audioRelay = relay_.forward(audioPort);

@@ -1,0 +1,10 @@
+#pragma once
+
+namespace kelp::test {
+
+// An even port that nobody has open on any address, and the next one, which is free too. It lies below those that the
+// system gives to sockets that name none, and no other call gets it, in this process or another, until this one ends.
+// `socketType` is SOCK_STREAM or SOCK_DGRAM. Ends the test program if there is none.
+int freePortPair(int socketType);
+
+}  // namespace kelp::test

@@ -56,8 +56,11 @@ TEST(SeekIn, AFileWhoseSoundEndsFiveSecondsEarly) {
     seeking.seekTo(9500);
     ASSERT_FALSE(HasFatalFailure());
     ASSERT_TRUE(seeking.playUntil(9900));
+    // Back where there is sound: the time is the sound's, and that of before until its first block.
+    const int sounds = seeking.playback.count(Happened::FirstAudioFrame);
     seeking.seekTo(3500);
     ASSERT_FALSE(HasFatalFailure());
+    ASSERT_TRUE(seeking.playback.waitFor(Happened::FirstAudioFrame, kPatienceMs, sounds + 1));
     ASSERT_TRUE(seeking.playUntil(3900));
     seeking.seekTo(11500);
     ASSERT_FALSE(HasFatalFailure());
@@ -77,9 +80,10 @@ TEST(SeekIn, AFileWhosePictureEndsFiveSecondsEarly) {
         ASSERT_TRUE(seeking.playback.waitFor(Happened::FirstAudioFrame, kPatienceMs, 2));
         EXPECT_NEAR(seeking.playback.last(Happened::FirstAudioFrame).a, 10500, 50);
         ASSERT_TRUE(seeking.playback.waitFor(Happened::Completed, kPatienceMs));
-        // And from there back.
+        // And from there back. The time is that of before until the sound's first block.
         seeking.seekTo(5500);
         ASSERT_FALSE(HasFatalFailure());
+        ASSERT_TRUE(seeking.playback.waitFor(Happened::FirstAudioFrame, kPatienceMs, 3));
         ASSERT_TRUE(seeking.playUntil(5900));
         seeking.player().stop();
     }

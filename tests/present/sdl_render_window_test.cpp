@@ -143,6 +143,10 @@ TEST_F(SDLRenderWindow, ShowsThePicturesOfThePlayThread) {
     thread.fillFrame(makePicture(0, 32, 16, kWhitePixel));
     EXPECT_EQ(first.waitForColor(50, 50, kWhite), kWhite);
     EXPECT_EQ(second.waitForColor(50, 50, kWhite), kWhite);
+    // A later window is drawn with the picture that stands, which is the one that can be cleared.
+    XWindow third(*server, 100, 0, 100, 100);
+    thread.addWindow(WINDOW_TYPE_QT_WINID, third.handle(), 100, 100);
+    EXPECT_EQ(third.waitForColor(50, 50, kWhite), kWhite);
 
     thread.pauseWindow(second.handle(), true);
     thread.clearScreen();
@@ -151,6 +155,7 @@ TEST_F(SDLRenderWindow, ShowsThePicturesOfThePlayThread) {
 
     thread.pauseWindow(second.handle(), false);
     thread.removeWindow(first.handle());
+    thread.removeWindow(third.handle());
     thread.fillFrame(makePicture(40, 32, 16, {.y = 235, .u = 128, .v = 128}));
     EXPECT_EQ(second.waitForColor(50, 50, kWhite), kWhite);
     EXPECT_EQ(first.waitForColor(50, 50, kBlack), kBlack);

@@ -35,6 +35,8 @@ TEST(SeekWhilePaused, ShowsTheTargetAndStaysPaused) {
         const auto frames = static_cast<size_t>(seeking.sink.frameCount());
         seeking.player().resume();
         ASSERT_TRUE(seeking.playUntil(4300));
+        // The picture's time may get there before the sound is heard again.
+        EXPECT_TRUE(waitUntil([&] { return recording.afterLastCut() >= 0; }));
         seeking.player().stop();
         const auto shown = seeking.sink.frames();
         for (size_t i = frames; i < shown.size(); ++i) {

@@ -30,6 +30,7 @@ namespace {
 std::atomic<FailingAllocations::Of> g_which{FailingAllocations::Of::Nothing};
 std::atomic<int64_t> g_number{0};
 std::atomic<int64_t> g_count{0};
+std::atomic<const char*> g_failedCall{""};
 
 enum class Thread { Other, Host, InWindow };
 thread_local Thread t_thread = Thread::Other;
@@ -54,8 +55,13 @@ bool newFails() {
     }
 }
 
-bool libraryFails() {
-    return g_which == FailingAllocations::Of::Libraries && fails();
+// `call` is the name of the function that asks.
+bool libraryFails(const char* call) {
+    if (g_which != FailingAllocations::Of::Libraries || !fails()) {
+        return false;
+    }
+    g_failedCall = call;
+    return true;
 }
 
 struct Code {
@@ -148,12 +154,17 @@ void FailingAllocations::arm(Of which, int64_t number) {
     t_thread = Thread::Host;
     g_which = Of::Nothing;
     g_count = 0;
+    g_failedCall = "";
     g_number = number;
     g_which = which;
 }
 
 int64_t FailingAllocations::count() {
     return g_count;
+}
+
+const char* FailingAllocations::failedCall() {
+    return g_failedCall;
 }
 
 bool FailingAllocations::failed() {
@@ -249,10 +260,10 @@ extern "C" {
 #endif
 
 // A function that gives an address, or an error number, of the same name and arguments; `failure` says how it fails.
-#define KELP_WRAP(result, name, parameters, arguments, failure)      \
-    result __real_##name parameters;                                 \
-    result __wrap_##name parameters {                                \
-        return libraryFails() ? (failure) : __real_##name arguments; \
+#define KELP_WRAP(result, name, parameters, arguments, failure)           \
+    result __real_##name parameters;                                      \
+    result __wrap_##name parameters {                                     \
+        return libraryFails(#name) ? (failure) : __real_##name arguments; \
     }
 
 extern "C" {
@@ -294,7 +305,7 @@ KELP_WRAP(SDL_AudioDeviceID, SDL_OpenAudioDevice,
 void* __real_soundtouch_createInstance();
 void* __wrap_soundtouch_createInstance() {
     const kelp::test::InSoundTouch guard;
-    return libraryFails() ? nullptr : __real_soundtouch_createInstance();
+    return libraryFails("soundtouch_createInstance") ? nullptr : __real_soundtouch_createInstance();
 }
 KELP_WRAP_SOUNDTOUCH(void, destroyInstance, (void* h), (h))
 KELP_WRAP_SOUNDTOUCH(int, setSampleRate, (void* h, unsigned int rate), (h, rate))
@@ -311,7 +322,7 @@ int __real_avformat_open_input(AVFormatContext** context, const char* url, const
                                AVDictionary** options);
 int __wrap_avformat_open_input(AVFormatContext** context, const char* url, const AVInputFormat* format,
                                AVDictionary** options) {
-    if (libraryFails()) {
+    if (libraryFails("avformat_open_input")) {
         avformat_free_context(*context);
         *context = nullptr;
         return AVERROR(ENOMEM);
@@ -325,7 +336,7 @@ int __real_swr_alloc_set_opts2(SwrContext** context, const AVChannelLayout* outL
 int __wrap_swr_alloc_set_opts2(SwrContext** context, const AVChannelLayout* outLayout, AVSampleFormat outFormat,
                                int outRate, const AVChannelLayout* inLayout, AVSampleFormat inFormat, int inRate,
                                int logOffset, void* logContext) {
-    if (libraryFails()) {
+    if (libraryFails("swr_alloc_set_opts2")) {
         swr_free(context);
         return AVERROR(ENOMEM);
     }
@@ -339,7 +350,7 @@ SwsContext* __real_sws_getCachedContext(SwsContext* context, int fromWidth, int 
 SwsContext* __wrap_sws_getCachedContext(SwsContext* context, int fromWidth, int fromHeight, AVPixelFormat fromFormat,
                                         int toWidth, int toHeight, AVPixelFormat toFormat, int flags, SwsFilter* from,
                                         SwsFilter* to, const double* parameters) {
-    if (libraryFails()) {
+    if (libraryFails("sws_getCachedContext")) {
         sws_freeContext(context);
         return nullptr;
     }

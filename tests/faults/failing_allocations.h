@@ -19,6 +19,8 @@ public:
     static int64_t count();
     // Whether the one that is to fail did.
     static bool failed();
+    // The one of the libraries' functions that failed since `arm`; empty if none did.
+    static const char* failedCall();
     // The addresses of the calls that lead to the one inside FFmpeg that failed, innermost first; how many.
     static int callsOfFailure(void** calls, int size);
     // Whether `address` lies in the code of one of FFmpeg's libraries. Takes no lock and no memory, but knows them only

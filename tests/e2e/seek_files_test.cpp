@@ -153,8 +153,10 @@ TEST(SeekIn, AFileOfUnknownDuration) {
     EXPECT_TRUE(seeking.log.has("[StreamParser]: seek to 30000000 ms\n"));
     ASSERT_TRUE(seeking.playback.waitFor(Happened::Completed, kPatienceMs));
     EXPECT_LT(seeking.player().getDuration(), 9000);
-    // Its own picture may be told behind the end.
+    // Its own picture may be told, and shown, behind the end.
     ASSERT_TRUE(seeking.playback.waitFor(Happened::FirstVideoFrame, kPatienceMs, 2));
+    const int last = seeking.playback.last(Happened::FirstVideoFrame).a;
+    ASSERT_TRUE(waitUntil([&] { return seeking.sink.shown().pts == last; }));
     for (const int target : {6500, 2700, 5100}) {
         seeking.seekTo(target);
         ASSERT_FALSE(HasFatalFailure());

@@ -134,8 +134,12 @@ public:
                : standsStill()   ? "stands still"
                                  : "never";
     }
-    // Whether it waits for a sound device, as one does that has no other master, until it is stopped.
-    static bool standsStill() { return std::string_view(FailingAllocations::failedCall()) == "SDL_OpenAudioDevice"; }
+    // Whether sound goes nowhere, for want of a device or of the ring before it, which alone asks with std::nothrow. A
+    // source with sound then stands until it is stopped.
+    static bool standsStill() {
+        const std::string_view call = FailingAllocations::failedCall();
+        return call == "SDL_OpenAudioDevice" || call == "new (std::nothrow)";
+    }
     bool threw() const { return threw_; }
     bool hung() const { return hung_; }
 

@@ -140,6 +140,14 @@ void* allocate(std::size_t size) noexcept {
     return newFails() ? nullptr : std::malloc(size ? size : 1);
 }
 
+void* allocateOrNull(std::size_t size) noexcept {
+    void* const memory = allocate(size);
+    if (!memory) {
+        g_failedCall = "new (std::nothrow)";
+    }
+    return memory;
+}
+
 void* allocateOrThrow(std::size_t size) {
     if (void* memory = allocate(size)) {
         return memory;
@@ -198,7 +206,7 @@ FailingAllocations::Window::~Window() {
 
 }  // namespace kelp::test
 
-using kelp::test::allocate;
+using kelp::test::allocateOrNull;
 using kelp::test::allocateOrThrow;
 using kelp::test::libraryFails;
 
@@ -209,10 +217,10 @@ void* operator new[](std::size_t size) {
     return allocateOrThrow(size);
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return allocate(size);
+    return allocateOrNull(size);
 }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return allocate(size);
+    return allocateOrNull(size);
 }
 void operator delete(void* memory) noexcept {
     std::free(memory);

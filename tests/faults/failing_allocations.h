@@ -19,7 +19,7 @@ public:
     static int64_t count();
     // Whether the one that is to fail did.
     static bool failed();
-    // The one of the libraries' functions that failed since `arm`; empty if none did.
+    // What failed since `arm`: the name of the libraries' function, or "new (std::nothrow)"; empty if neither did.
     static const char* failedCall();
     // The addresses of the calls that lead to the one inside FFmpeg that failed, innermost first; how many.
     static int callsOfFailure(void** calls, int size);

@@ -68,17 +68,20 @@ public:
     PlayTask& operator=(const PlayTask&) = delete;
     virtual ~PlayTask();
 
-    // Makes the parser and what goes with it. Deferred seeks run on `worker`.
+    // Makes the parser and what goes with it. Deferred seeks run on `worker`. Throws std::bad_weak_ptr if the task
+    // isn't held by a shared pointer.
     void init(EventCallback callback, std::shared_ptr<Worker> worker);
 
     // Opens `fileName` from `seekTime` milliseconds on, on a thread of its own. The outcome is an event, or nothing if
-    // `stop` comes first. False if the name is empty. Not again before `stop`.
+    // `stop` comes first. False if the name is empty. Not again before `stop`. std::system_error if there is no thread.
     bool loadFileAsync(const std::string& fileName, int seekTime);
 
-    // Builds the stages for what was loaded and starts reading. A branch that fails is left out.
+    // Builds the stages for what was loaded and starts reading. A branch that fails is left out. std::system_error if a
+    // thread can't be started.
     bool play();
 
-    // Ends all threads and forgets the source. What the host has set stays. Always true.
+    // Ends all threads and forgets the source. What the host has set stays. Always true. std::system_error on the
+    // thread of the load.
     bool stop();
 
     bool pause();
@@ -139,7 +142,8 @@ private:
     void onPlaybackCompleted() override;
     void onPlayFailed() override;
 
-    // From the video decode thread; seeks without flush from the thread that runs `seek`.
+    // From the video decode thread; seeks without flush from the thread that runs `seek`. The buffers' `alloc` calls,
+    // here and below, let std::bad_alloc out.
     void onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) override;
     void onVideoDecodeFailed() override;
     void onVideoDecodeNoMoreFrame() override;

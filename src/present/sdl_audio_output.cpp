@@ -76,8 +76,9 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
     wantedSpec_.format = format;
 
     SDL_AudioSpec obtained{};
-    const SDL_AudioDeviceID device = SDL_OpenAudioDevice(
-        nullptr, 0, &wantedSpec_, &obtained, SDL_AUDIO_ALLOW_FREQUENCY_CHANGE | SDL_AUDIO_ALLOW_CHANNELS_CHANGE);
+    const SDL_AudioDeviceID device =
+        SDL_OpenAudioDevice(nullptr, /*iscapture=*/0, &wantedSpec_, &obtained,
+                            /*allowed_changes=*/SDL_AUDIO_ALLOW_FREQUENCY_CHANGE | SDL_AUDIO_ALLOW_CHANNELS_CHANGE);
     if (device == 0) {
         Log::Error(kTag, "SDL_OpenAudioDevice failed! %s\n", SDL_GetError());
         return false;

@@ -99,12 +99,13 @@ function(kelp_add_shared_library)
   endif()
 endfunction()
 
-# kelp_add_test(NAME ROOMS room... SOURCES file... [REAL_TIME] [WRAP symbol...] [LIBRARIES lib...] [LABELS label...]
-#               [TIMEOUT seconds] [FIXTURES fixture...] [SERIAL]):
+# kelp_add_test(NAME ROOMS room... SOURCES file... [REAL_TIME] [PLAIN_LOG] [WRAP symbol...] [LIBRARIES lib...]
+#               [LABELS label...] [TIMEOUT seconds] [FIXTURES fixture...] [SERIAL]):
 # A GoogleTest program over the objects of the rooms named. It links the fake time class unless REAL_TIME is given.
+# Every line that the rooms log is looked at for its level (tests/support/log_levels.h) unless PLAIN_LOG is given.
 # A WRAPped function of a third-party library is replaced by the __wrap_ function of the test, which may call __real_.
 function(kelp_add_test name)
-  cmake_parse_arguments(ARG "REAL_TIME;SERIAL" "TIMEOUT" "ROOMS;SOURCES;WRAP;LIBRARIES;LABELS;FIXTURES" ${ARGN})
+  cmake_parse_arguments(ARG "REAL_TIME;PLAIN_LOG;SERIAL" "TIMEOUT" "ROOMS;SOURCES;WRAP;LIBRARIES;LABELS;FIXTURES" ${ARGN})
   set(objects "")
   foreach(room ${ARG_ROOMS})
     list(APPEND objects $<TARGET_OBJECTS:kelp_${room}>)
@@ -115,6 +116,12 @@ function(kelp_add_test name)
     list(APPEND objects $<TARGET_OBJECTS:kelp_time>)
   else()
     list(APPEND objects $<TARGET_OBJECTS:kelp_fake_time>)
+  endif()
+  if(ARG_ROOMS AND NOT ARG_PLAIN_LOG)
+    list(APPEND objects $<TARGET_OBJECTS:kelp_log_level_wraps>)
+    foreach(function 5Error 4Warn 4Info 5Debug)
+      list(APPEND ARG_WRAP _ZN4kelp3Log${function}EPKcS2_z)
+    endforeach()
   endif()
   add_executable(${name} ${ARG_SOURCES} ${objects} $<TARGET_OBJECTS:kelp_test_support>)
   target_link_libraries(${name} PRIVATE kelp_test_settings GTest::gmock ${ARG_LIBRARIES})

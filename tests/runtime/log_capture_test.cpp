@@ -1,5 +1,6 @@
 #include "support/log_capture.h"
 
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -23,6 +24,22 @@ TEST(LogCapture, GivesTagAndMessage) {
     EXPECT_FALSE(log.has("four"));
     log.clear();
     EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(LogCapture, FailsTheTestForALineOfTheLibraryAtAnotherLevelThanItsOwn) {
+    LogCapture log(5);
+    Log::Error("StreamParser", "Running... read failed, ret:%d\n", -5);
+    Log::Warn("FFVideoDecoder", "open, have no hw accel for 27\n");
+    Log::Info("TarnPlayer", "onCompleted\n");
+    Log::Debug("TarnPlayer", "onPrepared new state:8\n");
+    Log::PrintHex("StreamParser", nullptr, 0);
+    EXPECT_NONFATAL_FAILURE(Log::Warn("StreamParser", "Running... read failed, ret:-5\n"), "due at level 1");
+    EXPECT_NONFATAL_FAILURE(Log::Info("FFVideoDecoder", "open, have no hw accel for 27\n"), "due at level 2");
+    EXPECT_NONFATAL_FAILURE(Log::Debug("TarnPlayer", "onCompleted\n"), "due at level 3: [TarnPlayer]: onCompleted");
+    EXPECT_NONFATAL_FAILURE(Log::Info("TarnPlayer", "onPrepared new state:8\n"), "due at level 4");
+    EXPECT_NONFATAL_FAILURE(Log::Message("Worker", 0, "text\n"), "of level 0");
+    EXPECT_NONFATAL_FAILURE(Log::Message("Worker", 5, "text\n"), "of level -1");
+    EXPECT_EQ(log.lines().size(), 11U);
 }
 
 TEST(LogCapture, PutsTheLevelBackAndTakesTheSinkAway) {

@@ -1,11 +1,25 @@
 #include "support/log_capture.h"
 
 #include <algorithm>
+#include <iterator>
 #include <mutex>
+#include <string_view>
 
 #include "kelp_player/log.h"
+#include "support/log_levels.h"
 
 namespace kelp::test {
+
+namespace {
+
+// By the label at the end of what stands before a line's tag.
+int levelOf(const std::string& prefix) {
+    const std::string_view labels[] = {"(FATAL)", "(ERROR)", "(WARN)", "(Info)", "(DEBUG)"};
+    const auto* label = std::ranges::find_if(labels, [&](auto text) { return prefix.find(text) != std::string::npos; });
+    return label == std::end(labels) ? -1 : static_cast<int>(label - labels);
+}
+
+}  // namespace
 
 struct LogCapture::Lines {
     std::mutex mutex;
@@ -15,8 +29,13 @@ struct LogCapture::Lines {
         // The tag's bracket follows the reset of the level's colour, or the label of an unknown level.
         auto tag = line.find("[0m [");
         tag = tag == std::string::npos ? line.find(") [") : tag + 2;
+        const std::string text = tag == std::string::npos ? line : line.substr(tag + 2);
+        const auto message = text.find("]: ");
+        if (message != std::string::npos) {
+            expectDueLevel(levelOf(line.substr(0, tag)), text.substr(1, message - 1), text.substr(message + 3));
+        }
         std::lock_guard lock(mutex);
-        texts.push_back(tag == std::string::npos ? line : line.substr(tag + 2));
+        texts.push_back(text);
     }
 };
 

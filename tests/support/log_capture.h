@@ -7,8 +7,9 @@
 namespace kelp::test {
 
 // Catches every log line while it lives, at debug level, and puts the level back and takes the sink away when it goes.
-// One at a time. `lines` gives the messages without time stamp, level and thread: "[Tag]: message\n". Any thread may
-// ask, and any thread may still log when it goes.
+// A line of the library at another level than it is due at fails the test. One at a time. `lines` gives the messages
+// without time stamp, level and thread: "[Tag]: message\n". Any thread may ask, and any thread may still log when it
+// goes.
 class LogCapture {
 public:
     explicit LogCapture(int level = 4);

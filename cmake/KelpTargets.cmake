@@ -27,14 +27,47 @@ if(KELP_FUZZ)
 endif()
 
 # Of the tests' code, which is to compile quickly: checks for undefined behaviour in the tests themselves would take
-# longer to compile than all the rest. The library's objects that they link are instrumented in full.
+# longer to compile than all the rest. The library's objects that they link are instrumented in full. Programs and
+# object libraries have the same flags, so that one precompiled header serves all.
+set(KELP_TESTS_DIR ${PROJECT_SOURCE_DIR}/tests)
 add_library(kelp_test_settings INTERFACE)
-target_link_libraries(kelp_test_settings INTERFACE kelp_base_settings)
-target_compile_options(kelp_test_settings INTERFACE -O0 -g1)
+target_link_libraries(kelp_test_settings INTERFACE kelp_base_settings GTest::gmock)
+target_include_directories(kelp_test_settings INTERFACE ${KELP_TESTS_DIR})
+target_compile_options(kelp_test_settings INTERFACE -O0 -g1 -fPIC)
 if(KELP_SANITIZE)
   string(REPLACE ",undefined" "" test_sanitize ${KELP_SANITIZE})
   target_compile_options(kelp_test_settings INTERFACE -fsanitize=${test_sanitize})
 endif()
+
+# kelp_quick_build(TARGET): a target with kelp_test_settings takes the common headers precompiled, and its sources in
+# pieces of eight. CMake's own unity builds name sources by full paths, which ccache doesn't find again in another work
+# tree.
+function(kelp_quick_build target)
+  if(NOT KELP_QUICK_BUILD)
+    return()
+  endif()
+  target_precompile_headers(${target} REUSE_FROM kelp_test_support)
+  get_target_property(pieces ${target} SOURCES)
+  set(sources ${pieces})
+  list(FILTER sources INCLUDE REGEX "\\.cpp$")
+  list(FILTER pieces EXCLUDE REGEX "\\.cpp$")
+  set(number 0)
+  while(sources)
+    list(SUBLIST sources 0 8 taken)
+    list(REMOVE_ITEM sources ${taken})
+    set(text "")
+    foreach(source ${taken})
+      cmake_path(ABSOLUTE_PATH source NORMALIZE)
+      file(RELATIVE_PATH source ${KELP_TESTS_DIR} ${source})
+      string(APPEND text "#include \"${source}\"\n")
+    endforeach()
+    set(piece ${CMAKE_CURRENT_BINARY_DIR}/${target}_${number}.cpp)
+    file(CONFIGURE OUTPUT ${piece} CONTENT "${text}")
+    list(APPEND pieces ${piece})
+    math(EXPR number "${number} + 1")
+  endwhile()
+  set_target_properties(${target} PROPERTIES SOURCES "${pieces}")
+endfunction()
 
 # What a test program finds in its environment: what the sanitizers are to overlook. One entry: test discovery doesn't
 # take a list.
@@ -124,8 +157,8 @@ function(kelp_add_test name)
     endforeach()
   endif()
   add_executable(${name} ${ARG_SOURCES} ${objects} $<TARGET_OBJECTS:kelp_test_support>)
-  target_link_libraries(${name} PRIVATE kelp_test_settings GTest::gmock ${ARG_LIBRARIES})
-  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+  target_link_libraries(${name} PRIVATE kelp_test_settings ${ARG_LIBRARIES})
+  kelp_quick_build(${name})
   foreach(symbol ${ARG_WRAP})
     target_link_options(${name} PRIVATE -Wl,--wrap=${symbol})
   endforeach()

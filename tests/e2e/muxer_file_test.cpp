@@ -29,6 +29,7 @@ namespace {
 
 using test::EncodedVideo;
 using test::LogCapture;
+using test::makeCodecInfo;
 using test::TempFolder;
 using testing::ElementsAre;
 
@@ -46,15 +47,6 @@ const EncodedVideo& source() {
 // A frame's own time.
 int64_t timeUs(size_t index) {
     return source().frames[index].pts * 1000000 / 90000;
-}
-
-std::shared_ptr<CodecInfo> makeCodecInfo(VideoCodecType type = VIDEO_CODEC_H264) {
-    auto info = std::make_shared<CodecInfo>();
-    info->videoCodecType = type;
-    info->width = 160;
-    info->height = 120;
-    info->pixFormat = PIX_FMT_YUV420P;
-    return info;
 }
 
 bool writeFrame(StreamMuxer& muxer, size_t index, int64_t ptsUs) {

@@ -28,31 +28,23 @@ namespace {
 using test::ChildProcess;
 using test::EncodedVideo;
 using test::LogCapture;
+using test::makeCodecInfo;
 using test::TempFolder;
 
-constexpr int kFrames = 60;
+constexpr int kPublishedFrames = 60;
 
 // Start codes, parameter sets in band, no B frames, and every fifth picture left out: the distances are 40 and 80 ms.
-const EncodedVideo& source() {
+const EncodedVideo& published() {
     static const EncodedVideo video = test::encodeVideo(
         "-vf select='lt(mod(n\\,5)\\,4)' -fps_mode passthrough -c:v libx264 -preset veryfast -bf 0 -g 10 -threads 1 "
         "-f mpegts",
-        kFrames);
+        kPublishedFrames);
     return video;
-}
-
-std::shared_ptr<CodecInfo> makeCodecInfo() {
-    auto info = std::make_shared<CodecInfo>();
-    info->videoCodecType = VIDEO_CODEC_H264;
-    info->width = 160;
-    info->height = 120;
-    info->pixFormat = PIX_FMT_YUV420P;
-    return info;
 }
 
 // Writes a frame; after the last one the source begins again, later in time.
 bool writeFrame(StreamMuxer& muxer, size_t index) {
-    const auto& frames = source().frames;
+    const auto& frames = published().frames;
     auto frame = frames[index % frames.size()];
     const int64_t round = static_cast<int64_t>(index / frames.size());
     const int64_t roundTicks = frames.back().pts - frames.front().pts + 3600;
@@ -62,7 +54,7 @@ bool writeFrame(StreamMuxer& muxer, size_t index) {
 }
 
 void writeSource(StreamMuxer& muxer) {
-    for (size_t i = 0; i < source().frames.size(); ++i) {
+    for (size_t i = 0; i < published().frames.size(); ++i) {
         ASSERT_TRUE(writeFrame(muxer, i)) << "frame " << i;
     }
 }
@@ -73,7 +65,7 @@ void expectPictures(const std::string& path, size_t count) {
     ASSERT_TRUE(recorded.opened) << path;
     ASSERT_EQ(recorded.pictures.size(), count);
     for (size_t i = 0; i < count; ++i) {
-        EXPECT_TRUE(recorded.pictures[i] == source().pictures[i]) << "picture " << i;
+        EXPECT_TRUE(recorded.pictures[i] == published().pictures[i]) << "picture " << i;
     }
 }
 
@@ -93,7 +85,7 @@ std::unique_ptr<ChildProcess> startListener(int port, const std::string& path) {
 class MuxerPublish : public testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_EQ(source().pictures.size(), static_cast<size_t>(kFrames));
+        ASSERT_EQ(published().pictures.size(), static_cast<size_t>(kPublishedFrames));
         muxer_.setOption("timeout", "30000000");
     }
 
@@ -111,12 +103,12 @@ TEST_F(MuxerPublish, IsRecordedByAListeningFfmpegCommand) {
     muxer_.stop();
     muxer_.close();
     EXPECT_EQ(server->wait(), 0);
-    expectPictures(path, kFrames);
+    expectPictures(path, kPublishedFrames);
     // The times are the frames' own, but for the first ones, whose time the server doesn't know yet.
     const auto frames = test::readVideo(path).frames;
-    ASSERT_EQ(frames.size(), static_cast<size_t>(kFrames));
+    ASSERT_EQ(frames.size(), static_cast<size_t>(kPublishedFrames));
     for (size_t i = 3; i < frames.size(); ++i) {
-        EXPECT_EQ(frames[i].pts - frames[i - 1].pts, source().frames[i].pts - source().frames[i - 1].pts)
+        EXPECT_EQ(frames[i].pts - frames[i - 1].pts, published().frames[i].pts - published().frames[i - 1].pts)
             << "frame " << i;
     }
 }
@@ -131,7 +123,7 @@ TEST_F(MuxerPublish, IsRecordedByAGStreamerServer) {
     muxer_.stop();
     muxer_.close();
     EXPECT_EQ(server.wait(), 0);
-    expectPictures(path, kFrames);
+    expectPictures(path, kPublishedFrames);
 }
 
 TEST_F(MuxerPublish, IsReceivedByRtpWithADescriptionOfTheHost) {
@@ -217,7 +209,7 @@ TEST_F(MuxerPublish, FailsWhenTheServerGoesAwayAndPublishesToTheNextOne) {
     muxer_.stop();
     muxer_.close();
     EXPECT_EQ(next->wait(), 0);
-    expectPictures(path, kFrames);
+    expectPictures(path, kPublishedFrames);
 }
 
 // What the class's comment tells a host.

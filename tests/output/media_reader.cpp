@@ -115,4 +115,13 @@ EncodedVideo encodeVideo(const std::string& arguments, int frames) {
     return video;
 }
 
+std::shared_ptr<CodecInfo> makeCodecInfo(VideoCodecType type) {
+    auto info = std::make_shared<CodecInfo>();
+    info->videoCodecType = type;
+    info->width = 160;
+    info->height = 120;
+    info->pixFormat = PIX_FMT_YUV420P;
+    return info;
+}
+
 }  // namespace kelp::test

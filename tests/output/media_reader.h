@@ -2,8 +2,11 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include "kelp_player/codec_info.h"
 
 namespace kelp::test {
 
@@ -44,5 +47,8 @@ EncodedVideo readVideo(const std::string& url, const std::map<std::string, std::
 
 // Encodes `frames` test pictures of 160x120, 25 in a second, with the ffmpeg command. `arguments` choose the codec.
 EncodedVideo encodeVideo(const std::string& arguments, int frames);
+
+// Of those pictures, without parameter sets.
+std::shared_ptr<CodecInfo> makeCodecInfo(VideoCodecType type = VIDEO_CODEC_H264);
 
 }  // namespace kelp::test

@@ -29,6 +29,7 @@ namespace kelp {
 namespace {
 
 using test::EncodedVideo;
+using test::makeCodecInfo;
 using test::TempFolder;
 
 constexpr int kFrames = 12;
@@ -49,15 +50,6 @@ const Codec kHevc{"Hevc", VIDEO_CODEC_HEVC, AV_CODEC_ID_HEVC,
                   "-c:v libx265 -x265-params log-level=none:keyint=5:bframes=0:pools=1 -f hevc"};
 const Codec kMpeg4{"Mpeg4", VIDEO_CODEC_MPEG4, AV_CODEC_ID_MPEG4, "-c:v mpeg4 -g 5 -f m4v"};
 const Codec kMjpeg{"Mjpeg", VIDEO_CODEC_MJPEG, AV_CODEC_ID_MJPEG, "-c:v mjpeg -f mjpeg"};
-
-std::shared_ptr<CodecInfo> makeCodecInfo(VideoCodecType type) {
-    auto info = std::make_shared<CodecInfo>();
-    info->videoCodecType = type;
-    info->width = 160;
-    info->height = 120;
-    info->pixFormat = PIX_FMT_YUV420P;
-    return info;
-}
 
 // Writes the frames from `first` on, 40 ms apart. Each from a block of just its size.
 void writeFrames(StreamMuxer& muxer, const EncodedVideo& video, size_t first = 0) {

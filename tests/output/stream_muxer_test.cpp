@@ -24,21 +24,13 @@ namespace kelp {
 namespace {
 
 using test::LogCapture;
+using test::makeCodecInfo;
 using test::muxerCalls;
 using test::TempFolder;
 using testing::ElementsAre;
 using testing::Pair;
 
 static_assert(std::has_virtual_destructor_v<StreamMuxer>);
-
-std::shared_ptr<CodecInfo> makeCodecInfo(VideoCodecType type = VIDEO_CODEC_MJPEG) {
-    auto info = std::make_shared<CodecInfo>();
-    info->videoCodecType = type;
-    info->width = 160;
-    info->height = 120;
-    info->pixFormat = PIX_FMT_YUV420P;
-    return info;
-}
 
 // What is asked of libavformat, and what becomes of failures.
 class StreamMuxerTest : public testing::Test {
@@ -77,7 +69,7 @@ TEST_F(StreamMuxerTest, ChoosesTheMuxerByThePath) {
     LogCapture log;
     for (const Case& c : cases) {
         SCOPED_TRACE(c.path);
-        EXPECT_FALSE(muxer_.open(c.path, makeCodecInfo(), 90000));
+        EXPECT_FALSE(muxer_.open(c.path, makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
         EXPECT_EQ(muxerCalls().muxer, c.muxer);
         EXPECT_EQ(muxerCalls().path, c.path);
         EXPECT_THAT(log.lines(), ElementsAre("[StreamMuxer]: open, Could not create output context\n"));
@@ -87,10 +79,10 @@ TEST_F(StreamMuxerTest, ChoosesTheMuxerByThePath) {
 
 TEST_F(StreamMuxerTest, RefusesAnyOtherPathBeforeItMakesAContext) {
     LogCapture log;
-    EXPECT_FALSE(muxer_.open("/tmp/a.mkv", makeCodecInfo(), 90000));
-    EXPECT_FALSE(muxer_.open("RTSP://127.0.0.1/a", makeCodecInfo(), 90000));
-    EXPECT_FALSE(muxer_.open("a.MP4", makeCodecInfo(), 90000));
-    EXPECT_FALSE(muxer_.open("", makeCodecInfo(), 90000));
+    EXPECT_FALSE(muxer_.open("/tmp/a.mkv", makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
+    EXPECT_FALSE(muxer_.open("RTSP://127.0.0.1/a", makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
+    EXPECT_FALSE(muxer_.open("a.MP4", makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
+    EXPECT_FALSE(muxer_.open("", makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_THAT(log.lines(),
                 ElementsAre("[StreamMuxer]: open, error filePath /tmp/a.mkv\n",
                             "[StreamMuxer]: open, error filePath RTSP://127.0.0.1/a\n",
@@ -100,16 +92,16 @@ TEST_F(StreamMuxerTest, RefusesAnyOtherPathBeforeItMakesAContext) {
 
 TEST_F(StreamMuxerTest, RefusesWhatCannotBeATimeBaseOrHasNoCodecInfo) {
     for (int64_t timeBase : {int64_t{0}, int64_t{-1}, int64_t{-90000}, int64_t{INT_MAX} + 1, INT64_MAX, INT64_MIN}) {
-        EXPECT_FALSE(muxer_.open(mp4(), makeCodecInfo(), timeBase)) << timeBase;
+        EXPECT_FALSE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), timeBase)) << timeBase;
     }
     EXPECT_FALSE(muxer_.open(mp4(), nullptr, 90000));
     EXPECT_TRUE(muxerCalls().names.empty());
-    EXPECT_TRUE(muxer_.open(mp4(), makeCodecInfo(), INT_MAX));
+    EXPECT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), INT_MAX));
 }
 
 TEST_F(StreamMuxerTest, OpensInOrderAndSaysSo) {
     LogCapture log;
-    EXPECT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    EXPECT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_THAT(muxerCalls().names, ElementsAre("avformat_alloc_output_context2", "avformat_new_stream", "avio_open",
                                                 "avformat_write_header"));
     EXPECT_EQ(muxerCalls().avioPath, mp4());
@@ -167,7 +159,7 @@ TEST_F(StreamMuxerTest, PassesTheOptionsOn) {
     muxer_.setOption(nullptr, "x");
     muxer_.setOption("x", nullptr);
     LogCapture log;
-    EXPECT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    EXPECT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_THAT(muxerCalls().options,
                 ElementsAre(Pair("movflags", "faststart"), Pair("rtsp_transport", "tcp"), Pair("stimeout", "70")));
     // In the order of the keys.
@@ -178,12 +170,12 @@ TEST_F(StreamMuxerTest, PassesTheOptionsOn) {
 
 TEST_F(StreamMuxerTest, OpensAFileOnlyWhereTheFormatWantsOne) {
     muxerCalls().failing = {"avformat_write_header"};
-    EXPECT_FALSE(muxer_.open("rtsp://127.0.0.1:1/live", makeCodecInfo(), 90000));
+    EXPECT_FALSE(muxer_.open("rtsp://127.0.0.1:1/live", makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     muxer_.close();
     EXPECT_THAT(muxerCalls().names,
                 ElementsAre("avformat_alloc_output_context2", "avformat_new_stream", "avformat_write_header"));
     test::resetMuxerCalls();
-    EXPECT_TRUE(muxer_.open("rtp://127.0.0.1:40000", makeCodecInfo(), 90000));
+    EXPECT_TRUE(muxer_.open("rtp://127.0.0.1:40000", makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     muxer_.stop();
     muxer_.close();
     EXPECT_THAT(muxerCalls().names, ElementsAre("avformat_alloc_output_context2", "avformat_new_stream", "avio_open",
@@ -192,11 +184,11 @@ TEST_F(StreamMuxerTest, OpensAFileOnlyWhereTheFormatWantsOne) {
 }
 
 TEST_F(StreamMuxerTest, EndsAStreamButNoFileWhenItIsClosedWithoutAStop) {
-    EXPECT_TRUE(muxer_.open("rtp://127.0.0.1:40000", makeCodecInfo(), 90000));
+    EXPECT_TRUE(muxer_.open("rtp://127.0.0.1:40000", makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     test::resetMuxerCalls();
     muxer_.close();
     EXPECT_THAT(muxerCalls().names, ElementsAre("av_write_trailer", "avio_close"));
-    EXPECT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    EXPECT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     test::resetMuxerCalls();
     muxer_.close();
     EXPECT_THAT(muxerCalls().names, ElementsAre("avio_close"));
@@ -218,7 +210,7 @@ TEST_F(StreamMuxerTest, ReportsEveryFailureToOpenAndClearsUpOnClose) {
         test::resetMuxerCalls();
         muxerCalls().failing = {c.failing};
         LogCapture log(1);  // errors
-        EXPECT_FALSE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+        EXPECT_FALSE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
         EXPECT_EQ(muxerCalls().names.back(), c.failing);
         EXPECT_THAT(log.lines(), ElementsAre(c.line));
         EXPECT_FALSE(muxer_.outputFrame(frame_.data(), 100, 0, true));
@@ -234,7 +226,7 @@ TEST_F(StreamMuxerTest, ReportsEveryFailureToOpenAndClearsUpOnClose) {
 TEST_F(StreamMuxerTest, FailsForAPathThatCannotBeWritten) {
     LogCapture log(1);
     const std::string path = folder_.path("missing/out.mp4");
-    EXPECT_FALSE(muxer_.open(path, makeCodecInfo(), 90000));
+    EXPECT_FALSE(muxer_.open(path, makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_THAT(log.lines(), ElementsAre("[StreamMuxer]: open, Could not open output URL '" + path + "'\n"));
 }
 
@@ -258,7 +250,7 @@ TEST_F(StreamMuxerTest, WritesNoFrameUnlessItIsOpen) {
     LogCapture log(1);  // errors
     EXPECT_FALSE(muxer_.outputFrame(frame_.data(), 100, 0, true));
     EXPECT_THAT(log.lines(), ElementsAre("[StreamMuxer]: outputFrame, not open\n"));
-    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_TRUE(muxer_.outputFrame(frame_.data(), 100, 0, true));
     muxer_.stop();
     EXPECT_FALSE(muxer_.outputFrame(frame_.data(), 100, 40000, true));
@@ -269,7 +261,7 @@ TEST_F(StreamMuxerTest, WritesNoFrameUnlessItIsOpen) {
 }
 
 TEST_F(StreamMuxerTest, SaysThatTheEndCouldNotBeWritten) {
-    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     muxerCalls().failing = {"av_write_trailer"};
     LogCapture log;
     muxer_.stop();
@@ -279,7 +271,7 @@ TEST_F(StreamMuxerTest, SaysThatTheEndCouldNotBeWritten) {
 }
 
 TEST_F(StreamMuxerTest, HandsTheCallersBytesToTheMuxer) {
-    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 12800));
+    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 12800));
     EXPECT_TRUE(muxer_.outputFrame(frame_.data(), 100, 40000, true));
     EXPECT_TRUE(muxer_.outputFrame(frame_.data() + 10, 80, 80000, false));
     ASSERT_EQ(muxerCalls().packets.size(), 2U);
@@ -305,7 +297,7 @@ TEST_F(StreamMuxerTest, HandsTheCallersBytesToTheMuxer) {
 }
 
 TEST_F(StreamMuxerTest, RefusesAFrameWithoutData) {
-    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_FALSE(muxer_.outputFrame(nullptr, 100, 0, true));
     EXPECT_FALSE(muxer_.outputFrame(frame_.data(), 0, 0, true));
     EXPECT_FALSE(muxer_.outputFrame(frame_.data(), 0x80000000U, 0, true));
@@ -314,7 +306,7 @@ TEST_F(StreamMuxerTest, RefusesAFrameWithoutData) {
 }
 
 TEST_F(StreamMuxerTest, CutsTheFractionOfATickOff) {
-    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_EQ(ticksFor(-33366), -3002);  // -3002.94
     EXPECT_EQ(ticksFor(0), 0);
     EXPECT_EQ(ticksFor(33366), 3002);
@@ -322,7 +314,7 @@ TEST_F(StreamMuxerTest, CutsTheFractionOfATickOff) {
 }
 
 TEST_F(StreamMuxerTest, WritesTwoFramesOfOneTimeOneTickApart) {
-    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_EQ(ticksFor(40000), 3600);
     EXPECT_EQ(ticksFor(40000), 3601);
     EXPECT_EQ(ticksFor(40011), 3602);  // 3600.99
@@ -330,7 +322,7 @@ TEST_F(StreamMuxerTest, WritesTwoFramesOfOneTimeOneTickApart) {
 }
 
 TEST_F(StreamMuxerTest, WritesAnEarlierFrameOneTickAfterTheLast) {
-    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_EQ(ticksFor(1000000), 90000);
     EXPECT_EQ(ticksFor(0), 90001);
     EXPECT_EQ(ticksFor(-5000000), 90002);
@@ -339,7 +331,7 @@ TEST_F(StreamMuxerTest, WritesAnEarlierFrameOneTickAfterTheLast) {
 }
 
 TEST_F(StreamMuxerTest, TakesAnyTimeAfterOneOfMinusOneTick) {
-    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     muxerCalls().failing = {"av_interleaved_write_frame"};  // the file would not take the times
     EXPECT_EQ(ticksFor(-12), -1);
     EXPECT_EQ(ticksFor(-100000), -9000);
@@ -347,7 +339,7 @@ TEST_F(StreamMuxerTest, TakesAnyTimeAfterOneOfMinusOneTick) {
 }
 
 TEST_F(StreamMuxerTest, GoesOnFromTheTimeOfAFrameThatFailed) {
-    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     muxerCalls().failing = {"av_interleaved_write_frame"};
     LogCapture log(1);
     EXPECT_FALSE(muxer_.outputFrame(frame_.data(), 100, 40000, true));
@@ -359,17 +351,17 @@ TEST_F(StreamMuxerTest, GoesOnFromTheTimeOfAFrameThatFailed) {
 }
 
 TEST_F(StreamMuxerTest, KeepsRisingOverASecondOpen) {
-    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_EQ(ticksFor(1000000), 90000);
     muxer_.stop();
     muxer_.close();
-    ASSERT_TRUE(muxer_.open(folder_.path("second.mp4"), makeCodecInfo(), 90000));
+    ASSERT_TRUE(muxer_.open(folder_.path("second.mp4"), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_EQ(ticksFor(0), 90001);
     EXPECT_EQ(ticksFor(2000000), 180000);
 }
 
 TEST_F(StreamMuxerTest, TakesTimesOfAnySize) {
-    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), INT_MAX));
+    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), INT_MAX));
     muxerCalls().failing = {"av_interleaved_write_frame"};
     const int64_t lowest = ticksFor(std::numeric_limits<int64_t>::min());
     EXPECT_LT(lowest, -1'000'000'000'000'000'000);
@@ -380,7 +372,7 @@ TEST_F(StreamMuxerTest, TakesTimesOfAnySize) {
 }
 
 TEST_F(StreamMuxerTest, EndsAndClosesOnce) {
-    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_TRUE(muxer_.outputFrame(frame_.data(), 100, 0, true));
     test::resetMuxerCalls();
     LogCapture log;
@@ -396,7 +388,7 @@ TEST_F(StreamMuxerTest, EndsAndClosesOnce) {
 
 TEST_F(StreamMuxerTest, EndsAndClosesWhenItIsDestroyed) {
     auto muxer = std::make_unique<StreamMuxer>();
-    ASSERT_TRUE(muxer->open(mp4(), makeCodecInfo(), 90000));
+    ASSERT_TRUE(muxer->open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_TRUE(muxer->outputFrame(frame_.data(), 100, 0, true));
     test::resetMuxerCalls();
     LogCapture log;
@@ -408,13 +400,13 @@ TEST_F(StreamMuxerTest, EndsAndClosesWhenItIsDestroyed) {
 }
 
 TEST_F(StreamMuxerTest, ClosesAnOpenOutputBeforeItOpensAnother) {
-    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    ASSERT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     test::resetMuxerCalls();
     // What is refused leaves it open.
-    EXPECT_FALSE(muxer_.open("a.mkv", makeCodecInfo(), 90000));
+    EXPECT_FALSE(muxer_.open("a.mkv", makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_FALSE(muxer_.open(mp4(), nullptr, 90000));
     EXPECT_TRUE(muxerCalls().names.empty());
-    EXPECT_TRUE(muxer_.open(folder_.path("second.mp4"), makeCodecInfo(), 90000));
+    EXPECT_TRUE(muxer_.open(folder_.path("second.mp4"), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_THAT(muxerCalls().names, ElementsAre("avio_close", "avformat_alloc_output_context2", "avformat_new_stream",
                                                 "avio_open", "avformat_write_header"));
     EXPECT_EQ(ticksFor(0), 0);
@@ -422,9 +414,9 @@ TEST_F(StreamMuxerTest, ClosesAnOpenOutputBeforeItOpensAnother) {
 
 TEST_F(StreamMuxerTest, OpensAfterAFailureToOpen) {
     muxerCalls().failing = {"avformat_write_header"};
-    EXPECT_FALSE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    EXPECT_FALSE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     muxerCalls().failing.clear();
-    EXPECT_TRUE(muxer_.open(mp4(), makeCodecInfo(), 90000));
+    EXPECT_TRUE(muxer_.open(mp4(), makeCodecInfo(VIDEO_CODEC_MJPEG), 90000));
     EXPECT_EQ(ticksFor(0), 0);
 }
 

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <deque>
-#include <numeric>
 #include <random>
 #include <vector>
 
 #include "runtime/allocation_counter.h"
+#include "runtime/byte_sequence.h"
 #include "support/private_member.h"
 
 namespace kelp {
@@ -28,8 +28,9 @@ template struct ExposeMember<struct WritePosTag, &CycleBuffer::writePos_>;
 namespace {
 
 using test::AllocationCounter;
+using test::Bytes;
 using test::PrivateMember;
-using Bytes = std::vector<unsigned char>;
+using test::sequence;
 
 unsigned char* begin(CycleBuffer& ring) {
     return ring.*privateMember(PrivateMember<test::BeginTag, test::RingPosition>{});
@@ -45,12 +46,6 @@ int writePosition(CycleBuffer& ring) {
 }
 
 // `count` bytes that count up from `first`.
-Bytes sequence(int count, int first = 1) {
-    Bytes bytes(static_cast<size_t>(count));
-    std::iota(bytes.begin(), bytes.end(), static_cast<unsigned char>(first));
-    return bytes;
-}
-
 int put(CycleBuffer& ring, Bytes bytes) {
     return ring.write(bytes.data(), static_cast<int>(bytes.size()));
 }

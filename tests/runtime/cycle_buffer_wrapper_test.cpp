@@ -4,24 +4,19 @@
 
 #include <atomic>
 #include <future>
-#include <numeric>
 #include <random>
 #include <thread>
 #include <vector>
 
+#include "runtime/byte_sequence.h"
 #include "support/fake_time.h"
 
 namespace kelp {
 namespace {
 
+using test::Bytes;
 using test::FakeTime;
-using Bytes = std::vector<unsigned char>;
-
-Bytes sequence(int count, int first = 1) {
-    Bytes bytes(static_cast<size_t>(count));
-    std::iota(bytes.begin(), bytes.end(), static_cast<unsigned char>(first));
-    return bytes;
-}
+using test::sequence;
 
 class CycleBufferWrapperTest : public testing::Test {
 protected:

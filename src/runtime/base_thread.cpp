@@ -52,6 +52,7 @@ bool BaseThread::startThread() {
 void BaseThread::requestStop() {
     Log::Debug(kTag, "[%s] %s\n", name_.c_str(), "requestStop");
     stopRequested_ = true;
+    endRest();
 }
 
 bool BaseThread::isStopRequested() {
@@ -82,6 +83,14 @@ void BaseThread::sleepMilliSeconds(unsigned int ms) {
 
 void BaseThread::sleepSeconds(unsigned int s) {
     KelpTime::sleepMs(static_cast<int>(s * 1000U));
+}
+
+void BaseThread::rest(int ms, const std::function<bool()>& isWanted) {
+    rest_.forMs(ms, [&] { return isStopRequested() || (isWanted && isWanted()); });
+}
+
+void BaseThread::endRest() {
+    rest_.end();
 }
 
 }  // namespace kelp

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
+
+#include "runtime/rest.h"
 
 namespace kelp {
 
@@ -28,7 +31,7 @@ public:
     // Starts a thread on `Run`. The last one must have been joined. Does not take back a stop request.
     bool startThread();
 
-    // Asks `Run` to end. Wakes nothing: `Run` polls isStopRequested.
+    // Asks `Run` to end, which polls isStopRequested. Ends a rest; wakes nothing else.
     void requestStop();
     bool isStopRequested();
 
@@ -44,6 +47,15 @@ public:
     static void sleepMilliSeconds(unsigned int ms);
     static void sleepSeconds(unsigned int s);
 
+protected:
+    // Rests for `ms` milliseconds at most; called by `Run`. A stop ends the rest, or `isWanted`, which reads atomics
+    // alone: it is asked before the rest and at each endRest. A rest may be ended only by what the very next pass of
+    // the loop consumes. What no pass takes yet would end the next rest as well, and the loop would spin.
+    void rest(int ms, const std::function<bool()>& isWanted = {});
+
+    // For who has noted a request that a rest is to be ended by, afterwards. Any thread, under any lock.
+    void endRest();
+
 private:
     // The thread's body.
     virtual void Run() = 0;
@@ -51,6 +63,7 @@ private:
     std::string name_;
     std::unique_ptr<std::thread> thread_;  // running, or finished and not joined yet
     std::atomic<bool> stopRequested_{false};
+    Rest rest_;
 };
 
 }  // namespace kelp

@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <functional>
 #include <system_error>
 
@@ -29,6 +30,9 @@ public:
         requestStop();
         joinThread();
     }
+
+    using BaseThread::endRest;
+    using BaseThread::rest;
 
 private:
     void Run() override { body_(*this); }
@@ -203,6 +207,37 @@ TEST(BaseThread, SleepsThroughTheTimeClass) {
     BaseThread::sleepMilliSeconds(7);
     BaseThread::sleepSeconds(3);
     EXPECT_EQ(FakeTime::sleeps(), (std::vector<int>{7, 3000}));
+}
+
+TEST(BaseThread, AStopEndsARestAndLetsNoneBegin) {
+    FakeTime::reset();
+    FakeTime::setManual(true);
+    TestThread thread("Stage", [&](TestThread& self) {
+        self.rest(20);
+        self.rest(30, [] { return false; });
+    });
+    thread.startThread();
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    thread.endRest();
+    EXPECT_TRUE(FakeTime::waitForSleepers(1, 0));
+    thread.requestStop();
+    thread.joinThread();
+    EXPECT_EQ(FakeTime::sleeps(), (std::vector<int>{20}));
+    FakeTime::reset();
+}
+
+TEST(BaseThread, ARestEndsForWhatIsWanted) {
+    FakeTime::reset();
+    FakeTime::setManual(true);
+    std::atomic<bool> wanted{false};
+    TestThread thread("Stage", [&](TestThread& self) { self.rest(20, [&] { return wanted.load(); }); });
+    thread.startThread();
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    wanted = true;
+    thread.endRest();
+    thread.joinThread();
+    EXPECT_EQ(FakeTime::sleeps(), (std::vector<int>{20}));
+    FakeTime::reset();
 }
 
 TEST(ThreadName, IsSeenBySystemTools) {

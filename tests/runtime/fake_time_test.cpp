@@ -9,6 +9,7 @@
 
 #include "runtime/base_thread.h"
 #include "runtime/kelp_time.h"
+#include "runtime/rest.h"
 
 namespace kelp {
 namespace {
@@ -134,6 +135,54 @@ TEST_F(FakeTimeTest, ResetReleasesTheSleepers) {
     EXPECT_EQ(FakeTime::sleepCount(), 0);
     EXPECT_EQ(FakeTime::sleptMs(), 0);
     EXPECT_TRUE(FakeTime::sleeps().empty());
+}
+
+TEST_F(FakeTimeTest, ARestIsSteppedLikeASleep) {
+    FakeTime::reset(1000);
+    Rest rest;
+    rest.forMs(30, [] { return false; });
+    EXPECT_EQ(FakeTime::nowMs(), 1030);
+    FakeTime::setManual(true);
+    onAThread([&] { rest.forMs(10, [] { return false; }); });
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    FakeTime::advanceMs(9);
+    EXPECT_TRUE(FakeTime::waitForSleepers(1, 0));
+    FakeTime::advanceMs(1);
+    joinAll();
+    EXPECT_EQ(FakeTime::sleeps(), (std::vector<int>{30, 10}));
+}
+
+TEST_F(FakeTimeTest, ARestThatIsOverIsNone) {
+    FakeTime::reset(1000);
+    for (const bool manual : {false, true}) {
+        FakeTime::setManual(manual);
+        Rest().forMs(30, [] { return true; });
+    }
+    EXPECT_EQ(FakeTime::nowMs(), 1000);
+    EXPECT_EQ(FakeTime::sleepCount(), 0);
+}
+
+TEST_F(FakeTimeTest, ARestEndsWithoutTheClockForItsOwnReasonOnly) {
+    FakeTime::reset(1000);
+    FakeTime::setManual(true);
+    Rest rests[2];
+    std::atomic<bool> wanted{false};
+    for (auto& rest : rests) {
+        onAThread([&] { rest.forMs(10, [&] { return wanted.load(); }); });
+    }
+    onAThread([] { KelpTime::sleepMs(10); });
+    ASSERT_TRUE(FakeTime::waitForSleepers(3));
+    rests[0].end();
+    EXPECT_TRUE(FakeTime::waitForSleepers(3, 0));
+    wanted = true;
+    rests[0].end();
+    EXPECT_FALSE(FakeTime::waitForSleepers(3, 0));
+    EXPECT_TRUE(FakeTime::waitForSleepers(2, 0));
+    rests[1].end();
+    EXPECT_FALSE(FakeTime::waitForSleepers(2, 0));
+    EXPECT_EQ(FakeTime::nowMs(), 1000);
+    FakeTime::advanceMs(10);
+    joinAll();
 }
 
 TEST_F(FakeTimeTest, RunsPollingThreadsThroughTheirEventsInOrder) {

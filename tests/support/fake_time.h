@@ -5,7 +5,7 @@
 
 namespace kelp::test {
 
-// Steers the fake of the time class that test programs link in place of the real one. All operations may be called
+// Steers the fakes of KelpTime and Rest that test programs link in place of the real ones. All operations may be called
 // from any thread.
 //
 // Two modes. In the automatic mode, the default, a sleep returns at once and moves the clock on by what was asked, so
@@ -15,6 +15,8 @@ namespace kelp::test {
 //
 // The timer thread of a Worker polls for as long as the Worker lives and would run away with the automatic clock. Its
 // sleeps last a millisecond of real time there and leave the clock alone.
+//
+// A rest is a sleep that its predicate ends without the clock being moved; one that is over before it began is none.
 //
 // As with the real class only whole milliseconds are slept, and a sleep of less than one is a yield in both modes.
 class FakeTime {

@@ -1,3 +1,5 @@
+#include "support/fake_time.h"
+
 #include <pthread.h>
 
 #include <algorithm>
@@ -5,12 +7,13 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <thread>
 
 #include "runtime/kelp_time.h"
 #include "runtime/never_destroyed.h"
-#include "support/fake_time.h"
+#include "runtime/rest.h"
 
 namespace kelp::test {
 
@@ -86,16 +89,20 @@ public:
         return false;
     }
 
-    void sleep(int ms) {
+    // Not at all, or not to the end, if it is a `rest` and `isOver` holds.
+    void sleep(int ms, const Rest* rest = nullptr, const std::function<bool()>* isOver = nullptr) {
         const bool background = isBackgroundThread();
         std::unique_lock lock(mutex_);
+        if (isOver && (*isOver)()) {
+            return;
+        }
         ++sleepCount_;
         sleptMs_ += ms;
         if (sleeps_.size() < kMaxRecordedSleeps) {
             sleeps_.push_back(ms);
         }
         if (ms > 0 && manual_) {
-            Sleeper self{now_ + ms};
+            Sleeper self{now_ + ms, rest, isOver};
             sleepers_.push_back(&self);
             asleep_.notify_all();
             wake_.wait(lock, [&] { return self.awake; });
@@ -110,6 +117,11 @@ public:
         } else {
             std::this_thread::yield();
         }
+    }
+
+    void endRest(const Rest* rest) {
+        std::lock_guard lock(mutex_);
+        wakeIf([&](const Sleeper& sleeper) { return sleeper.rest == rest && (*sleeper.isOver)(); });
     }
 
     int64_t sleptMs() {
@@ -131,6 +143,8 @@ private:
     // A thread that sleeps in the manual mode; it lies on that thread's stack.
     struct Sleeper {
         int64_t wakeUpMs = 0;
+        const Rest* rest = nullptr;  // null for a mere sleep
+        const std::function<bool()>* isOver = nullptr;
         bool awake = false;
     };
 
@@ -220,6 +234,14 @@ void KelpTime::sleepMs(int ms) {
 
 void KelpTime::sleepUs(int us) {
     test::state().sleep(us > 0 ? us / 1000 : 0);
+}
+
+void Rest::forMs(int ms, const std::function<bool()>& isOver) {
+    test::state().sleep(ms, this, &isOver);
+}
+
+void Rest::end() {
+    test::state().endRest(this);
 }
 
 }  // namespace kelp

@@ -6,14 +6,13 @@
 #include "input/media_packet.h"
 #include "input/tick_math.h"
 #include "kelp_player/log.h"
-#include "runtime/kelp_time.h"
 
 namespace kelp {
 
 namespace {
 
 constexpr char kTag[] = "BaseDecodeThread";
-constexpr int kNoRoomSleepMs = 30;
+constexpr int kNoRoomRestMs = 30;
 
 // The packet's time in milliseconds, worked out in integers.
 long long logTimeMs(const MediaPacket& packet) {
@@ -36,7 +35,7 @@ void BaseDecodeThread::Run() {
             serveSeek();
         }
         if (!canDecode()) {
-            KelpTime::sleepMs(kNoRoomSleepMs);
+            rest(kNoRoomRestMs, [this] { return seekRequested_.load(); });
             continue;
         }
         if (auto packet = takePacket()) {
@@ -118,6 +117,7 @@ void BaseDecodeThread::seek(int seekTimeMs) {
     seekRequested_ = true;
     seekTimeMs_ = seekTimeMs;
     ++seekCount_;
+    endRest();
 }
 
 bool BaseDecodeThread::checkBuffer(int seekTimeMs) {

@@ -39,7 +39,8 @@ public:
     virtual int getQueuePacketSize();
 
     // Drops every waiting packet and leaves a seek for the thread, over one that it hasn't served yet. A thread that
-    // sleeps on its empty queue is not woken: it serves the seek when the next packet comes.
+    // rests for want of room serves it at once; one that sleeps on its empty queue is not woken: it serves the seek
+    // when the next packet comes.
     virtual void seek(int seekTimeMs);
 
     // Whether the queue reaches the time given. A time before the queue's first packet counts as reached.

@@ -11,7 +11,6 @@
 #include "input/tick_math.h"
 #include "kelp_player/log.h"
 #include "runtime/ffmpeg_compat.h"
-#include "runtime/kelp_time.h"
 
 extern "C" {
 #include <libavcodec/bsf.h>
@@ -27,11 +26,11 @@ constexpr const char* TAG = "StreamParser";
 constexpr int kMaxQueuedPackets = 200;  // video and audio together; nothing is read from there on
 constexpr int kMaxReadErrors = 5;       // in a row; one more and reading is given up
 
-constexpr int kPausedSleepMs = 50;
-constexpr int kQueuesFullSleepMs = 100;
-constexpr int kEndOfInputSleepMs = 100;
-constexpr int kReadErrorSleepMs = 30;
-constexpr int kDrainSleepMs = 30;
+constexpr int kPausedRestMs = 50;
+constexpr int kQueuesFullRestMs = 100;
+constexpr int kEndOfInputRestMs = 100;
+constexpr int kReadErrorRestMs = 30;
+constexpr int kDrainRestMs = 30;
 
 constexpr int64_t kSeekEndMarginUs = 1'000'000;  // no seek lands nearer to a known end
 constexpr int64_t kMaxReserveMs = 15000;         // key frames farther apart than this are not believed
@@ -52,7 +51,8 @@ void StreamParser::Run() {
     while (!isStopRequested()) {
         applyPauseRequest();
         if (isReadingHeldByPause()) {
-            KelpTime::sleepMs(kPausedSleepMs);
+            // Not until a seek: that isn't taken here.
+            rest(kPausedRestMs, [this] { return !paused_; });
             continue;
         }
         // Taken before the position is read: a request that comes in meanwhile stands for the next pass.
@@ -65,13 +65,13 @@ void StreamParser::Run() {
         }
         readQueueSizes();
         if (videoPacketQueueSize_ + audioPacketQueueSize_ >= kMaxQueuedPackets) {
-            KelpTime::sleepMs(kQueuesFullSleepMs);
+            rest(kQueuesFullRestMs, [this, told = lastPaused_] { return seekRequested_ || paused_ != told; });
             continue;
         }
         const int result = av_read_frame(formatContext_, &packet);
         if (result < 0) {
             handleReadError(result, state);
-            KelpTime::sleepMs(kReadErrorSleepMs);
+            rest(kReadErrorRestMs, [this] { return seekRequested_.load(); });
             continue;
         }
         state.readErrors = 0;
@@ -168,7 +168,7 @@ void StreamParser::waitAfterEnd(ReadState& state) {
             clearInputEnd();
             return;
         }
-        KelpTime::sleepMs(kEndOfInputSleepMs);
+        rest(kEndOfInputRestMs, [this] { return seekRequested_.load(); });
         if (isStopRequested()) {
             return;
         }
@@ -388,7 +388,7 @@ void StreamParser::waitQueueDrain() {
             return;
         }
         Log::Debug(TAG, "%s, aq:%d, vq:%d\n", "waitQueueDrain", audioQueueSize, videoQueueSize);
-        KelpTime::sleepMs(kDrainSleepMs);
+        rest(kDrainRestMs);
     }
 }
 

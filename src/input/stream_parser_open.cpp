@@ -170,6 +170,7 @@ void StreamParser::close() {
 
 bool StreamParser::pause(bool paused) {
     paused_ = paused;
+    endRest();
     return true;
 }
 
@@ -185,6 +186,7 @@ bool StreamParser::seek(int seekTimeMs) {
     Log::Debug(TAG, "seek to %lld us\n", static_cast<long long>(seekPosUs));
     // The distance across the seek is none of two key frames.
     lastKeyFramePts_ = -1;
+    endRest();
     return true;
 }
 

@@ -36,7 +36,7 @@ void BasePlayThread::Run() {
     while (!isStopRequested()) {
         pausedSeen_ = paused_;
         if (paused_ && seekTimeMs_ == -1) {
-            sleepMilliSeconds(kRetryMs);
+            restUntilSeek(kRetryMs);
         }
 
         std::unique_lock lock(queueMutex_);
@@ -119,7 +119,7 @@ std::shared_ptr<DecodedFrame> BasePlayThread::skipToTarget() {
 
 void BasePlayThread::present(const std::shared_ptr<DecodedFrame>& frame) {
     while (!onOutput(frame)) {
-        sleepMilliSeconds(kRetryMs);
+        restUntilSeek(kRetryMs);
         if (isStopRequested() || seekPending_) {
             return;
         }
@@ -131,9 +131,14 @@ void BasePlayThread::popPresented() {
     if (size > keepFrames_) {
         frameQueue_.pop();
     } else if (size == keepFrames_) {
-        // With the mutex held: producers and the control side wait as well.
-        sleepMilliSeconds(kKeepMs);
+        // With the mutex held: producers and the control side wait as well. A seek that has emptied the queue is
+        // pending.
+        restUntilSeek(kKeepMs);
     }
+}
+
+void BasePlayThread::restUntilSeek(int ms) {
+    rest(ms, [this] { return seekPending_.load(); });
 }
 
 bool BasePlayThread::start() {
@@ -202,6 +207,7 @@ void BasePlayThread::seek(int seekTimeMs, bool needFlush) {
     seekTimeMs_ = seekTimeMs;
     skipCount_ = 0;
     ++seekGeneration_;
+    endRest();
 }
 
 bool BasePlayThread::checkBuffer(int seekTimeMs) {

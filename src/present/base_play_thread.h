@@ -114,6 +114,9 @@ private:
     // Offers `frame` until it is done with, or a stop or a seek comes. No lock held.
     void present(const std::shared_ptr<DecodedFrame>& frame);
 
+    // Rests for `ms` milliseconds at most; a seek, which the next pass starts, ends it.
+    void restUntilSeek(int ms);
+
     const std::string threadName_;
     const int keepFrames_;
     std::queue<std::shared_ptr<DecodedFrame>> frameQueue_;  // front is next; guarded by queueMutex_

@@ -139,9 +139,9 @@ TEST_F(BaseDecodeThreadTest, KeepsPacketsWhileThereIsNoRoomAndServesASeekAllTheS
     EXPECT_EQ(FakeTime::sleepCount(), 2);
     EXPECT_THAT(thread_.events(), IsEmpty());
 
+    // The rest ends for it at once.
     thread_.seek(700);
     thread_.fillPacket(makePacket(701));
-    FakeTime::advanceMs(30);
     EXPECT_THAT(thread_.waitForEvents(1), ElementsAre("seek 700 flush"));
     ASSERT_TRUE(FakeTime::waitForSleepers(1));
     EXPECT_EQ(thread_.getQueuePacketSize(), 1);
@@ -404,14 +404,13 @@ TEST_F(BaseDecodeThreadTest, ExitsWithoutATurnWhenItWasStoppedBefore) {
     EXPECT_EQ(thread_.getQueuePacketSize(), 0);
 }
 
-TEST_F(BaseDecodeThreadTest, StopsWithinASleepForWantOfRoom) {
+TEST_F(BaseDecodeThreadTest, StopsWithinARestForWantOfRoom) {
     thread_.onCanDecode = [] { return false; };
     thread_.start();
     ASSERT_TRUE(FakeTime::waitForSleepers(1));
-    std::thread stopper([&] { thread_.stop(); });
-    FakeTime::setManual(false);
-    stopper.join();
+    thread_.stop();
     EXPECT_THAT(thread_.events(), ElementsAre("exit"));
+    EXPECT_EQ(FakeTime::sleepCount(), 1);
 }
 
 // Random interleavings of all that other threads do: nothing may hang, be decoded twice or be lost.

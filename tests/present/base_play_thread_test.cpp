@@ -486,6 +486,53 @@ TEST_F(BasePlayThreadTest, OffersAFrameAgainAfter50MsUntilItIsDoneWith) {
     EXPECT_THAT(FakeTime::sleeps(), ElementsAre(50, 50));
 }
 
+TEST_F(BasePlayThreadTest, ASeekEndsTheRestOfAPauseAndOneThatIsOfferedAgain) {
+    FakeTime::setManual(true);
+    RecordingPlayThread thread;
+    thread.fill({0, 40, 80});
+    thread.pause(true);
+    thread.start();
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    thread.pause(false);
+    thread.pause(true);
+    EXPECT_TRUE(FakeTime::waitForSleepers(1, 0));
+    thread.seek(40, /*needFlush=*/false);
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    EXPECT_THAT(thread.events(), ElementsAre("start 40", "finish 40", "out 40"));
+    EXPECT_EQ(FakeTime::nowMs(), 1'000'000);
+
+    // Held by its output, and not by the pause.
+    thread.output = [](int64_t) { return false; };
+    FakeTime::advanceMs(50);
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    thread.fill({120});
+    thread.pause(false);
+    EXPECT_TRUE(FakeTime::waitForSleepers(1, 0));
+    thread.seek(120, /*needFlush=*/false);
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    EXPECT_THAT(thread.events(),
+                ElementsAre("start 40", "finish 40", "out 40", "out 40", "start 120", "finish 120", "out 120"));
+    EXPECT_EQ(FakeTime::nowMs(), 1'000'050);
+}
+
+TEST_F(BasePlayThreadTest, AStopEndsEachRest) {
+    FakeTime::setManual(true);
+    for (const bool isPaused : {true, false}) {
+        for (const int keepFrames : {0, 1}) {
+            RecordingPlayThread thread(keepFrames);
+            thread.output = [&](int64_t) { return keepFrames == 1; };
+            thread.fill({0});
+            thread.pause(isPaused);
+            thread.start();
+            ASSERT_TRUE(FakeTime::waitForSleepers(1));
+            thread.stop();
+            EXPECT_EQ(FakeTime::nowMs(), 1'000'000);
+            EXPECT_EQ(FakeTime::sleeps().back(), isPaused || keepFrames == 0 ? 50 : 30);
+        }
+    }
+    EXPECT_EQ(FakeTime::sleepCount(), 4);
+}
+
 TEST_F(BasePlayThreadTest, ASeekEndsTheRepetitionAndTheFrameIsPoppedLikeAnyOther) {
     FakeTime::setManual(true);
     RecordingPlayThread thread;
@@ -495,7 +542,6 @@ TEST_F(BasePlayThreadTest, ASeekEndsTheRepetitionAndTheFrameIsPoppedLikeAnyOther
     thread.start();
     ASSERT_TRUE(FakeTime::waitForSleepers(1));
     thread.seek(40, /*needFlush=*/false);
-    FakeTime::advanceMs(50);
     ASSERT_TRUE(thread.waitFor("idle"));
     EXPECT_THAT(thread.events(), ElementsAre("out 0", "start 40", "finish 40", "out 40", "out 80"));
     // Frame 0 was popped as presented, not skipped.
@@ -573,17 +619,20 @@ TEST_F(BasePlayThreadTest, AFrameThatFollowsAFlushDuringOutputIsPoppedUnseen) {
     EXPECT_TRUE(log.has("skip count:0, pts:540, duration:40, seekTime:500, skipLimit:500, left q.size:1\n"));
 }
 
-TEST_F(BasePlayThreadTest, AFlushDuringOutputEndsInASleepOf30Ms) {
-    RecordingPlayThread thread;
-    thread.output = [&](int64_t) {
-        thread.seek(500, /*needFlush=*/true);
-        return true;
-    };
-    thread.fill({0});
-    thread.start();
-    ASSERT_TRUE(thread.waitFor("start 500"));
-    ASSERT_TRUE(thread.waitFor("idle"));
-    EXPECT_THAT(FakeTime::sleeps(), ElementsAre(30));
+TEST_F(BasePlayThreadTest, AFlushDuringOutputEndsInARestOf30MsUnlessASeekIsPending) {
+    for (const bool isSeek : {false, true}) {
+        FakeTime::reset();
+        RecordingPlayThread thread;
+        thread.output = [&](int64_t) {
+            isSeek ? thread.seek(500, /*needFlush=*/true) : static_cast<void>(thread.clearBuffer(500));
+            return true;
+        };
+        thread.fill({0});
+        thread.start();
+        ASSERT_TRUE(thread.waitFor("idle"));
+        EXPECT_EQ(FakeTime::sleeps(), isSeek ? std::vector<int>() : std::vector<int>{30});
+        EXPECT_EQ(thread.events().size(), isSeek ? 2U : 1U);
+    }
 }
 
 // Seeks.
@@ -832,20 +881,19 @@ TEST_F(BasePlayThreadTest, ServesTheLastOfSeeksThatOvertakeEachOther) {
 }
 
 TEST_F(BasePlayThreadTest, AStopBeforeTheWaitIsSeenAtOnce) {
-    FakeTime::setManual(true);
     RecordingPlayThread thread;
-    thread.pause(true);
-    thread.start();
-    ASSERT_TRUE(FakeTime::waitForSleepers(1));
     LogCapture log;
-    std::thread stopper([&] { thread.stop(); });
-    // The wake-up has gone out, and the loop is still ahead of its wait.
-    while (!log.has("] joinThread\n")) {
-        std::this_thread::yield();
-    }
-    FakeTime::advanceMs(50);
-    stopper.join();
-    EXPECT_THAT(thread.events(/*withIdle=*/true), ElementsAre("exit"));
+    thread.seekStart = [&](int) {
+        // The wake-up has gone out, and the loop is still ahead of its wait.
+        while (!log.has("] joinThread\n")) {
+            std::this_thread::yield();
+        }
+    };
+    thread.seek(0, /*needFlush=*/false);
+    thread.start();
+    ASSERT_TRUE(thread.waitFor("start 0"));
+    thread.stop();
+    EXPECT_THAT(thread.events(/*withIdle=*/true), ElementsAre("start 0", "exit"));
 }
 
 TEST_F(BasePlayThreadTest, StopsAtAnyMoment) {

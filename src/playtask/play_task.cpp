@@ -30,7 +30,12 @@ bool PlayTask::loadFileAsync(const std::string& fileName, int seekTime) {
         return false;
     }
     fileName_ = fileName;
-    loadThread_ = std::make_unique<std::thread>([this, fileName, seekTime] { load(fileName, seekTime); });
+    // What the load raises may bring a stop and the next load at once: they are to find this thread object.
+    std::lock_guard lock(loadMutex_);
+    loadThread_ = std::make_unique<std::thread>([this, fileName, seekTime] {
+        { std::lock_guard stored(loadMutex_); }
+        load(fileName, seekTime);
+    });
     return true;
 }
 

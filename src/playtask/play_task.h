@@ -173,6 +173,9 @@ private:
     void startVideo(const StreamInfo& streamInfo, const CodecInfo& codecInfo);
     std::shared_ptr<VideoDecodeThread> startVideoDecode(const StreamInfo& streamInfo, const CodecInfo& codecInfo);
 
+    template <class PlayThread>
+    void stopPlayThread(AtomicSharedPtr<PlayThread>& slot);
+
     // Queues the packet for display as it is, as a frame without size.
     void passThrough(const VideoPacket& packet);
 
@@ -215,6 +218,7 @@ private:
     std::shared_ptr<StreamParser> streamParser_;
 
     std::unique_ptr<std::thread> loadThread_;  // from `loadFileAsync` to `stop`
+    std::mutex loadMutex_;                     // held until it is stored; the thread begins behind it
 
     // From the end of the load to `stop`.
     AtomicSharedPtr<StreamInfo> streamInfo_;
@@ -226,7 +230,8 @@ private:
     std::atomic<HwDecodeMode> hwDecodeMode_{HW_DECODE_ALL};
     float speed_ = 1.0f;  // guarded by settingMutex_
 
-    // From `play` to `stop`; a stage that failed is empty.
+    // From `play`, when they run, to `stop`; a stage that failed is empty. The play threads come and go under
+    // settingMutex_.
     AtomicSharedPtr<VideoDecodeThread> videoDecodeThread_;
     AtomicSharedPtr<AudioDecodeThread> audioDecodeThread_;
     AtomicSharedPtr<VideoPlayThread> videoPlayThread_;

@@ -22,14 +22,13 @@ void discard(DecodeThread& thread) {
 template <class DecodeThread>
 class DiscardOnThrow {
 public:
-    DiscardOnThrow(AtomicSharedPtr<DecodeThread>& slot, DecodeThread& thread) : slot_(slot), thread_(thread) {}
+    explicit DiscardOnThrow(DecodeThread& thread) : thread_(thread) {}
     DiscardOnThrow(const DiscardOnThrow&) = delete;
     DiscardOnThrow& operator=(const DiscardOnThrow&) = delete;
     ~DiscardOnThrow() {
         if (std::uncaught_exceptions() == exceptions_) {
             return;
         }
-        slot_.store(nullptr);
         try {
             discard(thread_);
         } catch (const std::exception&) {
@@ -38,7 +37,6 @@ public:
     }
 
 private:
-    AtomicSharedPtr<DecodeThread>& slot_;
     DecodeThread& thread_;
     const int exceptions_ = std::uncaught_exceptions();
 };
@@ -85,43 +83,41 @@ bool PlayTask::play() {
     return streamParser_->start();
 }
 
+// Others see a stage only when it runs: what sets it up is not for two threads at once.
 void PlayTask::startAudio(const CodecInfo& codecInfo) {
     const auto audioDecode = startAudioDecode(codecInfo);
+    audioDecodeThread_.store(audioDecode);
     if (!audioDecode) {
         return;
     }
     const auto audioPlay = std::make_shared<AudioPlayThread>();
-    audioPlayThread_.store(audioPlay);
     audioPlay->init(shared_from_this());
     audioPlay->setOutputSpec(audioOutputSpec_);
+    // A speed that comes meanwhile waits until it finds the thread.
+    std::lock_guard lock(settingMutex_);
     if (audioPlay->isSupportSpeedAdjust()) {
         // The output follows the clock by its tempo; the decoder need not.
-        {
-            std::lock_guard lock(settingMutex_);
-            audioPlay->setSpeed(speed_);
-        }
+        audioPlay->setSpeed(speed_);
         audioDecode->openSync(false);
     }
     if (!audioPlay->start()) {
         Log::Error(kTag, "play, start audio play thread failed\n");
-        audioPlayThread_.store(nullptr);
+        return;
     }
+    audioPlayThread_.store(audioPlay);
 }
 
 std::shared_ptr<AudioDecodeThread> PlayTask::startAudioDecode(const CodecInfo& codecInfo) {
-    const auto audioDecode = std::make_shared<AudioDecodeThread>();
-    audioDecodeThread_.store(audioDecode);
-    const DiscardOnThrow guard(audioDecodeThread_, *audioDecode);
+    auto audioDecode = std::make_shared<AudioDecodeThread>();
+    const DiscardOnThrow guard(*audioDecode);
     if (!audioDecode->open(codecInfo.audioCodecType, codecInfo.audioParameters, audioOutputSpec_, shared_from_this())) {
         Log::Error(kTag, "play, failed open audio decoder\n");
-        audioDecodeThread_.store(nullptr);
         discard(*audioDecode);
         return nullptr;
     }
     audioDecode->openSync(true);
     if (!audioDecode->start()) {
         Log::Error(kTag, "play, failed start audio decode thread\n");
-        audioDecodeThread_.store(nullptr);
         discard(*audioDecode);
         return nullptr;
     }
@@ -129,17 +125,22 @@ std::shared_ptr<AudioDecodeThread> PlayTask::startAudioDecode(const CodecInfo& c
 }
 
 void PlayTask::startVideo(const StreamInfo& streamInfo, const CodecInfo& codecInfo) {
-    if (!startVideoDecode(streamInfo, codecInfo)) {
+    const auto videoDecode = startVideoDecode(streamInfo, codecInfo);
+    videoDecodeThread_.store(videoDecode);
+    if (!videoDecode) {
         return;
     }
     const auto videoPlay = std::make_shared<VideoPlayThread>(streamInfo.is_live, renderTiming_.get());
-    videoPlayThread_.store(videoPlay);
     videoPlay->init(shared_from_this());
     if (!videoPlay->start(codecInfo.frameRate)) {
         Log::Error(kTag, "play, start video play thread failed\n");
-        videoPlayThread_.store(nullptr);
         return;
     }
+    {
+        std::lock_guard lock(settingMutex_);
+        videoPlayThread_.store(videoPlay);
+    }
+    // Behind that: a window that the list doesn't have yet reaches the thread by itself.
     std::lock_guard lock(windowMutex_);
     for (const auto& info : windowInfos_) {
         if (info.handle) {
@@ -150,19 +151,16 @@ void PlayTask::startVideo(const StreamInfo& streamInfo, const CodecInfo& codecIn
 
 std::shared_ptr<VideoDecodeThread> PlayTask::startVideoDecode(const StreamInfo& streamInfo,
                                                               const CodecInfo& codecInfo) {
-    const auto videoDecode = std::make_shared<VideoDecodeThread>();
-    videoDecodeThread_.store(videoDecode);
-    const DiscardOnThrow guard(videoDecodeThread_, *videoDecode);
+    auto videoDecode = std::make_shared<VideoDecodeThread>();
+    const DiscardOnThrow guard(*videoDecode);
     if (!videoDecode->open(codecInfo.videoCodecType, codecInfo.videoParameters, codecInfo.pixFormat, enableHwDecoder_,
                            hwDecodeMode_, streamInfo.is_live, shared_from_this())) {
         Log::Error(kTag, "play, failed open video decode thread\n");
-        videoDecodeThread_.store(nullptr);
         discard(*videoDecode);
         return nullptr;
     }
     if (!videoDecode->start()) {
         Log::Error(kTag, "play, failed start video decode thread\n");
-        videoDecodeThread_.store(nullptr);
         discard(*videoDecode);
         return nullptr;
     }
@@ -198,14 +196,8 @@ bool PlayTask::stop() {
         audioDecode->stop();
         audioDecodeThread_.store(nullptr);
     }
-    if (const auto videoPlay = videoPlayThread_.load()) {
-        videoPlay->stop();
-        videoPlayThread_.store(nullptr);
-    }
-    if (const auto audioPlay = audioPlayThread_.load()) {
-        audioPlay->stop();
-        audioPlayThread_.store(nullptr);
-    }
+    stopPlayThread(videoPlayThread_);
+    stopPlayThread(audioPlayThread_);
 
     durationMs_ = 0;
     playDetailWidth_ = 0;
@@ -234,6 +226,19 @@ bool PlayTask::stop() {
     }
     Log::Info(kTag, "%s end\n", "stop");
     return true;
+}
+
+template <class PlayThread>
+void PlayTask::stopPlayThread(AtomicSharedPtr<PlayThread>& slot) {
+    const auto thread = slot.load();
+    if (!thread) {
+        return;
+    }
+    thread->stop();
+    // Two that follow each other would keep each other alive, and nobody gives it a master behind this.
+    std::lock_guard lock(settingMutex_);
+    slot.store(nullptr);
+    thread->setSyncObject(nullptr);
 }
 
 }  // namespace kelp

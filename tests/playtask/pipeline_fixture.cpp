@@ -14,6 +14,9 @@ std::atomic<int> PipelineFaults::failingMediaType{-2};
 std::atomic<bool> PipelineFaults::noSoundTouch{false};
 std::atomic<int> PipelineFaults::threadsUntilNone{0};
 std::atomic<int> PipelineFaults::threadsUntilThrow{0};
+std::function<void()> PipelineFaults::atThread;
+std::function<void()> PipelineFaults::atStage;
+std::function<void()> PipelineFaults::atTempo;
 std::mutex PipelineFaults::temposMutex;
 std::vector<float> PipelineFaults::tempos;
 
@@ -22,6 +25,9 @@ void PipelineFaults::reset() {
     noSoundTouch = false;
     threadsUntilNone = 0;
     threadsUntilThrow = 0;
+    atThread = nullptr;
+    atStage = nullptr;
+    atTempo = nullptr;
     std::lock_guard lock(temposMutex);
     tempos.clear();
 }
@@ -55,6 +61,9 @@ void START_THREAD(__wrap_)(std::thread* self, void* state, void (*depend)()) {
         throw std::system_error(EAGAIN, std::generic_category());
     }
     START_THREAD(__real_)(self, state, depend);
+    if (PipelineFaults::atThread) {
+        PipelineFaults::atThread();
+    }
 }
 
 // BaseThread::startThread.
@@ -62,6 +71,9 @@ bool __real__ZN4kelp10BaseThread11startThreadEv(kelp::BaseThread* self);
 bool __wrap__ZN4kelp10BaseThread11startThreadEv(kelp::BaseThread* self) {
     if (PipelineFaults::threadsUntilNone > 0 && --PipelineFaults::threadsUntilNone == 0) {
         return false;
+    }
+    if (PipelineFaults::atStage) {
+        PipelineFaults::atStage();
     }
     return __real__ZN4kelp10BaseThread11startThreadEv(self);
 }
@@ -76,6 +88,9 @@ void __wrap_soundtouch_setTempo(void* handle, float tempo) {
     {
         std::lock_guard lock(PipelineFaults::temposMutex);
         PipelineFaults::tempos.push_back(tempo);
+    }
+    if (PipelineFaults::atTempo) {
+        PipelineFaults::atTempo();
     }
     __real_soundtouch_setTempo(handle, tempo);
 }

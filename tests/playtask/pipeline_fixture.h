@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -26,6 +27,10 @@ struct PipelineFaults {
     static std::atomic<bool> noSoundTouch;
     static std::atomic<int> threadsUntilNone;   // the how manieth stage from now gets no thread; 0 for none
     static std::atomic<int> threadsUntilThrow;  // the how manieth thread from now the system refuses; 0 for none
+    // Called on the thread that comes by. A test that sets one stops its playback before it ends.
+    static std::function<void()> atThread;  // the system has started a thread, and the caller doesn't know of it yet
+    static std::function<void()> atStage;   // a stage is about to start its thread
+    static std::function<void()> atTempo;   // the tempo library is being called
     static std::mutex temposMutex;
     static std::vector<float> tempos;  // asked for, guarded by temposMutex
 

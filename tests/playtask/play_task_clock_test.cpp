@@ -202,5 +202,63 @@ TEST_F(PlayTaskClocks, SettleOnTheLastSettingOfTwoThreads) {
     EXPECT_EQ(followedByAudio(), clock);
 }
 
+// Sound that takes its time over its master, unless the playback has been stopped meanwhile.
+class SlowSound : public AudioPlayThread {
+public:
+    void setSyncObject(std::shared_ptr<SyncObject> master) override {
+        if (master) {
+            asked = true;
+            TaskUnderTest::waitUntil([&] { return stopped.load(); }, 50);
+        }
+        AudioPlayThread::setSyncObject(std::move(master));
+    }
+    std::atomic<bool> asked{false};
+    std::atomic<bool> stopped{false};
+};
+
+// Sound and picture that follow each other would keep each other for good.
+TEST_F(PlayTaskClocks, LetGoOfEachOtherAtAStopWhateverIsSetMeanwhile) {
+    addVideo();
+    auto slow = std::make_shared<SlowSound>();
+    under.peer.set(std::shared_ptr<AudioPlayThread>(slow));
+    under.task->setSyncMasterMode(SYNC_MASTER_AUDIO);
+    EXPECT_EQ(followedByVideo(), slow);
+    std::thread host([&] { under.task->setSyncMasterMode(SYNC_MASTER_VIDEO); });
+    ASSERT_TRUE(TaskUnderTest::waitUntil([&] { return slow->asked.load(); }));
+    under.task->stop();
+    slow->stopped = true;
+    host.join();
+    const std::weak_ptr<VideoPlayThread> oldVideo = std::exchange(video, nullptr);
+    const std::weak_ptr<AudioPlayThread> oldAudio = std::exchange(slow, nullptr);
+    EXPECT_TRUE(oldVideo.expired());
+    EXPECT_TRUE(oldAudio.expired());
+}
+
+// The master is chosen among the threads that there are, and they go one by one.
+TEST_F(PlayTaskClocks, MakeNobodyItsOwnMaster) {
+    LogCapture quiet(-1);
+    for (int i = 0; i < 300; ++i) {
+        addVideo();
+        addAudio();
+        std::atomic<bool> began{false};
+        std::atomic<bool> stopped{false};
+        std::thread host([&] {
+            while (!stopped) {
+                under.task->setSyncMasterMode(SYNC_MASTER_VIDEO);
+                began = true;
+            }
+        });
+        while (!began) {
+            std::this_thread::yield();
+        }
+        under.task->stop();
+        stopped = true;
+        host.join();
+        ASSERT_NE(followedByAudio(), audio);
+        ASSERT_EQ(followedByAudio(), nullptr);
+        ASSERT_EQ(followedByVideo(), nullptr);
+    }
+}
+
 }  // namespace
 }  // namespace kelp::test

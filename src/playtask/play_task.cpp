@@ -118,8 +118,8 @@ bool PlayTask::setVolume(float volume) {
 }
 
 int PlayTask::getCurrentTime() {
-    if (isSeeking_) {
-        return seekingTimeMs_;
+    if (const auto target = seekTurns_.target()) {
+        return *target;
     }
     if (const auto videoPlay = videoPlayThread_.load()) {
         return static_cast<int>(videoPlay->getCurrentTime());

@@ -24,6 +24,7 @@
 #include "kelp_player/codec_info.h"
 #include "kelp_player/types.h"
 #include "playtask/event_type.h"
+#include "playtask/seek_turns.h"
 #include "present/audio_play_thread.h"
 #include "present/video_play_thread.h"
 #include "runtime/atomic_shared_ptr.h"
@@ -53,7 +54,7 @@ struct PlayDetailInfo {
 // The task and its parser hold each other from `init` on, so they, the extrapolator and the render timing stay
 // allocated for good; after `stop` no thread runs in them.
 //
-// Lock order: seekRunMutex_, a decode thread's queue mutex, a play thread's queue mutex, seekMutex_, the worker's.
+// Lock order: seekRunMutex_, a decode thread's queue mutex, a play thread's queue mutex, the worker's.
 class PlayTask : public StreamParserObserver,
                  public VideoDecodeThreadObserver,
                  public AudioDecodeThreadObserver,
@@ -184,16 +185,14 @@ private:
 
     // The levels of a seek, from the nearest to the farthest place that holds the target; seekRunMutex_ is held.
     bool startSeek(int seekTimeMs);
+    void logSeek(int seekTimeMs) const;
     int clampToDuration(int seekTimeMs) const;
-    // True if a seek is under way and the request now waits for its end.
-    bool parkSeek(int seekTimeMs);
     bool seekInFrameQueues(int seekTimeMs);
     bool seekInPacketQueues(int seekTimeMs);
 
-    // Starts the last request that waits, on the worker.
-    void processBufferedSeekRequest();
-    // `generation`: of the requests, when this one was taken from those that wait.
-    void replaySeek(int seekTimeMs, unsigned int generation);
+    // Starts the last request that has waited, on the worker.
+    void postReplay(SeekTurns::Next next);
+    void replaySeek(SeekTurns::Next next);
 
     std::shared_ptr<FrameBuffer> allocFrameBuffer(BufferPool& pool, std::mutex& mutex, unsigned int size,
                                                   bool withMargin);
@@ -254,13 +253,8 @@ private:
     // asked for is the one in force. The stages' threads never take it.
     std::mutex settingMutex_;
 
-    std::atomic<bool> isSeeking_{false};   // a seek is under way through the stages
-    std::atomic<int> seekingTimeMs_{0};    // its target
-    std::vector<int> seekQueue_;           // targets that wait for its end; guarded by seekMutex_
-    unsigned int seekGeneration_ = 0;      // counts the stops, which drop what waits; guarded by seekMutex_
-    std::mutex seekMutex_;                 // held while the end of a seek and a new request look at each other
-    std::mutex seekRunMutex_;              // held through a seek on the control side: one at a time
-    bool seekReachedDecodeQueue_ = false;  // a decode thread has announced it; guarded by seekRunMutex_
+    SeekTurns seekTurns_{SeekRule::Standard};
+    std::mutex seekRunMutex_;  // held through a seek on the control side: one at a time
 
     BufferPool pixBufferPool_;  // guarded by pixPoolMutex_
     std::mutex pixPoolMutex_;

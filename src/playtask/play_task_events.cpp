@@ -111,7 +111,7 @@ void PlayTask::onVideoDecodeFailed() {
 void PlayTask::onVideoDecodeNoMoreFrame() {
     Log::Debug(kTag, "%s\n", "onVideoDecodeNoMoreFrame");
     // No picture will end a seek that landed behind the last key frame.
-    isSeeking_ = false;
+    seekTurns_.noMoreFrame();
 }
 
 void PlayTask::onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) {
@@ -142,9 +142,8 @@ void PlayTask::onFirstAudioFrame(int64_t framePtsMs) {
 }
 
 void PlayTask::onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) {
-    std::lock_guard lock(seekMutex_);
     Log::Debug(kTag, "%s, isSeeking_:%d, seekQueue:%d, max video pts:%lld, audio pts:%lld\n", "onFileEnd",
-               isSeeking_.load(), static_cast<int>(seekQueue_.size()), static_cast<long long>(maxVideoPtsMs),
+               seekTurns_.target().has_value(), seekTurns_.waiting(), static_cast<long long>(maxVideoPtsMs),
                static_cast<long long>(maxAudioPtsMs));
     if (const auto videoPlay = videoPlayThread_.load()) {
         videoPlay->setMaxPtsMs(maxVideoPtsMs);
@@ -161,16 +160,15 @@ void PlayTask::onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) {
 }
 
 void PlayTask::onPlaybackCompleted() {
-    if (isSeeking_) {
-        isSeeking_ = false;
-        std::lock_guard lock(seekMutex_);
-        seekQueue_.clear();
+    if (seekTurns_.completed()) {
+        raise(EVENT_COMPLETED, 0, 0, 0);
     }
-    raise(EVENT_COMPLETED, 0, 0, 0);
 }
 
 void PlayTask::onPlayFailed() {
-    raise(EVENT_FAILED, ERROR_TYPE_STREAM, 1, 0);
+    if (seekTurns_.failed()) {
+        raise(EVENT_FAILED, ERROR_TYPE_STREAM, 1, 0);
+    }
 }
 
 }  // namespace kelp

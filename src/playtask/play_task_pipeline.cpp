@@ -205,12 +205,7 @@ bool PlayTask::stop() {
     playDetailRotate_ = 0;
     playDetailFps_ = 0;
 
-    isSeeking_ = false;
-    {
-        std::lock_guard lock(seekMutex_);
-        seekQueue_.clear();
-        ++seekGeneration_;
-    }
+    seekTurns_.forget();
 
     // All threads have ended, so no frame comes back behind this.
     {

@@ -8,28 +8,33 @@
 namespace kelp {
 
 bool PlayTask::seek(int seekTimeMs) {
+    logSeek(seekTimeMs);
+    // One that only waits isn't held up by the one that is on its way to the stages.
+    if (seekable_ && seekTurns_.park(clampToDuration(seekTimeMs))) {
+        return true;
+    }
     std::lock_guard lock(seekRunMutex_);
     return startSeek(seekTimeMs);
 }
 
-bool PlayTask::startSeek(int seekTimeMs) {
+void PlayTask::logSeek(int seekTimeMs) const {
     Log::Info(kTag, "%s, seekTimeMs:%d, seekable:%d\n", "seek", seekTimeMs, seekable_.load());
+}
+
+bool PlayTask::startSeek(int seekTimeMs) {
     if (!seekable_) {
         return false;
     }
     seekTimeMs = clampToDuration(seekTimeMs);
-    if (parkSeek(seekTimeMs)) {
+    if (seekTurns_.request(seekTimeMs)) {
         return true;
     }
     if (seekInFrameQueues(seekTimeMs)) {
+        seekTurns_.served();
         return true;
     }
-    seekingTimeMs_ = seekTimeMs;
-    isSeeking_ = true;
-    if (seekInPacketQueues(seekTimeMs)) {
-        return true;
-    }
-    return streamParser_ && streamParser_->seek(seekTimeMs);
+    seekTurns_.start(seekTimeMs);
+    return seekInPacketQueues(seekTimeMs) || (streamParser_ && streamParser_->seek(seekTimeMs));
 }
 
 int PlayTask::clampToDuration(int seekTimeMs) const {
@@ -38,23 +43,6 @@ int PlayTask::clampToDuration(int seekTimeMs) const {
     }
     const int64_t durationMs = durationMs_;
     return durationMs >= 1 && seekTimeMs > durationMs ? static_cast<int>(durationMs) : seekTimeMs;
-}
-
-bool PlayTask::parkSeek(int seekTimeMs) {
-    if (!isSeeking_) {
-        return false;
-    }
-    std::lock_guard lock(seekMutex_);
-    // The seek may have ended and looked at the queue since: nobody would come for this request then.
-    if (!isSeeking_) {
-        return false;
-    }
-    Log::Debug(kTag, "%s, seekTimeMs:%d, reqQueue.size:%d, now is seeking...\n", "seek", seekTimeMs,
-               static_cast<int>(seekQueue_.size()));
-    if (seekQueue_.empty() || seekQueue_.back() != seekTimeMs) {
-        seekQueue_.push_back(seekTimeMs);
-    }
-    return true;
 }
 
 bool PlayTask::seekInFrameQueues(int seekTimeMs) {
@@ -81,30 +69,26 @@ bool PlayTask::seekInFrameQueues(int seekTimeMs) {
 bool PlayTask::seekInPacketQueues(int seekTimeMs) {
     const auto videoDecode = videoDecodeThread_.load();
     const auto audioDecode = audioDecodeThread_.load();
-    seekReachedDecodeQueue_ = false;
+    // Between the question and the order the thread may take its last packet: no play thread knows of the seek then,
+    // and nothing would end it.
+    const auto reaches = [seekTimeMs](auto& decode) {
+        return decode.checkBuffer(seekTimeMs) && decode.clearBuffer(seekTimeMs);
+    };
     if (videoDecode) {
-        if (!videoDecode->checkBuffer(seekTimeMs)) {
-            return false;
-        }
-        videoDecode->clearBuffer(seekTimeMs);
-        // The thread may have taken the last packet since: no play thread knows of the seek then, and nothing would
-        // end it.
-        if (!seekReachedDecodeQueue_) {
+        if (!reaches(*videoDecode)) {
             return false;
         }
         if (audioDecode) {
             audioDecode->clearBuffer(seekTimeMs);
         }
-        return true;
-    }
-    if (!audioDecode || !audioDecode->checkBuffer(seekTimeMs)) {
+    } else if (!audioDecode || !reaches(*audioDecode)) {
         return false;
     }
-    audioDecode->clearBuffer(seekTimeMs);
-    return seekReachedDecodeQueue_;
+    return seekTurns_.isTaken();
 }
 
 void PlayTask::onSeekStart(int seekTimeMs) {
+    seekTurns_.taken();
     if (const auto videoDecode = videoDecodeThread_.load()) {
         videoDecode->seek(seekTimeMs);
     }
@@ -118,17 +102,16 @@ void PlayTask::onSeekCompleted() {
 }
 
 void PlayTask::onVideoDecodeSeek(int seekTimeMs, bool flush) {
-    if (!flush) {
-        seekReachedDecodeQueue_ = true;
-    }
     if (const auto videoPlay = videoPlayThread_.load()) {
+        seekTurns_.arrived();
         videoPlay->seek(seekTimeMs, flush);
     }
 }
 
 void PlayTask::onAudioDecodeSeek(int seekTimeMs, bool flush) {
-    if (!flush) {
-        seekReachedDecodeQueue_ = true;
+    // Video, where there is any, ends the seek.
+    if (!videoPlayThread_.load()) {
+        seekTurns_.arrived();
     }
     if (const auto audioPlay = audioPlayThread_.load()) {
         audioPlay->seek(seekTimeMs, flush);
@@ -140,38 +123,26 @@ void PlayTask::finishSeek(int64_t framePtsMs) {
         clock->save(framePtsMs);
         clock->restore();
     }
-    // Before the queue is looked at: a request that still finds the flag under seekMutex_ is in the queue by then.
-    isSeeking_ = false;
-    processBufferedSeekRequest();
+    if (const auto next = seekTurns_.firstFrame()) {
+        postReplay(*next);
+    }
 }
 
-void PlayTask::processBufferedSeekRequest() {
-    std::lock_guard lock(seekMutex_);
-    if (seekQueue_.empty()) {
-        return;
-    }
-    const int target = seekQueue_.back();
-    const int count = static_cast<int>(seekQueue_.size());
-    seekQueue_.clear();
-    Log::Debug(kTag, "%s, startSeek seekTimeMs:%d, queueSize:%d\n", "processBufferedSeekRequest", target, count);
+void PlayTask::postReplay(SeekTurns::Next next) {
     // Not on this thread: it is a play thread that holds its queue mutex.
-    worker_->task([weakTask = std::weak_ptr<PlayTask>(shared_from_this()), target, generation = seekGeneration_] {
+    worker_->task([weakTask = std::weak_ptr<PlayTask>(shared_from_this()), next] {
         if (const auto task = weakTask.lock()) {
-            task->replaySeek(target, generation);
+            task->replaySeek(next);
         }
     });
 }
 
-void PlayTask::replaySeek(int seekTimeMs, unsigned int generation) {
+void PlayTask::replaySeek(SeekTurns::Next next) {
     std::lock_guard lock(seekRunMutex_);
-    {
-        // A stop in between has dropped the request; what is open now may be another source.
-        std::lock_guard queueLock(seekMutex_);
-        if (generation != seekGeneration_) {
-            return;
-        }
+    if (seekTurns_.isDue(next.turn)) {
+        logSeek(next.timeMs);
+        startSeek(next.timeMs);
     }
-    startSeek(seekTimeMs);
 }
 
 }  // namespace kelp

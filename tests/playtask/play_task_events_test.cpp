@@ -308,10 +308,11 @@ TEST_F(PlayTaskEvents, GiveUpWaitingSeeksAtTheEnd) {
     under.peer.setSeekable(true, 2000);
     under.peer.setSeeking(true, 1900);
     EXPECT_TRUE(under.task->seek(100));
-    EXPECT_THAT(under.peer.seekQueue(), ElementsAre(100));
+    EXPECT_EQ(under.peer.seeksWaiting(), 1);
+    EXPECT_EQ(under.peer.newestSeek(), 100);
     under.fromParser().onPlaybackCompleted();
     EXPECT_FALSE(under.peer.isSeeking());
-    EXPECT_THAT(under.peer.seekQueue(), IsEmpty());
+    EXPECT_EQ(under.peer.seeksWaiting(), 0);
     EXPECT_THAT(under.events(), ElementsAre(Event{EVENT_COMPLETED, 0, 0, 0}));
 }
 
@@ -323,7 +324,8 @@ TEST_F(PlayTaskEvents, EndASeekThatNoPictureWillEnd) {
     under.fromVideoDecode().onVideoDecodeNoMoreFrame();
     EXPECT_FALSE(under.peer.isSeeking());
     // What waits goes on waiting, for the next first frame.
-    EXPECT_THAT(under.peer.seekQueue(), ElementsAre(100));
+    EXPECT_EQ(under.peer.seeksWaiting(), 1);
+    EXPECT_EQ(under.peer.newestSeek(), 100);
     EXPECT_THAT(linesOf(log), ElementsAre("[PlayTask]: onVideoDecodeNoMoreFrame\n"));
     EXPECT_THAT(under.events(), IsEmpty());
 }

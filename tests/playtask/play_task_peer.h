@@ -46,17 +46,26 @@ public:
         task_.seekable_ = seekable;
         task_.durationMs_ = durationMs;
     }
+    // Makes a seek to `timeMs` run, or ends the one that does as a stage does where the input has no more frame.
     void setSeeking(bool seeking, int timeMs) {
-        task_.seekingTimeMs_ = timeMs;
-        task_.isSeeking_ = seeking;
+        if (seeking) {
+            task_.seekTurns_.request(timeMs);
+            task_.seekTurns_.start(timeMs);
+        } else {
+            task_.seekTurns_.noMoreFrame();
+        }
     }
-    // Held as the end of a seek holds it while it looks at the requests that wait.
-    std::unique_lock<std::mutex> lockSeekQueue() { return std::unique_lock(task_.seekMutex_); }
-    bool isSeeking() { return task_.isSeeking_; }
-    int seekingTimeMs() { return task_.seekingTimeMs_; }
-    std::vector<int> seekQueue() {
-        std::lock_guard lock(task_.seekMutex_);
-        return task_.seekQueue_;
+    // The end of a seek and a request look at each other one after the other: held by the first of them.
+    std::unique_lock<std::mutex> lockSeekTurns() { return std::unique_lock(task_.seekTurns_.mutex_); }
+    // With lockSeekTurns held.
+    void endSeek() { task_.seekTurns_.end(); }
+    bool isSeeking() { return task_.seekTurns_.target().has_value(); }
+    int seekingTimeMs() { return task_.seekTurns_.target().value_or(-1); }
+    int seeksWaiting() { return task_.seekTurns_.waiting(); }
+    // The last one that waits.
+    int newestSeek() {
+        const auto lock = lockSeekTurns();
+        return task_.seekTurns_.newestMs_;
     }
 
     // Type, handle, width and height of the windows.

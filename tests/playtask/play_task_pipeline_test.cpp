@@ -194,7 +194,7 @@ TEST_F(PlayTaskPipeline, StopsDuringASeek) {
     }
     EXPECT_TRUE(under.task->stop());
     EXPECT_FALSE(under.peer.isSeeking());
-    EXPECT_THAT(under.peer.seekQueue(), IsEmpty());
+    EXPECT_EQ(under.peer.seeksWaiting(), 0);
     EXPECT_EQ(under.task->getCurrentTime(), 0);
     under.drainWorker();
 
@@ -380,7 +380,7 @@ TEST_F(PlayTaskPipeline, EndsUpWhereTheLastSeekGoes) {
         ASSERT_TRUE(under.task->seek(static_cast<int>(random >> 16) % 18000));
         std::this_thread::sleep_for(std::chrono::milliseconds((random >> 8) % 8));
     }
-    const auto isIdle = [&] { return !under.peer.isSeeking() && under.peer.seekQueue().empty(); };
+    const auto isIdle = [&] { return !under.peer.isSeeking() && under.peer.seeksWaiting() == 0; };
     ASSERT_TRUE(TaskUnderTest::waitUntil([&] {
         if (!isIdle()) {
             return false;

@@ -270,7 +270,8 @@ TEST_F(PlayTaskSeek, CollapsesWhatWaitsToTheLast) {
     EXPECT_TRUE(under.task->seek(1000));
     EXPECT_TRUE(under.task->seek(2000));
     EXPECT_TRUE(under.task->seek(2000));
-    EXPECT_THAT(under.peer.seekQueue(), ElementsAre(1000, 2000));
+    EXPECT_EQ(under.peer.seeksWaiting(), 2);
+    EXPECT_EQ(under.peer.newestSeek(), 2000);
     EXPECT_TRUE(log.has("[PlayTask]: seek, seekTimeMs:1000, reqQueue.size:0, now is seeking...\n"));
     EXPECT_EQ(log.count("[PlayTask]: seek, seekTimeMs:2000, reqQueue.size:1, now is seeking...\n"), 1);
     EXPECT_EQ(log.count("[PlayTask]: seek, seekTimeMs:2000, reqQueue.size:2, now is seeking...\n"), 1);
@@ -284,7 +285,7 @@ TEST_F(PlayTaskSeek, CollapsesWhatWaitsToTheLast) {
     EXPECT_EQ(log.count("[StreamParser]: seek to 1000 ms\n"), 0);
     EXPECT_TRUE(under.peer.isSeeking());
     EXPECT_EQ(under.task->getCurrentTime(), 2000);
-    EXPECT_THAT(under.peer.seekQueue(), IsEmpty());
+    EXPECT_EQ(under.peer.seeksWaiting(), 0);
 
     under.fromVideoPlay().onFirstVideoFrame(2000);
     under.drainWorker();
@@ -296,7 +297,8 @@ TEST_F(PlayTaskSeek, QueuesAnEarlierTimeAgain) {
     for (const int time : {1000, 2000, 1000, 1000, -7, 0}) {
         EXPECT_TRUE(under.task->seek(time));
     }
-    EXPECT_THAT(under.peer.seekQueue(), ElementsAre(1000, 2000, 1000, 0));
+    EXPECT_EQ(under.peer.seeksWaiting(), 4);
+    EXPECT_EQ(under.peer.newestSeek(), 0);
 }
 
 TEST_F(PlayTaskSeek, ReplaysAfterTheFirstSoundWithoutVideo) {
@@ -339,10 +341,11 @@ TEST_F(PlayTaskSeek, IsForgottenByStop) {
     addVideoPlay(1000, 1080);
     EXPECT_TRUE(under.task->seek(2000));
     EXPECT_TRUE(under.task->seek(3000));
-    EXPECT_THAT(under.peer.seekQueue(), ElementsAre(3000));
+    EXPECT_EQ(under.peer.seeksWaiting(), 1);
+    EXPECT_EQ(under.peer.newestSeek(), 3000);
     under.task->stop();
     EXPECT_FALSE(under.peer.isSeeking());
-    EXPECT_THAT(under.peer.seekQueue(), IsEmpty());
+    EXPECT_EQ(under.peer.seeksWaiting(), 0);
     EXPECT_EQ(under.task->getCurrentTime(), 0);
     LogCapture log;
     under.fromVideoPlay().onFirstVideoFrame(0);
@@ -360,7 +363,7 @@ TEST_F(PlayTaskSeek, IsNotReplayedOnTheNextSource) {
     gate.lock();
     under.worker->task([&] { std::lock_guard wait(gate); });
     under.fromVideoPlay().onFirstVideoFrame(500);
-    EXPECT_THAT(under.peer.seekQueue(), IsEmpty());
+    EXPECT_EQ(under.peer.seeksWaiting(), 0);
     under.task->stop();
     under.peer.setSeekable(true, 60000);
     LogCapture log;
@@ -375,14 +378,14 @@ TEST_F(PlayTaskSeek, IsNotParkedBehindTheEndOfTheRunningOne) {
     addVideoPlay(100000, 100040);
     under.peer.setSeeking(true, 1);
     LogCapture log;
-    auto queue = under.peer.lockSeekQueue();
+    auto turns = under.peer.lockSeekTurns();
     std::thread late([&] { EXPECT_TRUE(under.task->seek(1000)); });
     ASSERT_TRUE(TaskUnderTest::waitUntil([&] { return log.has("[PlayTask]: seek, seekTimeMs:1000, seekable:1"); }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));  // until it stands before the queue
-    under.peer.setSeeking(false, 1);
-    queue.unlock();
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));  // until it stands before the turns
+    under.peer.endSeek();
+    turns.unlock();
     late.join();
-    EXPECT_THAT(under.peer.seekQueue(), IsEmpty());
+    EXPECT_EQ(under.peer.seeksWaiting(), 0);
     EXPECT_TRUE(under.peer.isSeeking());
     EXPECT_EQ(under.peer.seekingTimeMs(), 1000);
 }
@@ -403,7 +406,7 @@ TEST_F(PlayTaskSeek, LosesNoRequestAtTheEndOfASeek) {
         ASSERT_TRUE(under.task->seek(1000 + i));
         end.join();
         under.drainWorker();
-        ASSERT_THAT(under.peer.seekQueue(), IsEmpty());
+        ASSERT_EQ(under.peer.seeksWaiting(), 0);
         ASSERT_TRUE(under.peer.isSeeking());
         ASSERT_EQ(under.peer.seekingTimeMs(), 1000 + i);
     }
@@ -431,11 +434,12 @@ TEST_F(PlayTaskSeek, RunsOneAtATime) {
         other.join();
         ASSERT_TRUE(under.peer.isSeeking());
         const int running = under.peer.seekingTimeMs();
-        ASSERT_THAT(under.peer.seekQueue(), ElementsAre(3000 - running));
+        ASSERT_EQ(under.peer.seeksWaiting(), 1);
+        ASSERT_EQ(under.peer.newestSeek(), 3000 - running);
         under.fromVideoPlay().onFirstVideoFrame(running);
         under.drainWorker();
         ASSERT_EQ(under.peer.seekingTimeMs(), 3000 - running);
-        ASSERT_THAT(under.peer.seekQueue(), IsEmpty());
+        ASSERT_EQ(under.peer.seeksWaiting(), 0);
     }
 }
 

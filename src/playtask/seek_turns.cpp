@@ -1,0 +1,146 @@
+#include "playtask/seek_turns.h"
+
+#include "kelp_player/log.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr const char* kTag = "PlayTask";
+
+}  // namespace
+
+bool SeekTurns::request(int timeMs) {
+    std::lock_guard lock(mutex_);
+    if (parkIfRunning(timeMs)) {
+        return true;
+    }
+    phase_ = Phase::Due;
+    if (isExact()) {
+        ++turn_;
+        waiting_ = 0;
+    }
+    return false;
+}
+
+bool SeekTurns::park(int timeMs) {
+    std::lock_guard lock(mutex_);
+    return parkIfRunning(timeMs);
+}
+
+bool SeekTurns::parkIfRunning(int timeMs) {
+    if (!isRunning()) {
+        return false;
+    }
+    // Under the mutex, so that the lines tell the order in which requests and ends have met.
+    Log::Debug(kTag, "%s, seekTimeMs:%d, reqQueue.size:%d, now is seeking...\n", "seek", timeMs, waiting_);
+    if (waiting_ == 0 || newestMs_ != timeMs) {
+        newestMs_ = timeMs;
+        ++waiting_;
+    }
+    return true;
+}
+
+void SeekTurns::served() {
+    std::lock_guard lock(mutex_);
+    if (phase_ == Phase::Due) {
+        phase_ = Phase::Idle;
+    }
+}
+
+void SeekTurns::start(int timeMs) {
+    std::lock_guard lock(mutex_);
+    if (phase_ == Phase::Due) {
+        phase_ = Phase::Asked;
+        targetMs_ = timeMs;
+    }
+}
+
+void SeekTurns::taken() {
+    std::lock_guard lock(mutex_);
+    if (phase_ == Phase::Asked) {
+        phase_ = Phase::Read;
+    }
+}
+
+void SeekTurns::arrived() {
+    std::lock_guard lock(mutex_);
+    if (isRunning()) {
+        phase_ = Phase::Arrived;
+    }
+}
+
+std::optional<SeekTurns::Next> SeekTurns::firstFrame() {
+    std::lock_guard lock(mutex_);
+    if (isRunning() && (!isExact() || phase_ == Phase::Arrived)) {
+        end();
+    }
+    // Under Exact nothing waits while one is due.
+    if (isRunning() || waiting_ == 0) {
+        return std::nullopt;
+    }
+    const Next next{newestMs_, waiting_, turn_};
+    Log::Debug(kTag, "%s, startSeek seekTimeMs:%d, queueSize:%d\n", "processBufferedSeekRequest", next.timeMs,
+               next.waiting);
+    waiting_ = 0;
+    phase_ = Phase::Due;
+    return next;
+}
+
+void SeekTurns::noMoreFrame() {
+    std::lock_guard lock(mutex_);
+    if (isRunning() && (!isExact() || phase_ == Phase::Arrived)) {
+        end();
+    }
+}
+
+bool SeekTurns::completed() {
+    std::lock_guard lock(mutex_);
+    // The parser, which saw all queues empty, gets that seek next, and with it comes back to life.
+    if (isExact() && (phase_ == Phase::Due || phase_ == Phase::Asked)) {
+        return false;
+    }
+    if (isExact() || isRunning()) {
+        end();
+        waiting_ = 0;
+    }
+    return true;
+}
+
+bool SeekTurns::failed() {
+    return !isExact() || completed();
+}
+
+void SeekTurns::forget() {
+    std::lock_guard lock(mutex_);
+    end();
+    waiting_ = 0;
+    ++turn_;
+}
+
+void SeekTurns::end() {
+    phase_ = Phase::Idle;
+    targetMs_ = kNone;
+}
+
+bool SeekTurns::isDue(unsigned int turn) const {
+    std::lock_guard lock(mutex_);
+    return turn == turn_ && (!isExact() || phase_ == Phase::Due);
+}
+
+bool SeekTurns::isTaken() const {
+    std::lock_guard lock(mutex_);
+    return !isExact() || phase_ != Phase::Asked;
+}
+
+int SeekTurns::waiting() const {
+    std::lock_guard lock(mutex_);
+    return waiting_;
+}
+
+std::optional<int> SeekTurns::target() const {
+    const int timeMs = targetMs_;
+    return timeMs == kNone ? std::nullopt : std::optional(timeMs);
+}
+
+}  // namespace kelp

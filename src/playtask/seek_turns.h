@@ -1,0 +1,98 @@
+#pragma once
+
+#include <atomic>
+#include <limits>
+#include <mutex>
+#include <optional>
+
+namespace kelp {
+
+// How strictly a seek is held apart from what comes before and after it.
+enum class SeekRule {
+    // Any first frame ends the running seek, so does the end of the film; a replay that was overtaken waits its turn.
+    Standard,
+    // A stage's word ends a seek only if the seek has passed that stage, and the newest request is the one that counts.
+    Exact,
+};
+
+// Whose turn it is among the seeks of one playback: one runs at a time, those that come meanwhile wait, and only the
+// newest of them runs next. Any thread may call, under any lock: the mutex in here is a leaf, but for the log's.
+//
+//   call          Idle                 Due               Asked            Read              Arrived
+//   request       Due                  Due               waits            waits             waits
+//   served        -                    Idle              -                -                 -
+//   start         -                    Asked             -                -                 -
+//   taken         -                    -                 Read             -                 -
+//   arrived       -                    -                 Arrived          Arrived           -
+//   firstFrame    next                 next (nothing)    ends (nothing)   ends (nothing)    ends
+//   noMoreFrame   -                    -                 ends (-)         ends (-)          ends
+//   completed     true (drops, true)   true (false)      drops, true (false)    drops, true
+//   failed        - ; Exact: as completed
+//   forget        Idle, drops
+//
+// In brackets what SeekRule::Exact makes of it. "next": if one waits, Due and the request to be replayed. "ends": Idle,
+// and with firstFrame next. "drops": what waits. A request that doesn't wait drops what waits under Exact, and makes
+// void the replay that was due.
+//
+// What follows from it: an accepted request is the running one, the one due, or the last that waits, until it is
+// served, overtaken by a newer one, or ended by the end of the film, by a stop or, under Standard, by the frame of
+// another one.
+class SeekTurns {
+public:
+    // One that has waited: to be asked for anew, if isDue says so by then.
+    struct Next {
+        int timeMs;
+        int waiting;  // how many it stands for
+        unsigned int turn;
+    };
+
+    explicit SeekTurns(SeekRule rule) : rule_(rule) {}
+
+    // True if a seek runs, and this request now waits for its end. Otherwise it goes at once: `served` or `start` are
+    // next, before any other request may go.
+    bool request(int timeMs);
+    // The first half of it: nothing happens unless it is true.
+    bool park(int timeMs);
+
+    void served();           // the target was among the frames: that was all
+    void start(int timeMs);  // it was not: the seek runs from here on
+    void taken();            // the parser carries it out
+    void arrived();          // the play threads are told now
+
+    // What ends a seek. The request that comes next is the caller's to post, after which isDue decides.
+    std::optional<Next> firstFrame();
+    void noMoreFrame();
+    // Whether that is to be told: not if an accepted seek goes first.
+    bool completed();
+    bool failed();
+    void forget();  // a stop
+
+    bool isDue(unsigned int turn) const;
+    // Whether a stage has the running seek, so that something will end it. Standard takes it for granted.
+    bool isTaken() const;
+    int waiting() const;
+    // Of the running seek. Takes no lock.
+    std::optional<int> target() const;
+
+private:
+    friend class PlayTaskPeer;  // lets tests hold an end of a seek and a request apart
+
+    enum class Phase { Idle, Due, Asked, Read, Arrived };
+
+    bool isExact() const { return rule_ == SeekRule::Exact; }
+    bool isRunning() const { return phase_ >= Phase::Asked; }
+    bool parkIfRunning(int timeMs);
+    void end();
+
+    static constexpr int kNone = std::numeric_limits<int>::min();
+
+    const SeekRule rule_;
+    mutable std::mutex mutex_;  // guards what follows
+    Phase phase_ = Phase::Idle;
+    int newestMs_ = 0;                  // the last that waits
+    int waiting_ = 0;                   // how many; the same time twice in a row counts once
+    unsigned int turn_ = 0;             // a replay of an older one is void
+    std::atomic<int> targetMs_{kNone};  // of the running seek; written under mutex_
+};
+
+}  // namespace kelp

@@ -7,8 +7,8 @@ struct AVCodecParameters;
 
 namespace kelp {
 
-// What is known of a source's streams: a snapshot that stays valid after the source was closed. A host that has no
-// source makes one itself and fills the fields that it knows; the two parameter pointers may stay null.
+// What is known of a source's streams. A host makes one for StreamMuxer::open, fills the fields that it knows and
+// leaves the two parameter pointers null; players give none out.
 class KELP_PLAYER_API CodecInfo {
 public:
     CodecInfo();
@@ -27,8 +27,8 @@ public:
     int sampleRate = 0;                                // of the sound, in Hz
     int sampleFormat = -1;  // 0 unsigned 8 bits, 1 signed 16, 2 signed 32, 3 float, 4 planar float; -1 any other
 
-    // Deep copies of the streams' parameters, owned by this object; null where there is no such stream. They are made
-    // and freed by the library alone: a host reads them.
+    // Deep copies of the streams' parameters, owned by this object; null where there is no such stream. Made and freed
+    // by the library alone.
     AVCodecParameters* videoParameters = nullptr;
     AVCodecParameters* audioParameters = nullptr;
 };

@@ -26,10 +26,10 @@ enum KelpPlayerErrorType : int32_t {
 // What `KelpPlayer::getPlayDetailInfo` is asked for.
 enum KelpPlayerInfoType : int32_t {
     INFO_DURATION = 0,  // in milliseconds
-    INFO_WIDTH = 1,     // of the picture, in pixels; 0 without video
-    INFO_HEIGHT = 2,    // of the picture, in pixels; 0 without video
+    INFO_WIDTH = 1,     // of the picture before it is turned, in pixels; 0 without video
+    INFO_HEIGHT = 2,    // likewise
     INFO_ROTATE = 3,    // clockwise, in degrees from 0 to 359; 0 until the first decoded picture
-    INFO_FPS = 4,       // whole pictures per second; 0 without video
+    INFO_FPS = 4,       // whole pictures per second, 30 if not known; 0 without video
 };
 
 // Takes the events of players. The host implements it and owns the object, which must live until `release` of every
@@ -37,42 +37,43 @@ enum KelpPlayerInfoType : int32_t {
 //
 // Every operation is called on the player's worker thread, one at a time and in the order in which the events arose;
 // so are the host's callables of `runInWorker` and its timers. An observer that takes long delays what comes after it,
-// never the playback. It may call any operation of the player from here, `stop` and `play` included, but for `release`
-// see there. The first argument is the player that the event is about, so that one observer can serve many; dropping
-// the last reference to the player in here is allowed.
+// and a seek that waits for another one, but never the playback. It may call any operation of the player from here,
+// `stop` and `play` included, but for `release` see there. The first argument is the player that the event is about, so
+// that one observer can serve many; dropping the last reference to the player in here is allowed.
 //
 // Events can be under way while the host calls the player: an `onPrepared` may still come after `stop` has returned,
 // and `play` then answers false.
 //
 // The order for one source: onVideoSizeUpdated, if there is video, and onPrepared, or onFailed. After `play`
-// onFirstPacket, onFirstVideoFrame and onFirstAudioFrame, the last two in either order; onDurationUpdated, if the
-// duration was stated wrongly, when the end of the source has been read, which is some seconds before it is played;
-// and onCompleted when the last frame has been played. After a `seek` the three first-events come again, or none of
-// them where the target was already decoded, or the frames' two where it was already read.
+// onFirstPacket, onFirstVideoFrame and onFirstAudioFrame, the last two in either order; onDurationUpdated, for nearly
+// every file, when its end has been read, which is some seconds before it is played; and onCompleted when the last
+// frame has been played. After a `seek` the three first-events come again, or none of them where the target was already
+// decoded, or the frames' two where it was already read.
 class KelpPlayerObserver {
 public:
-    // The size of the pictures, in pixels, and their clockwise rotation for display in degrees. At first with rotation
-    // 0, as the source states it, then whenever a decoded picture differs.
+    // The size of the pictures before they are turned, in pixels, and their clockwise rotation for display in degrees,
+    // 0 to 359. At first the size that the source states, with rotation 0; then whenever a decoded picture differs.
     virtual void onVideoSizeUpdated(std::shared_ptr<KelpPlayer> player, int width, int height, int rotate) = 0;
 
-    // The source of `loadFileAsync` is open and has these streams. The time for `play`.
+    // The source of `loadFileAsync` is open and has these streams, also of codecs that aren't played. The time for
+    // `play`.
     virtual void onPrepared(std::shared_ptr<KelpPlayer> player, bool hasVideo, bool hasAudio) = 0;
 
     // `errorType` is a KelpPlayerErrorType; the log's last error line (by its tag) says more:
     //
     // ERROR_TYPE_STREAM, `extraData` 0: the source couldn't be opened.
     //   [StreamParser] "open input file NAME faield! ret:CODE, REASON, is stoped:0"   the system's or the server's
-    //   REASON;
-    //       mend the name, the rights or the network, then `stop` and `loadFileAsync`
+    //       REASON; mend the name, the rights or the network, then `stop` and `loadFileAsync`
     //   [StreamParser] "find stream info NAME failed!"   what came isn't media, or a live source sent nothing
-    //   [StreamParser] "No avaliable stream have found"  there is neither picture nor sound in it
+    //   [StreamParser] "No avaliable stream have found"  there is neither picture nor sound that FFmpeg can decode
     // ERROR_TYPE_STREAM, `extraData` 1: it couldn't be read any further, after what was read has been played.
     //   [StreamParser] "Running... read failed, ret:CODE, REASON, ..."   the connection broke or the file is damaged;
     //       `stop` and `loadFileAsync`, for a live source after a second or two. The end of a file writes this line
     //       too, with "End of file" for the reason, but is no failure: `onCompleted` follows
-    // ERROR_TYPE_VIDEO_DECODE: the decoder has failed several times in a row.
-    //   [FFVideoDecoder] "notify onVideoDecodeFailed"    with `extraData` 1 hardware decoding was enabled: `stop`,
-    //       `enableHwDecoder(false, HW_DECODE_NONE)` and a new start are worth a try; with 0 the data is damaged
+    // ERROR_TYPE_VIDEO_DECODE: with `extraData` 1 hardware decoding is enabled: `stop`,
+    //   `enableHwDecoder(false, HW_DECODE_NONE)` and a new start are worth a try; with 0 the data is damaged.
+    //   [FFVideoDecoder] "notify onVideoDecodeFailed"    the decoder has refused 101 packets in a row
+    //   [FFVideoDecoder] "getHwFormat, Failed to get HW surface format."   the hardware can't do this stream
     //
     // Nothing is stopped by itself, and a decoder that keeps failing reports it again and again.
     virtual void onFailed(std::shared_ptr<KelpPlayer> player, int errorType, int extraData) = 0;
@@ -90,7 +91,8 @@ public:
     // the server closed the connection.
     virtual void onCompleted(std::shared_ptr<KelpPlayer> player) = 0;
 
-    // The end of the source was met at another time, in milliseconds, than had been announced.
+    // The end of the source was met, and its last packet has another time, in milliseconds, than was announced as the
+    // duration: in most files a little less. It is the duration from here on.
     virtual void onDurationUpdated(std::shared_ptr<KelpPlayer> player, int durationMs) = 0;
 
 protected:
@@ -115,14 +117,14 @@ protected:
 //
 // The player checks this order hardly at all: TarnPlayer does, for hosts that would rather not. What must be kept:
 // one `init`, and nothing else if it failed; no second `loadFileAsync` and no second `play` without a `stop` between
-// them; `stop`, returned, before `release` and before the last reference goes. A player that dies while it plays can
-// hang: a thread that is just raising an event holds it for that moment, may turn out to hold it last, and then waits
-// for itself.
+// them; `stop`, returned, before `release` and before the last reference goes. A player that dies while it plays leaves
+// its threads behind, which play on with nobody to stop them. It can hang as well: a thread that is just raising an
+// event holds it for that moment, may turn out to hold it last, and then waits for itself.
 //
-// Calls run on the caller's thread and return when they are done; only what has "async" in its name goes on by itself.
-// There is no lock over the whole: `play`, `stop` and `loadFileAsync` of one player are not to be called at the same
-// time, all others may come from any thread at any time. Failures are a false here and a line in the log; what goes
-// wrong later comes as `onFailed`. Times are milliseconds, from the start of the stream.
+// Calls run on the caller's thread and return when they are done, but for `loadFileAsync` and `seek`, which go on by
+// themselves. There is no lock over the whole: `play`, `stop` and `loadFileAsync` of one player are not to be called at
+// the same time, all others may come from any thread at any time after `init`. Failures are a false here and a line in
+// the log; what goes wrong later comes as `onFailed`. Times are milliseconds, from the start of the stream.
 //
 // An ExternFrameSink, a KelpSyncClock and a log callback run on threads of the player that must not wait for it. From
 // the first two only these may be called: the `get` operations, `clearScreen`, `runInWorker`, `addTimer` and
@@ -140,7 +142,8 @@ public:
     // Starts the player's worker and sends all events to `observer`, from now until `release`; null drops them. The
     // first player of the process starts FFmpeg's network and SDL's audio and video, sets the log level to "info", and
     // may fail in that: false, and the player is of no use; the next `init` of any player tries again. Throws
-    // std::bad_weak_ptr if the player isn't held by a shared pointer.
+    // std::bad_weak_ptr if the player isn't held by a shared pointer, std::system_error if the process has too many
+    // threads.
     //
     // False writes [KelpPlayer] "Could not initialize SDL - REASON": there is no screen or no sound system that SDL can
     // use. SDL's own variables help: SDL_VIDEODRIVER=dummy for a host that takes pictures with a frame sink only,
@@ -153,13 +156,14 @@ public:
     // thread itself, that is in an observer, a callable or a timer, it doesn't wait: the worker ends soon after.
     void release();
 
-    // Opens `fileName`, a path or whatever URL FFmpeg opens, from `seekTime` milliseconds on. The outcome is
-    // `onPrepared` or `onFailed`, or nothing if `stop` comes first. False if the name is empty or null, and nothing
-    // was begun; the log shows [PlayTask] "LoadVideoFile, fileName:,", or [KelpPlayer] "loadFileAsync, no file name".
+    // Opens `fileName`, a path or whatever URL FFmpeg opens, at a key frame near `seekTime` milliseconds, mostly the
+    // one before, or at the beginning for 0 and less; for an exact place `seek` after `play`. The outcome is
+    // `onPrepared` or `onFailed`, or nothing if `stop` comes first. False if the name is empty or null, and nothing was
+    // begun; the log shows [PlayTask] "LoadVideoFile, fileName:,", or [KelpPlayer] "loadFileAsync, no file name".
     // `std::system_error` if the process has too many threads.
     bool loadFileAsync(const char* fileName, int seekTime);
 
-    // Starts playing what was loaded. True as soon as the source is being read; a stream whose decoder or output fails
+    // Starts playing what was loaded. True as soon as the source is being read; a stream whose decoder can't be opened
     // is left out, and only the log tells. False if nothing is loaded or nothing can be played: `stop` is next then.
     //
     //   [PlayTask] "play, no source is open"             `onPrepared` hasn't come, or a `stop` came since
@@ -168,6 +172,13 @@ public:
     //   [StreamParser] "start end, error, stop requested:..."   a `stop` is under way
     //
     // `std::system_error` if the process has too many threads; `stop` is next then as well.
+    //
+    // A sound device that can't be had writes [SDLAudioOutput] "SDL_OpenAudioDevice failed! REASON", and the playback
+    // comes to stand: its sound waits for the device for good. Pictures are shown until 200 packets are queued, some
+    // seconds, and the last one stays; `getCurrentTime` stays at its time, or without pictures at the sound's first
+    // moment. No event tells, `onCompleted` doesn't come, `seek` plays the same few seconds from its target on, and
+    // only `stop` ends it. A device that stops asking for sound does the same without a line. SDL_AUDIODRIVER=dummy,
+    // before the first player, plays without a device, at the right pace.
     bool play();
 
     // Ends playback, or the opening of a source, waits for all its threads and closes the source. Windows, options,
@@ -176,7 +187,8 @@ public:
 
     // Halt playback and let it go on: a file where it was, an RTSP source with what is live then, from the next key
     // frame on. An SDP source is read on while halted, up to 200 packets, which are played first. While halted the
-    // windows are still repainted. Always true. A `resume` with no `pause` before it sets the internal clock back.
+    // windows are still repainted. Always true. In turn: a `resume` with no `pause` before it sets the internal clock
+    // back, a second `pause` sets it on by the time since the first.
     bool pause();
     bool resume();
 
@@ -184,22 +196,26 @@ public:
     // done when the first frame from there comes, see KelpPlayerObserver. Of requests that come during a seek only the
     // last one is carried out, after it. False if the source can't seek: a live one, or none; the log's last line is
     // [PlayTask] "seek, seekTimeMs:TIME, seekable:0". A demuxer that fails at it later writes [StreamParser]
-    // "processSeekRequest, seek failed, ret:CODE", and playback goes on from where it was.
+    // "processSeekRequest, seek failed, ret:CODE", and playback goes on from what is read next, or from the target if
+    // that is later.
     bool seek(int seekTimeMs);
 
-    // How fast the sound is played, 1.0 being its own tempo; the pitch stays. Kept for the playbacks to come. Pictures
-    // follow if sound is the master or a host's clock that runs at the same speed, see setAVSyncMode.
+    // How fast the sound is played, 1.0 being its own tempo; the pitch stays. Above 0, in force from the next block of
+    // sound on, and kept for the playbacks to come. Pictures follow if sound is the master or a host's clock that runs
+    // at the same speed, see setAVSyncMode.
     void setSpeed(float speed);
 
-    // The volume as a linear factor, 1.0 at the start of each `play`. In force only from `play` to `stop`. False if
-    // there is no sound, or no sound device yet, which then takes the value when it opens; nothing is logged. A device
-    // that can't be had writes [SDLAudioOutput] "SDL_OpenAudioDevice failed! REASON", and the sound is left out.
+    // The volume as a linear factor, 1.0 at the start of each `play`; what becomes too loud by it is clipped. In force
+    // only from `play` to `stop`. False without sound, and before its first block, which takes the value all the same;
+    // nothing is logged.
     bool setVolume(float volume);
 
-    // The position, in milliseconds; the target while a seek is under way, 0 before the first frame.
+    // The time of the picture that is shown, or without pictures of the sound that is heard, in milliseconds; the
+    // target while a seek is under way, 0 before the first frame and out of playback.
     int getCurrentTime();
 
-    // In milliseconds. 0 before `onPrepared`, ten hours for a source that states none; corrected when the end is met.
+    // In milliseconds. 0 before `onPrepared` and after `stop`, ten hours for a source that states none; corrected when
+    // the end is met, see onDurationUpdated.
     int getDuration();
 
     // One fact about the source; 0 for what isn't known, and for a selector that doesn't exist.
@@ -207,8 +223,9 @@ public:
 
     // Show the pictures in a window, one of any number. `type` says what `handle` is: a native window id, an
     // SDL_Window*, or an ExternFrameSink*, all of which stay the host's; the size is in pixels. Windows stay from one
-    // playback to the next. A second call for a handle changes its size only. A removed window is let go of within
-    // about 50 ms while a playback runs: don't destroy it before. Always true. Null handles are never drawn on.
+    // playback to the next. A second call for a handle changes its size only. A removed window is let go of right
+    // before the next drawing, mostly within 50 ms while a playback runs, but later where a seek skips frames: don't
+    // destroy it before. Always true. Null handles are never drawn on.
     //
     // What goes wrong with a window shows when it is first drawn on, and only there: the others go on. It writes
     // [SDLRender] "Failed to create window: REASON" (the handle is no window of this screen) or "Failed to create
@@ -216,25 +233,27 @@ public:
     bool addWindow(WindowType type, void* handle, int width, int height);
     bool removeWindow(void* handle);
 
-    // While paused a window keeps its picture. For this playback only. Always true.
+    // While paused a window keeps its picture. For the running playback only, and without effect out of one. Always
+    // true.
     bool pauseWindow(void* handle, bool pause);
 
     // Tells the new size of a window, in pixels.
     void updateWindowSize(void* handle, int width, int height);
 
-    // Makes the present picture black on all windows.
+    // Makes the present picture black on all windows, at the next drawing.
     void clearScreen();
 
     // Whether `play` tries hardware decoders, and which kinds. At the start true and HW_DECODE_ALL. What can't be had
     // falls back to software. In force from the next `play`.
     void enableHwDecoder(bool enable, HwDecodeMode mode);
 
-    // Whose clock sound and picture follow. SYNC_MASTER_CLOCK at the start. In force at once.
+    // Whose clock sound and picture follow. SYNC_MASTER_CLOCK at the start. In force at once; but a stream that becomes
+    // the master in mid-playback goes on following what it followed before.
     //
-    // The internal clock, that is SYNC_MASTER_CLOCK without a clock of the host's, is for the first playback of a
-    // player. Later ones, a second `play` after `stop` and a restart of a TarnPlayer alike, go on following the clock
-    // of the first one, which has run on: their pictures are hurried or held back. A player that is used again takes
-    // another master or gets a clock.
+    // The internal clock, that is SYNC_MASTER_CLOCK, or what falls back to it, without a clock of the host's, is for
+    // the first playback of a player. Later ones, a second `play` after `stop` and a restart of a TarnPlayer alike, go
+    // on following the clock of the first one, which has run on: their pictures are hurried or held back. A player that
+    // is used again takes another master or gets a clock.
     void setAVSyncMode(SyncMasterMode mode);
 
     // With SYNC_MASTER_CLOCK, follow `clock` instead of the internal one; its reading less `offsetMs` is the time on
@@ -243,7 +262,7 @@ public:
     // returned. In force at once.
     void setExternSyncClock(KelpSyncClock* clock, int offsetMs);
 
-    // Sets a string option. Neither argument may be null.
+    // Sets a string option. A null key or value is ignored.
     //
     // "log_level" sets the log of the whole process, the library's own and FFmpeg's, at once:
     //
@@ -270,18 +289,22 @@ public:
     // and UDP; without it a server that doesn't answer, or falls silent, is waited for until `stop`. An SDP source's
     // waits are bounded by "listen_timeout" (seconds, 10 unless set). Opening fails after one such wait, reading after
     // six in a row: `onFailed`. For "rtsp://" and ".sdp" sources "fflags" is "nobuffer", and for ".sdp" ones
-    // "protocol_whitelist" is "file,udp,rtp", unless set here.
+    // "protocol_whitelist" is "file,udp,rtp", unless set here. Both stay for the sources that follow in the same
+    // player: behind an ".sdp" source that player opens nothing over TCP until the latter is set.
     void setOption(const char* key, const char* value);
 
-    // Runs `function` on the worker thread, after the events that are queued by now. It must not be empty and must not
-    // throw. Not before `init`.
+    // Runs `function` on the worker thread, after the events that are queued by now; what comes before `init` waits for
+    // it, what comes after `release` never runs. It must not be empty and must not throw.
     void runInWorker(std::function<void()> function);
 
-    // Calls `function` on the worker thread, once or again and again, `intervalMs` after this call and then after each
-    // call, in steps of about 5 ms. Returns an id, 1 or greater, that is free again when the timer is gone.
+    // Calls `function` on the worker thread, once or again and again. Timers are looked at every 5 ms: one is due at
+    // the first look that is `intervalMs`, 1 or more, after this call, and again that long after each look at which it
+    // was due. So a period is up to some 5 ms longer than asked for, and never made up for. The call is then queued for
+    // the worker; calls that a slow function can't keep up with pile up there. The wall clock counts. Returns an id, 1
+    // or greater, that is free for another timer when this one is gone: a one-shot timer from the moment it is due.
     unsigned int addTimer(unsigned int intervalMs, bool oneShot, std::function<void()> function);
 
-    // Cancels a timer. One that has just fallen due may still be called once. An unknown id is ignored.
+    // Cancels a timer. Its calls that are queued already still come. An unknown id is ignored.
     void removeTimer(unsigned int timerId);
 
 private:

@@ -44,15 +44,20 @@ public:
     // MessageWithNewLine does.
     static void PrintHex(const char* tag, const unsigned char* data, int length);
 
-    // The highest level that is written: 0 fatal, 1 error, 2 warning, 3 info (the default), 4 debug; below 0 none.
+    // The highest level that is written: 0 fatal, 1 error, 2 warning, 3 info (the default, and what the first player of
+    // the process sets), 4 debug; below 0 none.
     static void SetLevel(int level);
     static int GetLevel();
 
     // Sends every line to `callback`, as a text of at most 1023 characters that is valid during the call; the rest of
     // a longer line is lost, its line feed included. An empty function returns the output to the console. The callback
-    // runs on the thread that logs, one call at a time. It must not throw, log, nor call into a player: it would
-    // deadlock. Best set before players exist: a line that is being written on another thread may still go to the old
-    // callback after this returns.
+    // runs on the thread that logs, one call at a time. It must not throw; one that logs, calls into a player or waits
+    // for a thread that logs may wait for ever.
+    //
+    // This doesn't wait: a line that another thread is writing may still go to the callback before, also after this has
+    // returned. So that one should own what it uses (capture a std::shared_ptr): it is kept until its last call is
+    // over, and destroyed on that thread or on this one. A line that the host itself writes after this returned is a
+    // barrier: behind it the callback before is not called any more.
     static void SetLogCallback(std::function<void(const char*)> callback);
 
 private:

@@ -44,7 +44,7 @@ public:
     virtual ~StreamMuxer();
 
     // Sets an option for the outputs that are opened from now on, as FFmpeg's muxers take them; both texts are copied.
-    // A key that the output doesn't know has no effect.
+    // A key that the output doesn't know has no effect; a null key or value is an error line and nothing more.
     //
     // "rtsp_transport" is "tcp" unless set otherwise: RTP packets run inside the RTSP connection. For RTSP a host
     // should set "timeout", in microseconds: it bounds every wait for the server, and without it a silent server holds
@@ -58,7 +58,7 @@ public:
     // `filePath` begins with "rtsp://" or "rtp://", or holds ".mp4" and is a file that is created or overwritten;
     // "rtp://" takes an address and a port; the next port gets the control packets. Of `codecInfo` the video codec,
     // size and pixel format are read, during the call only. For "rtp://" no session description is made: the receiver
-    // needs one from the host, with payload type 96.
+    // needs one from the host, with payload type 96, or 26 for MJPEG.
     //
     // `timeBase` is the number of ticks per second that the output counts in. RTSP and RTP take 90000 and MP4 any
     // number from 10000 on; with another one they run at a wrong speed. Less than 1, or more than an int holds, fails.

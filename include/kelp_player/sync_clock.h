@@ -17,16 +17,17 @@ extern KELP_PLAYER_API int SAMPLE_CORRECTION_PERCENT_MAX;
 // A clock of the host that players follow. The host implements it and owns the object, which must live until it was
 // taken back from every player.
 //
-// All operations are called on the players' threads, at every frame: they must answer at once and from any thread.
+// All operations are called at every frame, on the video thread and the sound thread of each player, and `getSyncPts`
+// also on the thread that calls TarnPlayer::setOffsetToClockMs: they must answer at once and from any thread.
 class KELP_PLAYER_API KelpSyncClock {
 public:
     virtual ~KelpSyncClock() = default;
 
-    // How far, in milliseconds, a stream may be away from this clock before it stops trying to follow. Players use
-    // the larger of this and 10000.
+    // How far, in milliseconds, a stream may be away from this clock before it stops trying to follow; see isForceSync
+    // for one that is ahead. Players use the larger of this and 10000.
     virtual int64_t getNoSyncThreshold() = 0;
 
-    // True for a clock that must be obeyed: picture and sound that run ahead of it wait for it.
+    // True for a clock that must be obeyed: picture and sound that run ahead of it wait for it, however far that is.
     virtual bool isForceSync() = 0;
 
     // The reading, in milliseconds on the time line of the host.

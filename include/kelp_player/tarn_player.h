@@ -41,7 +41,8 @@ using TarnPlayerInfoType = KelpPlayerInfoType;
 // the offset of `setDataSource` added.
 class TarnPlayerObserver {
 public:
-    // The size of the pictures in pixels and their clockwise rotation in degrees, at first and whenever they change.
+    // The size of the pictures before they are turned, in pixels, and their clockwise rotation in degrees, at first and
+    // whenever they change.
     virtual void onVideoSizeUpdated(int width, int height, int rotate) = 0;
 
     // The source is open and has these streams. The time for `start`, if that was not asked for already.
@@ -53,17 +54,17 @@ public:
     // The player has failed for good: 0 playing could not be started, 1 the source failed, 2 the video decoder failed.
     // Failures that the player mends by itself are not told. The log's last error line says why, and
     // KelpPlayerObserver::onFailed and KelpPlayer::play explain each. On from here: `stop` and `prepareAsync` for the
-    // same source, `stop`, `reset` and `setDataSource` for another one.
+    // same source, `stop`, `reset` and `setDataSource` for another one. What plays, plays on until then.
     virtual void onFailed(int errorType) = 0;
 
-    // The first picture, and the first sound, at the start and after each seek.
+    // The first picture, and the first sound, at the start and after a seek, see KelpPlayerObserver.
     virtual void onFirstVideoFrame(int ptsMs) = 0;
     virtual void onFirstAudioFrame(int ptsMs) = 0;
 
     // The source has been played to its end, though the last picture may be shown a moment later.
     virtual void onCompleted() = 0;
 
-    // The source has turned out to have another duration than it stated.
+    // The source has turned out to have another duration than it stated, see KelpPlayerObserver.
     virtual void onDurationUpdated(int durationMs) = 0;
 
 protected:
@@ -72,8 +73,8 @@ protected:
 };
 
 // A player for hosts that would rather not watch the order of things: calls are checked against a state, start and
-// pause may be asked for before the source is ready, a stream that fails is restarted after a time, hardware decoding
-// that fails gives way to software, and all times are on the host's clock.
+// pause may be asked for before the source is ready, a stream that fails is restarted if the host wants that, hardware
+// decoding that fails gives way to software, and all times are on the host's clock.
 //
 //     auto* player = TarnPlayer::create();
 //     player->setOption("retry_when_failed", "2000");
@@ -86,15 +87,16 @@ protected:
 //
 // Any thread may call any operation, also from a callback; a lock serialises them. An operation in a state that it
 // doesn't fit is refused with its failure result and an error line in the log, and changes nothing:
-// [TarnPlayer] "seek, error state:2", with the operation and the number of the state, see PlayerStates.
+// [TarnPlayer] "seek, error state:2", with the operation and the number of the state, see PlayerStates; `setVolume`
+// without the line.
 //
 // An ExternFrameSink and a KelpSyncClock may call `runInWorker`, `addTimer` and `removeTimer` alone: they run on
 // threads of the player, which another thread's `stop` waits for under the lock. A log callback may call nothing.
 class KELP_PLAYER_API TarnPlayer {
 public:
-    // Makes a player in the idle state. The caller owns it. Null if there is no memory, or if SDL can't be started, see
-    // KelpPlayer::init; the log's last lines are then [KelpPlayer] "Could not initialize SDL - REASON", a hint, and
-    // [TarnPlayer] "create, the engine can't be started".
+    // Makes a player in the idle state. The caller owns it. Null if SDL can't be started, see KelpPlayer::init; the
+    // log's last lines are then [KelpPlayer] "Could not initialize SDL - REASON", a hint, and [TarnPlayer] "create, the
+    // engine can't be started". Without memory, or a thread to be had, null, `std::bad_alloc` or `std::system_error`.
     static TarnPlayer* create();
 
     // Ends a player; null is allowed. What still plays is stopped. Not to be called from a callback. No call to the
@@ -122,8 +124,9 @@ public:
     bool pause();
     bool resume();
 
-    // Goes to `timeMs` on the host's clock. From the completed state playback begins again. Prepared, started, paused
-    // or completed only; false also if the source can't seek.
+    // Goes to `timeMs` on the host's clock; before the stream's zero that clears the screen and goes to the beginning.
+    // From the completed state playback begins again. Prepared, started, paused or completed only; false also if the
+    // source can't seek.
     bool seek(int timeMs);
 
     // Ends playback and gives up a restart that is due. False when there is nothing to stop: idle or initialized.
@@ -133,19 +136,20 @@ public:
     // when the next source is opened. Always true.
     bool reset();
 
-    // The position and the duration in milliseconds on the host's clock. Without an open source, while one is being
-    // opened and in the error state they are 0, and each call writes an error line: a host that polls does so between
-    // `onPrepared` and the playback's end.
+    // The position and the duration in milliseconds on the host's clock; stopped, the offset. Idle, initialized,
+    // preparing and in the error state they are 0, and each call writes an error line: a host that polls does so
+    // between `onPrepared` and the playback's end.
     int getCurrentTime();
     int getDuration();
 
     // One fact of the source: see KelpPlayerInfoType. The duration is on the host's clock.
     int64_t getPlayDetailInfo(TarnPlayerInfoType type);
 
-    // The gain, 1.0 as it is; started, paused or completed only, and false without sound.
+    // The volume, see KelpPlayer; 1.0 again after each start and restart. Started, paused or completed only, and false
+    // without sound.
     bool setVolume(float volume);
 
-    // The tempo of the sound, 1.0 as it is, at any time.
+    // The tempo of the sound, see KelpPlayer, at any time.
     void setSpeed(float speed);
 
     // Windows, as KelpPlayer has them, at any time. Sizes are pixels.
@@ -166,12 +170,12 @@ public:
     void setSyncClock(KelpSyncClock* clock);
 
     // Changes the offset of `setDataSource` during playback and seeks to where the clock is on the stream. For one
-    // control thread. False, with the value stored all the same, if no clock is set.
+    // control thread. False if no clock is set: the calls then take the new value, the events keep the old one.
     bool setOffsetToClockMs(int offsetMs);
 
     // "retry_when_failed": milliseconds from a failure of the stream to its restart; 0, the default, for none. It is
-    // restarted, in the state that it was in, as often as it fails, until `stop`. A live source whose server closes the
-    // connection is completed and hasn't failed; one whose server falls silent fails only with "timeout" or
+    // restarted, in the state that it was in, as often as it fails, until `stop` or `reset`. A live source whose server
+    // closes the connection is completed and hasn't failed; one whose server falls silent fails only with "timeout" or
     // "listen_timeout". All other keys as in KelpPlayer.
     void setOption(const char* key, const char* value);
 

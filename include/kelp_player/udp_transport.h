@@ -44,8 +44,9 @@ public:
 
     // Opens `port` on all interfaces and starts the thread. Port 0 lets the system choose, but nothing tells which one.
     // True also if the receiver runs already. False if there is no socket or the port can't be had; it may be tried
-    // again. The reason stands on standard error, not in the log: "bind: Address already in use" asks for another port,
-    // "bind: Permission denied" for one from 1024 on.
+    // again. The reason for the latter stands on standard error, not in the log: "bind: Address already in use" asks
+    // for another port, "bind: Permission denied" for one from 1024 on. A line about the buffer goes to standard
+    // output. `std::system_error` if the process has too many threads.
     //
     // A datagram of more than 2000 bytes is lost: nothing of it arrives, and reading rests for 10 ms as if there were
     // none. An idle receiver looks for new ones every 10 ms; what comes meanwhile waits in the system's buffer of up to

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <mutex>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,9 +20,7 @@ public:
     std::string lastError();
 
 private:
-    void onLine(const char* text);
+    struct Lines;
 
-    std::mutex mutex_;
-    std::vector<std::string> lines_;  // guarded by mutex_
-    std::string lastError_;           // guarded by mutex_
+    std::shared_ptr<Lines> kept_;
 };

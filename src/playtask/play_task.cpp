@@ -6,7 +6,7 @@
 #include "kelp_player/kelp_player.h"
 #include "kelp_player/log.h"
 
-// The object itself, the plain commands, the choice of the clock and the buffer pools. Starting and stopping, events
+// The object itself, the plain commands and the choice of the clock. Starting and stopping, events
 // and seeks have sources of their own.
 
 namespace kelp {
@@ -262,56 +262,19 @@ void PlayTask::updateSyncObject() {
 }
 
 std::shared_ptr<FrameBuffer> PlayTask::allocPixBuffer(unsigned int size) {
-    return allocFrameBuffer(pixBufferPool_, pixPoolMutex_, size, /*withMargin=*/false);
+    return pixPool_.alloc(size);
 }
 
 void PlayTask::freePixBuffer(std::shared_ptr<FrameBuffer> buffer) {
-    freeFrameBuffer(pixBufferPool_, pixPoolMutex_, std::move(buffer));
+    pixPool_.free(std::move(buffer));
 }
 
 std::shared_ptr<FrameBuffer> PlayTask::allocPcmBuffer(unsigned int size) {
-    return allocFrameBuffer(pcmBufferPool_, pcmPoolMutex_, size, /*withMargin=*/true);
+    return pcmPool_.alloc(size);
 }
 
 void PlayTask::freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) {
-    freeFrameBuffer(pcmBufferPool_, pcmPoolMutex_, std::move(buffer));
-}
-
-std::shared_ptr<FrameBuffer> PlayTask::allocFrameBuffer(BufferPool& pool, std::mutex& mutex, unsigned int size,
-                                                        bool withMargin) {
-    std::lock_guard lock(mutex);
-    while (!pool.empty()) {
-        auto buffer = std::move(pool.front());
-        pool.pop_front();
-        if (buffer->size >= size) {
-            return buffer;
-        }
-        Log::Debug(kTag, "%s, delete buffer from pool, size not match, request:%u, buffer:%u\n", "allocFrameBuffer",
-                   size, buffer->size);
-    }
-    if (size == 0) {
-        return nullptr;
-    }
-    Log::Debug(kTag, "%s, no buffer from pool, dataSize:%u\n", "allocFrameBuffer", size);
-    // The margin is 32-bit arithmetic and wraps for a huge request, which gets what it asked for then.
-    const unsigned int capacity = withMargin ? std::max(size * 121 / 100, size) : size;
-    auto buffer = std::make_shared<FrameBuffer>();
-    buffer->data = new unsigned char[capacity];
-    buffer->size = capacity;
-    return buffer;
-}
-
-void PlayTask::freeFrameBuffer(BufferPool& pool, std::mutex& mutex, std::shared_ptr<FrameBuffer> buffer) {
-    std::lock_guard lock(mutex);
-    if (!buffer) {
-        return;
-    }
-    // The front is where allocFrameBuffer looks first: the larger ones go there.
-    if (pool.empty() || buffer->size < pool.front()->size) {
-        pool.push_back(std::move(buffer));
-    } else {
-        pool.push_front(std::move(buffer));
-    }
+    pcmPool_.free(std::move(buffer));
 }
 
 }  // namespace kelp

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -16,7 +15,6 @@
 #include "clock/timestamp_extrapolator.h"
 #include "decode/audio_decode_thread.h"
 #include "decode/audio_output_spec.h"
-#include "decode/frame_buffer.h"
 #include "decode/video_decode_thread.h"
 #include "input/media_packet.h"
 #include "input/stream_info.h"
@@ -24,6 +22,7 @@
 #include "kelp_player/codec_info.h"
 #include "kelp_player/types.h"
 #include "playtask/event_type.h"
+#include "playtask/frame_buffer_pool.h"
 #include "playtask/seek_turns.h"
 #include "present/audio_play_thread.h"
 #include "present/video_play_thread.h"
@@ -127,8 +126,6 @@ private:
         int height;    // in pixels
     };
 
-    using BufferPool = std::deque<std::shared_ptr<FrameBuffer>>;
-
     // From the parser, on its thread.
     void onFirstPakcet(std::shared_ptr<MediaPacket> packet) override;
     int onAudioPakcet(std::shared_ptr<AudioPacket> packet) override;
@@ -194,10 +191,6 @@ private:
     void postReplay(SeekTurns::Next next);
     void replaySeek(SeekTurns::Next next);
 
-    std::shared_ptr<FrameBuffer> allocFrameBuffer(BufferPool& pool, std::mutex& mutex, unsigned int size,
-                                                  bool withMargin);
-    void freeFrameBuffer(BufferPool& pool, std::mutex& mutex, std::shared_ptr<FrameBuffer> buffer);
-
     // What the wanted mode comes to with the streams that there are.
     SyncMasterMode getSyncMasterMode();
     std::shared_ptr<SyncObject> getSyncMasterObject();
@@ -256,10 +249,8 @@ private:
     SeekTurns seekTurns_{SeekRule::Standard};
     std::mutex seekRunMutex_;  // held through a seek on the control side: one at a time
 
-    BufferPool pixBufferPool_;  // guarded by pixPoolMutex_
-    std::mutex pixPoolMutex_;
-    BufferPool pcmBufferPool_;  // guarded by pcmPoolMutex_
-    std::mutex pcmPoolMutex_;
+    FrameBufferPool pixPool_{100};
+    FrameBufferPool pcmPool_{121};  // blocks of sound differ a little in length
 };
 #pragma GCC diagnostic pop
 

@@ -208,14 +208,8 @@ bool PlayTask::stop() {
     seekTurns_.forget();
 
     // All threads have ended, so no frame comes back behind this.
-    {
-        std::lock_guard lock(pixPoolMutex_);
-        pixBufferPool_.clear();
-    }
-    {
-        std::lock_guard lock(pcmPoolMutex_);
-        pcmBufferPool_.clear();
-    }
+    pixPool_.clear();
+    pcmPool_.clear();
     if (renderTiming_) {
         renderTiming_->reset();
     }

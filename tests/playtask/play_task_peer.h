@@ -79,14 +79,14 @@ public:
     }
 
     // Sizes of the pooled buffers, front first.
-    std::vector<unsigned int> pixPool() { return sizes(task_.pixBufferPool_, task_.pixPoolMutex_); }
-    std::vector<unsigned int> pcmPool() { return sizes(task_.pcmBufferPool_, task_.pcmPoolMutex_); }
+    std::vector<unsigned int> pixPool() { return sizes(task_.pixPool_); }
+    std::vector<unsigned int> pcmPool() { return sizes(task_.pcmPool_); }
 
 private:
-    static std::vector<unsigned int> sizes(const std::deque<std::shared_ptr<FrameBuffer>>& pool, std::mutex& mutex) {
-        std::lock_guard lock(mutex);
+    static std::vector<unsigned int> sizes(FrameBufferPool& pool) {
+        std::lock_guard lock(pool.mutex_);
         std::vector<unsigned int> list;
-        for (const auto& buffer : pool) {
+        for (const auto& buffer : pool.buffers_) {
             list.push_back(buffer->size);
         }
         return list;

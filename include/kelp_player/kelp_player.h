@@ -194,10 +194,11 @@ public:
 
     // Goes on from `seekTimeMs`, cut to the range from 0 to the duration. True says that the request was taken: it is
     // done when the first frame from there comes, see KelpPlayerObserver. Of requests that come during a seek only the
-    // last one is carried out, after it. False if the source can't seek: a live one, or none; the log's last line is
-    // [PlayTask] "seek, seekTimeMs:TIME, seekable:0". A demuxer that fails at it later writes [StreamParser]
-    // "processSeekRequest, seek failed, ret:CODE", and playback goes on from what is read next, or from the target if
-    // that is later.
+    // last one is carried out, after it; one that comes at that very moment may go ahead of it, and the end of the film
+    // drops it, so ask again if the position isn't the one asked for. False if the source can't seek: a live one, or
+    // none; the log's last line is [PlayTask] "seek, seekTimeMs:TIME, seekable:0". A demuxer that fails at it later
+    // writes [StreamParser] "processSeekRequest, seek failed, ret:CODE", and playback goes on from what is read next,
+    // or from the target if that is later.
     bool seek(int seekTimeMs);
 
     // How fast the sound is played, 1.0 being its own tempo; the pitch stays. Above 0, in force from the next block of
@@ -253,7 +254,8 @@ public:
     // The internal clock, that is SYNC_MASTER_CLOCK, or what falls back to it, without a clock of the host's, is for
     // the first playback of a player. Later ones, a second `play` after `stop` and a restart of a TarnPlayer alike, go
     // on following the clock of the first one, which has run on: their pictures are hurried or held back. A player that
-    // is used again takes another master or gets a clock.
+    // is used again takes another master, gets a clock, or calls setExternSyncClock(nullptr, 0) right behind each
+    // `play` and follows the clock of that playback then.
     void setAVSyncMode(SyncMasterMode mode);
 
     // With SYNC_MASTER_CLOCK, follow `clock` instead of the internal one; its reading less `offsetMs` is the time on

@@ -259,9 +259,14 @@ public:
     void setAVSyncMode(SyncMasterMode mode);
 
     // With SYNC_MASTER_CLOCK, follow `clock` instead of the internal one; its reading less `offsetMs` is the time on
-    // the stream. Null returns to the internal clock of the running playback. The clock stays the host's and must live
-    // until it was replaced, by null or another one, or the player stopped: it isn't read any more once this has
-    // returned. In force at once.
+    // the stream. Null returns to the internal clock of the running playback. In force at once, and for the playbacks
+    // to come. The clock stays the host's and must live until it was replaced, by null or another one, or the player is
+    // gone: one that was stopped reads it again when it plays.
+    //
+    // A clock that was replaced isn't read any more once this has returned: it waits for the answers that play threads
+    // are just waiting for. For a second at most, as such an answer may wait for a lock that the caller holds: then it
+    // writes [ExternSyncWrapper] "setExternSyncClock, the host's clock is still being read after 1000 ms, ...", and the
+    // clock must live until those answers have come.
     void setExternSyncClock(KelpSyncClock* clock, int offsetMs);
 
     // Sets a string option. A null key or value is ignored.
@@ -311,8 +316,12 @@ public:
 
 private:
     friend class KelpPlayerPeer;  // lets tests look at the parts below
+    friend class TarnPlayer;      // changes the clock under its lock and waits without it
 
     void setLogLevel(const char* level);
+    // The two halves of setExternSyncClock. The first one returns the clock to wait for, or null.
+    KelpSyncClock* replaceExternSyncClock(KelpSyncClock* clock, int offsetMs);
+    void waitUntilUnread(KelpSyncClock* clock);
 
     KelpPlayerObserver* observer_ = nullptr;  // not owned; set by init
     std::shared_ptr<PlayTask> playTask_;

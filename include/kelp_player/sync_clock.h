@@ -15,10 +15,11 @@ namespace kelp {
 extern KELP_PLAYER_API int SAMPLE_CORRECTION_PERCENT_MAX;
 
 // A clock of the host that players follow. The host implements it and owns the object, which must live until it was
-// taken back from every player.
+// taken back from every player, or the player is gone. A player that was stopped keeps it for its next playback.
 //
 // All operations are called at every frame, on the video thread and the sound thread of each player, and `getSyncPts`
-// also on the thread that calls TarnPlayer::setOffsetToClockMs: they must answer at once and from any thread.
+// also on the thread that calls TarnPlayer::setOffsetToClockMs: they must answer at once and from any thread. A player
+// waits for an answer that is under way, a second at most, before it gives the clock back.
 class KELP_PLAYER_API KelpSyncClock {
 public:
     virtual ~KelpSyncClock() = default;

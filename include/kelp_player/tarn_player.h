@@ -165,8 +165,9 @@ public:
     // playback only: see KelpPlayer::setAVSyncMode.
     void setAVSyncMode(SyncMasterMode mode);
 
-    // A clock of the host's to follow, or null for the player's own. Not owned: take it back before it goes. It isn't
-    // read any more once this has returned.
+    // A clock of the host's to follow, or null for the player's own. Not owned: take it back before it goes, after
+    // `stop` too, as the next playback follows it again. A clock that was replaced isn't read any more once this has
+    // returned, which takes a second at most: see KelpPlayer::setExternSyncClock. Other calls don't wait meanwhile.
     void setSyncClock(KelpSyncClock* clock);
 
     // Changes the offset of `setDataSource` during playback and seeks to where the clock is on the stream. For one

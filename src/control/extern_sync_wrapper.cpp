@@ -1,58 +1,95 @@
 #include "control/extern_sync_wrapper.h"
 
+#include <algorithm>
 #include <chrono>
 #include <limits>
-#include <thread>
 
 #include "clock/wrapping_math.h"
+#include "kelp_player/log.h"
 
 namespace kelp {
 
 namespace {
 
-constexpr auto kLongestWait = std::chrono::seconds(1);
+constexpr const char* kTag = "ExternSyncWrapper";
+
+constexpr std::chrono::milliseconds kLongestWait{1000};
 constexpr int64_t kNoSyncThresholdMs = 10000;
 // Further from every time of a stream than any threshold, and differences to it don't overflow.
 constexpr int64_t kOutOfReachMs = std::numeric_limits<int64_t>::min() / 2;
 
 }  // namespace
 
+class ExternSyncWrapper::Reading {
+public:
+    explicit Reading(ExternSyncWrapper& wrapper) : wrapper_(wrapper) {
+        std::lock_guard lock(wrapper_.mutex_);
+        clock = wrapper_.clock_;
+        offsetMs = wrapper_.offsetMs_;
+        wrapper_.beingRead_.push_back(clock);
+    }
+    Reading(const Reading&) = delete;
+    Reading& operator=(const Reading&) = delete;
+    ~Reading() {
+        std::lock_guard lock(wrapper_.mutex_);
+        auto& beingRead = wrapper_.beingRead_;
+        beingRead.erase(std::find(beingRead.begin(), beingRead.end(), clock));
+        wrapper_.readingEnded_.notify_all();
+    }
+
+    KelpSyncClock* clock = nullptr;
+    int32_t offsetMs = 0;
+
+private:
+    ExternSyncWrapper& wrapper_;
+};
+
 ExternSyncWrapper::~ExternSyncWrapper() = default;
 
-template <class Result, class Read>
-Result ExternSyncWrapper::ask(Result without, Read read) {
-    // In this order, as `set` stores first and counts then: either it waits for this reader, or the reader finds what
-    // it has stored.
-    ++readers_;
-    KelpSyncClock* const clock = syncClock_.load();
-    const Result result = clock ? read(clock) : without;
-    --readers_;
-    return result;
-}
-
 int64_t ExternSyncWrapper::getNoSyncThreshold() {
-    return ask(kNoSyncThresholdMs, [](KelpSyncClock* clock) { return clock->getNoSyncThreshold(); });
+    const Reading reading(*this);
+    return reading.clock ? reading.clock->getNoSyncThreshold() : kNoSyncThresholdMs;
 }
 
 bool ExternSyncWrapper::isForceSync() {
-    return ask(false, [](KelpSyncClock* clock) { return clock->isForceSync(); });
+    const Reading reading(*this);
+    return reading.clock && reading.clock->isForceSync();
 }
 
 int64_t ExternSyncWrapper::getSyncPts() {
-    return ask(kOutOfReachMs,
-               [this](KelpSyncClock* clock) { return wrappingSubtract(clock->getSyncPts(), offsetMs_.load()); });
+    const Reading reading(*this);
+    return reading.clock ? wrappingSubtract(reading.clock->getSyncPts(), reading.offsetMs) : kOutOfReachMs;
 }
 
 void ExternSyncWrapper::setSyncObject(std::shared_ptr<SyncObject>) {
 }
 
-void ExternSyncWrapper::set(KelpSyncClock* clock, int32_t offsetMs) {
-    const bool replaced = syncClock_.exchange(clock) != clock;
-    offsetMs_ = offsetMs;
-    // Not for ever: the host may hold a lock here that its clock waits for.
-    const auto end = std::chrono::steady_clock::now() + kLongestWait;
-    while (replaced && readers_.load() != 0 && std::chrono::steady_clock::now() < end) {
-        std::this_thread::yield();
+KelpSyncClock* ExternSyncWrapper::set(KelpSyncClock* clock, int32_t offsetMs, const std::function<void(bool)>& follow) {
+    std::lock_guard setLock(setMutex_);
+    if (!clock) {
+        follow(false);
+    }
+    KelpSyncClock* replaced = clock;
+    {
+        std::lock_guard lock(mutex_);
+        std::swap(clock_, replaced);
+        offsetMs_ = offsetMs;
+    }
+    if (clock) {
+        follow(true);
+    }
+    return replaced != clock ? replaced : nullptr;
+}
+
+void ExternSyncWrapper::waitUntilUnread(const KelpSyncClock* clock) {
+    std::unique_lock lock(mutex_);
+    const auto isUnread = [&] {
+        return clock_ == clock || std::find(beingRead_.begin(), beingRead_.end(), clock) == beingRead_.end();
+    };
+    if (clock && !readingEnded_.wait_for(lock, kLongestWait, isUnread)) {
+        lock.unlock();
+        Log::Error(kTag, "%s, the host's clock is still being read after %d ms, it must not end yet\n",
+                   "setExternSyncClock", static_cast<int>(kLongestWait.count()));
     }
 }
 

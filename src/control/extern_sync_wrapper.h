@@ -1,8 +1,11 @@
 #pragma once
 
-#include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <mutex>
+#include <vector>
 
 #include "clock/sync_object.h"
 #include "kelp_player/sync_clock.h"
@@ -11,9 +14,8 @@ namespace kelp {
 
 // Lets a clock of the host act as the master of the play threads, which read it at every frame.
 //
-// A second `set` changes the one object in place while they read it: a reader that comes between sees the new clock
-// with the old offset once. After a `set` without a clock, a play thread that still holds the wrapper, for the rest of
-// a frame or because a master keeps whom it followed, finds a clock that is too far away to follow.
+// The one object serves all clocks of a player. Without a clock, a play thread that still holds it, for the rest of a
+// frame or because a master keeps whom it followed, finds a clock that is too far away to follow.
 class ExternSyncWrapper : public SyncObject {
 public:
     ExternSyncWrapper() = default;
@@ -28,19 +30,26 @@ public:
     // Nothing: this clock follows nobody.
     void setSyncObject(std::shared_ptr<SyncObject> syncObject) override;
 
-    // `clock` isn't owned. `offsetMs`: by how much it runs ahead of the stream's zero. Waits until nobody reads the
-    // clock before, so that the host may end that one as soon as this returns; for a second at most, as a reading may
-    // wait for a lock that the caller holds.
-    void set(KelpSyncClock* clock, int32_t offsetMs);
+    // Reads `clock`, or none, from now on; `offsetMs`: by how much it runs ahead of the stream's zero. It isn't owned.
+    // `follow` has the player follow this object, true, when the clock stands, and no more, false, before it goes: one
+    // change at a time, so that the player follows it exactly while it has a clock. Returns the clock that was replaced
+    // by another one, to be waited for.
+    KelpSyncClock* set(KelpSyncClock* clock, int32_t offsetMs, const std::function<void(bool)>& follow);
+
+    // Waits until nobody reads `clock` any more, unless it was set again. For a second at most, as an answer may wait
+    // for a lock that the caller holds; an Error line says so then.
+    void waitUntilUnread(const KelpSyncClock* clock);
 
 private:
-    // What `read` makes of the host's clock, or `without` if there is none.
-    template <class Result, class Read>
-    Result ask(Result without, Read read);
+    // One call to the clock that is set at its beginning.
+    class Reading;
 
-    std::atomic<KelpSyncClock*> syncClock_{nullptr};
-    std::atomic<int32_t> offsetMs_{0};
-    std::atomic<int> readers_{0};  // threads that may be using a clock they found in syncClock_
+    std::mutex setMutex_;                          // held through a change; before all others
+    std::mutex mutex_;                             // never held while a clock is called; a leaf
+    KelpSyncClock* clock_ = nullptr;               // guarded by mutex_, like all below
+    int32_t offsetMs_ = 0;                         // of clock_
+    std::vector<const KelpSyncClock*> beingRead_;  // once for each call that is under way
+    std::condition_variable readingEnded_;
 };
 
 }  // namespace kelp

@@ -233,13 +233,16 @@ void KelpPlayer::setAVSyncMode(SyncMasterMode mode) {
 }
 
 void KelpPlayer::setExternSyncClock(KelpSyncClock* clock, int offsetMs) {
-    if (!clock) {
-        playTask_->setExternSyncClock(nullptr);
-        externSyncWrapper_->set(nullptr, offsetMs);
-        return;
-    }
-    externSyncWrapper_->set(clock, offsetMs);
-    playTask_->setExternSyncClock(externSyncWrapper_);
+    waitUntilUnread(replaceExternSyncClock(clock, offsetMs));
+}
+
+KelpSyncClock* KelpPlayer::replaceExternSyncClock(KelpSyncClock* clock, int offsetMs) {
+    return externSyncWrapper_->set(
+        clock, offsetMs, [this](bool follow) { playTask_->setExternSyncClock(follow ? externSyncWrapper_ : nullptr); });
+}
+
+void KelpPlayer::waitUntilUnread(KelpSyncClock* clock) {
+    externSyncWrapper_->waitUntilUnread(clock);
 }
 
 void KelpPlayer::setOption(const char* key, const char* value) {

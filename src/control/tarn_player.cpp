@@ -87,7 +87,7 @@ bool TarnPlayer::setDataSource(const char* url, int offsetToClockMs, TarnPlayerO
     observer_ = observer;
     innerObserver_->set(observer, offsetToClockMs);
     if (syncClock_) {
-        player_->setExternSyncClock(syncClock_, offsetToClockMs);
+        player_->replaceExternSyncClock(syncClock_, offsetToClockMs);
     }
     state_ = PLAYER_STATE_INITIALIZED;
     return true;
@@ -284,9 +284,11 @@ void TarnPlayer::setAVSyncMode(SyncMasterMode mode) {
 }
 
 void TarnPlayer::setSyncClock(KelpSyncClock* clock) {
-    std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     syncClock_ = clock;
-    player_->setExternSyncClock(clock, offsetToClockMs_);
+    KelpSyncClock* const replaced = player_->replaceExternSyncClock(clock, offsetToClockMs_);
+    lock.unlock();
+    player_->waitUntilUnread(replaced);
 }
 
 bool TarnPlayer::setOffsetToClockMs(int offsetMs) {

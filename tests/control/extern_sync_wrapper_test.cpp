@@ -4,18 +4,24 @@
 
 #include <atomic>
 #include <chrono>
+#include <ctime>
+#include <functional>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
-namespace kelp {
+#include "support/gate.h"
+#include "support/log_capture.h"
+
+// The host's clock as the players see it, and how it is taken back from threads that read it.
+
+namespace kelp::test {
 namespace {
 
-class HostClock : public KelpSyncClock {
+class FixedClock : public KelpSyncClock {
 public:
-    HostClock(int64_t pts, int64_t threshold, bool force) : pts_(pts), threshold_(threshold), force_(force) {}
+    FixedClock(int64_t pts, int64_t threshold, bool force) : pts_(pts), threshold_(threshold), force_(force) {}
     int64_t getNoSyncThreshold() override { return threshold_; }
     bool isForceSync() override { return force_; }
     int64_t getSyncPts() override { return pts_; }
@@ -26,32 +32,75 @@ private:
     bool force_;
 };
 
+// A clock whose answers wait until the test lets them come.
+class GatedClock : public KelpSyncClock {
+public:
+    int64_t getNoSyncThreshold() override { return 1; }
+    bool isForceSync() override { return true; }
+    int64_t getSyncPts() override {
+        asked.open();
+        mayAnswer.wait();
+        answered = true;
+        return 1;
+    }
+    Gate asked;
+    Gate mayAnswer;
+    std::atomic<bool> answered{false};
+};
+
+// What the player is told, beside.
+void ignore(bool) {
+}
+
+// As a player changes its clock.
+void change(ExternSyncWrapper& wrapper, KelpSyncClock* clock, int32_t offsetMs) {
+    wrapper.waitUntilUnread(wrapper.set(clock, offsetMs, ignore));
+}
+
+bool isOutOfReach(int64_t pts) {
+    return pts < std::numeric_limits<int64_t>::min() / 4;
+}
+
 TEST(ExternSyncWrapper, ReadsTheHostsClockLessTheOffset) {
-    HostClock clock(0x1'0000'0000, 12345, true);
+    FixedClock clock(0x1'0000'0000, 12345, true);
     ExternSyncWrapper wrapper;
-    wrapper.set(&clock, 1000);
+    change(wrapper, &clock, 1000);
     EXPECT_EQ(wrapper.getSyncPts(), 0x1'0000'0000 - 1000);
     EXPECT_EQ(wrapper.getNoSyncThreshold(), 12345);
     EXPECT_TRUE(wrapper.isForceSync());
-    wrapper.set(&clock, -1000);
+    change(wrapper, &clock, -1000);
     EXPECT_EQ(wrapper.getSyncPts(), 0x1'0000'0000 + 1000);
 }
 
-TEST(ExternSyncWrapper, ChangesItsClockInPlace) {
-    HostClock first(100, 1, true);
-    HostClock second(200, 2, false);
+// Neither the reading nor the difference fits 32 bits.
+TEST(ExternSyncWrapper, CutsNothingOffAtTheEndsOf32Bits) {
+    constexpr int32_t kLowest = std::numeric_limits<int32_t>::min();
+    constexpr int32_t kHighest = std::numeric_limits<int32_t>::max();
+    FixedClock high(kHighest, 0x1'0000'0000, true);
+    FixedClock low(kLowest, 0x1'0000'0000, true);
     ExternSyncWrapper wrapper;
-    wrapper.set(&first, 0);
-    wrapper.set(&second, 5);
+    change(wrapper, &high, kLowest);
+    EXPECT_EQ(wrapper.getSyncPts(), int64_t{0xFFFF'FFFF});
+    EXPECT_EQ(wrapper.getNoSyncThreshold(), 0x1'0000'0000);
+    change(wrapper, &low, kHighest);
+    EXPECT_EQ(wrapper.getSyncPts(), -int64_t{0xFFFF'FFFF});
+}
+
+TEST(ExternSyncWrapper, ChangesItsClockInPlace) {
+    FixedClock first(100, 1, true);
+    FixedClock second(200, 2, false);
+    ExternSyncWrapper wrapper;
+    change(wrapper, &first, 0);
+    change(wrapper, &second, 5);
     EXPECT_EQ(wrapper.getSyncPts(), 195);
     EXPECT_EQ(wrapper.getNoSyncThreshold(), 2);
     EXPECT_FALSE(wrapper.isForceSync());
 }
 
 TEST(ExternSyncWrapper, TakesAReadingOfAnySize) {
-    HostClock clock(std::numeric_limits<int64_t>::min(), 1, true);
+    FixedClock clock(std::numeric_limits<int64_t>::min(), 1, true);
     ExternSyncWrapper wrapper;
-    wrapper.set(&clock, 1);
+    change(wrapper, &clock, 1);
     EXPECT_EQ(wrapper.getSyncPts(), std::numeric_limits<int64_t>::max());
 }
 
@@ -60,76 +109,168 @@ TEST(ExternSyncWrapper, IsOutOfEveryonesReachWithoutAClock) {
     for (int round = 0; round < 2; ++round) {
         EXPECT_FALSE(wrapper.isForceSync());
         EXPECT_EQ(wrapper.getNoSyncThreshold(), 10000);
-        EXPECT_LT(wrapper.getSyncPts(), std::numeric_limits<int64_t>::min() / 4);
-        HostClock clock(100, 1, true);
-        wrapper.set(&clock, 0);
+        EXPECT_TRUE(isOutOfReach(wrapper.getSyncPts()));
+        FixedClock clock(100, 1, true);
+        change(wrapper, &clock, 0);
         EXPECT_EQ(wrapper.getSyncPts(), 100);
-        wrapper.set(nullptr, 0);
+        change(wrapper, nullptr, 0);
     }
 }
 
-// A clock that takes its time over an answer.
-class SlowClock : public KelpSyncClock {
-public:
-    int64_t getNoSyncThreshold() override { return 1; }
-    bool isForceSync() override { return true; }
-    int64_t getSyncPts() override {
-        asked = true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        return ++answered;
-    }
-    std::atomic<bool> asked{false};
-    std::atomic<int> answered{0};
-};
+TEST(ExternSyncWrapper, IsFollowedFromAfterItHasAClockUntilBeforeItHasNone) {
+    FixedClock clock(100, 1, true);
+    ExternSyncWrapper wrapper;
+    std::vector<bool> told;
+    const auto follow = [&](bool followed) {
+        told.push_back(followed);
+        EXPECT_TRUE(wrapper.isForceSync());
+    };
+    EXPECT_EQ(wrapper.set(&clock, 0, follow), nullptr);
+    EXPECT_EQ(wrapper.set(&clock, 5, follow), nullptr) << "the same clock, which isn't given up";
+    EXPECT_EQ(wrapper.set(nullptr, 0, follow), &clock);
+    EXPECT_EQ(told, (std::vector<bool>{true, true, false}));
+}
+
+// One takes its clock back, and is held up between the player's word and the clock's end; another one sets a clock.
+TEST(ExternSyncWrapper, LetsTwoThreadsChangeItOneAfterTheOther) {
+    FixedClock clock(100, 1, true);
+    ExternSyncWrapper wrapper;
+    wrapper.set(&clock, 0, ignore);
+    std::atomic<bool> followed{true};
+    Gate within;
+    Gate mayGoOn;
+    std::thread taker([&] {
+        wrapper.set(nullptr, 0, [&](bool follow) {
+            followed = follow;
+            within.open();
+            mayGoOn.wait();
+        });
+    });
+    within.wait();
+    std::atomic<bool> set{false};
+    std::thread setter([&] {
+        wrapper.set(&clock, 0, [&](bool follow) { followed = follow; });
+        set = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // nothing to wait for: it must not get on
+    EXPECT_FALSE(set);
+    mayGoOn.open();
+    taker.join();
+    setter.join();
+    EXPECT_TRUE(followed);
+    EXPECT_TRUE(wrapper.isForceSync()) << "followed, without a clock";
+}
 
 TEST(ExternSyncWrapper, LetsAnAnswerComeBeforeItsClockMayEnd) {
-    SlowClock slow;
-    HostClock other(100, 1, true);
+    FixedClock other(100, 1, true);
     for (KelpSyncClock* next : {static_cast<KelpSyncClock*>(&other), static_cast<KelpSyncClock*>(nullptr)}) {
-        slow.asked = false;
-        slow.answered = 0;
+        GatedClock clock;
         ExternSyncWrapper wrapper;
-        wrapper.set(&slow, 0);
+        change(wrapper, &clock, 0);
         std::thread player([&] { EXPECT_EQ(wrapper.getSyncPts(), 1); });
-        while (!slow.asked) {
-            std::this_thread::yield();
-        }
-        wrapper.set(next, 0);
-        EXPECT_EQ(slow.answered, 1);
+        clock.asked.wait();
+        std::thread answer([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));  // while it is waited for
+            clock.mayAnswer.open();
+        });
+        change(wrapper, next, 0);
+        EXPECT_TRUE(clock.answered);
+        answer.join();
         player.join();
     }
 }
 
-// A clock whose answers wait for a lock that its host holds while it takes the clock back.
-class LockedClock : public KelpSyncClock {
-public:
-    int64_t getNoSyncThreshold() override { return 1; }
-    bool isForceSync() override { return true; }
-    int64_t getSyncPts() override {
-        asked = true;
-        std::lock_guard lock(mutex);
-        return 1;
-    }
-    std::atomic<bool> asked{false};
-    std::mutex mutex;
-};
-
-TEST(ExternSyncWrapper, DoesNotWaitForEverForALockOfItsHost) {
-    LockedClock clock;
+// An answer that the first change has not waited for keeps its clock all the same.
+TEST(ExternSyncWrapper, LetsAnAnswerComeAlsoAfterAChangeOfTheOffset) {
+    GatedClock clock;
     ExternSyncWrapper wrapper;
-    wrapper.set(&clock, 0);
-    std::unique_lock lock(clock.mutex);
-    std::thread player([&] { wrapper.getSyncPts(); });
-    while (!clock.asked) {
-        std::this_thread::yield();
-    }
-    wrapper.set(nullptr, 0);
-    EXPECT_FALSE(wrapper.isForceSync());
-    lock.unlock();
+    change(wrapper, &clock, 0);
+    std::thread player([&] { EXPECT_EQ(wrapper.getSyncPts(), 1); });
+    clock.asked.wait();
+    change(wrapper, &clock, 5);
+    EXPECT_FALSE(clock.answered);
+    std::thread answer([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        clock.mayAnswer.open();
+    });
+    change(wrapper, nullptr, 0);
+    EXPECT_TRUE(clock.answered);
+    answer.join();
     player.join();
 }
 
-TEST(ExternSyncWrapper, GivesUpAClockWhilePlayersReadIt) {
+TEST(ExternSyncWrapper, WaitsForNobodyWhoReadsAnotherClock) {
+    GatedClock busy;
+    FixedClock idle(100, 1, true);
+    ExternSyncWrapper wrapper;
+    change(wrapper, &idle, 0);
+    EXPECT_EQ(wrapper.set(&busy, 0, ignore), &idle);
+    std::thread player([&] { wrapper.getSyncPts(); });
+    busy.asked.wait();
+    LogCapture log;
+    const auto begin = std::chrono::steady_clock::now();
+    wrapper.waitUntilUnread(&idle);
+    wrapper.waitUntilUnread(&busy);  // which is the one that is set
+    wrapper.waitUntilUnread(nullptr);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
+    EXPECT_EQ(log.count("still being read"), 0);
+    busy.mayAnswer.open();
+    player.join();
+}
+
+// The answer waits for a lock that the host holds while it takes the clock back; other threads aren't held up by that.
+TEST(ExternSyncWrapper, DoesNotWaitForEverForALockOfItsHost) {
+    GatedClock clock;
+    FixedClock other(100, 1, true);
+    ExternSyncWrapper wrapper;
+    change(wrapper, &clock, 0);
+    std::thread player([&] { wrapper.getSyncPts(); });
+    clock.asked.wait();
+    LogCapture log(1);
+    KelpSyncClock* const replaced = wrapper.set(nullptr, 0, ignore);
+    std::atomic<bool> waited{false};
+    std::thread taker([&] {
+        wrapper.waitUntilUnread(replaced);
+        waited = true;
+    });
+    change(wrapper, &other, 0);
+    EXPECT_EQ(wrapper.getSyncPts(), 100);
+    EXPECT_FALSE(waited);
+    taker.join();
+    EXPECT_FALSE(clock.answered);
+    EXPECT_EQ(log.count("[ExternSyncWrapper]: setExternSyncClock, the host's clock is still being read after 1000 ms, "
+                        "it must not end yet\n"),
+              1);
+    clock.mayAnswer.open();
+    player.join();
+}
+
+// A waiting thread leaves the processor to the others.
+TEST(ExternSyncWrapper, DoesNotSpinWhileItWaits) {
+    GatedClock clock;
+    ExternSyncWrapper wrapper;
+    change(wrapper, &clock, 0);
+    std::thread player([&] { wrapper.getSyncPts(); });
+    clock.asked.wait();
+    std::thread answer([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        clock.mayAnswer.open();
+    });
+    const auto usedMs = [] {
+        timespec used{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+        return used.tv_sec * 1000 + used.tv_nsec / 1'000'000;
+    };
+    const auto before = usedMs();
+    change(wrapper, nullptr, 0);
+    EXPECT_LT(usedMs() - before, 30);
+    EXPECT_TRUE(clock.answered);
+    answer.join();
+    player.join();
+}
+
+// Also no reading that is made of the one clock and the other one's offset.
+TEST(ExternSyncWrapper, ChangesAndGivesUpClocksWhilePlayersReadThem) {
     ExternSyncWrapper wrapper;
     std::atomic<bool> done{false};
     std::vector<std::thread> players;
@@ -137,18 +278,24 @@ TEST(ExternSyncWrapper, GivesUpAClockWhilePlayersReadIt) {
         players.emplace_back([&] {
             while (!done) {
                 const int64_t pts = wrapper.getSyncPts();
-                EXPECT_TRUE(pts == 100 || pts < std::numeric_limits<int64_t>::min() / 4) << pts;
+                EXPECT_TRUE(pts == 100 || isOutOfReach(pts)) << pts;
                 const int64_t threshold = wrapper.getNoSyncThreshold();
                 EXPECT_TRUE(threshold == 7 || threshold == 10000) << threshold;
                 wrapper.isForceSync();
             }
         });
     }
-    for (int i = 0; i < 500; ++i) {
-        const auto clock = std::make_unique<HostClock>(100, 7, true);
-        wrapper.set(clock.get(), 0);
+    for (int i = 0; i < 200; ++i) {
+        const auto clock = std::make_unique<FixedClock>(100, 7, true);
+        change(wrapper, clock.get(), 0);
         std::this_thread::yield();
-        wrapper.set(nullptr, 0);
+        {
+            FixedClock later(5100, 7, false);
+            change(wrapper, &later, 5000);
+            std::this_thread::yield();
+            change(wrapper, clock.get(), 0);
+        }
+        change(wrapper, nullptr, 0);
     }
     done = true;
     for (auto& player : players) {
@@ -157,14 +304,14 @@ TEST(ExternSyncWrapper, GivesUpAClockWhilePlayersReadIt) {
 }
 
 TEST(ExternSyncWrapper, FollowsNobody) {
-    HostClock clock(100, 1, true);
+    FixedClock clock(100, 1, true);
     const auto other = std::make_shared<ExternSyncWrapper>();
     ExternSyncWrapper wrapper;
-    wrapper.set(&clock, 0);
+    change(wrapper, &clock, 0);
     wrapper.setSyncObject(other);
     EXPECT_EQ(other.use_count(), 1);
     EXPECT_EQ(wrapper.getSyncPts(), 100);
 }
 
 }  // namespace
-}  // namespace kelp
+}  // namespace kelp::test

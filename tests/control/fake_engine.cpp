@@ -145,8 +145,18 @@ void KelpPlayer::enableHwDecoder(bool enable, HwDecodeMode mode) {
 void KelpPlayer::setAVSyncMode(SyncMasterMode mode) {
     note("setAVSyncMode(" + text(mode) + ")");
 }
-void KelpPlayer::setExternSyncClock(KelpSyncClock* clock, int offsetMs) {
+KelpSyncClock* KelpPlayer::replaceExternSyncClock(KelpSyncClock* clock, int offsetMs) {
     note("setExternSyncClock(" + std::string(clock ? "clock" : "null") + ", " + text(offsetMs) + ")");
+    KelpSyncClock* const before = std::exchange(engine().clock, clock);
+    return before != clock ? before : nullptr;
+}
+void KelpPlayer::waitUntilUnread(KelpSyncClock* clock) {
+    if (clock) {
+        engine().waitedFor.push_back(clock);
+    }
+    if (engine().inClockWait) {
+        engine().inClockWait();
+    }
 }
 void KelpPlayer::setOption(const char* key, const char* value) {
     note("setOption(" + std::string(key) + ", " + value + ")");

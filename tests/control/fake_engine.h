@@ -32,6 +32,9 @@ struct FakeEngine {
     unsigned int nextTimerId = 1;
     std::function<void()> inStop;  // run within `stop` and `release`, if set
     std::function<void()> inRelease;
+    KelpSyncClock* clock = nullptr;         // the host's, as set last
+    std::vector<KelpSyncClock*> waitedFor;  // clocks that were given up
+    std::function<void()> inClockWait;      // run while one is waited for, if set
 
     std::vector<std::string> takeCalls();
     // Runs what is queued on the worker, also what that queues.

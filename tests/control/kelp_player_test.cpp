@@ -115,14 +115,12 @@ public:
         std::lock_guard lock(mutex_);
         return events_;
     }
-    bool has(const std::string& start) {
-        for (const auto& event : events()) {
-            if (event.rfind(start, 0) == 0) {
-                return true;
-            }
-        }
-        return false;
+    int count(const std::string& start) {
+        const auto all = events();
+        return static_cast<int>(
+            std::count_if(all.begin(), all.end(), [&](const auto& e) { return e.starts_with(start); }));
     }
+    bool has(const std::string& start) { return count(start) > 0; }
     // Threads that the events came on, and players that they were about.
     size_t threads() {
         std::lock_guard lock(mutex_);
@@ -166,7 +164,12 @@ public:
     explicit HostClock(int64_t pts) : pts_(pts) {}
     int64_t getNoSyncThreshold() override { return 1; }
     bool isForceSync() override { return false; }
-    int64_t getSyncPts() override { return pts_; }
+    int64_t getSyncPts() override {
+        ++readings;
+        return pts_;
+    }
+
+    std::atomic<int> readings{0};
 
 private:
     int64_t pts_;
@@ -683,6 +686,21 @@ TEST_F(KelpPlayerTest, LetsTheHostEndAClockThatItTookBack) {
     EXPECT_LT(followed->getSyncPts(), std::numeric_limits<int64_t>::min() / 4);
     EXPECT_FALSE(followed->isForceSync());
     EXPECT_TRUE(waitUntil([&] { return player->getCurrentTime() > 200; }));
+}
+
+// Set once, for all that is played.
+TEST_F(KelpPlayerTest, ReadsTheHostsClockAgainAfterAStop) {
+    init();
+    HostClock clock(0);
+    player->setExternSyncClock(&clock, 0);
+    for (int playback = 1; playback <= 2; ++playback) {
+        player->loadFileAsync(smallMedia("long.mp4").c_str(), 0);
+        ASSERT_TRUE(waitUntil([&] { return recorder.count("prepared") == playback; }));
+        ASSERT_TRUE(player->play());
+        EXPECT_TRUE(waitUntil([&] { return clock.readings > 0; }));
+        player->stop();
+        clock.readings = 0;
+    }
 }
 
 TEST_F(KelpPlayerTest, ReturnsToItsOwnClockAtOnce) {

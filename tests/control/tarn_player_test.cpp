@@ -1,3 +1,6 @@
+#include <chrono>
+#include <future>
+
 #include "control/tarn_player_fixture.h"
 #include "support/log_capture.h"
 
@@ -327,6 +330,22 @@ TEST_F(TarnPlayerTest, HandsTheClockToTheEngineWithTheOffset) {
     EXPECT_THAT(engine().takeCalls(), ElementsAre("setExternSyncClock(clock, 700)"));
     player_->setSyncClock(nullptr);
     EXPECT_THAT(engine().takeCalls(), ElementsAre("setExternSyncClock(null, 700)"));
+}
+
+// Other threads get on meanwhile: the answer that is waited for may need one of them.
+TEST_F(TarnPlayerTest, WaitsForAClockThatItGivesBackWithoutItsLock) {
+    HostClock clock;
+    player_->setSyncClock(&clock);
+    player_->setSyncClock(&clock);
+    EXPECT_THAT(engine().waitedFor, IsEmpty());
+    std::future<bool> other;
+    engine().inClockWait = [&] {
+        other = std::async(std::launch::async, [&] { return player_->resume(); });
+        EXPECT_EQ(other.wait_for(std::chrono::seconds(10)), std::future_status::ready) << "the lock is held";
+    };
+    player_->setSyncClock(nullptr);
+    EXPECT_THAT(engine().waitedFor, ElementsAre(&clock));
+    EXPECT_TRUE(other.get());
 }
 
 TEST_F(TarnPlayerTest, ChangesTheOffsetByTheClock) {

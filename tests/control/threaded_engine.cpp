@@ -209,8 +209,11 @@ void KelpPlayer::enableHwDecoder(bool enable, HwDecodeMode) {
 void KelpPlayer::setAVSyncMode(SyncMasterMode) {
     const Alone alone("setAVSyncMode");
 }
-void KelpPlayer::setExternSyncClock(KelpSyncClock*, int) {
+KelpSyncClock* KelpPlayer::replaceExternSyncClock(KelpSyncClock*, int) {
     const Alone alone("setExternSyncClock");
+    return nullptr;
+}
+void KelpPlayer::waitUntilUnread(KelpSyncClock*) {
 }
 void KelpPlayer::setOption(const char*, const char*) {
     const Alone alone("setOption");

@@ -15,10 +15,10 @@ constexpr int kInfo = 3;
 constexpr int kDebug = 4;
 
 constexpr std::string_view kTags[] = {
-    "AudioDecodeThread", "AudioPlayThread", "BaseDecodeThread",  "BasePlayThread",  "BaseThread",
-    "FFAudioDecoder",    "FFVideoDecoder",  "KelpPlayer",        "PlayTask",        "SDLAudioOutput",
-    "SDLRender",         "StreamMuxer",     "StreamParser",      "TarnPlayer",      "TarnSyncClock",
-    "UdpReceiver",       "Worker",          "VideoDecodeThread", "VideoPlayThread",
+    "AudioDecodeThread", "AudioPlayThread", "BaseDecodeThread", "BasePlayThread",    "BaseThread",
+    "ExternSyncWrapper", "FFAudioDecoder",  "FFVideoDecoder",   "KelpPlayer",        "PlayTask",
+    "SDLAudioOutput",    "SDLRender",       "StreamMuxer",      "StreamParser",      "TarnPlayer",
+    "TarnSyncClock",     "UdpReceiver",     "Worker",           "VideoDecodeThread", "VideoPlayThread",
 };
 
 // A line with this piece of text.
@@ -34,6 +34,8 @@ constexpr Due kDue[] = {
     {kError, "KelpPlayer", "Could not initialize SDL - "},
     {kError, "KelpPlayer", "(Did you set the DISPLAY variable?)"},
     {kError, "KelpPlayer", "loadFileAsync, no file name"},
+
+    {kError, "ExternSyncWrapper", "setExternSyncClock, the host's clock is still being read after "},
 
     {kError, "TarnPlayer", "create, the engine can't be started"},
     {kError, "TarnPlayer", "setDataSource, no url"},

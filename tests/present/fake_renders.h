@@ -11,8 +11,21 @@
 #include <vector>
 
 #include "present/render.h"
+#include "present/window_list.h"
 
-namespace kelp::test {
+namespace kelp {
+
+class WindowListPeer {
+public:
+    static size_t count(WindowList& list) { return list.windows_.size(); }
+    // Width and height that the window at `index` counts as known to its renderer.
+    static std::pair<int, int> size(WindowList& list, size_t index) {
+        const auto& window = list.windows_.at(index);
+        return {window.width, window.height};
+    }
+};
+
+namespace test {
 
 // A picture on a window, and when it got there by the fake time.
 struct Shown {
@@ -22,6 +35,10 @@ struct Shown {
 };
 
 std::ostream& operator<<(std::ostream& out, const Shown& shown);
+
+inline void* handle(uintptr_t number) {
+    return reinterpret_cast<void*>(number);
+}
 
 // While it lives, VideoRenderFactory::create makes renderers that only write down what they are told, for the types
 // that it knows. One at a time. Needs the mangled name of the factory's `create` among the WRAPped symbols.
@@ -64,4 +81,5 @@ private:
     std::vector<std::pair<int, Shown>> shown_;  // with the renderer's number
 };
 
-}  // namespace kelp::test
+}  // namespace test
+}  // namespace kelp

@@ -8,11 +8,10 @@
 #include <mutex>
 #include <vector>
 
-#include "clock/sync_object.h"
+#include "present/fake_master.h"
 #include "present/fake_renders.h"
 #include "present/video_frames.h"
 #include "present/video_play_thread.h"
-#include "support/fake_time.h"
 #include "support/log_capture.h"
 
 namespace kelp {
@@ -27,43 +26,11 @@ public:
     static void seekStart(VideoPlayThread& thread, int seekTimeMs) { thread.onSeekStart(seekTimeMs); }
     static void seekFinish(VideoPlayThread& thread, int ptsMs) { thread.onSeekFinish(ptsMs); }
     static void exit(VideoPlayThread& thread) { thread.onExit(); }
-    static int64_t computeDelay(VideoPlayThread& thread, int64_t delay) { return thread.computeDelay(delay); }
-    static void draw(VideoPlayThread& thread, std::shared_ptr<VideoFrameInfo> frame) { thread.renderFrame(frame); }
-
-    // The thread's own clock reads `pts` now.
-    static void setClock(VideoPlayThread& thread, int64_t pts) { thread.setCurrentPts(pts, test::FakeTime::nowMs()); }
-    static int64_t frameTimer(VideoPlayThread& thread) { return thread.frameTimer_; }
-    static size_t windowCount(VideoPlayThread& thread) { return thread.windowInfos_.size(); }
-    // Width and height that the list's entry at `index` counts as known to its renderer.
-    static std::pair<int, int> windowSize(VideoPlayThread& thread, size_t index) {
-        const auto& info = thread.windowInfos_.at(index);
-        return {info.width, info.height};
-    }
+    static int64_t frameTimer(VideoPlayThread& thread) { return thread.timing_.frameTimer(); }
+    static WindowList& windows(VideoPlayThread& thread) { return thread.windows_; }
 };
 
 namespace test {
-
-constexpr int64_t kStart = 1'000'000;  // the fake time at the start of each test
-
-// A master whose reading the test sets; it stands still or runs with the fake time.
-class FakeMaster : public SyncObject {
-public:
-    explicit FakeMaster(int64_t pts, bool running = false) : pts_(pts), running_(running) {}
-
-    int64_t getNoSyncThreshold() override { return threshold; }
-    bool isForceSync() override { return forcing; }
-    int64_t getSyncPts() override { return pts_ + (running_ ? FakeTime::nowMs() - kStart : 0); }
-    void setSyncObject(std::shared_ptr<SyncObject>) override {}
-
-    void set(int64_t pts) { pts_ = pts; }
-
-    std::atomic<int64_t> threshold{10000};
-    std::atomic<bool> forcing{false};
-
-private:
-    std::atomic<int64_t> pts_;
-    const bool running_;
-};
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
@@ -85,10 +52,6 @@ private:
 };
 
 #pragma GCC diagnostic pop
-
-inline void* handle(uintptr_t number) {
-    return reinterpret_cast<void*>(number);
-}
 
 // A play thread with one window, not started: the test is its thread.
 class VideoPlayFixture : public testing::Test {

@@ -349,7 +349,7 @@ TEST(VideoPlayThreadStress, TakesEveryCallFromOtherThreadsWhileFramesFlow) {
         EXPECT_TRUE(renders.waitFor("1 fill 12345678"));
         thread.stop();
         EXPECT_EQ(thread.getFrameQueueSize(), 0);
-        EXPECT_EQ(VideoPlayThreadPeer::windowCount(thread), 0U);
+        EXPECT_EQ(WindowListPeer::count(VideoPlayThreadPeer::windows(thread)), 0U);
     }
     Log::SetLevel(level);
 }

@@ -1,4 +1,9 @@
-#include "present/video_play_fixture.h"
+#include "present/picture_timing.h"
+
+#include <gmock/gmock.h>
+
+#include "present/fake_master.h"
+#include "support/log_capture.h"
 
 namespace kelp {
 namespace {
@@ -6,37 +11,42 @@ namespace {
 using test::LogCapture;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using Peer = VideoPlayThreadPeer;
 
-class VideoPlayThreadDelay : public test::VideoPlayFixture {
+class PictureTimingDelay : public testing::Test {
 protected:
-    // The corrected `delay` while the thread's own clock runs `early` ahead of the master.
-    int64_t corrected(int64_t delay, int64_t early) {
-        constexpr int64_t kOwnPts = 50'000;
-        Peer::setClock(thread, kOwnPts);
-        master->set(kOwnPts - early);
-        return Peer::computeDelay(thread, delay);
+    PictureTimingDelay() {
+        test::FakeTime::reset(test::kStart);
+        timing.follow(master);
     }
 
-    std::shared_ptr<test::FakeMaster> master = follow(0);
+    // The corrected `delay` while the own clock runs `early` ahead of the master.
+    int64_t corrected(int64_t delay, int64_t early) {
+        constexpr int64_t kOwnPts = 50'000;
+        timing.clock().set(kOwnPts, test::FakeTime::nowMs());
+        master->set(kOwnPts - early);
+        return timing.computeDelay(delay);
+    }
+
+    std::shared_ptr<test::FakeMaster> master = std::make_shared<test::FakeMaster>(0);
+    PictureTiming timing{/*isLive=*/false, /*renderTiming=*/nullptr, [] { return 1; }};
 };
 
-TEST_F(VideoPlayThreadDelay, StaysWithoutAMaster) {
-    thread.setSyncObject(nullptr);
+TEST_F(PictureTimingDelay, StaysWithoutAMaster) {
+    timing.follow(nullptr);
     LogCapture log;
-    EXPECT_EQ(Peer::computeDelay(thread, 40), 40);
-    EXPECT_EQ(Peer::computeDelay(thread, -700), -700);
+    EXPECT_EQ(timing.computeDelay(40), 40);
+    EXPECT_EQ(timing.computeDelay(-700), -700);
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(VideoPlayThreadDelay, StaysBelowAThresholdOfItsOwnSize) {
+TEST_F(PictureTimingDelay, StaysBelowAThresholdOfItsOwnSize) {
     EXPECT_EQ(corrected(40, 0), 40);
     EXPECT_EQ(corrected(40, -30), 40);
     EXPECT_EQ(corrected(40, -39), 40);
     EXPECT_EQ(corrected(40, 39), 40);
 }
 
-TEST_F(VideoPlayThreadDelay, ShrinksByWhatVideoLagsButNotBelow0) {
+TEST_F(PictureTimingDelay, ShrinksByWhatVideoLagsButNotBelow0) {
     EXPECT_EQ(corrected(40, -40), 0);
     EXPECT_EQ(corrected(40, -50), 0);
     EXPECT_EQ(corrected(300, -100), 200);
@@ -44,7 +54,7 @@ TEST_F(VideoPlayThreadDelay, ShrinksByWhatVideoLagsButNotBelow0) {
     EXPECT_EQ(corrected(1000, -500), 500);
 }
 
-TEST_F(VideoPlayThreadDelay, HasAThresholdFrom25To100) {
+TEST_F(PictureTimingDelay, HasAThresholdFrom25To100) {
     EXPECT_EQ(corrected(10, -24), 10);
     EXPECT_EQ(corrected(10, -25), 0);
     EXPECT_EQ(corrected(10, 24), 10);
@@ -55,14 +65,14 @@ TEST_F(VideoPlayThreadDelay, HasAThresholdFrom25To100) {
     EXPECT_EQ(corrected(300, 100), 600);
 }
 
-TEST_F(VideoPlayThreadDelay, DoublesIfVideoIsAhead) {
+TEST_F(PictureTimingDelay, DoublesIfVideoIsAhead) {
     EXPECT_EQ(corrected(40, 40), 80);
     EXPECT_EQ(corrected(40, 150), 80);
     EXPECT_EQ(corrected(0, 150), 0);
     EXPECT_EQ(corrected(-40, 150), -80);
 }
 
-TEST_F(VideoPlayThreadDelay, IsAllThatVideoIsAheadOfAForcingMaster) {
+TEST_F(PictureTimingDelay, IsAllThatVideoIsAheadOfAForcingMaster) {
     master->forcing = true;
     EXPECT_EQ(corrected(40, 150), 150);
     EXPECT_EQ(corrected(0, 9999), 9999);
@@ -70,7 +80,7 @@ TEST_F(VideoPlayThreadDelay, IsAllThatVideoIsAheadOfAForcingMaster) {
     EXPECT_EQ(corrected(40, -50), 0);
 }
 
-TEST_F(VideoPlayThreadDelay, IsMinus1ForAFrameThatIsTooLate) {
+TEST_F(PictureTimingDelay, IsMinus1ForAFrameThatIsTooLate) {
     EXPECT_EQ(corrected(40, -600), -1);
     EXPECT_EQ(corrected(40, -501), -1);
     EXPECT_EQ(corrected(40, -500), 0);
@@ -78,12 +88,12 @@ TEST_F(VideoPlayThreadDelay, IsMinus1ForAFrameThatIsTooLate) {
     EXPECT_EQ(corrected(-40, -600), -1);
 }
 
-TEST_F(VideoPlayThreadDelay, GoesThroughNegative) {
+TEST_F(PictureTimingDelay, GoesThroughNegative) {
     EXPECT_EQ(corrected(-40, 0), -40);
     EXPECT_EQ(corrected(-40, -30), 0);
 }
 
-TEST_F(VideoPlayThreadDelay, StaysIfTheClocksAreTooFarApart) {
+TEST_F(PictureTimingDelay, StaysIfTheClocksAreTooFarApart) {
     LogCapture log;
     EXPECT_EQ(corrected(40, 10000), 40);
     EXPECT_EQ(corrected(40, -10000), 40);
@@ -92,7 +102,7 @@ TEST_F(VideoPlayThreadDelay, StaysIfTheClocksAreTooFarApart) {
     EXPECT_EQ(corrected(40, 9999), 80);
 }
 
-TEST_F(VideoPlayThreadDelay, TakesALargerThresholdOfTheMastersButNoSmallerOne) {
+TEST_F(PictureTimingDelay, TakesALargerThresholdOfTheMastersButNoSmallerOne) {
     master->threshold = 20000;
     EXPECT_EQ(corrected(40, 19999), 80);
     EXPECT_EQ(corrected(40, -19999), -1);
@@ -101,14 +111,14 @@ TEST_F(VideoPlayThreadDelay, TakesALargerThresholdOfTheMastersButNoSmallerOne) {
     EXPECT_EQ(corrected(40, 9999), 80);
 }
 
-TEST_F(VideoPlayThreadDelay, LogsACorrectionUnlessPaused) {
+TEST_F(PictureTimingDelay, LogsACorrectionUnlessPaused) {
     LogCapture log;
     corrected(40, 30);
     EXPECT_THAT(log.lines(), IsEmpty());
     corrected(40, 150);
     EXPECT_THAT(log.lines(), ElementsAre("[VideoPlayThread]: computeDelay, currentPts_:50000 curPts:50000, "
                                          "syncPts:49850, early:150, delay:40->80\n"));
-    thread.pause(true);
+    timing.setPaused(true);
     log.clear();
     corrected(40, 150);
     EXPECT_THAT(log.lines(), IsEmpty());

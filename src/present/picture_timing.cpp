@@ -1,0 +1,160 @@
+#include "present/picture_timing.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "clock/render_timing.h"
+#include "clock/wrapping_math.h"
+#include "kelp_player/log.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr char kTag[] = "VideoPlayThread";
+
+// All in milliseconds.
+constexpr int64_t kNoSyncThresholdMs = 10000;  // the least distance at which clocks mean nothing to each other
+constexpr int64_t kMinSyncThresholdMs = 25;    // a smaller difference is never corrected
+constexpr int64_t kMaxSyncThresholdMs = 100;   // a larger one always is
+constexpr int64_t kLateFrameMs = -500;         // a frame further behind is too late
+constexpr int64_t kTooLate = -1;
+constexpr int64_t kMaxDelayMs = 1000;   // a larger jump in time is not waited for
+constexpr int64_t kClockJumpMs = 5000;  // a longer wait means that the wall clock was set
+constexpr int64_t kLateLogMs = 20;
+constexpr int64_t kHoldAheadMs = 500;  // a frame this far ahead of a forcing master is not due at all
+
+constexpr int kTooLateMinQueued = 2;  // the last frame in the queue is never skipped
+
+// Whole frame steps from the timer to now.
+int countSteps(int64_t elapsedMs, int64_t delayMs) {
+    const double steps = std::floor(static_cast<double>(elapsedMs) / static_cast<double>(delayMs));
+    return static_cast<int>(std::clamp(steps, static_cast<double>(std::numeric_limits<int>::min()),
+                                       static_cast<double>(std::numeric_limits<int>::max())));
+}
+
+}  // namespace
+
+PictureTiming::PictureTiming(bool isLive, RenderTiming* renderTiming, std::function<int()> queueSize)
+    : isLive_(isLive), renderTiming_(renderTiming), queueSize_(std::move(queueSize)) {
+}
+
+void PictureTiming::begin(int64_t pts, int64_t nowMs) {
+    if (frameTimer_ == 0) {
+        frameTimer_ = nowMs;
+        lastPts_ = pts;
+    }
+    delay_ = computeDelay(std::min(wrappingSubtract(pts, lastPts_), kMaxDelayMs));
+}
+
+int64_t PictureTiming::computeDelay(int64_t delay) {
+    const auto master = master_.load();
+    if (!master) {
+        return delay;
+    }
+    const int64_t curPts = clock_.read();
+    const int64_t syncPts = master->getSyncPts();
+    const int64_t early = wrappingSubtract(curPts, syncPts);  // positive: video runs ahead
+    const int64_t threshold = std::clamp(delay, kMinSyncThresholdMs, kMaxSyncThresholdMs);
+    const int64_t noSync = std::max(kNoSyncThresholdMs, master->getNoSyncThreshold());
+
+    int64_t corrected = delay;
+    if (early >= noSync || early <= -noSync) {
+        Log::Debug(kTag, "diff:%lld, no sync threshold:%lld, out of sync...\n", static_cast<long long>(early),
+                   static_cast<long long>(noSync));
+    } else if (early < kLateFrameMs) {
+        corrected = kTooLate;
+    } else if (early <= -threshold) {
+        corrected = std::max<int64_t>(0, wrappingAdd(delay, early));
+    } else if (early >= threshold) {
+        corrected = master->isForceSync() ? early : wrappingMultiply(2, delay);
+    }
+    if (!paused_ && corrected != delay) {
+        Log::Debug(kTag, "%s, currentPts_:%lld curPts:%lld, syncPts:%lld, early:%lld, delay:%lld->%lld\n",
+                   "computeDelay", static_cast<long long>(clock_.pts()), static_cast<long long>(curPts),
+                   static_cast<long long>(syncPts), static_cast<long long>(early), static_cast<long long>(delay),
+                   static_cast<long long>(corrected));
+    }
+    return corrected;
+}
+
+int64_t PictureTiming::dueMs() const {
+    return wrappingAdd(frameTimer_, delay_);
+}
+
+bool PictureTiming::hasClockJumped(int64_t nowMs) {
+    const int64_t sinceTimer = wrappingSubtract(nowMs, frameTimer_);
+    const int64_t offTimer = sinceTimer < 0 ? wrappingSubtract(0, sinceTimer) : sinceTimer;
+    if (offTimer <= kClockJumpMs) {
+        return false;
+    }
+    if (const auto master = master_.load(); master && master->isForceSync()) {
+        return false;
+    }
+    Log::Debug(kTag, "abs(nowMs - frameTimer_) > 5000 : %d\n", static_cast<int>(offTimer));
+    return true;
+}
+
+void PictureTiming::logIfLate(int64_t pts, int64_t nowMs) {
+    const auto master = master_.load();
+    if (paused_ || !master || nowMs <= wrappingAdd(dueMs(), kLateLogMs)) {
+        return;
+    }
+    const int64_t videoPts = clock_.read();
+    const int64_t masterPts = master->getSyncPts();
+    Log::Debug(kTag,
+               "nowMs:%lld, frameTimer_:%lld, delay:%lld, n-f:%lld, video.syncPts:%lld, master.syncPts:%lld, "
+               "diff_pts:%lld, currentPts_:%lld, paused:%d, hadOutput:%d\n",
+               static_cast<long long>(nowMs), static_cast<long long>(frameTimer_), static_cast<long long>(delay_),
+               static_cast<long long>(wrappingSubtract(nowMs, frameTimer_)), static_cast<long long>(videoPts),
+               static_cast<long long>(masterPts), static_cast<long long>(wrappingSubtract(pts, lastPts_)),
+               static_cast<long long>(clock_.pts()), paused_.load(), hadOutput_);
+}
+
+void PictureTiming::step(int64_t pts, int64_t durationMs, int64_t nowMs) {
+    if (nowMs < dueMs()) {  // the wait was broken off
+        Log::Debug(kTag, "set nowMs to frameTimer_, %lld <-> %lld + %lld, pts:%lld, dur:%lld, queue.size:%d\n",
+                   static_cast<long long>(nowMs), static_cast<long long>(frameTimer_), static_cast<long long>(delay_),
+                   static_cast<long long>(pts), static_cast<long long>(durationMs), queueSize_());
+        frameTimer_ = wrappingSubtract(nowMs, delay_);
+    }
+    if (delay_ > 0) {
+        const int n = countSteps(wrappingSubtract(nowMs, frameTimer_), delay_);
+        const int count = std::max(n, 1);
+        if (count > 1) {
+            Log::Debug(kTag, "delayCount:%d n:%d\n", count, n);
+        }
+        frameTimer_ = wrappingAdd(frameTimer_, wrappingMultiply(count, delay_));
+    }
+    if (isLive_ && !master_.load()) {
+        const int64_t renderTimeMs = renderTiming_->renderTime(pts);
+        if (renderTimeMs > 0) {
+            frameTimer_ = renderTimeMs;
+        }
+    }
+    lastPts_ = pts;
+}
+
+bool PictureTiming::isTooLate(const VideoFrameInfo& frame) {
+    if (paused_ || delay_ >= 0 || queueSize_() < kTooLateMinQueued || frame.pixFormat == PIX_FMT_PACKET) {
+        return false;
+    }
+    const auto master = master_.load();
+    Log::Debug(kTag, "skip draw too late frame, pts %lld, syncPts:%lld\n", static_cast<long long>(frame.pts),
+               master ? static_cast<long long>(master->getSyncPts()) : -1LL);
+    return true;
+}
+
+bool PictureTiming::isHeld(int64_t pts) {
+    const auto master = master_.load();
+    return master && wrappingSubtract(pts, master->getSyncPts()) >= kHoldAheadMs && master->isForceSync();
+}
+
+void PictureTiming::setDrawn(int64_t pts, int64_t nowMs) {
+    hadOutput_ = true;
+    clock_.set(pts, nowMs);
+}
+
+}  // namespace kelp

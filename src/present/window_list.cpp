@@ -1,0 +1,134 @@
+#include "present/window_list.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "kelp_player/log.h"
+#include "present/render.h"
+#include "present/video_render_factory.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr char kTag[] = "VideoPlayThread";
+
+}  // namespace
+
+WindowList::WindowList(std::function<bool()> isStopped) : isStopped_(std::move(isStopped)) {
+}
+
+void WindowList::add(WindowType type, void* window, int width, int height) {
+    std::lock_guard lock(mutex_);
+    Log::Debug(kTag, "%s, window info size:%d, window:%p\n", "addWindow", count(), window);
+    if (Window* known = find(window)) {
+        known->newWidth = width;
+        known->newHeight = height;
+        known->removed = false;
+        return;
+    }
+    windows_.push_back({type, window, width, height, width, height, /*removed=*/false, /*paused=*/false, nullptr});
+}
+
+void WindowList::remove(void* window) {
+    std::lock_guard lock(mutex_);
+    Log::Debug(kTag, "%s, window info size:%d, window:%p\n", "removeWindow", count(), window);
+    if (Window* known = find(window)) {
+        known->removed = true;
+    }
+}
+
+void WindowList::pause(void* window, bool paused) {
+    std::lock_guard lock(mutex_);
+    Log::Debug(kTag, "%s, window info size:%d, window:%p, pause:%d\n", "pauseWindow", count(), window, paused);
+    if (Window* known = find(window)) {
+        known->paused = paused;
+    }
+}
+
+void WindowList::resize(void* window, int width, int height) {
+    std::lock_guard lock(mutex_);
+    Log::Debug(kTag, "%s, window info size:%d\n", "updateWindowSize", count());
+    if (Window* known = find(window)) {
+        known->newWidth = width;
+        known->newHeight = height;
+    }
+}
+
+void WindowList::draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps) {
+    {
+        std::lock_guard lock(mutex_);
+        closeRemoved();
+        collectDrawings();
+    }
+    // Without the lock, so that slow drawing holds nobody up.
+    for (const auto& [window, created] : drawings_) {
+        if (isStopped_()) {
+            break;
+        }
+        if (created) {
+            window.render->init(window.type, window.handle, window.width, window.height, fps);
+        }
+        const bool resized = window.width != window.newWidth || window.height != window.newHeight;
+        if (resized && window.newWidth > 0 && window.newHeight > 0) {
+            window.render->updateWindowSize(window.newWidth, window.newHeight);
+        }
+        if (!window.paused) {
+            if (frame) {
+                window.render->fillFrame(frame);
+            }
+            window.render->refresh();
+        }
+    }
+    drawings_.clear();
+}
+
+void WindowList::closeAll() {
+    std::lock_guard lock(mutex_);
+    Log::Debug(kTag, "%s, window info size:%d\n", "onExit", count());
+    for (const auto& window : windows_) {
+        if (window.render) {
+            window.render->close();
+        }
+    }
+    windows_.clear();
+}
+
+// A handle is in the list once at most.
+WindowList::Window* WindowList::find(const void* handle) {
+    const auto found =
+        std::find_if(windows_.begin(), windows_.end(), [handle](const Window& w) { return w.handle == handle; });
+    return found == windows_.end() ? nullptr : &*found;
+}
+
+void WindowList::closeRemoved() {
+    for (auto window = windows_.begin(); window != windows_.end();) {
+        if (!window->removed) {
+            ++window;
+            continue;
+        }
+        Log::Debug(kTag, "%s, window info size:%d, remove %p\n", "renderFrame", count(), window->handle);
+        if (window->render) {
+            window->render->close();
+        }
+        window = windows_.erase(window);
+    }
+}
+
+void WindowList::collectDrawings() {
+    for (auto& window : windows_) {
+        const bool created = window.handle && !window.render;
+        if (created) {
+            Log::Debug(kTag, "%s, window info size:%d, add %p\n", "renderFrame", count(), window.handle);
+            window.render = VideoRenderFactory::create(window.type);
+        }
+        if (!window.render) {
+            continue;  // of an unknown type, or without a handle
+        }
+        drawings_.push_back({window, created});
+        window.width = window.newWidth;
+        window.height = window.newHeight;
+    }
+}
+
+}  // namespace kelp

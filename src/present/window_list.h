@@ -1,0 +1,70 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "decode/video_frame_info.h"
+#include "kelp_player/types.h"
+
+namespace kelp {
+
+class IRender;
+
+// The windows of a playback, each with a renderer of its own, and what is drawn on them.
+//
+// `add`, `remove`, `pause` and `resize` come from any thread and only write down what is wanted: a drawing carries it
+// out. They don't wait for a picture being drawn, but for a window that is being closed. `draw` and `closeAll`, and
+// with them the renderers, belong to one thread.
+class WindowList {
+public:
+    // `isStopped`: whether a drawing that runs is to leave the windows that remain.
+    explicit WindowList(std::function<bool()> isStopped);
+
+    // For a window that is known already only the size is taken over, and a removal that has not been carried out yet
+    // is taken back.
+    void add(WindowType type, void* window, int width, int height);
+    void remove(void* window);
+    void pause(void* window, bool paused);
+    void resize(void* window, int width, int height);
+
+    // Draws `frame` on every window, or what is there if it is empty. `fps` is for the renderers of new windows.
+    void draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps);
+
+    void closeAll();
+
+private:
+    friend class WindowListPeer;  // lets tests look at the list
+
+    struct Window {
+        WindowType type;
+        void* handle;  // the key of the list
+        int width;     // size the renderer knows of, in pixels
+        int height;
+        int newWidth;  // size asked for
+        int newHeight;
+        bool removed;                     // goes at the next drawing
+        bool paused;                      // takes no more pictures
+        std::shared_ptr<IRender> render;  // empty until the first drawing
+    };
+
+    // A window as a drawing found it.
+    struct Drawing {
+        Window window;
+        bool created;  // the renderer is new and needs init
+    };
+
+    // The three below and `count` with the mutex held.
+    Window* find(const void* handle);  // null if there is none
+    int count() const { return static_cast<int>(windows_.size()); }
+    void closeRemoved();
+    void collectDrawings();
+
+    const std::function<bool()> isStopped_;
+    std::vector<Window> windows_;  // in order of adding; guarded by mutex_
+    std::mutex mutex_;
+    std::vector<Drawing> drawings_;  // of the drawing that runs; keeps its memory for the next
+};
+
+}  // namespace kelp

@@ -135,7 +135,6 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
     }
     timing_.step(frame->pts, durationOf(*frame), nowMs);
 
-    std::lock_guard lock(outputMutex_);
     if (timing_.isTooLate(*frame)) {
         timing_.clock().set(frame->pts, nowMs);
         return true;

@@ -100,7 +100,6 @@ private:
 
     PictureTiming timing_;
     WindowList windows_;
-    std::mutex outputMutex_;                    // held from the decision on a frame to the end of its drawing
     std::atomic<bool> resetFrameTimer_{false};  // the next frame starts the timing anew
     std::shared_ptr<VideoPlayThreadObserver> observer_;
     ShownFrame lastFrame_;  // the picture on the screen

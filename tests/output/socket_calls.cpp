@@ -37,7 +37,7 @@ bool isFailing(const std::string& call) {
 }
 
 // Notes the call; whether it is to fail, and with which error.
-bool fails(const std::string& call) {
+bool refuses(const std::string& call) {
     {
         std::lock_guard lock(socketCalls().mutex);
         socketCalls().names.push_back(call);
@@ -53,16 +53,16 @@ std::string option(const char* name, int level, int key) {
 }  // namespace
 }  // namespace kelp::test
 
-using kelp::test::fails;
 using kelp::test::isFailing;
 using kelp::test::option;
+using kelp::test::refuses;
 using kelp::test::socketCalls;
 
 extern "C" {
 
 int __real_socket(int domain, int type, int protocol);
 int __wrap_socket(int domain, int type, int protocol) {
-    if (fails("socket " + std::to_string(domain) + " " + std::to_string(type) + " " + std::to_string(protocol))) {
+    if (refuses("socket " + std::to_string(domain) + " " + std::to_string(type) + " " + std::to_string(protocol))) {
         return -1;
     }
     return socketCalls().lastSocket = __real_socket(domain, type, protocol);
@@ -77,7 +77,7 @@ int __wrap_setsockopt(int socket, int level, int key, const void* value, socklen
         const auto* time = static_cast<const timeval*>(value);
         text = std::to_string(time->tv_sec) + "s" + std::to_string(time->tv_usec) + "us";
     }
-    if (fails(option("setsockopt", level, key) + " " + text)) {
+    if (refuses(option("setsockopt", level, key) + " " + text)) {
         return -1;
     }
     return __real_setsockopt(socket, level, key, value, length);
@@ -85,17 +85,17 @@ int __wrap_setsockopt(int socket, int level, int key, const void* value, socklen
 
 int __real_getsockopt(int socket, int level, int key, void* value, socklen_t* length);
 int __wrap_getsockopt(int socket, int level, int key, void* value, socklen_t* length) {
-    return fails(option("getsockopt", level, key)) ? -1 : __real_getsockopt(socket, level, key, value, length);
+    return refuses(option("getsockopt", level, key)) ? -1 : __real_getsockopt(socket, level, key, value, length);
 }
 
 int __real_bind(int socket, const sockaddr* address, socklen_t length);
 int __wrap_bind(int socket, const sockaddr* address, socklen_t length) {
-    return fails("bind") ? -1 : __real_bind(socket, address, length);
+    return refuses("bind") ? -1 : __real_bind(socket, address, length);
 }
 
 int __real_ioctl(int file, unsigned long request, void* value);
 int __wrap_ioctl(int file, unsigned long request, void* value) {
-    if (fails(request == FIONBIO ? "ioctl FIONBIO " + std::to_string(*static_cast<int*>(value)) : "ioctl ?")) {
+    if (refuses(request == FIONBIO ? "ioctl FIONBIO " + std::to_string(*static_cast<int*>(value)) : "ioctl ?")) {
         return -1;
     }
     return __real_ioctl(file, request, value);

@@ -48,11 +48,10 @@ public:
     }
     // Makes a seek to `timeMs` run, or ends the one that does as a stage does where the input has no more frame.
     void setSeeking(bool seeking, int timeMs) {
+        task_.seekTurns_.noMoreFrame();
         if (seeking) {
             task_.seekTurns_.request(timeMs);
             task_.seekTurns_.start(timeMs);
-        } else {
-            task_.seekTurns_.noMoreFrame();
         }
     }
     // The end of a seek and a request look at each other one after the other: held by the first of them.

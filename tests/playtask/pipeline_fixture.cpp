@@ -3,9 +3,11 @@
 #include <cerrno>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
 }
 
 namespace kelp::test {
@@ -17,6 +19,8 @@ std::atomic<int> PipelineFaults::threadsUntilThrow{0};
 std::function<void()> PipelineFaults::atThread;
 std::function<void()> PipelineFaults::atStage;
 std::function<void()> PipelineFaults::atTempo;
+std::function<void()> PipelineFaults::atRead;
+std::atomic<bool> PipelineFaults::isLive{false};
 std::mutex PipelineFaults::temposMutex;
 std::vector<float> PipelineFaults::tempos;
 
@@ -28,6 +32,8 @@ void PipelineFaults::reset() {
     atThread = nullptr;
     atStage = nullptr;
     atTempo = nullptr;
+    atRead = nullptr;
+    isLive = false;
     std::lock_guard lock(temposMutex);
     tempos.clear();
 }
@@ -35,6 +41,27 @@ void PipelineFaults::reset() {
 }  // namespace kelp::test
 
 using kelp::test::PipelineFaults;
+
+namespace {
+
+// The demuxer of the source that goes under another name, but for the library's own calls.
+const AVInputFormat* realFormat = nullptr;
+
+class UnderItsOwnName {
+public:
+    explicit UnderItsOwnName(AVFormatContext* context) : context_(context), name_(context->iformat) {
+        if (PipelineFaults::isLive && realFormat) {
+            context_->iformat = realFormat;
+        }
+    }
+    ~UnderItsOwnName() { context_->iformat = name_; }
+
+private:
+    AVFormatContext* context_;
+    const AVInputFormat* name_;
+};
+
+}  // namespace
 
 extern "C" {
 
@@ -44,6 +71,44 @@ int __wrap_avcodec_open2(AVCodecContext* context, const AVCodec* codec, AVDictio
         return AVERROR_INVALIDDATA;
     }
     return __real_avcodec_open2(context, codec, options);
+}
+
+int __real_avformat_open_input(AVFormatContext**, const char*, const AVInputFormat*, AVDictionary**);
+int __wrap_avformat_open_input(AVFormatContext** context, const char* url, const AVInputFormat* format,
+                               AVDictionary** options) {
+    const int result = __real_avformat_open_input(context, url, format, options);
+    if (result == 0 && PipelineFaults::isLive) {
+        static const AVInputFormat live = [] {
+            AVInputFormat named{};
+            named.name = "sdp";
+            return named;
+        }();
+        realFormat = std::exchange((*context)->iformat, &live);
+    }
+    return result;
+}
+
+int __real_avformat_find_stream_info(AVFormatContext* context, AVDictionary** options);
+int __wrap_avformat_find_stream_info(AVFormatContext* context, AVDictionary** options) {
+    const UnderItsOwnName real(context);
+    return __real_avformat_find_stream_info(context, options);
+}
+
+int __real_av_read_frame(AVFormatContext* context, AVPacket* packet);
+int __wrap_av_read_frame(AVFormatContext* context, AVPacket* packet) {
+    if (PipelineFaults::atRead) {
+        PipelineFaults::atRead();
+    }
+    const UnderItsOwnName real(context);
+    return __real_av_read_frame(context, packet);
+}
+
+void __real_avformat_close_input(AVFormatContext** context);
+void __wrap_avformat_close_input(AVFormatContext** context) {
+    if (*context && PipelineFaults::isLive && realFormat) {
+        (*context)->iformat = realFormat;
+    }
+    __real_avformat_close_input(context);
 }
 
 // The library has no decoder of that number: another one stands in, whose pictures nobody sees.

@@ -31,6 +31,8 @@ struct PipelineFaults {
     static std::function<void()> atThread;  // the system has started a thread, and the caller doesn't know of it yet
     static std::function<void()> atStage;   // a stage is about to start its thread
     static std::function<void()> atTempo;   // the tempo library is being called
+    static std::function<void()> atRead;    // the parser is about to read a packet
+    static std::atomic<bool> isLive;        // the sources that are opened from now on are taken for live ones
     static std::mutex temposMutex;
     static std::vector<float> tempos;  // asked for, guarded by temposMutex
 

@@ -1,6 +1,6 @@
 #include "playtask/pipeline_fixture.h"
 
-// What others may see of a playback that is being built, and in which order its threads are told.
+// What others may see of a playback that is being built.
 
 namespace kelp::test {
 namespace {
@@ -69,6 +69,7 @@ TEST_F(PlayTaskPipeline, SetsUpItsTempoBeforeTheHostCanChangeIt) {
     EXPECT_FLOAT_EQ(PipelineFaults::tempos[1], 2.0f);
 }
 
+// And the source runs only when the clocks are connected.
 TEST_F(PlayTaskPipeline, ShowsAStageWhenItRuns) {
     load("av.mp4");
     std::vector<std::string> seen;
@@ -77,12 +78,14 @@ TEST_F(PlayTaskPipeline, ShowsAStageWhenItRuns) {
         stages += under.peer.audioDecode() ? "d" : "";
         stages += under.peer.audioPlay() ? "s" : "";
         stages += under.peer.videoDecode() ? "D" : "";
-        stages += under.peer.videoPlay() ? "P" : "";
+        if (const auto video = under.peer.videoPlay()) {
+            stages += VideoPlayThreadPeer::followed(*video) ? "P with clock" : "P";
+        }
         seen.push_back(stages);
     };
     EXPECT_TRUE(under.task->play());
     under.task->stop();
-    EXPECT_THAT(seen, ElementsAre("", "d", "ds", "dsD", "dsDP"));
+    EXPECT_THAT(seen, ElementsAre("", "d", "ds", "dsD", "dsDP with clock"));
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 
 namespace kelp {
 
+class CurrentSource;
 class InnerPlayerObserver;
 class KelpSyncClock;
 
@@ -193,15 +194,22 @@ private:
 
     // Whether the state is one of `states`; if not, the log says so for `operation`. mutex_ is held.
     bool isIn(int states, const char* operation) const;
-    // Tells the host on the worker thread that playback began. mutex_ is held.
-    void postStarted();
-    // Has the engine open the source, from `seekTimeMs` on, and end what it still plays. mutex_ is held.
+    // Has the engine open the source, from `seekTimeMs` on, and end what it still plays. mutex_ is held, as in the next
+    // three and armRetry.
     bool load(int seekTimeMs);
-    // Has the engine end playback. mutex_ is held.
+    // Has the engine end playback.
     bool unload();
-    // Restarts the source of `generation` on the worker thread and brings it back to `state`.
-    void restartWithOldState(PlayerStates state, unsigned int generation);
-    void restart(PlayerStates state, unsigned int generation);
+    // Starts what is ready and tells the host on the worker thread. False if it can't be started.
+    bool play(int offsetMs);
+    bool pauseNow();
+
+    // Arms the timer that restarts the source in `oldState`.
+    void armRetry(PlayerStates oldState);
+    // What that timer does.
+    void retry(PlayerStates oldState, unsigned int plan, unsigned int number);
+    // Restarts the source on the worker thread and brings it back to `state`, unless the host acts on it before.
+    void restartWithOldState(PlayerStates state, unsigned int plan);
+    void restart(PlayerStates state, unsigned int plan);
 
     std::shared_ptr<KelpPlayer> player_;
     std::shared_ptr<InnerPlayerObserver> innerObserver_;
@@ -210,19 +218,15 @@ private:
     std::atomic<TarnPlayerObserver*> observer_{nullptr};  // the host, not owned
     std::mutex mutex_;                                    // also held through calls into player_, never into the host
     PlayerStates state_ = PLAYER_STATE_IDLE;
-    std::atomic<bool> startRequest_{false};  // start as soon as prepared
-    std::atomic<bool> pauseRequest_{false};  // pause right after that start
+    bool startRequest_ = false;  // start as soon as prepared
+    bool pauseRequest_ = false;  // pause right after that start
     SyncMasterMode syncMasterMode_ = SYNC_MASTER_CLOCK;
     std::atomic<KelpSyncClock*> syncClock_{nullptr};  // not owned
     bool hwDecoderEnabled_ = true;
-    int64_t retryIntervalMs_ = 0;    // 0 or less for no retry
-    unsigned int retryTimerId_ = 0;  // 0 when none runs
+    int64_t retryIntervalMs_ = 0;  // 0 or less for no retry
     HwDecodeMode hwDecodeMode_ = HW_DECODE_ALL;
-    unsigned int sourceGeneration_ = 0;  // counts what the host does to the source, which outdates a restart
-    bool engineReady_ = false;           // the engine could be set up; written by the constructor
-    bool engineLoaded_ = false;          // the engine holds a source: from `load` to `unload`
-    // Loads whose place in the worker's order hasn't come: until then the events are those of the source before.
-    std::atomic<int> loadsAhead_{0};
+    bool engineReady_ = false;               // the engine could be set up; written by the constructor
+    std::unique_ptr<CurrentSource> source_;  // what events and restarts are about
 };
 
 }  // namespace kelp

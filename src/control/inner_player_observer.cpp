@@ -1,5 +1,8 @@
 #include "control/inner_player_observer.h"
 
+#include <utility>
+
+#include "control/current_source.h"
 #include "kelp_player/log.h"
 
 namespace kelp {
@@ -24,7 +27,7 @@ void InnerPlayerObserver::set(TarnPlayerObserver* observer, int offsetMs) {
 }
 
 bool InnerPlayerObserver::isOutdated() const {
-    return owner_->loadsAhead_ > 0;
+    return owner_->source_->areEventsOld();
 }
 
 TarnPlayerObserver* InnerPlayerObserver::hostToTell() const {
@@ -74,78 +77,20 @@ bool InnerPlayerObserver::carryOutRequests(bool startRequested) {
         pauseIfRequested();
         return true;
     }
-    if (owner_->state_ != PLAYER_STATE_PREPARED || !owner_->startRequest_.exchange(false)) {
+    if (owner_->state_ != PLAYER_STATE_PREPARED || !owner_->startRequest_) {
         return true;
     }
-    owner_->state_ = PLAYER_STATE_STARTED;
-    if (!owner_->player_->play()) {
-        owner_->state_ = PLAYER_STATE_ERROR;
+    if (!owner_->play(offsetMs_)) {
         return false;
-    }
-    owner_->postStarted();
-    const int offsetMs = offsetMs_;
-    if (offsetMs < 0) {
-        owner_->player_->seek(static_cast<int>(0U - static_cast<uint32_t>(offsetMs)));
     }
     pauseIfRequested();
     return true;
 }
 
 void InnerPlayerObserver::pauseIfRequested() {
-    if (owner_->pauseRequest_.exchange(false)) {
-        owner_->state_ = owner_->player_->pause() ? PLAYER_STATE_PAUSED : PLAYER_STATE_ERROR;
+    if (std::exchange(owner_->pauseRequest_, false)) {
+        owner_->pauseNow();
     }
-}
-
-void InnerPlayerObserver::onFailed(std::shared_ptr<KelpPlayer> /*player*/, int errorType, int extraData) {
-    std::unique_lock lock(*mutex_);
-    const PlayerStates oldState = owner_->state_;
-    Log::Info(kTag, "%s, errorType:%d, extraData:%d, current state:%d\n", "onFailed", errorType, extraData, oldState);
-    if (isOutdated()) {
-        return;
-    }
-    owner_->state_ = PLAYER_STATE_ERROR;
-    const unsigned int generation = owner_->sourceGeneration_;
-    if (errorType == ERROR_TYPE_STREAM && owner_->retryIntervalMs_ > 0) {
-        armRetry(oldState);  // still under the lock: a stop that comes now finds the timer
-        return;
-    }
-    lock.unlock();
-    if (errorType == ERROR_TYPE_VIDEO_DECODE && extraData != 0) {
-        owner_->enableHwDecoder(false, HW_DECODE_NONE);
-        owner_->restartWithOldState(oldState, generation);
-        return;
-    }
-    if (TarnPlayerObserver* host = observer_) {
-        host->onFailed(errorType);
-    }
-}
-
-void InnerPlayerObserver::armRetry(PlayerStates oldState) {
-    // The timer's function waits for the lock that is held here, and finds the id then.
-    const auto timerId = std::make_shared<unsigned int>(0);
-    *timerId = owner_->player_->addTimer(
-        static_cast<unsigned int>(owner_->retryIntervalMs_), /*oneShot=*/true,
-        [this, oldState, generation = owner_->sourceGeneration_, timerId] { retry(oldState, generation, timerId); });
-    owner_->retryTimerId_ = *timerId;
-    Log::Info(kTag, "%s, add retry timer, retryTimerId_:%u\n", "onFailed", owner_->retryTimerId_);
-}
-
-void InnerPlayerObserver::retry(PlayerStates oldState, unsigned int generation,
-                                const std::shared_ptr<unsigned int>& timerId) {
-    {
-        std::lock_guard lock(*mutex_);
-        if (generation != owner_->sourceGeneration_) {
-            // The host has gone on to another source, which may have armed a timer of its own.
-            if (owner_->retryTimerId_ == *timerId) {
-                owner_->retryTimerId_ = 0;
-            }
-            return;
-        }
-        owner_->player_->removeTimer(owner_->retryTimerId_);
-        owner_->retryTimerId_ = 0;
-    }
-    owner_->restartWithOldState(oldState, generation);
 }
 
 void InnerPlayerObserver::onFirstPacket(std::shared_ptr<KelpPlayer> /*player*/, int ptsMs) {

@@ -33,12 +33,7 @@ private:
     // was when the host was told. False if it doesn't play. The player's mutex is held.
     bool carryOutRequests(bool startRequested);
     void pauseIfRequested();
-    // Arms the timer that restarts the source. The player's mutex is held.
-    void armRetry(PlayerStates oldState);
-    // What the timer `*timerId` does.
-    void retry(PlayerStates oldState, unsigned int generation, const std::shared_ptr<unsigned int>& timerId);
-    // Whether the event at hand is one of a source that the engine has given up for another. It changes nothing then
-    // and isn't told, or what was asked for since would be lost.
+    // Whether the event at hand is one of a source that the engine has given up for another.
     bool isOutdated() const;
     // The host, if there is one and the event at hand is for it.
     TarnPlayerObserver* hostToTell() const;

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "control/current_source.h"
 #include "control/inner_player_observer.h"
 #include "kelp_player/log.h"
 #include "kelp_player/sync_clock.h"
@@ -43,7 +44,9 @@ void TarnPlayer::destroy(TarnPlayer* player) {
 }
 
 TarnPlayer::TarnPlayer()
-    : player_(std::make_shared<KelpPlayer>()), innerObserver_(std::make_shared<InnerPlayerObserver>(this)) {
+    : player_(std::make_shared<KelpPlayer>()),
+      innerObserver_(std::make_shared<InnerPlayerObserver>(this)),
+      source_(std::make_unique<CurrentSource>()) {
     engineReady_ = player_->init(innerObserver_.get());
     player_->setAVSyncMode(syncMasterMode_);
     player_->enableHwDecoder(hwDecoderEnabled_, hwDecodeMode_);
@@ -53,8 +56,8 @@ TarnPlayer::~TarnPlayer() {
     // The engine's threads don't end by themselves.
     const auto endPlayback = [this] {
         std::lock_guard lock(mutex_);
-        ++sourceGeneration_;
-        if (engineLoaded_) {
+        source_->hostActed();
+        if (source_->isLoaded()) {
             state_ = PLAYER_STATE_STOPPED;  // a source that became ready at this moment isn't started
             unload();
         }
@@ -98,25 +101,26 @@ bool TarnPlayer::prepareAsync() {
     if (!isIn(PLAYER_STATE_INITIALIZED | PLAYER_STATE_STOPPED, "prepareAsync")) {
         return false;
     }
-    ++sourceGeneration_;
+    source_->hostActed();
     state_ = PLAYER_STATE_PREPARING;
     const int offset = offsetToClockMs_;
     return load(offset < 0 ? negate(offset) : 0);
 }
 
 bool TarnPlayer::load(int seekTimeMs) {
-    if (engineLoaded_) {
+    if (source_->isLoaded()) {
         unload();  // after a reset without a stop: the engine takes one source at a time
     }
-    // Everything that the source before has raised is queued by now, and goes by before this.
-    ++loadsAhead_;
-    player_->runInWorker([this] { --loadsAhead_; });
-    engineLoaded_ = player_->loadFileAsync(dataSource_.c_str(), seekTimeMs);
-    return engineLoaded_;
+    // Everything that the source before has raised is queued by now, and goes by before this. It counts once it is
+    // queued: without a marker no load would ever be reached.
+    player_->runInWorker([this] { source_->eventsReached(); });
+    source_->loading();
+    source_->setLoaded(player_->loadFileAsync(dataSource_.c_str(), seekTimeMs));
+    return source_->isLoaded();
 }
 
 bool TarnPlayer::unload() {
-    engineLoaded_ = false;
+    source_->setLoaded(false);
     return player_->stop();
 }
 
@@ -129,26 +133,31 @@ bool TarnPlayer::start() {
         startRequest_ = true;
         return true;
     }
+    return play(offsetToClockMs_);
+}
+
+bool TarnPlayer::play(int offsetMs) {
     startRequest_ = false;
     state_ = PLAYER_STATE_STARTED;
     if (!player_->play()) {
         state_ = PLAYER_STATE_ERROR;
         return false;
     }
-    postStarted();
-    const int offset = offsetToClockMs_;
-    if (offset < 0) {
-        player_->seek(negate(offset));
-    }
-    return true;
-}
-
-void TarnPlayer::postStarted() {
     player_->runInWorker([this] {
         if (TarnPlayerObserver* host = observer_) {
             host->onStarted();
         }
     });
+    if (offsetMs < 0) {
+        player_->seek(negate(offsetMs));
+    }
+    return true;
+}
+
+bool TarnPlayer::pauseNow() {
+    const bool paused = player_->pause();
+    state_ = paused ? PLAYER_STATE_PAUSED : PLAYER_STATE_ERROR;
+    return paused;
 }
 
 bool TarnPlayer::pause() {
@@ -157,9 +166,7 @@ bool TarnPlayer::pause() {
         return true;
     }
     if (state_ == PLAYER_STATE_STARTED) {
-        const bool paused = player_->pause();
-        state_ = paused ? PLAYER_STATE_PAUSED : PLAYER_STATE_ERROR;
-        return paused;
+        return pauseNow();
     }
     Log::Debug(kTag, "%s, current state:%d, set pause request\n", "pause", state_);
     pauseRequest_ = true;
@@ -198,10 +205,12 @@ bool TarnPlayer::seek(int timeMs) {
 
 bool TarnPlayer::stop() {
     std::lock_guard lock(mutex_);
-    ++sourceGeneration_;
-    if (retryTimerId_ != 0) {
-        player_->removeTimer(retryTimerId_);
-        retryTimerId_ = 0;
+    source_->hostActed();
+    {
+        const auto timers = source_->lockTimers();
+        if (const unsigned int timerId = source_->takeTimer()) {
+            player_->removeTimer(timerId);
+        }
     }
     if (state_ == PLAYER_STATE_STOPPED) {
         return true;
@@ -217,7 +226,7 @@ bool TarnPlayer::stop() {
 bool TarnPlayer::reset() {
     std::lock_guard lock(mutex_);
     if (state_ != PLAYER_STATE_IDLE) {
-        ++sourceGeneration_;
+        source_->hostActed();
         dataSource_.clear();
         offsetToClockMs_ = 0;
         state_ = PLAYER_STATE_IDLE;
@@ -331,38 +340,14 @@ void TarnPlayer::runInWorker(std::function<void()> function) {
 }
 
 unsigned int TarnPlayer::addTimer(unsigned int intervalMs, bool oneShot, std::function<void()> function) {
-    return player_->addTimer(intervalMs, oneShot, std::move(function));
+    const auto timers = source_->lockTimers();
+    const unsigned int timerId = player_->addTimer(intervalMs, oneShot, std::move(function));
+    source_->giveToHost(timerId);
+    return timerId;
 }
 
 void TarnPlayer::removeTimer(unsigned int timerId) {
     player_->removeTimer(timerId);
-}
-
-void TarnPlayer::restartWithOldState(PlayerStates state, unsigned int generation) {
-    Log::Debug(kTag, "%s, state:%d\n", "restartWithOldState", state);
-    std::lock_guard lock(mutex_);
-    player_->runInWorker([this, state, generation] { restart(state, generation); });
-}
-
-void TarnPlayer::restart(PlayerStates state, unsigned int generation) {
-    if (state != PLAYER_STATE_PREPARING && state != PLAYER_STATE_STARTED && state != PLAYER_STATE_PAUSED) {
-        return;
-    }
-    // The engine takes one stop at a time, and the host's may come at this moment.
-    std::lock_guard lock(mutex_);
-    if (generation != sourceGeneration_) {
-        return;  // the host has ended this source, or gone on with it, since
-    }
-    state_ = PLAYER_STATE_STOPPED;
-    unload();
-    state_ = PLAYER_STATE_PREPARING;
-    load(0);
-    if (state == PLAYER_STATE_STARTED || state == PLAYER_STATE_PAUSED) {
-        startRequest_ = true;
-    }
-    if (state == PLAYER_STATE_PAUSED) {
-        pauseRequest_ = true;
-    }
 }
 
 }  // namespace kelp

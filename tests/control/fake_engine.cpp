@@ -1,5 +1,6 @@
 #include "control/fake_engine.h"
 
+#include <new>
 #include <utility>
 
 namespace kelp::test {
@@ -163,6 +164,9 @@ void KelpPlayer::setOption(const char* key, const char* value) {
 }
 void KelpPlayer::runInWorker(std::function<void()> function) {
     note("runInWorker()");
+    if (!engine().worksOn) {
+        throw std::bad_alloc();
+    }
     engine().worker.push_back(std::move(function));
 }
 unsigned int KelpPlayer::addTimer(unsigned int intervalMs, bool oneShot, std::function<void()> function) {

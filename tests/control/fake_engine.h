@@ -28,6 +28,7 @@ struct FakeEngine {
     int durationMs = 0;
     KelpPlayerObserver* observer = nullptr;
     std::vector<std::function<void()>> worker;
+    bool worksOn = true;  // false: there is no memory to queue anything
     std::map<unsigned int, Timer> timers;
     unsigned int nextTimerId = 1;
     std::function<void()> inStop;  // run within `stop` and `release`, if set

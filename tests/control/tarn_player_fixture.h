@@ -3,9 +3,11 @@
 #include <gmock/gmock.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "control/current_source.h"
 #include "control/fake_engine.h"
 #include "kelp_player/sync_clock.h"
 #include "kelp_player/tarn_player.h"
@@ -16,9 +18,9 @@ namespace kelp::test {
 using TarnPlayerState = PlayerStates TarnPlayer::*;
 TarnPlayerState privateMember(PrivateMember<struct TarnPlayerStateTag, TarnPlayerState>);
 template struct ExposeMember<struct TarnPlayerStateTag, &TarnPlayer::state_>;
-using RetryTimerId = unsigned int TarnPlayer::*;
-RetryTimerId privateMember(PrivateMember<struct RetryTimerIdTag, RetryTimerId>);
-template struct ExposeMember<struct RetryTimerIdTag, &TarnPlayer::retryTimerId_>;
+using TarnPlayerSource = std::unique_ptr<CurrentSource> TarnPlayer::*;
+TarnPlayerSource privateMember(PrivateMember<struct TarnPlayerSourceTag, TarnPlayerSource>);
+template struct ExposeMember<struct TarnPlayerSourceTag, &TarnPlayer::source_>;
 
 using Calls = std::vector<std::string>;
 
@@ -97,7 +99,9 @@ protected:
     }
 
     int state() const { return player_->*privateMember(PrivateMember<TarnPlayerStateTag, TarnPlayerState>{}); }
-    unsigned int& retryTimerId() { return player_->*privateMember(PrivateMember<RetryTimerIdTag, RetryTimerId>{}); }
+    CurrentSource& source() {
+        return *(player_->*privateMember(PrivateMember<TarnPlayerSourceTag, TarnPlayerSource>{}));
+    }
 
     // Brings a new player into `state`, and forgets the calls that took.
     void reach(int state, int offsetMs = 0) {

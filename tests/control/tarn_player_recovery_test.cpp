@@ -127,6 +127,37 @@ TEST_F(TarnPlayerRecoveryTest, ForgetsATimerThatFiredForNothing) {
     EXPECT_THAT(engine().takeCalls(), IsEmpty());
 }
 
+// The engine gives a number out again as soon as its timer has fired, which the player hears a moment later.
+TEST_F(TarnPlayerRecoveryTest, LeavesAHostsTimerThatWasGivenTheNumberOfTheRetry) {
+    player_->setOption("retry_when_failed", "2000");
+    enum class Then { Retry, Stop, StopAndRetry, ResetAndRetry };
+    for (const Then then : {Then::Retry, Then::Stop, Then::StopAndRetry, Then::ResetAndRetry}) {
+        engine().nextTimerId = 1;
+        reach(PLAYER_STATE_STARTED);
+        events().onFailed(nullptr, 1, 1);
+        const auto retry = engine().timers.at(1).function;
+        engine().timers.erase(1);
+        engine().nextTimerId = 1;
+        ASSERT_EQ(player_->addTimer(7, /*oneShot=*/false, [] {}), 1U);
+        if (then == Then::Stop || then == Then::StopAndRetry) {
+            player_->stop();
+        } else if (then == Then::ResetAndRetry) {
+            player_->reset();
+        }
+        if (then != Then::Stop) {
+            retry();
+            engine().runWorker();
+        }
+        EXPECT_EQ(engine().timers.count(1), 1U) << static_cast<int>(then);
+        EXPECT_EQ(state(), then == Then::Retry           ? PLAYER_STATE_PREPARING
+                           : then == Then::ResetAndRetry ? PLAYER_STATE_IDLE
+                                                         : PLAYER_STATE_STOPPED);
+        player_->removeTimer(1);
+        player_->stop();
+        player_->reset();
+    }
+}
+
 // A decoder that fails on reports again until the restart has stopped it.
 TEST_F(TarnPlayerRecoveryTest, RestartsOnceForTwoReportsOfOneDecoder) {
     reach(PLAYER_STATE_STARTED);
@@ -206,12 +237,12 @@ TEST_F(TarnPlayerRecoveryTest, GivesTheTimerUpInEveryState) {
 TEST_F(TarnPlayerRecoveryTest, GivesATimerUpThatIsThereWhileItIsStopped) {
     reach(PLAYER_STATE_STOPPED);
     const unsigned int id = player_->addTimer(2000, /*oneShot=*/true, [] {});
-    retryTimerId() = id;
+    source().armTimer(id);
     engine().takeCalls();
     EXPECT_TRUE(player_->stop());
     EXPECT_THAT(engine().takeCalls(), ElementsAre("removeTimer(" + std::to_string(id) + ")"));
     EXPECT_THAT(engine().timers, IsEmpty());
-    EXPECT_EQ(retryTimerId(), 0U);
+    EXPECT_EQ(source().takeTimer(), 0U);
     EXPECT_EQ(state(), PLAYER_STATE_STOPPED);
 }
 

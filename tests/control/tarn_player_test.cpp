@@ -1,5 +1,6 @@
 #include <chrono>
 #include <future>
+#include <new>
 
 #include "control/tarn_player_fixture.h"
 #include "support/log_capture.h"
@@ -306,6 +307,20 @@ TEST_F(TarnPlayerTest, LosesNoRequestToTheSourceBefore) {
     engine().runWorker();
     EXPECT_THAT(host_.told, ElementsAre("prepared 1 1", "started"));
     EXPECT_EQ(state(), PLAYER_STATE_STARTED);
+}
+
+// Nothing stands in the worker's queue then that would say where the load's own events begin.
+TEST_F(TarnPlayerTest, HearsTheNextLoadWhenOneCouldNotBeQueued) {
+    reach(PLAYER_STATE_INITIALIZED);
+    engine().worksOn = false;
+    EXPECT_THROW(player_->prepareAsync(), std::bad_alloc);
+    engine().worksOn = true;
+    EXPECT_THAT(engine().takeCalls(), ElementsAre("runInWorker()"));
+    EXPECT_TRUE(player_->stop());
+    EXPECT_TRUE(player_->prepareAsync());
+    events().onPrepared(nullptr, true, true);
+    EXPECT_THAT(host_.told, ElementsAre("prepared 1 1"));
+    EXPECT_EQ(state(), PLAYER_STATE_PREPARED);
 }
 
 TEST_F(TarnPlayerTest, KeepsAStartThatIsAskedForInThePreparedCallbackOfAnotherSource) {

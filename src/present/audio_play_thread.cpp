@@ -115,10 +115,12 @@ int AudioPlayThread::getFrameQueueSize() {
 
 bool AudioPlayThread::pause(bool paused) {
     Log::Debug(kTag, "pause:%d\n", paused);
+    // In this order: an output that is missed here is seen by others only later, and asks then.
+    BasePlayThread::pause(paused);
     if (const auto output = audioOutput_.load()) {
         output->pause(paused);
     }
-    return BasePlayThread::pause(paused);
+    return true;
 }
 
 void AudioPlayThread::seek(int seekTimeMs, bool needFlush) {
@@ -282,6 +284,10 @@ std::shared_ptr<IAudioOutput> AudioPlayThread::makeOutput() {
         volume = volume_;
         output->setVolume(volume);
     } while (std::bit_cast<uint32_t>(volume_.load()) != std::bit_cast<uint32_t>(volume));
+    for (bool paused = false; isPaused() != paused;) {
+        paused = !paused;
+        output->pause(paused);
+    }
     if (isSeekPending()) {
         output->flush();
     }

@@ -86,6 +86,8 @@ bool FakeAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {
 }
 
 bool FakeAudioOutput::pause(bool paused) {
+    const auto hook = onPause;  // may replace itself
+    hook(paused);
     calls_.add(paused ? "pause 1" : "pause 0");
     return true;
 }

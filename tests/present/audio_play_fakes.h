@@ -91,8 +91,9 @@ public:
     std::atomic<bool> blocking{false};  // a fill waits for a flush or close, as with a full ring that nobody empties
     bool volumeResult = true;
     std::function<void()> onInit = [] {};
-    std::function<void()> onFlush = [] {};      // after a fill was released
-    std::function<void()> onSetVolume = [] {};  // before the value is taken
+    std::function<void()> onFlush = [] {};            // after a fill was released
+    std::function<void()> onSetVolume = [] {};        // before the value is taken
+    std::function<void(bool)> onPause = [](bool) {};  // before it is recorded
     std::atomic<float> volume{-1.0f};
     std::vector<unsigned char> written;  // of the last fill
 

@@ -18,6 +18,7 @@ namespace {
 // What SDL_OpenAudioDevice gives: 0 for no device, anything else for one that never takes a sample, as if paused.
 std::atomic<SDL_AudioDeviceID> device{0};
 std::atomic<int> openDevices{0};
+std::atomic<bool> devicePaused{false};
 std::function<void()> onOpenDevice = [] {};
 
 }  // namespace
@@ -37,7 +38,8 @@ const char* __wrap_SDL_GetError() {
     return "no device";
 }
 
-void __wrap_SDL_PauseAudioDevice(SDL_AudioDeviceID /*id*/, int /*paused*/) {
+void __wrap_SDL_PauseAudioDevice(SDL_AudioDeviceID /*id*/, int paused) {
+    devicePaused = paused != 0;
 }
 
 void __wrap_SDL_CloseAudioDevice(SDL_AudioDeviceID /*id*/) {
@@ -233,6 +235,35 @@ TEST_F(AudioPlayThreadRunTest, StopWhileTheOutputIsOpenedMakesNoWrite) {
     EXPECT_EQ(calls.count("close"), 1);
 }
 
+TEST_F(AudioPlayThreadRunTest, TheLastOfManyPausesWhileTheOutputIsOpenedIsTheOutputs) {
+    open();
+    for (int i = 0; i < 500; ++i) {
+        const bool last = i % 2 == 0;
+        output = std::make_shared<test::FakeAudioOutput>(calls);
+        open();
+        std::promise<void> opening;
+        std::atomic<bool> opened{false};
+        output->onInit = [&] {
+            opening.set_value();
+            while (!opened) {
+            }
+        };
+        thread->start();
+        thread->fillFrame(makeAudioFrame(0));
+        opening.get_future().wait();
+        opened = true;
+        for (std::atomic<int> spin = 0; spin < i * 10; ++spin) {
+        }
+        thread->pause(!last);
+        thread->pause(last);
+        ASSERT_TRUE(last || calls.waitFor("volume 1"));
+        thread->stop();
+        auto made = calls.take();
+        std::erase_if(made, [](const auto& call) { return !call.starts_with("pause"); });
+        ASSERT_EQ(!made.empty() && made.back() == "pause 1", last) << "round " << i;
+    }
+}
+
 TEST_F(AudioPlayThreadRunTest, ADestroyedThreadStopsFirst) {
     open();
     script(1024);
@@ -397,6 +428,18 @@ TEST_F(AudioPlayRealOutputTest, ASeekWhileTheDeviceIsOpenedIsServedWithoutOne) {
     thread->seek(5000, /*needFlush=*/true);
     sought.set_value();
     EXPECT_TRUE(eventually([&] { return thread->getCurrentTime() == 5000; }));
+    thread->stop();
+}
+
+TEST_F(AudioPlayRealOutputTest, APauseWhileTheDeviceIsOpenedPausesIt) {
+    device = 7;
+    openReal();
+    onOpenDevice = [&] { thread->pause(true); };
+    thread->start();
+    thread->fillFrame(makeAudioFrame(0));
+    EXPECT_TRUE(eventually([] { return devicePaused.load(); }));
+    thread->pause(false);
+    EXPECT_FALSE(devicePaused);
     thread->stop();
 }
 

@@ -146,6 +146,64 @@ TEST_F(AudioPlayThreadTest, TheClockNamesTheSampleAtTheLoudspeaker) {
     EXPECT_EQ(thread->getSyncPts(), 977);
 }
 
+// The block was due when the device was asked for, not when it came.
+TEST_F(AudioPlayThreadTest, TheClockCountsTheTimeThatTheDeviceTakesToOpen) {
+    open();
+    output->onInit = [] { FakeTime::advanceMs(300); };
+    output->bufferDurationMs = 21;
+    peer->output(makeAudioFrame(1000));
+    EXPECT_EQ(thread->getCurrentTime(), 979);
+    EXPECT_EQ(thread->getSyncPts(), 979 + 300);
+    peer->output(makeAudioFrame(1021));
+    EXPECT_EQ(thread->getCurrentTime(), 1000);
+    EXPECT_EQ(thread->getSyncPts(), 1000);
+    EXPECT_THAT(observer->firstFrames(), ElementsAre(1000));
+}
+
+TEST_F(AudioPlayThreadTest, ADeviceThatOpensLateMakesUpForItInAStepForAForcingMaster) {
+    open();
+    script(1024);
+    master->force = true;
+    master->pts = 1000;
+    thread->setSyncObject(master);
+    output->onInit = [&] {
+        FakeTime::advanceMs(300);
+        calls.take();
+    };
+    // By its clock the sound is ahead by the time that the opening took, though the master stands where it stood.
+    EXPECT_FALSE(peer->output(makeAudioFrame(1000)));
+    EXPECT_THAT(calls.take(), ElementsAre("volume 1"));
+    EXPECT_EQ(thread->getUnSyncSamples(), 300 * 48);
+    EXPECT_TRUE(peer->output(makeAudioFrame(1000)));
+    EXPECT_EQ(thread->getUnSyncSamples(), 0);
+}
+
+TEST_F(AudioPlayThreadTest, APauseWhileTheDeviceIsOpenedReachesIt) {
+    open();
+    script(1024);
+    output->onInit = [&] { thread->pause(true); };
+    EXPECT_TRUE(peer->output(makeAudioFrame(1000)));
+    EXPECT_THAT(calls.take(), ElementsAre("create 2 48000 1", "init 2 48000 1", "volume 1", "pause 1", "tempo",
+                                          "put 1024", "receive 1024", "fill 4096"));
+    EXPECT_FALSE(peer->output(makeAudioFrame(1021)));
+    thread->pause(false);
+    EXPECT_THAT(calls.take(), ElementsAre("pause 0"));
+}
+
+TEST_F(AudioPlayThreadTest, APauseThatEndsWhileItIsPassedOnEndsAtTheDeviceToo) {
+    open();
+    output->onInit = [&] { thread->pause(true); };
+    output->onPause = [&](bool paused) {
+        if (paused) {
+            output->onPause = [](bool) {};
+            thread->pause(false);
+        }
+    };
+    peer->output(makeAudioFrame(1000));
+    const auto made = calls.take();
+    EXPECT_EQ(made.back(), "pause 0");
+}
+
 TEST_F(AudioPlayThreadTest, TheClockIsNeverBelowZero) {
     open();
     output->bufferDurationMs = 63;

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "kelp_player/log.h"
+#include "present/sdl_thread_storage.h"
 #include "runtime/cycle_buffer_wrapper.h"
 
 namespace kelp {
@@ -56,6 +57,7 @@ SDLAudioOutput::~SDLAudioOutput() {
 
 bool SDLAudioOutput::init(AudioOutputSpec spec) {
     Log::Info(kTag, "%s, ch:%d, freg:%d, fmt:%d\n", "init", spec.channels, spec.sampleRate, spec.sampleFormat);
+    freeSdlStorageAtThreadEnd();
     cycleBuffer_->init(kRingBytes, cycleBufferWrapperCallback, this);
 
     wantedSpec_.channels = static_cast<Uint8>(spec.channels);
@@ -154,8 +156,6 @@ void SDLAudioOutput::close() {
     closed_ = true;
     cycleBuffer_->abort(true);
     closeDevice();
-    // SDL keeps an error text for each thread, and frees it by itself for threads of its own alone.
-    SDL_TLSCleanup();
 }
 
 void SDLAudioOutput::closeDevice() {

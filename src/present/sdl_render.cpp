@@ -6,6 +6,7 @@
 
 #include "decode/frame_buffer.h"
 #include "kelp_player/log.h"
+#include "present/sdl_thread_storage.h"
 
 namespace kelp {
 
@@ -85,6 +86,7 @@ SDLRender::~SDLRender() {
 }
 
 bool SDLRender::init(WindowType type, void* window, int width, int height, int /*fps*/) {
+    freeSdlStorageAtThreadEnd();
     std::lock_guard lock(mutex_);
     windowType_ = type;
     if (type == WINDOW_TYPE_QT_WINID) {
@@ -175,8 +177,6 @@ void SDLRender::close() {
         window_ = nullptr;
     }
     frame_.reset();
-    // SDL keeps an error text for each thread, and frees it by itself for threads of its own alone.
-    SDL_TLSCleanup();
 }
 
 // Leaves the choice of the driver to SDL; the list is for the log.

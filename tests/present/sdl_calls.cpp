@@ -192,6 +192,12 @@ void __wrap_SDL_DestroyRenderer(SDL_Renderer* renderer) {
     __real_SDL_DestroyRenderer(renderer);
 }
 
+void __real_SDL_TLSCleanup();
+void __wrap_SDL_TLSCleanup() {
+    note("TLSCleanup");
+    __real_SDL_TLSCleanup();
+}
+
 void __real_SDL_DestroyWindow(SDL_Window*);
 void __wrap_SDL_DestroyWindow(SDL_Window* window) {
     note("DestroyWindow");

@@ -12,8 +12,8 @@
 namespace kelp::test {
 
 // While it lives, writes down the drawing calls that reach SDL, lets some of them fail, and reads the picture back
-// right before it is presented. One at a time; for one thread. Needs the functions of sdl_calls.cpp among the WRAPped
-// symbols.
+// right before it is presented. One at a time; for one thread at a time. Needs the functions of sdl_calls.cpp among the
+// WRAPped symbols.
 class SdlCalls {
 public:
     SdlCalls();

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <thread>
+
 #include "decode/frame_buffer.h"
 #include "kelp_player/log.h"
 #include "present/sdl_calls.h"
@@ -529,6 +531,21 @@ TEST_F(SDLRenderTest, ClosesItselfIfNobodyElseDid) {
         sdl.calls.clear();
     }
     EXPECT_EQ(sdl.calls.back(), "DestroyRenderer");
+}
+
+// A thread may have more than one window, and a host may call SDL on a thread of its own that draws here.
+TEST_F(SDLRenderTest, FreesSdlsStorageOfTheThreadAtTheThreadsEndAlone) {
+    std::thread([this] {
+        for (int i = 0; i < 2; ++i) {
+            init();
+            SDL_SetError("the host's");
+            render.close();
+            EXPECT_STREQ(SDL_GetError(), "the host's");
+        }
+        EXPECT_THAT(sdl.calls, Not(Contains("TLSCleanup")));
+        sdl.calls.clear();
+    }).join();
+    EXPECT_THAT(sdl.calls, ElementsAre("TLSCleanup"));
 }
 
 TEST_F(SDLRenderTest, TakesNoSecondRendererForAWindow) {

@@ -136,23 +136,16 @@ bool SDLRender::refresh() {
         return true;
     }
 
-    const bool upright = frame->rotate % 180 == 0;
-    const SDL_Rect turned = turnedRect(frame->width, frame->height, width_, height_);
-    SDL_SetYUVConversionMode(conversionMode(*frame));
-    if (!prepareTexture(*frame)) {
-        return false;
+    const SDL_YUV_CONVERSION_MODE mode = conversionMode(*frame);
+    SDL_SetYUVConversionMode(mode);
+    const bool drawn = draw(*frame);
+    if (drawn || mode != SDL_YUV_CONVERSION_AUTOMATIC) {  // it is the process's
+        SDL_SetYUVConversionMode(SDL_YUV_CONVERSION_AUTOMATIC);
     }
-    if (!updateTexture(*frame)) {
-        Log::Error(kTag, "SDL_UpdateYUVTexture failed\n");
-        return false;
+    if (drawn) {
+        SDL_RenderPresent(renderer_);
     }
-    if (SDL_RenderCopyEx(renderer_, texture_, nullptr, upright ? nullptr : &turned, frame->rotate, nullptr,
-                         SDL_FLIP_NONE) < 0) {
-        Log::Error(kTag, "SDL_RenderCopyEx faield\n");
-    }
-    SDL_SetYUVConversionMode(SDL_YUV_CONVERSION_AUTOMATIC);
-    SDL_RenderPresent(renderer_);
-    return true;
+    return drawn;
 }
 
 void SDLRender::close() {
@@ -220,6 +213,23 @@ void SDLRender::followOutputSize() {
         SDL_DestroyTexture(texture_);
         texture_ = nullptr;
     }
+}
+
+bool SDLRender::draw(const VideoFrameInfo& frame) {
+    if (!prepareTexture(frame)) {
+        return false;
+    }
+    if (!updateTexture(frame)) {
+        Log::Error(kTag, "SDL_UpdateYUVTexture failed\n");
+        return false;
+    }
+    const bool upright = frame.rotate % 180 == 0;
+    const SDL_Rect turned = turnedRect(frame.width, frame.height, width_, height_);
+    if (SDL_RenderCopyEx(renderer_, texture_, nullptr, upright ? nullptr : &turned, frame.rotate, nullptr,
+                         SDL_FLIP_NONE) < 0) {
+        Log::Error(kTag, "SDL_RenderCopyEx faield\n");
+    }
+    return true;
 }
 
 // A texture stays when pictures of another size come.

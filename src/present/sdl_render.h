@@ -35,6 +35,8 @@ public:
 private:
     bool createRenderer();
     void followOutputSize();
+    // Whether there is a picture to present.
+    bool draw(const VideoFrameInfo& frame);
     bool prepareTexture(const VideoFrameInfo& frame);
     bool updateTexture(const VideoFrameInfo& frame);
 

@@ -381,6 +381,19 @@ TEST_F(SDLRenderTest, ShowsNothingIfThePlanesAreNotTaken) {
     EXPECT_THAT(log.lines(), ElementsAre("[SDLRender]: SDL_UpdateYUVTexture failed\n"));
 }
 
+TEST_F(SDLRenderTest, LeavesTheConversionOfTheProcessAloneWhateverFails) {
+    init();
+    const auto frame = makePicture(0);
+    frame->colorRange = 2;
+    for (const char* failing : {"CreateTexture", "SetTextureBlendMode", "UpdateYUVTexture"}) {
+        sdl.failing = {failing};
+        const auto calls = show(frame, /*expected=*/false);
+        EXPECT_EQ(calls.front(), "SetYUVConversionMode 0") << failing;
+        EXPECT_EQ(calls.back(), "SetYUVConversionMode 3") << failing;
+        EXPECT_EQ(SDL_GetYUVConversionMode(), SDL_YUV_CONVERSION_AUTOMATIC) << failing;
+    }
+}
+
 TEST_F(SDLRenderTest, PresentsEvenIfTheCopyFails) {
     init();
     sdl.failing = {"RenderCopyEx"};

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <utility>
+#include <vector>
 
 #include "decode/frame_buffer.h"
 #include "kelp_player/log.h"
@@ -14,6 +15,7 @@ namespace {
 
 constexpr char kTag[] = "SDLRender";
 constexpr int kPlanes = 3;
+constexpr uint8_t kNoColor = 128;  // of a chroma sample
 
 // Where a turned picture goes before SDL turns it about the centre: it keeps its aspect ratio, and it is centred in
 // the output. `width` and `height` are the picture's.
@@ -50,9 +52,9 @@ SDL_YUV_CONVERSION_MODE conversionMode(const VideoFrameInfo& frame) {
     return SDL_YUV_CONVERSION_AUTOMATIC;
 }
 
-// Whether SDL may read `width` by `height` pixels from the planes without leaving the frame's block. SDL rounds the
-// chroma size up, the frame's planes are rounded down. A frame whose planes lie elsewhere is trusted.
-bool isInsideBlock(const VideoFrameInfo& frame, int64_t width, int64_t height) {
+// Whether SDL may read `width` by `height` pixels from the first `planes` planes without leaving the frame's block. SDL
+// rounds the chroma size up, the frame's planes are rounded down. A frame whose planes lie elsewhere is trusted.
+bool isInsideBlock(const VideoFrameInfo& frame, int planes, int64_t width, int64_t height) {
     if (!frame.buffer) {
         return true;
     }
@@ -65,7 +67,7 @@ bool isInsideBlock(const VideoFrameInfo& frame, int64_t width, int64_t height) {
     if (!isInside(frame.data[0])) {
         return true;
     }
-    for (int plane = 0; plane < kPlanes; ++plane) {
+    for (int plane = 0; plane < planes; ++plane) {
         const int64_t rowBytes = plane == 0 ? width : (width + 1) / 2;
         const int64_t rows = plane == 0 ? height : (height + 1) / 2;
         const int64_t bytes = (rows - 1) * frame.linesize[plane] + rowBytes;
@@ -254,19 +256,27 @@ bool SDLRender::prepareTexture(const VideoFrameInfo& frame) {
 // updated as far as the picture goes.
 bool SDLRender::updateTexture(const VideoFrameInfo& frame) {
     SDL_Rect area{0, 0, std::min(textureWidth_, frame.width), std::min(textureHeight_, frame.height)};
+    // The chroma rows of a picture one pixel wide have no bytes: it is shown without colour.
+    const bool hasColor = frame.width != 1 || frame.linesize[1] != 0;
+    const int planes = hasColor ? kPlanes : 1;
     // A column or a row at an odd edge may have no chroma in the block.
-    if (!isInsideBlock(frame, area.w, area.h)) {
+    if (!isInsideBlock(frame, planes, area.w, area.h)) {
         area.w &= ~1;
     }
-    if (!isInsideBlock(frame, area.w, area.h)) {
+    if (!isInsideBlock(frame, planes, area.w, area.h)) {
         area.h &= ~1;
     }
-    if (area.w <= 0 || area.h <= 0 || !isInsideBlock(frame, area.w, area.h)) {
+    if (area.w <= 0 || area.h <= 0 || !isInsideBlock(frame, planes, area.w, area.h)) {
         return false;
     }
     const bool whole = area.w == textureWidth_ && area.h == textureHeight_;
-    return SDL_UpdateYUVTexture(texture_, whole ? nullptr : &area, frame.data[0], frame.linesize[0], frame.data[1],
-                                frame.linesize[1], frame.data[2], frame.linesize[2]) >= 0;
+    const SDL_Rect* const rect = whole ? nullptr : &area;
+    if (hasColor) {
+        return SDL_UpdateYUVTexture(texture_, rect, frame.data[0], frame.linesize[0], frame.data[1], frame.linesize[1],
+                                    frame.data[2], frame.linesize[2]) >= 0;
+    }
+    const std::vector<uint8_t> grey(static_cast<size_t>(area.h), kNoColor);
+    return SDL_UpdateYUVTexture(texture_, rect, frame.data[0], frame.linesize[0], grey.data(), 1, grey.data(), 1) >= 0;
 }
 
 }  // namespace kelp

@@ -442,14 +442,37 @@ TEST_F(SDLRenderTest, DrawsOddSizesWithinTheirBlock) {
     }
 }
 
+TEST_F(SDLRenderTest, DrawsAPictureOnePixelWideWithoutColor) {
+    init();
+    const auto frame = makePicture(0, 1, 8, {.y = 235});  // chroma rows of no bytes
+    frame->data[0][7] = 16;
+    EXPECT_THAT(show(frame), Contains(testing::StartsWith("UpdateYUVTexture null pitch 1 1 1")));
+    expectColor(2, 2, {255, 255, 255});
+    expectColor(60, 40, {255, 255, 255});
+    expectColor(32, 47, {0, 0, 0});
+    // In the texture of a larger picture, which stays.
+    render.close();
+    init();
+    show(makePicture(0, 16, 8, {.y = 16, .u = 128, .v = 128}));
+    EXPECT_THAT(show(frame), Contains(testing::StartsWith("UpdateYUVTexture 0,0 1x8 pitch 1 1 1")));
+}
+
+TEST_F(SDLRenderTest, DrawsAPictureOfOnePixel) {
+    init();
+    EXPECT_THAT(show(makePicture(0, 1, 1, {.y = 235})), Contains("RenderPresent"));
+    expectColor(32, 24, {255, 255, 255});
+}
+
 TEST_F(SDLRenderTest, DrawsNothingFromPlanesThatHaveNoBytes) {
     init();
     LogCapture log;
-    show(makePicture(0, 1, 8), /*expected=*/false);  // chroma rows of no bytes
-    EXPECT_EQ(log.count("[SDLRender]: SDL_UpdateYUVTexture failed\n"), 1);
     const auto frame = makePicture(0, 16, 8);
     frame->buffer->size = 100;  // less than the planes need
     show(frame, /*expected=*/false);
+    EXPECT_EQ(log.count("[SDLRender]: SDL_UpdateYUVTexture failed\n"), 1);
+    const auto narrow = makePicture(0, 1, 8);
+    narrow->buffer->size = 7;
+    show(narrow, /*expected=*/false);
     frame->buffer->size = 16 * 8 * 3 / 2;
     frame->linesize[0] = -16;
     show(frame, /*expected=*/false);

@@ -1,5 +1,7 @@
 #include "runtime/worker.h"
 
+#include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "kelp_player/log.h"
@@ -15,8 +17,12 @@ const char* const kTag = "Worker";  // also the task thread's name
 constexpr int kTimerPollMs = 5;
 constexpr int kEmptyPollMs = 10;
 
+constexpr int64_t kNoTimer = std::numeric_limits<int64_t>::min();
+
 // The worker that this thread is one of; null on every other thread.
 thread_local const Worker* t_worker = nullptr;
+// Of the callable that runs on this thread: Worker::Task::armedMs.
+thread_local int64_t t_armedMs = kNoTimer;
 
 }  // namespace
 
@@ -38,8 +44,12 @@ void Worker::start() {
 }
 
 void Worker::task(std::function<void()> func) {
+    queue({std::move(func), isOwnThread() ? t_armedMs : kNoTimer});
+}
+
+void Worker::queue(Task task) {
     std::lock_guard lock(tasksMutex_);
-    tasks_.push_back(std::move(func));
+    tasks_.push_back(std::move(task));
     tasksCond_.notify_all();
 }
 
@@ -86,16 +96,13 @@ void Worker::removeTimer(unsigned int timerId) {
 }
 
 void Worker::waitEmpty() {
-    KelpTime::sleepMs(kEmptyPollMs);
-    while (true) {
-        {
-            std::lock_guard lock(tasksMutex_);
-            Log::Debug(kTag, "%s, tasks_.size:%d\n", "waitEmpty", static_cast<int>(tasks_.size()));
-            if (tasks_.empty()) {
-                return;
-            }
-        }
+    const int64_t calledMs = KelpTime::getTimeMs();
+    bool waiting = true;
+    while (waiting) {
         KelpTime::sleepMs(kEmptyPollMs);
+        std::lock_guard lock(tasksMutex_);
+        Log::Debug(kTag, "%s, tasks_.size:%d\n", "waitEmpty", static_cast<int>(tasks_.size()));
+        waiting = std::ranges::any_of(tasks_, [&](const Task& task) { return task.armedMs <= calledMs; });
     }
 }
 
@@ -112,7 +119,7 @@ void Worker::close() {
     }
     // A callable or a timer's function may hold the last reference to something that calls back into this object when
     // it dies, so they are all destroyed with no lock held.
-    std::vector<std::function<void()>> dropped;
+    std::vector<Task> dropped;
     {
         std::lock_guard lock(tasksMutex_);
         dropped.swap(tasks_);
@@ -143,7 +150,7 @@ void Worker::run() {
         return;
     }
     do {
-        std::vector<std::function<void()>> batch;
+        std::vector<Task> batch;
         {
             std::unique_lock lock(tasksMutex_);
             Log::Debug(kTag, "Worker wait task, task.size:%d\n", static_cast<int>(tasks_.size()));
@@ -154,8 +161,9 @@ void Worker::run() {
                 tasksCond_.wait(lock);
             }
         }
-        for (const auto& func : batch) {
-            func();
+        for (const auto& task : batch) {
+            t_armedMs = task.armedMs;
+            task.func();
         }
     } while (!closed_);
 }
@@ -181,8 +189,8 @@ bool Worker::updateTimerTask() {
             const int64_t nowMs = KelpTime::getTimeMs();
             if (nowMs >= timer->intervalMs + timer->lastShotTickMs) {
                 changed = true;
+                queue({timer->func, timer->lastShotTickMs});
                 timer->lastShotTickMs = nowMs;
-                task([func = timer->func] { func(); });
                 gone = timer->oneShot;
             }
         }

@@ -37,7 +37,9 @@ public:
     // Cancels a timer; an unknown id is no error. A callable that is queued already still runs once.
     void removeTimer(unsigned int timerId);
 
-    // Waits, 10 ms at the least, until no callable is queued. The last ones may still be running then.
+    // Waits, 10 ms at the least, until no callable is queued. The last ones may still be running then. Only a timer
+    // that was armed or fired since the call isn't waited for: one slower than its interval has always something
+    // queued.
     void waitEmpty();
 
     // Whether the calling thread is one of the two, which can't wait for the worker's end: a callable runs, or dies, on
@@ -48,6 +50,10 @@ public:
     void close();
 
 private:
+    struct Task {
+        std::function<void()> func;
+        int64_t armedMs;  // as in TimerInfo, of the timer in whose firing it was queued; least if in none
+    };
     struct TimerInfo {
         unsigned int id = 0;
         std::function<void()> func;
@@ -57,14 +63,15 @@ private:
         bool removed = false;        // to be reaped by the timer thread
     };
 
+    void queue(Task task);
     void run();
     void timerRun();
     // One pass over the timers; whether one fired or was added.
     bool updateTimerTask();
 
     std::unique_ptr<std::thread> thread_;
-    std::vector<std::function<void()>> tasks_;  // guarded by tasksMutex_
-    std::mutex tasksMutex_;                     // taken inside timerMutex_, never the other way round
+    std::vector<Task> tasks_;  // guarded by tasksMutex_
+    std::mutex tasksMutex_;    // taken inside timerMutex_, never the other way round
     std::condition_variable tasksCond_;
     std::unique_ptr<std::thread> timerThread_;
     unsigned int nextTimerId_ = 1;          // guarded by timerMutex_, like the three lists below

@@ -223,6 +223,34 @@ TEST_F(WorkerTest, WaitsUntilTheQueueIsEmptyButNotForTheRunningBatch) {
     worker_->close();
 }
 
+TEST_F(WorkerTest, WaitsAlsoForWhatATaskQueues) {
+    LogCapture log;
+    Gate first;
+    Gate second;
+    Gate secondRuns;
+    Gate thirdRuns;
+    FakeTime::setManual(true);
+    worker_->start();
+    block(first);
+    worker_->task([&] {
+        worker_->task([&] { thirdRuns.open(); });
+        secondRuns.open();
+        second.wait();
+    });
+    auto waiter = std::async(std::launch::async, [&] { worker_->waitEmpty(); });
+    EXPECT_TRUE(FakeTime::runFor(5, 2));
+    first.open();
+    secondRuns.wait();
+    EXPECT_TRUE(FakeTime::runFor(20, 2));
+    EXPECT_EQ(log.count("[Worker]: waitEmpty, tasks_.size:1\n"), 2);
+    second.open();
+    thirdRuns.wait();
+    FakeTime::advanceMs(10);
+    waiter.get();
+    FakeTime::setManual(false);
+    worker_->close();
+}
+
 TEST_F(WorkerTest, CloseDropsWhatIsQueuedAndRunsTheBatchThatWasTaken) {
     Gate gate;
     Gate running;

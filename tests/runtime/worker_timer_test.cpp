@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
+#include <chrono>
+#include <future>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -109,6 +112,36 @@ TEST_F(WorkerTimerTest, FreesTheIdOfAnArmedTimerOnTheNextPass) {
     EXPECT_EQ(addMarkTimer(1000, false), 2U);
     run(5);
     EXPECT_EQ(addMarkTimer(1000, false), 1U);
+}
+
+TEST_F(WorkerTimerTest, GivesTheIdsOfOnePassBackInTheOrderOfTheTimers) {
+    addMarkTimer(1000, false);
+    addMarkTimer(10, true);
+    addMarkTimer(1000, false);
+    addMarkTimer(1000, false);
+    run(5);
+    worker_->removeTimer(4);
+    worker_->removeTimer(1);
+    worker_->removeTimer(4);  // it goes once
+    EXPECT_EQ(addMarkTimer(1000, false), 5U);
+    worker_->removeTimer(5);
+    run(5);
+    for (const unsigned int id : {5U, 1U, 2U, 4U, 6U}) {
+        EXPECT_EQ(addMarkTimer(1000, false), id);
+    }
+}
+
+TEST_F(WorkerTimerTest, RemovesTheTimerThatHasTheIdNow) {
+    EXPECT_EQ(addMarkTimer(10, true, 1), 1U);
+    run(10);
+    EXPECT_EQ(addMarkTimer(10, false, 2), 1U);
+    run(10);
+    worker_->removeTimer(1);
+    EXPECT_EQ(addMarkTimer(10, false, 3), 2U);
+    run(5);
+    EXPECT_EQ(addMarkTimer(1000, false), 1U);
+    run(5);
+    EXPECT_EQ(marks_, (Marks{1, 2, 3}));
 }
 
 TEST_F(WorkerTimerTest, ChangesNothingForAnUnknownId) {
@@ -236,6 +269,63 @@ TEST_F(WorkerTimerTest, NeverSleepsWithARepeatingTimerOfNoInterval) {
     worker_->removeTimer(id);
     EXPECT_TRUE(FakeTime::waitForSleepers(1));
     flush();
+}
+
+TEST_F(WorkerTimerTest, MakesAWaitForTheEmptyQueueWaitForATimerThatWasArmedBefore) {
+    LogCapture log;
+    Gate running;
+    Gate gate;
+    addMarkTimer(20, true);
+    EXPECT_TRUE(FakeTime::runFor(15, 1));
+    worker_->task([&] {
+        running.open();
+        gate.wait();
+    });
+    running.wait();
+    auto waiter = std::async(std::launch::async, [&] { worker_->waitEmpty(); });
+    EXPECT_TRUE(FakeTime::runFor(15, 2));
+    EXPECT_TRUE(log.has("waitEmpty, tasks_.size:1\n"));
+    gate.open();
+    flush();
+    FakeTime::advanceMs(5);
+    waiter.get();
+    EXPECT_EQ(marks_, Marks{0});
+    EXPECT_EQ(log.count("waitEmpty"), 2);
+}
+
+// Each callable stands at a gate for longer than the interval, so there is always one queued.
+TEST_F(WorkerTimerTest, LetsAWaitForTheEmptyQueueEndBesideATimerThatIsSlowerThanItsInterval) {
+    LogCapture log;
+    Gate running[6];
+    Gate gates[6];
+    int fired = 0;
+    worker_->addTimer(10, false, [&] {
+        const int number = std::min(++fired, 5);
+        worker_->task([] {});  // is the timer's like the callable itself
+        running[number].open();
+        gates[number].wait();
+    });
+    gates[3].open();
+    EXPECT_TRUE(FakeTime::runFor(22, 1));  // the first runs, the second is queued
+    running[1].wait();
+    auto waiter = std::async(std::launch::async, [&] { worker_->waitEmpty(); });
+    EXPECT_TRUE(FakeTime::runFor(14, 2));  // the third is the first one since the call
+    EXPECT_TRUE(log.has("waitEmpty, tasks_.size:3\n"));
+    gates[1].open();
+    running[2].wait();
+    EXPECT_TRUE(FakeTime::runFor(7, 2));  // the fourth is queued behind what the second has queued
+    EXPECT_TRUE(log.has("waitEmpty, tasks_.size:2\n"));
+    gates[2].open();
+    running[4].wait();
+    EXPECT_TRUE(FakeTime::runFor(8, 2));  // the fifth is queued behind what the fourth has queued
+    FakeTime::advanceMs(1);
+    EXPECT_EQ(waiter.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    EXPECT_EQ(log.count("waitEmpty, tasks_.size:2\n"), 2);
+    EXPECT_EQ(log.count("waitEmpty"), 3);
+    gates[4].open();
+    gates[5].open();
+    FakeTime::setManual(false);
+    worker_->close();
 }
 
 TEST_F(WorkerTimerTest, TakesTheLongestInterval) {

@@ -19,9 +19,9 @@ public:
     DecodedFrame& operator=(const DecodedFrame&) = delete;
     virtual ~DecodedFrame();
 
-    int64_t frameTag;  // 0, or the packet's time in the stream's time base if it was not decoded
-    int64_t pts;       // in milliseconds from the start of the input
-    int64_t duration;  // in milliseconds
+    int64_t frameTag = 0;  // or the packet's time in the stream's time base if it was not decoded
+    int64_t pts = 0;       // in milliseconds from the start of the input
+    int64_t duration = 0;  // in milliseconds
     std::shared_ptr<FrameBuffer> buffer;
     std::function<void(std::shared_ptr<FrameBuffer>)> freeBuffer;           // gives a buffer back to its pool
     std::function<std::shared_ptr<FrameBuffer>(unsigned int)> allocBuffer;  // fetches one; on audio frames only

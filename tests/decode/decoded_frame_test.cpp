@@ -2,15 +2,47 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <memory>
+#include <new>
 #include <vector>
 
+#include "decode/audio_frame_info.h"
 #include "decode/video_frame_info.h"
 
 namespace kelp {
 namespace {
 
 using Buffers = std::vector<std::shared_ptr<FrameBuffer>>;
+
+// Stands in memory that was used before.
+template <class Frame>
+struct OnUsedMemory : Frame {
+    static void* operator new(size_t size) { return std::memset(::operator new(size), 0xA5, size); }
+};
+
+TEST(DecodedFrame, StartsWithNothing) {
+    const std::unique_ptr<VideoFrameInfo> video(new OnUsedMemory<VideoFrameInfo>);
+    const std::unique_ptr<AudioFrameInfo> audio(new OnUsedMemory<AudioFrameInfo>);
+    for (const DecodedFrame* frame : std::initializer_list<const DecodedFrame*>{video.get(), audio.get()}) {
+        EXPECT_EQ(frame->frameTag, 0);
+        EXPECT_EQ(frame->pts, 0);
+        EXPECT_EQ(frame->duration, 0);
+        EXPECT_FALSE(frame->buffer || frame->freeBuffer || frame->allocBuffer);
+    }
+    EXPECT_EQ(video->pixFormat, PIX_FMT_YUV420P);
+    EXPECT_EQ(video->colorRange, 0);
+    EXPECT_EQ(video->colorSpace, 0);
+    for (int plane = 0; plane < 8; ++plane) {
+        EXPECT_EQ(video->data[plane], nullptr) << plane;
+        EXPECT_EQ(video->linesize[plane], 0) << plane;
+    }
+    EXPECT_EQ(video->width, 0);
+    EXPECT_EQ(video->height, 0);
+    EXPECT_FALSE(video->keyFrame);
+    EXPECT_EQ(video->rotate, 0);
+    EXPECT_EQ(audio->dataSize, 0U);
+}
 
 TEST(DecodedFrame, GivesItsBufferBackWhenItDies) {
     Buffers pool;

@@ -1,5 +1,7 @@
 #include "input/codec_tables.h"
 
+#include "runtime/ffmpeg_compat.h"
+
 extern "C" {
 #include <libavcodec/codec_id.h>
 #include <libavutil/pixfmt.h>
@@ -16,14 +18,11 @@ struct Entry {
     int av;
 };
 
-// The codec of VIDEO_CODEC_270 is known by its number in the avcodec-60 interface alone.
-constexpr auto kCodecId270 = static_cast<AVCodecID>(270);
-
 constexpr Entry<VideoCodecType> kVideoCodecs[] = {
     {VIDEO_CODEC_MSMPEG4V1, AV_CODEC_ID_MSMPEG4V1}, {VIDEO_CODEC_MSMPEG4V2, AV_CODEC_ID_MSMPEG4V2},
     {VIDEO_CODEC_MSMPEG4V3, AV_CODEC_ID_MSMPEG4V3}, {VIDEO_CODEC_H264, AV_CODEC_ID_H264},
     {VIDEO_CODEC_HEVC, AV_CODEC_ID_HEVC},           {VIDEO_CODEC_MPEG4, AV_CODEC_ID_MPEG4},
-    {VIDEO_CODEC_MJPEG, AV_CODEC_ID_MJPEG},         {VIDEO_CODEC_270, kCodecId270},
+    {VIDEO_CODEC_MJPEG, AV_CODEC_ID_MJPEG},         {VIDEO_CODEC_270, compat::kCodecId270},
 };
 
 constexpr Entry<AudioCodecType> kAudioCodecs[] = {

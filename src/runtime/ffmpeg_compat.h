@@ -5,12 +5,25 @@
 
 #include <cstdint>
 
+extern "C" {
+#include <libavcodec/codec_id.h>
+#include <libavcodec/version_major.h>
+}
+
 struct AVCodecParameters;
 struct AVFrame;
 struct AVPacket;
 struct AVStream;
 
 namespace kelp::compat {
+
+// The codec that the avcodec-60 interface numbers 270. Releases before it have no codec of that number; in avcodec 61
+// an older codec was taken out, and all later ones moved down by one.
+#if LIBAVCODEC_VERSION_MAJOR >= 61
+constexpr AVCodecID kCodecId270 = AV_CODEC_ID_LEAD;
+#else
+constexpr auto kCodecId270 = static_cast<AVCodecID>(270);
+#endif
 
 // A deep copy of the stream's codec parameters, with the stream's display matrix; null if there is no memory. The
 // caller owns it and gives it back to freeParameters.

@@ -13,6 +13,7 @@
 #include "kelp_player/codec_info.h"
 #include "output/media_reader.h"
 #include "output/muxer_calls.h"
+#include "support/ffmpeg_release.h"
 #include "support/log_capture.h"
 
 extern "C" {
@@ -126,7 +127,7 @@ TEST_F(StreamMuxerTest, DescribesTheStream) {
         {VIDEO_CODEC_HEVC, AV_CODEC_ID_HEVC, PIX_FMT_PACKET, AV_PIX_FMT_NONE},
         {VIDEO_CODEC_MPEG4, AV_CODEC_ID_MPEG4, PIX_FMT_NONE, AV_PIX_FMT_NONE},
         {VIDEO_CODEC_MJPEG, AV_CODEC_ID_MJPEG, static_cast<PixFormat>(99), AV_PIX_FMT_NONE},
-        {VIDEO_CODEC_270, 270, PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P},
+        {VIDEO_CODEC_270, test::codecId270(), PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P},
         {VIDEO_CODEC_NONE, 0, PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P},
         {static_cast<VideoCodecType>(8), 0, PIX_FMT_YUV420P, AV_PIX_FMT_YUV420P},
     };

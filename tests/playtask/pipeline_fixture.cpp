@@ -5,6 +5,8 @@
 #include <thread>
 #include <utility>
 
+#include "support/ffmpeg_release.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -114,7 +116,7 @@ void __wrap_avformat_close_input(AVFormatContext** context) {
 // The library has no decoder of that number: another one stands in, whose pictures nobody sees.
 const AVCodec* __real_avcodec_find_decoder(AVCodecID id);
 const AVCodec* __wrap_avcodec_find_decoder(AVCodecID id) {
-    return __real_avcodec_find_decoder(static_cast<int>(id) == 270 ? AV_CODEC_ID_H264 : id);
+    return __real_avcodec_find_decoder(id == kelp::test::codecId270() ? AV_CODEC_ID_H264 : id);
 }
 
 // std::thread's way to the system.

@@ -1,6 +1,9 @@
 #include "support/ffmpeg_release.h"
 
+#include <cstdint>
+
 extern "C" {
+#include <libavcodec/codec_desc.h>
 #include <libavutil/frame.h>
 }
 
@@ -12,6 +15,11 @@ void setKeyFrame(AVFrame& frame, bool key) {
 #else
     frame.key_frame = key;
 #endif
+}
+
+int codecId270() {
+    const AVCodecDescriptor* descriptor = avcodec_descriptor_get_by_name("lead");
+    return descriptor ? descriptor->id : 270;
 }
 
 }  // namespace kelp::test

@@ -106,6 +106,25 @@ TEST_F(FFVideoDecoderTest, FlushesTheCodecForAFlushPacketAndNothingElse) {
     EXPECT_FALSE(isMeasured(500));
 }
 
+TEST_F(FFVideoDecoderTest, KeepsLatencyFailuresAndTimesOverAFlushPacket) {
+    EXPECT_EQ(latencyAfter(0, 100), 5);
+    send(80);
+    videoFakes().send = [](const AVPacket*) { return AVERROR_INVALIDDATA; };
+    for (int i = 0; i < 100; ++i) {
+        send(i);
+    }
+    log_.clear();
+    decoder_->insertPacket(makeFlushPacket().get());
+    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_EQ(decoder_->getAvgDecodeTime(), 5);
+    send(0);
+    EXPECT_EQ(observer_->failures, 1);
+    // The first frame after it, too, lasts as long as the distance to the one before.
+    script();
+    show(makePicture(pts_ + 60));
+    EXPECT_THAT(observer_->durations(), ElementsAre(40, 60));
+}
+
 TEST_F(FFVideoDecoderTest, FlushForgetsPacketsAndTimes) {
     send(0);
     send(40);

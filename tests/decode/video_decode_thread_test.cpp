@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "decode/frame_buffer.h"
+#include "decode/video_decoder_factory.h"
 #include "decode/video_test_support.h"
 #include "kelp_player/log.h"
 #include "support/fake_time.h"
@@ -27,6 +28,22 @@ DecoderMember privateMember(PrivateMember<struct VideoDecoderTag, DecoderMember>
 template struct ExposeMember<struct VideoDecoderTag, &VideoDecodeThread::decoder_>;
 
 }  // namespace kelp::test
+
+namespace {
+
+bool noDecoder = false;
+
+}  // namespace
+
+// VideoDecoderFactory::create.
+#define CREATE_DECODER(prefix) prefix##_ZN4kelp19VideoDecoderFactory6createENS_14VideoCodecTypeE
+extern "C" {
+std::shared_ptr<kelp::IVideoDecoder> CREATE_DECODER(__real_)(kelp::VideoDecoderFactory*, kelp::VideoCodecType);
+std::shared_ptr<kelp::IVideoDecoder> CREATE_DECODER(__wrap_)(kelp::VideoDecoderFactory* self,
+                                                             kelp::VideoCodecType type) {
+    return noDecoder ? nullptr : CREATE_DECODER(__real_)(self, type);
+}
+}
 
 namespace kelp {
 namespace {
@@ -226,6 +243,29 @@ TEST_F(VideoDecodeThreadTest, HandsItsSettingsToTheDecoder) {
     EXPECT_EQ(videoFakes().opened[0].pixFmt, AV_PIX_FMT_YUV422P);
     EXPECT_EQ(thread_->getAvgDecodeTimeMs(), 0);
     EXPECT_EQ(log.count("[VideoDecodeThread]: "), 0);
+}
+
+TEST_F(VideoDecodeThreadTest, LeavesTheHardwareAloneWhenThatIsOffWhateverTheMode) {
+    videoFakes().findByName = [](const char*) { return test::realDecoder(AV_CODEC_ID_H264); };
+    videoFakes().findDeviceType = [](const char*) { return AV_HWDEVICE_TYPE_VAAPI; };
+    videoFakes().createDevice = [](AVBufferRef** device, AVHWDeviceType) {
+        *device = av_buffer_allocz(4096);
+        return 0;
+    };
+    opened_ = thread_->open(VIDEO_CODEC_H264, nullptr, PIX_FMT_YUV420P, false, HW_DECODE_ALL, false, observer_);
+    ASSERT_TRUE(opened_);
+    EXPECT_THAT(videoFakes().calls, ElementsAre("find 27", "open h264"));
+    ASSERT_THAT(videoFakes().opened, SizeIs(1));
+    EXPECT_FALSE(videoFakes().opened[0].hasDevice);
+    EXPECT_TRUE(videoFakes().opened[0].hasDefaultGetFormat);
+}
+
+TEST_F(VideoDecodeThreadTest, SaysThatThereIsNoDecoder) {
+    LogCapture log;
+    noDecoder = true;
+    EXPECT_FALSE(open());
+    noDecoder = false;
+    EXPECT_THAT(log.lines(), ElementsAre("[VideoDecodeThread]: play, failed create video decoder\n"));
 }
 
 TEST_F(VideoDecodeThreadTest, SaysThatTheDecoderDidNotOpen) {

@@ -317,6 +317,71 @@ TEST_F(FFAudioDecoderDeliveryTest, DropsAFrameWithoutAWordWhenThereIsNoBuffer) {
     EXPECT_THAT(observer->buffersGivenBack, IsEmpty());
 }
 
+// A value of its own for each channel and sample.
+int valueOf(int channel, int sample) {
+    return (channel + 1) * 1000 * (channel % 2 == 0 ? 1 : -1) + sample;
+}
+
+// A planar float frame with these values, as 16-bit samples name them.
+AVFramePtr makePlanes(int channels, int sampleRate, int nbSamples, int (*value)(int channel, int sample)) {
+    auto frame = makeAudioFrame(AV_SAMPLE_FMT_FLTP, channels, sampleRate, nbSamples);
+    for (int channel = 0; channel < channels; ++channel) {
+        auto* samples = reinterpret_cast<float*>(frame->extended_data[channel]);
+        for (int i = 0; i < nbSamples; ++i) {
+            samples[i] = static_cast<float>(value(channel, i)) / 32768.0F;
+        }
+    }
+    return frame;
+}
+
+TEST_F(FFAudioDecoderDeliveryTest, InterleavesThePlanesOfAllChannels) {
+    for (const int channels : {2, 3, 6}) {
+        SCOPED_TRACE(channels);
+        openFor(channels, 48000);
+        feed(makePlanes(channels, 48000, 100, valueOf));
+        ASSERT_THAT(observer->frames, SizeIs(1));
+        const auto& out = *observer->frames[0];
+        ASSERT_EQ(out.dataSize, static_cast<unsigned int>(channels * 100 * 2));
+        const auto* samples = reinterpret_cast<const int16_t*>(out.buffer->data);
+        for (int i = 0; i < channels * 100; ++i) {
+            ASSERT_EQ(samples[i], valueOf(i % channels, i / channels)) << i;
+        }
+        decoder.close();
+        observer->frames.clear();
+    }
+}
+
+TEST_F(FFAudioDecoderDeliveryTest, KeepsChannelsApartAtAnotherRate) {
+    openFor(2, 48000);
+    feed(makePlanes(2, 44100, 4410, [](int channel, int) { return channel == 0 ? 9000 : -700; }));
+    ASSERT_THAT(observer->frames, SizeIs(1));
+    const auto& out = *observer->frames[0];
+    const auto* samples = reinterpret_cast<const int16_t*>(out.buffer->data);
+    const int count = static_cast<int>(out.dataSize) / 4;
+    ASSERT_GT(count, 4700);  // of 4800; the rest is in the filter
+    for (int i = 100; i < count - 100; ++i) {
+        ASSERT_NEAR(samples[2 * i], 9000, 2) << i;
+        ASSERT_NEAR(samples[2 * i + 1], -700, 2) << i;
+    }
+}
+
+TEST_F(FFAudioDecoderDeliveryTest, WritesOneChannelAsPlanarFloat) {
+    openFor(1, 48000);
+    ASSERT_TRUE(decoder.setOutputSpec({1, 48000, 4}));
+    auto frame = makeAudioFrame(AV_SAMPLE_FMT_S16, 1, 48000, 100);
+    for (int i = 0; i < 100; ++i) {
+        reinterpret_cast<int16_t*>(frame->data[0])[i] = static_cast<int16_t>(valueOf(1, i));
+    }
+    feed(std::move(frame));
+    ASSERT_THAT(observer->frames, SizeIs(1));
+    const auto& out = *observer->frames[0];
+    ASSERT_EQ(out.dataSize, 100U * 4U);
+    for (int i = 0; i < 100; ++i) {
+        const float sample = reinterpret_cast<const float*>(out.buffer->data)[i];
+        ASSERT_EQ(sample * 32768.0F, static_cast<float>(valueOf(1, i))) << i;
+    }
+}
+
 TEST_F(FFAudioDecoderDeliveryTest, SetsOnlyTheFirstOutputPointerForPlanarFloat) {
     openFor(2, 48000);
     ASSERT_TRUE(decoder.setOutputSpec({2, 48000, 4}));

@@ -237,7 +237,7 @@ TEST_F(KelpPlayerTest, StartsTheLibrariesOnce) {
             std::atomic<bool> ran{false};
             second->runInWorker([&] { ran = true; });
             CHILD_EXPECT(waitUntil([&] { return ran.load(); }));
-            std::_Exit(0);
+            std::_Exit(HasFailure());
         },
         testing::ExitedWithCode(0), "");
 }
@@ -280,7 +280,7 @@ TEST_F(KelpPlayerTest, TriesTheLibrariesAgainAfterAFailure) {
             CHILD_EXPECT(std::make_shared<KelpPlayer>()->init(nullptr));
             CHILD_EXPECT(sdlInits == 3 && networkInits == 3);
             CHILD_EXPECT(isSetUp());
-            std::_Exit(0);
+            std::_Exit(HasFailure());
         },
         testing::ExitedWithCode(0), "");
 }
@@ -299,7 +299,7 @@ TEST_F(KelpPlayerTest, StartsTheLibrariesOnceForManyAtOnce) {
                 thread.join();
             }
             CHILD_EXPECT(succeeded == 8 && sdlInits == 1);
-            std::_Exit(0);
+            std::_Exit(HasFailure());
         },
         testing::ExitedWithCode(0), "");
 }

@@ -31,11 +31,11 @@ void BaseDecodeThread::Run() {
     setName(threadName_.c_str());
 
     while (!isStopRequested()) {
-        if (seekRequested_) {
-            serveSeek();
+        if (const auto seekTimeMs = seekAsked_.take()) {
+            onSeek(static_cast<int>(*seekTimeMs), /*flush=*/true);
         }
         if (!canDecode()) {
-            rest(kNoRoomRestMs, [this] { return seekRequested_.load(); });
+            rest(kNoRoomRestMs, [this] { return seekAsked_.isPending(); });
             continue;
         }
         if (auto packet = takePacket()) {
@@ -51,27 +51,10 @@ void BaseDecodeThread::Run() {
     onExit();
 }
 
-void BaseDecodeThread::serveSeek() {
-    int seekTimeMs = 0;
-    unsigned int seekCount = 0;
-    {
-        std::lock_guard lock(queueMutex_);
-        seekTimeMs = seekTimeMs_;
-        seekCount = seekCount_;
-    }
-    onSeek(seekTimeMs, true);
-
-    // A seek that came meanwhile is still to be served.
-    std::lock_guard lock(queueMutex_);
-    if (seekCount == seekCount_) {
-        seekRequested_ = false;
-    }
-}
-
 std::shared_ptr<MediaPacket> BaseDecodeThread::takePacket() {
     std::unique_lock lock(queueMutex_);
     // What is queued now came after that seek: the decoder has to be flushed first.
-    if (seekRequested_) {
+    if (seekAsked_.isPending()) {
         return nullptr;
     }
     if (packetQueue_.empty()) {
@@ -114,9 +97,7 @@ void BaseDecodeThread::seek(int seekTimeMs) {
     }
     std::deque<std::shared_ptr<MediaPacket>> dropped;
     packetQueue_.swap(dropped);
-    seekRequested_ = true;
-    seekTimeMs_ = seekTimeMs;
-    ++seekCount_;
+    seekAsked_.post(seekTimeMs);
     endRest();
 }
 

@@ -1,14 +1,13 @@
 #pragma once
 
-#include <atomic>
 #include <condition_variable>
-#include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
 
 #include "runtime/base_thread.h"
+#include "runtime/latest_time.h"
 
 namespace kelp {
 
@@ -67,7 +66,6 @@ private:
     // The last thing that the thread does.
     virtual void onExit() = 0;
 
-    void serveSeek();
     // The oldest packet; waits for a wake-up if there is none, and gives none then.
     std::shared_ptr<MediaPacket> takePacket();
     bool reaches(const char* operation, int seekTimeMs);
@@ -76,10 +74,8 @@ private:
     std::deque<std::shared_ptr<MediaPacket>> packetQueue_;  // oldest first; guarded by queueMutex_
     std::mutex queueMutex_;                                 // taken before a play thread's queue mutex
     std::condition_variable queueCond_;                     // a packet came, or a stop
-    std::atomic<bool> seekRequested_{false};                // written under queueMutex_
-    std::atomic<int> seekTimeMs_{0};                        // of the latest seek; written under queueMutex_
-    unsigned int seekCount_ = 0;  // tells a later seek from an earlier; guarded by queueMutex_
-    bool running_ = false;        // between start and stop; the owner's
+    LatestTime seekAsked_;  // in milliseconds; posted under queueMutex_, as it goes with an emptied queue
+    bool running_ = false;  // between start and stop; the owner's
 };
 
 }  // namespace kelp

@@ -1,10 +1,11 @@
-// The parser's thread: the read loop, the hand-over of packets, seeks and the end of the input.
+// The parser's thread: the read loop, the hand-over of packets, pauses, seeks and the end of the input.
 
 #include "input/stream_parser.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "clock/timestamp_extrapolator.h"
 #include "clock/wrapping_math.h"
@@ -45,41 +46,39 @@ bool isKeyFrame(const AVPacket* packet) {
 void StreamParser::Run() {
     Log::Debug(TAG, "Run...\n");
     BaseThread::setName(TAG);
-    ReadState state;
+    int readErrors = 0;  // in a row
     AVPacket packet;
     compat::initPacket(&packet);
     while (!isStopRequested()) {
         applyPauseRequest();
         if (isReadingHeldByPause()) {
-            // Not until a seek: that isn't taken here.
-            rest(kPausedRestMs, [this] { return !paused_; });
+            rest(kPausedRestMs, [this] { return !paused_; });  // not until a seek, which isn't taken here
             continue;
         }
-        // Taken before the position is read: a request that comes in meanwhile stands for the next pass.
-        if (seekRequested_.exchange(false)) {
-            processSeekRequest();
-            if (videoStream_) {
-                foundKeyFrame_ = false;
-            }
-            firstPacketSent_ = false;
+        if (const auto seekPosUs = seekAsked_.take()) {
+            processSeekRequest(*seekPosUs);
         }
-        readQueueSizes();
-        if (videoPacketQueueSize_ + audioPacketQueueSize_ >= kMaxQueuedPackets) {
-            rest(kQueuesFullRestMs, [this, told = lastPaused_] { return seekRequested_ || paused_ != told; });
+        if (areQueuesFull()) {
+            rest(kQueuesFullRestMs, [this, told = lastPaused_] { return seekAsked_.isPending() || paused_ != told; });
             continue;
         }
         const int result = av_read_frame(formatContext_, &packet);
         if (result < 0) {
-            handleReadError(result, state);
-            rest(kReadErrorRestMs, [this] { return seekRequested_.load(); });
+            handleReadError(result, readErrors);
+            rest(kReadErrorRestMs, [this] { return seekAsked_.isPending(); });
             continue;
         }
-        state.readErrors = 0;
+        readErrors = 0;
         handlePacket(&packet);
         av_packet_unref(&packet);
-        endOfInput_ = false;
     }
     Log::Debug(TAG, "Run exit...\n");
+}
+
+bool StreamParser::pause(bool paused) {
+    paused_ = paused;
+    endRest();
+    return true;
 }
 
 void StreamParser::applyPauseRequest() {
@@ -109,32 +108,33 @@ bool StreamParser::isReadingHeldByPause() const {
     return lastPaused_ && (isInputNamed("rtsp") || (formatContext_->pb && filePath_.starts_with("mmsh:")));
 }
 
-void StreamParser::readQueueSizes() {
+// All four are asked for, in this order; frames have no say in it.
+bool StreamParser::areQueuesFull() {
     if (!observer_) {
-        return;
+        return false;
     }
-    videoPacketQueueSize_ = observer_->onVideoPacketQueueSize();
-    audioPacketQueueSize_ = observer_->onAudioPacketQueueSize();
-    videoFrameQueueSize_ = observer_->onVideoFrameQueueSize();
-    audioFrameQueueSize_ = observer_->onAudioFrameQueueSize();
+    int packets = observer_->onVideoPacketQueueSize();
+    packets += observer_->onAudioPacketQueueSize();
+    observer_->onVideoFrameQueueSize();
+    observer_->onAudioFrameQueueSize();
+    return packets >= kMaxQueuedPackets;
 }
 
-void StreamParser::handleReadError(int result, ReadState& state) {
+void StreamParser::handleReadError(int result, int& readErrors) {
     char text[255] = {};
     av_strerror(result, text, sizeof(text));
     const AVIOContext* pb = formatContext_->pb;
     Log::Error(TAG, "Running... read failed, ret:%d, %s, pb->eof_reached:%d,error:%d\n", result, text,
                pb ? pb->eof_reached : 0, pb ? pb->error : 0);
-    if (result == AVERROR_EOF) {
+    const bool isFileOver = result == AVERROR_EOF;
+    if (isFileOver) {
         handleEndOfFile();
-    } else if (result != AVERROR(EAGAIN)) {
-        if (++state.readErrors > kMaxReadErrors) {
-            state.failed = true;
-            endOfInput_ = true;
-        }
+    } else if (result == AVERROR(EAGAIN) || ++readErrors <= kMaxReadErrors) {
+        return;
     }
     if (!isStopRequested()) {
-        waitAfterEnd(state);
+        waitAfterEnd(/*isFailed=*/!isFileOver);
+        readErrors = 0;
     }
 }
 
@@ -149,30 +149,21 @@ void StreamParser::handleEndOfFile() {
         }
         observer_->onFileEnd(maxVideoPtsMs_, maxAudioPtsMs_);
     }
-    endOfInput_ = true;
 }
 
-void StreamParser::waitAfterEnd(ReadState& state) {
-    while (endOfInput_) {
-        if (observer_ && areQueuesEmpty() && !state.reported && !paused_) {
-            if (state.failed) {
-                observer_->onPlayFailed();
-            } else {
-                observer_->onPlaybackCompleted();
-            }
-            state.reported = true;
+void StreamParser::waitAfterEnd(bool isFailed) {
+    bool isReported = false;
+    do {
+        if (observer_ && areQueuesEmpty() && !isReported && !paused_) {
+            isFailed ? observer_->onPlayFailed() : observer_->onPlaybackCompleted();
+            isReported = true;
         }
-        if (seekRequested_) {
-            endOfInput_ = false;
-            state = ReadState();
+        if (seekAsked_.isPending()) {
             clearInputEnd();
             return;
         }
-        rest(kEndOfInputRestMs, [this] { return seekRequested_.load(); });
-        if (isStopRequested()) {
-            return;
-        }
-    }
+        rest(kEndOfInputRestMs, [this] { return seekAsked_.isPending(); });
+    } while (!isStopRequested());
 }
 
 bool StreamParser::areQueuesEmpty() {
@@ -302,7 +293,7 @@ void StreamParser::measureKeyFrameGap(const AVPacket* packet) {
     if (!isKeyFrame(packet)) {
         return;
     }
-    const int64_t last = lastKeyFramePts_.exchange(packet->pts);
+    const int64_t last = std::exchange(lastKeyFramePts_, packet->pts);
     const AVRational base = videoStream_->time_base;
     if (last < 0 || base.den <= 0) {
         return;
@@ -339,8 +330,18 @@ void StreamParser::fillMediaPacketInfo(std::shared_ptr<MediaPacket> packet, cons
     maxPtsMs = std::max(maxPtsMs, truncateToInt64(static_cast<double>(packet->pts) * factor));
 }
 
-void StreamParser::processSeekRequest() {
-    const int64_t seekPosUs = seekPosUs_;
+bool StreamParser::seek(int seekTimeMs) {
+    Log::Debug(TAG, "seek to %d ms\n", seekTimeMs);
+    const int64_t durationUs = durationUs_;
+    const int64_t wantedUs = static_cast<int64_t>(seekTimeMs) * 1000;
+    const int64_t seekPosUs = durationUs >= 1 ? std::min(wantedUs, durationUs) : wantedUs;
+    Log::Debug(TAG, "seek to %lld us\n", static_cast<long long>(seekPosUs));
+    seekAsked_.post(seekPosUs);
+    endRest();
+    return true;
+}
+
+void StreamParser::processSeekRequest(int64_t seekPosUs) {
     const int64_t durationUs = durationUs_;
     if (observer_) {
         observer_->onSeekStart(static_cast<int>(seekPosUs / 1000));
@@ -362,6 +363,10 @@ void StreamParser::processSeekRequest() {
     if (observer_) {
         observer_->onSeekCompleted();
     }
+    // What comes is as after an open; the distance across the seek is none of two key frames.
+    foundKeyFrame_ = false;
+    firstPacketSent_ = false;
+    lastKeyFramePts_ = -1;
 }
 
 // The format has no index: a seek aims ahead of `position` by as much as key frames lie apart, so that one comes

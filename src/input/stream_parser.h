@@ -12,6 +12,7 @@
 #include "kelp_player/codec_info.h"
 #include "kelp_player/types.h"
 #include "runtime/base_thread.h"
+#include "runtime/latest_time.h"
 
 struct AVBSFContext;
 struct AVCodecContext;
@@ -97,13 +98,6 @@ public:
     std::shared_ptr<StreamInfo> getStreamInfo();
 
 private:
-    // How the attempts to read went; lives as long as `Run`.
-    struct ReadState {
-        int readErrors = 0;     // in a row
-        bool failed = false;    // reading was given up
-        bool reported = false;  // the end was told to the observer
-    };
-
     // Not 0 when a blocking call of the demuxer is to give up; `opaque` is the parser.
     static int interruptCallback(void* opaque);
 
@@ -123,14 +117,15 @@ private:
     void Run() override;
     void applyPauseRequest();
     bool isReadingHeldByPause() const;
-    void readQueueSizes();
+    bool areQueuesFull();
     void handlePacket(AVPacket* packet);
     void logFirstKeyFrame(const AVPacket* packet);
     void logDroppedPacket(const AVPacket* packet);
 
-    void handleReadError(int result, ReadState& state);
+    void handleReadError(int result, int& readErrors);
     void handleEndOfFile();
-    void waitAfterEnd(ReadState& state);
+    // Waits for a seek or a stop, and tells the observer once when all queues have run empty.
+    void waitAfterEnd(bool isFailed);
     bool areQueuesEmpty();
     void clearInputEnd();
 
@@ -144,7 +139,7 @@ private:
     void fillMediaPacketInfo(std::shared_ptr<MediaPacket> packet, const AVPacket* source, const AVStream* stream,
                              bool isVideo);
 
-    void processSeekRequest();
+    void processSeekRequest(int64_t seekPosUs);
     int64_t mpegTsSeekTarget(int64_t position, int64_t seekPosUs);
     void waitQueueDrain();
 
@@ -170,29 +165,21 @@ private:
     int sampleRate_ = 0;  // in Hz
     int sampleFormat_ = -1;
 
-    // As the observer gave them last; the thread's own, like all below that is not atomic.
-    int videoPacketQueueSize_ = 0;
-    int audioPacketQueueSize_ = 0;
-    int videoFrameQueueSize_ = 0;
-    int audioFrameQueueSize_ = 0;
-
     VideoCodecType videoCodecType_ = VIDEO_CODEC_NONE;
     AudioCodecType audioCodecType_ = AUDIO_CODEC_NONE;
     PixFormat pixFormat_ = PIX_FMT_NONE;
 
     std::atomic<bool> paused_{false};  // as requested
-    bool lastPaused_ = false;          // as the demuxer was told
-    int readPauseResult_ = 0;          // of the last av_read_pause
-    bool endOfInput_ = false;          // the end was met or reading was given up
+    LatestTime seekAsked_;             // in microseconds
 
-    std::atomic<int64_t> seekPosUs_{0};  // written before seekRequested_ is set
-    std::atomic<bool> seekRequested_{false};
-
-    bool firstPacketSent_ = false;              // onFirstPakcet was called since the open or the last seek
-    bool foundKeyFrame_ = false;                // a video key frame was handed over, video flows
-    std::atomic<int64_t> lastKeyFramePts_{-1};  // raw, in the video time base; -1 or less means none
-    int64_t maxKeyFrameDurationMs_ = 0;         // the largest distance of two key frames; never falls until `close`
-    int64_t maxVideoPtsMs_ = -1;                // the largest times handed over; not lowered by a seek
+    // The thread's own, like all down to maxAudioPtsMs_.
+    bool lastPaused_ = false;            // as the demuxer was told
+    int readPauseResult_ = 0;            // of the last av_read_pause
+    bool firstPacketSent_ = false;       // onFirstPakcet was called since the open or the last seek
+    bool foundKeyFrame_ = false;         // a video key frame was handed over, video flows
+    int64_t lastKeyFramePts_ = -1;       // since the last seek; raw, in the video time base; -1 or less means none
+    int64_t maxKeyFrameDurationMs_ = 0;  // the largest distance of two key frames; never falls until `close`
+    int64_t maxVideoPtsMs_ = -1;         // the largest times handed over; not lowered by a seek
     int64_t maxAudioPtsMs_ = -1;
 
     bool isLive_ = false;

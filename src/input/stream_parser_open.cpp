@@ -1,4 +1,4 @@
-// The parser outside its thread: options, opening, choice of streams, and what others ask and order.
+// The parser outside its thread: options, opening, choice of streams, closing, and what others ask.
 
 #include <memory>
 #include <string>
@@ -155,9 +155,7 @@ void StreamParser::close() {
     paused_ = false;
     lastPaused_ = false;
     readPauseResult_ = 0;
-    endOfInput_ = false;
-    seekPosUs_ = 0;
-    seekRequested_ = false;
+    seekAsked_.drop();
     firstPacketSent_ = false;
     foundKeyFrame_ = false;
     lastKeyFramePts_ = -1;
@@ -166,28 +164,6 @@ void StreamParser::close() {
     maxAudioPtsMs_ = -1;
     isLive_ = false;
     resetStopRequest();
-}
-
-bool StreamParser::pause(bool paused) {
-    paused_ = paused;
-    endRest();
-    return true;
-}
-
-bool StreamParser::seek(int seekTimeMs) {
-    Log::Debug(TAG, "seek to %d ms\n", seekTimeMs);
-    int64_t seekPosUs = static_cast<int64_t>(seekTimeMs) * 1000;
-    const int64_t durationUs = durationUs_;
-    if (durationUs >= 1 && seekPosUs > durationUs) {
-        seekPosUs = durationUs;
-    }
-    seekPosUs_ = seekPosUs;
-    seekRequested_ = true;
-    Log::Debug(TAG, "seek to %lld us\n", static_cast<long long>(seekPosUs));
-    // The distance across the seek is none of two key frames.
-    lastKeyFramePts_ = -1;
-    endRest();
-    return true;
 }
 
 std::shared_ptr<CodecInfo> StreamParser::getCodecInfo() {

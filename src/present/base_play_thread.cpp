@@ -34,8 +34,7 @@ void BasePlayThread::Run() {
     setName(threadName_.c_str());
 
     while (!isStopRequested()) {
-        pausedSeen_ = paused_;
-        if (paused_ && seekTimeMs_ == -1) {
+        if (paused_ && skipTargetMs_ == -1) {
             restUntilSeek(kRetryMs);
         }
 
@@ -67,16 +66,12 @@ void BasePlayThread::Run() {
 }
 
 void BasePlayThread::startPendingSeeks(std::unique_lock<std::mutex>& lock) {
-    while (seekPending_) {
-        const int seekTimeMs = seekTimeMs_;
-        const auto generation = seekGeneration_;
+    while (const auto seekTimeMs = seekAsked_.take()) {
+        skipTargetMs_ = static_cast<int>(*seekTimeMs);
+        skipCount_ = 0;
         lock.unlock();
-        onSeekStart(seekTimeMs);
+        onSeekStart(skipTargetMs_);
         lock.lock();
-        // A newer seek gets an onSeekStart of its own.
-        if (generation == seekGeneration_) {
-            seekPending_ = false;
-        }
     }
 }
 
@@ -91,24 +86,23 @@ void BasePlayThread::waitForFrame(std::unique_lock<std::mutex>& lock) {
 }
 
 std::shared_ptr<DecodedFrame> BasePlayThread::takeFrame() {
-    return seekTimeMs_ == -1 ? frameQueue_.front() : skipToTarget();
+    return skipTargetMs_ == -1 ? frameQueue_.front() : skipToTarget();
 }
 
 std::shared_ptr<DecodedFrame> BasePlayThread::skipToTarget() {
     while (!frameQueue_.empty()) {
         // A target behind the end of the stream ends at the last frame known.
-        const int seekTimeMs = seekTimeMs_;
         const int64_t maxPtsMs = maxPtsMs_;
-        const int64_t skipLimit = maxPtsMs > 0 && maxPtsMs < seekTimeMs ? maxPtsMs : seekTimeMs;
+        const int64_t skipLimit = maxPtsMs > 0 && maxPtsMs < skipTargetMs_ ? maxPtsMs : skipTargetMs_;
         if (const auto& front = frameQueue_.front(); reaches(*front, skipLimit)) {
             Log::Info(kTag,
                       "[%s], %s, finish skip frame, skip count:%d, pts:%lld, duration:%lld, seekTime:%d, "
                       "skipLimit:%d, left q.size:%d\n",
                       threadName_.c_str(), "Run", skipCount_, static_cast<long long>(front->pts),
-                      static_cast<long long>(front->duration), seekTimeMs, static_cast<int>(skipLimit),
+                      static_cast<long long>(front->duration), skipTargetMs_, static_cast<int>(skipLimit),
                       static_cast<int>(frameQueue_.size()));
             onSeekFinish(static_cast<int>(front->pts));
-            seekTimeMs_ = -1;
+            skipTargetMs_ = -1;
             return front;
         }
         frameQueue_.pop();
@@ -120,7 +114,7 @@ std::shared_ptr<DecodedFrame> BasePlayThread::skipToTarget() {
 void BasePlayThread::present(const std::shared_ptr<DecodedFrame>& frame) {
     while (!onOutput(frame)) {
         restUntilSeek(kRetryMs);
-        if (isStopRequested() || seekPending_) {
+        if (isStopRequested() || seekAsked_.isPending()) {
             return;
         }
     }
@@ -138,7 +132,7 @@ void BasePlayThread::popPresented() {
 }
 
 void BasePlayThread::restUntilSeek(int ms) {
-    rest(ms, [this] { return seekPending_.load(); });
+    rest(ms, [this] { return seekAsked_.isPending(); });
 }
 
 bool BasePlayThread::start() {
@@ -202,11 +196,7 @@ void BasePlayThread::seek(int seekTimeMs, bool needFlush) {
     if (needFlush) {
         clearQueue(frameQueue_);
     }
-    // Under the mutex, so that a loop that is just finishing an older seek can't undo them.
-    seekPending_ = true;
-    seekTimeMs_ = seekTimeMs;
-    skipCount_ = 0;
-    ++seekGeneration_;
+    seekAsked_.post(seekTimeMs);
     endRest();
 }
 

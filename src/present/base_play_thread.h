@@ -10,6 +10,7 @@
 
 #include "decode/decoded_frame.h"
 #include "runtime/base_thread.h"
+#include "runtime/latest_time.h"
 
 namespace kelp {
 
@@ -85,7 +86,7 @@ protected:
     std::unique_lock<std::mutex> lockQueue() { return std::unique_lock(queueMutex_); }
 
     // A seek was asked for and the loop has not got to it yet.
-    bool isSeekPending() const { return seekPending_; }
+    bool isSeekPending() const { return seekAsked_.isPending(); }
 
     // The two halves of `stop`.
     void requestStopAndWake();
@@ -123,13 +124,11 @@ private:
     std::mutex queueMutex_;
     std::condition_variable queueCond_;  // a frame was queued or a stop requested
     std::atomic<bool> paused_{false};
-    bool pausedSeen_ = false;               // the loop's copy of paused_
-    std::atomic<bool> seekPending_{false};  // onSeekStart is due; written with queueMutex_ held, like the next
-    std::atomic<int> seekTimeMs_{-1};       // target of the running seek; -1 when none runs
-    int skipCount_ = 0;                     // frames dropped for the running seek; guarded by queueMutex_
-    std::atomic<int64_t> maxPtsMs_{-1};     // highest time known for the stream; -1 for none
-    unsigned int seekGeneration_ = 0;       // seeks so far; guarded by queueMutex_
-    std::atomic<bool> started_{false};      // written by the owner only
+    LatestTime seekAsked_;               // in milliseconds; posted with queueMutex_ held, with what it flushes
+    int skipTargetMs_ = -1;              // the loop's, like the next: what the running seek skips to; -1 when none runs
+    int skipCount_ = 0;                  // frames dropped for it
+    std::atomic<int64_t> maxPtsMs_{-1};  // highest time known for the stream; -1 for none
+    std::atomic<bool> started_{false};   // written by the owner only
 };
 
 }  // namespace kelp

@@ -729,11 +729,20 @@ TEST_F(StreamParserOpen, CommandsDoNotWaitForABlockingOpen) {
     parser->setOption("a", "1");
     EXPECT_FALSE(parser->isStopRequested());
 
-    // What an open finds is told after its end only.
+    // What an open finds is told and read after its end only.
+    script.install();
+    hooks().seekFile = [](AVFormatContext*, int, int64_t, int64_t, int64_t, int) { return 0; };
     auto info = std::async(std::launch::async, [&] { return parser->getStreamInfo(); });
+    auto codecs = std::async(std::launch::async, [&] { return parser->getCodecInfo(); });
+    auto started = std::async(std::launch::async, [&] { return parser->start(); });
     EXPECT_EQ(info.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    EXPECT_EQ(codecs.wait_for(std::chrono::milliseconds(0)), std::future_status::timeout);
+    EXPECT_EQ(started.wait_for(std::chrono::milliseconds(0)), std::future_status::timeout);
     goOn.set_value();
     EXPECT_TRUE(info.get()->has_video);
+    EXPECT_EQ(codecs.get()->videoCodecType, VIDEO_CODEC_H264);
+    EXPECT_TRUE(started.get());
+    EXPECT_TRUE(script.waitUntilDone());
     EXPECT_TRUE(opening.get());
 }
 

@@ -147,7 +147,7 @@ public:
     //
     // False writes [KelpPlayer] "Could not initialize SDL - REASON": there is no screen or no sound system that SDL can
     // use. SDL's own variables help: SDL_VIDEODRIVER=dummy for a host that takes pictures with a frame sink only,
-    // SDL_AUDIODRIVER=dummy for silence at the right pace, see `play`. Without a DISPLAY SDL may also take a driver
+    // SDL_AUDIODRIVER=dummy for silence, see `play`. Without a DISPLAY SDL may also take a driver
     // that shows nothing ("offscreen"), without an error: SDL_VIDEODRIVER=x11 makes that a failure.
     bool init(KelpPlayerObserver* observer);
 
@@ -178,7 +178,7 @@ public:
     // seconds, and the last one stays; `getCurrentTime` stays at its time, or without pictures at the sound's first
     // moment. No event tells, `onCompleted` doesn't come, `seek` plays the same few seconds from its target on, and
     // only `stop` ends it. A device that stops asking for sound does the same without a line. SDL_AUDIODRIVER=dummy,
-    // before the first player, is a device that nobody hears, at the right pace, for one player at a time.
+    // before the first player, is a device that nobody hears, at about the right pace, for one player at a time.
     bool play();
 
     // Ends playback, or the opening of a source, waits for all its threads and closes the source. Windows, options,

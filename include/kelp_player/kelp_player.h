@@ -33,7 +33,7 @@ enum KelpPlayerInfoType : int32_t {
 };
 
 // Takes the events of players. The host implements it and owns the object, which must live until `release` of every
-// player that it was given to has returned.
+// player that it was given to has returned; where that is called on the worker thread, until the player is gone.
 //
 // Every operation is called on the player's worker thread, one at a time and in the order in which the events arose;
 // so are the host's callables of `runInWorker` and its timers. An observer that takes long delays what comes after it,
@@ -151,9 +151,11 @@ public:
     // that shows nothing ("offscreen"), without an error: SDL_VIDEODRIVER=x11 makes that a failure.
     bool init(KelpPlayerObserver* observer);
 
-    // Waits until all queued events, callables and timers have been started, and ends the worker with the last one:
-    // nothing is delivered after this returns. Does not stop playback. May be called more than once. On the worker
-    // thread itself, that is in an observer, a callable or a timer, it doesn't wait: the worker ends soon after.
+    // Waits, 10 ms at the least, until all queued events, callables and timers' calls have been started, with what
+    // these queue in turn, and ends the worker with the last one: nothing is delivered after this returns. Calls of
+    // timers that are armed or due since are not waited for, but a callable that queues itself again and again is, for
+    // good. Does not stop playback. May be called more than once. On the worker thread itself, that is in an observer,
+    // a callable or a timer, it doesn't wait: what is queued still comes, and the worker ends soon after.
     void release();
 
     // Opens `fileName`, a path or whatever URL FFmpeg opens, at a key frame near `seekTime` milliseconds, mostly the

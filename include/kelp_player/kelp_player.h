@@ -230,6 +230,9 @@ public:
     // before the next drawing, mostly within 50 ms while a playback runs, but later where a seek skips frames: don't
     // destroy it before. Always true. Null handles are never drawn on.
     //
+    // Pictures that change their size in mid-stream, see onVideoSizeUpdated, are drawn in the frame of the first ones,
+    // cut off or with a rest of the last one beside them, until the size of the window changes.
+    //
     // What goes wrong with a window shows when it is first drawn on, and only there: the others go on. It writes
     // [SDLRender] "Failed to create window: REASON" (the handle is no window of this screen) or "Failed to create
     // window or renderer: REASON".

@@ -51,7 +51,9 @@ enum VideoCodecType : int32_t {
     VIDEO_CODEC_HEVC = 4,
     VIDEO_CODEC_MPEG4 = 5,
     VIDEO_CODEC_MJPEG = 6,
-    VIDEO_CODEC_270 = 7,  // packets are whole pictures and reach the host's frame sink undecoded
+    // What FFmpeg 6.1 numbers 270, and 5.1 doesn't know: packets are whole pictures and reach the host's frame sink
+    // undecoded.
+    VIDEO_CODEC_270 = 7,
 };
 
 // Audio codecs that the library handles. Any other codec is AUDIO_CODEC_NONE and isn't played.

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "present/fake_master.h"
+#include "present/video_frames.h"
 #include "support/log_capture.h"
 
 namespace kelp {
@@ -122,6 +123,90 @@ TEST_F(PictureTimingDelay, LogsACorrectionUnlessPaused) {
     log.clear();
     corrected(40, 150);
     EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+// Pictures without a window, one step at a time.
+class PictureTimingSteps : public testing::Test {
+protected:
+    PictureTimingSteps() { test::FakeTime::reset(test::kStart); }
+
+    // All steps of a picture that is drawn, begun and drawn at once at `nowMs` from the start.
+    void draw(int64_t pts, int64_t nowMs) {
+        timing.begin(pts, test::kStart + nowMs);
+        timing.step(pts, /*durationMs=*/40, test::kStart + nowMs);
+        timing.setDrawn(pts, test::kStart + nowMs);
+    }
+    // When a picture that begins at `nowMs` is due.
+    int64_t dueOf(int64_t pts, int64_t nowMs) {
+        timing.begin(pts, test::kStart + nowMs);
+        return timing.dueMs() - test::kStart;
+    }
+
+    int queued = 2;
+    int asked = 0;
+    PictureTiming timing{/*isLive=*/false, /*renderTiming=*/nullptr, [this] {
+                             ++asked;
+                             return queued;
+                         }};
+};
+
+TEST_F(PictureTimingSteps, MakeThePictureDueItsDistanceAfterTheOneBefore) {
+    draw(1000, 0);
+    EXPECT_EQ(dueOf(1040, 10), 40);
+    EXPECT_FALSE(timing.isDue(test::kStart + 39));
+    EXPECT_TRUE(timing.isDue(test::kStart + 40));
+    EXPECT_EQ(dueOf(3000, 10), 1000);
+    draw(1040, 40);
+    EXPECT_EQ(dueOf(1080, 50), 80);
+}
+
+TEST_F(PictureTimingSteps, MakeTheFirstPictureDueAtOnceEvenIfItsTimeIsFarOff) {
+    const auto master = std::make_shared<test::FakeMaster>(0);
+    master->forcing = true;
+    timing.follow(master);
+    timing.clock().set(500, test::kStart);
+    EXPECT_EQ(dueOf(500, 0), 500);
+    EXPECT_TRUE(timing.isDue(test::kStart));
+    EXPECT_TRUE(timing.isHeld(500));
+    EXPECT_FALSE(timing.isHeld(499));
+    master->forcing = false;
+    EXPECT_FALSE(timing.isHeld(500));
+}
+
+TEST_F(PictureTimingSteps, StartAnewAfterARestart) {
+    draw(0, 0);
+    timing.restart();
+    EXPECT_EQ(dueOf(9000, 17), 17);
+}
+
+TEST_F(PictureTimingSteps, SkipAPictureThatIsTooLateIfItIsNotTheLast) {
+    draw(100, 0);
+    test::LogCapture log;
+    EXPECT_EQ(dueOf(101, 1), 1);
+    EXPECT_FALSE(timing.isTooLate(*test::makePicture(101)));
+    EXPECT_EQ(asked, 0);
+    dueOf(60, 1);
+    EXPECT_TRUE(timing.isTooLate(*test::makePicture(60)));
+    EXPECT_THAT(log.lines(), ElementsAre("[VideoPlayThread]: skip draw too late frame, pts 60, syncPts:-1\n"));
+    EXPECT_FALSE(timing.isTooLate(*test::makePacketPicture(60)));
+    queued = 1;
+    EXPECT_FALSE(timing.isTooLate(*test::makePicture(60)));
+    queued = 2;
+    timing.setPaused(true);
+    EXPECT_FALSE(timing.isTooLate(*test::makePicture(60)));
+}
+
+TEST_F(PictureTimingSteps, KnowAWallClockThatWasSet) {
+    draw(0, 0);
+    EXPECT_FALSE(timing.hasClockJumped(test::kStart + 5000));
+    EXPECT_TRUE(timing.hasClockJumped(test::kStart + 5001));
+    EXPECT_FALSE(timing.hasClockJumped(test::kStart - 5000));
+    EXPECT_TRUE(timing.hasClockJumped(test::kStart - 5001));
+    const auto master = std::make_shared<test::FakeMaster>(0);
+    timing.follow(master);
+    EXPECT_TRUE(timing.hasClockJumped(test::kStart + 5001));
+    master->forcing = true;
+    EXPECT_FALSE(timing.hasClockJumped(test::kStart + 5001));
 }
 
 }  // namespace

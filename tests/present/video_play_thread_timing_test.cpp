@@ -391,6 +391,23 @@ TEST_F(VideoPlayThreadTiming, HoldsAFrame500MsAheadOfAForcingMaster) {
     EXPECT_EQ(pictures().back().pts, 500);
 }
 
+TEST_F(VideoPlayThreadTiming, HoldsTheVeryFirstFrame500MsAheadOfAForcingMaster) {
+    const auto master = follow(0);
+    master->forcing = true;
+    const auto frame = makePicture(500);
+    EXPECT_FALSE(output(frame));
+    EXPECT_EQ(FakeTime::sleepCount(), 0);
+    EXPECT_THAT(renders.calls(), ElementsAre("1 init type:1 window:0x1 640x480 fps:0", "1 refresh"));
+    EXPECT_THAT(observer->firstFrames(), ElementsAre(500));
+    EXPECT_EQ(thread.getCurrentTime(), 500);
+    // A frame like any other from here on: it waits for all that the clock is ahead by.
+    FakeTime::advanceMs(50);
+    master->set(1);
+    EXPECT_TRUE(output(frame));
+    EXPECT_THAT(pictures(), ElementsAre(Shown{549, 500}));
+    EXPECT_THAT(observer->firstFrames(), ElementsAre(500));
+}
+
 TEST_F(VideoPlayThreadTiming, DrawsAFrameFarAheadOfAMasterThatDoesNotForce) {
     output(0);
     follow(0);

@@ -9,6 +9,8 @@
 #include <memory>
 #include <thread>
 
+#include "e2e/clocked_player.h"
+#include "e2e/managed_playback.h"
 #include "e2e/media.h"
 #include "e2e/playback.h"
 #include "support/x_screen.h"
@@ -54,6 +56,15 @@ protected:
         // To the edges.
         EXPECT_TRUE(screen_.waitForPixel(x + 1, y + 1, kBars.front()));
         EXPECT_TRUE(screen_.waitForPixel(x + width - 2, y + 1, kBars.back()));
+    }
+
+    // Whether it is black there, and stays so for longer than any redraw takes.
+    void expectBlack(int x, int y, int width, int height) {
+        for (const int column : {x + 1, x + width / 2, x + width - 2}) {
+            EXPECT_TRUE(screen_.waitForPixel(column, y + height / 4, kBlack));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        EXPECT_TRUE(screen_.waitForPixel(x + width / 14, y + height / 4, kBlack, 8, 0));
     }
 
     XScreen& screen_;
@@ -179,6 +190,52 @@ TEST_F(Windows, CanBeRemovedAndAddedAgain) {
     expectBars(0, 0, 320, 180);
     player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(second), 320, 180);
     expectBars(400, 0, 320, 180);
+}
+
+TEST_F(Windows, TurnBlackByClearScreenUntilTheNextPicture) {
+    const auto first = screen_.createWindow(0, 0, 320, 180);
+    const auto second = screen_.createWindow(400, 0, 320, 180);
+    play("bars.mp4");
+    player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(first), 320, 180);
+    player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(second), 320, 180);
+    CountingSink sink;
+    player().addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&sink), 0, 0);
+    ASSERT_TRUE(player().play());
+    expectBars(0, 0, 320, 180);
+    expectBars(400, 0, 320, 180);
+    player().pause();
+    // A picture that is being drawn would take the place of the one that is cleared.
+    ASSERT_TRUE(sink.waitFor(sink.count() + 3, 15000));
+    player().clearScreen();
+    expectBlack(0, 0, 320, 180);
+    expectBlack(400, 0, 320, 180);
+    player().resume();
+    expectBars(0, 0, 320, 180);
+    expectBars(400, 0, 320, 180);
+    player().stop();
+}
+
+// A managed player clears by itself while the host's clock has not come to the stream's start.
+TEST_F(Windows, OfAManagedPlayerAreBlackUntilTheClockComesToTheStart) {
+    const auto window = screen_.createWindow(0, 0, 320, 180);
+    const std::unique_ptr<TarnSyncClock, ClockEnd> clock(TarnSyncClock::create(0, 10000));
+    clock->pause();
+    ManagedPlayback managed;
+    managed.player().addWindow(handleOf(window), WINDOW_TYPE_QT_WINID, 320, 180);
+    managed.player().setSyncClock(clock.get());
+    ASSERT_TRUE(managed.open(mediaPath("bars.mp4")));
+    ASSERT_TRUE(managed.player().start());
+    expectBars(0, 0, 320, 180);
+    for (const int offsetMs : {5000, 30000}) {  // within the distance at which clocks mean something, and beyond
+        managed.player().pause();
+        ASSERT_TRUE(managed.sink().waitFor(managed.sink().count() + 3, 15000));
+        ASSERT_TRUE(managed.player().setOffsetToClockMs(offsetMs));
+        managed.player().resume();
+        expectBlack(0, 0, 320, 180);
+        ASSERT_TRUE(managed.player().setOffsetToClockMs(0));
+        expectBars(0, 0, 320, 180);
+    }
+    managed.destroy();
 }
 
 TEST_F(Windows, FollowANewSize) {

@@ -128,6 +128,8 @@ function(kelp_add_shared_library)
     # Templates of the standard library and the classes' private functions are nothing for hosts.
     set(map ${PROJECT_SOURCE_DIR}/cmake/kelp_player.map)
     target_link_options(kelp_player PRIVATE LINKER:--version-script=${map})
+    # Never unloaded: SDL and FFmpeg's network aren't shut down, and a worker that a callback released may still run.
+    target_link_options(kelp_player PRIVATE LINKER:-z,nodelete)
     set_property(TARGET kelp_player APPEND PROPERTY LINK_DEPENDS ${map})
   endif()
 endfunction()

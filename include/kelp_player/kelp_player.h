@@ -16,6 +16,7 @@ class ExternSyncWrapper;
 class KelpPlayer;
 class PlayTask;
 class Worker;
+class WorkerEnd;
 
 // What went wrong, the first number of `onFailed`.
 enum KelpPlayerErrorType : int32_t {
@@ -33,7 +34,8 @@ enum KelpPlayerInfoType : int32_t {
 };
 
 // Takes the events of players. The host implements it and owns the object, which must live until `release` of every
-// player that it was given to has returned; where that is called on the worker thread, until the player is gone.
+// player that it was given to has returned; where that is called on the worker thread, until another call has returned
+// on another thread, or the player is gone.
 //
 // Every operation is called on the player's worker thread, one at a time and in the order in which the events arose;
 // so are the host's callables of `runInWorker` and its timers. An observer that takes long delays what comes after it,
@@ -154,8 +156,12 @@ public:
     // Waits, 10 ms at the least, until all queued events, callables and timers' calls have been started, with what
     // these queue in turn, and ends the worker with the last one: nothing is delivered after this returns. Calls of
     // timers that are armed or due since are not waited for, but a callable that queues itself again and again is, for
-    // good. Does not stop playback. May be called more than once. On the worker thread itself, that is in an observer,
-    // a callable or a timer, it doesn't wait: what is queued still comes, and the worker ends soon after.
+    // good. Does not stop playback. May be called more than once, and on several threads at once: each call waits for
+    // that end.
+    //
+    // On the worker thread itself, that is in an observer, a callable or a timer, it doesn't wait: what is queued still
+    // comes, and the worker ends soon after, which a call on another thread waits for. Where none comes, as the last
+    // reference went there, the end of the process waits for it, for a second at most.
     void release();
 
     // Opens `fileName`, a path or whatever URL FFmpeg opens, at a key frame near `seekTime` milliseconds, mostly the
@@ -333,7 +339,7 @@ private:
     std::shared_ptr<Worker> worker_;
     std::shared_ptr<ExternSyncWrapper> externSyncWrapper_;  // the one for all clocks of the host
     std::atomic<bool> workerStarted_{false};
-    std::atomic<bool> released_{false};  // by the first `release`
+    std::shared_ptr<WorkerEnd> workerEnd_;  // for every `release`
 };
 
 }  // namespace kelp

@@ -4,10 +4,10 @@
 
 #include <mutex>
 #include <string_view>
-#include <thread>
 #include <utility>
 
 #include "control/extern_sync_wrapper.h"
+#include "control/worker_end.h"
 #include "kelp_player/log.h"
 #include "playtask/play_task.h"
 #include "runtime/worker.h"
@@ -56,22 +56,13 @@ bool startLibraries() {
     return true;
 }
 
-void waitAndClose(Worker& worker) {
-    worker.waitEmpty();
-    worker.close();
-}
-
-// Ends a worker from outside its threads, which can't wait for themselves.
-void closeElsewhere(std::shared_ptr<Worker> worker) {
-    std::thread([worker = std::move(worker)] { waitAndClose(*worker); }).detach();
-}
-
 }  // namespace
 
 KelpPlayer::KelpPlayer() {
     worker_ = std::make_shared<Worker>();
     playTask_ = std::make_shared<PlayTask>();
     externSyncWrapper_ = std::make_shared<ExternSyncWrapper>();
+    workerEnd_ = std::make_shared<WorkerEnd>(worker_);
 }
 
 KelpPlayer::~KelpPlayer() {
@@ -126,21 +117,10 @@ bool KelpPlayer::init(KelpPlayerObserver* observer) {
 }
 
 void KelpPlayer::release() {
-    // What was queued behind the end of the worker stays there: a second wait would have no end.
-    if (released_.exchange(true)) {
-        return;
-    }
-    if (!workerStarted_) {
-        worker_->close();  // nobody runs what is queued, so there is no end to wait for
-        return;
-    }
-    // An observer, a callable or a timer may hold the last reference to its player, so that this is one of the worker's
-    // own threads.
-    if (worker_->isOwnThread()) {
-        closeElsewhere(worker_);
-        return;
-    }
-    waitAndClose(*worker_);
+    // Held: what is dropped at the end may hold the last reference to this player. Nobody runs what was queued for a
+    // worker that isn't started, so there is no end to wait for.
+    const auto end = workerEnd_;
+    end->reach(/*drain=*/workerStarted_);
 }
 
 bool KelpPlayer::loadFileAsync(const char* fileName, int seekTime) {

@@ -568,6 +568,76 @@ TEST_F(KelpPlayerLastReference, IsNoneOfReleaseOnTheWorker) {
     EXPECT_EQ(calls, 1);
 }
 
+// A timer holds the player, and is dropped on the thread that ends the worker.
+TEST_F(KelpPlayerLastReference, MayGoWithATimerThatAReleaseInACallableDrops) {
+    init();
+    const std::weak_ptr<KelpPlayer> gone = player;
+    auto* const raw = player.get();
+    player->addTimer(1'000'000, /*oneShot=*/true, [last = player] { ADD_FAILURE(); });
+    player.reset();
+    raw->runInWorker([raw] { raw->release(); });
+    expectGone(gone);
+}
+
+// The process ends while the callable that dropped its player still runs, and waits for it.
+TEST_F(KelpPlayerLastReference, IsWaitedForByTheEndOfTheProcess) {
+    EXPECT_EXIT(
+        {
+            init();
+            std::atomic<bool> dropped{false};
+            auto* const raw = player.get();
+            raw->runInWorker([&, last = std::move(player)]() mutable {
+                last.reset();
+                dropped = true;
+                std::this_thread::sleep_for(std::chrono::milliseconds(200));  // longer than an exit takes
+                std::fputs("through\n", stderr);
+            });
+            CHILD_EXPECT(waitUntil([&] { return dropped.load(); }));
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "through");
+}
+
+TEST_F(KelpPlayerTest, WaitsForTheEndThatAReleaseInACallbackHasBegun) {
+    init();
+    std::atomic<bool> released{false};
+    std::atomic<bool> through{false};
+    recorder.then = [&](const auto& owner, const std::string&) {
+        owner->release();
+        released = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));  // while the others wait
+        through = true;
+    };
+    raise(EVENT_COMPLETED, 0, 0, 0);
+    ASSERT_TRUE(waitUntil([&] { return released.load(); }));
+    std::thread other([&] {
+        player->release();
+        EXPECT_TRUE(through);
+    });
+    player->release();
+    EXPECT_TRUE(through);
+    other.join();
+}
+
+TEST_F(KelpPlayerTest, ReleasesOnSeveralThreadsAtOnce) {
+    init();
+    std::atomic<bool> through{false};
+    player->runInWorker([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        through = true;
+    });
+    std::vector<std::thread> others;
+    for (int i = 0; i < 3; ++i) {
+        others.emplace_back([&] {
+            player->release();
+            EXPECT_TRUE(through);
+        });
+    }
+    for (auto& other : others) {
+        other.join();
+    }
+}
+
 TEST_F(KelpPlayerTest, ReleasesAPlayerThatWasNeverInitialisedWithACallableQueued) {
     bool ran = false;
     auto unused = std::make_shared<KelpPlayer>();

@@ -10,8 +10,6 @@ int main(int argc, char** argv) {
     // [embed] Qt and the player's renderer must speak to the same window system, and winId() is an X11 window
     setenv("QT_QPA_PLATFORM", "xcb", /*overwrite=*/0);
     setenv("SDL_VIDEODRIVER", "x11", /*overwrite=*/0);
-    // Else the renderer's library takes SIGINT and SIGTERM for events that nobody here reads.
-    setenv("SDL_NO_SIGNAL_HANDLERS", "1", /*overwrite=*/0);
     chooseSoundDriver();
     // [embed end]
     QApplication application(argc, argv);

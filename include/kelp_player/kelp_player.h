@@ -147,6 +147,9 @@ public:
     // std::bad_weak_ptr if the player isn't held by a shared pointer, std::system_error if the process has too many
     // threads.
     //
+    // SIGINT and SIGTERM stay the host's: SDL makes no events of them, unless the host starts SDL itself before, or
+    // sets SDL_HINT_NO_SIGNAL_HANDLERS, or its variable SDL_NO_SIGNAL_HANDLERS in the environment, to "0".
+    //
     // False writes [KelpPlayer] "Could not initialize SDL - REASON": there is no screen or no sound system that SDL can
     // use. SDL's own variables help: SDL_VIDEODRIVER=dummy for a host that takes pictures with a frame sink only,
     // SDL_AUDIODRIVER=dummy for silence, see `play`. Without a DISPLAY SDL may also take a driver

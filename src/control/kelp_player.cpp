@@ -47,6 +47,10 @@ bool startLibraries() {
     av_log_set_level(AV_LOG_INFO);
     Log::SetLevel(3);
     avformat_network_init();
+    // A library leaves the process's signals alone: SDL would make events of SIGINT and SIGTERM.
+    if (!SDL_GetHint(SDL_HINT_NO_SIGNAL_HANDLERS)) {
+        SDL_SetHint(SDL_HINT_NO_SIGNAL_HANDLERS, "1");
+    }
     if (SDL_Init(SDL_INIT_AUDIO | SDL_INIT_VIDEO) != 0) {
         Log::Error(kTag, "Could not initialize SDL - %s\n", SDL_GetError());
         Log::Error(kTag, "(Did you set the DISPLAY variable?)\n");

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -636,6 +637,60 @@ TEST_F(KelpPlayerTest, ReleasesOnSeveralThreadsAtOnce) {
     for (auto& other : others) {
         other.join();
     }
+}
+
+// As every host that has no SDL event loop.
+class KelpPlayerSignals : public KelpPlayerTest {
+protected:
+    // In a process of its own: plays, and is told to end. Exits with 0 if that came as SDL's event, with 1 if nothing
+    // came.
+    [[noreturn]] void playUntil(int signal) {
+        init();
+        player->loadFileAsync(smallMedia("long.mp4").c_str(), 0);
+        CHILD_EXPECT(waitUntil([&] { return recorder.has("prepared"); }));
+        CHILD_EXPECT(player->play());
+        CHILD_EXPECT(waitUntil([&] { return recorder.has("video"); }));
+        std::raise(signal);
+        SDL_PumpEvents();
+        std::_Exit(SDL_HasEvent(SDL_QUIT) ? 0 : 1);
+    }
+};
+
+TEST_F(KelpPlayerSignals, EndTheProcess) {
+    smallMedia("long.mp4");  // made once, here
+    for (const int signal : {SIGTERM, SIGINT}) {
+        EXPECT_EXIT(playUntil(signal), testing::KilledBySignal(signal), "");
+    }
+}
+
+TEST_F(KelpPlayerSignals, AreSdlsWhereTheEnvironmentSaysSo) {
+    smallMedia("long.mp4");
+    EXPECT_EXIT(
+        {
+            setenv("SDL_NO_SIGNAL_HANDLERS", "0", 1);
+            playUntil(SIGTERM);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(KelpPlayerSignals, AreSdlsWhereTheHostSaysSo) {
+    smallMedia("long.mp4");
+    EXPECT_EXIT(
+        {
+            SDL_SetHintWithPriority(SDL_HINT_NO_SIGNAL_HANDLERS, "0", SDL_HINT_DEFAULT);
+            playUntil(SIGINT);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST_F(KelpPlayerSignals, AreSdlsWhereTheHostHasStartedIt) {
+    smallMedia("long.mp4");
+    EXPECT_EXIT(
+        {
+            CHILD_EXPECT(SDL_Init(SDL_INIT_VIDEO) == 0);
+            playUntil(SIGINT);
+        },
+        testing::ExitedWithCode(0), "");
 }
 
 TEST_F(KelpPlayerTest, ReleasesAPlayerThatWasNeverInitialisedWithACallableQueued) {

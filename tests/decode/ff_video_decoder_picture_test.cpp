@@ -241,6 +241,18 @@ TEST_F(FFVideoDecoderPicture, DropsAPictureThatCannotBeConverted) {
     EXPECT_THAT(observer_->times(), ElementsAre(40));
 }
 
+TEST_F(FFVideoDecoderPicture, DropsAPictureThatThereIsNoMemoryToConvert) {
+    auto picture = makePicture(0, 101, 51);
+    videoFakes().refuseFrame = [] { return true; };
+    show(std::move(picture));
+    EXPECT_EQ(log_.count("[FFVideoDecoder]: DeliverVideoFrame, no memory for a picture of 101x51\n"), 1);
+    EXPECT_THAT(observer_->frames, IsEmpty());
+    EXPECT_THAT(observer_->buffersGivenBack, SizeIs(1));
+    videoFakes().refuseFrame = nullptr;
+    show(makePicture(40, 101, 51));
+    EXPECT_THAT(observer_->frames, SizeIs(1));
+}
+
 TEST_F(FFVideoDecoderPicture, DropsAPictureOfAForeignKind) {
     // A hardware surface that nobody asked for.
     show(makeSurface(0));

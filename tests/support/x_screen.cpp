@@ -71,6 +71,12 @@ void XScreen::resizeWindow(unsigned long window, int width, int height) {
     XSync(display_, False);
 }
 
+std::pair<int, int> XScreen::windowSize(const void* window) {
+    XWindowAttributes attributes{};
+    XGetWindowAttributes(display_, reinterpret_cast<Window>(window), &attributes);
+    return {attributes.width, attributes.height};
+}
+
 std::vector<uint8_t> XScreen::grab(int x, int y, int width, int height) {
     XImage* image = XGetImage(display_, DefaultRootWindow(display_), x, y, static_cast<unsigned>(width),
                               static_cast<unsigned>(height), AllPlanes, ZPixmap);

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/xvfb_process.h"
@@ -27,6 +28,8 @@ public:
     // Takes away every window made here.
     void destroyWindows();
     void resizeWindow(unsigned long window, int width, int height);
+    // Of a window that may have been resized by others; by the handle that a player gets.
+    std::pair<int, int> windowSize(const void* window);
 
     // What the screen shows at a place.
     Rgb pixel(int x, int y);

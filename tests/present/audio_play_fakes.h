@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "clock/sync_object.h"
 #include "decode/audio_frame_info.h"
 #include "present/audio_output.h"
 #include "present/audio_output_factory.h"
 #include "present/audio_play_thread.h"
+#include "present/fake_master.h"
 
 namespace kelp {
 
@@ -116,19 +116,6 @@ public:
 private:
     CallRecord& calls_;
     std::shared_ptr<IAudioOutput> output_;
-};
-
-// A clock that stands still until it is set.
-class FakeMaster : public SyncObject {
-public:
-    int64_t getNoSyncThreshold() override { return noSyncThreshold; }
-    bool isForceSync() override { return force; }
-    int64_t getSyncPts() override { return pts; }
-    void setSyncObject(std::shared_ptr<SyncObject>) override {}
-
-    std::atomic<int64_t> noSyncThreshold{10000};
-    std::atomic<bool> force{false};
-    std::atomic<int64_t> pts{0};
 };
 
 #pragma GCC diagnostic push

@@ -26,7 +26,7 @@ protected:
 
     // Measures once with the sound `ahead` milliseconds ahead of the master.
     int measure(int64_t ahead, int64_t duration = 21) {
-        master->pts = kPosition - ahead;
+        master->set(kPosition - ahead);
         peer->compute(duration);
         return thread->getUnSyncSamples();
     }
@@ -45,7 +45,7 @@ protected:
 
 TEST_F(AudioPlaySyncTest, WithoutAMasterNothingIsToBeMadeUpFor) {
     open();
-    master->force = true;
+    master->forcing = true;
     EXPECT_EQ(measure(50), 2400);
     thread->setSyncObject(nullptr);
     EXPECT_EQ(measure(50), 0);
@@ -153,19 +153,19 @@ TEST_F(AudioPlaySyncTest, TheLimitItselfIsTooFar) {
 
 TEST_F(AudioPlaySyncTest, AMasterMayRaiseTheLimitButNotLowerIt) {
     open();
-    master->noSyncThreshold = 20'000;
+    master->threshold = 20'000;
     EXPECT_EQ(measureTimes(kAverage + 1, 12'000), 576'000);
     open();
-    master->noSyncThreshold = 100;
+    master->threshold = 100;
     EXPECT_EQ(measureTimes(kAverage + 1, 5000), 240'000);
     open();
-    master->noSyncThreshold = -1;
+    master->threshold = -1;
     EXPECT_EQ(measureTimes(kAverage + 1, 5000), 240'000);
 }
 
 TEST_F(AudioPlaySyncTest, AForcingMasterIsObeyedAtOnceWhenSoundIsAhead) {
     open();
-    master->force = true;
+    master->forcing = true;
     EXPECT_EQ(measure(1), 48);
     EXPECT_EQ(measure(50), 2400);
     EXPECT_EQ(measure(0), 0);
@@ -177,20 +177,20 @@ TEST_F(AudioPlaySyncTest, AForcingMasterIsObeyedAtOnceWhenSoundIsAhead) {
 
 TEST_F(AudioPlaySyncTest, ALagBehindAForcingMasterIsAveraged) {
     open();
-    master->force = true;
+    master->forcing = true;
     EXPECT_EQ(measureTimes(kAverage, -50), 0);
     EXPECT_EQ(measure(-50), -2400);
 }
 
 TEST_F(AudioPlaySyncTest, ADistanceThatIsNoIntIsLimited) {
     open();
-    master->force = true;
+    master->forcing = true;
     EXPECT_EQ(measure(100'000'000), std::numeric_limits<int>::max());
-    master->pts = std::numeric_limits<int64_t>::min();
+    master->set(std::numeric_limits<int64_t>::min());
     peer->compute(21);
     EXPECT_EQ(thread->getUnSyncSamples(), std::numeric_limits<int>::max());
-    master->pts = std::numeric_limits<int64_t>::max();
-    master->noSyncThreshold = std::numeric_limits<int64_t>::max();
+    master->set(std::numeric_limits<int64_t>::max());
+    master->threshold = std::numeric_limits<int64_t>::max();
     for (int i = 0; i <= kAverage; ++i) {
         peer->compute(21);
     }
@@ -199,7 +199,7 @@ TEST_F(AudioPlaySyncTest, ADistanceThatIsNoIntIsLimited) {
 
 TEST_F(AudioPlaySyncTest, MeasuresFromTheRunningClock) {
     open();
-    master->force = true;
+    master->forcing = true;
     FakeTime::advanceMs(50);
     EXPECT_EQ(measure(0), 2400);
 }
@@ -209,7 +209,7 @@ TEST_F(AudioPlaySyncTest, CountsSamplesOfOneChannelAtTheOutputsRate) {
     spec.channels = 1;
     spec.sampleRate = 44100;
     open(spec);
-    master->force = true;
+    master->forcing = true;
     EXPECT_EQ(measure(50), 2205);
     // 44.1 cut down.
     EXPECT_EQ(measure(1), 44);
@@ -227,7 +227,7 @@ protected:
     // The tempo of a frame that comes after many with the same lead of `ahead` milliseconds.
     float tempoAt(int64_t ahead) {
         measureTimes(kAverage + 1, ahead);
-        master->pts = kPosition - ahead;
+        master->set(kPosition - ahead);
         FakeSoundTouch::tempos.clear();
         peer->output(makeAudioFrame(kPosition));
         return FakeSoundTouch::tempos.empty() ? -1000.0f : FakeSoundTouch::tempos.back();
@@ -315,9 +315,9 @@ TEST_F(AudioPlayTempoTest, ATempoThatIsNoNumberDoesNoHarm) {
 
 TEST_F(AudioPlayTempoTest, SoundThatIsAheadOfAForcingMasterWaits) {
     open();
-    master->force = true;
+    master->forcing = true;
     calls.take();
-    master->pts = kPosition - 50;
+    master->set(kPosition - 50);
     EXPECT_FALSE(peer->output(makeAudioFrame(kPosition)));
     EXPECT_THAT(calls.take(), ElementsAre("st flush", "create 2 48000 1", "init 2 48000 1", "volume 1"));
     // The clock is set anew each time that the frame is offered.
@@ -326,15 +326,15 @@ TEST_F(AudioPlayTempoTest, SoundThatIsAheadOfAForcingMasterWaits) {
     EXPECT_FALSE(peer->output(makeAudioFrame(kPosition)));
     EXPECT_EQ(thread->getSyncPts(), kPosition - 21);
     EXPECT_EQ(thread->getUnSyncSamples(), 29 * 48);
-    master->pts = kPosition - 21;
+    master->set(kPosition - 21);
     EXPECT_TRUE(peer->output(makeAudioFrame(kPosition)));
     EXPECT_THAT(calls.take(), ElementsAre("tempo", "put 1024", "receive 1024", "fill 4096"));
 }
 
 TEST_F(AudioPlayTempoTest, AForcingMasterHoldsSoundBackHoweverFarAheadItIs) {
     open();
-    master->force = true;
-    master->pts = kPosition - 12'000;
+    master->forcing = true;
+    master->set(kPosition - 12'000);
     calls.take();
     EXPECT_FALSE(peer->output(makeAudioFrame(kPosition)));
     EXPECT_EQ(calls.count("put 1024"), 0);
@@ -348,7 +348,7 @@ TEST_F(AudioPlayTempoTest, ALeadBeforeAMasterThatDoesNotForceIsPlayed) {
 
 TEST_F(AudioPlayTempoTest, ALagBehindAForcingMasterIsSpedUp) {
     open();
-    master->force = true;
+    master->forcing = true;
     EXPECT_FLOAT_EQ(tempoAt(-50), 1.05f);
     EXPECT_EQ(calls.take().back(), "fill 4096");
 }
@@ -357,7 +357,7 @@ TEST_F(AudioPlayTempoTest, WithoutTheTempoLibraryTheSamplesAreCountedAllTheSame)
     FakeSoundTouch::missing = true;
     AudioPlaySyncTest::open();
     measureTimes(kAverage, 50);
-    master->pts = kPosition - 50;
+    master->set(kPosition - 50);
     EXPECT_TRUE(peer->output(makeAudioFrame(kPosition)));
     EXPECT_EQ(thread->getUnSyncSamples(), 2400);
     EXPECT_EQ(calls.take().back(), "fill 4096");

@@ -151,15 +151,15 @@ TEST_F(AudioPlayThreadRunTest, AForcingMasterIsAskedAgainEvery50Ms) {
     FakeTime::setManual(true);
     open();
     script(1024);
-    master->force = true;
-    master->pts = 900;
+    master->forcing = true;
+    master->set(900);
     thread->setSyncObject(master);
     thread->fillFrame(makeAudioFrame(1000));
     thread->start();
     ASSERT_TRUE(FakeTime::runFor(150, 1));
     EXPECT_EQ(calls.count("put 1024"), 0);
     EXPECT_THAT(FakeTime::sleeps(), ElementsAre(50, 50, 50, 50));
-    master->pts = 1000;
+    master->set(1000);
     FakeTime::advanceMs(50);
     ASSERT_TRUE(calls.waitFor("fill 4096"));
 }
@@ -308,7 +308,7 @@ TEST_F(AudioPlayThreadRunTest, TheControlSideMayCallAtAnyTime) {
                 thread->seek(i, /*needFlush=*/i % 100 == 0);
             }
             thread->clearBuffer(static_cast<int>(thread->getCurrentTime()));
-            master->pts = i;
+            master->set(i);
         }
     });
     std::thread reader([&] {

@@ -163,8 +163,8 @@ TEST_F(AudioPlayThreadTest, TheClockCountsTheTimeThatTheDeviceTakesToOpen) {
 TEST_F(AudioPlayThreadTest, ADeviceThatOpensLateMakesUpForItInAStepForAForcingMaster) {
     open();
     script(1024);
-    master->force = true;
-    master->pts = 1000;
+    master->forcing = true;
+    master->set(1000);
     thread->setSyncObject(master);
     output->onInit = [&] {
         FakeTime::advanceMs(300);

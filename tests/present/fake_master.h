@@ -14,7 +14,7 @@ constexpr int64_t kStart = 1'000'000;  // the fake time at the start of each tes
 // A master whose reading the test sets; it stands still or runs with the fake time.
 class FakeMaster : public SyncObject {
 public:
-    explicit FakeMaster(int64_t pts, bool running = false) : pts_(pts), running_(running) {}
+    explicit FakeMaster(int64_t pts = 0, bool running = false) : pts_(pts), running_(running) {}
 
     int64_t getNoSyncThreshold() override { return threshold; }
     bool isForceSync() override { return forcing; }

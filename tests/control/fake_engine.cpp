@@ -119,19 +119,22 @@ int KelpPlayer::getCurrentTime() {
 }
 int KelpPlayer::getDuration() {
     note("getDuration()");
-    return engine().durationMs;
+    return static_cast<int>(engine().durationMs);
 }
 int64_t KelpPlayer::getPlayDetailInfo(KelpPlayerInfoType type) {
     note("getPlayDetailInfo(" + text(type) + ")");
     return type == INFO_DURATION ? engine().durationMs : 100 + type;
 }
-bool KelpPlayer::addWindow(WindowType type, void*, int width, int height) {
+bool KelpPlayer::addWindow(WindowType type, void* handle, int width, int height) {
+    engine().handles.push_back(handle);
     return noteAndAnswer("addWindow", text(type) + ", " + text(width) + ", " + text(height));
 }
-bool KelpPlayer::removeWindow(void*) {
+bool KelpPlayer::removeWindow(void* handle) {
+    engine().handles.push_back(handle);
     return noteAndAnswer("removeWindow");
 }
-bool KelpPlayer::pauseWindow(void*, bool pause) {
+bool KelpPlayer::pauseWindow(void* handle, bool pause) {
+    engine().handles.push_back(handle);
     return noteAndAnswer("pauseWindow", text(pause));
 }
 void KelpPlayer::updateWindowSize(void*, int, int) {

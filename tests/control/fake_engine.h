@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
@@ -25,8 +26,9 @@ struct FakeEngine {
     std::vector<std::string> calls;
     std::map<std::string, bool> answers;  // by operation; true where nothing stands
     int currentTimeMs = 0;
-    int durationMs = 0;
+    int64_t durationMs = 0;
     KelpPlayerObserver* observer = nullptr;
+    std::vector<void*> handles;  // of the windows, one for each call that names one
     std::vector<std::function<void()>> worker;
     bool worksOn = true;  // false: there is no memory to queue anything
     std::map<unsigned int, Timer> timers;

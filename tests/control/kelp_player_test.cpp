@@ -792,6 +792,17 @@ TEST_F(KelpPlayerTest, FollowsTheHostsClockThroughOneWrapper) {
     EXPECT_EQ(wrapper->getNoSyncThreshold(), 10000);  // and nobody asks the host's clock any more
 }
 
+TEST_F(KelpPlayerTest, CutsNothingOffWhatHas64Bits) {
+    init();
+    HostClock clock(0x1'0000'0000);
+    PlayTaskPeer peer(*task());
+    player->setExternSyncClock(&clock, std::numeric_limits<int>::min());
+    EXPECT_EQ(peer.syncObject()->getSyncPts(), 0x1'8000'0000);
+    player->setExternSyncClock(nullptr, 0);
+    peer.setSeekable(true, 0x1'0000'0005);
+    EXPECT_EQ(player->getPlayDetailInfo(INFO_DURATION), 0x1'0000'0005);
+}
+
 // Sound that was made the master goes on following whom it followed, and the host ends its clock all the same.
 TEST_F(KelpPlayerTest, LetsTheHostEndAClockThatItTookBack) {
     init();

@@ -36,21 +36,6 @@ TEST_P(TarnPlayerRecovery, BringsAFailedStreamBackIntoItsState) {
 INSTANTIATE_TEST_SUITE_P(From, TarnPlayerRecovery,
                          testing::Values(PLAYER_STATE_PREPARING, PLAYER_STATE_STARTED, PLAYER_STATE_PAUSED));
 
-class TarnPlayerNoRecovery : public TarnPlayerFixture, public testing::WithParamInterface<int> {};
-
-TEST_P(TarnPlayerNoRecovery, RestsWhenAStreamFailsOutsidePlayback) {
-    player_->setOption("retry_when_failed", "2000");
-    reach(GetParam());
-    events().onFailed(nullptr, 1, 1);
-    engine().takeCalls();
-    engine().fire(1);
-    EXPECT_THAT(engine().takeCalls(), ElementsAre("removeTimer(1)", "runInWorker()"));
-    EXPECT_EQ(state(), PLAYER_STATE_ERROR);
-    EXPECT_THAT(host_.told, IsEmpty());
-}
-
-INSTANTIATE_TEST_SUITE_P(From, TarnPlayerNoRecovery, testing::Values(PLAYER_STATE_PREPARED, PLAYER_STATE_COMPLETED));
-
 TEST_F(TarnPlayerRecoveryTest, GivesTheRestartUpWhenItIsStopped) {
     player_->setOption("retry_when_failed", "2000");
     reach(PLAYER_STATE_STARTED);

@@ -1,5 +1,6 @@
 #include <chrono>
 #include <future>
+#include <limits>
 #include <new>
 
 #include "control/tarn_player_fixture.h"
@@ -24,26 +25,6 @@ TEST_F(TarnPlayerTest, ReleasesTheEngineWhenItIsDestroyed) {
     engine().takeCalls();
     TarnPlayer::destroy(other);
     EXPECT_THAT(engine().takeCalls(), ElementsAre("release()"));
-}
-
-TEST_F(TarnPlayerTest, StartsByItselfWhenASourceThatWasToStartIsReady) {
-    reach(PLAYER_STATE_PREPARING);
-    EXPECT_TRUE(player_->start());
-    events().onPrepared(nullptr, true, false);
-    engine().runWorker();
-    EXPECT_THAT(host_.told, ElementsAre("prepared 1 0", "started"));
-    EXPECT_THAT(engine().takeCalls(), ElementsAre("play()", "runInWorker()"));
-    EXPECT_EQ(state(), PLAYER_STATE_STARTED);
-}
-
-TEST_F(TarnPlayerTest, PausesAfterADeferredStartAndStillTellsIt) {
-    reach(PLAYER_STATE_PREPARING);
-    EXPECT_TRUE(player_->start());
-    EXPECT_TRUE(player_->pause());
-    events().onPrepared(nullptr, true, true);
-    engine().runWorker();
-    EXPECT_THAT(host_.told, ElementsAre("prepared 1 1", "started"));
-    EXPECT_EQ(state(), PLAYER_STATE_PAUSED);
 }
 
 TEST_F(TarnPlayerTest, TakesADeferredPauseBack) {
@@ -103,70 +84,6 @@ TEST_F(TarnPlayerTest, KeepsAPauseOverAStopAndAReset) {
     EXPECT_EQ(state(), PLAYER_STATE_PAUSED);
 }
 
-TEST_F(TarnPlayerTest, DropsAPreparedEventOutOfTime) {
-    reach(PLAYER_STATE_STOPPED);
-    LogCapture log;
-    events().onPrepared(nullptr, true, true);
-    EXPECT_THAT(host_.told, IsEmpty());
-    EXPECT_TRUE(log.has("[TarnPlayer]: onPrepared new state:64\n"));
-}
-
-TEST_F(TarnPlayerTest, EndsInTheErrorStateWhenTheEngineRefuses) {
-    reach(PLAYER_STATE_PREPARED);
-    engine().answers["play"] = false;
-    EXPECT_FALSE(player_->start());
-    EXPECT_EQ(state(), PLAYER_STATE_ERROR);
-    EXPECT_THAT(host_.told, IsEmpty());
-}
-
-TEST_F(TarnPlayerTest, TellsAFailedDeferredStartButNotAFailedDeferredPause) {
-    reach(PLAYER_STATE_PREPARING);
-    player_->start();
-    engine().answers["play"] = false;
-    events().onPrepared(nullptr, true, true);
-    EXPECT_THAT(host_.told, ElementsAre("prepared 1 1", "failed 0"));
-    EXPECT_EQ(state(), PLAYER_STATE_ERROR);
-
-    engine().answers["play"] = true;
-    engine().answers["pause"] = false;
-    ASSERT_TRUE(player_->stop());
-    ASSERT_TRUE(player_->prepareAsync());
-    host_.told.clear();
-    player_->start();
-    player_->pause();
-    events().onPrepared(nullptr, true, true);
-    engine().runWorker();
-    EXPECT_THAT(host_.told, ElementsAre("prepared 1 1", "started"));
-    EXPECT_EQ(state(), PLAYER_STATE_ERROR);
-}
-
-TEST_F(TarnPlayerTest, EndsInTheErrorStateWhenPauseIsRefused) {
-    reach(PLAYER_STATE_STARTED);
-    engine().answers["pause"] = false;
-    EXPECT_FALSE(player_->pause());
-    EXPECT_EQ(state(), PLAYER_STATE_ERROR);
-}
-
-TEST_F(TarnPlayerTest, EndsInTheErrorStateWhenResumeIsRefused) {
-    reach(PLAYER_STATE_PAUSED);
-    engine().answers["resume"] = false;
-    EXPECT_FALSE(player_->resume());
-    EXPECT_EQ(state(), PLAYER_STATE_ERROR);
-}
-
-TEST_F(TarnPlayerTest, StaysPreparingWhenTheEngineRefusesToLoad) {
-    reach(PLAYER_STATE_INITIALIZED);
-    engine().answers["loadFileAsync"] = false;
-    EXPECT_FALSE(player_->prepareAsync());
-    EXPECT_EQ(state(), PLAYER_STATE_PREPARING);
-}
-
-TEST_F(TarnPlayerTest, ClearsTheScreenForATimeBeforeTheStream) {
-    reach(PLAYER_STATE_STARTED, 5000);
-    EXPECT_TRUE(player_->seek(3000));
-    EXPECT_THAT(engine().takeCalls(), ElementsAre("clearScreen()", "seek(-2000)"));
-}
-
 TEST_F(TarnPlayerTest, StartsANegativeOffsetInsideTheStream) {
     ASSERT_TRUE(player_->setDataSource("source", -3000, &host_));
     EXPECT_TRUE(player_->prepareAsync());
@@ -185,35 +102,6 @@ TEST_F(TarnPlayerTest, SeeksAfterADeferredStartWithANegativeOffset) {
     engine().takeCalls();
     events().onPrepared(nullptr, true, true);
     EXPECT_THAT(engine().takeCalls(), ElementsAre("play()", "runInWorker()", "seek(3000)"));
-}
-
-TEST_F(TarnPlayerTest, TellsTimesOnTheHostsClock) {
-    reach(PLAYER_STATE_STARTED, 5000);
-    events().onVideoSizeUpdated(nullptr, 640, 360, 90);
-    events().onFirstPacket(nullptr, 7);
-    events().onFirstVideoFrame(nullptr, 40);
-    events().onFirstAudioFrame(nullptr, 21);
-    events().onDurationUpdated(nullptr, 8000);
-    events().onCompleted(nullptr);
-    EXPECT_THAT(host_.told,
-                ElementsAre("size 640 360 90", "picture 5040", "sound 5021", "duration 13000", "completed"));
-    engine().durationMs = 8000;
-    EXPECT_EQ(player_->getDuration(), 13000);
-    EXPECT_EQ(player_->getPlayDetailInfo(INFO_DURATION), 13000);
-    EXPECT_EQ(player_->getPlayDetailInfo(INFO_FPS), 104);
-}
-
-TEST_F(TarnPlayerTest, IsCompletedWhateverStateItWasIn) {
-    reach(PLAYER_STATE_STOPPED);
-    events().onCompleted(nullptr);
-    EXPECT_EQ(state(), PLAYER_STATE_COMPLETED);
-}
-
-TEST_F(TarnPlayerTest, StaysStartedWhenASeekFromTheEndFails) {
-    reach(PLAYER_STATE_COMPLETED);
-    engine().answers["seek"] = false;
-    EXPECT_FALSE(player_->seek(10));
-    EXPECT_EQ(state(), PLAYER_STATE_STARTED);
 }
 
 // The engine takes one source at a time.
@@ -337,16 +225,6 @@ TEST_F(TarnPlayerTest, KeepsAStartThatIsAskedForInThePreparedCallbackOfAnotherSo
     EXPECT_EQ(state(), PLAYER_STATE_STARTED);
 }
 
-TEST_F(TarnPlayerTest, HandsTheClockToTheEngineWithTheOffset) {
-    HostClock clock;
-    player_->setSyncClock(&clock);
-    EXPECT_THAT(engine().takeCalls(), ElementsAre("setExternSyncClock(clock, 0)"));
-    player_->setDataSource("source", 700, &host_);
-    EXPECT_THAT(engine().takeCalls(), ElementsAre("setExternSyncClock(clock, 700)"));
-    player_->setSyncClock(nullptr);
-    EXPECT_THAT(engine().takeCalls(), ElementsAre("setExternSyncClock(null, 700)"));
-}
-
 // Other threads get on meanwhile: the answer that is waited for may need one of them.
 TEST_F(TarnPlayerTest, WaitsForAClockThatItGivesBackWithoutItsLock) {
     HostClock clock;
@@ -406,6 +284,50 @@ TEST_F(TarnPlayerTest, PassesOnWhatIsTheEngines) {
     EXPECT_THAT(engine().takeCalls(),
                 ElementsAre("setSpeed(1.500000)", "setAVSyncMode(1)", "enableHwDecoder(1, 2)",
                             "setOption(rtsp_transport, udp)", "runInWorker()", "addTimer(10, 0)", "removeTimer(1)"));
+}
+
+TEST_F(TarnPlayerTest, PassesTheWindowsOn) {
+    int first = 0;
+    int second = 0;
+    EXPECT_TRUE(player_->addWindow(&first, WINDOW_TYPE_QT_WINID, 640, 360));
+    EXPECT_TRUE(player_->addWindow(&second, WINDOW_TYPE_EXTERN, 20, 10));
+    EXPECT_TRUE(player_->pauseWindow(&first, true));
+    EXPECT_TRUE(player_->pauseWindow(&second, false));
+    EXPECT_TRUE(player_->removeWindow(&second));
+    for (const char* operation : {"addWindow", "pauseWindow", "removeWindow"}) {
+        engine().answers[operation] = false;
+    }
+    EXPECT_FALSE(player_->addWindow(nullptr, WINDOW_TYPE_SDL, 0, 0));
+    EXPECT_FALSE(player_->pauseWindow(&second, true));
+    EXPECT_FALSE(player_->removeWindow(&first));
+    EXPECT_THAT(engine().takeCalls(),
+                ElementsAre("addWindow(1, 640, 360)", "addWindow(3, 20, 10)", "pauseWindow(1)", "pauseWindow(0)",
+                            "removeWindow()", "addWindow(2, 0, 0)", "pauseWindow(1)", "removeWindow()"));
+    EXPECT_THAT(engine().handles, ElementsAre(&first, &second, &first, &second, &second, nullptr, &second, &first));
+}
+
+// A fact of the source and the clock have 64 bits, the times of the other calls 32.
+TEST_F(TarnPlayerTest, CutsNothingOffWhatHas64Bits) {
+    constexpr int kHighest = std::numeric_limits<int>::max();
+    constexpr int kLowest = std::numeric_limits<int>::min();
+    for (const int offset : {kHighest, kLowest}) {
+        reach(PLAYER_STATE_STARTED, offset);
+        engine().durationMs = 0x1'0000'0005;
+        EXPECT_EQ(player_->getPlayDetailInfo(INFO_DURATION), 0x1'0000'0005 + offset);
+        engine().durationMs = kHighest;
+        EXPECT_EQ(player_->getPlayDetailInfo(INFO_DURATION), int64_t{kHighest} + offset);
+        EXPECT_EQ(player_->getPlayDetailInfo(INFO_FPS), 104) << "which isn't a time";
+        player_->stop();
+        player_->reset();
+    }
+    HostClock clock;
+    clock.now = 0x1'0000'0000 + 12000;
+    reach(PLAYER_STATE_STARTED);
+    player_->setSyncClock(&clock);
+    engine().takeCalls();
+    EXPECT_TRUE(player_->setOffsetToClockMs(4000));
+    EXPECT_THAT(engine().takeCalls(), ElementsAre("setExternSyncClock(clock, 4000)", "seek(8000)"))
+        << "the low 32 bits of the clock";
 }
 
 TEST_F(TarnPlayerTest, PassesOverAHostThatDoesNotListen) {

@@ -37,22 +37,6 @@ bool AudioDecodeThread::open(AudioCodecType codecType, const void* codecParamete
     return true;
 }
 
-bool AudioDecodeThread::start() {
-    return BaseDecodeThread::start();
-}
-
-int AudioDecodeThread::fillPacket(std::shared_ptr<MediaPacket> packet) {
-    return BaseDecodeThread::fillPacket(std::move(packet));
-}
-
-int AudioDecodeThread::getQueuePacketSize() {
-    return BaseDecodeThread::getQueuePacketSize();
-}
-
-void AudioDecodeThread::seek(int seekTimeMs) {
-    BaseDecodeThread::seek(seekTimeMs);
-}
-
 bool AudioDecodeThread::checkBuffer(int seekTimeMs) {
     const int64_t lastOutputPtsMs = lastOutputPtsMs_;
     Log::Debug(kTag, "%s, seekTimeMs:%d, lastOutputPtsMs:%lld\n", "checkBuffer", seekTimeMs,
@@ -73,10 +57,6 @@ bool AudioDecodeThread::clearBuffer(int seekTimeMs) {
         return false;
     }
     return BaseDecodeThread::clearBuffer(seekTimeMs);
-}
-
-void AudioDecodeThread::stop() {
-    BaseDecodeThread::stop();
 }
 
 bool AudioDecodeThread::openSync(bool open) {

@@ -55,16 +55,16 @@ public:
     bool open(AudioCodecType codecType, const void* codecParameters, AudioOutputSpec spec,
               std::shared_ptr<AudioDecodeThreadObserver> observer);
 
-    bool start() override;
-    int fillPacket(std::shared_ptr<MediaPacket> packet) override;
-    int getQueuePacketSize() override;
-    void seek(int seekTimeMs) override;
+    using BaseDecodeThread::fillPacket;
+    using BaseDecodeThread::getQueuePacketSize;
+    using BaseDecodeThread::seek;
+    using BaseDecodeThread::start;
+    using BaseDecodeThread::stop;
 
     // As the base class's; but a time before the last frame that left the decoder is not to be had.
     bool checkBuffer(int seekTimeMs) override;
     // The same; the observer hears of the seek all the same.
     bool clearBuffer(int seekTimeMs) override;
-    void stop() override;
 
     // Turns the correction by onSpeedUpSamples on or off; false if there is no decoder.
     bool openSync(bool open);

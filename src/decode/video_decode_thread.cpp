@@ -40,22 +40,6 @@ bool VideoDecodeThread::open(VideoCodecType codecType, const void* codecParamete
     return true;
 }
 
-bool VideoDecodeThread::start() {
-    return BaseDecodeThread::start();
-}
-
-int VideoDecodeThread::fillPacket(std::shared_ptr<MediaPacket> packet) {
-    return BaseDecodeThread::fillPacket(std::move(packet));
-}
-
-int VideoDecodeThread::getQueuePacketSize() {
-    return BaseDecodeThread::getQueuePacketSize();
-}
-
-void VideoDecodeThread::seek(int seekTimeMs) {
-    BaseDecodeThread::seek(seekTimeMs);
-}
-
 bool VideoDecodeThread::checkBuffer(int seekTimeMs) {
     const int64_t lastOutputPtsMs = lastOutputPtsMs_;
     Log::Debug(kName, "%s, seekTimeMs:%d, lastOutputPtsMs:%lld\n", "checkBuffer", seekTimeMs,
@@ -76,10 +60,6 @@ bool VideoDecodeThread::clearBuffer(int seekTimeMs) {
         return false;
     }
     return BaseDecodeThread::clearBuffer(seekTimeMs);
-}
-
-void VideoDecodeThread::stop() {
-    BaseDecodeThread::stop();
 }
 
 int64_t VideoDecodeThread::getAvgDecodeTimeMs() {

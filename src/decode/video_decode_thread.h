@@ -46,15 +46,15 @@ public:
     bool open(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat, bool enableHw,
               HwDecodeMode hwDecodeMode, bool isLive, std::shared_ptr<VideoDecodeThreadObserver> observer);
 
-    bool start() override;
-    int fillPacket(std::shared_ptr<MediaPacket> packet) override;
-    int getQueuePacketSize() override;
-    void seek(int seekTimeMs) override;
+    using BaseDecodeThread::fillPacket;
+    using BaseDecodeThread::getQueuePacketSize;
+    using BaseDecodeThread::seek;
+    using BaseDecodeThread::start;
+    using BaseDecodeThread::stop;
     // Refuse a time before the last frame that left the decoder: it isn't to be had from the queue any more. So does
     // every time before the first frame. A `clearBuffer` that refuses has told the observer of the seek all the same.
     bool checkBuffer(int seekTimeMs) override;
     bool clearBuffer(int seekTimeMs) override;
-    void stop() override;
 
     // How long a picture stays inside the decoder, smoothed. To be called within `onVideoDecoded` only.
     int64_t getAvgDecodeTimeMs();

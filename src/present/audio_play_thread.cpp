@@ -6,7 +6,6 @@
 #include <limits>
 #include <utility>
 
-#include "clock/wrapping_math.h"
 #include "kelp_player/log.h"
 #include "runtime/kelp_time.h"
 
@@ -94,23 +93,11 @@ bool AudioPlayThread::setVolume(float volume) {
 }
 
 int64_t AudioPlayThread::getCurrentTime() {
-    return currentPts_.load(std::memory_order_relaxed);
+    return clock_.pts();
 }
 
 int AudioPlayThread::getUnSyncSamples() {
     return unSyncSamples_.load(std::memory_order_relaxed);
-}
-
-bool AudioPlayThread::start() {
-    return BasePlayThread::start();
-}
-
-int AudioPlayThread::fillFrame(std::shared_ptr<DecodedFrame> frame) {
-    return BasePlayThread::fillFrame(std::move(frame));
-}
-
-int AudioPlayThread::getFrameQueueSize() {
-    return BasePlayThread::getFrameQueueSize();
 }
 
 bool AudioPlayThread::pause(bool paused) {
@@ -125,7 +112,6 @@ bool AudioPlayThread::pause(bool paused) {
 
 void AudioPlayThread::seek(int seekTimeMs, bool needFlush) {
     Log::Debug(kTag, "%s, seekTimeMs:%d, needFlush:%d\n", "seek", seekTimeMs, needFlush);
-    needFlush_ = true;
     BasePlayThread::seek(seekTimeMs, needFlush);
     // Releases a write that is blocked, so that the loop gets to the seek. A write takes the order back only on its
     // way out, so the loop comes round after each flush.
@@ -160,10 +146,6 @@ void AudioPlayThread::stop() {
     syncObject_.store(nullptr);
 }
 
-void AudioPlayThread::setMaxPtsMs(int64_t ms) {
-    BasePlayThread::setMaxPtsMs(ms);
-}
-
 int64_t AudioPlayThread::getNoSyncThreshold() {
     return kNoSyncThresholdMs;
 }
@@ -173,31 +155,17 @@ bool AudioPlayThread::isForceSync() {
 }
 
 int64_t AudioPlayThread::getSyncPts() {
-    return getCurrentPts();
+    return clock_.read();
 }
 
 void AudioPlayThread::setSyncObject(std::shared_ptr<SyncObject> syncObject) {
     syncObject_.store(std::move(syncObject));
 }
 
-int64_t AudioPlayThread::getCurrentPts() {
-    const int64_t offset = ptsOffset_.load(std::memory_order_relaxed);
-    if (offset == 0) {
-        return 0;
-    }
-    return wrappingAdd(KelpTime::getTimeMs(), offset);
-}
-
-void AudioPlayThread::setCurrentPts(int64_t pts, int64_t now) {
-    currentPts_.store(pts, std::memory_order_relaxed);
-    ptsOffset_.store(wrappingSubtract(pts, now), std::memory_order_relaxed);
-}
-
 void AudioPlayThread::onSeekStart(int seekTimeMs) {
     Log::Debug(kTag, "%s, seekTimeMs:%d\n", "onSeekStart", seekTimeMs);
-    // A frame from before the seek may have used up the order that `seek` gave.
     needFlush_ = true;
-    setCurrentPts(seekTimeMs, KelpTime::getTimeMs());
+    clock_.set(seekTimeMs, KelpTime::getTimeMs());
 }
 
 void AudioPlayThread::onSeekFinish(int ptsMs) {
@@ -232,14 +200,14 @@ bool AudioPlayThread::onOutput(std::shared_ptr<DecodedFrame> frame) {
     if (isPaused()) {
         return false;
     }
-    if (ptsOffset_.load(std::memory_order_relaxed) == 0 && observer_) {
+    if (!clock_.hasTime() && observer_) {
         observer_->onFirstAudioFrame(audioFrame->pts);
     }
 
     const int64_t now = KelpTime::getTimeMs();
     void* const soundTouch = soundTouch_.load(std::memory_order_relaxed);
     auto output = audioOutput_.load();
-    if (needFlush_.exchange(false)) {
+    if (std::exchange(needFlush_, false)) {
         if (output) {
             output->flush();
         }
@@ -253,7 +221,7 @@ bool AudioPlayThread::onOutput(std::shared_ptr<DecodedFrame> frame) {
 
     // The clock names the sample at the loudspeaker, not the one that enters the ring.
     const int64_t ahead = output->getBufferDuration();
-    setCurrentPts(audioFrame->pts > ahead ? audioFrame->pts - ahead : 0, now);
+    clock_.set(audioFrame->pts > ahead ? audioFrame->pts - ahead : 0, now);
     computeUnSyncSamples(durationOf(*audioFrame));
     if (const auto master = syncObject_.load(); master && master->isForceSync() && getUnSyncSamples() > 0) {
         return false;
@@ -307,7 +275,8 @@ bool AudioPlayThread::stretch(void* soundTouch, AudioFrameInfo& frame) {
     }
     const uint64_t readyBytes = uint64_t{ready} * frameBytes;
     if (frame.buffer->size < readyBytes) {
-        const auto lock = lockQueue();
+        auto lock = queueLock();
+        lock.lock();
         frame.reAllocBuffer(static_cast<int>(std::min<uint64_t>(readyBytes, std::numeric_limits<int>::max())));
     }
     const unsigned int got =

@@ -10,6 +10,7 @@
 #include "present/audio_output.h"
 #include "present/audio_output_factory.h"
 #include "present/base_play_thread.h"
+#include "present/running_clock.h"
 #include "runtime/atomic_shared_ptr.h"
 
 namespace kelp {
@@ -57,16 +58,16 @@ public:
     // By how many samples per channel the sound runs ahead of the clock that it follows; negative if it lags.
     int getUnSyncSamples();
 
-    bool start() override;
-    int fillFrame(std::shared_ptr<DecodedFrame> frame) override;
-    int getFrameQueueSize() override;
+    using BasePlayThread::fillFrame;
+    using BasePlayThread::getFrameQueueSize;
+    using BasePlayThread::setMaxPtsMs;
+    using BasePlayThread::start;
     bool pause(bool paused) override;
     void seek(int seekTimeMs, bool needFlush) override;
     bool checkBuffer(int seekTimeMs) override;
     bool clearBuffer(int seekTimeMs) override;
     // Drops the clock that is followed as well.
     void stop() override;
-    void setMaxPtsMs(int64_t ms) override;
 
     int64_t getNoSyncThreshold() override;
     bool isForceSync() override;
@@ -81,9 +82,6 @@ private:
     void onSeekStart(int seekTimeMs) override;
     void onSeekFinish(int ptsMs) override;
     void onExit() override;
-
-    int64_t getCurrentPts();
-    void setCurrentPts(int64_t pts, int64_t now);
 
     // Measures the distance to the clock that is followed, as a running average over about 20 frames. `duration` is
     // the frame's, in milliseconds.
@@ -101,14 +99,13 @@ private:
     AudioOutputSpec outputSpec_;  // of the samples that arrive; fixed from `start` on
     std::shared_ptr<AudioOutputFactory> audioOutputFactory_;
     AtomicSharedPtr<IAudioOutput> audioOutput_;  // from the first frame to onExit; written by the play thread
-    std::atomic<int64_t> currentPts_{0};         // at the loudspeaker, in milliseconds
-    std::atomic<int64_t> ptsOffset_{0};          // currentPts_ minus the time when it was set; 0 means no time yet
+    RunningClock clock_;                         // what is at the loudspeaker
     AtomicSharedPtr<SyncObject> syncObject_;     // the clock to follow, or none
     std::atomic<int> unSyncSamples_{0};          // per channel; positive means ahead
     const double diffAvgCoef_;                   // weight of the past in diffCum_
     double diffCum_ = 0;                         // running weighted sum of the difference, in milliseconds
     int diffAvgCount_ = 0;                       // differences in diffCum_, up to 20
-    std::atomic<bool> needFlush_{false};         // the next frame flushes the output and the tempo change first
+    bool needFlush_ = false;                     // the next frame flushes the output and the tempo change first
     std::shared_ptr<AudioPlayThreadObserver> observer_;
     std::atomic<float> volume_{1.0f};         // linear gain
     std::atomic<void*> soundTouch_{nullptr};  // owned, from `init` to onExit; null if the library gave none

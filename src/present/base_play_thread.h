@@ -82,8 +82,12 @@ protected:
     // next frame comes in, also while this one is being presented.
     static int64_t durationOf(DecodedFrame& frame);
 
-    // For a change of a frame that is still queued in what the control side looks at: its buffer.
-    std::unique_lock<std::mutex> lockQueue() { return std::unique_lock(queueMutex_); }
+    // For a change of a frame that is still queued in what other threads look at: its buffer and its time. Not held
+    // yet.
+    std::unique_lock<std::mutex> queueLock() { return std::unique_lock(queueMutex_, std::defer_lock); }
+
+    // Rests for `ms` milliseconds at most; a seek, which the next pass starts, ends it.
+    void restUntilSeek(int ms);
 
     // A seek was asked for and the loop has not got to it yet.
     bool isSeekPending() const { return seekAsked_.isPending(); }
@@ -114,9 +118,6 @@ private:
 
     // Offers `frame` until it is done with, or a stop or a seek comes. No lock held.
     void present(const std::shared_ptr<DecodedFrame>& frame);
-
-    // Rests for `ms` milliseconds at most; a seek, which the next pass starts, ends it.
-    void restUntilSeek(int ms);
 
     const std::string threadName_;
     const int keepFrames_;

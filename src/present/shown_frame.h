@@ -23,7 +23,7 @@ public:
     void requestBlank();
 
     // Blanks the picture if that was requested and lowers its time by one millisecond for each request. `lock` is held
-    // for the latter; one without a mutex if no other thread sees the picture.
+    // for the latter; one without a mutex if that is held already.
     void carryOutBlanks(std::unique_lock<std::mutex> lock);
 
 private:

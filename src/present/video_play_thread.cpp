@@ -12,7 +12,7 @@ namespace {
 
 constexpr char kTag[] = "VideoPlayThread";
 constexpr int64_t kNoSyncThresholdMs = 10000;
-constexpr int64_t kMaxSleepMs = 15;  // so that windows stay served while a frame waits
+constexpr int64_t kMaxRestMs = 15;  // so that windows stay served while a frame waits
 
 }  // namespace
 
@@ -64,11 +64,6 @@ int64_t VideoPlayThread::getCurrentTime() {
     return timing_.clock().pts();
 }
 
-int VideoPlayThread::fillFrame(std::shared_ptr<DecodedFrame> frame) {
-    std::lock_guard lock(frameMutex_);
-    return BasePlayThread::fillFrame(std::move(frame));
-}
-
 bool VideoPlayThread::pause(bool paused) {
     Log::Debug(kTag, "pause:%d\n", paused);
     timing_.setPaused(paused);
@@ -77,21 +72,16 @@ bool VideoPlayThread::pause(bool paused) {
 
 void VideoPlayThread::seek(int seekTimeMs, bool needFlush) {
     Log::Debug(kTag, "%s, seekTimeMs:%d\n", "seek", seekTimeMs);
-    resetFrameTimer_ = true;
-    std::lock_guard lock(frameMutex_);
     BasePlayThread::seek(seekTimeMs, needFlush);
-    seekStartPending_ = true;
 }
 
 bool VideoPlayThread::checkBuffer(int seekTimeMs) {
     Log::Debug(kTag, "%s, seekTimeMs:%d\n", "checkBuffer", seekTimeMs);
-    std::lock_guard lock(frameMutex_);
     return BasePlayThread::checkBuffer(seekTimeMs);
 }
 
 bool VideoPlayThread::clearBuffer(int seekTimeMs) {
     Log::Debug(kTag, "%s, seekTimeMs:%d\n", "clearBuffer", seekTimeMs);
-    std::lock_guard lock(frameMutex_);
     return BasePlayThread::clearBuffer(seekTimeMs);
 }
 
@@ -124,9 +114,6 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
             observer_->onFirstVideoFrame(frame->pts);
         }
     }
-    if (resetFrameTimer_.exchange(false)) {
-        timing_.restart();
-    }
     timing_.begin(frame->pts, nowMs);
     nowMs = waitUntilDue(nowMs);
     timing_.logIfLate(frame->pts, nowMs);
@@ -150,14 +137,14 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
 }
 
 int64_t VideoPlayThread::waitUntilDue(int64_t nowMs) {
-    while (!timing_.isDue(nowMs) && !isStopRequested() && !resetFrameTimer_ && !seekStartPending_) {
+    while (!timing_.isDue(nowMs) && !isStopRequested() && !isSeekPending()) {
         int64_t remaining = wrappingSubtract(timing_.dueMs(), nowMs);
-        if (remaining > kMaxSleepMs) {
+        if (remaining > kMaxRestMs) {
             carryOutClearScreen();
             windows_.draw(lastFrame_.get(), fps_);
-            remaining = kMaxSleepMs;
+            remaining = kMaxRestMs;
         }
-        KelpTime::sleepMs(static_cast<int>(remaining));
+        restUntilSeek(static_cast<int>(remaining));
         nowMs = KelpTime::getTimeMs();
         if (timing_.hasClockJumped(nowMs)) {
             break;
@@ -166,8 +153,7 @@ int64_t VideoPlayThread::waitUntilDue(int64_t nowMs) {
     return nowMs;
 }
 
-// This is what makes new windows, new sizes and a cleared screen show while no frames come. frameMutex_ is not to be
-// taken here, within the queue's mutex; nothing is queued, so that nobody else sees the frame.
+// This is what makes new windows, new sizes and a cleared screen show while no frames come. The queue's mutex is held.
 void VideoPlayThread::onOutput() {
     lastFrame_.carryOutBlanks(std::unique_lock<std::mutex>());
     windows_.draw(lastFrame_.get(), fps_);
@@ -175,12 +161,7 @@ void VideoPlayThread::onOutput() {
 
 void VideoPlayThread::onSeekStart(int seekTimeMs) {
     Log::Debug(kTag, "%s, seekTimeMs:%d\n", "onSeekStart", seekTimeMs);
-    {
-        // `seek` may not have returned yet.
-        std::lock_guard lock(frameMutex_);
-        seekStartPending_ = false;
-    }
-    resetFrameTimer_ = true;  // a frame from before the seek may have used up what `seek` set
+    timing_.restart();
     timing_.clock().set(seekTimeMs, KelpTime::getTimeMs());
 }
 
@@ -197,7 +178,7 @@ void VideoPlayThread::onExit() {
 }
 
 void VideoPlayThread::carryOutClearScreen() {
-    lastFrame_.carryOutBlanks(std::unique_lock(frameMutex_, std::defer_lock));
+    lastFrame_.carryOutBlanks(queueLock());
 }
 
 }  // namespace kelp

@@ -1,9 +1,7 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 
 #include "clock/sync_object.h"
 #include "decode/video_frame_info.h"
@@ -68,11 +66,11 @@ public:
     // The time of the picture on the screen, or the target of a seek, in milliseconds.
     int64_t getCurrentTime();
 
+    using BasePlayThread::fillFrame;
     using BasePlayThread::getFrameQueueSize;
     using BasePlayThread::setMaxPtsMs;
     using BasePlayThread::start;
     using BasePlayThread::stop;
-    int fillFrame(std::shared_ptr<DecodedFrame> frame) override;
     bool pause(bool paused) override;
     void seek(int seekTimeMs, bool needFlush) override;
     bool checkBuffer(int seekTimeMs) override;
@@ -100,15 +98,9 @@ private:
 
     PictureTiming timing_;
     WindowList windows_;
-    std::atomic<bool> resetFrameTimer_{false};  // the next frame starts the timing anew
     std::shared_ptr<VideoPlayThreadObserver> observer_;
     ShownFrame lastFrame_;  // the picture on the screen
     int fps_ = 0;           // of the stream
-    // From `seek` to onSeekStart, no frame waits; written under frameMutex_.
-    std::atomic<bool> seekStartPending_{false};
-    // Held by other threads while they look at queued frames, before the queue's mutex; and by the play thread when it
-    // changes the front frame.
-    std::mutex frameMutex_;
 };
 
 }  // namespace kelp

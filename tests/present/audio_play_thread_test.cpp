@@ -49,6 +49,7 @@ TEST_F(AudioPlayThreadTest, GoesOnWithoutTheTempoLibrary) {
     EXPECT_THAT(calls.take(), ElementsAre("create 2 48000 1", "init 2 48000 1", "volume 1", "fill 4098"));
     EXPECT_EQ(frame->buffer, buffer);
     thread->seek(0, /*needFlush=*/true);
+    peer->seekStart(0);
     EXPECT_TRUE(peer->output(frame));
     EXPECT_THAT(calls.take(), ElementsAre("flush", "flush", "fill 4098"));
     peer->exit();
@@ -455,8 +456,11 @@ TEST_F(AudioPlayThreadTest, ASeekThatCrossesTheMakingOfTheOutputFlushesIt) {
     };
     peer->output(makeAudioFrame(0));
     Log::SetLogCallback(nullptr);
-    EXPECT_THAT(calls.take(), ElementsAre("st flush", "create 2 48000 1", "init 2 48000 1", "volume 1", "flush",
-                                          "tempo", "put 1024", "receive 1024", "fill 4096"));
+    EXPECT_THAT(calls.take(), ElementsAre("create 2 48000 1", "init 2 48000 1", "volume 1", "flush", "tempo",
+                                          "put 1024", "receive 1024", "fill 4096"));
+    peer->seekStart(5000);
+    peer->output(makeAudioFrame(5000));
+    EXPECT_THAT(calls.take(), ElementsAre("flush", "st flush", "tempo", "put 1024", "receive 1024", "fill 4096"));
 }
 
 TEST_F(AudioPlayThreadTest, ThePositionIsTheTargetFromTheStartOfASeekOn) {

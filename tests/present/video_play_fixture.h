@@ -13,6 +13,15 @@
 #include "present/video_frames.h"
 #include "present/video_play_thread.h"
 #include "support/log_capture.h"
+#include "support/private_member.h"
+
+namespace kelp::test {
+
+using SeekAsked = LatestTime BasePlayThread::*;
+SeekAsked privateMember(PrivateMember<struct SeekAskedTag, SeekAsked>);
+template struct ExposeMember<struct SeekAskedTag, &BasePlayThread::seekAsked_>;
+
+}  // namespace kelp::test
 
 namespace kelp {
 
@@ -23,7 +32,12 @@ public:
         return thread.onOutput(std::move(frame));
     }
     static void idle(VideoPlayThread& thread) { thread.onOutput(); }
-    static void seekStart(VideoPlayThread& thread, int seekTimeMs) { thread.onSeekStart(seekTimeMs); }
+    // As the loop does: what was asked for is taken, then served.
+    static void seekStart(VideoPlayThread& thread, int seekTimeMs) {
+        BasePlayThread& base = thread;
+        (base.*privateMember(test::PrivateMember<test::SeekAskedTag, test::SeekAsked>{})).take();
+        thread.onSeekStart(seekTimeMs);
+    }
     static void seekFinish(VideoPlayThread& thread, int ptsMs) { thread.onSeekFinish(ptsMs); }
     static void exit(VideoPlayThread& thread) { thread.onExit(); }
     static int64_t frameTimer(VideoPlayThread& thread) { return thread.timing_.frameTimer(); }

@@ -180,9 +180,9 @@ TEST_F(VideoPlayThreadThreads, BreakOffTheWaitForAForcingMasterForASeek) {
     FakeTime::advanceMs(30);
     ASSERT_TRUE(renders.waitFor("1 fill 0", 2));
     ASSERT_TRUE(FakeTime::waitForSleepers(1));
-    thread.seek(3000, /*needFlush=*/true);
     thread.setSyncObject(nullptr);
-    FakeTime::advanceMs(15);
+    // Without the clock: the rest of the wait ends for it.
+    thread.seek(3000, /*needFlush=*/true);
     ASSERT_TRUE(renders.waitFor("1 fill 40"));
     FakeTime::setManual(false);
     // From the start of the seek on; a frame that comes earlier may be popped in place of the one that was drawn.
@@ -200,10 +200,9 @@ TEST_F(VideoPlayThreadThreads, StopInTheMiddleOfALongWait) {
     fill({0, 900});
     ASSERT_TRUE(renders.waitFor("1 fill 0", 2));
     ASSERT_TRUE(FakeTime::waitForSleepers(1));
-    auto stopped = std::async(std::launch::async, [this] { thread.stop(); });
-    while (stopped.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
-        FakeTime::advanceMs(15);
-    }
+    const int64_t nowMs = FakeTime::nowMs();
+    thread.stop();
+    EXPECT_EQ(FakeTime::nowMs(), nowMs);
     EXPECT_EQ(renders.countCalls("1 fill 900"), 0);
     EXPECT_EQ(thread.getFrameQueueSize(), 0);
 }

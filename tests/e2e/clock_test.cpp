@@ -128,6 +128,16 @@ protected:
         return median;
     }
 
+    // Measures again if the machine was busy with something else.
+    bool staysTogether(const char* what, int forMs) {
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            if (measure(what, forMs) <= kTogetherMs) {
+                return true;
+            }
+        }
+        return false;
+    }
+
     void setSpeed(double speed) {
         clock_->setSpeed(speed);
         for (const auto& player : players_) {
@@ -144,15 +154,7 @@ TEST_F(OneClock, KeepsFourPlayersTogether) {
     addFour();
     run();
     ASSERT_TRUE(waitUntil([&] { return clock_->getCurrentClock() >= 1000; }));
-    // Again if the machine was busy with something else.
-    int64_t median = 0;
-    for (int attempt = 0; attempt < 3; ++attempt) {
-        median = measure("speed 1", 4000);
-        if (median <= kTogetherMs) {
-            break;
-        }
-    }
-    EXPECT_LE(median, kTogetherMs);
+    EXPECT_TRUE(staysTogether("speed 1", 4000));
 }
 
 TEST_F(OneClock, KeepsPlayersTogetherAtOtherSpeeds) {
@@ -163,7 +165,7 @@ TEST_F(OneClock, KeepsPlayersTogetherAtOtherSpeeds) {
         setSpeed(speed);
         EXPECT_TRUE(waitTogether());
         const std::string what = "speed " + std::to_string(speed).substr(0, 4);
-        measure(what.c_str(), 1500);
+        EXPECT_TRUE(staysTogether(what.c_str(), 500));
     }
 }
 
@@ -212,7 +214,7 @@ TEST_F(OneClock, TakesPlayersAlongWhenItIsSet) {
     const int64_t back = clock_->getCurrentClock() - 1500;
     clock_->reset(back);
     EXPECT_TRUE(waitTogether());
-    measure("after being set", 1000);
+    EXPECT_TRUE(staysTogether("after being set", 500));
 }
 
 TEST_F(OneClock, LetsAPlayerJoinLate) {
@@ -246,7 +248,7 @@ TEST_F(OneClock, ReadsOtherwiseForPlayersWithOffsets) {
     for (const auto& player : players_) {
         EXPECT_TRUE(tellsTheClocksTime(*player));
     }
-    measure("with offsets", 1000);
+    EXPECT_TRUE(staysTogether("with offsets", 500));
 }
 
 TEST_F(OneClock, BringsAPlayerBackThatSeeksByItself) {

@@ -1,8 +1,10 @@
 #include "present/sdl_audio_output.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <limits>
 
 #include "kelp_player/log.h"
@@ -19,30 +21,18 @@ constexpr int kDeviceBufferSamples = 1024;
 
 // 0 for a form that the device can't take.
 SDL_AudioFormat sdlFormat(int sampleFormat) {
-    switch (sampleFormat) {
-        case 0:
-            return AUDIO_U8;
-        case 1:
-            return AUDIO_S16LSB;
-        case 2:
-            return AUDIO_S32LSB;
-        case 3:
-            return AUDIO_F32LSB;
-        default:
-            return 0;
-    }
+    constexpr SDL_AudioFormat kFormats[] = {AUDIO_U8, AUDIO_S16LSB, AUDIO_S32LSB, AUDIO_F32LSB};
+    return sampleFormat >= 0 && sampleFormat < static_cast<int>(std::size(kFormats)) ? kFormats[sampleFormat] : 0;
 }
 
 // Truncated toward zero and held in the range; a volume that is no number gives silence.
 int16_t scaleSample(int16_t sample, float volume) {
     const float scaled = static_cast<float>(sample) * volume;
-    if (scaled >= std::numeric_limits<int16_t>::max()) {
-        return std::numeric_limits<int16_t>::max();
+    if (std::isnan(scaled)) {
+        return 0;
     }
-    if (scaled <= std::numeric_limits<int16_t>::min()) {
-        return std::numeric_limits<int16_t>::min();
-    }
-    return scaled == scaled ? static_cast<int16_t>(scaled) : int16_t{0};
+    return static_cast<int16_t>(
+        std::clamp<float>(scaled, std::numeric_limits<int16_t>::min(), std::numeric_limits<int16_t>::max()));
 }
 
 }  // namespace
@@ -62,7 +52,6 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
 
     wantedSpec_.channels = static_cast<Uint8>(spec.channels);
     wantedSpec_.freq = spec.sampleRate;
-    wantedSpec_.silence = 0;
     wantedSpec_.samples = kDeviceBufferSamples;
     wantedSpec_.callback = sdlAudioCallback;
     wantedSpec_.userdata = this;
@@ -97,12 +86,7 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
         Log::Error(kTag, "SDL advised audio format %d is not supported!\n", obtained.format);
         return false;
     }
-    {
-        std::lock_guard lock(deviceMutex_);
-        if (deviceId_ != 0) {
-            SDL_PauseAudioDevice(deviceId_, 0);
-        }
-    }
+    pauseDevice(false);
     Log::Info(kTag, "wanted spec:(%d:%d:%d), obtained spec:(%d:%d:%d)\n", wantedSpec_.channels, wantedSpec_.freq,
               wantedSpec_.format, obtained.channels, obtained.freq, obtained.format);
     return true;
@@ -144,11 +128,15 @@ int SDLAudioOutput::getBufferDuration() {
 
 bool SDLAudioOutput::pause(bool paused) {
     paused_ = paused;
+    pauseDevice(paused);
+    return true;
+}
+
+void SDLAudioOutput::pauseDevice(bool paused) {
     std::lock_guard lock(deviceMutex_);
     if (deviceId_ != 0) {
         SDL_PauseAudioDevice(deviceId_, paused);
     }
-    return true;
 }
 
 void SDLAudioOutput::close() {
@@ -194,10 +182,7 @@ void SDLAudioOutput::sdlAudioCallback(void* userdata, unsigned char* stream, int
 
 int SDLAudioOutput::cycleBufferWrapperCallback(void* opaque) {
     const auto* output = static_cast<SDLAudioOutput*>(opaque);
-    if (!output) {
-        return 0;
-    }
-    return output->closed_ || output->flushRequested_ ? 1 : 0;
+    return output && (output->closed_ || output->flushRequested_) ? 1 : 0;
 }
 
 }  // namespace kelp

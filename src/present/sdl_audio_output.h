@@ -46,6 +46,7 @@ public:
 
 private:
     void applyVolume(AudioFrameInfo* frame);
+    void pauseDevice(bool paused);
     void closeDevice();
 
     std::shared_ptr<CycleBufferWrapper> cycleBuffer_;

@@ -152,8 +152,8 @@ public:
     //
     // False writes [KelpPlayer] "Could not initialize SDL - REASON": there is no screen or no sound system that SDL can
     // use. SDL's own variables help: SDL_VIDEODRIVER=dummy for a host that takes pictures with a frame sink only,
-    // SDL_AUDIODRIVER=dummy for silence, see `play`. Without a DISPLAY SDL may also take a driver
-    // that shows nothing ("offscreen"), without an error: SDL_VIDEODRIVER=x11 makes that a failure.
+    // SDL_AUDIODRIVER=dummy for silence, see `play`. Without a DISPLAY SDL may also take a driver that shows nothing
+    // ("offscreen"), without an error: SDL_VIDEODRIVER=x11 makes that a failure.
     bool init(KelpPlayerObserver* observer);
 
     // Waits, 10 ms at the least, until all queued events, callables and timers' calls have been started, with what

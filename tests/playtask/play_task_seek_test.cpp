@@ -245,6 +245,33 @@ TEST_F(PlayTaskSeek, GoesToTheDemuxerForTheRest) {
     EXPECT_FALSE(under.peer.isSeeking());
 }
 
+// Which stage has it: what the picture's play thread is told of counts where there is one, else the sound's.
+TEST_F(PlayTaskSeek, KnowsHowFarItHasCome) {
+    for (const bool hasVideo : {true, false}) {
+        if (hasVideo) {
+            addVideoPlay(1000, 1080);
+        } else {
+            under.peer.set(std::shared_ptr<VideoPlayThread>());
+        }
+        addAudioPlay(1000, 1080);
+        under.peer.setSeeking(false, 0);
+        EXPECT_TRUE(under.task->seek(2000));
+        EXPECT_EQ(under.peer.seekPhase(), 2);
+        under.fromParser().onSeekStart(2000);
+        EXPECT_EQ(under.peer.seekPhase(), 3);
+        if (hasVideo) {
+            under.fromAudioDecode().onAudioDecodeSeek(2000, true);
+            EXPECT_EQ(under.peer.seekPhase(), 3);
+            under.fromVideoDecode().onVideoDecodeSeek(2000, true);
+        } else {
+            under.fromVideoDecode().onVideoDecodeSeek(2000, true);
+            EXPECT_EQ(under.peer.seekPhase(), 3);
+            under.fromAudioDecode().onAudioDecodeSeek(2000, true);
+        }
+        EXPECT_EQ(under.peer.seekPhase(), 4);
+    }
+}
+
 // Between the question and the order the decode thread may take its last packet. Nothing would end that seek.
 TEST_F(PlayTaskSeek, GoesToTheDemuxerIfTheQueueRanEmptyMeanwhile) {
     addVideoPlay(1000, 1080);

@@ -110,7 +110,7 @@ public:
 class AudioPlayThreadPeer {
 public:
     static std::shared_ptr<SyncObject> followed(AudioPlayThread& thread) { return thread.syncObject_.load(); }
-    static void setCurrentPts(AudioPlayThread& thread, int64_t pts) { thread.currentPts_ = pts; }
+    static void setCurrentPts(AudioPlayThread& thread, int64_t pts) { thread.clock_.set(pts, /*nowMs=*/pts); }
     static void setUnSyncSamples(AudioPlayThread& thread, int samples) { thread.unSyncSamples_ = samples; }
     static int64_t maxPts(AudioPlayThread& thread) { return thread.getMaxPtsMs(); }
 };

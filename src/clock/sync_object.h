@@ -10,7 +10,7 @@ namespace kelp {
 // The reading operations are called on the play threads, at every frame; `setSyncObject` comes from the control side.
 class SyncObject {
 public:
-    virtual ~SyncObject();
+    virtual ~SyncObject() = default;
 
     // How far, in milliseconds, a follower may be away from this clock before it stops trying to follow.
     virtual int64_t getNoSyncThreshold() = 0;

@@ -2,6 +2,10 @@
 
 namespace kelp {
 
+FrameBuffer::~FrameBuffer() {
+    delete[] data;
+}
+
 DecodedFrame::~DecodedFrame() {
     if (freeBuffer && buffer) {
         freeBuffer(buffer);

@@ -4,9 +4,19 @@
 #include <functional>
 #include <memory>
 
-#include "decode/frame_buffer.h"
-
 namespace kelp {
+
+// A block of bytes that frames and the pools pass to each other.
+class FrameBuffer {
+public:
+    FrameBuffer() = default;
+    FrameBuffer(const FrameBuffer&) = delete;
+    FrameBuffer& operator=(const FrameBuffer&) = delete;
+    virtual ~FrameBuffer();
+
+    unsigned char* data = nullptr;  // owned, made by new[]
+    unsigned int size = 0;          // capacity in bytes; a frame may use less
+};
 
 // What leaves a decoder: a time, a duration and a pooled buffer. A frame that dies gives its buffer back to the pool
 // through `freeBuffer`, on whatever thread drops the last reference.

@@ -3,8 +3,8 @@
 #include <limits>
 #include <utility>
 
+#include "decode/decoded_frame.h"
 #include "decode/display_rotation.h"
-#include "decode/frame_buffer.h"
 #include "decode/packet_time.h"
 #include "decode/video_frame_info.h"
 #include "input/media_packet.h"

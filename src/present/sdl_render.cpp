@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "decode/frame_buffer.h"
+#include "decode/decoded_frame.h"
 #include "kelp_player/log.h"
 #include "present/sdl_thread_storage.h"
 

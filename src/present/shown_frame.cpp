@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "clock/wrapping_math.h"
-#include "decode/frame_buffer.h"
+#include "decode/decoded_frame.h"
 
 namespace kelp {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "decode/decoded_frame.h"
 #include "decode/ff_video_decoder_fixture.h"
-#include "decode/frame_buffer.h"
 #include "support/ffmpeg_release.h"
 
 extern "C" {

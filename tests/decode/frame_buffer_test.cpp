@@ -1,4 +1,4 @@
-#include "decode/frame_buffer.h"
+#include "decode/decoded_frame.h"
 
 #include <gtest/gtest.h>
 

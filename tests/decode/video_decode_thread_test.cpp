@@ -13,7 +13,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "decode/frame_buffer.h"
+#include "decode/decoded_frame.h"
 #include "decode/video_decoder_factory.h"
 #include "decode/video_test_support.h"
 #include "kelp_player/log.h"

@@ -15,7 +15,7 @@ extern "C" {
 #include <stdexcept>
 #include <utility>
 
-#include "decode/frame_buffer.h"
+#include "decode/decoded_frame.h"
 #include "input/codec_tables.h"
 #include "runtime/ffmpeg_compat.h"
 

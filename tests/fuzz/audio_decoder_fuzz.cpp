@@ -1,8 +1,8 @@
 // The audio decoder on packets of any kind.
 
 #include "decode/audio_frame_info.h"
+#include "decode/decoded_frame.h"
 #include "decode/ff_audio_decoder.h"
-#include "decode/frame_buffer.h"
 #include "fuzz/fuzz_target.h"
 #include "fuzz/packet_stream.h"
 #include "fuzz/quiet.h"

@@ -1,7 +1,7 @@
 // The video decoder on packets of any kind.
 
+#include "decode/decoded_frame.h"
 #include "decode/ff_video_decoder.h"
-#include "decode/frame_buffer.h"
 #include "decode/video_frame_info.h"
 #include "fuzz/fuzz_target.h"
 #include "fuzz/packet_stream.h"

@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "decode/frame_buffer.h"
+#include "decode/decoded_frame.h"
 #include "kelp_player/log.h"
 #include "present/sdl_calls.h"
 #include "present/video_frames.h"

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "decode/frame_buffer.h"
+#include "decode/decoded_frame.h"
 
 namespace kelp::test {
 

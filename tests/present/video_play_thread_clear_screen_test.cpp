@@ -1,4 +1,4 @@
-#include "decode/frame_buffer.h"
+#include "decode/decoded_frame.h"
 #include "present/video_play_fixture.h"
 
 namespace kelp {

@@ -1,7 +1,0 @@
-#include "clock/sync_object.h"
-
-namespace kelp {
-
-SyncObject::~SyncObject() = default;
-
-}  // namespace kelp

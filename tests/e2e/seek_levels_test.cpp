@@ -16,6 +16,8 @@
 namespace kelp::test {
 namespace {
 
+using namespace std::chrono_literals;
+
 // During a pause the queues fill up to their limits and then stand still: three pictures, the first of which is shown,
 // and about 200 packets, which is 2.8 s of these files.
 class SeekServed : public testing::Test {
@@ -112,14 +114,15 @@ TEST(SeekServedPartly, LeavesSoundAloneThatDoesNotReachTheTarget) {
 
 constexpr int kRequests = 200;
 
-// Makes 200 requests, 10 ms apart, the last one for `last`, calls `look` after each, and waits until the last target is
+// Makes 200 requests, `gap` apart, the last one for `last`, calls `look` after each, and waits until the last target is
 // shown. Says how many were carried out.
-int drag(Seeking& seeking, int last, const std::function<int(int)>& targetOf, const std::function<void(int)>& look) {
+int drag(Seeking& seeking, int last, std::chrono::milliseconds gap, const std::function<int(int)>& targetOf,
+         const std::function<void(int)>& look) {
     const int64_t begin = steadyUs();
     for (int i = 0; i < kRequests; ++i) {
         const int target = i < kRequests - 1 ? targetOf(i) : last;
         EXPECT_TRUE(seeking.player().seek(target));
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::this_thread::sleep_for(gap);
         look(target);
     }
     const int64_t asked = steadyUs();
@@ -150,7 +153,7 @@ TEST(SeekParked, EndsAtTheLastOfManyTargetsAndSkipsMost) {
     ASSERT_TRUE(seeking.start());
     constexpr int kLast = 10080;  // neither this nor the next frame is among those before
     const auto targetOf = [](int i) { return 520 + i * 7919 % 440 * kNumberedFrameMs; };
-    const int carriedOut = drag(seeking, kLast, targetOf, [](int) {});
+    const int carriedOut = drag(seeking, kLast, 1ms, targetOf, [](int) {});
     EXPECT_LT(carriedOut, kRequests / 2);
     EXPECT_GT(seeking.counts().parked, kRequests / 2);
     // While it plays, the frame that follows a flush may be taken off the queue unseen: the next one is the first then.
@@ -171,7 +174,7 @@ TEST(SeekParked, NeverReportsAnEarlierPosition) {
     ASSERT_TRUE(seeking.start());
     int latest = 0;
     const auto targetOf = [](int i) { return 2000 + i * 80; };
-    drag(seeking, targetOf(kRequests), targetOf, [&](int target) {
+    drag(seeking, targetOf(kRequests), 10ms, targetOf, [&](int target) {
         const int now = seeking.player().getCurrentTime();
         // Playback may run ahead of the requests, which then ask it back.
         latest = std::min(latest, target);

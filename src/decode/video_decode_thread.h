@@ -14,7 +14,8 @@
 namespace kelp {
 
 // What stands around the video decode stage. Called on the decode thread, but for `onVideoDecodeSeek` without flush,
-// which comes on the thread that called `clearBuffer`, and `freePixBuffer`, which comes from any thread.
+// which comes on the thread that called `clearBuffer`, `freePixBuffer`, which comes from any thread, and
+// `onVideoDecodeFailed`, which may come from one of the codec library's.
 class VideoDecodeThreadObserver {
 public:
     virtual void onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) = 0;

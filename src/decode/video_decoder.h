@@ -11,8 +11,9 @@ class FrameBuffer;
 class MediaPacket;
 class VideoFrameInfo;
 
-// Takes what a video decoder makes, and lends it its buffers. Called on the thread that feeds the decoder, all but
-// `freePixBuffer`, which comes from whatever thread drops a frame.
+// Takes what a video decoder makes, and lends it its buffers. Called on the thread that feeds the decoder, but for
+// `freePixBuffer`, which comes from whatever thread drops a frame, and a failure of the hardware, which may come from a
+// thread of the codec library's.
 class VideoDecoderObserver {
 public:
     virtual void onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) = 0;

@@ -15,6 +15,7 @@ namespace {
 const char* const kTag = "Worker";  // also the task thread's name
 
 constexpr int kTimerPollMs = 5;
+constexpr int kNoTimerRestMs = std::numeric_limits<int>::max();
 constexpr int kEmptyPollMs = 10;
 
 constexpr int64_t kNoTimer = std::numeric_limits<int64_t>::min();
@@ -68,6 +69,8 @@ unsigned int Worker::addTimer(unsigned int intervalMs, bool oneShot, std::functi
     timer.intervalMs = intervalMs;
     timer.lastShotTickMs = KelpTime::getTimeMs();
     newTimers_.push_back(std::move(timer));
+    hasNewTimers_ = true;
+    timerRest_.end();
 
     const TimerInfo& added = newTimers_.back();
     Log::Debug(kTag, "%s, intervalMs:%d, oneShot:%d, lastShotTickMs:%lld, timer.id:%d\n", "addTimer",
@@ -110,6 +113,7 @@ void Worker::close() {
     if (closed_.exchange(true)) {
         return;
     }
+    timerRest_.end();
     {
         std::lock_guard lock(tasksMutex_);
         tasksCond_.notify_all();
@@ -172,7 +176,13 @@ void Worker::timerRun() {
     t_worker = this;
     SetThreadName(static_cast<unsigned long>(-1), "WorkerTimer");
     while (!closed_) {
-        if (!updateTimerTask()) {
+        if (updateTimerTask()) {
+            continue;
+        }
+        if (timers_.empty()) {
+            timerRest_.forMs(kNoTimerRestMs, [this] { return hasNewTimers_ || closed_; });
+        }
+        if (!closed_) {
             KelpTime::sleepMs(kTimerPollMs);
         }
     }
@@ -199,6 +209,7 @@ bool Worker::updateTimerTask() {
             erased.splice(erased.end(), timers_, timer);
         }
     }
+    hasNewTimers_ = false;
     if (!newTimers_.empty()) {
         timers_.splice(timers_.end(), newTimers_);
         changed = true;

@@ -10,13 +10,15 @@
 #include <thread>
 #include <vector>
 
+#include "runtime/rest.h"
+
 namespace kelp {
 
 // Runs callables one at a time, in the order in which they were queued, on a thread of its own, and timers likewise.
 //
 // Two threads: the task thread runs every callable, timers' included; the timer thread only finds out which timer is
-// due, every 5 ms. Any thread may call task, addTimer, removeTimer and waitEmpty, callables included; no lock is held
-// while one runs. `start` is called once; `close` not from a callable.
+// due, every 5 ms while there are any. Any thread may call task, addTimer, removeTimer and waitEmpty, callables
+// included; no lock is held while one runs. `start` is called once; `close` not from a callable.
 class Worker : public std::enable_shared_from_this<Worker> {
 public:
     Worker();
@@ -76,9 +78,11 @@ private:
     std::unique_ptr<std::thread> timerThread_;
     unsigned int nextTimerId_ = 1;          // guarded by timerMutex_, like the three lists below
     std::list<unsigned int> freeTimerIds_;  // ids given back, reused first in, first out
-    std::list<TimerInfo> timers_;           // in the order in which they were armed
+    std::list<TimerInfo> timers_;           // in the order in which they were armed; only the timer thread moves them
     std::list<TimerInfo> newTimers_;        // added since the timer thread's last pass
     std::mutex timerMutex_;
+    std::atomic<bool> hasNewTimers_{false};  // some may be in newTimers_; written with timerMutex_ held
+    Rest timerRest_;                         // of the timer thread while there is no timer
     std::atomic<bool> closed_{false};
 };
 

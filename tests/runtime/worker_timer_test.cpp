@@ -253,15 +253,38 @@ TEST_F(WorkerTimerTest, RunsACallableThatWasQueuedBeforeItsTimerWasRemoved) {
     EXPECT_EQ(marks_, Marks{0});
 }
 
+// With nothing armed only a new timer, or the end, wakes the timer thread.
+TEST_F(WorkerTimerTest, RestsWhileThereIsNoTimer) {
+    const auto expectRest = [] {
+        const int64_t sleeps = FakeTime::sleepCount();
+        FakeTime::advanceMs(1'000'000'000);
+        EXPECT_TRUE(FakeTime::waitForSleepers(1));
+        EXPECT_EQ(FakeTime::sleepCount(), sleeps);
+    };
+    expectRest();
+    addMarkTimer(20, true);
+    run(20);
+    EXPECT_EQ(marks_.size(), 1U);
+    expectRest();
+    const unsigned int id = addMarkTimer(20, false);
+    run(20);
+    worker_->removeTimer(id);
+    run(5);  // until it is reaped
+    EXPECT_EQ(marks_.size(), 2U);
+    expectRest();
+    worker_->close();
+}
+
 TEST_F(WorkerTimerTest, NeverSleepsWithARepeatingTimerOfNoInterval) {
     Gate manyFired;
     int fired = 0;
-    const int64_t sleeps = FakeTime::sleepCount();
     const unsigned int id = worker_->addTimer(0, false, [&] {
         if (++fired == 100) {
             manyFired.open();
         }
     });
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    const int64_t sleeps = FakeTime::sleepCount();
     FakeTime::advanceMs(5);
     manyFired.wait();
     EXPECT_EQ(FakeTime::sleepCount(), sleeps);
@@ -306,8 +329,9 @@ TEST_F(WorkerTimerTest, LetsAWaitForTheEmptyQueueEndBesideATimerThatIsSlowerThan
         gates[number].wait();
     });
     gates[3].open();
-    EXPECT_TRUE(FakeTime::runFor(22, 1));  // the first runs, the second is queued
+    EXPECT_TRUE(FakeTime::runFor(12, 1));
     running[1].wait();
+    EXPECT_TRUE(FakeTime::runFor(10, 1));  // the second is queued
     auto waiter = std::async(std::launch::async, [&] { worker_->waitEmpty(); });
     EXPECT_TRUE(FakeTime::runFor(14, 2));  // the third is the first one since the call
     EXPECT_TRUE(log.has("waitEmpty, tasks_.size:3\n"));

@@ -120,10 +120,7 @@ void FFVideoDecoder::releaseCodec() {
         avcodec_free_context(&codecContext_);
     }
     av_buffer_unref(&hwDeviceContext_);
-    if (swsContext_) {
-        sws_freeContext(swsContext_);
-        swsContext_ = nullptr;
-    }
+    sws_freeContext(std::exchange(swsContext_, nullptr));
     paddedPicture_.release();
 }
 
@@ -309,8 +306,18 @@ void FFVideoDecoder::DeliverVideoFrame(const uint8_t* const* data, const int* li
 
 bool FFVideoDecoder::convert(const uint8_t* const* data, const int* linesize, AVPixelFormat format,
                              const VideoFrameInfo& frame) {
-    swsContext_ = sws_getCachedContext(swsContext_, frame.width, frame.height, format, frame.width, frame.height,
-                                       AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr, nullptr);
+    // The library isn't asked whether its context still fits: it puts other names in the place of some formats, as of
+    // those whose name tells a full range, and compares with these.
+    if (format != swsFormat_ || frame.width != swsWidth_ || frame.height != swsHeight_) {
+        sws_freeContext(std::exchange(swsContext_, nullptr));
+        swsFormat_ = format;
+        swsWidth_ = frame.width;
+        swsHeight_ = frame.height;
+    }
+    if (!swsContext_) {
+        swsContext_ = sws_getCachedContext(nullptr, frame.width, frame.height, format, frame.width, frame.height,
+                                           AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr, nullptr);
+    }
     if (!swsContext_) {
         Log::Error(kTag, "%s, get swscale context failed\n", "DeliverVideoFrame");
         return false;

@@ -82,6 +82,9 @@ private:
     AVFrame* frame_ = nullptr;          // what the codec fills
     AVFrame* transferFrame_ = nullptr;  // copy of a hardware picture in system memory
     SwsContext* swsContext_ = nullptr;
+    AVPixelFormat swsFormat_ = AV_PIX_FMT_NONE;  // of the pictures that swsContext_ was made for
+    int swsWidth_ = 0;                           // likewise, in pixels
+    int swsHeight_ = 0;
     int32_t rotate_ = 0;                           // clockwise, in degrees, 0 to 359
     int32_t decodeFailCount_ = 0;                  // failed sends in a row
     int64_t lastPtsMs_ = -1;                       // of the last frame that was delivered; -1 when there is none

@@ -198,6 +198,38 @@ TEST_F(FFVideoDecoderPicture, ConvertsWithoutScaling) {
     EXPECT_EQ(videoFakes().conversions[1].height, 48);
 }
 
+TEST_F(FFVideoDecoderPicture, KeepsWhatConvertsUntilSizeOrFormatChange) {
+    // The library takes YUVJ for the format without it, in full range, and forgets the name.
+    for (int i = 0; i < 3; ++i) {
+        show(makePicture(40 * i, 64, 48, AV_PIX_FMT_YUVJ420P));
+    }
+    EXPECT_THAT(videoFakes().conversions, SizeIs(1));
+    show(makePicture(120, 64, 48));
+    show(makePicture(160, 64, 50));
+    show(makePicture(200, 66, 50));
+    show(makePicture(240, 66, 50, AV_PIX_FMT_YUVJ420P));
+    EXPECT_THAT(videoFakes().conversions, SizeIs(5));
+}
+
+TEST_F(FFVideoDecoderPicture, ConvertsAsIfEachPictureWereTheFirst) {
+    const AVPixelFormat formats[] = {AV_PIX_FMT_YUVJ420P,    AV_PIX_FMT_YUV420P,  AV_PIX_FMT_YUVJ420P,
+                                     AV_PIX_FMT_YUVJ422P,    AV_PIX_FMT_YUV422P,  AV_PIX_FMT_YUVJ444P,
+                                     AV_PIX_FMT_YUV420P10LE, AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_YUVJ420P};
+    for (const auto format : formats) {
+        for (const auto& [width, height] : std::vector<std::pair<int, int>>{{64, 48}, {640, 360}, {35, 17}, {64, 48}}) {
+            for (int i = 0; i < 2; ++i) {
+                auto picture = makePicture(0, width, height, format);
+                // Not the same bytes again: nothing may be left of the picture before.
+                std::fill_n(picture->data[0], picture->linesize[0] * height / 2, static_cast<uint8_t>(100 + i));
+                const auto expected = convertedWithRoom(*picture);
+                show(std::move(picture));
+                EXPECT_TRUE(planesOf(lastFrame()) == expected)
+                    << av_get_pix_fmt_name(format) << " " << width << "x" << height << ", picture " << i;
+            }
+        }
+    }
+}
+
 TEST_F(FFVideoDecoderPicture, GivesAFramesBufferBackWhenTheFrameDies) {
     show(makePicture(0));
     const auto buffer = observer_->frames[0]->buffer;

@@ -389,7 +389,7 @@ TEST_F(FFVideoDecoderTest, MeasuresIntervalsBetweenDeliveredFramesOnly) {
     show(makePicture(40));
     observer_->refuseBuffers = false;
     videoFakes().refuseScaler = [] { return true; };
-    show(makePicture(60));
+    show(makePicture(60, 32, 32));
     videoFakes().refuseScaler = nullptr;
     show(makePicture(90));
     EXPECT_THAT(observer_->times(), ElementsAre(0, 90));

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "clock/sync_object.h"
+#include "runtime/kelp_time.h"
 
 namespace kelp {
 
@@ -14,15 +15,10 @@ namespace kelp {
 // that comes between sees the old offset or the new one.
 class MasterClock : public SyncObject {
 public:
-    MasterClock();
-    MasterClock(const MasterClock&) = delete;
-    MasterClock& operator=(const MasterClock&) = delete;
-    ~MasterClock() override = default;
-
-    int64_t getNoSyncThreshold() override;
-    bool isForceSync() override;
+    int64_t getNoSyncThreshold() override { return 10000; }
+    bool isForceSync() override { return false; }
     int64_t getSyncPts() override;
-    void setSyncObject(std::shared_ptr<SyncObject> syncObject) override;
+    void setSyncObject(std::shared_ptr<SyncObject>) override {}
 
     // Keeps `pts`, in milliseconds, or the present reading if it is negative. The clock itself runs on.
     virtual void save(int64_t pts);
@@ -31,8 +27,8 @@ public:
     virtual void restore();
 
 private:
-    std::atomic<int64_t> savedPts_{0};  // milliseconds
-    std::atomic<int64_t> ptsOffset_;    // milliseconds, added to the wall clock
+    std::atomic<int64_t> savedPts_{0};                        // milliseconds
+    std::atomic<int64_t> ptsOffset_{-KelpTime::getTimeMs()};  // milliseconds, added to the wall clock
 };
 
 }  // namespace kelp

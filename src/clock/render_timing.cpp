@@ -6,14 +6,7 @@
 
 namespace kelp {
 
-namespace {
-
 constexpr int64_t kRenderDelayMs = 10;
-
-}  // namespace
-
-RenderTiming::RenderTiming(TimestampExtrapolator* extrapolator) : extrapolator_(extrapolator) {
-}
 
 int64_t RenderTiming::renderTime(int64_t timestampMs) {
     const int64_t localTimeMs = extrapolator_->extrapolateLocalTimeMs(timestampMs);
@@ -23,13 +16,9 @@ int64_t RenderTiming::renderTime(int64_t timestampMs) {
     return wrappingAdd(localTimeMs, wrappingAdd(decoderTimeMs_.load(std::memory_order_relaxed), kRenderDelayMs));
 }
 
-void RenderTiming::setDecoderTimeMs(int64_t ms) {
-    decoderTimeMs_.store(ms, std::memory_order_relaxed);
-}
-
 void RenderTiming::reset() {
     extrapolator_->reset(KelpTime::getTimeMs());
-    decoderTimeMs_.store(0, std::memory_order_relaxed);
+    setDecoderTimeMs(0);
 }
 
 }  // namespace kelp

@@ -15,21 +15,19 @@ class TimestampExtrapolator;
 class RenderTiming {
 public:
     // `extrapolator` isn't owned and must outlive this object.
-    explicit RenderTiming(TimestampExtrapolator* extrapolator);
-    RenderTiming(const RenderTiming&) = delete;
-    RenderTiming& operator=(const RenderTiming&) = delete;
+    explicit RenderTiming(TimestampExtrapolator* extrapolator) : extrapolator_(extrapolator) {}
 
     // The local time in milliseconds for a picture of `timestampMs`; -1 if it isn't known.
     int64_t renderTime(int64_t timestampMs);
 
     // The present average decode time in milliseconds.
-    void setDecoderTimeMs(int64_t ms);
+    void setDecoderTimeMs(int64_t ms) { decoderTimeMs_.store(ms, std::memory_order_relaxed); }
 
     // Forgets the source, before another one.
     void reset();
 
 private:
-    TimestampExtrapolator* extrapolator_;
+    TimestampExtrapolator* const extrapolator_;
     std::atomic<int64_t> decoderTimeMs_{0};  // average, milliseconds
 };
 

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <new>
 
 #include "clock/wrapping_math.h"
@@ -18,28 +17,12 @@ constexpr int kStartCorrectionPercent = 10;
 constexpr int kLargestCorrectionPercent = 99;
 constexpr double kNormalSpeedTolerance = 0.001;
 
-// Cuts the fraction off and keeps to the range of the result; 0 for what is not a number.
-template <class T>
-T truncated(double value) {
-    constexpr double kUpper = static_cast<double>(std::numeric_limits<T>::max());
-    if (value >= kUpper) {
-        return std::numeric_limits<T>::max();
-    }
-    if (value <= static_cast<double>(std::numeric_limits<T>::min())) {
-        return std::numeric_limits<T>::min();
-    }
-    return std::isnan(value) ? T{0} : static_cast<T>(value);
-}
-
 // By how many percent the samples of a frame must change for sound at the normal rate to keep up with `speed`.
 int neededCorrectionPercent(double speed) {
     if (speed > 1.0) {
         return truncated<int>(100.0 - 100.0 / speed);
     }
-    if (speed > 0) {
-        return truncated<int>(100.0 / speed - 100.0);
-    }
-    return 0;
+    return speed > 0 ? truncated<int>(100.0 / speed - 100.0) : 0;
 }
 
 }  // namespace

@@ -40,28 +40,18 @@ void set(std::atomic<T>& value, T to) {
 
 }  // namespace
 
-TimestampExtrapolator::TimestampExtrapolator() {
-    reset(0);
-}
-
-void TimestampExtrapolator::init(int64_t frequency) {
-    set(frequency_, frequency);
-}
-
 void TimestampExtrapolator::reset(int64_t nowMs) {
     set(w0_, static_cast<double>(get(frequency_)) / 1000.0);
     set(w1_, 0.0);
-    set(p00_, 1.0);
-    set(p01_, 0.0);
-    set(p10_, 0.0);
-    set(p11_, kUnknownOffsetVariance);
+    p00_ = 1.0;
+    p01_ = p10_ = 0.0;
+    p11_ = kUnknownOffsetVariance;
     set(startMs_, nowMs);
     set(prevMs_, nowMs);
     set(firstTimestamp_, kNone);
     set(prevTimestamp_, kNone);
     set(packetCount_, 0U);
-    set(detectorAccumulatorPos_, 0.0);
-    set(detectorAccumulatorNeg_, 0.0);
+    detectorAccumulatorPos_ = detectorAccumulatorNeg_ = 0.0;
 }
 
 bool TimestampExtrapolator::needsReset(int64_t timestamp, int64_t nowMs) const {
@@ -95,7 +85,7 @@ void TimestampExtrapolator::update(int64_t timestamp) {
         static_cast<double>(timestamp) - static_cast<double>(get(firstTimestamp_)) - t * get(w0_) - get(w1_);
     if (DelayChangeDetection(residual) && get(packetCount_) >= kStartUpUpdates) {
         // The offset may jump to the new delay with the next updates; the slope stays.
-        set(p11_, kUnknownOffsetVariance);
+        p11_ = kUnknownOffsetVariance;
     }
 
     // Reordered packets say nothing about the delay.
@@ -103,12 +93,8 @@ void TimestampExtrapolator::update(int64_t timestamp) {
         return;
     }
 
-    const double p00 = get(p00_);
-    const double p01 = get(p01_);
-    const double p10 = get(p10_);
-    const double p11 = get(p11_);
-    double k0 = p00 * t + p01;
-    double k1 = p10 * t + p11;
+    double k0 = p00_ * t + p01_;
+    double k1 = p10_ * t + p11_;
     const double denominator = k0 * t + kForgettingFactor + k1;
     k0 /= denominator;
     k1 /= denominator;
@@ -117,10 +103,12 @@ void TimestampExtrapolator::update(int64_t timestamp) {
     set(w1_, get(w1_) + k1 * residual);
     set(prevTimestamp_, timestamp);
 
-    set(p00_, p00 - (k0 * t * p00 + k0 * p10));
-    set(p01_, p01 - (k0 * t * p01 + k0 * p11));
-    set(p10_, p10 - (k1 * t * p00 + k1 * p10));
-    set(p11_, p11 - (k1 * t * p01 + k1 * p11));
+    const double p00 = p00_;
+    const double p01 = p01_;
+    p00_ -= k0 * t * p00 + k0 * p10_;
+    p01_ -= k0 * t * p01 + k0 * p11_;
+    p10_ -= k1 * t * p00 + k1 * p10_;
+    p11_ -= k1 * t * p01 + k1 * p11_;
 
     if (get(packetCount_) < kStartUpUpdates) {
         set(packetCount_, get(packetCount_) + 1);
@@ -129,11 +117,14 @@ void TimestampExtrapolator::update(int64_t timestamp) {
 
 bool TimestampExtrapolator::DelayChangeDetection(double error) {
     const double e = error > 0 ? std::min(error, kDetectorMaxErrorTicks) : std::max(error, -kDetectorMaxErrorTicks);
-    const double pos = std::max(0.0, get(detectorAccumulatorPos_) + e - kDetectorDriftTicks);
-    const double neg = std::min(0.0, get(detectorAccumulatorNeg_) + e + kDetectorDriftTicks);
+    double& pos = detectorAccumulatorPos_;
+    double& neg = detectorAccumulatorNeg_;
+    pos = std::max(0.0, pos + e - kDetectorDriftTicks);
+    neg = std::min(0.0, neg + e + kDetectorDriftTicks);
     const bool alarm = pos > kDetectorAlarmTicks || neg < -kDetectorAlarmTicks;
-    set(detectorAccumulatorPos_, alarm ? 0.0 : pos);
-    set(detectorAccumulatorNeg_, alarm ? 0.0 : neg);
+    if (alarm) {
+        pos = neg = 0.0;
+    }
     return alarm;
 }
 

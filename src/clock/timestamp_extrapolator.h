@@ -16,13 +16,11 @@ namespace kelp {
 // old one, an error of one picture's time that is accepted.
 class TimestampExtrapolator {
 public:
-    TimestampExtrapolator();
-    TimestampExtrapolator(const TimestampExtrapolator&) = delete;
-    TimestampExtrapolator& operator=(const TimestampExtrapolator&) = delete;
+    TimestampExtrapolator() { reset(0); }
     virtual ~TimestampExtrapolator() = default;
 
     // Stores the stream's ticks per second; to be called before the first `update`. Forgets nothing.
-    void init(int64_t frequency);
+    void init(int64_t frequency) { frequency_.store(frequency, std::memory_order_relaxed); }
 
     // Forgets everything but the frequency; `nowMs` becomes the origin of local time.
     void reset(int64_t nowMs);
@@ -46,17 +44,16 @@ private:
     std::atomic<int64_t> frequency_{0};           // ticks per second
     std::atomic<double> w0_;                      // slope: ticks per local millisecond
     std::atomic<double> w1_;                      // offset, ticks
-    std::atomic<double> p00_;                     // covariance
-    std::atomic<double> p01_;                     // covariance
-    std::atomic<double> p10_;                     // covariance
-    std::atomic<double> p11_;                     // covariance; huge while the offset is unknown
     std::atomic<int64_t> startMs_;                // origin of local time
     std::atomic<int64_t> prevMs_;                 // local time of the last accepted update
     std::atomic<int64_t> firstTimestamp_{kNone};  // ticks; kNone before the first one
     std::atomic<int64_t> prevTimestamp_{kNone};   // last one used, ticks; kNone before the first one
     std::atomic<unsigned int> packetCount_;       // updates so far, counted up to the start-up delay
-    std::atomic<double> detectorAccumulatorPos_;  // positive errors above the drift, summed, ticks
-    std::atomic<double> detectorAccumulatorNeg_;  // negative ones, 0 or less
+
+    // Of `update` and `reset` alone.
+    double p00_, p01_, p10_, p11_;   // covariance; p11_ is huge while the offset is unknown
+    double detectorAccumulatorPos_;  // positive errors above the drift, summed, ticks
+    double detectorAccumulatorNeg_;  // negative ones, 0 or less
 
     static constexpr int64_t kNone = -1;
 };

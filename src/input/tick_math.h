@@ -17,16 +17,8 @@ inline int64_t ticksToMs(int64_t ticks, int64_t num, int64_t den) {
     return den == -1 ? wrappingSubtract(0, product) : product / den;
 }
 
-// `value` without its fraction, at most as large as 64 bits hold; 0 for what is no number.
 inline int64_t truncateToInt64(double value) {
-    constexpr double kLimit = 9223372036854775808.0;  // 2^63
-    if (value != value) {
-        return 0;
-    }
-    if (value >= kLimit) {
-        return INT64_MAX;
-    }
-    return value <= -kLimit ? INT64_MIN : static_cast<int64_t>(value);
+    return truncated<int64_t>(value);
 }
 
 }  // namespace kelp

@@ -45,7 +45,8 @@ short* samplesOf(const AudioFrameInfo& frame) {
 }  // namespace
 
 AudioPlayThread::AudioPlayThread()
-    : BasePlayThread("AudioPlayThread", /*keepFrames=*/0), diffAvgCoef_(std::exp(std::log(0.01) / kDiffAvgFrames)) {
+    : BasePlayThread("AudioPlayThread", /*keepFrames=*/0, /*offersInPause=*/false),
+      diffAvgCoef_(std::exp(std::log(0.01) / kDiffAvgFrames)) {
 }
 
 AudioPlayThread::~AudioPlayThread() {

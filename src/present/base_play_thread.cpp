@@ -1,6 +1,7 @@
 #include "present/base_play_thread.h"
 
 #include <chrono>
+#include <limits>
 #include <utility>
 
 #include "clock/wrapping_math.h"
@@ -14,6 +15,7 @@ constexpr const char* kTag = "BasePlayThread";
 
 constexpr int kRetryMs = 50;  // until a frame that was not done with is offered again, and a step of a paused loop
 constexpr int kKeepMs = 30;   // until a queue that is down to what it keeps is looked at again
+constexpr int kPauseMs = std::numeric_limits<int>::max();
 constexpr auto kIdleWait = std::chrono::milliseconds(50);
 
 // Whether `timeMs` lies within the frame, or before it.
@@ -23,8 +25,8 @@ bool reaches(const DecodedFrame& frame, int64_t timeMs) {
 
 }  // namespace
 
-BasePlayThread::BasePlayThread(std::string name, int keepFrames)
-    : BaseThread(name), threadName_(std::move(name)), keepFrames_(keepFrames) {
+BasePlayThread::BasePlayThread(std::string name, int keepFrames, bool offersInPause)
+    : BaseThread(name), threadName_(std::move(name)), keepFrames_(keepFrames), offersInPause_(offersInPause) {
 }
 
 BasePlayThread::~BasePlayThread() = default;
@@ -35,7 +37,7 @@ void BasePlayThread::Run() {
 
     while (!isStopRequested()) {
         if (paused_ && skipTargetMs_ == -1) {
-            restUntilSeek(kRetryMs);
+            restBeforeOffer();
         }
 
         std::unique_lock lock(queueMutex_);
@@ -113,10 +115,18 @@ std::shared_ptr<DecodedFrame> BasePlayThread::skipToTarget() {
 
 void BasePlayThread::present(const std::shared_ptr<DecodedFrame>& frame) {
     while (!onOutput(frame)) {
-        restUntilSeek(kRetryMs);
+        restBeforeOffer();
         if (isStopRequested() || seekAsked_.isPending()) {
             return;
         }
+    }
+}
+
+void BasePlayThread::restBeforeOffer() {
+    if (paused_ && !offersInPause_) {
+        rest(kPauseMs, [this] { return seekAsked_.isPending() || !paused_; });
+    } else {
+        restUntilSeek(kRetryMs);
     }
 }
 
@@ -181,6 +191,7 @@ int BasePlayThread::getFrameQueueSize() {
 bool BasePlayThread::pause(bool paused) {
     Log::Debug(kTag, "[%s], pause:%d\n", threadName_.c_str(), paused);
     paused_ = paused;
+    endRest();
     return true;
 }
 

@@ -23,8 +23,9 @@ namespace kelp {
 // if `isStarted` says so.
 class BasePlayThread : private BaseThread {
 public:
-    // `keepFrames`: how many frames stay queued after output.
-    BasePlayThread(std::string name, int keepFrames);
+    // `keepFrames`: how many frames stay queued after output. Without `offersInPause` a pause is one rest, until its
+    // end or a seek: for an output that would refuse the frame anyway.
+    BasePlayThread(std::string name, int keepFrames, bool offersInPause = true);
     ~BasePlayThread() override;
 
 private:
@@ -113,6 +114,8 @@ private:
     std::shared_ptr<DecodedFrame> takeFrame();
     std::shared_ptr<DecodedFrame> skipToTarget();
     void popPresented();
+    // Until the front frame is to be offered (again). No lock held.
+    void restBeforeOffer();
     // Whether the target lies in the queue's range; logs as `operation`.
     bool isInRange(int seekTimeMs, const char* operation);
 
@@ -121,6 +124,7 @@ private:
 
     const std::string threadName_;
     const int keepFrames_;
+    const bool offersInPause_;
     std::queue<std::shared_ptr<DecodedFrame>> frameQueue_;  // front is next; guarded by queueMutex_
     std::mutex queueMutex_;
     std::condition_variable queueCond_;  // a frame was queued or a stop requested

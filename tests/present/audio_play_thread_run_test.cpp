@@ -143,8 +143,38 @@ TEST_F(AudioPlayThreadRunTest, APausedThreadKeepsTheFrameUntilThePauseEnds) {
     EXPECT_EQ(thread->getCurrentTime(), 1000);
     EXPECT_EQ(thread->getSyncPts(), 1500);
     thread->pause(false);
-    FakeTime::advanceMs(50);
     ASSERT_TRUE(calls.waitFor("fill 4096", 2));
+    EXPECT_EQ(FakeTime::nowMs(), 1'000'500);
+}
+
+TEST_F(AudioPlayThreadRunTest, APauseIsOneRestUntilASeekItsEndOrAStop) {
+    FakeTime::setManual(true);
+    open();
+    script(1024);
+    thread->pause(true);
+    thread->fillFrame(makeAudioFrame(1000));
+    thread->start();
+    ASSERT_TRUE(FakeTime::runFor(60'000, 1));
+    EXPECT_EQ(FakeTime::sleepCount(), 1);
+
+    // The frame at its target is held by the same pause.
+    thread->seek(5000, /*needFlush=*/true);
+    ASSERT_TRUE(eventually([&] { return thread->getCurrentTime() == 5000; }));
+    thread->fillFrame(makeAudioFrame(5000));
+    ASSERT_TRUE(FakeTime::runFor(60'000, 1));
+    EXPECT_EQ(FakeTime::sleepCount(), 2);
+    EXPECT_THAT(observer->firstFrames(), ElementsAre(5000));
+
+    thread->pause(false);
+    ASSERT_TRUE(calls.waitFor("fill 4096"));
+    thread->pause(true);
+    thread->fillFrame(makeAudioFrame(5021));
+    ASSERT_TRUE(FakeTime::runFor(60'000, 1));
+    EXPECT_EQ(FakeTime::sleepCount(), 3);
+
+    thread->stop();
+    EXPECT_EQ(calls.count("fill 4096"), 1);
+    EXPECT_EQ(FakeTime::nowMs(), 1'180'000);
 }
 
 TEST_F(AudioPlayThreadRunTest, AForcingMasterIsAskedAgainEvery50Ms) {

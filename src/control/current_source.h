@@ -14,10 +14,6 @@ namespace kelp {
 // timer, see there.
 class CurrentSource {
 public:
-    CurrentSource() = default;
-    CurrentSource(const CurrentSource&) = delete;
-    CurrentSource& operator=(const CurrentSource&) = delete;
-
     // The host has loaded, stopped or reset: what was planned before is void.
     void hostActed() { ++plan_; }
     unsigned int plan() const { return plan_; }

@@ -9,16 +9,12 @@
 
 namespace kelp {
 
-namespace {
-
 constexpr const char* kTag = "ExternSyncWrapper";
 
 constexpr std::chrono::milliseconds kLongestWait{1000};
 constexpr int64_t kNoSyncThresholdMs = 10000;
 // Further from every time of a stream than any threshold, and differences to it don't overflow.
 constexpr int64_t kOutOfReachMs = std::numeric_limits<int64_t>::min() / 2;
-
-}  // namespace
 
 class ExternSyncWrapper::Reading {
 public:
@@ -32,8 +28,7 @@ public:
     Reading& operator=(const Reading&) = delete;
     ~Reading() {
         std::lock_guard lock(wrapper_.mutex_);
-        auto& beingRead = wrapper_.beingRead_;
-        beingRead.erase(std::find(beingRead.begin(), beingRead.end(), clock));
+        wrapper_.beingRead_.erase(std::ranges::find(wrapper_.beingRead_, clock));
         wrapper_.readingEnded_.notify_all();
     }
 
@@ -43,8 +38,6 @@ public:
 private:
     ExternSyncWrapper& wrapper_;
 };
-
-ExternSyncWrapper::~ExternSyncWrapper() = default;
 
 int64_t ExternSyncWrapper::getNoSyncThreshold() {
     const Reading reading(*this);
@@ -59,9 +52,6 @@ bool ExternSyncWrapper::isForceSync() {
 int64_t ExternSyncWrapper::getSyncPts() {
     const Reading reading(*this);
     return reading.clock ? wrappingSubtract(reading.clock->getSyncPts(), reading.offsetMs) : kOutOfReachMs;
-}
-
-void ExternSyncWrapper::setSyncObject(std::shared_ptr<SyncObject>) {
 }
 
 KelpSyncClock* ExternSyncWrapper::set(KelpSyncClock* clock, int32_t offsetMs, const std::function<void(bool)>& follow) {
@@ -83,9 +73,7 @@ KelpSyncClock* ExternSyncWrapper::set(KelpSyncClock* clock, int32_t offsetMs, co
 
 void ExternSyncWrapper::waitUntilUnread(const KelpSyncClock* clock) {
     std::unique_lock lock(mutex_);
-    const auto isUnread = [&] {
-        return clock_ == clock || std::find(beingRead_.begin(), beingRead_.end(), clock) == beingRead_.end();
-    };
+    const auto isUnread = [&] { return clock_ == clock || std::ranges::count(beingRead_, clock) == 0; };
     if (clock && !readingEnded_.wait_for(lock, kLongestWait, isUnread)) {
         lock.unlock();
         Log::Error(kTag, "%s, the host's clock is still being read after %d ms, it must not end yet\n",

@@ -18,17 +18,11 @@ namespace kelp {
 // frame or because a master keeps whom it followed, finds a clock that is too far away to follow.
 class ExternSyncWrapper : public SyncObject {
 public:
-    ExternSyncWrapper() = default;
-    ExternSyncWrapper(const ExternSyncWrapper&) = delete;
-    ExternSyncWrapper& operator=(const ExternSyncWrapper&) = delete;
-    ~ExternSyncWrapper() override;
-
     int64_t getNoSyncThreshold() override;
     bool isForceSync() override;
     // The host's reading less the offset.
     int64_t getSyncPts() override;
-    // Nothing: this clock follows nobody.
-    void setSyncObject(std::shared_ptr<SyncObject> syncObject) override;
+    void setSyncObject(std::shared_ptr<SyncObject>) override {}
 
     // Reads `clock`, or none, from now on; `offsetMs`: by how much it runs ahead of the stream's zero. It isn't owned.
     // `follow` has the player follow this object, true, when the clock stands, and no more, false, before it goes: one

@@ -12,42 +12,32 @@ namespace {
 constexpr const char* kTag = "TarnPlayer";
 
 // A time on the host's clock; far ends wrap round.
-int onHostsClock(int offsetMs, int ptsMs) {
-    return static_cast<int>(static_cast<uint32_t>(offsetMs) + static_cast<uint32_t>(ptsMs));
+int onHostsClock(int64_t offsetMs, int ptsMs) {
+    return static_cast<int>(offsetMs + ptsMs);
 }
 
 }  // namespace
-
-InnerPlayerObserver::InnerPlayerObserver(TarnPlayer* owner) : owner_(owner), mutex_(&owner->mutex_) {
-}
 
 void InnerPlayerObserver::set(TarnPlayerObserver* observer, int offsetMs) {
     observer_ = observer;
     offsetMs_ = offsetMs;
 }
 
-bool InnerPlayerObserver::isOutdated() const {
-    return owner_->source_->areEventsOld();
-}
-
 TarnPlayerObserver* InnerPlayerObserver::hostToTell() const {
-    return isOutdated() ? nullptr : observer_.load();
+    return owner_->source_->areEventsOld() ? nullptr : observer_.load();
 }
 
-void InnerPlayerObserver::onVideoSizeUpdated(std::shared_ptr<KelpPlayer> /*player*/, int width, int height,
-                                             int rotate) {
+void InnerPlayerObserver::onVideoSizeUpdated(std::shared_ptr<KelpPlayer>, int width, int height, int rotate) {
     Log::Info(kTag, "%s, width:%d, height:%d, rotate:%d\n", "onVideoSizeUpdated", width, height, rotate);
     if (TarnPlayerObserver* host = hostToTell()) {
         host->onVideoSizeUpdated(width, height, rotate);
     }
 }
 
-void InnerPlayerObserver::onPrepared(std::shared_ptr<KelpPlayer> /*player*/, bool hasVideo, bool hasAudio) {
+void InnerPlayerObserver::onPrepared(std::shared_ptr<KelpPlayer>, bool hasVideo, bool hasAudio) {
     Log::Info(kTag, "%s, hasVideo:%d, hasAudio:%d\n", "onPrepared", hasVideo, hasAudio);
-    hasVideo_ = hasVideo;
-    hasAudio_ = hasAudio;
-    std::unique_lock lock(*mutex_);
-    if (isOutdated()) {
+    std::unique_lock lock(owner_->mutex_);
+    if (owner_->source_->areEventsOld()) {
         return;
     }
     if (owner_->state_ != PLAYER_STATE_PREPARING) {
@@ -73,50 +63,45 @@ void InnerPlayerObserver::onPrepared(std::shared_ptr<KelpPlayer> /*player*/, boo
 bool InnerPlayerObserver::carryOutRequests(bool startRequested) {
     // The host may have stopped the player, or started it itself, while it was told; a request that stands then is one
     // for another source.
-    if (owner_->state_ == PLAYER_STATE_STARTED && startRequested) {
-        pauseIfRequested();
-        return true;
+    const bool startedByHost = owner_->state_ == PLAYER_STATE_STARTED && startRequested;
+    if (!startedByHost) {
+        if (owner_->state_ != PLAYER_STATE_PREPARED || !owner_->startRequest_) {
+            return true;
+        }
+        if (!owner_->play(offsetMs_)) {
+            return false;
+        }
     }
-    if (owner_->state_ != PLAYER_STATE_PREPARED || !owner_->startRequest_) {
-        return true;
-    }
-    if (!owner_->play(offsetMs_)) {
-        return false;
-    }
-    pauseIfRequested();
-    return true;
-}
-
-void InnerPlayerObserver::pauseIfRequested() {
     if (std::exchange(owner_->pauseRequest_, false)) {
         owner_->pauseNow();
     }
+    return true;
 }
 
-void InnerPlayerObserver::onFirstPacket(std::shared_ptr<KelpPlayer> /*player*/, int ptsMs) {
+void InnerPlayerObserver::onFirstPacket(std::shared_ptr<KelpPlayer>, int ptsMs) {
     Log::Info(kTag, "%s, ptsMs:%d\n", "onFirstPacket", ptsMs);
 }
 
-void InnerPlayerObserver::onFirstVideoFrame(std::shared_ptr<KelpPlayer> /*player*/, int ptsMs) {
+void InnerPlayerObserver::onFirstVideoFrame(std::shared_ptr<KelpPlayer>, int ptsMs) {
     Log::Info(kTag, "%s, ptsMs:%d\n", "onFirstVideoFrame", ptsMs);
     if (TarnPlayerObserver* host = hostToTell()) {
         host->onFirstVideoFrame(onHostsClock(offsetMs_, ptsMs));
     }
 }
 
-void InnerPlayerObserver::onFirstAudioFrame(std::shared_ptr<KelpPlayer> /*player*/, int ptsMs) {
+void InnerPlayerObserver::onFirstAudioFrame(std::shared_ptr<KelpPlayer>, int ptsMs) {
     Log::Info(kTag, "%s, ptsMs:%d\n", "onFirstAudioFrame", ptsMs);
     if (TarnPlayerObserver* host = hostToTell()) {
         host->onFirstAudioFrame(onHostsClock(offsetMs_, ptsMs));
     }
 }
 
-void InnerPlayerObserver::onCompleted(std::shared_ptr<KelpPlayer> /*player*/) {
+void InnerPlayerObserver::onCompleted(std::shared_ptr<KelpPlayer>) {
     Log::Info(kTag, "%s\n", "onCompleted");
     TarnPlayerObserver* host = nullptr;
     {
-        std::lock_guard lock(*mutex_);
-        if (isOutdated()) {
+        std::lock_guard lock(owner_->mutex_);
+        if (owner_->source_->areEventsOld()) {
             return;
         }
         owner_->state_ = PLAYER_STATE_COMPLETED;
@@ -127,7 +112,7 @@ void InnerPlayerObserver::onCompleted(std::shared_ptr<KelpPlayer> /*player*/) {
     }
 }
 
-void InnerPlayerObserver::onDurationUpdated(std::shared_ptr<KelpPlayer> /*player*/, int durationMs) {
+void InnerPlayerObserver::onDurationUpdated(std::shared_ptr<KelpPlayer>, int durationMs) {
     Log::Info(kTag, "%s, durationMs:%d\n", "onDurationUpdated", durationMs);
     if (TarnPlayerObserver* host = hostToTell()) {
         host->onDurationUpdated(onHostsClock(offsetMs_, durationMs));

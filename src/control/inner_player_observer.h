@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 
 #include "kelp_player/kelp_player.h"
 #include "kelp_player/tarn_player.h"
@@ -14,7 +13,7 @@ namespace kelp {
 // All operations come on the worker thread of the engine. The player's mutex is never held while the host is called.
 class InnerPlayerObserver final : public KelpPlayerObserver {
 public:
-    explicit InnerPlayerObserver(TarnPlayer* owner);
+    explicit InnerPlayerObserver(TarnPlayer* owner) : owner_(owner) {}
 
     // The host to tell, and what to add to the times that it is told. From the host's threads.
     void set(TarnPlayerObserver* observer, int offsetMs);
@@ -32,18 +31,12 @@ private:
     // Starts, and perhaps pauses, a source that became ready, as was asked for; `startRequested` says whether a start
     // was when the host was told. False if it doesn't play. The player's mutex is held.
     bool carryOutRequests(bool startRequested);
-    void pauseIfRequested();
-    // Whether the event at hand is one of a source that the engine has given up for another.
-    bool isOutdated() const;
     // The host, if there is one and the event at hand is for it.
     TarnPlayerObserver* hostToTell() const;
 
     TarnPlayer* const owner_;
     std::atomic<TarnPlayerObserver*> observer_{nullptr};
-    std::mutex* const mutex_;  // the player's
     std::atomic<int> offsetMs_{0};
-    bool hasVideo_ = false;  // from the last onPrepared
-    bool hasAudio_ = false;
 };
 
 }  // namespace kelp

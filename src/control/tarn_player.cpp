@@ -18,13 +18,9 @@ constexpr const char* kTag = "TarnPlayer";
 
 constexpr int kHasSource = PLAYER_STATE_PREPARED | PLAYER_STATE_STARTED | PLAYER_STATE_PAUSED | PLAYER_STATE_COMPLETED;
 
-// Sums and differences of times that may be anything: far ends wrap round.
-int add(int a, int b) {
-    return static_cast<int>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
-}
-
-int negate(int a) {
-    return static_cast<int>(0U - static_cast<uint32_t>(a));
+// A sum or difference of times that may be anything: far ends wrap round.
+int wrapped(int64_t timeMs) {
+    return static_cast<int>(timeMs);
 }
 
 }  // namespace
@@ -103,8 +99,8 @@ bool TarnPlayer::prepareAsync() {
     }
     source_->hostActed();
     state_ = PLAYER_STATE_PREPARING;
-    const int offset = offsetToClockMs_;
-    return load(offset < 0 ? negate(offset) : 0);
+    const int64_t offset = offsetToClockMs_;
+    return load(offset < 0 ? wrapped(-offset) : 0);
 }
 
 bool TarnPlayer::load(int seekTimeMs) {
@@ -149,7 +145,7 @@ bool TarnPlayer::play(int offsetMs) {
         }
     });
     if (offsetMs < 0) {
-        player_->seek(negate(offsetMs));
+        player_->seek(wrapped(-int64_t{offsetMs}));
     }
     return true;
 }
@@ -190,7 +186,7 @@ bool TarnPlayer::resume() {
 
 bool TarnPlayer::seek(int timeMs) {
     std::lock_guard lock(mutex_);
-    const int target = add(timeMs, negate(offsetToClockMs_));
+    const int target = wrapped(int64_t{timeMs} - offsetToClockMs_);
     if (!isIn(kHasSource, "seek")) {
         return false;
     }
@@ -238,13 +234,14 @@ bool TarnPlayer::reset() {
 
 int TarnPlayer::getCurrentTime() {
     std::lock_guard lock(mutex_);
-    return isIn(kHasSource | PLAYER_STATE_STOPPED, "getCurrentTime") ? add(offsetToClockMs_, player_->getCurrentTime())
-                                                                     : 0;
+    const int64_t offset = offsetToClockMs_;
+    return isIn(kHasSource | PLAYER_STATE_STOPPED, "getCurrentTime") ? wrapped(offset + player_->getCurrentTime()) : 0;
 }
 
 int TarnPlayer::getDuration() {
     std::lock_guard lock(mutex_);
-    return isIn(kHasSource | PLAYER_STATE_STOPPED, "getDuration") ? add(offsetToClockMs_, player_->getDuration()) : 0;
+    const int64_t offset = offsetToClockMs_;
+    return isIn(kHasSource | PLAYER_STATE_STOPPED, "getDuration") ? wrapped(offset + player_->getDuration()) : 0;
 }
 
 int64_t TarnPlayer::getPlayDetailInfo(TarnPlayerInfoType type) {
@@ -314,7 +311,7 @@ bool TarnPlayer::setOffsetToClockMs(int offsetMs) {
     setSyncClock(clock);
     innerObserver_->set(observer_, offsetMs);
     const int nowMs = static_cast<int>(clock->getSyncPts());
-    int target = add(nowMs, negate(offsetMs));
+    int target = wrapped(int64_t{nowMs} - offsetMs);
     if (offsetMs >= 0 && target < 0) {
         player_->clearScreen();
         target = 0;

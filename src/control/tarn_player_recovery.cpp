@@ -8,17 +8,13 @@
 
 namespace kelp {
 
-namespace {
-
 constexpr const char* kTag = "TarnPlayer";
 
-}  // namespace
-
-void InnerPlayerObserver::onFailed(std::shared_ptr<KelpPlayer> /*player*/, int errorType, int extraData) {
-    std::unique_lock lock(*mutex_);
+void InnerPlayerObserver::onFailed(std::shared_ptr<KelpPlayer>, int errorType, int extraData) {
+    std::unique_lock lock(owner_->mutex_);
     const PlayerStates oldState = owner_->state_;
     Log::Info(kTag, "%s, errorType:%d, extraData:%d, current state:%d\n", "onFailed", errorType, extraData, oldState);
-    if (isOutdated()) {
+    if (owner_->source_->areEventsOld()) {
         return;
     }
     owner_->state_ = PLAYER_STATE_ERROR;

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <mutex>
-#include <utility>
 #include <vector>
 
 #include "runtime/never_destroyed.h"
@@ -27,37 +27,23 @@ LeftWorkers& leftWorkers() {
     return *left;
 }
 
-class WaitAtExit {
-public:
-    WaitAtExit() = default;
-    WaitAtExit(const WaitAtExit&) = delete;
-    WaitAtExit& operator=(const WaitAtExit&) = delete;
-    ~WaitAtExit() {
-        auto& left = leftWorkers();
-        std::unique_lock lock(left.mutex);
-        // An exit from within a callable isn't held up by that one.
-        left.changed.wait_for(lock, kLongestWaitAtExit, [&] {
-            return std::ranges::all_of(left.workers, [](const Worker* worker) { return worker->isOwnThread(); });
-        });
-    }
-};
+void waitAtExit() {
+    auto& left = leftWorkers();
+    std::unique_lock lock(left.mutex);
+    // An exit from within a callable isn't held up by that one.
+    left.changed.wait_for(lock, kLongestWaitAtExit, [&] {
+        return std::ranges::all_of(left.workers, [](const Worker* worker) { return worker->isOwnThread(); });
+    });
+}
 
 }  // namespace
 
-WorkerEnd::WorkerEnd(std::shared_ptr<Worker> worker) : worker_(std::move(worker)) {
-}
-
 void WorkerEnd::reach(bool drain) {
     const bool first = !begun_.exchange(true);
-    if (worker_->isOwnThread()) {
-        if (first) {
-            bringAboutElsewhere(drain);
-        }
-        return;
-    }
+    const bool canWait = !worker_->isOwnThread() && ender_.load() != std::this_thread::get_id();
     if (first) {
-        bringAbout(drain);
-    } else if (ender_.load() != std::this_thread::get_id()) {
+        canWait ? bringAbout(drain) : bringAboutElsewhere(drain);
+    } else if (canWait) {
         reached_.wait(false);
     }
 }
@@ -78,8 +64,8 @@ void WorkerEnd::bringAboutElsewhere(bool drain) {
         std::lock_guard lock(left.mutex);
         left.workers.push_back(worker_.get());
     }
-    // Made when the first one is left: destroyed ahead of what the host made before.
-    static const WaitAtExit waitAtExit;
+    // Asked for when the first one is left: it runs before the destruction of what the host made earlier.
+    [[maybe_unused]] static const int asked = std::atexit(waitAtExit);
     std::thread([self = shared_from_this(), drain, &left] {
         self->bringAbout(drain);
         std::lock_guard lock(left.mutex);

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 #include <thread>
+#include <utility>
 
 #include "runtime/worker.h"
 
@@ -15,9 +16,7 @@ namespace kelp {
 // the worker; the end of the process gives it a second, as what is queued may use what is destroyed then.
 class WorkerEnd : public std::enable_shared_from_this<WorkerEnd> {
 public:
-    explicit WorkerEnd(std::shared_ptr<Worker> worker);
-    WorkerEnd(const WorkerEnd&) = delete;
-    WorkerEnd& operator=(const WorkerEnd&) = delete;
+    explicit WorkerEnd(std::shared_ptr<Worker> worker) : worker_(std::move(worker)) {}
 
     // Has what is queued run, if `drain` says so, and ends the worker. Returns when it has ended, but on the worker's
     // threads and on the one that is just ending it, where something may die that asks for the end once more.

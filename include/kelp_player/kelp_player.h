@@ -318,11 +318,11 @@ public:
     // it, what comes after `release` never runs. It must not be empty and must not throw.
     void runInWorker(std::function<void()> function);
 
-    // Calls `function` on the worker thread, once or again and again. Timers are looked at every 5 ms: one is due at
-    // the first look that is `intervalMs`, 1 or more, after this call, and again that long after each look at which it
-    // was due. So a period is up to some 5 ms longer than asked for, and never made up for. The call is then queued for
-    // the worker; calls that a slow function can't keep up with pile up there. The wall clock counts. Returns an id, 1
-    // or greater, that is free for another timer when this one is gone: a one-shot timer from the moment it is due.
+    // Calls `function` on the worker thread, once or again and again. A timer is due `intervalMs`, 1 or more, after
+    // this call, and again that long after each time that it was seen to be due. So a period is longer than asked for
+    // by what the system is late, which is never made up for. The call is then queued for the worker; calls that a slow
+    // function can't keep up with pile up there. The wall clock counts. Returns an id, 1 or greater, that is free for
+    // another timer when this one is gone: a one-shot timer from the moment it is due.
     unsigned int addTimer(unsigned int intervalMs, bool oneShot, std::function<void()> function);
 
     // Cancels a timer. Its calls that are queued already still come. An unknown id is ignored.

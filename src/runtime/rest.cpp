@@ -1,12 +1,24 @@
 #include "runtime/rest.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace kelp {
 
 void Rest::forMs(int ms, const std::function<bool()>& isOver) {
     std::unique_lock lock(mutex_);
-    ended_.wait_for(lock, std::chrono::milliseconds(ms), isOver);
+    if (ms == kForeverMs) {
+        ended_.wait(lock, isOver);
+    } else {
+        ended_.wait_for(lock, std::chrono::milliseconds(ms), isOver);
+    }
+}
+
+void Rest::untilMs(int64_t timeMs, const std::function<bool()>& isOver) {
+    using Clock = std::chrono::system_clock;
+    constexpr auto kLast = std::chrono::floor<std::chrono::milliseconds>(Clock::duration::max());
+    std::unique_lock lock(mutex_);
+    ended_.wait_until(lock, Clock::time_point(std::min(std::chrono::milliseconds(timeMs), kLast)), isOver);
 }
 
 // What was noted before is seen by a look that comes after the mutex is free, and one that came before it sleeps by

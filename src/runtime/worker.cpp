@@ -14,8 +14,7 @@ namespace {
 
 const char* const kTag = "Worker";  // also the task thread's name
 
-constexpr int kTimerPollMs = 5;
-constexpr int kNoTimerRestMs = std::numeric_limits<int>::max();
+constexpr unsigned int kMaxUnseenMs = 5;  // until a timer that was added or removed is seen
 constexpr int kEmptyPollMs = 10;
 
 constexpr int64_t kNoTimer = std::numeric_limits<int64_t>::min();
@@ -69,8 +68,7 @@ unsigned int Worker::addTimer(unsigned int intervalMs, bool oneShot, std::functi
     timer.intervalMs = intervalMs;
     timer.lastShotTickMs = KelpTime::getTimeMs();
     newTimers_.push_back(std::move(timer));
-    hasNewTimers_ = true;
-    timerRest_.end();
+    lookWithin(std::min(intervalMs, kMaxUnseenMs));
 
     const TimerInfo& added = newTimers_.back();
     Log::Debug(kTag, "%s, intervalMs:%d, oneShot:%d, lastShotTickMs:%lld, timer.id:%d\n", "addTimer",
@@ -86,6 +84,7 @@ void Worker::removeTimer(unsigned int timerId) {
     for (auto& timer : timers_) {
         if (timer.id == timerId) {
             timer.removed = true;
+            lookWithin(kMaxUnseenMs);
             return;
         }
     }
@@ -176,29 +175,34 @@ void Worker::timerRun() {
     t_worker = this;
     SetThreadName(static_cast<unsigned long>(-1), "WorkerTimer");
     while (!closed_) {
-        if (updateTimerTask()) {
-            continue;
-        }
-        if (timers_.empty()) {
-            timerRest_.forMs(kNoTimerRestMs, [this] { return hasNewTimers_ || closed_; });
-        }
-        if (!closed_) {
-            KelpTime::sleepMs(kTimerPollMs);
+        if (const int64_t lookMs = lookMs_; KelpTime::getTimeMs() < lookMs) {
+            timerRest_.untilMs(lookMs, [&] { return lookMs_ < lookMs || closed_; });
+        } else {
+            updateTimerTask();
         }
     }
 }
 
-bool Worker::updateTimerTask() {
+void Worker::lookWithin(unsigned int ms) {
+    if (const int64_t lookMs = KelpTime::getTimeMs() + ms; lookMs < lookMs_) {
+        lookMs_ = lookMs;
+        timerRest_.end();
+    }
+}
+
+void Worker::updateTimerTask() {
     std::list<TimerInfo> erased;  // destroyed after the lock's release
     std::lock_guard lock(timerMutex_);
-    bool changed = false;
+    int64_t lookMs = Rest::kNeverMs;
+    const auto look = [&](const TimerInfo& timer) {
+        lookMs = std::min(lookMs, timer.intervalMs + timer.lastShotTickMs);
+    };
     for (auto it = timers_.begin(); it != timers_.end();) {
         const auto timer = it++;
         bool gone = timer->removed;
-        if (!timer->removed) {
+        if (!gone) {
             const int64_t nowMs = KelpTime::getTimeMs();
             if (nowMs >= timer->intervalMs + timer->lastShotTickMs) {
-                changed = true;
                 queue({timer->func, timer->lastShotTickMs});
                 timer->lastShotTickMs = nowMs;
                 gone = timer->oneShot;
@@ -207,14 +211,13 @@ bool Worker::updateTimerTask() {
         if (gone) {
             freeTimerIds_.push_back(timer->id);
             erased.splice(erased.end(), timers_, timer);
+        } else {
+            look(*timer);
         }
     }
-    hasNewTimers_ = false;
-    if (!newTimers_.empty()) {
-        timers_.splice(timers_.end(), newTimers_);
-        changed = true;
-    }
-    return changed;
+    std::ranges::for_each(newTimers_, look);
+    timers_.splice(timers_.end(), newTimers_);
+    lookMs_ = lookMs;
 }
 
 }  // namespace kelp

@@ -17,8 +17,9 @@ namespace kelp {
 // Runs callables one at a time, in the order in which they were queued, on a thread of its own, and timers likewise.
 //
 // Two threads: the task thread runs every callable, timers' included; the timer thread only finds out which timer is
-// due, every 5 ms while there are any. Any thread may call task, addTimer, removeTimer and waitEmpty, callables
-// included; no lock is held while one runs. `start` is called once; `close` not from a callable.
+// due, and sleeps until one is, or has come or gone less than 5 ms ago. Any thread may call task, addTimer, removeTimer
+// and waitEmpty, callables included; no lock is held while one runs. `start` is called once; `close` not from a
+// callable.
 class Worker : public std::enable_shared_from_this<Worker> {
 public:
     Worker();
@@ -68,8 +69,10 @@ private:
     void queue(Task task);
     void run();
     void timerRun();
-    // One pass over the timers; whether one fired or was added.
-    bool updateTimerTask();
+    // Makes the timer thread's next pass come in `ms` at the latest; timerMutex_ is held.
+    void lookWithin(unsigned int ms);
+    // One pass over the timers.
+    void updateTimerTask();
 
     std::unique_ptr<std::thread> thread_;
     std::vector<Task> tasks_;  // guarded by tasksMutex_
@@ -81,8 +84,8 @@ private:
     std::list<TimerInfo> timers_;           // in the order in which they were armed; only the timer thread moves them
     std::list<TimerInfo> newTimers_;        // added since the timer thread's last pass
     std::mutex timerMutex_;
-    std::atomic<bool> hasNewTimers_{false};  // some may be in newTimers_; written with timerMutex_ held
-    Rest timerRest_;                         // of the timer thread while there is no timer
+    std::atomic<int64_t> lookMs_{0};  // wall clock at the timer thread's next pass; written with timerMutex_ held
+    Rest timerRest_;                  // of the timer thread until then
     std::atomic<bool> closed_{false};
 };
 

@@ -215,15 +215,52 @@ TEST_F(FakeTimeTest, SaysSoWhenNobodySleeps) {
     EXPECT_FALSE(FakeTime::runFor(10, 1, 1));
 }
 
+TEST_F(FakeTimeTest, ARestUntilATimeGoesByTheClockAlone) {
+    FakeTime::reset(1000);
+    Rest rest;
+    rest.untilMs(1030, [] { return false; });
+    EXPECT_EQ(FakeTime::nowMs(), 1030);
+    rest.untilMs(1030, [] { return false; });
+    EXPECT_EQ(FakeTime::sleeps(), (std::vector<int>{30}));
+    FakeTime::setManual(true);
+    onAThread([&] { rest.untilMs(1040, [] { return false; }); });
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    FakeTime::setNowMs(0);
+    FakeTime::setNowMs(1039);
+    EXPECT_TRUE(FakeTime::waitForSleepers(1, 0));
+    FakeTime::setNowMs(1040);
+    joinAll();
+}
+
+TEST_F(FakeTimeTest, ARestForeverEndsForItsReasonAloneInBothModes) {
+    for (const bool manual : {false, true}) {
+        FakeTime::reset(1000);
+        FakeTime::setManual(manual);
+        Rest rest;
+        std::atomic<bool> wanted{false};
+        onAThread([&] { rest.forMs(Rest::kForeverMs, [&] { return wanted.load(); }); });
+        ASSERT_TRUE(FakeTime::waitForSleepers(1));
+        FakeTime::advanceMs(1'000'000'000'000);
+        EXPECT_TRUE(FakeTime::waitForSleepers(1, 0));
+        wanted = true;
+        rest.end();
+        joinAll();
+        EXPECT_EQ(FakeTime::nowMs(), 1'000'000'001'000);
+    }
+}
+
 TEST_F(FakeTimeTest, ATimerThreadLeavesTheAutomaticClockAlone) {
     FakeTime::reset(1000);
-    onAThread([] {
+    Rest rest;
+    onAThread([&] {
         SetThreadName(0, "WorkerTimer");
-        KelpTime::sleepMs(5);
+        rest.untilMs(1005, [] { return false; });
     });
-    joinAll();
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
     EXPECT_EQ(FakeTime::nowMs(), 1000);
-    EXPECT_EQ(FakeTime::sleptMs(), 5);
+    KelpTime::sleepMs(5);
+    joinAll();
+    EXPECT_EQ(FakeTime::nowMs(), 1005);
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 #include <chrono>
 #include <thread>
 
+#include "runtime/kelp_time.h"
+
 namespace kelp {
 namespace {
 
@@ -20,10 +22,40 @@ TEST(Rest, LastsAsLongAsItWasAskedTo) {
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(20));
 }
 
+TEST(Rest, LastsUntilTheWallClockShowsItsTime) {
+    Rest rest;
+    const int64_t endMs = KelpTime::getTimeMs() + 20;
+    rest.untilMs(endMs, [] { return false; });
+    EXPECT_GE(KelpTime::getTimeMs(), endMs);
+    rest.untilMs(endMs, [] { return false; });
+    EXPECT_LT(KelpTime::getTimeMs(), endMs + kLongMs / 2);
+}
+
+TEST(Rest, ForeverIsNotShorterThanItsReason) {
+    for (const bool isUntil : {false, true}) {
+        Rest rest;
+        std::atomic<bool> over{false};
+        std::atomic<bool> rested{false};
+        std::thread resting([&] {
+            const auto isOver = [&] { return over.load(); };
+            isUntil ? rest.untilMs(Rest::kNeverMs, isOver) : rest.forMs(Rest::kForeverMs, isOver);
+            rested = true;
+        });
+        // For real: nothing is to happen.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        rest.end();
+        EXPECT_FALSE(rested);
+        over = true;
+        rest.end();
+        resting.join();
+    }
+}
+
 TEST(Rest, DoesNotBeginWhenItIsOver) {
     Rest rest;
     const auto start = Clock::now();
     rest.forMs(kLongMs, [] { return true; });
+    rest.untilMs(Rest::kNeverMs, [] { return true; });
     EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(kLongMs / 2));
 }
 

@@ -35,7 +35,7 @@ TEST(WorkerInRealTime, WaitsAboutTenMillisecondsWhenItIsIdle) {
     worker->close();
 }
 
-TEST(WorkerInRealTime, ClosesWithinAPollOfItsTimerThread) {
+TEST(WorkerInRealTime, ClosesBesideATimerThatIsFarFromDue) {
     const auto worker = std::make_shared<Worker>();
     worker->start();
     worker->addTimer(3'600'000, false, [] {});

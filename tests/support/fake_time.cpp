@@ -49,9 +49,12 @@ public:
         if (manual_ && !manual) {
             int64_t last = now_;
             for (const Sleeper* sleeper : sleepers_) {
-                last = std::max(last, sleeper->wakeUpMs);
+                if (!sleeper->background && sleeper->wakeUpMs != Rest::kNeverMs) {
+                    last = std::max(last, sleeper->wakeUpMs);
+                }
             }
             moveTo(last);
+            wakeIf([](const Sleeper&) { return true; });
         }
         manual_ = manual;
     }
@@ -89,33 +92,22 @@ public:
         return false;
     }
 
-    // Not at all, or not to the end, if it is a `rest` and `isOver` holds.
-    void sleep(int ms, const Rest* rest = nullptr, const std::function<bool()>* isOver = nullptr) {
-        const bool background = isBackgroundThread();
+    void sleep(int ms) {
         std::unique_lock lock(mutex_);
-        if (isOver && (*isOver)()) {
-            return;
+        sleep(lock, ms, now_ + ms, nullptr, nullptr);
+    }
+
+    void restFor(int ms, const Rest* rest, const std::function<bool()>& isOver) {
+        std::unique_lock lock(mutex_);
+        if (!isOver()) {
+            sleep(lock, ms, ms == Rest::kForeverMs ? Rest::kNeverMs : now_ + ms, rest, &isOver);
         }
-        ++sleepCount_;
-        sleptMs_ += ms;
-        if (sleeps_.size() < kMaxRecordedSleeps) {
-            sleeps_.push_back(ms);
-        }
-        if (ms > 0 && manual_) {
-            Sleeper self{now_ + ms, rest, isOver};
-            sleepers_.push_back(&self);
-            asleep_.notify_all();
-            wake_.wait(lock, [&] { return self.awake; });
-            return;
-        }
-        if (!background) {
-            moveTo(now_ + ms);
-        }
-        lock.unlock();
-        if (background && ms > 0) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        } else {
-            std::this_thread::yield();
+    }
+
+    void restUntil(int64_t timeMs, const Rest* rest, const std::function<bool()>& isOver) {
+        std::unique_lock lock(mutex_);
+        if (!isOver() && timeMs > now_) {
+            sleep(lock, static_cast<int>(std::min<int64_t>(timeMs - now_, Rest::kForeverMs)), timeMs, rest, &isOver);
         }
     }
 
@@ -145,8 +137,29 @@ private:
         int64_t wakeUpMs = 0;
         const Rest* rest = nullptr;  // null for a mere sleep
         const std::function<bool()>* isOver = nullptr;
+        bool background = false;
         bool awake = false;
     };
+
+    void sleep(std::unique_lock<std::mutex>& lock, int ms, int64_t wakeUpMs, const Rest* rest,
+               const std::function<bool()>* isOver) {
+        ++sleepCount_;
+        sleptMs_ += ms;
+        if (sleeps_.size() < kMaxRecordedSleeps) {
+            sleeps_.push_back(ms);
+        }
+        const bool background = isBackgroundThread();
+        if (ms > 0 && (manual_ || background || wakeUpMs == Rest::kNeverMs)) {
+            Sleeper self{wakeUpMs, rest, isOver, background};
+            sleepers_.push_back(&self);
+            asleep_.notify_all();
+            wake_.wait(lock, [&] { return self.awake; });
+            return;
+        }
+        moveTo(wakeUpMs);
+        lock.unlock();
+        std::this_thread::yield();
+    }
 
     // With mutex_ held.
     void moveTo(int64_t nowMs) {
@@ -237,7 +250,11 @@ void KelpTime::sleepUs(int us) {
 }
 
 void Rest::forMs(int ms, const std::function<bool()>& isOver) {
-    test::state().sleep(ms, this, &isOver);
+    test::state().restFor(ms, this, isOver);
+}
+
+void Rest::untilMs(int64_t timeMs, const std::function<bool()>& isOver) {
+    test::state().restUntil(timeMs, this, isOver);
 }
 
 void Rest::end() {

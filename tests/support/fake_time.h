@@ -13,10 +13,11 @@ namespace kelp::test {
 // test moves the clock past its wake-up time, so threads can be led step by step; call setManual(false) or reset
 // before a sleeping thread is joined.
 //
-// The timer thread of a Worker polls for as long as the Worker lives and would run away with the automatic clock. Its
-// sleeps last a millisecond of real time there and leave the clock alone.
+// The timer thread of a Worker sleeps from one timer to the next and would run away with the automatic clock. In both
+// modes it waits until others, or the test, have moved the clock.
 //
-// A rest is a sleep that its predicate ends without the clock being moved; one that is over before it began is none.
+// A rest is a sleep that its predicate ends without the clock being moved; one that is over before it began is none. No
+// clock ends one that lasts forever, nor does it move the automatic one.
 //
 // As with the real class only whole milliseconds are slept, and a sleep of less than one is a yield in both modes.
 class FakeTime {

@@ -297,6 +297,13 @@ public:
     //
     // Another value changes nothing.
     //
+    // These change how the player works, from the moment on that is given; docs/options.md says more. They count before
+    // `init` too, and stay over a `stop`. Another value changes nothing and writes [KelpPlayer] "setOption, KEY can't
+    // be "VALUE", there is: VALUES" at Warn.
+    //
+    //     key         values, the first one holds unless set   from
+    //     "pictures"  "packed", "shared"                       the next `play`
+    //
     // Any other key is an option of FFmpeg's demuxers and protocols and goes to the opens to come, unread; unknown ones
     // are ignored there. Before `init` it has no effect. These are set from the start:
     //

@@ -178,7 +178,7 @@ public:
     // "retry_when_failed": milliseconds from a failure of the stream to its restart; 0, the default, for none. It is
     // restarted, in the state that it was in, as often as it fails, until `stop` or `reset`. A live source whose server
     // closes the connection is completed and hasn't failed; one whose server falls silent fails only with "timeout" or
-    // "listen_timeout". All other keys as in KelpPlayer.
+    // "listen_timeout". All other keys as in KelpPlayer; they stay over a restart, a `stop` and a `reset`.
     void setOption(const char* key, const char* value);
 
     // Callables and timers on the player's worker thread, in the order of its events; see KelpPlayer.

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "control/extern_sync_wrapper.h"
+#include "control/option_table.h"
 #include "control/worker_end.h"
 #include "kelp_player/log.h"
 #include "playtask/play_task.h"
@@ -235,8 +236,17 @@ void KelpPlayer::setOption(const char* key, const char* value) {
     }
     if (std::string_view(key) == "log_level") {
         setLogLevel(value);
-    } else {
+        return;
+    }
+    const PlaybackOption* const option = findPlaybackOption(key);
+    if (!option) {
         playTask_->setOption(key, value);
+        return;
+    }
+    bool known = false;
+    playTask_->changeOptions([&](PlaybackOptions& options) { known = option->read(value, options); });
+    if (!known) {
+        Log::Warn(kTag, "setOption, %s can't be \"%s\", there is: %s\n", key, value, option->values);
     }
 }
 

@@ -24,7 +24,7 @@ VideoDecodeThread::~VideoDecodeThread() {
 
 bool VideoDecodeThread::open(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat, bool enableHw,
                              HwDecodeMode hwDecodeMode, bool isLive,
-                             std::shared_ptr<VideoDecodeThreadObserver> observer) {
+                             std::shared_ptr<VideoDecodeThreadObserver> observer, const PlaybackOptions& options) {
     observer_ = std::move(observer);
     decoder_ = decoderFactory_->create(codecType);
     if (!decoder_) {
@@ -32,6 +32,7 @@ bool VideoDecodeThread::open(VideoCodecType codecType, const void* codecParamete
         return false;
     }
     decoder_->enableHardware(enableHw, hwDecodeMode);
+    decoder_->setOptions(options);
     const std::shared_ptr<VideoDecoderObserver> self = shared_from_this();
     if (!decoder_->open(codecType, codecParameters, pixFormat, isLive, self)) {
         Log::Debug(kName, "play, failed open video decoder\n");

@@ -10,6 +10,7 @@
 #include "decode/video_decoder_factory.h"
 #include "decode/video_frame_info.h"
 #include "kelp_player/types.h"
+#include "runtime/playback_options.h"
 
 namespace kelp {
 
@@ -45,7 +46,8 @@ public:
 
     // Makes and opens the decoder. `codecParameters`: the stream's AVCodecParameters, or null.
     bool open(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat, bool enableHw,
-              HwDecodeMode hwDecodeMode, bool isLive, std::shared_ptr<VideoDecodeThreadObserver> observer);
+              HwDecodeMode hwDecodeMode, bool isLive, std::shared_ptr<VideoDecodeThreadObserver> observer,
+              const PlaybackOptions& options = {});
 
     using BaseDecodeThread::fillPacket;
     using BaseDecodeThread::getQueuePacketSize;

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "kelp_player/types.h"
+#include "runtime/playback_options.h"
 
 namespace kelp {
 
@@ -29,8 +30,8 @@ protected:
     ~VideoDecoderObserver() = default;
 };
 
-// Turns packets into pictures. `enableHardware` and `open` come first, once, and before the thread that does all the
-// rest; `close` comes last and releases what `open` made.
+// Turns packets into pictures. `enableHardware`, `setOptions` and `open` come first, once, and before the thread that
+// does all the rest; `close` comes last and releases what `open` made.
 class IVideoDecoder {
 public:
     virtual ~IVideoDecoder() = default;
@@ -49,6 +50,8 @@ public:
 
     // Whether hardware is to be used, and which kinds. Takes effect at `open`.
     virtual bool enableHardware(bool enable, HwDecodeMode mode) = 0;
+    // What the host wants in another way; takes effect at `open`.
+    virtual void setOptions(const PlaybackOptions&) {}
 
     // How long a picture stays inside the decoder, smoothed, in milliseconds.
     virtual int64_t getAvgDecodeTime() = 0;

@@ -212,6 +212,16 @@ void PlayTask::setOption(const char* key, const char* value) {
     }
 }
 
+void PlayTask::changeOptions(const std::function<void(PlaybackOptions&)>& change) {
+    std::lock_guard lock(optionsMutex_);
+    change(options_);
+}
+
+PlaybackOptions PlayTask::options() {
+    std::lock_guard lock(optionsMutex_);
+    return options_;
+}
+
 void PlayTask::setSyncMasterMode(SyncMasterMode mode) {
     std::lock_guard lock(settingMutex_);
     syncMasterMode_ = mode;

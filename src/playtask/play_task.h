@@ -27,6 +27,7 @@
 #include "present/audio_play_thread.h"
 #include "present/video_play_thread.h"
 #include "runtime/atomic_shared_ptr.h"
+#include "runtime/playback_options.h"
 #include "runtime/worker.h"
 
 namespace kelp {
@@ -111,6 +112,8 @@ public:
 
     // A demuxer option, for the opens to come.
     void setOption(const char* key, const char* value);
+    // Has `change` alter what the host wants in another way than the standard one; each field says when it is read.
+    void changeOptions(const std::function<void(PlaybackOptions&)>& change);
 
     void setSyncMasterMode(SyncMasterMode mode);
     // The clock to follow in place of the master clock; none to return to that.
@@ -164,6 +167,9 @@ private:
 
     // The body of the load thread.
     void load(const std::string& fileName, int seekTime);
+
+    // What the host wants by now.
+    PlaybackOptions options();
 
     // The parts of `play`.
     void startAudio(const CodecInfo& codecInfo);
@@ -220,7 +226,9 @@ private:
 
     std::atomic<bool> enableHwDecoder_{true};
     std::atomic<HwDecodeMode> hwDecodeMode_{HW_DECODE_ALL};
-    float speed_ = 1.0f;  // guarded by settingMutex_
+    float speed_ = 1.0f;       // guarded by settingMutex_
+    PlaybackOptions options_;  // guarded by optionsMutex_
+    std::mutex optionsMutex_;
 
     // From `play`, when they run, to `stop`; a stage that failed is empty. The play threads come and go under
     // settingMutex_.

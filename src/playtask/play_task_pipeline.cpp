@@ -154,7 +154,7 @@ std::shared_ptr<VideoDecodeThread> PlayTask::startVideoDecode(const StreamInfo& 
     auto videoDecode = std::make_shared<VideoDecodeThread>();
     const DiscardOnThrow guard(*videoDecode);
     if (!videoDecode->open(codecInfo.videoCodecType, codecInfo.videoParameters, codecInfo.pixFormat, enableHwDecoder_,
-                           hwDecodeMode_, streamInfo.is_live, shared_from_this())) {
+                           hwDecodeMode_, streamInfo.is_live, shared_from_this(), options())) {
         Log::Error(kTag, "play, failed open video decode thread\n");
         discard(*videoDecode);
         return nullptr;

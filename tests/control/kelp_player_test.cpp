@@ -774,6 +774,40 @@ TEST_F(KelpPlayerTest, HandsOtherOptionsToTheDemuxerAfterInit) {
                                  "key:rtsp_transport, value:tcp\n", "key:stimeout, value:500000\n"));
 }
 
+TEST_F(KelpPlayerTest, ReadsItsOwnOptionsAtAnyTimeAndKeepsThem) {
+    player->setOption("pictures", "shared");
+    init();
+    PlayTaskPeer peer(*task());
+    EXPECT_TRUE(peer.options().sharedPictures);
+    player->stop();
+    EXPECT_TRUE(peer.options().sharedPictures);
+    player->setOption("pictures", "packed");
+    EXPECT_FALSE(peer.options().sharedPictures);
+}
+
+TEST_F(KelpPlayerTest, KeepsItsOwnOptionsFromTheDemuxer) {
+    init();
+    player->setOption("pictures", "shared");
+    player->setOption("pictures", "shard");
+    LogCapture log;
+    player->loadFileAsync(smallMedia("audio.mp4").c_str(), 0);
+    ASSERT_TRUE(waitUntil([&] { return recorder.has("prepared"); }));
+    EXPECT_TRUE(log.has("open, set key:"));
+    EXPECT_FALSE(log.has("open, set key:pictures"));
+}
+
+TEST_F(KelpPlayerTest, NamesTheValuesThatAnOptionHasIfItIsGivenAnother) {
+    init();
+    player->setOption("pictures", "shared");
+    LogCapture log;
+    player->setOption("pictures", "shard");
+    EXPECT_THAT(log.lines(),
+                ElementsAre("[KelpPlayer]: setOption, pictures can't be \"shard\", there is: packed, shared\n"));
+    EXPECT_TRUE(PlayTaskPeer(*task()).options().sharedPictures);
+    player->setOption("pictures", nullptr);
+    EXPECT_TRUE(PlayTaskPeer(*task()).options().sharedPictures);
+}
+
 TEST_F(KelpPlayerTest, FollowsTheHostsClockThroughOneWrapper) {
     init();
     HostClock first(5000);

@@ -2,11 +2,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
-#include <fstream>
-#include <map>
-#include <sstream>
 
+#include "control/document_parts.h"
 #include "kelp_player/log.h"
 
 namespace kelp::test {
@@ -110,43 +107,10 @@ std::string stepName(const testing::TestParamInfo<size_t>& step) {
 
 INSTANTIATE_TEST_SUITE_P(Of, ManagedTable, testing::Range<size_t>(0, managedTable().size()), stepName);
 
-// The text between the marks "<!-- name -->" and "<!-- end of name -->"; changed to `by` if that is wanted.
-std::string markedPart(std::string& document, const std::string& name, const std::string* by) {
-    const std::string open = "<!-- " + name + " -->\n";
-    const auto begin = document.find(open) + open.size();
-    const auto end = document.find("<!-- end of " + name + " -->", begin);
-    if (document.find(open) == std::string::npos || end == std::string::npos) {
-        ADD_FAILURE() << "the document has no mark " << name;
-        return "";
-    }
-    const std::string part = document.substr(begin, end - begin);
-    if (by) {
-        document.replace(begin, end - begin, *by);
-    }
-    return part;
-}
-
 // The document's table and diagram are made from the table above, by this test with KELP_WRITE_DOCUMENTS=1.
 TEST(ManagedTableDocument, ShowsWhatTheTestsCheck) {
-    std::string document;
-    {
-        std::ostringstream text;
-        text << std::ifstream(KELP_MANAGED_DOCUMENT).rdbuf();
-        document = text.str();
-    }
-    const std::map<std::string, std::string> parts = {{"table", tableForTheDocument()},
-                                                      {"diagram", "```mermaid\n" + diagramForTheDocument() + "```\n"}};
-    const bool write = std::getenv("KELP_WRITE_DOCUMENTS") != nullptr;
-    for (const auto& [name, text] : parts) {
-        const std::string part = markedPart(document, name, write ? &text : nullptr);
-        if (!write) {
-            EXPECT_EQ(part, text) << KELP_MANAGED_DOCUMENT
-                                  << " is out of date: run this test with KELP_WRITE_DOCUMENTS=1";
-        }
-    }
-    if (write) {
-        std::ofstream(KELP_MANAGED_DOCUMENT) << document;
-    }
+    expectDocumentShows(KELP_MANAGED_DOCUMENT, {{"table", tableForTheDocument()},
+                                                {"diagram", "```mermaid\n" + diagramForTheDocument() + "```\n"}});
 }
 
 }  // namespace

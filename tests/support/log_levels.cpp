@@ -34,6 +34,7 @@ constexpr Due kDue[] = {
     {kError, "KelpPlayer", "Could not initialize SDL - "},
     {kError, "KelpPlayer", "(Did you set the DISPLAY variable?)"},
     {kError, "KelpPlayer", "loadFileAsync, no file name"},
+    {kWarn, "KelpPlayer", "setOption, "},
 
     {kError, "ExternSyncWrapper", "setExternSyncClock, the host's clock is still being read after "},
 

@@ -1,0 +1,74 @@
+#include "control/option_table.h"
+
+#include <gmock/gmock.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "control/document_parts.h"
+
+namespace kelp::test {
+namespace {
+
+// The words of a row; "or milliseconds" and the like are none.
+std::vector<std::string> wordsOf(const PlaybackOption& row) {
+    std::vector<std::string> words;
+    std::istringstream values(row.values);
+    for (std::string word; std::getline(values >> std::ws, word, ',');) {
+        if (word.find(' ') == std::string::npos) {
+            words.push_back(word);
+        }
+    }
+    return words;
+}
+
+TEST(OptionTable, HasTheStandardFirstAndNamesAnotherOneAsTheBetter) {
+    for (const auto& row : playbackOptions()) {
+        PlaybackOptions options;
+        EXPECT_TRUE(row.read(wordsOf(row).at(0), options)) << row.key;
+        EXPECT_EQ(options, PlaybackOptions()) << row.key;
+        EXPECT_TRUE(row.read(row.recommended, options)) << row.key;
+        EXPECT_NE(options, PlaybackOptions()) << row.key;
+        EXPECT_TRUE(row.read(wordsOf(row)[0], options)) << row.key;
+        EXPECT_EQ(options, PlaybackOptions()) << row.key << " can't be set back";
+    }
+}
+
+TEST(OptionTable, TakesEveryWordThatItNamesAndNoOther) {
+    for (const auto& row : playbackOptions()) {
+        for (const auto& word : wordsOf(row)) {
+            PlaybackOptions options;
+            EXPECT_TRUE(row.read(word, options)) << row.key << " " << word;
+            const PlaybackOptions before = options;
+            for (const auto& wrong :
+                 {word + " ", " " + word, word + "s", std::string(), std::string("no such value")}) {
+                EXPECT_FALSE(row.read(wrong, options)) << row.key << " \"" << wrong << "\"";
+                EXPECT_EQ(options, before) << row.key << " \"" << wrong << "\"";
+            }
+        }
+    }
+}
+
+TEST(OptionTable, FindsItsKeysAlone) {
+    for (const auto& row : playbackOptions()) {
+        EXPECT_EQ(findPlaybackOption(row.key), &row);
+    }
+    for (const char* key : {"", "picture", "Pictures", "log_level", "retry_when_failed", "max_delay"}) {
+        EXPECT_EQ(findPlaybackOption(key), nullptr) << key;
+    }
+}
+
+TEST(OptionTable, StandsInTheDocument) {
+    std::string table =
+        "| key | values, the standard first | recommended | what the others do | in force |\n"
+        "| --- | --- | --- | --- | --- |\n";
+    for (const auto& row : playbackOptions()) {
+        table += "| `" + std::string(row.key) + "` | " + row.values + " | " + row.recommended + " | " + row.effect +
+                 " | " + row.inForce + " |\n";
+    }
+    expectDocumentShows(KELP_OPTIONS_DOCUMENT, {{"options", table}});
+}
+
+}  // namespace
+}  // namespace kelp::test

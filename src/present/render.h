@@ -9,7 +9,7 @@ namespace kelp {
 
 // Puts pictures on one output. It shows what it is told when it is told; all timing lies with its owner.
 //
-// All operations are called on the video play thread: `init` once, then `fillFrame` and `refresh` for every picture,
+// All operations are called on the video play thread: `init` once, then `fillFrame` and `refresh` for every drawing,
 // and `close` at the end. A renderer whose `init` failed takes all of them and shows nothing.
 class IRender {
 public:
@@ -20,6 +20,10 @@ public:
 
     // The window is to have another size, in pixels.
     virtual bool updateWindowSize(int width, int height) = 0;
+
+    // For how many milliseconds the output goes on showing `frame`, or what is there if it is empty, without being
+    // drawn again; 0 if it is to be drawn now. An output that wants each drawing, as a frame sink, keeps nothing.
+    virtual int keepsForMs(const std::shared_ptr<VideoFrameInfo>& /*frame*/) { return 0; }
 
     // Gives the picture of the next `refresh`.
     virtual bool fillFrame(std::shared_ptr<VideoFrameInfo> frame) = 0;

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "decode/decoded_frame.h"
 #include "kelp_player/log.h"
 #include "present/sdl_thread_storage.h"
+#include "runtime/kelp_time.h"
 
 namespace kelp {
 
@@ -16,6 +18,7 @@ namespace {
 constexpr char kTag[] = "SDLRender";
 constexpr int kPlanes = 3;
 constexpr uint8_t kNoColor = 128;  // of a chroma sample
+constexpr int kMaxKeepMs = 100;
 
 // Where a turned picture goes before SDL turns it about the centre: it keeps its aspect ratio, and it is centred in
 // the output. `width` and `height` are the picture's.
@@ -118,29 +121,44 @@ bool SDLRender::updateWindowSize(int width, int height) {
     return true;
 }
 
+int SDLRender::keepsForMs(const std::shared_ptr<VideoFrameInfo>& frame) {
+    std::lock_guard lock(mutex_);
+    if (!drawnMs_ || (frame && !isKnown(*frame)) || outputSize() != std::pair(width_, height_)) {
+        return 0;
+    }
+    const int64_t sinceMs = KelpTime::getTimeMs() - *drawnMs_;  // of a clock that may be set
+    return sinceMs >= 0 && sinceMs < kMaxKeepMs ? static_cast<int>(kMaxKeepMs - sinceMs) : 0;
+}
+
 bool SDLRender::fillFrame(std::shared_ptr<VideoFrameInfo> frame) {
     std::lock_guard lock(mutex_);
+    if (frame && !isKnown(*frame)) {
+        framePts_ = frame->pts;
+        isFilled_ = false;
+        drawnMs_.reset();
+    }
     frame_ = std::move(frame);
     return true;
 }
 
 bool SDLRender::refresh() {
     std::lock_guard lock(mutex_);
-    const auto frame = frame_;
+    drawnMs_.reset();
     if (!renderer_ || !window_) {
         return false;
     }
     followOutputSize();
     SDL_SetRenderDrawColor(renderer_, 0, 0, 0, SDL_ALPHA_OPAQUE);
     SDL_RenderClear(renderer_);
-    if (!frame) {
+    if (!frame_) {
         SDL_RenderPresent(renderer_);
+        drawnMs_ = KelpTime::getTimeMs();
         return true;
     }
 
-    const SDL_YUV_CONVERSION_MODE mode = conversionMode(*frame);
+    const SDL_YUV_CONVERSION_MODE mode = conversionMode(*frame_);
     SDL_SetYUVConversionMode(mode);
-    const bool drawn = draw(*frame);
+    const bool drawn = draw(*frame_);
     if (drawn || mode != SDL_YUV_CONVERSION_AUTOMATIC) {  // it is the process's
         SDL_SetYUVConversionMode(SDL_YUV_CONVERSION_AUTOMATIC);
     }
@@ -172,6 +190,7 @@ void SDLRender::close() {
         window_ = nullptr;
     }
     frame_.reset();
+    drawnMs_.reset();
 }
 
 // Leaves the choice of the driver to SDL; the list is for the log.
@@ -201,16 +220,20 @@ bool SDLRender::createRenderer() {
     return true;
 }
 
+// The last one known if the renderer doesn't tell.
+std::pair<int, int> SDLRender::outputSize() {
+    std::pair size(width_, height_);
+    SDL_GetRendererOutputSize(renderer_, &size.first, &size.second);
+    return size;
+}
+
 // A texture doesn't outlive a change of the output's size.
 void SDLRender::followOutputSize() {
-    int width = width_;
-    int height = height_;
-    SDL_GetRendererOutputSize(renderer_, &width, &height);
-    if (width == width_ && height == height_) {
+    const auto size = outputSize();
+    if (size == std::pair(width_, height_)) {
         return;
     }
-    width_ = width;
-    height_ = height;
+    std::tie(width_, height_) = size;
     if (texture_) {
         SDL_DestroyTexture(texture_);
         texture_ = nullptr;
@@ -221,7 +244,8 @@ bool SDLRender::draw(const VideoFrameInfo& frame) {
     if (!prepareTexture(frame)) {
         return false;
     }
-    if (!updateTexture(frame)) {
+    isFilled_ = isFilled_ || updateTexture(frame);
+    if (!isFilled_) {
         Log::Error(kTag, "SDL_UpdateYUVTexture failed\n");
         return false;
     }
@@ -230,7 +254,9 @@ bool SDLRender::draw(const VideoFrameInfo& frame) {
     if (SDL_RenderCopyEx(renderer_, texture_, nullptr, upright ? nullptr : &turned, frame.rotate, nullptr,
                          SDL_FLIP_NONE) < 0) {
         Log::Error(kTag, "SDL_RenderCopyEx faield\n");
+        return true;
     }
+    drawnMs_ = KelpTime::getTimeMs();
     return true;
 }
 
@@ -244,6 +270,7 @@ bool SDLRender::prepareTexture(const VideoFrameInfo& frame) {
     }
     texture_ =
         SDL_CreateTexture(renderer_, SDL_PIXELFORMAT_IYUV, SDL_TEXTUREACCESS_STREAMING, frame.width, frame.height);
+    isFilled_ = false;
     if (!texture_) {
         return false;
     }

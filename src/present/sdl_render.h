@@ -2,8 +2,11 @@
 
 #include <SDL.h>
 
+#include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <utility>
 
 #include "present/render.h"
 
@@ -23,6 +26,8 @@ public:
     // On failure what was made so far stays until `close`.
     bool init(WindowType type, void* window, int width, int height, int fps) override;
     bool updateWindowSize(int width, int height) override;
+    // Not more than 100 ms from the last drawing, since nobody tells when a window was covered.
+    int keepsForMs(const std::shared_ptr<VideoFrameInfo>& frame) override;
     bool fillFrame(std::shared_ptr<VideoFrameInfo> frame) override;
 
     // Without a picture the window turns black. False if there is nothing to draw on, or if the picture can't be
@@ -33,7 +38,10 @@ public:
     void close() override;
 
 private:
+    // Whether it is frame_, and the picture of then: blanking it lowers its time.
+    bool isKnown(const VideoFrameInfo& frame) const { return &frame == frame_.get() && frame.pts == framePts_; }
     bool createRenderer();
+    std::pair<int, int> outputSize();
     void followOutputSize();
     // Whether there is a picture to present.
     bool draw(const VideoFrameInfo& frame);
@@ -49,6 +57,9 @@ private:
     int textureWidth_ = 0;            // in pixels
     int textureHeight_ = 0;
     std::shared_ptr<VideoFrameInfo> frame_;  // of the next refresh
+    int64_t framePts_ = 0;                   // its time when it was given, in milliseconds
+    bool isFilled_ = false;                  // texture_ holds frame_
+    std::optional<int64_t> drawnMs_;         // when that was drawn; empty if it wasn't
     std::mutex mutex_;                       // guards all of the above
 };
 

@@ -25,9 +25,11 @@ void WindowList::add(WindowType type, void* window, int width, int height) {
         known->newWidth = width;
         known->newHeight = height;
         known->removed = false;
+        known->wantsDrawing = true;
         return;
     }
-    windows_.push_back({type, window, width, height, width, height, /*removed=*/false, /*paused=*/false, nullptr});
+    windows_.push_back({type, window, width, height, width, height, /*removed=*/false, /*paused=*/false,
+                        /*wantsDrawing=*/true, nullptr});
 }
 
 void WindowList::remove(void* window) {
@@ -43,6 +45,7 @@ void WindowList::pause(void* window, bool paused) {
     Log::Debug(kTag, "%s, window info size:%d, window:%p, pause:%d\n", "pauseWindow", count(), window, paused);
     if (Window* known = find(window)) {
         known->paused = paused;
+        known->wantsDrawing = true;
     }
 }
 
@@ -52,6 +55,7 @@ void WindowList::resize(void* window, int width, int height) {
     if (Window* known = find(window)) {
         known->newWidth = width;
         known->newHeight = height;
+        known->wantsDrawing = true;
     }
 }
 
@@ -73,7 +77,7 @@ void WindowList::draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps) {
         if (resized && window.newWidth > 0 && window.newHeight > 0) {
             window.render->updateWindowSize(window.newWidth, window.newHeight);
         }
-        if (!window.paused) {
+        if (!window.paused && (window.wantsDrawing || window.render->keepsForMs(frame) == 0)) {
             if (frame) {
                 window.render->fillFrame(frame);
             }
@@ -128,6 +132,7 @@ void WindowList::collectDrawings() {
         drawings_.push_back({window, created});
         window.width = window.newWidth;
         window.height = window.newHeight;
+        window.wantsDrawing = false;
     }
 }
 

@@ -29,7 +29,8 @@ public:
     void pause(void* window, bool paused);
     void resize(void* window, int width, int height);
 
-    // Draws `frame` on every window, or what is there if it is empty. `fps` is for the renderers of new windows.
+    // Brings `frame`, or what is there if it is empty, to every window that doesn't show it as it is. `fps` is for the
+    // renderers of new windows.
     void draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps);
 
     void closeAll();
@@ -46,6 +47,7 @@ private:
         int newHeight;
         bool removed;                     // goes at the next drawing
         bool paused;                      // takes no more pictures
+        bool wantsDrawing;                // whatever its renderer keeps: its size or its pause may have changed
         std::shared_ptr<IRender> render;  // empty until the first drawing
     };
 

@@ -44,6 +44,7 @@ struct SdlCallHooks {
         }
         SDL_Rect size{};
         SDL_RenderGetViewport(renderer, &size);
+        current->onPresent(SDL_RenderGetWindow(renderer));
         current->pixels_.assign(static_cast<size_t>(size.w * size.h), 0);
         current->width_ = size.w;
         SDL_RenderReadPixels(renderer, nullptr, SDL_PIXELFORMAT_ARGB8888, current->pixels_.data(), size.w * 4);

@@ -3,6 +3,7 @@
 #include <SDL.h>
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -36,6 +37,9 @@ public:
 
     // The window that SDL_CreateWindowFrom gives; without one it is called.
     SDL_Window* windowFrom = nullptr;
+
+    // Called before a picture is presented.
+    std::function<void(SDL_Window*)> onPresent = [](SDL_Window*) {};
 
     // The picture last presented.
     struct Color {

@@ -210,11 +210,14 @@ TEST_F(SDLRenderTest, DrawsAPictureStraightFromItsPlanes) {
 TEST_F(SDLRenderTest, KeepsItsTextureFromPictureToPicture) {
     init();
     show(makePicture(0));
-    const std::vector<std::string> expected{
+    std::vector<std::string> expected{
         "SetYUVConversionMode 3", "UpdateYUVTexture null pitch 16 8 8, u at 128, v at 160",
         "RenderCopyEx from null to null angle 0 center null flip 0", "SetYUVConversionMode 3", "RenderPresent"};
-    EXPECT_EQ(show(makePicture(40)), expected);
-    // And draws the same picture again without being given it.
+    const auto frame = makePicture(40);
+    EXPECT_EQ(show(frame), expected);
+    // And draws the same picture again from what the texture holds, given once more or not.
+    expected.erase(expected.begin() + 1);
+    EXPECT_EQ(show(frame), expected);
     sdl.calls.clear();
     EXPECT_TRUE(render.refresh());
     EXPECT_EQ(std::vector<std::string>(sdl.calls.begin() + 3, sdl.calls.end()), expected);

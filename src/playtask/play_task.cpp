@@ -6,14 +6,9 @@
 #include "kelp_player/kelp_player.h"
 #include "kelp_player/log.h"
 
-// The object itself, the plain commands and the choice of the clock. Starting and stopping, events
-// and seeks have sources of their own.
+// The plain commands and the choice of the clock. Starting and stopping, events and seeks have sources of their own.
 
 namespace kelp {
-
-PlayTask::PlayTask() = default;
-
-PlayTask::~PlayTask() = default;
 
 void PlayTask::init(EventCallback callback, std::shared_ptr<Worker> worker) {
     eventCallback_ = std::move(callback);
@@ -74,16 +69,7 @@ bool PlayTask::pause() {
     if (const auto clock = masterClock_.load()) {
         clock->save(-1);
     }
-    if (streamParser_) {
-        streamParser_->pause(true);
-    }
-    if (const auto videoPlay = videoPlayThread_.load()) {
-        videoPlay->pause(true);
-    }
-    if (const auto audioPlay = audioPlayThread_.load()) {
-        audioPlay->pause(true);
-    }
-    return true;
+    return pauseStages(true);
 }
 
 bool PlayTask::resume() {
@@ -91,14 +77,18 @@ bool PlayTask::resume() {
     if (const auto clock = masterClock_.load()) {
         clock->restore();
     }
+    return pauseStages(false);
+}
+
+bool PlayTask::pauseStages(bool paused) {
     if (streamParser_) {
-        streamParser_->pause(false);
+        streamParser_->pause(paused);
     }
     if (const auto videoPlay = videoPlayThread_.load()) {
-        videoPlay->pause(false);
+        videoPlay->pause(paused);
     }
     if (const auto audioPlay = audioPlayThread_.load()) {
-        audioPlay->pause(false);
+        audioPlay->pause(paused);
     }
     return true;
 }
@@ -130,25 +120,14 @@ int PlayTask::getCurrentTime() {
     return 0;
 }
 
-int PlayTask::getDuration() {
-    return static_cast<int>(durationMs_);
-}
-
 PlayDetailInfo PlayTask::getPlayDetailInfo() {
-    PlayDetailInfo info;
-    info.width = playDetailWidth_;
-    info.height = playDetailHeight_;
-    info.rotate = playDetailRotate_;
-    info.fps = playDetailFps_;
-    info.duration = durationMs_;
-    return info;
+    return {playDetailWidth_, playDetailHeight_, playDetailRotate_, playDetailFps_, durationMs_};
 }
 
 bool PlayTask::addWindow(WindowType type, void* handle, int width, int height) {
     {
         std::lock_guard lock(windowMutex_);
-        const auto known = std::find_if(windowInfos_.begin(), windowInfos_.end(),
-                                        [handle](const WindowInfo& info) { return info.handle == handle; });
+        const auto known = std::ranges::find(windowInfos_, handle, &WindowInfo::handle);
         if (known != windowInfos_.end()) {
             known->width = width;
             known->height = height;
@@ -269,22 +248,6 @@ void PlayTask::updateSyncObject() {
     if (videoPlay && mode != SYNC_MASTER_VIDEO) {
         videoPlay->setSyncObject(master);
     }
-}
-
-std::shared_ptr<FrameBuffer> PlayTask::allocPixBuffer(unsigned int size) {
-    return pixPool_.alloc(size);
-}
-
-void PlayTask::freePixBuffer(std::shared_ptr<FrameBuffer> buffer) {
-    pixPool_.free(std::move(buffer));
-}
-
-std::shared_ptr<FrameBuffer> PlayTask::allocPcmBuffer(unsigned int size) {
-    return pcmPool_.alloc(size);
-}
-
-void PlayTask::freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) {
-    pcmPool_.free(std::move(buffer));
 }
 
 }  // namespace kelp

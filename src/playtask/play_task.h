@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "clock/master_clock.h"
@@ -50,11 +51,6 @@ struct PlayDetailInfo {
 // thread at a time; the other commands from any. The observer operations come on the stages' threads. Every event goes
 // through the callback of `init`, on the thread that raises it, possibly with a stage's queue mutex held: the callback
 // only posts.
-//
-// The task and its parser hold each other from `init` on, so they, the extrapolator and the render timing stay
-// allocated for good; after `stop` no thread runs in them.
-//
-// Lock order: seekRunMutex_, a decode thread's queue mutex, a play thread's queue mutex, the worker's.
 class PlayTask : public StreamParserObserver,
                  public VideoDecodeThreadObserver,
                  public AudioDecodeThreadObserver,
@@ -64,10 +60,7 @@ class PlayTask : public StreamParserObserver,
 public:
     using EventCallback = std::function<void(EventType, int, int, int)>;
 
-    PlayTask();
-    PlayTask(const PlayTask&) = delete;
-    PlayTask& operator=(const PlayTask&) = delete;
-    virtual ~PlayTask();
+    virtual ~PlayTask() = default;
 
     // Makes the parser and what goes with it. Deferred seeks run on `worker`. Throws std::bad_weak_ptr if the task
     // isn't held by a shared pointer.
@@ -97,7 +90,7 @@ public:
 
     // The position in milliseconds; during a seek its target.
     int getCurrentTime();
-    int getDuration();
+    int getDuration() { return static_cast<int>(durationMs_); }
     PlayDetailInfo getPlayDetailInfo();
 
     // The windows survive `stop`.
@@ -149,15 +142,15 @@ private:
     void onVideoDecodeFailed() override;
     void onVideoDecodeNoMoreFrame() override;
     void onVideoDecodeSeek(int seekTimeMs, bool flush) override;
-    std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) override;
-    void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) override;
+    std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) override { return pixPool_.alloc(size); }
+    void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) override { pixPool_.free(std::move(buffer)); }
 
     // From the audio decode thread; likewise.
     void onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) override;
     int onSpeedUpSamples() override;
     void onAudioDecodeSeek(int seekTimeMs, bool flush) override;
-    std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) override;
-    void freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) override;
+    std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) override { return pcmPool_.alloc(size); }
+    void freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) override { pcmPool_.free(std::move(buffer)); }
 
     // From the play threads, at the very first frame and at the end of each seek, then with their queue mutex held.
     void onFirstVideoFrame(int64_t framePtsMs) override;
@@ -170,6 +163,8 @@ private:
 
     // What the host wants by now.
     PlaybackOptions options();
+
+    bool pauseStages(bool paused);
 
     // The parts of `play`.
     void startAudio(const CodecInfo& codecInfo);

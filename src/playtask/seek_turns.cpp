@@ -4,11 +4,7 @@
 
 namespace kelp {
 
-namespace {
-
 constexpr const char* kTag = "PlayTask";
-
-}  // namespace
 
 bool SeekTurns::request(int timeMs) {
     std::lock_guard lock(mutex_);

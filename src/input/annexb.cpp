@@ -19,15 +19,9 @@ bool beginsWithStartCode(const uint8_t* data, int size) {
 }  // namespace
 
 bool isLengthPrefixed(int codecId, const uint8_t* extraData, int size) {
-    int minSize = 0;
-    if (codecId == AV_CODEC_ID_H264) {
-        minSize = 1;
-    } else if (codecId == AV_CODEC_ID_HEVC) {
-        minSize = kMinHevcRecordBytes;
-    } else {
-        return false;
-    }
-    return extraData && size >= minSize && !beginsWithStartCode(extraData, size);
+    const bool isLongEnough =
+        (codecId == AV_CODEC_ID_H264 && size >= 1) || (codecId == AV_CODEC_ID_HEVC && size >= kMinHevcRecordBytes);
+    return extraData && isLongEnough && !beginsWithStartCode(extraData, size);
 }
 
 }  // namespace kelp

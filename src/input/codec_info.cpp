@@ -7,12 +7,8 @@ namespace kelp {
 CodecInfo::CodecInfo() = default;
 
 CodecInfo::~CodecInfo() {
-    if (videoParameters) {
-        compat::freeParameters(&videoParameters);
-    }
-    if (audioParameters) {
-        compat::freeParameters(&audioParameters);
-    }
+    compat::freeParameters(&videoParameters);
+    compat::freeParameters(&audioParameters);
 }
 
 }  // namespace kelp

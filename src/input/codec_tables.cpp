@@ -1,5 +1,8 @@
 #include "input/codec_tables.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "runtime/ffmpeg_compat.h"
 
 extern "C" {
@@ -46,22 +49,14 @@ constexpr Entry<int> kSampleFormats[] = {
 
 template <class Type, int size>
 Type findOwn(const Entry<Type> (&table)[size], int av, Type none) {
-    for (const auto& entry : table) {
-        if (entry.av == av) {
-            return entry.own;
-        }
-    }
-    return none;
+    const auto* entry = std::ranges::find(table, av, &Entry<Type>::av);
+    return entry == std::end(table) ? none : entry->own;
 }
 
 template <class Type, int size>
 int findAv(const Entry<Type> (&table)[size], Type own, int none) {
-    for (const auto& entry : table) {
-        if (entry.own == own) {
-            return entry.av;
-        }
-    }
-    return none;
+    const auto* entry = std::ranges::find(table, own, &Entry<Type>::own);
+    return entry == std::end(table) ? none : entry->av;
 }
 
 }  // namespace

@@ -23,16 +23,4 @@ std::string MediaPacket::toString() {
     return text;
 }
 
-VideoPacket::VideoPacket() {
-    mediaType = 0;
-}
-
-VideoPacket::~VideoPacket() = default;
-
-AudioPacket::AudioPacket() {
-    mediaType = 1;
-}
-
-AudioPacket::~AudioPacket() = default;
-
 }  // namespace kelp

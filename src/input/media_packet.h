@@ -35,17 +35,13 @@ public:
 // A normal packet has bytes, an end packet has none and a flush packet has none and `flush` set.
 class VideoPacket : public MediaPacket {
 public:
-    VideoPacket();
-    ~VideoPacket() override;
-
     bool keyFrame = false;
     bool foundKeyFrame = false;  // a key frame came before this packet since the input was opened, sought or resumed
 };
 
 class AudioPacket : public MediaPacket {
 public:
-    AudioPacket();
-    ~AudioPacket() override;
+    AudioPacket() { mediaType = 1; }
 };
 
 }  // namespace kelp

@@ -8,7 +8,7 @@ namespace kelp {
 // What is known of a source as a whole: a snapshot that stays valid after the source was closed.
 class StreamInfo {
 public:
-    virtual ~StreamInfo();
+    virtual ~StreamInfo() = default;
 
     // The fields as one line for the log.
     std::string toString();

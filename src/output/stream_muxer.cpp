@@ -43,17 +43,13 @@ std::array<char, 255> errorText(int error) {
     return text;
 }
 
-class Dictionary {
-public:
+struct Dictionary {
     Dictionary() = default;
     Dictionary(const Dictionary&) = delete;
     Dictionary& operator=(const Dictionary&) = delete;
-    ~Dictionary() { av_dict_free(&dictionary_); }
+    ~Dictionary() { av_dict_free(&entries); }
 
-    AVDictionary** address() { return &dictionary_; }
-
-private:
-    AVDictionary* dictionary_ = nullptr;
+    AVDictionary* entries = nullptr;
 };
 
 }  // namespace
@@ -119,9 +115,9 @@ bool StreamMuxer::open(const std::string& filePath, std::shared_ptr<CodecInfo> c
     Dictionary dictionary;
     for (const auto& [key, value] : options_) {
         Log::Debug(kTag, "%s, set key:%s, value:%s\n", "open", key.c_str(), value.c_str());
-        av_dict_set(dictionary.address(), key.c_str(), value.c_str(), 0);
+        av_dict_set(&dictionary.entries, key.c_str(), value.c_str(), 0);
     }
-    if (avformat_write_header(formatContext_, dictionary.address()) < 0) {
+    if (avformat_write_header(formatContext_, &dictionary.entries) < 0) {
         Log::Error(kTag, "%s, Error occurred when opening output\n", "open");
         return false;
     }
@@ -154,10 +150,7 @@ bool StreamMuxer::outputFrame(unsigned char* data, unsigned int size, int64_t pt
     packet.dts = lastPts_;
     packet.data = data;
     packet.size = static_cast<int>(size);
-    packet.stream_index = 0;
     packet.flags = keyFrame ? AV_PKT_FLAG_KEY : 0;
-    packet.duration = 0;
-    packet.pos = -1;
     packet.time_base = {1, static_cast<int>(timeBase_)};
 
     const int result = av_interleaved_write_frame(formatContext_, &packet);

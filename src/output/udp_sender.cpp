@@ -10,11 +10,7 @@
 
 namespace kelp {
 
-namespace {
-
 constexpr int kSendBufferBytes = 524288;
-
-}  // namespace
 
 bool UdpSender::startSender(std::string address, unsigned short port) {
     address_ = std::move(address);

@@ -2,16 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <limits>
 #include <utility>
 
 #include "clock/render_timing.h"
-#include "clock/wrapping_math.h"
 #include "kelp_player/log.h"
 
 namespace kelp {
-
-namespace {
 
 constexpr char kTag[] = "VideoPlayThread";
 
@@ -27,15 +23,6 @@ constexpr int64_t kLateLogMs = 20;
 constexpr int64_t kHoldAheadMs = 500;  // a frame this far ahead of a forcing master is not due at all
 
 constexpr int kTooLateMinQueued = 2;  // the last frame in the queue is never skipped
-
-// Whole frame steps from the timer to now.
-int countSteps(int64_t elapsedMs, int64_t delayMs) {
-    const double steps = std::floor(static_cast<double>(elapsedMs) / static_cast<double>(delayMs));
-    return static_cast<int>(std::clamp(steps, static_cast<double>(std::numeric_limits<int>::min()),
-                                       static_cast<double>(std::numeric_limits<int>::max())));
-}
-
-}  // namespace
 
 PictureTiming::PictureTiming(bool isLive, RenderTiming* renderTiming, std::function<int()> queueSize)
     : isLive_(isLive), renderTiming_(renderTiming), queueSize_(std::move(queueSize)) {
@@ -80,10 +67,6 @@ int64_t PictureTiming::computeDelay(int64_t delay) {
     return corrected;
 }
 
-int64_t PictureTiming::dueMs() const {
-    return wrappingAdd(frameTimer_, delay_);
-}
-
 bool PictureTiming::hasClockJumped(int64_t nowMs) {
     const int64_t sinceTimer = wrappingSubtract(nowMs, frameTimer_);
     const int64_t offTimer = sinceTimer < 0 ? wrappingSubtract(0, sinceTimer) : sinceTimer;
@@ -121,7 +104,8 @@ void PictureTiming::step(int64_t pts, int64_t durationMs, int64_t nowMs) {
         frameTimer_ = wrappingSubtract(nowMs, delay_);
     }
     if (delay_ > 0) {
-        const int n = countSteps(wrappingSubtract(nowMs, frameTimer_), delay_);
+        const auto sinceTimer = static_cast<double>(wrappingSubtract(nowMs, frameTimer_));
+        const int n = truncated<int>(std::floor(sinceTimer / static_cast<double>(delay_)));
         const int count = std::max(n, 1);
         if (count > 1) {
             Log::Debug(kTag, "delayCount:%d n:%d\n", count, n);

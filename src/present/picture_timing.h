@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "clock/sync_object.h"
+#include "clock/wrapping_math.h"
 #include "decode/video_frame_info.h"
 #include "present/running_clock.h"
 #include "runtime/atomic_shared_ptr.h"
@@ -44,7 +45,7 @@ public:
 
     // The very first picture is due at once.
     bool isDue(int64_t nowMs) const { return !hadOutput_ || nowMs >= dueMs(); }
-    int64_t dueMs() const;
+    int64_t dueMs() const { return wrappingAdd(frameTimer_, delay_); }
 
     // After a part of the wait: whether the wall clock was set, so that the wait means nothing.
     bool hasClockJumped(int64_t nowMs);

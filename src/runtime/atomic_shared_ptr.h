@@ -16,8 +16,6 @@ class AtomicSharedPtr {
 public:
     constexpr AtomicSharedPtr() = default;
     explicit AtomicSharedPtr(std::shared_ptr<T> pointer) : pointer_(std::move(pointer)) {}
-    AtomicSharedPtr(const AtomicSharedPtr&) = delete;
-    AtomicSharedPtr& operator=(const AtomicSharedPtr&) = delete;
 
     std::shared_ptr<T> load() const {
         std::lock_guard lock(mutex_);

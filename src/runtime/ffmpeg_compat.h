@@ -29,7 +29,7 @@ constexpr auto kCodecId270 = static_cast<AVCodecID>(270);
 // caller owns it and gives it back to freeParameters.
 AVCodecParameters* copyParameters(const AVStream* stream);
 
-// Frees what copyParameters or avcodec_parameters_alloc made and sets the pointer to null.
+// Frees what copyParameters or avcodec_parameters_alloc made, if anything, and sets the pointer to null.
 void freeParameters(AVCodecParameters** parameters);
 
 // The 3x3 display matrix that came with `parameters`, nine values in the form that av_display_rotation_get takes, or

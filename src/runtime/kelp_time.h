@@ -10,7 +10,6 @@ namespace kelp {
 // class and step it.
 class KelpTime {
 public:
-    KelpTime() = default;
     virtual ~KelpTime() = default;
 
     // Microseconds, and milliseconds, since 1970-01-01 00:00:00 UTC.

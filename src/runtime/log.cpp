@@ -37,11 +37,16 @@ constinit std::atomic<int> m_iLevel{LEVEL_INFO};
 constinit std::mutex m_mutex;  // serialises the output
 constinit NeverDestroyed<AtomicSharedPtr<Callback>> m_callback;
 
-// Formats a message into a zeroed buffer, cut so that it still ends its line. Of a message that fits, the terminator
-// comes before the line feed that is set here.
-void FormatLine(char (&message)[kLineSize], const char* format, va_list args) {
+// Writes a message, cut so that it still ends its line. Of one that fits, the terminator comes before the line feed
+// that is set here.
+void MessageOfOneLine(const char* tag, int level, const char* format, va_list args) {
+    if (level > Log::GetLevel()) {
+        return;
+    }
+    char message[kLineSize] = {};
     std::vsnprintf(message, kLineSize, format, args);
     message[kLineSize - 2] = '\n';
+    Log::Message(tag, level, "%s", message);
 }
 
 // Writes a line whose prefix is there already.
@@ -69,58 +74,38 @@ void Output(const char* prefix, const char* tag, bool newLine, const char* forma
 }  // namespace
 
 void Log::Debug(const char* tag, const char* format, ...) {
-    if (m_iLevel.load(std::memory_order_relaxed) < LEVEL_DEBUG) {
-        return;
-    }
-    char message[kLineSize] = {};
     va_list args;
     va_start(args, format);
-    FormatLine(message, format, args);
+    MessageOfOneLine(tag, LEVEL_DEBUG, format, args);
     va_end(args);
-    Message(tag, LEVEL_DEBUG, "%s", message);
 }
 
 void Log::Info(const char* tag, const char* format, ...) {
-    if (m_iLevel.load(std::memory_order_relaxed) < LEVEL_INFO) {
-        return;
-    }
-    char message[kLineSize] = {};
     va_list args;
     va_start(args, format);
-    FormatLine(message, format, args);
+    MessageOfOneLine(tag, LEVEL_INFO, format, args);
     va_end(args);
-    Message(tag, LEVEL_INFO, "%s", message);
 }
 
 void Log::Warn(const char* tag, const char* format, ...) {
-    if (m_iLevel.load(std::memory_order_relaxed) < LEVEL_WARN) {
-        return;
-    }
-    char message[kLineSize] = {};
     va_list args;
     va_start(args, format);
-    FormatLine(message, format, args);
+    MessageOfOneLine(tag, LEVEL_WARN, format, args);
     va_end(args);
-    Message(tag, LEVEL_WARN, "%s", message);
 }
 
 void Log::Error(const char* tag, const char* format, ...) {
-    if (m_iLevel.load(std::memory_order_relaxed) < LEVEL_ERROR) {
-        return;
-    }
-    char message[kLineSize] = {};
     va_list args;
     va_start(args, format);
-    FormatLine(message, format, args);
+    MessageOfOneLine(tag, LEVEL_ERROR, format, args);
     va_end(args);
-    Message(tag, LEVEL_ERROR, "%s", message);
 }
 
 void Log::None(const char* /*tag*/, const char* /*format*/, ...) {
 }
 
 void Log::Message(const char* tag, int level, const char* format, ...) {
-    if (level > m_iLevel.load(std::memory_order_relaxed)) {
+    if (level > GetLevel()) {
         return;
     }
     char prefix[kLineSize] = {};
@@ -132,7 +117,7 @@ void Log::Message(const char* tag, int level, const char* format, ...) {
 }
 
 void Log::MessageWithNewLine(const char* tag, int level, const char* format, ...) {
-    if (level > m_iLevel.load(std::memory_order_relaxed)) {
+    if (level > GetLevel()) {
         return;
     }
     char prefix[kLineSize] = {};
@@ -144,22 +129,18 @@ void Log::MessageWithNewLine(const char* tag, int level, const char* format, ...
 }
 
 void Log::PrintHex(const char* tag, const unsigned char* data, int length) {
-    if (m_iLevel.load(std::memory_order_relaxed) < LEVEL_DEBUG) {
+    if (GetLevel() < LEVEL_DEBUG) {
         return;
     }
     constexpr int kBytesPerEntry = 3;
-    char text[kLineSize];
-    int position = 0;
-    for (int i = 0; data && i < length; ++i) {
-        const int remaining = kLineSize - 1 - position;
-        if (remaining < kBytesPerEntry) {
-            break;
-        }
+    constexpr int kRoom = kLineSize - 1;
+    char text[kLineSize] = {};
+    const int count = data ? std::min(length, kRoom / kBytesPerEntry) : 0;
+    for (int i = 0; i < count; ++i) {
         // The last entry that fits loses its blank to the terminator.
-        std::snprintf(text + position, static_cast<size_t>(remaining), "%02x ", data[i]);
-        position += kBytesPerEntry;
+        const int position = i * kBytesPerEntry;
+        std::snprintf(text + position, static_cast<size_t>(kRoom - position), "%02x ", data[i]);
     }
-    text[position] = '\0';
     MessageWithNewLine(tag, LEVEL_DEBUG, "%s", text);
 }
 
@@ -191,20 +172,10 @@ int Log::GetPrefixInfo(char* buffer, int size, int level) {
 }
 
 const char* Log::GetLogLevelStr(int level) {
-    switch (level) {
-        case 0:
-            return "\033[4;31m(FATAL)\033[0m";
-        case LEVEL_ERROR:
-            return "\033[1;31m(ERROR)\033[0m";
-        case LEVEL_WARN:
-            return "\033[0;33m(WARN)\033[0m";
-        case LEVEL_INFO:
-            return "\033[0;39m(Info)\033[0m";
-        case LEVEL_DEBUG:
-            return "\033[0;32m(DEBUG)\033[0m";
-        default:
-            return "(NULL)";
-    }
+    constexpr const char* kLabels[] = {"\033[4;31m(FATAL)\033[0m", "\033[1;31m(ERROR)\033[0m",
+                                       "\033[0;33m(WARN)\033[0m", "\033[0;39m(Info)\033[0m",
+                                       "\033[0;32m(DEBUG)\033[0m"};
+    return level >= 0 && level <= LEVEL_DEBUG ? kLabels[level] : "(NULL)";
 }
 
 }  // namespace kelp

@@ -2,6 +2,8 @@
 
 #include <SDL.h>
 
+#include <algorithm>
+#include <iterator>
 #include <mutex>
 #include <string_view>
 #include <utility>
@@ -61,6 +63,28 @@ bool startLibraries() {
     return true;
 }
 
+void tell(KelpPlayerObserver& observer, const std::shared_ptr<KelpPlayer>& player, EventType type, int a, int b,
+          int c) {
+    switch (type) {
+        case EVENT_VIDEO_SIZE_UPDATED:
+            return observer.onVideoSizeUpdated(player, a, b, c);
+        case EVENT_PREPARED:
+            return observer.onPrepared(player, a != 0, b != 0);
+        case EVENT_FAILED:
+            return observer.onFailed(player, a, b);
+        case EVENT_FIRST_PACKET:
+            return observer.onFirstPacket(player, a);
+        case EVENT_FIRST_VIDEO_FRAME:
+            return observer.onFirstVideoFrame(player, a);
+        case EVENT_FIRST_AUDIO_FRAME:
+            return observer.onFirstAudioFrame(player, a);
+        case EVENT_COMPLETED:
+            return observer.onCompleted(player);
+        case EVENT_DURATION_UPDATED:
+            return observer.onDurationUpdated(player, a);
+    }
+}
+
 }  // namespace
 
 KelpPlayer::KelpPlayer() {
@@ -89,33 +113,11 @@ bool KelpPlayer::init(KelpPlayerObserver* observer) {
         if (!player || !player->observer_) {
             return;
         }
-        const auto post = [&](auto notify) {
-            player->worker_->task([weakPlayer, notify] {
-                if (const auto receiver = weakPlayer.lock()) {
-                    notify(*receiver->observer_, receiver);
-                }
-            });
-        };
-        using Observer = KelpPlayerObserver;
-        using Player = std::shared_ptr<KelpPlayer>;
-        switch (type) {
-            case EVENT_VIDEO_SIZE_UPDATED:
-                return post([a, b, c](Observer& o, const Player& p) { o.onVideoSizeUpdated(p, a, b, c); });
-            case EVENT_PREPARED:
-                return post([a, b](Observer& o, const Player& p) { o.onPrepared(p, a != 0, b != 0); });
-            case EVENT_FAILED:
-                return post([a, b](Observer& o, const Player& p) { o.onFailed(p, a, b); });
-            case EVENT_FIRST_PACKET:
-                return post([a](Observer& o, const Player& p) { o.onFirstPacket(p, a); });
-            case EVENT_FIRST_VIDEO_FRAME:
-                return post([a](Observer& o, const Player& p) { o.onFirstVideoFrame(p, a); });
-            case EVENT_FIRST_AUDIO_FRAME:
-                return post([a](Observer& o, const Player& p) { o.onFirstAudioFrame(p, a); });
-            case EVENT_COMPLETED:
-                return post([](Observer& o, const Player& p) { o.onCompleted(p); });
-            case EVENT_DURATION_UPDATED:
-                return post([a](Observer& o, const Player& p) { o.onDurationUpdated(p, a); });
-        }
+        player->worker_->task([weakPlayer, type, a, b, c] {
+            if (const auto receiver = weakPlayer.lock()) {
+                tell(*receiver->observer_, receiver, type, a, b, c);
+            }
+        });
     };
     playTask_->init(onEvent, worker_);
     return true;
@@ -251,12 +253,10 @@ void KelpPlayer::setOption(const char* key, const char* value) {
 }
 
 void KelpPlayer::setLogLevel(const char* level) {
-    for (const auto& word : kLogLevelWords) {
-        if (word.word == level) {
-            av_log_set_level(word.ffmpegLevel);
-            Log::SetLevel(word.engineLevel);
-            return;
-        }
+    const auto* row = std::ranges::find(kLogLevelWords, std::string_view(level), &LogLevelWord::word);
+    if (row != std::end(kLogLevelWords)) {
+        av_log_set_level(row->ffmpegLevel);
+        Log::SetLevel(row->engineLevel);
     }
 }
 

@@ -18,21 +18,10 @@ enum class SeekRule {
 // Whose turn it is among the seeks of one playback: one runs at a time, those that come meanwhile wait, and only the
 // newest of them runs next. Any thread may call, under any lock: the mutex in here is a leaf, but for the log's.
 //
-//   call          Idle                 Due               Asked            Read              Arrived
-//   request       Due                  Due               waits            waits             waits
-//   served        -                    Idle              -                -                 -
-//   start         -                    Asked             -                -                 -
-//   taken         -                    -                 Read             -                 -
-//   arrived       -                    -                 Arrived          Arrived           -
-//   firstFrame    next                 next (nothing)    ends (nothing)   ends (nothing)    ends
-//   noMoreFrame   -                    -                 ends (-)         ends (-)          ends
-//   completed     true (drops, true)   true (false)      drops, true (false)    drops, true
-//   failed        - ; Exact: as completed
-//   forget        Idle, drops
-//
-// In brackets what SeekRule::Exact makes of it. "next": if one waits, Due and the request to be replayed. "ends": Idle,
-// and with firstFrame next. "drops": what waits. A request that doesn't wait drops what waits under Exact, and makes
-// void the replay that was due.
+// docs/architecture.md has a table of what each call does in each phase under SeekRule::Standard. Under Exact a request
+// that doesn't wait drops what waits, and makes void the replay that was due; firstFrame and noMoreFrame do nothing
+// before the seek has arrived; completed is false while a seek is due or asked for, and drops what waits otherwise;
+// failed is as completed.
 //
 // What follows from it: an accepted request is the running one, the one due, or the last that waits, until it is
 // served, overtaken by a newer one, or ended by the end of the film, by a stop or, under Standard, by the frame of

@@ -11,6 +11,8 @@ namespace kelp {
 
 constexpr char kTag[] = "VideoPlayThread";
 
+using LogInt = long long;  // as %lld takes it
+
 // All in milliseconds.
 constexpr int64_t kNoSyncThresholdMs = 10000;  // the least distance at which clocks mean nothing to each other
 constexpr int64_t kMinSyncThresholdMs = 25;    // a smaller difference is never corrected
@@ -49,8 +51,7 @@ int64_t PictureTiming::computeDelay(int64_t delay) {
 
     int64_t corrected = delay;
     if (early >= noSync || early <= -noSync) {
-        Log::Debug(kTag, "diff:%lld, no sync threshold:%lld, out of sync...\n", static_cast<long long>(early),
-                   static_cast<long long>(noSync));
+        Log::Debug(kTag, "diff:%lld, no sync threshold:%lld, out of sync...\n", LogInt{early}, LogInt{noSync});
     } else if (early < kLateFrameMs) {
         corrected = kTooLate;
     } else if (early <= -threshold) {
@@ -60,9 +61,8 @@ int64_t PictureTiming::computeDelay(int64_t delay) {
     }
     if (!paused_ && corrected != delay) {
         Log::Debug(kTag, "%s, currentPts_:%lld curPts:%lld, syncPts:%lld, early:%lld, delay:%lld->%lld\n",
-                   "computeDelay", static_cast<long long>(clock_.pts()), static_cast<long long>(curPts),
-                   static_cast<long long>(syncPts), static_cast<long long>(early), static_cast<long long>(delay),
-                   static_cast<long long>(corrected));
+                   "computeDelay", LogInt{clock_.pts()}, LogInt{curPts}, LogInt{syncPts}, LogInt{early}, LogInt{delay},
+                   LogInt{corrected});
     }
     return corrected;
 }
@@ -90,17 +90,15 @@ void PictureTiming::logIfLate(int64_t pts, int64_t nowMs) {
     Log::Debug(kTag,
                "nowMs:%lld, frameTimer_:%lld, delay:%lld, n-f:%lld, video.syncPts:%lld, master.syncPts:%lld, "
                "diff_pts:%lld, currentPts_:%lld, paused:%d, hadOutput:%d\n",
-               static_cast<long long>(nowMs), static_cast<long long>(frameTimer_), static_cast<long long>(delay_),
-               static_cast<long long>(wrappingSubtract(nowMs, frameTimer_)), static_cast<long long>(videoPts),
-               static_cast<long long>(masterPts), static_cast<long long>(wrappingSubtract(pts, lastPts_)),
-               static_cast<long long>(clock_.pts()), paused_.load(), hadOutput_);
+               LogInt{nowMs}, LogInt{frameTimer_}, LogInt{delay_}, LogInt{wrappingSubtract(nowMs, frameTimer_)},
+               LogInt{videoPts}, LogInt{masterPts}, LogInt{wrappingSubtract(pts, lastPts_)}, LogInt{clock_.pts()},
+               paused_.load(), hadOutput_);
 }
 
 void PictureTiming::step(int64_t pts, int64_t durationMs, int64_t nowMs) {
     if (nowMs < dueMs()) {  // the wait was broken off
         Log::Debug(kTag, "set nowMs to frameTimer_, %lld <-> %lld + %lld, pts:%lld, dur:%lld, queue.size:%d\n",
-                   static_cast<long long>(nowMs), static_cast<long long>(frameTimer_), static_cast<long long>(delay_),
-                   static_cast<long long>(pts), static_cast<long long>(durationMs), queueSize_());
+                   LogInt{nowMs}, LogInt{frameTimer_}, LogInt{delay_}, LogInt{pts}, LogInt{durationMs}, queueSize_());
         frameTimer_ = wrappingSubtract(nowMs, delay_);
     }
     if (delay_ > 0) {
@@ -126,8 +124,8 @@ bool PictureTiming::isTooLate(const VideoFrameInfo& frame) {
         return false;
     }
     const auto master = master_.load();
-    Log::Debug(kTag, "skip draw too late frame, pts %lld, syncPts:%lld\n", static_cast<long long>(frame.pts),
-               master ? static_cast<long long>(master->getSyncPts()) : -1LL);
+    Log::Debug(kTag, "skip draw too late frame, pts %lld, syncPts:%lld\n", LogInt{frame.pts},
+               master ? LogInt{master->getSyncPts()} : LogInt{-1});
     return true;
 }
 

@@ -27,27 +27,9 @@ constexpr size_t kMatrixSize = 9;
 #if !KELP_PARAMETERS_HOLD_SIDE_DATA
 
 // The display matrices of all live parameter copies. The release has no room for them in the parameters.
-class MatrixTable {
-public:
-    void add(const AVCodecParameters* parameters, const int32_t* matrix) {
-        std::lock_guard lock(mutex_);
-        std::copy_n(matrix, kMatrixSize, matrices_[parameters].begin());
-    }
-
-    void remove(const AVCodecParameters* parameters) {
-        std::lock_guard lock(mutex_);
-        matrices_.erase(parameters);
-    }
-
-    const int32_t* find(const AVCodecParameters* parameters) {
-        std::lock_guard lock(mutex_);
-        const auto it = matrices_.find(parameters);
-        return it == matrices_.end() ? nullptr : it->second.data();
-    }
-
-private:
-    std::mutex mutex_;
-    std::unordered_map<const AVCodecParameters*, std::array<int32_t, kMatrixSize>> matrices_;  // guarded by mutex_
+struct MatrixTable {
+    std::mutex mutex;
+    std::unordered_map<const AVCodecParameters*, std::array<int32_t, kMatrixSize>> matrices;  // guarded by mutex
 };
 
 MatrixTable& matrixTable() {
@@ -72,7 +54,9 @@ AVCodecParameters* copyParameters(const AVStream* stream) {
     size_t size = 0;
     const uint8_t* data = av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
     if (data && size >= kMatrixSize * sizeof(int32_t)) {
-        matrixTable().add(copy.get(), reinterpret_cast<const int32_t*>(data));
+        auto& table = matrixTable();
+        std::lock_guard lock(table.mutex);
+        std::copy_n(reinterpret_cast<const int32_t*>(data), kMatrixSize, table.matrices[copy.get()].begin());
     }
 #endif
     return copy.release();
@@ -80,7 +64,10 @@ AVCodecParameters* copyParameters(const AVStream* stream) {
 
 void freeParameters(AVCodecParameters** parameters) {
 #if !KELP_PARAMETERS_HOLD_SIDE_DATA
-    matrixTable().remove(*parameters);
+    {
+        std::lock_guard lock(matrixTable().mutex);
+        matrixTable().matrices.erase(*parameters);
+    }
 #endif
     avcodec_parameters_free(parameters);
 }
@@ -97,7 +84,10 @@ const int32_t* displayMatrix(const AVCodecParameters* parameters) {
     }
     return reinterpret_cast<const int32_t*>(data->data);
 #else
-    return matrixTable().find(parameters);
+    auto& table = matrixTable();
+    std::lock_guard lock(table.mutex);
+    const auto found = table.matrices.find(parameters);
+    return found == table.matrices.end() ? nullptr : found->second.data();
 #endif
 }
 

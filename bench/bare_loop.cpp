@@ -37,7 +37,9 @@ double runBareLoop(const std::string& path, const BareLoop& loop) {
     double firstMs = 0;
     int pictures = 0;
     while (decoder.next() && !(loop.stop && *loop.stop)) {
-        copy(decoder.picture(), block);
+        if (loop.copies) {
+            copy(decoder.picture(), block);
+        }
         if (pictures == 0) {
             begin = nowMs();
             firstMs = decoder.pictureMs();

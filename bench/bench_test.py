@@ -1,9 +1,11 @@
 #!/usr/bin/env python3
-"""Runs the shortest measurement of everything and looks whether each topic has rows that show something; what the
-figures are is not looked at. Arguments: kelp_bench and a folder to work in."""
+"""Runs the shortest measurement of everything and looks whether each topic has rows that show something, and whether
+docs/performance.md has a table for them; what the figures are is not looked at. Arguments: kelp_bench and a folder to
+work in."""
 
 import json
 import os
+import shutil
 import subprocess
 import sys
 
@@ -11,11 +13,22 @@ import sys
 SHOWS = {
     "cost": [["pictures"], ["cpu"], ["peak_mib"]],
     "players": [["cpu"], ["limit_cpu"], ["shown_percent"], ["limit_shown_percent"]],
+    "wakes": [["threads", "playing"]],
     "latency": [["count"], ["worst_ms"]],
     "presentation": [["pictures", "flashes"]],
     "udp": [["received"], ["mbits"], ["limit_mbits"]],
     "micro": [["time_ns"], ["cpu_ns"]],
 }
+
+
+def fill_tables(output, folder):
+    here = os.path.dirname(os.path.abspath(__file__))
+    names = [os.path.join(folder, name) for name in ("output.md", "performance.md")]
+    with open(names[0], "w", encoding="utf-8") as file:
+        file.write(output)
+    shutil.copy(os.path.join(here, "..", "docs", "performance.md"), names[1])
+    unknown = subprocess.run([os.path.join(here, "fill_tables.py"), *names], stdout=subprocess.PIPE, text=True, check=True)
+    return unknown.stdout.split("\n")[:-1]
 
 
 def main():
@@ -40,6 +53,9 @@ def main():
     expected = sum(len(table["rows"]) + 2 for table in tables)
     if lines != expected:
         faults.append(f"{lines} lines of tables instead of {expected}")
+    # The table of `micro` has one more column in the document.
+    faults += [f"docs/performance.md: no table with {headings}"
+               for headings in fill_tables(run.stdout, folder) if not headings.startswith("benchmark |")]
     print("\n".join(faults))
     return 1 if faults else 0
 

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "measures.h"
@@ -73,6 +74,22 @@ ChildResult runRow(const std::vector<std::string>& words) {
         std::fprintf(stderr, "kelp_bench --row%s failed, status %d\n", all.c_str(), status);
     }
     return result;
+}
+
+std::vector<ChildResult> runByTurns(const std::vector<std::vector<std::string>>& rows, int rounds, int block) {
+    std::vector<ChildResult> results(rows.size(), ChildResult{.ok = true, .facts = {}});
+    for (int done = 0, turn = 0; done < rounds; done += block, ++turn) {
+        for (size_t i = 0; i < rows.size(); ++i) {
+            std::vector<std::string> words = rows[i];
+            words.insert(words.end(), {std::to_string(std::min(block, rounds - done)), std::to_string(turn)});
+            const ChildResult result = runRow(words);
+            results[i].ok = results[i].ok && result.ok;
+            results[i].facts.add(result.facts);
+            results[i].cpuSeconds += result.cpuSeconds;
+            results[i].peakMiB = std::max(results[i].peakMiB, result.peakMiB);
+        }
+    }
+    return results;
 }
 
 int beRow(bool (*row)(const std::vector<std::string>& words, Facts& facts), const std::vector<std::string>& words) {

@@ -19,6 +19,11 @@ struct ChildResult {
 // SDL has chosen are those of one row alone.
 ChildResult runRow(const std::vector<std::string>& words);
 
+// Runs rows by turns, so that a slow minute hits each of them: again and again, with `block` rounds at most, until each
+// has had `rounds`. To a row's words come how many rounds, and the number of its turn. A result has the facts of all
+// turns, and is ok if each was.
+std::vector<ChildResult> runByTurns(const std::vector<std::vector<std::string>>& rows, int rounds, int block = 20);
+
 // What the program does that was started so: runs `row` and tells what it found out. Returns the exit status.
 int beRow(bool (*row)(const std::vector<std::string>& words, Facts& facts), const std::vector<std::string>& words);
 

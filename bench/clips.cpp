@@ -32,13 +32,17 @@ std::string make(const Settings& settings, const std::string& name, const std::s
 std::string clipPath(const Settings& settings, const Clip& clip) {
     const std::string size = std::to_string(clip.width) + "x" + std::to_string(clip.height);
     const std::string seconds = std::to_string(clip.seconds);
-    std::string name = size + "_" + clip.fps + "_" + seconds + "s" + (clip.hasSound ? "" : "_silent") + ".mp4";
+    std::string name = size + "_" + clip.fps + "_" + seconds + "s" + (clip.hasSound ? "" : "_silent") +
+                       (clip.isHeavy ? "_heavy" : "") + ".mp4";
     std::replace(name.begin(), name.end(), '/', '-');
     const std::string sound =
         "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=" + seconds + " -ac 2 -c:a aac -b:a 128k";
-    return make(settings, name,
-                "-f lavfi -i testsrc2=size=" + size + ":rate=" + clip.fps + ":duration=" + seconds + " " +
-                    (clip.hasSound ? sound : "") + " -c:v libx264 -preset veryfast -bf 2 -g 60 -pix_fmt yuv420p");
+    return make(
+        settings, name,
+        "-f lavfi -i testsrc2=size=" + size + ":rate=" + clip.fps + ":duration=" + seconds +
+            (clip.isHeavy ? ",noise=alls=20:allf=t " : " ") + (clip.hasSound ? sound : "") +
+            " -c:v libx264 -bf 2 -g 60 -pix_fmt yuv420p " +
+            (clip.isHeavy ? "-preset medium -b:v 5M -maxrate 6M -bufsize 10M -sc_threshold 0" : "-preset veryfast"));
 }
 
 std::string flashesPath(const Settings& settings, int seconds) {
@@ -54,11 +58,23 @@ std::string everydayPath(const Settings& settings) {
     if (!settings.file.empty()) {
         return settings.file;
     }
-    Clip clip{.width = 1920, .height = 1080};
+    Clip clip{.width = 1920, .height = 1080, .seconds = std::max(20, settings.seconds)};
     if (settings.length == Length::Smoke) {
         clip = {.seconds = 10};
     }
     return clipPath(settings, clip);
+}
+
+std::string heavyPath(const Settings& settings) {
+    const bool isWanted = settings.file.empty() && settings.length != Length::Smoke;
+    return isWanted ? clipPath(settings, {.width = 1920, .height = 1080, .isHeavy = true}) : std::string();
+}
+
+std::string silentPath(const Settings& settings, const std::string& path) {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(path, error);
+    const std::string stem = std::filesystem::path(path).stem().string();
+    return make(settings, stem + "_" + std::to_string(size) + "_silent.mp4", "-i '" + path + "' -an -c copy");
 }
 
 }  // namespace kelp::bench

@@ -6,13 +6,15 @@
 
 namespace kelp::bench {
 
-// A test picture that moves, as H.264 with B-frames and a key frame every two seconds, and a tone as AAC.
+// A test picture that moves, as H.264 with B-frames and a key frame every two seconds, and a tone as AAC. A heavy one
+// has noise in it and takes 5 Mbit/s.
 struct Clip {
     int width = 640;
     int height = 360;
     std::string fps = "30";  // as the ffmpeg command reads it, also as a fraction
     int seconds = 20;
     bool hasSound = true;
+    bool isHeavy = false;
 };
 
 // The path of the clip, which the ffmpeg command makes unless it is there already; empty if that fails.
@@ -21,7 +23,13 @@ std::string clipPath(const Settings& settings, const Clip& clip);
 // Black, with a bright picture of 80 ms and a beep at every second that the film is old: 25 pictures per second.
 std::string flashesPath(const Settings& settings, int seconds);
 
-// What `cost` and `latency` play: the file of the command line, or the clip of an everyday film, 1080p.
+// What `cost` and `latency` play: the file of the command line, or a light clip, 1080p.
 std::string everydayPath(const Settings& settings);
+
+// Another film for `latency`: a heavy clip, unless the command line names a file or only a smoke test is wanted.
+std::string heavyPath(const Settings& settings);
+
+// The same film without its sound.
+std::string silentPath(const Settings& settings, const std::string& path);
 
 }  // namespace kelp::bench

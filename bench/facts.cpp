@@ -1,13 +1,20 @@
 #include "facts.h"
 
 #include <cstdio>
+#include <numeric>
 #include <sstream>
 
 namespace kelp::bench {
 
+void Facts::add(const Facts& others) {
+    for (const auto& [name, values] : others.values_) {
+        values_[name].insert(values_[name].end(), values.begin(), values.end());
+    }
+}
+
 double Facts::number(const std::string& name) const {
-    const auto found = values_.find(name);
-    return found == values_.end() || found->second.empty() ? 0 : found->second.front();
+    const std::vector<double> values = list(name);
+    return values.empty() ? 0 : std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(values.size());
 }
 
 std::vector<double> Facts::list(const std::string& name) const {

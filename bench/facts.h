@@ -12,7 +12,11 @@ public:
     void set(const std::string& name, double value) { values_[name] = {value}; }
     void set(const std::string& name, std::vector<double> values) { values_[name] = std::move(values); }
 
-    // 0 and an empty list for what isn't there.
+    // Puts a number behind those of that name, and all of `others` behind the own.
+    void add(const std::string& name, double value) { values_[name].push_back(value); }
+    void add(const Facts& others);
+
+    // 0 and an empty list for what isn't there. Of a list, `number` is the mean.
     double number(const std::string& name) const;
     std::vector<double> list(const std::string& name) const;
 

@@ -1,16 +1,18 @@
 // Measures what playing costs and how well it keeps time, beside what the same libraries need without a player, and
 // prints tables in Markdown.
 //
-// usage: kelp_bench [--quick | --smoke] [--file FILE] [--out FOLDER] [TOPIC...]
+// usage: kelp_bench [--quick | --smoke] [--file FILE] [--seconds N] [--out FOLDER] [TOPIC...]
 //
 //     --quick       fewer and shorter measurements, in some minutes
 //     --smoke       hardly any, in less than one: shows that everything can be measured, and the figures mean nothing
-//     --file FILE   what `cost` and `latency` play, instead of a clip that is made with the ffmpeg command
+//     --file FILE   what `cost` and `latency` play, instead of clips that are made with the ffmpeg command
+//     --seconds N   of the film that `cost` plays
 //     --out FOLDER  where the clips and bench.json, the same figures, go: build unless given
 //
 // Without a TOPIC all of them are measured, in the order of kTopics. Each row runs in a process of its own.
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -20,6 +22,7 @@
 #include "cost.h"
 #include "counts.h"
 #include "latency.h"
+#include "measures.h"
 #include "micro.h"
 #include "players.h"
 #include "presentation.h"
@@ -27,6 +30,7 @@
 #include "seek_latency.h"
 #include "settings.h"
 #include "udp_bench.h"
+#include "wakes.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -46,6 +50,7 @@ struct Topic {
 constexpr Topic kTopics[] = {
     {"cost", measureCost},
     {"players", measurePlayers},
+    {"wakes", measureWakes},
     {"latency", measureLatency},
     {"presentation", measurePresentation},
     {"udp", measureUdp},
@@ -62,6 +67,7 @@ struct Row {
 constexpr Row kRows[] = {
     {"cost", costRow},
     {"players", playersRow},
+    {"wakes", wakesRow},
     {"latency", latencyRow},
     {"seek-latency", seekLatencyRow},
     {"presentation", presentationRow},
@@ -74,8 +80,10 @@ int usage() {
     for (const Topic& topic : kTopics) {
         topics += std::string(" ") + topic.name;
     }
-    std::fprintf(stderr, "usage: kelp_bench [--quick | --smoke] [--file FILE] [--out FOLDER] [TOPIC...]\ntopics:%s\n",
-                 topics.c_str());
+    std::fprintf(
+        stderr,
+        "usage: kelp_bench [--quick | --smoke] [--file FILE] [--seconds N] [--out FOLDER] [TOPIC...]\ntopics:%s\n",
+        topics.c_str());
     return 2;
 }
 
@@ -98,12 +106,15 @@ int measureTopics(const Settings& settings, const std::vector<std::string>& name
         }
         if (wanted) {
             report.begin(topic.name);
+            const double begin = nowMs();
             if (!topic.measure(settings, report)) {
                 std::fprintf(stderr, "kelp_bench: %s couldn't be measured in full\n", topic.name);
                 ok = false;
             }
+            std::fprintf(stderr, "kelp_bench: %s took %.1f min\n", topic.name, (nowMs() - begin) / 60'000);
         }
     }
+    report.addTargets();
     return report.write(settings.folder + "/bench.json") && ok ? 0 : 1;
 }
 
@@ -136,6 +147,8 @@ int main(int argc, char** argv) {
             settings.length = Length::Smoke;
         } else if (word == "--file" && i + 1 < argc) {
             settings.file = argv[++i];
+        } else if (word == "--seconds" && i + 1 < argc) {
+            settings.seconds = std::atoi(argv[++i]);
         } else if (word == "--out" && i + 1 < argc) {
             settings.folder = argv[++i];
         } else if (isTopic(word)) {

@@ -1,9 +1,13 @@
 #include "latency.h"
 
+#include <SDL.h>
+
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <random>
 #include <thread>
+#include <utility>
 
 #include "bare_decoder.h"
 #include "child.h"
@@ -17,27 +21,35 @@ namespace kelp::bench {
 
 namespace {
 
-constexpr int kLongestPlayMs = 100;  // between the first picture and the stop
+constexpr int kLongestPlayMs = 60;  // between the first picture and the stop
+
+using Random = std::mt19937;
 
 // At any moment of what goes on in the player.
-void sleepUpTo(int ms, std::mt19937& random) {
+void sleepUpTo(int ms, Random& random) {
     std::this_thread::sleep_for(std::chrono::milliseconds(random() % static_cast<uint32_t>(ms)));
 }
 
-// Loads, plays and stops one player again and again.
-bool timeStarts(const std::string& path, int rounds, Facts& facts) {
-    std::vector<double> prepared;
-    std::vector<double> played;
-    std::vector<double> stopped;
-    std::mt19937 random(1);
+// Does `round` again and again, until it fails. The first one isn't counted: it loads what the process keeps.
+template <class Round>
+bool repeat(int rounds, Facts& facts, Round round) {
+    Facts ignored;
+    bool ok = round(ignored);
+    for (int i = 0; i < rounds && ok; ++i) {
+        ok = round(facts);
+    }
+    return ok;
+}
+
+// Loads, plays and stops one player.
+bool timeStarts(const std::string& path, int rounds, Random& random, Facts& facts) {
     FilmPlayer player(SYNC_MASTER_AUDIO);
-    for (int i = 0; i < rounds; ++i) {
-        double begin = nowMs();
+    return repeat(rounds, facts, [&](Facts& times) {
+        const double load = nowMs();
         if (!player.open(path)) {
             return false;
         }
-        prepared.push_back(player.preparedAtMs() - begin);
-        begin = nowMs();
+        const double play = nowMs();
         if (!player.engine().play()) {
             return false;
         }
@@ -45,111 +57,165 @@ bool timeStarts(const std::string& path, int rounds, Facts& facts) {
         if (!first) {
             return false;
         }
-        played.push_back(first->atMs - begin);
+        times.add("prepare_ms", player.preparedAtMs() - load);
+        times.add("play_ms", first->atMs - play);
+        times.add("load_play_ms", first->atMs - load);
         sleepUpTo(kLongestPlayMs, random);
-        begin = nowMs();
+        const double stop = nowMs();
         player.engine().stop();
-        stopped.push_back(nowMs() - begin);
-    }
-    facts.set("prepare_ms", prepared);
-    facts.set("play_ms", played);
-    facts.set("stop_ms", stopped);
-    return true;
+        times.add("stop_ms", nowMs() - stop);
+        return true;
+    });
 }
 
 // Pauses and resumes what plays; from the start again when it comes to the end.
-bool timePauses(const std::string& path, int rounds, Facts& facts) {
-    std::vector<double> paused;
-    std::vector<double> resumed;
-    std::mt19937 random(1);
+bool timePauses(const std::string& path, int rounds, Random& random, Facts& facts) {
     FilmPlayer player(SYNC_MASTER_AUDIO);
-    while (static_cast<int>(paused.size()) < rounds) {
-        if (!player.open(path) || !player.engine().play() || !player.waitForPicture(0)) {
-            return false;
+    bool plays = false;
+    return repeat(rounds, facts, [&](Facts& times) {
+        if (!plays || player.isOver()) {
+            player.engine().stop();
+            if (!player.open(path) || !player.engine().play() || !player.waitForPicture(0)) {
+                return false;
+            }
+            plays = true;
         }
-        while (static_cast<int>(paused.size()) < rounds && !player.isOver()) {
-            sleepUpTo(kLongestPlayMs, random);
-            double begin = nowMs();
-            player.engine().pause();
-            paused.push_back(nowMs() - begin);
-            sleepUpTo(kLongestPlayMs, random);
-            begin = nowMs();
-            player.engine().resume();
-            resumed.push_back(nowMs() - begin);
-        }
-        player.engine().stop();
-    }
-    facts.set("pause_ms", paused);
-    facts.set("resume_ms", resumed);
-    return true;
+        sleepUpTo(kLongestPlayMs, random);
+        double begin = nowMs();
+        player.engine().pause();
+        times.add("pause_ms", nowMs() - begin);
+        sleepUpTo(kLongestPlayMs, random);
+        begin = nowMs();
+        player.engine().resume();
+        times.add("resume_ms", nowMs() - begin);
+        return true;
+    });
 }
 
 // What the libraries need: to open the file and know its streams, and from there to the first picture.
-bool timeBare(const std::string& path, int rounds, Facts& facts) {
-    std::vector<double> opened;
-    std::vector<double> decoded;
-    std::mt19937 random(1);
-    for (int i = 0; i < rounds; ++i) {
+bool timeBare(const std::string& path, int rounds, Random& random, Facts& facts) {
+    return repeat(rounds, facts, [&](Facts& times) {
         BareDecoder decoder;
         // A busy system serves those first that have rested, as the player has.
         sleepUpTo(kLongestPlayMs, random);
-        double begin = nowMs();
+        const double load = nowMs();
         if (!decoder.openSource(path)) {
             return false;
         }
-        opened.push_back(nowMs() - begin);
-        begin = nowMs();
+        const double play = nowMs();
         if (!decoder.openDecoders(BareDecoder::Sound::Decode) || !decoder.next()) {
             return false;
         }
-        decoded.push_back(nowMs() - begin);
+        const double first = nowMs();
+        times.add("prepare_ms", play - load);
+        times.add("play_ms", first - play);
+        times.add("load_play_ms", first - load);
+        return true;
+    });
+}
+
+// What SDL alone needs to close its device, which sounds as the player's does.
+bool timeDevice(int rounds, Random& random, Facts& facts) {
+    if (SDL_Init(SDL_INIT_AUDIO) != 0) {
+        return false;
     }
-    facts.set("prepare_ms", opened);
-    facts.set("play_ms", decoded);
-    return true;
+    return repeat(rounds, facts, [&](Facts& times) {
+        SDL_AudioSpec spec{};
+        spec.freq = 48000;
+        spec.format = AUDIO_S16LSB;
+        spec.channels = 2;
+        spec.samples = 1024;
+        spec.callback = [](void*, Uint8* stream, int size) { std::memset(stream, 0, static_cast<size_t>(size)); };
+        const SDL_AudioDeviceID device = SDL_OpenAudioDevice(nullptr, /*iscapture=*/0, &spec, nullptr, 0);
+        if (device == 0) {
+            return false;
+        }
+        SDL_PauseAudioDevice(device, 0);
+        sleepUpTo(kLongestPlayMs, random);
+        const double stop = nowMs();
+        SDL_CloseAudioDevice(device);
+        times.add("stop_ms", nowMs() - stop);
+        return true;
+    });
 }
 
 }  // namespace
 
 bool latencyRow(const std::vector<std::string>& words, Facts& facts) {
-    if (words.size() != 3) {
+    if (words.size() != 4) {
         return false;
     }
     const int rounds = std::stoi(words[2]);
-    return words[0] == "start"   ? timeStarts(words[1], rounds, facts)
-           : words[0] == "pause" ? timePauses(words[1], rounds, facts)
-                                 : timeBare(words[1], rounds, facts);
+    Random random(static_cast<uint32_t>(std::stoi(words[3])));
+    return words[0] == "start"   ? timeStarts(words[1], rounds, random, facts)
+           : words[0] == "pause" ? timePauses(words[1], rounds, random, facts)
+           : words[0] == "bare"  ? timeBare(words[1], rounds, random, facts)
+                                 : timeDevice(rounds, random, facts);
 }
 
 bool measureLatency(const Settings& settings, Report& report) {
-    const std::string path = everydayPath(settings);
-    if (path.empty()) {
-        return false;
-    }
     const int rounds = settings.choose(200, 20, 3);
+    const int stops = settings.choose(1000, 40, 3);
     setenv("SDL_VIDEODRIVER", "dummy", 1);
     setenv("SDL_AUDIODRIVER", "dummy", 1);
-    Table table("latency", "From a call to what it is for, in ms",
-                spreadColumns({{"what", "what"}, {"count", "count", 0}}, /*decimals=*/2));
-    const auto run = [&](const char* what) { return runRow({"latency", what, path, std::to_string(rounds)}); };
-    const ChildResult bare = run("bare");
-    const ChildResult starts = run("start");
-    const ChildResult pauses = run("pause");
-    const auto addRow = [&](const char* what, const ChildResult& row, const char* name) {
-        const Spread times = spreadOf(row.facts.list(name));
-        const Spread limit = spreadOf(bare.facts.list(name));
-        table.addRow(spreadRow({what, static_cast<double>(times.count)}, times, limit));
+    struct Film {
+        std::string name;
+        std::string path;
     };
-    addRow("loadFileAsync to onPrepared", starts, "prepare_ms");
-    addRow("play to the first picture", starts, "play_ms");
-    addRow("stop to its return", starts, "stop_ms");
-    addRow("pause to its return", pauses, "pause_ms");
-    addRow("resume to its return", pauses, "resume_ms");
+    std::vector<Film> films = {{settings.file.empty() ? "light" : "file", everydayPath(settings)}};
+    if (const std::string path = heavyPath(settings); !path.empty()) {
+        films.push_back({"heavy", path});
+    }
+    Table table("latency", "From a call to what it is for, in ms",
+                spreadColumns({{"clip", "clip"}, {"what", "what"}, {"count", "count", 0}}, /*decimals=*/2));
+    std::vector<std::vector<std::string>> ends = {{"latency", "device", ""}};
+    for (const Film& film : films) {
+        const std::string silent = film.path.empty() ? "" : silentPath(settings, film.path);
+        if (silent.empty()) {
+            return false;
+        }
+        ends.push_back({"latency", "start", film.path});
+        ends.push_back({"latency", "start", silent});
+    }
+    const auto stopped = runByTurns(ends, stops);
+    const Facts& device = stopped[0].facts;
+    bool ok = stopped[0].ok;
+    for (size_t i = 0; i < films.size(); ++i) {
+        const auto& [name, path] = films[i];
+        const auto starts =
+            runByTurns({{"latency", "bare", path}, {"latency", "start", path}, {"latency", "pause", path}}, rounds);
+        const auto addRow = [&](const char* what, const ChildResult& row, const char* key, const Facts& limits) {
+            const Spread times = spreadOf(row.facts.list(key));
+            const Spread limit = spreadOf(limits.list(key));
+            table.addRow(spreadRow({name, what, static_cast<double>(times.count)}, times, limit));
+            ok = ok && row.ok && times.count > 0;
+            return std::pair(times, limit);
+        };
+        addRow("loadFileAsync to onPrepared", starts[1], "prepare_ms", starts[0].facts);
+        addRow("play to the first picture", starts[1], "play_ms", starts[0].facts);
+        const auto [both, bothBare] =
+            addRow("both, load to the first picture", starts[1], "load_play_ms", starts[0].facts);
+        const auto [sounding, closing] =
+            addRow("stop to its return, with sound", stopped[1 + 2 * i], "stop_ms", device);
+        const auto [silent, none] = addRow("stop to its return, without sound", stopped[2 + 2 * i], "stop_ms", {});
+        addRow("pause to its return", starts[2], "pause_ms", {});
+        addRow("resume to its return", starts[2], "resume_ms", {});
+        report.expect(name + " clip: load to the first picture, median", both.median, bothBare.median);
+        report.expect(name + " clip: stop with sound, median", sounding.median, closing.median + 10);
+        report.expect(name + " clip: stop with sound, worst", sounding.worst, closing.worst + 60);
+        report.expect(name + " clip: stop without sound, median", silent.median, 10);
+        ok = ok && starts[0].ok;
+    }
     table.setNote(
-        "The limit opens the file and finds out about its streams, and decodes from there to the first picture. "
-        "`stop`, `pause` and `resume` have none.");
+        "The limit opens the file and finds out about its streams, and decodes from there to the first picture; for a "
+        "stop with sound it is the time in which SDL alone closes its device. The other calls have none.");
     report.add(table);
-    return measureSeekLatency(settings, path, rounds, report) && bare.ok && starts.ok && pauses.ok;
+    Table seeks = seekTable();
+    for (const auto& [name, path] : films) {
+        ok = measureSeeks(settings, name, path, rounds, seeks, report) && ok;
+    }
+    report.add(seeks);
+    return ok;
 }
 
 }  // namespace kelp::bench

@@ -13,7 +13,8 @@ namespace kelp::bench {
 // measured.
 bool measureLatency(const Settings& settings, Report& report);
 
-// One row, in its process: "start", "pause" or "bare", the file and how many times.
+// One row, in its process: "start", "pause", "bare" or "device", the file (none for the last), and what `runByTurns`
+// adds.
 bool latencyRow(const std::vector<std::string>& words, Facts& facts);
 
 }  // namespace kelp::bench

@@ -106,7 +106,7 @@ bool watchLoops(const std::string& path, int count, double seconds, Facts& facts
 }  // namespace
 
 bool playersRow(const std::vector<std::string>& words, Facts& facts) {
-    if (words.size() != 4) {
+    if (words.size() != 6) {
         return false;
     }
     const std::string& path = words[1];
@@ -119,6 +119,7 @@ bool playersRow(const std::vector<std::string>& words, Facts& facts) {
 
 bool measurePlayers(const Settings& settings, Report& report) {
     const double seconds = settings.choose(10.0, 3.0, 1.0);
+    const int turns = settings.choose(2, 1, 1);
     const int clipSeconds = static_cast<int>(seconds + kSettleSeconds + kMarginSeconds);
     // SDL's disk driver has 15 devices, its dummy driver one.
     setenv("SDL_VIDEODRIVER", "dummy", 1);
@@ -128,6 +129,7 @@ bool measurePlayers(const Settings& settings, Report& report) {
                  {"sound", "sound"},
                  {"cpu", "CPU s/s each", 3},
                  {"limit_cpu", "limit CPU s/s", 3},
+                 {"times_limit", "x limit", 2},
                  {"mib", "MiB each", 1},
                  {"limit_mib", "limit MiB", 1},
                  {"threads", "threads each", 1},
@@ -142,20 +144,24 @@ bool measurePlayers(const Settings& settings, Report& report) {
             return false;
         }
         const double rate = decoder.rate();
-        const std::vector<int> silent = settings.choose<std::vector<int>>({1, 2, 4, 8, 16, 32}, {1, 4, 16}, {2});
+        const std::vector<int> silent = settings.choose<std::vector<int>>({1, 2, 4, 8, 16, 32}, {1, 4, 32}, {2});
         const std::vector<int> sounding = settings.choose<std::vector<int>>({1, 4, 15}, {1, 4}, {1});
         for (const int count : hasSound ? sounding : silent) {
-            const auto run = [&](const char* who) {
-                return runRow({"players", who, path, std::to_string(count), std::to_string(seconds)});
+            const auto words = [&](const char* who) -> std::vector<std::string> {
+                return {"players", who, path, std::to_string(count), std::to_string(seconds / turns)};
             };
-            const ChildResult player = run("player");
-            const ChildResult bare = run("bare");
-            ok = ok && player.ok && bare.ok;
-            const Facts& facts = player.facts;
-            const Facts& limit = bare.facts;
+            const auto rows = runByTurns({words("player"), words("bare")}, turns, /*block=*/1);
+            ok = ok && rows[0].ok && rows[1].ok;
+            const Facts& facts = rows[0].facts;
+            const Facts& limit = rows[1].facts;
+            const double times = limit.number("cpu") > 0 ? facts.number("cpu") / limit.number("cpu") : 0;
             table.addRow({static_cast<double>(count), hasSound ? "yes" : "no", facts.number("cpu"), limit.number("cpu"),
-                          facts.number("mib"), limit.number("mib"), facts.number("threads"), limit.number("threads"),
-                          100 * facts.number("pictures_per_s") / rate, 100 * limit.number("pictures_per_s") / rate});
+                          times, facts.number("mib"), limit.number("mib"), facts.number("threads"),
+                          limit.number("threads"), 100 * facts.number("pictures_per_s") / rate,
+                          100 * limit.number("pictures_per_s") / rate});
+            if (count == 32) {
+                report.expect("32 players, x limit", times, 1.1);
+            }
         }
     }
     table.setNote(

@@ -12,7 +12,8 @@ namespace kelp::bench {
 // What each of many players in one process costs, beside as many bare loops. False if it can't be measured.
 bool measurePlayers(const Settings& settings, Report& report);
 
-// One row, in its process: "player" or "bare", the file, how many, and for how many seconds.
+// One row, in its process: "player" or "bare", the file, how many, for how many seconds, and two that
+// `runByTurns` adds.
 bool playersRow(const std::vector<std::string>& words, Facts& facts);
 
 }  // namespace kelp::bench

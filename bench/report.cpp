@@ -7,6 +7,7 @@
 namespace kelp::bench {
 
 void Report::begin(const std::string& topic) {
+    topic_ = topic;
     std::printf("## %s\n\n", topic.c_str());
     std::fflush(stdout);
 }
@@ -20,6 +21,17 @@ void Report::add(const Table& table) {
 void Report::add(const std::string& topic, const std::string& title, const std::string& rows) {
     tables_.push_back("{\"topic\": " + jsonString(topic) + ", \"title\": " + jsonString(title) +
                       ",\n  \"rows\": " + rows + "}");
+}
+
+void Report::expect(const std::string& what, double figure, double most) {
+    targets_.addRow({topic_, what, figure, most, figure <= most ? "yes" : "no"});
+}
+
+void Report::addTargets() {
+    if (!targets_.empty()) {
+        begin(targets_.topic());
+        add(targets_);
+    }
 }
 
 bool Report::write(const std::string& path) const {

@@ -1,7 +1,6 @@
 #include "seek_latency.h"
 
 #include <chrono>
-#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <optional>
@@ -23,7 +22,7 @@ constexpr int64_t kMarginMs = 2500;     // to the end, so that nothing runs into
 constexpr int64_t kAheadMs = 1000;      // of the picture on the screen: behind the pictures, within the packets
 constexpr int64_t kReadAheadMs = 4000;  // more than the packets that wait hold
 constexpr int64_t kBehindMs = 1500;     // so that the pictures before and after can't be taken for each other
-constexpr int kSettleMs = 200;          // in which the queues fill up again
+constexpr int kSettleMs = 100;          // in which the queues fill up again
 constexpr int kRestMs = 50;             // of the limit: a busy system serves those first that have rested
 constexpr int kMostTries = 4;           // for each seek that is wanted
 constexpr int kMostTargets = 100;       // that are looked at for each
@@ -45,7 +44,8 @@ SeekLevel levelNamed(const std::string& name) {
 // Seeks of one level on one player.
 class SeekTimer {
 public:
-    SeekTimer(SeekLevel level, bool paused) : level_(level), paused_(paused), player_(SYNC_MASTER_AUDIO) {}
+    SeekTimer(SeekLevel level, bool paused, Random& random)
+        : level_(level), paused_(paused), random_(random), player_(SYNC_MASTER_AUDIO) {}
 
     bool open(const std::string& path) {
         if (!player_.open(path) || !player_.engine().play() || !player_.waitForPicture(0)) {
@@ -60,11 +60,10 @@ public:
         return durationMs_ > kReadAheadMs + kMarginMs;
     }
 
-    std::vector<double> measure(int rounds) {
-        std::vector<double> times;
-        for (int i = 0; i < rounds * kMostTries && static_cast<int>(times.size()) < rounds; ++i) {
+    void measure(int rounds, Facts& facts) {
+        for (int i = 0, counted = 0; i < rounds * kMostTries && counted < rounds; ++i) {
             // At any moment of what goes on in the player.
-            sleepMs(kSettleMs + below(random_, 100));
+            sleepMs(kSettleMs + below(random_, 60));
             const auto target = chooseTarget();
             if (!target) {
                 if (!seekTo(0)) {
@@ -72,15 +71,17 @@ public:
                 }
                 continue;
             }
-            const auto time = seekTo(*target);
-            if (!time) {
+            const double begin = nowMs();
+            const auto picture = seekTo(*target);
+            if (!picture) {
                 break;
             }
             if (levels_.last() == level_) {
-                times.push_back(*time);
+                facts.add("seek_ms", picture->atMs - begin);
+                facts.add("right", std::abs(picture->ptsMs - *target) <= frameMs_ + 1 ? 1 : 0);
+                ++counted;
             }
         }
-        return times;
     }
 
 private:
@@ -101,23 +102,21 @@ private:
         return std::nullopt;
     }
 
-    // How many milliseconds its picture took, or the one behind it: while it plays, the first one may be passed over.
-    std::optional<double> seekTo(int64_t target) {
+    // Its picture, or one soon behind it: while it plays, the first one may be passed over.
+    std::optional<ShownPicture> seekTo(int64_t target) {
         levels_.forget();
         const size_t before = player_.pictureCount();
-        const double begin = nowMs();
         if (!player_.engine().seek(static_cast<int>(target))) {
             return std::nullopt;
         }
-        const auto picture = player_.waitForPicture(before, [&](const ShownPicture& shown) {
+        return player_.waitForPicture(before, [&](const ShownPicture& shown) {
             return shown.ptsMs + frameMs_ >= target && shown.ptsMs < target + kAheadMs / 2;
         });
-        return picture ? std::optional(picture->atMs - begin) : std::nullopt;
     }
 
     const SeekLevel level_;
     const bool paused_;
-    Random random_{1};
+    Random& random_;
     FilmPlayer player_;
     SeekLevels levels_;
     int64_t frameMs_ = 40;
@@ -125,13 +124,12 @@ private:
 };
 
 // The same targets without a player: from the demuxer, or on from the present picture.
-std::vector<double> bareTimes(const std::string& path, SeekLevel level, int rounds) {
+std::vector<double> bareTimes(const std::string& path, SeekLevel level, int rounds, Random& random) {
     BareDecoder decoder;
     std::vector<double> times;
     if (!decoder.openSource(path) || !decoder.openDecoders(BareDecoder::Sound::Skip) || !decoder.next()) {
         return times;
     }
-    Random random(1);
     const auto last = static_cast<int64_t>(decoder.durationMs()) - kMarginMs;
     while (static_cast<int>(times.size()) < rounds && last > kAheadMs) {
         auto target = static_cast<int64_t>(decoder.pictureMs()) + kAheadMs;
@@ -156,51 +154,72 @@ std::vector<double> bareTimes(const std::string& path, SeekLevel level, int roun
 }  // namespace
 
 bool seekLatencyRow(const std::vector<std::string>& words, Facts& facts) {
-    if (words.size() != 4) {
+    if (words.size() != 5) {
         return false;
     }
     const SeekLevel level = levelNamed(words[1]);
     const int rounds = std::stoi(words[3]);
-    std::vector<double> times;
+    Random random(static_cast<uint32_t>(std::stoi(words[4])));
     if (words[0] == "bare") {
-        times = bareTimes(words[2], level, rounds);
+        facts.set("seek_ms", bareTimes(words[2], level, rounds, random));
     } else {
-        SeekTimer timer(level, words[0] == "paused");
+        SeekTimer timer(level, words[0] == "paused", random);
         if (!timer.open(words[2])) {
             return false;
         }
-        times = timer.measure(rounds);
+        timer.measure(rounds, facts);
     }
-    facts.set("seek_ms", times);
-    return static_cast<int>(times.size()) == rounds;
+    return static_cast<int>(facts.list("seek_ms").size()) == rounds;
 }
 
-bool measureSeekLatency(const Settings& settings, const std::string& path, int rounds, Report& report) {
+Table seekTable() {
     Table table("latency", "From a seek to its picture, in ms",
-                spreadColumns({{"target", "target"}, {"state", "state"}, {"count", "count", 0}}, /*decimals=*/1));
-    bool ok = true;
-    const std::string wanted = std::to_string(rounds);
-    for (const std::string level : {"pictures", "packets", "demuxer"}) {
-        // A picture that is there needs nothing.
-        const bool hasLimit = level != "pictures";
-        const ChildResult bare = hasLimit ? runRow({"seek-latency", "bare", level, path, wanted}) : ChildResult{};
-        const Spread limit = spreadOf(bare.facts.list("seek_ms"));
-        ok = ok && (bare.ok || !hasLimit);
-        for (const std::string state : {"playing", "paused"}) {
-            if (settings.length == Length::Smoke && state == "playing") {
-                continue;
-            }
-            const ChildResult row = runRow({"seek-latency", state, level, path, wanted});
-            const Spread times = spreadOf(row.facts.list("seek_ms"));
-            ok = ok && row.ok;
-            table.addRow(spreadRow({level, state, static_cast<double>(times.count)}, times, limit));
-        }
-    }
+                spreadColumns({{"clip", "clip"},
+                               {"target", "target"},
+                               {"state", "state"},
+                               {"count", "seeks", 0},
+                               {"right", "at the right picture", 0}},
+                              /*decimals=*/1));
     table.setNote(
         "Targets are a picture and a half ahead, a second ahead, and anywhere in the file. The limit decodes on to the "
         "target, or seeks to the key frame before it and decodes from there; a picture that waits decoded needs "
         "nothing.");
-    report.add(table);
+    return table;
+}
+
+bool measureSeeks(const Settings& settings, const std::string& clip, const std::string& path, int rounds, Table& table,
+                  Report& report) {
+    bool ok = true;
+    double wrong = 0;
+    for (const std::string level : {"pictures", "packets", "demuxer"}) {
+        std::vector<std::vector<std::string>> rows;
+        // A picture that is there needs nothing.
+        for (const std::string who : {"paused", "playing", "bare"}) {
+            if (who == "playing" ? settings.length != Length::Smoke : who == "paused" || level != "pictures") {
+                rows.push_back({"seek-latency", who, level, path});
+            }
+        }
+        const auto results = runByTurns(rows, rounds);
+        const Spread limit =
+            spreadOf(rows.back()[1] == "bare" ? results.back().facts.list("seek_ms") : std::vector<double>{});
+        for (size_t i = 0; i < rows.size(); ++i) {
+            const std::string& state = rows[i][1];
+            const Spread times = spreadOf(results[i].facts.list("seek_ms"));
+            ok = ok && results[i].ok;
+            if (state == "bare") {
+                continue;
+            }
+            const auto count = static_cast<double>(times.count);
+            const double right = count * results[i].facts.number("right");
+            wrong += count - right;
+            table.addRow(spreadRow({clip, level, state, count, right}, times, limit));
+            if (limit.count > 0) {
+                report.expect(clip + " clip: seek to " + level + ", " + state + ", median", times.median,
+                              limit.median * (level == "demuxer" ? 0.85 : 1.1));
+            }
+        }
+    }
+    report.expect(clip + " clip: seeks that end at another picture", wrong, 0);
     return ok;
 }
 

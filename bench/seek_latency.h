@@ -9,11 +9,16 @@
 
 namespace kelp::bench {
 
-// How long it takes from a seek to its picture, from each place that may hold it, playing and paused, beside a bare
-// seek and decode to the same target. False if it can't be measured.
-bool measureSeekLatency(const Settings& settings, const std::string& path, int rounds, Report& report);
+// A row for each place that may hold a seek's target, playing and paused: how long it takes from a seek to its picture,
+// beside a bare seek and decode to such targets. Without rows.
+Table seekTable();
 
-// One row, in its process: "playing", "paused" or "bare"; "pictures", "packets" or "demuxer"; the file and how many.
+// Adds the rows of a clip, by its name and path. False if one can't be measured in full.
+bool measureSeeks(const Settings& settings, const std::string& clip, const std::string& path, int rounds, Table& table,
+                  Report& report);
+
+// One row, in its process: "playing", "paused" or "bare"; "pictures", "packets" or "demuxer"; the file, and what
+// `runByTurns` adds.
 bool seekLatencyRow(const std::vector<std::string>& words, Facts& facts);
 
 }  // namespace kelp::bench

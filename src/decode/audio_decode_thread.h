@@ -57,6 +57,7 @@ public:
 
     using BaseDecodeThread::fillPacket;
     using BaseDecodeThread::getQueuePacketSize;
+    using BaseDecodeThread::prepareStop;
     using BaseDecodeThread::seek;
     using BaseDecodeThread::start;
     using BaseDecodeThread::stop;

@@ -43,12 +43,14 @@ void BaseDecodeThread::Run() {
         }
     }
 
-    {
-        std::lock_guard lock(queueMutex_);
-        std::deque<std::shared_ptr<MediaPacket>> dropped;
-        packetQueue_.swap(dropped);
-    }
+    dropPackets();
     onExit();
+}
+
+void BaseDecodeThread::dropPackets() {
+    std::lock_guard lock(queueMutex_);
+    std::deque<std::shared_ptr<MediaPacket>> dropped;
+    packetQueue_.swap(dropped);
 }
 
 std::shared_ptr<MediaPacket> BaseDecodeThread::takePacket() {
@@ -136,12 +138,16 @@ bool BaseDecodeThread::reaches(const char* operation, int seekTimeMs) {
 
 void BaseDecodeThread::stop() {
     requestStop();
-    {
-        std::lock_guard lock(queueMutex_);
-        queueCond_.notify_all();
-    }
+    prepareStop();
     joinThread();
     running_ = false;
+    dropPackets();  // that came behind the thread's end
+}
+
+void BaseDecodeThread::prepareStop() {
+    BaseThread::prepareStop();
+    std::lock_guard lock(queueMutex_);
+    queueCond_.notify_all();
 }
 
 void BaseDecodeThread::stopIfRunning() {

@@ -52,6 +52,9 @@ public:
     // Ends the thread and returns when `onExit` is done. Packets that still wait are dropped.
     virtual void stop();
 
+    // Lets the thread end, ahead of a `stop`. What is queued from here on isn't decoded.
+    virtual void prepareStop();
+
 protected:
     // For the derived class's destructor: `stop`, but only for a thread that was started and not stopped.
     void stopIfRunning();
@@ -69,6 +72,7 @@ private:
     // The oldest packet; waits for a wake-up if there is none, and gives none then.
     std::shared_ptr<MediaPacket> takePacket();
     bool reaches(const char* operation, int seekTimeMs);
+    void dropPackets();
 
     const std::string threadName_;
     std::deque<std::shared_ptr<MediaPacket>> packetQueue_;  // oldest first; guarded by queueMutex_

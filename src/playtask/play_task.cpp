@@ -37,7 +37,7 @@ bool PlayTask::loadFileAsync(const std::string& fileName, int seekTime) {
 void PlayTask::load(const std::string& fileName, int seekTime) {
     if (!streamParser_ || !streamParser_->open(fileName, seekTime)) {
         // After a stop, which cuts the open short, nobody asks for the outcome any more.
-        if (!streamParser_ || !streamParser_->isStopRequested()) {
+        if (!isStopping()) {
             raise(EVENT_FAILED, ERROR_TYPE_STREAM, 0, 0);
         }
         return;

@@ -158,6 +158,8 @@ private:
 
     void raise(EventType type, int a, int b, int c);
 
+    bool isStopping() const { return streamParser_ && streamParser_->isStopRequested(); }
+
     // The body of the load thread.
     void load(const std::string& fileName, int seekTime);
 

@@ -159,14 +159,15 @@ void PlayTask::onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) {
     }
 }
 
+// A stop empties the queues as well, and lets the parser see the request first.
 void PlayTask::onPlaybackCompleted() {
-    if (seekTurns_.completed()) {
+    if (!isStopping() && seekTurns_.completed()) {
         raise(EVENT_COMPLETED, 0, 0, 0);
     }
 }
 
 void PlayTask::onPlayFailed() {
-    if (seekTurns_.failed()) {
+    if (!isStopping() && seekTurns_.failed()) {
         raise(EVENT_FAILED, ERROR_TYPE_STREAM, 1, 0);
     }
 }

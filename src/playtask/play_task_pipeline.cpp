@@ -169,6 +169,21 @@ std::shared_ptr<VideoDecodeThread> PlayTask::startVideoDecode(const StreamInfo& 
 
 bool PlayTask::stop() {
     Log::Info(kTag, "%s begin\n", "stop");
+    // All come to their ends at the same time, the parser first: it doesn't take queues that a stop has emptied for the
+    // end of the film.
+    if (streamParser_) {
+        streamParser_->prepareStop();
+    }
+    const auto prepare = [](const auto& slot) {
+        if (const auto stage = slot.load()) {
+            stage->prepareStop();
+        }
+    };
+    prepare(videoDecodeThread_);
+    prepare(audioDecodeThread_);
+    prepare(videoPlayThread_);
+    prepare(audioPlayThread_);
+
     // From the source down: nothing can push into a stage that is gone.
     if (streamParser_) {
         streamParser_->stop();

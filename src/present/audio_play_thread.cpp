@@ -131,18 +131,24 @@ bool AudioPlayThread::clearBuffer(int seekTimeMs) {
     return BasePlayThread::clearBuffer(seekTimeMs);
 }
 
-void AudioPlayThread::stop() {
+void AudioPlayThread::prepareStop() {
+    if (isStopRequested()) {
+        return;
+    }
     // First the request, then the flush: a write that starts with no stop in sight starts before the flush, which
     // ends it; any later one isn't made. An output that is missed here was published after the request.
     auto output = audioOutput_.load();
-    requestStopAndWake();
+    BasePlayThread::prepareStop();
     if (!output) {
         output = audioOutput_.load();
     }
     if (output) {
         output->flush();
     }
-    joinAndReset();
+}
+
+void AudioPlayThread::stop() {
+    BasePlayThread::stop();
     // Two threads that have followed each other would keep each other alive.
     syncObject_.store(nullptr);
 }
@@ -231,7 +237,7 @@ bool AudioPlayThread::onOutput(std::shared_ptr<DecodedFrame> frame) {
     if (!limitToBuffer(*audioFrame) || (soundTouch && !stretch(soundTouch, *audioFrame))) {
         return true;
     }
-    // The last look before the write that may block, see `stop`.
+    // The last look before the write that may block, see `prepareStop`.
     if (isStopRequested()) {
         return true;
     }

@@ -68,6 +68,7 @@ public:
     bool clearBuffer(int seekTimeMs) override;
     // Drops the clock that is followed as well.
     void stop() override;
+    void prepareStop() override;
 
     int64_t getNoSyncThreshold() override;
     bool isForceSync() override;

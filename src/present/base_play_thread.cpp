@@ -60,11 +60,13 @@ void BasePlayThread::Run() {
         }
     }
 
-    {
-        std::lock_guard lock(queueMutex_);
-        clearQueue(frameQueue_);
-    }
+    dropFrames();
     onExit();
+}
+
+void BasePlayThread::dropFrames() {
+    std::lock_guard lock(queueMutex_);
+    clearQueue(frameQueue_);
 }
 
 void BasePlayThread::startPendingSeeks(std::unique_lock<std::mutex>& lock) {
@@ -152,20 +154,18 @@ bool BasePlayThread::start() {
 }
 
 void BasePlayThread::stop() {
-    requestStopAndWake();
-    joinAndReset();
-}
-
-void BasePlayThread::requestStopAndWake() {
+    prepareStop();
     requestStop();
-    std::lock_guard lock(queueMutex_);
-    queueCond_.notify_all();
-}
-
-void BasePlayThread::joinAndReset() {
     joinThread();
+    dropFrames();  // that came behind the thread's end
     maxPtsMs_ = -1;
     started_ = false;
+}
+
+void BasePlayThread::prepareStop() {
+    BaseThread::prepareStop();
+    std::lock_guard lock(queueMutex_);
+    queueCond_.notify_all();
 }
 
 int BasePlayThread::fillFrame(std::shared_ptr<DecodedFrame> frame) {

@@ -54,13 +54,16 @@ public:
     // Drops the queued frames before the target; all of them, with false, if it isn't in the queue.
     virtual bool clearBuffer(int seekTimeMs);
 
-    // Ends the play thread and waits for it; the queue is empty then. A derived class whose output can block calls
-    // requestStopAndWake, releases its output and then calls joinAndReset instead.
+    // Ends the play thread and waits for it; the queue is empty then.
     virtual void stop();
 
     // The highest time known for the stream, in milliseconds. It only grows until `stop`; -1 stands for none.
     virtual void setMaxPtsMs(int64_t ms);
     virtual int64_t getMaxPtsMs();
+
+    // Lets the play thread end, ahead of a `stop` or as its first step. A derived class whose output can block releases
+    // that here, once the request is made.
+    virtual void prepareStop();
 
 protected:
     // Presents `frame`. True when it is done with; false to be offered the same frame again after 50 ms. No lock held.
@@ -93,10 +96,6 @@ protected:
     // A seek was asked for and the loop has not got to it yet.
     bool isSeekPending() const { return seekAsked_.isPending(); }
 
-    // The two halves of `stop`.
-    void requestStopAndWake();
-    void joinAndReset();
-
     // From `start` to the end of `stop`.
     bool isStarted() const { return started_.load(std::memory_order_relaxed); }
 
@@ -105,6 +104,7 @@ public:
     bool isStopRequested() { return BaseThread::isStopRequested(); }
 
 private:
+    void dropFrames();
     // Releases all frames. The queue's mutex is held.
     static void clearQueue(std::queue<std::shared_ptr<DecodedFrame>>& queue);
 

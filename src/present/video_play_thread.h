@@ -68,6 +68,7 @@ public:
 
     using BasePlayThread::fillFrame;
     using BasePlayThread::getFrameQueueSize;
+    using BasePlayThread::prepareStop;
     using BasePlayThread::setMaxPtsMs;
     using BasePlayThread::start;
     using BasePlayThread::stop;

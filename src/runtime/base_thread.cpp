@@ -51,6 +51,10 @@ bool BaseThread::startThread() {
 
 void BaseThread::requestStop() {
     Log::Debug(kTag, "[%s] %s\n", name_.c_str(), "requestStop");
+    prepareStop();
+}
+
+void BaseThread::prepareStop() {
     stopRequested_ = true;
     endRest();
 }

@@ -35,6 +35,9 @@ public:
     void requestStop();
     bool isStopRequested();
 
+    // Ahead of a requestStop, which alone says so in the log: lets `Run` end while others are asked as well.
+    void prepareStop();
+
     // Takes the stop request back, before a second start.
     void resetStopRequest();
 

@@ -343,6 +343,17 @@ TEST_F(BaseDecodeThreadTest, StopsASleeperAtOnce) {
     EXPECT_EQ(FakeTime::sleepCount(), 0);
 }
 
+TEST_F(BaseDecodeThreadTest, EndsAheadOfItsStopAndKeepsNothingThatComesThen) {
+    thread_.start();
+    ASSERT_TRUE(thread_.waitUntilAsleep());
+    thread_.prepareStop();
+    EXPECT_THAT(thread_.waitForEvents(1), ElementsAre("exit"));
+    thread_.fillPacket(makePacket(1));
+    thread_.stop();
+    EXPECT_EQ(thread_.getQueuePacketSize(), 0);
+    EXPECT_THAT(thread_.events(), ElementsAre("exit"));
+}
+
 TEST_F(BaseDecodeThreadTest, SeesAStopThatCameRightBeforeItsWait) {
     LogCapture log;
     std::promise<void> asked;

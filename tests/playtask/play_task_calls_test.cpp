@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include <mutex>
+#include <utility>
 
 #include "playtask/play_task_peer.h"
 #include "support/private_member.h"
@@ -40,6 +41,12 @@ public:
     }
     void seek(int, bool) override { note("seeks"); }
     void setMaxPtsMs(int64_t ms) override { note("ends at " + std::to_string(ms)); }
+    void prepareStop() override {
+        if (!std::exchange(isToEnd_, true)) {
+            note("is to end");
+        }
+        PlayThread::prepareStop();
+    }
     void stop() override {
         note("stops");
         PlayThread::stop();
@@ -58,6 +65,7 @@ private:
     Notes& notes_;
     const std::string name_;
     const std::function<std::string()> source_;
+    bool isToEnd_ = false;
 };
 
 template <class DecodeThread>
@@ -74,6 +82,12 @@ public:
         return true;
     }
     void seek(int) override { note("seeks"); }
+    void prepareStop() override {
+        if (!std::exchange(isToEnd_, true)) {
+            note("is to end");
+        }
+        DecodeThread::prepareStop();
+    }
     void stop() override {
         note("stops");
         DecodeThread::stop();
@@ -84,6 +98,7 @@ private:
 
     Notes& notes_;
     const std::string name_;
+    bool isToEnd_ = false;
 };
 
 class NotingClock : public MasterClock {
@@ -133,9 +148,11 @@ TEST_F(PlayTaskCalls, PauseFromTheClockToTheSound) {
                                    "video goes on behind a reading parser", "audio goes on behind a reading parser"));
 }
 
-TEST_F(PlayTaskCalls, StopFromTheSourceDown) {
+TEST_F(PlayTaskCalls, StopFromTheSourceDownAfterAllHaveHeardOfIt) {
     under.task->stop();
-    EXPECT_THAT(notes, ElementsAre("video decoder stops", "audio decoder stops", "video stops", "audio stops"));
+    EXPECT_THAT(notes,
+                ElementsAre("video decoder is to end", "audio decoder is to end", "video is to end", "audio is to end",
+                            "video decoder stops", "audio decoder stops", "video stops", "audio stops"));
 }
 
 TEST_F(PlayTaskCalls, SeekInThePictureFirst) {

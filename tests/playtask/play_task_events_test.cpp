@@ -226,6 +226,14 @@ TEST_F(PlayTaskEvents, ReportFailures) {
                 ElementsAre(Event{EVENT_FAILED, 1, 1, 0}, Event{EVENT_FAILED, 2, 1, 0}, Event{EVENT_FAILED, 2, 0, 0}));
 }
 
+// The queues run empty at a stop as well.
+TEST_F(PlayTaskEvents, TellNoEndOfTheSourceThatIsTheStops) {
+    under.peer.parser()->prepareStop();
+    under.fromParser().onPlaybackCompleted();
+    under.fromParser().onPlayFailed();
+    EXPECT_THAT(under.events(), IsEmpty());
+}
+
 TEST_F(PlayTaskEvents, SetTheClockByTheFirstPicture) {
     addVideoPlay();
     const auto clock = std::make_shared<MasterClock>();

@@ -225,6 +225,27 @@ TEST_F(AudioPlayThreadRunTest, ASeekReleasesABlockedWriteAndIsServed) {
     EXPECT_THAT(observer->firstFrames(), ElementsAre(0, 5000));
 }
 
+TEST_F(AudioPlayThreadRunTest, ABlockedWriteEndsAheadOfTheStop) {
+    open();
+    script(1024);
+    output->blocking = true;
+    thread->start();
+    thread->fillFrame(makeAudioFrame(0));
+    ASSERT_TRUE(calls.waitFor("fill 4096"));
+    thread->prepareStop();
+    ASSERT_TRUE(calls.waitFor("close"));
+    thread->stop();
+}
+
+TEST_F(AudioPlayThreadRunTest, FlushesItsOutputOnceForOneStop) {
+    open();
+    script(1024);
+    ASSERT_TRUE(peer->output(makeAudioFrame(0)));
+    thread->prepareStop();
+    thread->stop();
+    EXPECT_EQ(calls.count("flush"), 1);
+}
+
 TEST_F(AudioPlayThreadRunTest, StopReleasesABlockedWriteAndNoOtherIsMade) {
     open();
     script(1024);

@@ -359,6 +359,18 @@ TEST_F(BasePlayThreadTest, AStoppedThreadDoesNothingButExit) {
     EXPECT_EQ(thread.getFrameQueueSize(), 0);
 }
 
+TEST_F(BasePlayThreadTest, EndsAheadOfItsStopAndKeepsNothingThatComesThen) {
+    RecordingPlayThread thread;
+    thread.start();
+    ASSERT_TRUE(thread.waitFor("idle"));
+    thread.prepareStop();
+    ASSERT_TRUE(thread.waitFor("exit"));
+    thread.fill({0, 40});
+    thread.stop();
+    EXPECT_EQ(thread.getFrameQueueSize(), 0);
+    EXPECT_THAT(thread.events(), ElementsAre("exit"));
+}
+
 TEST_F(BasePlayThreadTest, StopReleasesTheFramesThatAreLeftAndThenExits) {
     RecordingPlayThread thread;
     std::atomic<int> given{0};

@@ -143,8 +143,8 @@ void BasePlayThread::popPresented() {
     }
 }
 
-void BasePlayThread::restUntilSeek(int ms) {
-    rest(ms, [this] { return seekAsked_.isPending(); });
+void BasePlayThread::restUntilSeek(int ms, const std::function<bool()>& isWanted) {
+    rest(ms, [&] { return seekAsked_.isPending() || (isWanted && isWanted()); });
 }
 
 bool BasePlayThread::start() {

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <queue>
@@ -90,8 +91,9 @@ protected:
     // yet.
     std::unique_lock<std::mutex> queueLock() { return std::unique_lock(queueMutex_, std::defer_lock); }
 
-    // Rests for `ms` milliseconds at most; a seek, which the next pass starts, ends it.
-    void restUntilSeek(int ms);
+    // Rests for `ms` milliseconds at most; a seek, which the next pass starts, ends it, or `isWanted` as in `rest`.
+    void restUntilSeek(int ms, const std::function<bool()>& isWanted = {});
+    using BaseThread::endRest;
 
     // A seek was asked for and the loop has not got to it yet.
     bool isSeekPending() const { return seekAsked_.isPending(); }

@@ -1,5 +1,6 @@
 #include "present/video_play_thread.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "clock/wrapping_math.h"
@@ -12,7 +13,8 @@ namespace {
 
 constexpr char kTag[] = "VideoPlayThread";
 constexpr int64_t kNoSyncThresholdMs = 10000;
-constexpr int64_t kMaxRestMs = 15;  // so that windows stay served while a frame waits
+constexpr int kServeMs = 15;    // windows are served that often while a frame waits, if they want it
+constexpr int kMaxRestMs = 50;  // a window's size and the wall clock may have changed, and nobody tells
 
 }  // namespace
 
@@ -39,25 +41,30 @@ bool VideoPlayThread::start(int fps) {
 
 bool VideoPlayThread::addWindow(WindowType type, void* window, int width, int height) {
     windows_.add(type, window, width, height);
+    askToServe();
     return true;
 }
 
 bool VideoPlayThread::removeWindow(void* window) {
     windows_.remove(window);
+    askToServe();
     return true;
 }
 
 bool VideoPlayThread::pauseWindow(void* window, bool pause) {
     windows_.pause(window, pause);
+    askToServe();
     return true;
 }
 
 void VideoPlayThread::updateWindowSize(void* window, int width, int height) {
     windows_.resize(window, width, height);
+    askToServe();
 }
 
 void VideoPlayThread::clearScreen() {
     lastFrame_.requestBlank();
+    askToServe();
 }
 
 int64_t VideoPlayThread::getCurrentTime() {
@@ -99,6 +106,7 @@ int64_t VideoPlayThread::getSyncPts() {
 
 void VideoPlayThread::setSyncObject(std::shared_ptr<SyncObject> syncObject) {
     timing_.follow(std::move(syncObject));
+    askToServe();
 }
 
 bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
@@ -138,19 +146,37 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
 
 int64_t VideoPlayThread::waitUntilDue(int64_t nowMs) {
     while (!timing_.isDue(nowMs) && !isStopRequested() && !isSeekPending()) {
-        int64_t remaining = wrappingSubtract(timing_.dueMs(), nowMs);
-        if (remaining > kMaxRestMs) {
-            carryOutClearScreen();
-            windows_.draw(lastFrame_.get(), fps_);
-            remaining = kMaxRestMs;
+        if (const int64_t remaining = wrappingSubtract(timing_.dueMs(), nowMs); remaining > kServeMs) {
+            serveAndRest();
+        } else {
+            restUntilSeek(static_cast<int>(remaining));
         }
-        restUntilSeek(static_cast<int>(remaining));
         nowMs = KelpTime::getTimeMs();
         if (timing_.hasClockJumped(nowMs)) {
             break;
         }
     }
     return nowMs;
+}
+
+// No request is lost: it is noted before it is asked for, and the flag is cleared before what was noted is served. One
+// that comes later finds a rest of kServeMs, or ends the rest, which looks at the flag right before it begins.
+void VideoPlayThread::serveAndRest() {
+    const bool wasAsked = serveAsked_.exchange(false);
+    carryOutClearScreen();
+    const int64_t keptMs = windows_.draw(lastFrame_.get(), fps_);
+    const int64_t restMs =
+        std::min({keptMs, int64_t{kMaxRestMs}, wrappingSubtract(timing_.dueMs(), KelpTime::getTimeMs())});
+    if (wasAsked || restMs <= kServeMs) {
+        restUntilSeek(kServeMs);
+    } else {
+        restUntilSeek(static_cast<int>(restMs), [this] { return serveAsked_.load(); });
+    }
+}
+
+void VideoPlayThread::askToServe() {
+    serveAsked_ = true;
+    endRest();
 }
 
 // This is what makes new windows, new sizes and a cleared screen show while no frames come. The queue's mutex is held.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 
@@ -60,7 +61,7 @@ public:
     // The size is passed on at the next drawing.
     void updateWindowSize(void* window, int width, int height);
 
-    // Turns the picture on the screen black from its next drawing on. Takes no lock and waits for nothing.
+    // Turns the picture on the screen black from its next drawing on. Waits for nothing.
     void clearScreen();
 
     // The time of the picture on the screen, or the target of a seek, in milliseconds.
@@ -94,6 +95,13 @@ private:
     // Waits until the picture that has begun is due and returns the time then; earlier if the wait was broken off.
     int64_t waitUntilDue(int64_t nowMs);
 
+    // A part of that wait: carries out what others asked for, and rests until the windows want a drawing or the picture
+    // is due. A request ends the rest, but those that come thick and fast are served every 15 ms.
+    void serveAndRest();
+
+    // After a request was noted that serveAndRest or the wait around it looks at. Any thread.
+    void askToServe();
+
     // Blanks lastFrame_ if that was asked for. To be called before a frame is looked at or drawn.
     void carryOutClearScreen();
 
@@ -101,7 +109,8 @@ private:
     WindowList windows_;
     std::shared_ptr<VideoPlayThreadObserver> observer_;
     ShownFrame lastFrame_;  // the picture on the screen
-    int fps_ = 0;           // of the stream
+    std::atomic<bool> serveAsked_{false};
+    int fps_ = 0;  // of the stream
 };
 
 }  // namespace kelp

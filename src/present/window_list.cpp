@@ -1,6 +1,7 @@
 #include "present/window_list.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "kelp_player/log.h"
@@ -59,12 +60,13 @@ void WindowList::resize(void* window, int width, int height) {
     }
 }
 
-void WindowList::draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps) {
+int WindowList::draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps) {
     {
         std::lock_guard lock(mutex_);
         closeRemoved();
         collectDrawings();
     }
+    int keptMs = std::numeric_limits<int>::max();
     // Without the lock, so that slow drawing holds nobody up.
     for (const auto& [window, created] : drawings_) {
         if (isStopped_()) {
@@ -77,14 +79,21 @@ void WindowList::draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps) {
         if (resized && window.newWidth > 0 && window.newHeight > 0) {
             window.render->updateWindowSize(window.newWidth, window.newHeight);
         }
-        if (!window.paused && (window.wantsDrawing || window.render->keepsForMs(frame) == 0)) {
+        if (window.paused) {
+            continue;
+        }
+        int keepsForMs = window.wantsDrawing ? 0 : window.render->keepsForMs(frame);
+        if (keepsForMs == 0) {
             if (frame) {
                 window.render->fillFrame(frame);
             }
             window.render->refresh();
+            keepsForMs = window.render->keepsForMs(frame);
         }
+        keptMs = std::min(keptMs, keepsForMs);
     }
     drawings_.clear();
+    return keptMs;
 }
 
 void WindowList::closeAll() {

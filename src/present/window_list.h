@@ -30,8 +30,8 @@ public:
     void resize(void* window, int width, int height);
 
     // Brings `frame`, or what is there if it is empty, to every window that doesn't show it as it is. `fps` is for the
-    // renderers of new windows.
-    void draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps);
+    // renderers of new windows. In how many milliseconds the first of them wants to be drawn again; 0 for each time.
+    int draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps);
 
     void closeAll();
 

@@ -60,6 +60,8 @@ protected:
         add(1);
     }
     ~StandingPicture() override {
+        FakeTime::setManual(false);
+        thread.stop();
         Peer::exit(thread);
         for (auto* window : windows) {
             SDL_DestroyWindow(window);
@@ -78,6 +80,16 @@ protected:
             FakeTime::advanceMs(50);
             Peer::idle(thread);
         }
+    }
+
+    // Runs the thread up to its rest ahead of a picture that is due after a second.
+    void startAndWait() {
+        FakeTime::setManual(true);
+        thread.start(25);
+        thread.fillFrame(makePicture(0));
+        thread.fillFrame(makePicture(1000));
+        ASSERT_TRUE(FakeTime::runFor(15, /*threads=*/1));  // the window's adding was asked for
+        drawn();
     }
 
     // What was drawn since the last call: when, and on which window.
@@ -113,7 +125,7 @@ TEST_F(StandingPicture, IsDrawnOnceWhileTheNextOneWaits) {
 TEST_F(StandingPicture, IsDrawnAgainAfter100MsWithoutFillingTheTexture) {
     output(0);
     output(250);
-    EXPECT_THAT(drawn(), ElementsAre(At{0, 1}, At{105, 1}, At{210, 1}, At{250, 1}));
+    EXPECT_THAT(drawn(), ElementsAre(At{0, 1}, At{100, 1}, At{200, 1}, At{250, 1}));
     EXPECT_EQ(fills(), 2);
 }
 
@@ -217,7 +229,7 @@ TEST_F(StandingPicture, FollowsANewSizeWhileTheNextOneWaits) {
         }
     };
     output(150);
-    EXPECT_THAT(drawn(), ElementsAre(At{0, 1}, At{105, 1}, At{120, 1}, At{150, 1}));
+    EXPECT_THAT(drawn(), ElementsAre(At{0, 1}, At{100, 1}, At{100, 1}, At{150, 1}));
 }
 
 TEST_F(StandingPicture, IsDrawnOnANewWindowAlone) {
@@ -339,6 +351,88 @@ TEST_F(StandingPicture, GoesToASinkEachTime) {
     EXPECT_THAT(sink.shown, ElementsAre(At{250, 100}, At{300, 100}));
     EXPECT_THAT(drawn(), ElementsAre(At{0, 1}, At{100, 1}, At{200, 1}, At{300, 1}));
     EXPECT_EQ(fills(), 2);
+}
+
+// Nothing but a picture, a window's 100 ms and what nobody tells wakes a thread that has windows alone.
+TEST_F(StandingPicture, LetsTheThreadRestUntilTheNextOneIsDue) {
+    output(0);
+    output(40);
+    output(73);
+    output(213);
+    EXPECT_THAT(FakeTime::sleeps(), ElementsAre(15, 25, 33, 50, 50, 40));  // after the adding of the window
+    thread.removeWindow(handle(1));
+    output(300);
+    EXPECT_THAT(FakeTime::sleeps(), ElementsAre(15, 25, 33, 50, 50, 40, 15, 50, 22));
+}
+
+TEST_F(StandingPicture, KeepsTheThreadServingASinkOrAFailureEvery15Ms) {
+    output(0);
+    sdl.failing = {"CreateTexture"};
+    thread.updateWindowSize(handle(1), 100, 50);
+    output(40);
+    EXPECT_THAT(FakeTime::sleeps(), ElementsAre(15, 15, 10));
+    sdl.failing.clear();
+    TimedSink sink;
+    thread.addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&sink), 0, 0);
+    output(80);
+    EXPECT_THAT(FakeTime::sleeps(), ElementsAre(15, 15, 10, 15, 15, 10));
+}
+
+TEST_F(StandingPicture, DoesNotMakeTheNextOneLateByItsDrawing) {
+    output(0);
+    sdl.onPresent = [this, note = sdl.onPresent](SDL_Window* window) {
+        note(window);
+        FakeTime::advanceMs(10);
+    };
+    output(130);
+    EXPECT_THAT(drawn(), ElementsAre(At{0, 1}, At{100, 1}, At{130, 1}));
+}
+
+TEST_F(StandingPicture, IsServedAtOnceThoughTheThreadRests) {
+    startAndWait();
+    const auto ask = [this](const auto& request) {
+        EXPECT_TRUE(FakeTime::runFor(15, /*threads=*/1));
+        EXPECT_THAT(drawn(), IsEmpty());
+        request();
+        EXPECT_TRUE(FakeTime::waitForSleepers(1));
+        return drawn();
+    };
+    EXPECT_THAT(ask([this] { thread.updateWindowSize(handle(1), 100, 50); }), ElementsAre(At{30, 1}));
+    EXPECT_THAT(ask([this] { add(2); }), ElementsAre(At{45, 2}));
+    EXPECT_THAT(ask([this] { thread.pauseWindow(handle(2), true); }), IsEmpty());
+    EXPECT_THAT(ask([this] { thread.pauseWindow(handle(2), false); }), ElementsAre(At{75, 2}));
+    EXPECT_THAT(ask([this] { thread.clearScreen(); }), ElementsAre(At{90, 1}, At{90, 2}));
+    EXPECT_THAT(ask([this] { thread.removeWindow(handle(2)); }), ElementsAre(At{105, 2}));  // black
+}
+
+TEST_F(StandingPicture, IsServedEvery15MsIfItIsAskedForAllTheTime) {
+    startAndWait();
+    thread.updateWindowSize(handle(1), 100, 50);
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    EXPECT_THAT(drawn(), ElementsAre(At{15, 1}));
+    for (const int64_t timeMs : {30, 45}) {
+        thread.updateWindowSize(handle(1), 100, 50);
+        ASSERT_TRUE(FakeTime::waitForSleepers(1));
+        EXPECT_THAT(drawn(), IsEmpty());
+        ASSERT_TRUE(FakeTime::runFor(15, /*threads=*/1));
+        EXPECT_THAT(drawn(), ElementsAre(At{timeMs, 1}));
+    }
+}
+
+TEST_F(StandingPicture, StandsNoLongerThanTheMasterThatTheNextOneWaitsFor) {
+    output(0);
+    const auto master = std::make_shared<test::FakeMaster>(-8000);
+    master->forcing = true;
+    thread.setSyncObject(master);
+    sdl.onPresent = [this, note = sdl.onPresent](SDL_Window* window) {
+        note(window);
+        if (FakeTime::nowMs() == kStart + 6000) {
+            thread.setSyncObject(nullptr);
+        }
+    };
+    output(40);
+    EXPECT_EQ(drawn().back(), At(6000, 1));
+    EXPECT_EQ(FakeTime::nowMs(), kStart + 6000);
 }
 
 }  // namespace

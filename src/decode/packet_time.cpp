@@ -18,7 +18,7 @@ double msPerTick(const MediaPacket& packet) {
 }
 
 int64_t scaleTicks(int64_t ticks, double msPerTick) {
-    return truncateToInt64(static_cast<double>(ticks) * msPerTick);
+    return truncated<int64_t>(static_cast<double>(ticks) * msPerTick);
 }
 
 void lendPacket(const MediaPacket& source, AVPacket* target) {

@@ -300,7 +300,7 @@ void StreamParser::measureKeyFrameGap(const AVPacket* packet) {
     }
     const double ticks = static_cast<double>(packet->pts) - static_cast<double>(last);
     const double gapMs = static_cast<double>(base.num) / base.den * ticks * 1000.0;
-    maxKeyFrameDurationMs_ = std::max(maxKeyFrameDurationMs_, truncateToInt64(gapMs));
+    maxKeyFrameDurationMs_ = std::max(maxKeyFrameDurationMs_, truncated<int64_t>(gapMs));
 }
 
 void StreamParser::fillMediaPacketInfo(std::shared_ptr<MediaPacket> packet, const AVPacket* source,
@@ -322,12 +322,10 @@ void StreamParser::fillMediaPacketInfo(std::shared_ptr<MediaPacket> packet, cons
     packet->timeBaseDen = stream->time_base.den;
     packet->flags = source->flags;
 
-    double factor = 1.0;
-    if (packet->timeBaseDen > 0) {
-        factor = static_cast<double>(packet->timeBaseNum) * 1000.0 / static_cast<double>(packet->timeBaseDen);
-    }
+    const double den = static_cast<double>(packet->timeBaseDen);
+    const double factor = den > 0 ? static_cast<double>(packet->timeBaseNum) * 1000.0 / den : 1.0;
     int64_t& maxPtsMs = isVideo ? maxVideoPtsMs_ : maxAudioPtsMs_;
-    maxPtsMs = std::max(maxPtsMs, truncateToInt64(static_cast<double>(packet->pts) * factor));
+    maxPtsMs = std::max(maxPtsMs, truncated<int64_t>(static_cast<double>(packet->pts) * factor));
 }
 
 bool StreamParser::seek(int seekTimeMs) {

@@ -53,6 +53,37 @@ protected:
     ~StreamParserObserver() = default;
 };
 
+// What an open has found and reading has come to: all that `close` sets back at once.
+struct StreamParserState {
+    int64_t startTimeUs_ = 0;
+    int64_t startTimeInVideoTimeBase_ = 0;
+    int64_t startTimeInAudioTimeBase_ = 0;
+    int videoStreamIndex_ = -1;
+    int audioStreamIndex_ = -1;
+    AVStream* videoStream_ = nullptr;
+    AVStream* audioStream_ = nullptr;
+    int width_ = 0;      // in pixels
+    int height_ = 0;     // in pixels
+    int frameRate_ = 0;  // whole frames per second
+    int channels_ = 0;
+    int sampleRate_ = 0;  // in Hz
+    int sampleFormat_ = -1;
+    VideoCodecType videoCodecType_ = VIDEO_CODEC_NONE;
+    AudioCodecType audioCodecType_ = AUDIO_CODEC_NONE;
+    PixFormat pixFormat_ = PIX_FMT_NONE;
+    bool isLive_ = false;
+
+    // The thread's own, like all below.
+    bool lastPaused_ = false;            // as the demuxer was told
+    int readPauseResult_ = 0;            // of the last av_read_pause
+    bool firstPacketSent_ = false;       // onFirstPakcet was called since the open or the last seek
+    bool foundKeyFrame_ = false;         // a video key frame was handed over, video flows
+    int64_t lastKeyFramePts_ = -1;       // since the last seek; raw, in the video time base; -1 or less means none
+    int64_t maxKeyFrameDurationMs_ = 0;  // the largest distance of two key frames; never falls until `close`
+    int64_t maxVideoPtsMs_ = -1;         // the largest times handed over; not lowered by a seek
+    int64_t maxAudioPtsMs_ = -1;
+};
+
 // The demuxing stage: opens one input, picks one video and one audio stream and hands their packets to an observer.
 //
 // Order of use: init, any setOption, open, getStreamInfo and getCodecInfo, start, then pause and seek at will, stop,
@@ -62,7 +93,7 @@ protected:
 //
 // The thread ends on a stop request only. At the end of the input, or when reading failed for good, it waits for a
 // seek, which brings it back to life, or for the stop.
-class StreamParser : public BaseThread {
+class StreamParser : public BaseThread, private StreamParserState {
 public:
     // `extrapolator`, not owned and possibly null, is fed with the video packets of live sources.
     explicit StreamParser(TimestampExtrapolator* extrapolator);
@@ -150,39 +181,9 @@ private:
     AVBSFContext* bsfContext_ = nullptr;  // null unless the video has to be converted
     std::mutex mutex_;                    // held through `open`; guards what an open finds. Never taken by the thread
 
-    int64_t startTimeUs_ = 0;
     std::atomic<int64_t> durationUs_{0};  // ten hours if it is unknown
-    int64_t startTimeInVideoTimeBase_ = 0;
-    int64_t startTimeInAudioTimeBase_ = 0;
-    int videoStreamIndex_ = -1;
-    int audioStreamIndex_ = -1;
-    AVStream* videoStream_ = nullptr;
-    AVStream* audioStream_ = nullptr;
-    int width_ = 0;      // in pixels
-    int height_ = 0;     // in pixels
-    int frameRate_ = 0;  // whole frames per second
-    int channels_ = 0;
-    int sampleRate_ = 0;  // in Hz
-    int sampleFormat_ = -1;
-
-    VideoCodecType videoCodecType_ = VIDEO_CODEC_NONE;
-    AudioCodecType audioCodecType_ = AUDIO_CODEC_NONE;
-    PixFormat pixFormat_ = PIX_FMT_NONE;
-
-    std::atomic<bool> paused_{false};  // as requested
-    LatestTime seekAsked_;             // in microseconds
-
-    // The thread's own, like all down to maxAudioPtsMs_.
-    bool lastPaused_ = false;            // as the demuxer was told
-    int readPauseResult_ = 0;            // of the last av_read_pause
-    bool firstPacketSent_ = false;       // onFirstPakcet was called since the open or the last seek
-    bool foundKeyFrame_ = false;         // a video key frame was handed over, video flows
-    int64_t lastKeyFramePts_ = -1;       // since the last seek; raw, in the video time base; -1 or less means none
-    int64_t maxKeyFrameDurationMs_ = 0;  // the largest distance of two key frames; never falls until `close`
-    int64_t maxVideoPtsMs_ = -1;         // the largest times handed over; not lowered by a seek
-    int64_t maxAudioPtsMs_ = -1;
-
-    bool isLive_ = false;
+    std::atomic<bool> paused_{false};     // as requested
+    LatestTime seekAsked_;                // in microseconds
 
     std::mutex optionsMutex_;  // not mutex_: options can be set while an open blocks
     OptionMap options_;        // guarded by optionsMutex_

@@ -129,40 +129,12 @@ void StreamParser::close() {
     joinThread();
 
     std::lock_guard lock(mutex_);
-    if (bsfContext_) {
-        av_bsf_free(&bsfContext_);
-    }
-    if (formatContext_) {
-        avformat_close_input(&formatContext_);
-    }
-    startTimeUs_ = 0;
+    av_bsf_free(&bsfContext_);
+    avformat_close_input(&formatContext_);
+    static_cast<StreamParserState&>(*this) = {};
     durationUs_ = 0;
-    startTimeInVideoTimeBase_ = 0;
-    startTimeInAudioTimeBase_ = 0;
-    videoStreamIndex_ = -1;
-    audioStreamIndex_ = -1;
-    videoStream_ = nullptr;
-    audioStream_ = nullptr;
-    width_ = 0;
-    height_ = 0;
-    frameRate_ = 0;
-    channels_ = 0;
-    sampleRate_ = 0;
-    sampleFormat_ = -1;
-    videoCodecType_ = VIDEO_CODEC_NONE;
-    audioCodecType_ = AUDIO_CODEC_NONE;
-    pixFormat_ = PIX_FMT_NONE;
     paused_ = false;
-    lastPaused_ = false;
-    readPauseResult_ = 0;
     seekAsked_.drop();
-    firstPacketSent_ = false;
-    foundKeyFrame_ = false;
-    lastKeyFramePts_ = -1;
-    maxKeyFrameDurationMs_ = 0;
-    maxVideoPtsMs_ = -1;
-    maxAudioPtsMs_ = -1;
-    isLive_ = false;
     resetStopRequest();
 }
 
@@ -201,10 +173,7 @@ std::shared_ptr<StreamInfo> StreamParser::getStreamInfo() {
 
 // Takes no lock: `open` holds mutex_ while it runs.
 int StreamParser::interruptCallback(void* opaque) {
-    if (!opaque) {
-        return 1;
-    }
-    return static_cast<StreamParser*>(opaque)->isStopRequested() ? 1 : 0;
+    return !opaque || static_cast<StreamParser*>(opaque)->isStopRequested() ? 1 : 0;
 }
 
 bool StreamParser::openInput() {

@@ -17,8 +17,4 @@ inline int64_t ticksToMs(int64_t ticks, int64_t num, int64_t den) {
     return den == -1 ? wrappingSubtract(0, product) : product / den;
 }
 
-inline int64_t truncateToInt64(double value) {
-    return truncated<int64_t>(value);
-}
-
 }  // namespace kelp

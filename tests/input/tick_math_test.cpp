@@ -27,12 +27,12 @@ TEST(TickMath, WrapsAroundInsteadOfOverflowing) {
 }
 
 TEST(TickMath, TruncatesDoublesOfAnySize) {
-    EXPECT_EQ(truncateToInt64(1999.99), 1999);
-    EXPECT_EQ(truncateToInt64(-1999.99), -1999);
-    EXPECT_EQ(truncateToInt64(1e300), INT64_MAX);
-    EXPECT_EQ(truncateToInt64(-1e300), INT64_MIN);
-    EXPECT_EQ(truncateToInt64(std::numeric_limits<double>::infinity()), INT64_MAX);
-    EXPECT_EQ(truncateToInt64(std::nan("")), 0);
+    EXPECT_EQ(truncated<int64_t>(1999.99), 1999);
+    EXPECT_EQ(truncated<int64_t>(-1999.99), -1999);
+    EXPECT_EQ(truncated<int64_t>(1e300), INT64_MAX);
+    EXPECT_EQ(truncated<int64_t>(-1e300), INT64_MIN);
+    EXPECT_EQ(truncated<int64_t>(std::numeric_limits<double>::infinity()), INT64_MAX);
+    EXPECT_EQ(truncated<int64_t>(std::nan("")), 0);
 }
 
 }  // namespace

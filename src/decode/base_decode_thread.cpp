@@ -21,7 +21,8 @@ long long logTimeMs(const MediaPacket& packet) {
 
 }  // namespace
 
-BaseDecodeThread::BaseDecodeThread(std::string name) : BaseThread(name), threadName_(std::move(name)) {
+BaseDecodeThread::BaseDecodeThread(std::string name, int64_t leadInMs)
+    : BaseThread(name), seekSkip_(leadInMs), threadName_(std::move(name)) {
 }
 
 BaseDecodeThread::~BaseDecodeThread() = default;
@@ -68,6 +69,7 @@ std::shared_ptr<MediaPacket> BaseDecodeThread::takePacket() {
     }
     auto packet = std::move(packetQueue_.front());
     packetQueue_.pop_front();
+    seekSkip_.take(*packet, packetQueue_);
     return packet;
 }
 
@@ -129,7 +131,7 @@ bool BaseDecodeThread::reaches(const char* operation, int seekTimeMs) {
     const int64_t lastMs = scaleTicks(packetQueue_.back()->pts, scale);
     Log::Debug(kTag, "[%s], %s, seek time %d, frame buffer range:[%lld, %lld]\n", threadName_.c_str(), operation,
                seekTimeMs, static_cast<long long>(firstMs), static_cast<long long>(lastMs));
-    if (seekTimeMs > lastMs) {
+    if (seekTimeMs > lastMs || seekSkip_.isLeftOut(seekTimeMs)) {
         Log::Debug(kTag, "[%s], %s, out of range\n", threadName_.c_str(), operation);
         return false;
     }

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include "decode/seek_skip.h"
 #include "runtime/base_thread.h"
 #include "runtime/latest_time.h"
 
@@ -23,8 +24,8 @@ class MediaPacket;
 // An object runs once: there is no second `start`. The derived class stops a thread that still runs in its destructor.
 class BaseDecodeThread : private BaseThread {
 public:
-    // `name` is for the log and for the running thread.
-    explicit BaseDecodeThread(std::string name);
+    // `name` is for the log and for the running thread, `leadInMs` for `seekSkip_`.
+    explicit BaseDecodeThread(std::string name, int64_t leadInMs = SeekSkip::kShortestLeadInMs);
     ~BaseDecodeThread() override;
 
 private:
@@ -42,7 +43,8 @@ public:
     // when the next packet comes.
     virtual void seek(int seekTimeMs);
 
-    // Whether the queue reaches the time given. A time before the queue's first packet counts as reached.
+    // Whether the queue reaches the time given. A time before the queue's first packet counts as reached, but not one
+    // before the target of a seek for which frames were left out.
     virtual bool checkBuffer(int seekTimeMs);
 
     // The same test; when it holds, calls `onSeek` without flush, on this thread and with the queue's mutex held. The
@@ -58,6 +60,13 @@ public:
 protected:
     // For the derived class's destructor: `stop`, but only for a thread that was started and not stopped.
     void stopIfRunning();
+
+    std::unique_lock<std::mutex> queueLock() { return std::unique_lock(queueMutex_); }
+
+    // What a seek doesn't need; it is told of each packet before `decode`. Guarded by the queue's mutex, but that
+    // `decode` may read `neededFromMs`. A derived class aims it: with the lock that it tells the observer of the seek
+    // under, so that both sides end up with the same target.
+    SeekSkip seekSkip_;
 
 private:
     // May the loop take a packet now? Asked before each one.

@@ -1,5 +1,6 @@
 #include "decode/ff_video_decoder.h"
 
+#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -210,6 +211,9 @@ int64_t FFVideoDecoder::matchPacket(const AVFrame& picture, int64_t nowMs) {
         const int64_t sample = nowMs - sent->second;
         avgDecodeTimeMs_ -= static_cast<int64_t>(static_cast<double>(sample - avgDecodeTimeMs_) * kLatencyWeight);
         spareStartTime_ = decodeStartTimes_.extract(sent);
+        // What was left out before this picture never comes out.
+        const auto leftOut = decodeStartTimes_.lower_bound(std::min(pts, neededFromMs_));
+        decodeStartTimes_.erase(decodeStartTimes_.begin(), leftOut);
     }
     return pts;
 }
@@ -228,6 +232,10 @@ void FFVideoDecoder::deliverPicture(AVFrame* picture, int64_t pts) {
 void FFVideoDecoder::send(const MediaPacket& packet, int64_t nowMs) {
     AVPacket avPacket;
     lendPacket(packet, &avPacket);
+    // A stream that reorders its pictures without telling their times shows the packets' in their place, all alike.
+    tellsPictureTimes_ = tellsPictureTimes_ || packet.pts != packet.dts;
+    const bool unneeded = canDiscard_ && tellsPictureTimes_ && avPacket.pts < neededFromMs_;
+    codecContext_->skip_frame = unneeded ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
     if (avcodec_send_packet(codecContext_, &avPacket) < 0) {
         if (++decodeFailCount_ < kMaxSendFailures) {
             return;
@@ -269,6 +277,11 @@ void FFVideoDecoder::DeliverVideoFrame(const uint8_t* const* data, const int* li
         Log::Error(kTag, "%s, picture size not supported, %dx%d\n", "DeliverVideoFrame", width, height);
         return;
     }
+    // One of another shape is told of, also if nobody looks at it.
+    const Shape shape{width, height, rotate_};
+    if (pts < neededFromMs_ && shape == lastShape_) {
+        return;
+    }
     auto frame = std::make_shared<VideoFrameInfo>();
     frame->pixFormat = PIX_FMT_YUV420P;
     frame->colorRange = colorRangeOf(colorRange);
@@ -296,6 +309,7 @@ void FFVideoDecoder::DeliverVideoFrame(const uint8_t* const* data, const int* li
 
     frameIntervalMs_ = nextInterval(pts);
     lastPtsMs_ = pts;
+    lastShape_ = shape;
     frame->keyFrame = (flags & kKeyFrameFlag) != 0;
     frame->rotate = rotate_;
     frame->frameTag = 0;

@@ -41,6 +41,7 @@ public:
     void flush() override;
     bool enableHardware(bool enable, HwDecodeMode mode) override;
     int64_t getAvgDecodeTime() override;
+    void setNeededFrom(int64_t timeMs) override { neededFromMs_ = timeMs; }
 
 private:
     // The first row for this codec from `from` on; null when there is none or the mode forbids such hardware.
@@ -61,6 +62,9 @@ private:
     void setRotation(const int32_t* matrix, const char* angleText, const char* turnText);
     void releaseCodec();
 
+    // Whether a picture that nothing refers to, by its packet, can be left out without harm to a later one.
+    static bool canDiscard(const AVCodecContext& context);
+
     // Delivers the pictures that the codec has ready; false when one couldn't be fetched from the hardware.
     bool drain(int64_t nowMs);
     // The picture in frame_ in system memory; null if it couldn't be fetched.
@@ -75,6 +79,12 @@ private:
     bool convert(const uint8_t* const* data, const int* linesize, AVPixelFormat format, const VideoFrameInfo& frame);
     int64_t nextInterval(int64_t pts);
 
+    // What a picture looks like from outside.
+    struct Shape {
+        int width, height, rotate;
+        bool operator==(const Shape&) const = default;
+    };
+
     std::shared_ptr<VideoDecoderObserver> observer_;
     AVCodecContext* codecContext_ = nullptr;
     bool hwEnabled_ = true;
@@ -88,6 +98,10 @@ private:
     int32_t rotate_ = 0;                           // clockwise, in degrees, 0 to 359
     int32_t decodeFailCount_ = 0;                  // failed sends in a row
     int64_t lastPtsMs_ = -1;                       // of the last frame that was delivered; -1 when there is none
+    Shape lastShape_{};                            // likewise
+    int64_t neededFromMs_ = INT64_MIN;             // pictures before it are for nobody
+    bool canDiscard_ = false;                      // by codec; not with hardware
+    bool tellsPictureTimes_ = false;               // a packet's time of showing isn't that of its decoding
     int64_t frameIntervalMs_ = 40;                 // duration for the next frame
     std::map<int64_t, int64_t> decodeStartTimes_;  // a packet's time in ms to the wall clock in ms when it was sent
     std::map<int64_t, int64_t>::node_type spareStartTime_;  // an entry that was taken out, for the next packet

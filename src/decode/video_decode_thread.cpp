@@ -57,6 +57,7 @@ bool VideoDecodeThread::clearBuffer(int seekTimeMs) {
     Log::Debug(kName, "%s, seekTimeMs:%d, lastOutputPtsMs:%lld\n", "clearBuffer", seekTimeMs,
                static_cast<long long>(lastOutputPtsMs));
     if (seekTimeMs < lastOutputPtsMs) {
+        const auto lock = queueLock();
         onSeek(seekTimeMs, /*flush=*/false);
         return false;
     }
@@ -73,15 +74,21 @@ bool VideoDecodeThread::canDecode() {
 
 void VideoDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
     if (decoder_) {
+        decoder_->setNeededFrom(seekSkip_.neededFromMs());
         decoder_->insertPacket(packet.get());
     }
 }
 
 void VideoDecodeThread::onSeek(int seekTimeMs, bool flush) {
     Log::Debug(kName, "%s, seekTimeMs:%d, flush:%d\n", "onSeek", seekTimeMs, flush);
-    if (flush && decoder_) {
-        decoder_->flush();
+    std::unique_lock<std::mutex> lock;
+    if (flush) {
+        if (decoder_) {
+            decoder_->flush();
+        }
+        lock = queueLock();
     }
+    seekSkip_.aim(seekTimeMs, flush);
     if (observer_) {
         observer_->onVideoDecodeSeek(seekTimeMs, flush);
     }

@@ -56,6 +56,10 @@ public:
     // How long a picture stays inside the decoder, smoothed, in milliseconds.
     virtual int64_t getAvgDecodeTime() = 0;
 
+    // Nobody looks at pictures before this time, in milliseconds: they needn't come out, nor be decoded where no other
+    // one depends on them. In force from the next packet on.
+    virtual void setNeededFrom(int64_t) {}
+
     virtual bool canDisplayDirectly() { return false; }
     virtual bool setDisplayWindow(void*) { return false; }
 };

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "decode/decoded_frame.h"
+#include "decode/seek_skip.h"
 #include "decode/video_decoder_factory.h"
 #include "decode/video_test_support.h"
 #include "kelp_player/log.h"
@@ -155,10 +156,12 @@ public:
         }
     }
     void flush() override { ++flushes; }
+    void setNeededFrom(int64_t timeMs) override { neededFrom.push_back(timeMs); }
     bool enableHardware(bool, HwDecodeMode) override { return true; }
     int64_t getAvgDecodeTime() override { return 17; }
 
     std::shared_ptr<VideoDecoderObserver> observer;
+    std::vector<int64_t> neededFrom;  // for each packet; the decode thread's
     std::atomic<int> flushes{0};
     std::atomic<int> closes{0};
 };
@@ -378,6 +381,75 @@ TEST_F(VideoDecodeThreadTest, FlushesTheDecoderForASeek) {
     EXPECT_EQ(scripted_->flushes, 1);
     EXPECT_NE(observer_->lastThread(), std::this_thread::get_id());
     EXPECT_EQ(log.count("[VideoDecodeThread]: onSeek, seekTimeMs:500, flush:1\n"), 1);
+}
+
+// Queued while there is no room, so that it is known what waits behind each one.
+TEST_F(VideoDecodeThreadTest, TellsTheDecoderWhatASeekNeeds) {
+    FakeTime::setManual(true);
+    openScripted();
+    observer_->waiting = 3;
+    start();
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    thread_->seek(1000);
+    for (int64_t pts = 600; pts <= 1000; pts += 40) {
+        thread_->fillPacket(makeVideoPacket(pts));
+    }
+    observer_->waiting = 0;
+    FakeTime::advanceMs(30);
+    EXPECT_THAT(observer_->waitForEvents(12), SizeIs(12));
+    stop();
+    EXPECT_THAT(scripted_->neededFrom, ElementsAre(601, 641, 681, 721, 761, 801, 801, 801, 801, 801, 801));
+}
+
+TEST_F(VideoDecodeThreadTest, NeedsAllBeforeASeekAndBehindIt) {
+    openScripted();
+    for (int64_t pts = 0; pts <= 400; pts += 40) {
+        thread_->fillPacket(makeVideoPacket(pts));
+    }
+    start();
+    EXPECT_THAT(observer_->waitForEvents(11), SizeIs(11));
+    stop();
+    EXPECT_THAT(scripted_->neededFrom, testing::Each(SeekSkip::kNone));
+}
+
+TEST_F(VideoDecodeThreadTest, LeavesOutWhatASeekAmongThePacketsPassesOver) {
+    openScripted();
+    scripted_->insertPacket(makeVideoPacket(0).get());
+    for (int64_t pts = 40; pts <= 600; pts += 40) {
+        thread_->fillPacket(makeVideoPacket(pts));
+    }
+    ASSERT_TRUE(thread_->clearBuffer(500));
+    start();
+    EXPECT_THAT(observer_->waitForEvents(17), SizeIs(17));
+    stop();
+    EXPECT_EQ(scripted_->neededFrom.front(), 41);
+    EXPECT_EQ(scripted_->neededFrom.back(), 281);
+    EXPECT_EQ(scripted_->flushes, 0);
+}
+
+// The pictures before it may be missing. A later one needs them no more than the first target did.
+TEST_F(VideoDecodeThreadTest, RefusesATimeBeforeTheTargetThatPicturesWereLeftOutFor) {
+    FakeTime::setManual(true);
+    openScripted();
+    scripted_->insertPacket(makeVideoPacket(0).get());
+    for (int64_t pts = 40; pts <= 1000; pts += 40) {
+        thread_->fillPacket(makeVideoPacket(pts));
+    }
+    EXPECT_TRUE(thread_->checkBuffer(700));
+    ASSERT_TRUE(thread_->clearBuffer(800));
+    EXPECT_TRUE(thread_->checkBuffer(700));
+    observer_->waitingFromNextFrame = 3;
+    start();
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    LogCapture log;
+    EXPECT_FALSE(thread_->checkBuffer(799));
+    EXPECT_EQ(log.count("out of range"), 1);
+    EXPECT_FALSE(thread_->clearBuffer(799));
+    EXPECT_TRUE(thread_->checkBuffer(800));
+    EXPECT_TRUE(thread_->clearBuffer(900));
+    EXPECT_THAT(observer_->events(), ElementsAre("frame 0", "seek 800", "frame 40", "seek 900"));
+    FakeTime::setManual(false);
+    stop();
 }
 
 TEST_F(VideoDecodeThreadTest, RefusesEveryTimeBeforeTheFirstFrame) {

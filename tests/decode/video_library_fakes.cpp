@@ -121,7 +121,9 @@ int __real_avcodec_receive_frame(AVCodecContext* context, AVFrame* frame);
 int __wrap_avcodec_receive_frame(AVCodecContext* context, AVFrame* frame) {
     auto& fakes = videoFakes();
     if (!fakes.queuePictures) {
-        return __real_avcodec_receive_frame(context, frame);
+        const int result = __real_avcodec_receive_frame(context, frame);
+        fakes.received += result >= 0;
+        return result;
     }
     av_frame_unref(frame);
     if (fakes.pictures.empty()) {

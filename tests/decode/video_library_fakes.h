@@ -75,6 +75,7 @@ struct VideoLibraryFakes {
     std::vector<Conversion> conversions;
     int liveContexts = 0;
     int transfers = 0;
+    int received = 0;  // pictures that came from the codec
 
     int callCount(const std::string& call) const;
 };

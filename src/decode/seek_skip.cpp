@@ -1,0 +1,69 @@
+#include "decode/seek_skip.h"
+
+#include <algorithm>
+
+#include "decode/packet_time.h"
+#include "input/media_packet.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr int kFramesBetween = 3;  // and the target
+
+int64_t timeMs(const MediaPacket& packet) {
+    return scaleTicks(packet.pts, msPerTick(packet));
+}
+
+}  // namespace
+
+void SeekSkip::aim(int64_t targetMs, bool flush) {
+    targetMs_ = targetMs;
+    lastDts_ = kNone;
+    if (flush) {
+        neededFromMs_ = kNone;
+        earliestMs_ = kNone;
+    }
+}
+
+void SeekSkip::take(const MediaPacket& packet, const Packets& behind) {
+    if ((targetMs_ == kNone && neededFromMs_ == kNone) || !packet.data) {
+        return;
+    }
+    if (packet.dts < lastDts_) {
+        targetMs_ = kNone;
+        neededFromMs_ = kNone;
+        return;
+    }
+    lastDts_ = packet.dts;
+    if (targetMs_ == kNone) {
+        return;
+    }
+    const int64_t time = timeMs(packet);
+    if (time > targetMs_ - leadInMs_) {
+        targetMs_ = kNone;
+    } else if (time >= neededFromMs_ && isUnneeded(time, packet.dts, behind)) {
+        neededFromMs_ = time + 1;
+        earliestMs_ = targetMs_;
+    }
+}
+
+bool SeekSkip::isUnneeded(int64_t time, int64_t dts, const Packets& behind) const {
+    int between = 0;
+    bool reachesFar = false;
+    for (const auto& packet : behind) {
+        if (!packet->data || packet->dts < dts) {
+            return false;
+        }
+        dts = packet->dts;
+        const int64_t other = timeMs(*packet);
+        between += packet->size > 0 && other > time && other <= targetMs_;
+        reachesFar = reachesFar || other >= time + leadInMs_;
+        if (reachesFar && between >= kFramesBetween) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace kelp

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <limits>
+#include <memory>
+
+namespace kelp {
+
+class MediaPacket;
+
+// Finds what a seek decodes for nobody: the frames on the way to its target that the play thread would drop unseen. The
+// owner's lock guards all of it.
+//
+// The play thread shows the frame that the target lies in. A frame ends where the next one starts, or, as long as that
+// one isn't queued, after what the decoder took from the frame before: 100 ms at most, and 40 behind a longer gap. So
+// the one shown is the last at or before the target, or one in the 100 ms before it. A frame that starts 200 ms before
+// the target has no say in that if another one lies between the two: it doesn't hold the target itself, the frames of
+// those 100 ms keep the ones before them, or have a gap there whose length doesn't count, and for every earlier frame
+// the same holds. Three are asked for, should some be damaged.
+//
+// - Behind the end of the film the last time known stands for the target; what is still to be read only raises it.
+// - Packets come in the order of decoding. The first one near the target ends the rule, so that none is left out when
+//   the target may have been reached; so does one whose decoding time goes back, as its time may be any.
+// - A seek without flush may bring another target, but none before the one that frames were left out for: `isLeftOut`.
+//   What wasn't needed for that one isn't needed for a later one either.
+class SeekSkip {
+public:
+    using Packets = std::deque<std::shared_ptr<MediaPacket>>;
+
+    static constexpr int64_t kNone = std::numeric_limits<int64_t>::min();
+    static constexpr int64_t kShortestLeadInMs = 200;
+
+    // `leadInMs`: how long before the target all frames are needed; at least kShortestLeadInMs.
+    explicit SeekSkip(int64_t leadInMs) : leadInMs_(leadInMs) {}
+
+    // A seek. With `flush` the packets that were taken are forgotten.
+    void aim(int64_t targetMs, bool flush);
+
+    // `packet` goes to the decoder now; `behind` are those that wait.
+    void take(const MediaPacket& packet, const Packets& behind);
+
+    // Frames before this time are for nobody. Only `take` and a flush change it.
+    int64_t neededFromMs() const { return neededFromMs_; }
+
+    // Whether frames may be missing at this time.
+    bool isLeftOut(int64_t timeMs) const { return timeMs < earliestMs_; }
+
+private:
+    bool isUnneeded(int64_t timeMs, int64_t dts, const Packets& behind) const;
+
+    const int64_t leadInMs_;
+    int64_t targetMs_ = kNone;  // until it comes near
+    int64_t lastDts_ = kNone;   // of the packets taken for it, in ticks
+    int64_t neededFromMs_ = kNone;
+    int64_t earliestMs_ = kNone;  // the last target for which frames were left out
+};
+
+}  // namespace kelp

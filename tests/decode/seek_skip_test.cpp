@@ -1,0 +1,197 @@
+#include "decode/seek_skip.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "decode/video_test_support.h"
+
+namespace kelp {
+namespace {
+
+using test::makeEndPacket;
+using test::makeVideoPacket;
+
+constexpr int64_t kAll = SeekSkip::kNone;
+
+// Packets that are taken one by one, all others of the list waiting behind.
+class Taken {
+public:
+    explicit Taken(int64_t leadInMs = 200) : skip(leadInMs) {}
+
+    void queue(int64_t pts, int64_t dts) {
+        packets.push_back(makeVideoPacket(pts));
+        packets.back()->dts = dts;
+    }
+    // In the order of showing.
+    void queueEvery(int64_t stepMs, int64_t fromMs, int64_t toMs) {
+        for (int64_t time = fromMs; time <= toMs; time += stepMs) {
+            queue(time, time);
+        }
+    }
+    // What is needed when the next one goes to the decoder.
+    int64_t take() {
+        const auto packet = packets.front();
+        packets.pop_front();
+        skip.take(*packet, packets);
+        return skip.neededFromMs();
+    }
+    int64_t takeTo(int64_t pts) {
+        while (packets.front()->pts != pts) {
+            take();
+        }
+        return take();
+    }
+
+    SeekSkip skip;
+    SeekSkip::Packets packets;
+};
+
+TEST(SeekSkip, LeavesOutNothingWithoutATarget) {
+    Taken taken;
+    taken.queueEvery(40, 0, 2000);
+    EXPECT_EQ(taken.takeTo(2000), kAll);
+    EXPECT_FALSE(taken.skip.isLeftOut(std::numeric_limits<int64_t>::min()));
+}
+
+struct Row {
+    const char* name;
+    int64_t stepMs;
+    int64_t targetMs;
+    int64_t lastMs;        // that is queued
+    int64_t neededFromMs;  // when all are taken
+};
+
+class SeekSkipRow : public testing::TestWithParam<Row> {};
+
+TEST_P(SeekSkipRow, NeedsTheFramesNearTheTarget) {
+    const Row& row = GetParam();
+    Taken taken;
+    taken.skip.aim(row.targetMs, /*flush=*/true);
+    taken.queueEvery(row.stepMs, 0, row.lastMs);
+    EXPECT_EQ(taken.takeTo(row.lastMs), row.neededFromMs);
+    EXPECT_EQ(taken.skip.isLeftOut(row.targetMs - 1), row.neededFromMs != kAll);
+    EXPECT_FALSE(taken.skip.isLeftOut(row.targetMs));
+}
+
+INSTANTIATE_TEST_SUITE_P(Rates, SeekSkipRow,
+                         testing::Values(Row{"TwoHundredMillisecondsOfThem", 40, 1000, 2000, 801},
+                                         Row{"ATargetBetweenTwo", 40, 1039, 2000, 801},
+                                         Row{"ThreeOfARareKind", 500, 5000, 9000, 3501},
+                                         Row{"ThreeOfOnesSecondsApart", 3000, 11000, 30000, 1},
+                                         Row{"AllWhereThreeAreAllThatThereIs", 500, 1000, 5000, kAll},
+                                         Row{"AllOfATargetNearTheStart", 40, 200, 2000, 1},
+                                         Row{"AllBeforeTheStart", 40, 199, 2000, kAll},
+                                         Row{"TheLastBehindTheEnd", 40, 99999, 1000, 801},
+                                         Row{"TheLastThreeBehindTheEnd", 500, 99999, 5000, 3501}),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+TEST(SeekSkip, NeedsWhatNothingIsKnownBehind) {
+    Taken taken;
+    taken.skip.aim(5000, /*flush=*/true);
+    for (int64_t time = 0; time < 4800; time += 40) {
+        taken.queue(time, time);
+        EXPECT_EQ(taken.take(), kAll) << time;
+    }
+}
+
+TEST(SeekSkip, CountsNoPacketThatMakesNoFrame) {
+    Taken taken;
+    taken.skip.aim(1000, /*flush=*/true);
+    taken.queueEvery(500, 0, 1500);
+    for (int i = 0; i < 10; ++i) {
+        taken.packets.insert(taken.packets.begin() + 1, makeVideoPacket(400, 0));
+        taken.packets[1]->dts = 400;
+    }
+    taken.packets.push_back(makeEndPacket(true));
+    EXPECT_EQ(taken.takeTo(1500), kAll);
+    EXPECT_EQ(taken.take(), kAll);
+}
+
+// Decoded before the two pictures that are shown before it.
+TEST(SeekSkip, NeedsAllOnceAPacketNearTheTargetWasTaken) {
+    Taken taken;
+    taken.skip.aim(1000, /*flush=*/true);
+    taken.queue(0, 0);
+    taken.queue(120, 1);
+    taken.queue(40, 2);
+    taken.queue(80, 3);
+    taken.queue(840, 4);
+    taken.queue(160, 5);
+    for (const int64_t time : {880, 900, 920, 940, 1000, 1040}) {
+        taken.queue(time, time);
+    }
+    EXPECT_EQ(taken.take(), 1);
+    EXPECT_EQ(taken.take(), 121);
+    EXPECT_EQ(taken.take(), 121);
+    EXPECT_EQ(taken.take(), 121);
+    EXPECT_EQ(taken.take(), 121);
+    EXPECT_EQ(taken.take(), 121);
+}
+
+TEST(SeekSkip, NeedsAllOnceDecodingTimesGoBack) {
+    Taken taken;
+    taken.skip.aim(3000, /*flush=*/true);
+    taken.queueEvery(40, 1000, 2000);
+    taken.queueEvery(40, 0, 5000);
+    EXPECT_EQ(taken.takeTo(1720), 1721);
+    // What is behind the step isn't known to come out in this order.
+    EXPECT_EQ(taken.takeTo(2000), 1801);
+    EXPECT_EQ(taken.takeTo(0), kAll);
+    EXPECT_EQ(taken.takeTo(5000), kAll);
+}
+
+TEST(SeekSkip, NeedsAllAgainWhenTimesGoBackBehindTheTarget) {
+    Taken taken;
+    taken.skip.aim(1000, /*flush=*/true);
+    taken.queueEvery(40, 0, 2000);
+    taken.queueEvery(40, 0, 2000);
+    EXPECT_EQ(taken.takeTo(2000), 801);
+    EXPECT_EQ(taken.take(), kAll);
+}
+
+TEST(SeekSkip, ForgetsWithAFlush) {
+    Taken taken;
+    taken.skip.aim(3000, /*flush=*/true);
+    taken.queueEvery(40, 0, 3000);
+    EXPECT_EQ(taken.takeTo(1000), 1001);
+    EXPECT_TRUE(taken.skip.isLeftOut(2999));
+    taken.skip.aim(500, /*flush=*/true);
+    EXPECT_FALSE(taken.skip.isLeftOut(0));
+    EXPECT_EQ(taken.take(), kAll);
+}
+
+TEST(SeekSkip, GoesOnToALaterTargetWithoutAFlush) {
+    Taken taken;
+    taken.skip.aim(1000, /*flush=*/true);
+    taken.queueEvery(40, 0, 4000);
+    EXPECT_EQ(taken.takeTo(1000), 801);
+    taken.skip.aim(3000, /*flush=*/false);
+    EXPECT_EQ(taken.skip.neededFromMs(), 801);
+    EXPECT_FALSE(taken.skip.isLeftOut(1000));
+    EXPECT_EQ(taken.takeTo(3000), 2801);
+    EXPECT_TRUE(taken.skip.isLeftOut(2999));
+}
+
+TEST(SeekSkip, TakesAnyTimeOfADamagedStream) {
+    Taken taken;
+    taken.skip.aim(1000, /*flush=*/true);
+    const int64_t lowest = std::numeric_limits<int64_t>::min();
+    const int64_t highest = std::numeric_limits<int64_t>::max();
+    for (int i = 0; i < 3; ++i) {
+        taken.queue(lowest, 0);
+        taken.queue(highest, 0);
+        taken.queueEvery(1, 0, 0);
+    }
+    EXPECT_EQ(taken.take(), lowest + 1);
+    while (!taken.packets.empty()) {
+        EXPECT_EQ(taken.take(), lowest + 1);
+    }
+}
+
+}  // namespace
+}  // namespace kelp

@@ -29,8 +29,21 @@ constexpr int kMostTargets = 100;       // that are looked at for each
 
 using Random = std::mt19937;
 
+// By its part of the limit, so that two that hardly differ give the same.
 int below(Random& random, int64_t limit) {
-    return static_cast<int>(random() % static_cast<uint32_t>(limit));
+    return static_cast<int>(static_cast<double>(random()) / 4294967296.0 * static_cast<double>(limit));
+}
+
+// Where the demuxer is sent to after `before`; whoever draws from the same numbers goes to the same places. Nothing if
+// the film has no place that is far enough.
+std::optional<int64_t> farFrom(int64_t before, int64_t last, Random& random) {
+    for (int i = 0; i < kMostTargets; ++i) {
+        const int64_t target = below(random, last);
+        if (target < before - kBehindMs || target > before + kReadAheadMs) {
+            return target;
+        }
+    }
+    return std::nullopt;
 }
 
 void sleepMs(int ms) {
@@ -63,7 +76,7 @@ public:
     void measure(int rounds, Facts& facts) {
         for (int i = 0, counted = 0; i < rounds * kMostTries && counted < rounds; ++i) {
             // At any moment of what goes on in the player.
-            sleepMs(kSettleMs + below(random_, 60));
+            sleepMs(kSettleMs + below(rests_, 60));
             const auto target = chooseTarget();
             if (!target) {
                 if (!seekTo(0)) {
@@ -89,22 +102,17 @@ private:
     std::optional<int64_t> chooseTarget() {
         const int64_t shown = player_.pictures().back().ptsMs;
         const int64_t last = durationMs_ - kMarginMs;
-        if (level_ != SeekLevel::Demuxer) {
-            const int64_t target = shown + (level_ == SeekLevel::Packets ? kAheadMs : frameMs_ * 3 / 2);
-            return target < last ? std::optional(target) : std::nullopt;
+        if (level_ == SeekLevel::Demuxer) {
+            return farFrom(target_, last, random_);
         }
-        for (int i = 0; i < kMostTargets; ++i) {
-            const int64_t target = below(random_, last);
-            if (target < shown - kBehindMs || target > shown + kReadAheadMs) {
-                return target;
-            }
-        }
-        return std::nullopt;
+        const int64_t target = shown + (level_ == SeekLevel::Packets ? kAheadMs : frameMs_ * 3 / 2);
+        return target < last ? std::optional(target) : std::nullopt;
     }
 
     // Its picture, or one soon behind it: while it plays, the first one may be passed over.
     std::optional<ShownPicture> seekTo(int64_t target) {
         levels_.forget();
+        target_ = target;
         const size_t before = player_.pictureCount();
         if (!player_.engine().seek(static_cast<int>(target))) {
             return std::nullopt;
@@ -117,10 +125,12 @@ private:
     const SeekLevel level_;
     const bool paused_;
     Random& random_;
+    Random rests_{random_};
     FilmPlayer player_;
     SeekLevels levels_;
     int64_t frameMs_ = 40;
     int64_t durationMs_ = 0;
+    int64_t target_ = 0;  // of the last seek
 };
 
 // The same targets without a player: from the demuxer, or on from the present picture.
@@ -131,11 +141,14 @@ std::vector<double> bareTimes(const std::string& path, SeekLevel level, int roun
         return times;
     }
     const auto last = static_cast<int64_t>(decoder.durationMs()) - kMarginMs;
+    int64_t target = 0;
     while (static_cast<int>(times.size()) < rounds && last > kAheadMs) {
-        auto target = static_cast<int64_t>(decoder.pictureMs()) + kAheadMs;
-        if (level == SeekLevel::Demuxer) {
-            target = below(random, last);
-        } else if (target >= last) {
+        const auto next = level == SeekLevel::Demuxer
+                              ? farFrom(target, last, random)
+                              : std::optional(static_cast<int64_t>(decoder.pictureMs()) + kAheadMs);
+        target = next.value_or(last);
+        if (target >= last) {
+            target = 0;
             if (!decoder.seek(0) || !decoder.next()) {
                 break;
             }

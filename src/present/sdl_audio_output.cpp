@@ -48,7 +48,7 @@ SDLAudioOutput::~SDLAudioOutput() {
 bool SDLAudioOutput::init(AudioOutputSpec spec) {
     Log::Info(kTag, "%s, ch:%d, freg:%d, fmt:%d\n", "init", spec.channels, spec.sampleRate, spec.sampleFormat);
     freeSdlStorageAtThreadEnd();
-    cycleBuffer_->init(kRingBytes, cycleBufferWrapperCallback, this);
+    cycleBuffer_->init(kRingBytes, cycleBufferWrapperCallback, this, CycleBufferWrapper::CallingOff::Told);
 
     wantedSpec_.channels = static_cast<Uint8>(spec.channels);
     wantedSpec_.freq = spec.sampleRate;
@@ -157,6 +157,7 @@ void SDLAudioOutput::closeDevice() {
 void SDLAudioOutput::flush() {
     Log::Debug(kTag, "flush\n");
     flushRequested_ = true;
+    cycleBuffer_->lookAgain();
 }
 
 bool SDLAudioOutput::setVolume(float volume) {

@@ -1,6 +1,7 @@
 #include "runtime/cycle_buffer_wrapper.h"
 
-#include "runtime/kelp_time.h"
+#include <algorithm>
+#include <limits>
 
 namespace kelp {
 
@@ -14,35 +15,70 @@ constexpr int kCalledOff = -1;
 CycleBufferWrapper::CycleBufferWrapper() : buffer_(std::make_unique<CycleBuffer>()) {
 }
 
-int CycleBufferWrapper::init(int size, int (*callback)(void*), void* opaque) {
-    std::lock_guard lock(mutex_);
-    aborted_ = false;
-    callback_ = callback;
-    opaque_ = opaque;
-    return buffer_->init(size);
+int CycleBufferWrapper::init(int size, int (*callback)(void*), void* opaque, CallingOff callingOff) {
+    int result = 0;
+    {
+        std::lock_guard lock(mutex_);
+        aborted_ = false;
+        callback_ = callback;
+        opaque_ = opaque;
+        restMs_ = callingOff == CallingOff::Told ? std::numeric_limits<int>::max() : kPollMs;
+        result = buffer_->init(size);
+    }
+    lookAgain();
+    return result;
 }
 
 int CycleBufferWrapper::read(unsigned char* dest, int count) {
-    return transfer(&CycleBuffer::read, dest, count);
+    return transfer(reader_, writer_, dest, count);
 }
 
 int CycleBufferWrapper::write(unsigned char* src, int count) {
-    return transfer(&CycleBuffer::write, src, count);
+    return transfer(writer_, reader_, src, count);
 }
 
 int CycleBufferWrapper::read_noblock(unsigned char* dest, int count) {
-    std::lock_guard lock(mutex_);
-    return calledOff() ? kCalledOff : buffer_->read(dest, count);
+    int got = 0;
+    bool hasRoom = false;
+    {
+        std::lock_guard lock(mutex_);
+        if (calledOff()) {
+            return kCalledOff;
+        }
+        got = buffer_->read(dest, count);
+        hasRoom = isServed(writer_);
+    }
+    if (hasRoom) {
+        writer_.rest.end();
+    }
+    return got;
 }
 
 void CycleBufferWrapper::abort(bool abort) {
-    std::lock_guard lock(mutex_);
-    aborted_ = abort;
+    {
+        std::lock_guard lock(mutex_);
+        aborted_ = abort;
+    }
+    lookAgain();
+}
+
+void CycleBufferWrapper::lookAgain() {
+    {
+        std::lock_guard lock(mutex_);
+        reader_.wanted = 0;
+        writer_.wanted = 0;
+    }
+    reader_.rest.end();
+    writer_.rest.end();
 }
 
 int CycleBufferWrapper::reset() {
-    std::lock_guard lock(mutex_);
-    return buffer_->reset();
+    {
+        std::lock_guard lock(mutex_);
+        buffer_->reset();
+    }
+    lookAgain();
+    return 0;
 }
 
 int CycleBufferWrapper::availableReadSize() {
@@ -54,24 +90,46 @@ bool CycleBufferWrapper::calledOff() {
     return (callback_ && callback_(opaque_) != 0) || aborted_;
 }
 
-int CycleBufferWrapper::transfer(int (CycleBuffer::*move)(unsigned char*, int), unsigned char* user, int count) {
+bool CycleBufferWrapper::isServed(Side& side) {
+    if (side.wanted == 0 || (buffer_.get()->*side.available)() < side.wanted) {
+        return false;
+    }
+    side.wanted = 0;
+    return true;
+}
+
+// No wake-up is missed: what is wanted is said under the lock under which it wasn't there, and whatever changes that,
+// or calls off, takes the lock afterwards and finds it said.
+int CycleBufferWrapper::transfer(Side& own, Side& other, unsigned char* user, int count) {
     if (count < 1) {
         return 0;
     }
     int done = 0;
     while (done < count) {
         int moved = 0;
+        int restMs = 0;
+        bool isOtherServed = false;
         {
             std::lock_guard lock(mutex_);
             if (calledOff()) {
                 return kCalledOff;
             }
-            moved = (buffer_.get()->*move)(user ? user + done : nullptr, count - done);
+            moved = (buffer_.get()->*own.move)(user ? user + done : nullptr, count - done);
+            if (moved > 0) {
+                isOtherServed = isServed(other);
+            } else {
+                const int half = (buffer_->availableReadSize() + buffer_->availableWriteSize()) / 2;
+                own.wanted = std::clamp(half, 1, count - done);
+                restMs = restMs_;
+            }
+        }
+        if (isOtherServed) {
+            other.rest.end();
         }
         if (moved > 0) {
             done += moved;
         } else {
-            KelpTime::sleepMs(kPollMs);
+            own.rest.forMs(restMs, [&own] { return own.wanted == 0; });
         }
     }
     return done;

@@ -8,13 +8,9 @@ extern "C" {
 
 namespace kelp {
 
-namespace {
-
 constexpr double kFullTurn = 360.0;
 // Lets an angle just under a full turn count as one.
 constexpr double kTurnTolerance = 0.0025;
-
-}  // namespace
 
 double clockwiseAngle(const int32_t* matrix) {
     return -std::round(av_display_rotation_get(matrix));

@@ -13,11 +13,6 @@ class ExternFrameSink;
 // one that blocks holds up the thread that draws.
 class ExternRender : public IRender {
 public:
-    ExternRender() = default;
-    ExternRender(const ExternRender&) = delete;
-    ExternRender& operator=(const ExternRender&) = delete;
-    ~ExternRender() override = default;
-
     // False, and no sink, for any type but WINDOW_TYPE_EXTERN. The size isn't looked at.
     bool init(WindowType type, void* window, int width, int height, int fps) override;
     bool updateWindowSize(int width, int height) override;

@@ -18,9 +18,6 @@ namespace kelp {
 // its aspect ratio and is centred. Every operation holds `mutex_` from start to end.
 class SDLRender : public IRender {
 public:
-    SDLRender() = default;
-    SDLRender(const SDLRender&) = delete;
-    SDLRender& operator=(const SDLRender&) = delete;
     ~SDLRender() override;
 
     // On failure what was made so far stays until `close`.

@@ -10,14 +10,7 @@
 
 namespace kelp {
 
-namespace {
-
 constexpr char kTag[] = "VideoPlayThread";
-
-}  // namespace
-
-WindowList::WindowList(std::function<bool()> isStopped) : isStopped_(std::move(isStopped)) {
-}
 
 void WindowList::add(WindowType type, void* window, int width, int height) {
     std::lock_guard lock(mutex_);
@@ -109,8 +102,7 @@ void WindowList::closeAll() {
 
 // A handle is in the list once at most.
 WindowList::Window* WindowList::find(const void* handle) {
-    const auto found =
-        std::find_if(windows_.begin(), windows_.end(), [handle](const Window& w) { return w.handle == handle; });
+    const auto found = std::ranges::find(windows_, handle, &Window::handle);
     return found == windows_.end() ? nullptr : &*found;
 }
 

@@ -3,6 +3,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "decode/video_frame_info.h"
@@ -20,7 +21,7 @@ class IRender;
 class WindowList {
 public:
     // `isStopped`: whether a drawing that runs is to leave the windows that remain.
-    explicit WindowList(std::function<bool()> isStopped);
+    explicit WindowList(std::function<bool()> isStopped) : isStopped_(std::move(isStopped)) {}
 
     // For a window that is known already only the size is taken over, and a removal that has not been carried out yet
     // is taken back.

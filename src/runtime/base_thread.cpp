@@ -4,21 +4,15 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <utility>
 
 #include "kelp_player/log.h"
-#include "runtime/kelp_time.h"
 
 namespace kelp {
-
-namespace {
 
 const char* const kTag = "BaseThread";
 
 // The system refuses a longer name instead of cutting it.
 constexpr size_t kMaxThreadNameBytes = 15;
-
-}  // namespace
 
 void SetThreadName(unsigned long /*threadId*/, const char* name) {
     if (!name) {
@@ -31,9 +25,6 @@ void SetThreadName(unsigned long /*threadId*/, const char* name) {
 
 unsigned int GET_TID() {
     return static_cast<unsigned int>(gettid());
-}
-
-BaseThread::BaseThread(std::string name) : name_(std::move(name)) {
 }
 
 BaseThread::~BaseThread() {
@@ -59,14 +50,6 @@ void BaseThread::prepareStop() {
     endRest();
 }
 
-bool BaseThread::isStopRequested() {
-    return stopRequested_;
-}
-
-void BaseThread::resetStopRequest() {
-    stopRequested_ = false;
-}
-
 bool BaseThread::joinThread() {
     Log::Debug(kTag, "[%s] %s\n", name_.c_str(), "joinThread");
     if (thread_) {
@@ -77,24 +60,8 @@ bool BaseThread::joinThread() {
     return true;
 }
 
-void BaseThread::setName(const char* name) {
-    SetThreadName(static_cast<unsigned long>(-1), name);
-}
-
-void BaseThread::sleepMilliSeconds(unsigned int ms) {
-    KelpTime::sleepMs(static_cast<int>(ms));
-}
-
-void BaseThread::sleepSeconds(unsigned int s) {
-    KelpTime::sleepMs(static_cast<int>(s * 1000U));
-}
-
 void BaseThread::rest(int ms, const std::function<bool()>& isWanted) {
     rest_.forMs(ms, [&] { return isStopRequested() || (isWanted && isWanted()); });
-}
-
-void BaseThread::endRest() {
-    rest_.end();
 }
 
 }  // namespace kelp

@@ -5,7 +5,9 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 
+#include "runtime/kelp_time.h"
 #include "runtime/rest.h"
 
 namespace kelp {
@@ -23,9 +25,7 @@ unsigned int GET_TID();
 // thread. A derived class stops its thread in its own destructor at the latest, since `Run` is its own.
 class BaseThread {
 public:
-    explicit BaseThread(std::string name);
-    BaseThread(const BaseThread&) = delete;
-    BaseThread& operator=(const BaseThread&) = delete;
+    explicit BaseThread(std::string name) : name_(std::move(name)) {}
     virtual ~BaseThread();
 
     // Starts a thread on `Run`. The last one must have been joined. Does not take back a stop request.
@@ -33,22 +33,22 @@ public:
 
     // Asks `Run` to end, which polls isStopRequested. Ends a rest; wakes nothing else.
     void requestStop();
-    bool isStopRequested();
+    bool isStopRequested() { return stopRequested_; }
 
     // Ahead of a requestStop, which alone says so in the log: lets `Run` end while others are asked as well.
     void prepareStop();
 
     // Takes the stop request back, before a second start.
-    void resetStopRequest();
+    void resetStopRequest() { stopRequested_ = false; }
 
     // Waits for `Run` to end, if a thread was started. Not to be called from `Run`. Always true.
     bool joinThread();
 
     // Names the calling thread.
-    static void setName(const char* name);
+    static void setName(const char* name) { SetThreadName(static_cast<unsigned long>(-1), name); }
 
-    static void sleepMilliSeconds(unsigned int ms);
-    static void sleepSeconds(unsigned int s);
+    static void sleepMilliSeconds(unsigned int ms) { KelpTime::sleepMs(static_cast<int>(ms)); }
+    static void sleepSeconds(unsigned int s) { KelpTime::sleepMs(static_cast<int>(s * 1000U)); }
 
 protected:
     // Rests for `ms` milliseconds at most; called by `Run`. A stop ends the rest, or `isWanted`, which reads atomics
@@ -57,7 +57,7 @@ protected:
     void rest(int ms, const std::function<bool()>& isWanted = {});
 
     // For who has noted a request that a rest is to be ended by, afterwards. Any thread, under any lock.
-    void endRest();
+    void endRest() { rest_.end(); }
 
 private:
     // The thread's body.

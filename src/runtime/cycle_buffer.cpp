@@ -46,14 +46,6 @@ int CycleBuffer::write(unsigned char* src, int count) {
     return count;
 }
 
-int CycleBuffer::availableReadSize() {
-    return left_read_size();
-}
-
-int CycleBuffer::availableWriteSize() {
-    return left_write_size();
-}
-
 int CycleBuffer::reset() {
     return reset(static_cast<int>(end_ - storage_.get()));
 }

@@ -8,11 +8,6 @@ namespace kelp {
 // block and moves no bytes. Not thread-safe.
 class CycleBuffer {
 public:
-    CycleBuffer() = default;
-    CycleBuffer(const CycleBuffer&) = delete;
-    CycleBuffer& operator=(const CycleBuffer&) = delete;
-    ~CycleBuffer() = default;
-
     // Allocates `size` zeroed bytes and empties the ring. 0, or -1 if there is no memory; the ring is then without
     // block.
     int init(int size);
@@ -22,9 +17,9 @@ public:
     int read(unsigned char* dest, int count);
     int write(unsigned char* src, int count);
 
-    int availableReadSize();
+    int availableReadSize() { return left_read_size(); }
     // -1 without block.
-    int availableWriteSize();
+    int availableWriteSize() { return left_write_size(); }
 
     // Empties the ring; returns 0.
     int reset();

@@ -24,23 +24,24 @@ thread_local const Worker* t_worker = nullptr;
 // Of the callable that runs on this thread: Worker::Task::armedMs.
 thread_local int64_t t_armedMs = kNoTimer;
 
-}  // namespace
+void join(std::thread& thread) {
+    if (thread.joinable()) {
+        thread.join();
+    }
+}
 
-Worker::Worker() = default;
+}  // namespace
 
 Worker::~Worker() {
     close();
     // Threads of a start that came after close: they return at once, but nobody has joined them.
-    for (const auto& thread : {thread_.get(), timerThread_.get()}) {
-        if (thread && thread->joinable()) {
-            thread->join();
-        }
-    }
+    join(thread_);
+    join(timerThread_);
 }
 
 void Worker::start() {
-    thread_ = std::make_unique<std::thread>(&Worker::run, this);
-    timerThread_ = std::make_unique<std::thread>(&Worker::timerRun, this);
+    thread_ = std::thread(&Worker::run, this);
+    timerThread_ = std::thread(&Worker::timerRun, this);
 }
 
 void Worker::task(std::function<void()> func) {
@@ -81,19 +82,12 @@ void Worker::removeTimer(unsigned int timerId) {
     Log::Debug(kTag, "%s, timerId:%u\n", "removeTimer", timerId);
     std::list<TimerInfo> erased;  // destroyed after the lock's release
     std::lock_guard lock(timerMutex_);
-    for (auto& timer : timers_) {
-        if (timer.id == timerId) {
-            timer.removed = true;
-            lookWithin(kMaxUnseenMs);
-            return;
-        }
-    }
-    for (auto it = newTimers_.begin(); it != newTimers_.end(); ++it) {
-        if (it->id == timerId) {
-            freeTimerIds_.push_back(timerId);
-            erased.splice(erased.end(), newTimers_, it);
-            return;
-        }
+    if (const auto timer = std::ranges::find(timers_, timerId, &TimerInfo::id); timer != timers_.end()) {
+        timer->removed = true;
+        lookWithin(kMaxUnseenMs);
+    } else if (const auto added = std::ranges::find(newTimers_, timerId, &TimerInfo::id); added != newTimers_.end()) {
+        freeTimerIds_.push_back(timerId);
+        erased.splice(erased.end(), newTimers_, added);
     }
 }
 
@@ -117,9 +111,7 @@ void Worker::close() {
         std::lock_guard lock(tasksMutex_);
         tasksCond_.notify_all();
     }
-    if (thread_ && thread_->joinable()) {
-        thread_->join();
-    }
+    join(thread_);
     // A callable or a timer's function may hold the last reference to something that calls back into this object when
     // it dies, so they are all destroyed with no lock held.
     std::vector<Task> dropped;
@@ -128,12 +120,7 @@ void Worker::close() {
         dropped.swap(tasks_);
     }
     dropped.clear();
-    if (timerThread_) {
-        if (timerThread_->joinable()) {
-            timerThread_->join();
-        }
-        timerThread_.reset();
-    }
+    join(timerThread_);
     std::list<TimerInfo> timers;
     std::lock_guard lock(timerMutex_);
     nextTimerId_ = 1;

@@ -22,9 +22,6 @@ namespace kelp {
 // callable.
 class Worker : public std::enable_shared_from_this<Worker> {
 public:
-    Worker();
-    Worker(const Worker&) = delete;
-    Worker& operator=(const Worker&) = delete;
     virtual ~Worker();
 
     // Starts both threads.
@@ -74,11 +71,11 @@ private:
     // One pass over the timers.
     void updateTimerTask();
 
-    std::unique_ptr<std::thread> thread_;
+    std::thread thread_;
     std::vector<Task> tasks_;  // guarded by tasksMutex_
     std::mutex tasksMutex_;    // taken inside timerMutex_, never the other way round
     std::condition_variable tasksCond_;
-    std::unique_ptr<std::thread> timerThread_;
+    std::thread timerThread_;
     unsigned int nextTimerId_ = 1;          // guarded by timerMutex_, like the three lists below
     std::list<unsigned int> freeTimerIds_;  // ids given back, reused first in, first out
     std::list<TimerInfo> timers_;           // in the order in which they were armed; only the timer thread moves them

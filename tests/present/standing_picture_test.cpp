@@ -220,18 +220,6 @@ TEST_F(StandingPicture, FollowsASizeThatNobodyTold) {
     EXPECT_EQ(fills(), 1);
 }
 
-TEST_F(StandingPicture, FollowsANewSizeWhileTheNextOneWaits) {
-    output(0);
-    sdl.onPresent = [this, drawn = sdl.onPresent](SDL_Window* window) {
-        drawn(window);
-        if (drawings.size() == 2) {
-            thread.updateWindowSize(handle(1), 100, 50);
-        }
-    };
-    output(150);
-    EXPECT_THAT(drawn(), ElementsAre(At{0, 1}, At{100, 1}, At{100, 1}, At{150, 1}));
-}
-
 TEST_F(StandingPicture, IsDrawnOnANewWindowAlone) {
     output(0);
     add(2);

@@ -13,11 +13,14 @@ namespace {
 
 constexpr char kTag[] = "AudioDecodeThread";
 constexpr int kMaxWaitingFrames = 20;
+// In which any decoder's sound becomes what it would be had it decoded all before: an MP3 frame may use bits of many
+// frames before it.
+constexpr int64_t kLeadInMs = 500;
 
 }  // namespace
 
 AudioDecodeThread::AudioDecodeThread()
-    : BaseDecodeThread(kTag), decoderFactory_(std::make_shared<AudioDecoderFactory>()) {
+    : BaseDecodeThread(kTag, kLeadInMs), decoderFactory_(std::make_shared<AudioDecoderFactory>()) {
 }
 
 AudioDecodeThread::~AudioDecodeThread() {
@@ -53,6 +56,7 @@ bool AudioDecodeThread::clearBuffer(int seekTimeMs) {
     Log::Debug(kTag, "%s, seekTimeMs:%d, lastOutputPtsMs:%lld\n", "clearBuffer", seekTimeMs,
                static_cast<long long>(lastOutputPtsMs));
     if (seekTimeMs < lastOutputPtsMs) {
+        const auto lock = queueLock();
         onSeek(seekTimeMs, /*flush=*/false);
         return false;
     }
@@ -69,6 +73,7 @@ bool AudioDecodeThread::canDecode() {
 
 void AudioDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
     if (decoder_) {
+        decoder_->setNeededFrom(neededFromMs());
         decoder_->insertPacket(packet.get());
     }
 }
@@ -78,6 +83,7 @@ void AudioDecodeThread::onSeek(int seekTimeMs, bool flush) {
     if (flush && decoder_) {
         decoder_->flush();
     }
+    const auto lock = aim(seekTimeMs, flush);
     if (observer_) {
         observer_->onAudioDecodeSeek(seekTimeMs, flush);
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include "decode/audio_output_spec.h"
@@ -51,6 +52,10 @@ public:
 
     // Drops what is being decoded; after a seek.
     virtual void flush() = 0;
+
+    // Nobody hears what starts before this time, in milliseconds: it needn't be decoded. In force from the next packet
+    // on.
+    virtual void setNeededFrom(int64_t) {}
 
     // Turns the correction of the number of samples by onSpeedUpSamples on or off.
     virtual bool openSync(bool open) = 0;

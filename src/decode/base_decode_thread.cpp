@@ -22,7 +22,7 @@ long long logTimeMs(const MediaPacket& packet) {
 }  // namespace
 
 BaseDecodeThread::BaseDecodeThread(std::string name, int64_t leadInMs)
-    : BaseThread(name), seekSkip_(leadInMs), threadName_(std::move(name)) {
+    : BaseThread(name), threadName_(std::move(name)), seekSkip_(leadInMs) {
 }
 
 BaseDecodeThread::~BaseDecodeThread() = default;
@@ -103,6 +103,12 @@ void BaseDecodeThread::seek(int seekTimeMs) {
     packetQueue_.swap(dropped);
     seekAsked_.post(seekTimeMs);
     endRest();
+}
+
+std::unique_lock<std::mutex> BaseDecodeThread::aim(int seekTimeMs, bool flush) {
+    auto lock = flush ? queueLock() : std::unique_lock<std::mutex>();
+    seekSkip_.aim(seekTimeMs, flush);
+    return lock;
 }
 
 bool BaseDecodeThread::checkBuffer(int seekTimeMs) {

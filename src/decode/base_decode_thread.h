@@ -24,7 +24,7 @@ class MediaPacket;
 // An object runs once: there is no second `start`. The derived class stops a thread that still runs in its destructor.
 class BaseDecodeThread : private BaseThread {
 public:
-    // `name` is for the log and for the running thread, `leadInMs` for `seekSkip_`.
+    // `name` is for the log and for the running thread, `leadInMs` for SeekSkip.
     explicit BaseDecodeThread(std::string name, int64_t leadInMs = SeekSkip::kShortestLeadInMs);
     ~BaseDecodeThread() override;
 
@@ -63,10 +63,12 @@ protected:
 
     std::unique_lock<std::mutex> queueLock() { return std::unique_lock(queueMutex_); }
 
-    // What a seek doesn't need; it is told of each packet before `decode`. Guarded by the queue's mutex, but that
-    // `decode` may read `neededFromMs`. A derived class aims it: with the lock that it tells the observer of the seek
-    // under, so that both sides end up with the same target.
-    SeekSkip seekSkip_;
+    // The part of `onSeek` that goes before the observer is told, under the lock that it returns: so both sides end up
+    // with the same target. Without flush it is held already.
+    std::unique_lock<std::mutex> aim(int seekTimeMs, bool flush);
+
+    // For `decode`: frames before this time are for nobody.
+    int64_t neededFromMs() const { return seekSkip_.neededFromMs(); }
 
 private:
     // May the loop take a packet now? Asked before each one.
@@ -87,6 +89,7 @@ private:
     std::deque<std::shared_ptr<MediaPacket>> packetQueue_;  // oldest first; guarded by queueMutex_
     std::mutex queueMutex_;                                 // taken before a play thread's queue mutex
     std::condition_variable queueCond_;                     // a packet came, or a stop
+    SeekSkip seekSkip_;     // guarded by queueMutex_, but that the thread may read neededFromMs
     LatestTime seekAsked_;  // in milliseconds; posted under queueMutex_, as it goes with an emptied queue
     bool running_ = false;  // between start and stop; the owner's
 };

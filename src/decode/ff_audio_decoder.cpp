@@ -165,6 +165,13 @@ void FFAudioDecoder::insertPacket(MediaPacket* packet) {
         deliverAudioFrame(frame_);
     }
 
+    const bool isNeeded = avPacket.pts >= neededFromMs_;
+    if (std::exchange(hasGap_, !isNeeded) && isNeeded) {
+        avcodec_flush_buffers(codecContext_);
+    }
+    if (!isNeeded) {
+        return;
+    }
     const int ret = avcodec_send_packet(codecContext_, &avPacket);
     if (ret < 0) {
         char text[kErrorTextBytes] = {};

@@ -39,6 +39,7 @@ public:
     void insertPacket(MediaPacket* packet) override;
     // The resampler keeps what it holds.
     void flush() override;
+    void setNeededFrom(int64_t timeMs) override { neededFromMs_ = timeMs; }
     bool openSync(bool open) override;
     bool isSyncOpened() override;
 
@@ -66,7 +67,9 @@ private:
 
     std::shared_ptr<AudioDecoderObserver> observer_;
     AVCodecContext* codecContext_ = nullptr;
-    AVFrame* frame_ = nullptr;  // what the codec fills
+    AVFrame* frame_ = nullptr;          // what the codec fills
+    int64_t neededFromMs_ = INT64_MIN;  // packets before it aren't decoded
+    bool hasGap_ = false;               // the packet before wasn't
     bool hasOutputSpec_ = false;
     int32_t outChannels_ = 0;                              // valid with hasOutputSpec_, like the two below
     int32_t outSampleRate_ = 0;                            // in Hz

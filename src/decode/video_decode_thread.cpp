@@ -74,21 +74,17 @@ bool VideoDecodeThread::canDecode() {
 
 void VideoDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
     if (decoder_) {
-        decoder_->setNeededFrom(seekSkip_.neededFromMs());
+        decoder_->setNeededFrom(neededFromMs());
         decoder_->insertPacket(packet.get());
     }
 }
 
 void VideoDecodeThread::onSeek(int seekTimeMs, bool flush) {
     Log::Debug(kName, "%s, seekTimeMs:%d, flush:%d\n", "onSeek", seekTimeMs, flush);
-    std::unique_lock<std::mutex> lock;
-    if (flush) {
-        if (decoder_) {
-            decoder_->flush();
-        }
-        lock = queueLock();
+    if (flush && decoder_) {
+        decoder_->flush();
     }
-    seekSkip_.aim(seekTimeMs, flush);
+    const auto lock = aim(seekTimeMs, flush);
     if (observer_) {
         observer_->onVideoDecodeSeek(seekTimeMs, flush);
     }

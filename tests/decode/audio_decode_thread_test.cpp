@@ -86,6 +86,8 @@ public:
 
     void flush() override { events_->add("flush"); }
 
+    void setNeededFrom(int64_t timeMs) override { neededFrom.push_back(timeMs); }
+
     bool openSync(bool open) override {
         events_->add(open ? "sync on" : "sync off");
         return true;
@@ -95,6 +97,7 @@ public:
 
     bool opens = true;
     int framesPerPacket = 1;
+    std::vector<int64_t> neededFrom;  // for each packet
 
 private:
     Events* const events_;
@@ -352,6 +355,22 @@ TEST_F(AudioDecodeThreadTest, FlushesTheDecoderBeforeItTellsOfASeek) {
     thread->fillPacket(makeAudioPacket(5000));
     EXPECT_TRUE(thread->checkBuffer(100));
     EXPECT_FALSE(thread->checkBuffer(99));
+}
+
+TEST_F(AudioDecodeThreadTest, TellsTheDecoderWhatASeekNeeds) {
+    FakeTime::setManual(true);
+    observer->queueSize = 20;
+    run();
+    ASSERT_TRUE(idles());
+    thread->seek(1000);
+    for (int64_t pts = 400; pts <= 1000; pts += 50) {
+        thread->fillPacket(makeAudioPacket(pts));
+    }
+    observer->queueSize = 0;
+    FakeTime::advanceMs(30);
+    EXPECT_THAT(events.waitFor(30), testing::SizeIs(30));
+    thread->stop();
+    EXPECT_THAT(decoder->neededFrom, ElementsAre(401, 451, 501, 501, 501, 501, 501, 501, 501, 501, 501, 501, 501));
 }
 
 TEST_F(AudioDecodeThreadTest, ClosesAndDropsTheDecoderAtTheEnd) {

@@ -4,7 +4,10 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
+#include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <map>
 #include <random>
 #include <string>
@@ -12,6 +15,7 @@ extern "C" {
 #include "decode/audio_library_fakes.h"
 #include "decode/audio_test_support.h"
 #include "decode/ff_audio_decoder.h"
+#include "decode/seek_skip.h"
 #include "support/log_capture.h"
 
 namespace kelp::test {
@@ -140,6 +144,50 @@ TEST_P(AudioMediaTest, GoesOnAfterAFlush) {
     observer->frames.clear();
     decodeAll();
     EXPECT_NEAR(static_cast<double>(samples(0).size()), kSeconds * kOutRate, kOutRate / 10.0);
+}
+
+// A seek, with all packets known: what is heard from its target on is what it was without anything left out, but for
+// where between two samples the resampler stands.
+TEST_P(AudioMediaTest, SoundsTheSameFromASeeksTargetOn) {
+    constexpr int64_t kTargetMs = 3000;
+    decodeAll();
+    const auto all = std::exchange(observer->frames, {});
+    decoder.flush();
+    SeekSkip skip(500);
+    skip.aim(kTargetMs, /*flush=*/true);
+    std::deque<std::shared_ptr<MediaPacket>> behind(tone.packets.begin(), tone.packets.end());
+    while (!behind.empty()) {
+        const auto packet = behind.front();
+        behind.pop_front();
+        skip.take(*packet, behind);
+        decoder.setNeededFrom(skip.neededFromMs());
+        decoder.insertPacket(packet.get());
+    }
+    // The second one is behind the gap.
+    EXPECT_EQ(audioFakes().codecCallCount("flush_buffers"), 2);
+    const auto& some = observer->frames;
+    ASSERT_GT(some.size(), 5U);
+    // Three blocks at least.
+    EXPECT_LT(some[0]->pts, kTargetMs - 450);
+    EXPECT_GT(some[0]->pts, kTargetMs - 2000);
+    const auto atTarget = [](const auto& frame) { return frame->pts + frame->duration - 1 >= kTargetMs; };
+    auto expected = std::find_if(all.begin(), all.end(), atTarget);
+    auto heard = std::find_if(some.begin(), some.end(), atTarget);
+    ASSERT_NE(heard, some.end());
+    for (int block = 0; block < 4; ++block, ++expected, ++heard) {
+        EXPECT_EQ((*heard)->pts, (*expected)->pts);
+        EXPECT_EQ((*heard)->duration, (*expected)->duration);
+        EXPECT_NEAR((*heard)->dataSize, (*expected)->dataSize, 8);
+        const unsigned int samples = std::min((*heard)->dataSize, (*expected)->dataSize) / 2;
+        const auto* left = reinterpret_cast<const int16_t*>((*heard)->buffer->data);
+        const auto* right = reinterpret_cast<const int16_t*>((*expected)->buffer->data);
+        int most = 0;
+        for (unsigned int i = 0; i < samples; ++i) {
+            most = std::max(most, std::abs(left[i] - right[i]));
+        }
+        // The tone's height is 4096.
+        EXPECT_LT(most, tone.parameters->sample_rate == kOutRate ? 40 : 600);
+    }
 }
 
 TEST_P(AudioMediaTest, SurvivesDamagedPackets) {

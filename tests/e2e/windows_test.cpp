@@ -255,5 +255,19 @@ TEST_F(Windows, FollowANewSize) {
     expectBars(0, 0, 500, 640);
 }
 
+// The system leaves grey where a window was covered, and tells its owner alone.
+TEST_F(Windows, ShowAStandingPictureAgainAfterTheyWereCovered) {
+    const auto window = screen_.createWindow(0, 0, 320, 180);
+    play("bars.mp4");
+    player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(window), 320, 180);
+    ASSERT_TRUE(player().play());
+    expectBars(0, 0, 320, 180);
+    player().pause();
+    const auto cover = screen_.createWindow(100, 20, 100, 50);
+    EXPECT_TRUE(screen_.waitForPixel(160, 45, Rgb{128, 128, 128}));
+    screen_.resizeWindow(cover, 1, 1);
+    expectBars(0, 0, 320, 180);
+}
+
 }  // namespace
 }  // namespace kelp::test

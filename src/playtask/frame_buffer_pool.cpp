@@ -7,11 +7,7 @@
 
 namespace kelp {
 
-namespace {
-
 constexpr const char* kTag = "PlayTask";
-
-}  // namespace
 
 std::shared_ptr<FrameBuffer> FrameBufferPool::alloc(unsigned int size) {
     std::lock_guard lock(mutex_);

@@ -214,12 +214,7 @@ bool PlayTask::stop() {
     stopPlayThread(videoPlayThread_);
     stopPlayThread(audioPlayThread_);
 
-    durationMs_ = 0;
-    playDetailWidth_ = 0;
-    playDetailHeight_ = 0;
-    playDetailRotate_ = 0;
-    playDetailFps_ = 0;
-
+    durationMs_ = playDetailWidth_ = playDetailHeight_ = playDetailRotate_ = playDetailFps_ = 0;
     seekTurns_.forget();
 
     // All threads have ended, so no frame comes back behind this.

@@ -20,8 +20,6 @@ class CycleBufferWrapper;
 class SDLAudioOutput : public IAudioOutput {
 public:
     SDLAudioOutput();
-    SDLAudioOutput(const SDLAudioOutput&) = delete;
-    SDLAudioOutput& operator=(const SDLAudioOutput&) = delete;
     ~SDLAudioOutput() override;
 
     bool init(AudioOutputSpec spec) override;

@@ -5,15 +5,8 @@
 
 namespace kelp {
 
-namespace {
-
 constexpr int kPollMs = 5;
 constexpr int kCalledOff = -1;
-
-}  // namespace
-
-CycleBufferWrapper::CycleBufferWrapper() : buffer_(std::make_unique<CycleBuffer>()) {
-}
 
 int CycleBufferWrapper::init(int size, int (*callback)(void*), void* opaque, CallingOff callingOff) {
     int result = 0;
@@ -23,7 +16,7 @@ int CycleBufferWrapper::init(int size, int (*callback)(void*), void* opaque, Cal
         callback_ = callback;
         opaque_ = opaque;
         restMs_ = callingOff == CallingOff::Told ? std::numeric_limits<int>::max() : kPollMs;
-        result = buffer_->init(size);
+        result = buffer_.init(size);
     }
     lookAgain();
     return result;
@@ -45,7 +38,7 @@ int CycleBufferWrapper::read_noblock(unsigned char* dest, int count) {
         if (calledOff()) {
             return kCalledOff;
         }
-        got = buffer_->read(dest, count);
+        got = buffer_.read(dest, count);
         hasRoom = isServed(writer_);
     }
     if (hasRoom) {
@@ -75,7 +68,7 @@ void CycleBufferWrapper::lookAgain() {
 int CycleBufferWrapper::reset() {
     {
         std::lock_guard lock(mutex_);
-        buffer_->reset();
+        buffer_.reset();
     }
     lookAgain();
     return 0;
@@ -83,7 +76,7 @@ int CycleBufferWrapper::reset() {
 
 int CycleBufferWrapper::availableReadSize() {
     std::lock_guard lock(mutex_);
-    return buffer_->availableReadSize();
+    return buffer_.availableReadSize();
 }
 
 bool CycleBufferWrapper::calledOff() {
@@ -91,7 +84,7 @@ bool CycleBufferWrapper::calledOff() {
 }
 
 bool CycleBufferWrapper::isServed(Side& side) {
-    if (side.wanted == 0 || (buffer_.get()->*side.available)() < side.wanted) {
+    if (side.wanted == 0 || (buffer_.*side.available)() < side.wanted) {
         return false;
     }
     side.wanted = 0;
@@ -114,11 +107,11 @@ int CycleBufferWrapper::transfer(Side& own, Side& other, unsigned char* user, in
             if (calledOff()) {
                 return kCalledOff;
             }
-            moved = (buffer_.get()->*own.move)(user ? user + done : nullptr, count - done);
+            moved = (buffer_.*own.move)(user ? user + done : nullptr, count - done);
             if (moved > 0) {
                 isOtherServed = isServed(other);
             } else {
-                const int half = (buffer_->availableReadSize() + buffer_->availableWriteSize()) / 2;
+                const int half = (buffer_.availableReadSize() + buffer_.availableWriteSize()) / 2;
                 own.wanted = std::clamp(half, 1, count - done);
                 restMs = restMs_;
             }

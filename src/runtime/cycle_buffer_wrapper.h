@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <memory>
 #include <mutex>
 
 #include "runtime/cycle_buffer.h"
@@ -21,10 +20,6 @@ public:
     // How the ring learns that `callback` calls transfers off: by asking every 5 ms, or by a lookAgain after the
     // change.
     enum class CallingOff { Polled, Told };
-
-    CycleBufferWrapper();
-    CycleBufferWrapper(const CycleBufferWrapper&) = delete;
-    CycleBufferWrapper& operator=(const CycleBufferWrapper&) = delete;
 
     // Allocates a ring of `size` bytes, of which one always stays free, and takes back an abort. 0, or -1 if there is
     // no memory. `callback`, null if there is none, is called with `opaque` before each step of a transfer, with the
@@ -66,7 +61,7 @@ private:
     // Whether the rest on this side is over now, to be ended once mutex_, held here, is free.
     bool isServed(Side& side);
 
-    std::unique_ptr<CycleBuffer> buffer_;  // guarded by mutex_, like the fields below
+    CycleBuffer buffer_;  // guarded by mutex_, like the fields below
     std::mutex mutex_;
     bool aborted_ = false;              // transfers end at once
     int (*callback_)(void*) = nullptr;  // asked before each step of a transfer

@@ -6,6 +6,7 @@
 #include "decode/audio_frame_info.h"
 #include "input/media_packet.h"
 #include "kelp_player/log.h"
+#include "runtime/kelp_time.h"
 
 namespace kelp {
 
@@ -16,6 +17,7 @@ constexpr int kMaxWaitingFrames = 20;
 // In which any decoder's sound becomes what it would be had it decoded all before: an MP3 frame may use bits of many
 // frames before it.
 constexpr int64_t kLeadInMs = 500;
+constexpr int64_t kMaxUnseenRoomMs = 30;
 
 }  // namespace
 
@@ -61,6 +63,18 @@ bool AudioDecodeThread::clearBuffer(int seekTimeMs) {
         return false;
     }
     return BaseDecodeThread::clearBuffer(seekTimeMs);
+}
+
+void AudioDecodeThread::framesTaken(int left) {
+    const int64_t nowMs = KelpTime::getTimeMs();
+    const int64_t nextMs = nowMs + (nowMs - lastTakenMs_.exchange(nowMs));  // when another one is likely to go
+    if (left == kMaxWaitingFrames - 1) {
+        roomSinceMs_ = nowMs;
+    }
+    const bool isOverdue = left < kMaxWaitingFrames && nextMs - roomSinceMs_ > kMaxUnseenRoomMs;
+    if (isOverdue || left <= kMaxWaitingFrames / 2) {
+        BaseDecodeThread::framesTaken();
+    }
 }
 
 bool AudioDecodeThread::openSync(bool open) {

@@ -67,6 +67,10 @@ public:
     // The same; the observer hears of the seek all the same.
     bool clearBuffer(int seekTimeMs) override;
 
+    // Frames have left the queue behind, `left` are in it. The thread isn't woken for each: there is sound for long in
+    // it, so room may wait for 30 ms, until about the next frame goes, or until half of the queue is empty.
+    void framesTaken(int left);
+
     // Turns the correction by onSpeedUpSamples on or off; false if there is no decoder.
     bool openSync(bool open);
 
@@ -87,6 +91,8 @@ private:
     // Time of the last frame that left the decoder. A seek doesn't touch it; before the first frame, no time is behind
     // it.
     std::atomic<int64_t> lastOutputPtsMs_{std::numeric_limits<int64_t>::max()};
+    std::atomic<int64_t> roomSinceMs_{0};  // when a frame left the full queue
+    std::atomic<int64_t> lastTakenMs_{0};  // when the last one went
 };
 
 }  // namespace kelp

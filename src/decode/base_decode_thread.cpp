@@ -35,8 +35,11 @@ void BaseDecodeThread::Run() {
         if (const auto seekTimeMs = seekAsked_.take()) {
             onSeek(static_cast<int>(*seekTimeMs), /*flush=*/true);
         }
+        // In this order: what goes after the look is counted after it, and ends the rest or lets none begin.
+        const unsigned int taken = taken_;
         if (!canDecode()) {
-            rest(kNoRoomRestMs, [this] { return seekAsked_.isPending(); });
+            rest(taken == 0 ? kNoRoomRestMs : Rest::kForeverMs,
+                 [&] { return seekAsked_.isPending() || taken_ != taken; });
             continue;
         }
         if (auto packet = takePacket()) {
@@ -109,6 +112,11 @@ std::unique_lock<std::mutex> BaseDecodeThread::aim(int seekTimeMs, bool flush) {
     auto lock = flush ? queueLock() : std::unique_lock<std::mutex>();
     seekSkip_.aim(seekTimeMs, flush);
     return lock;
+}
+
+void BaseDecodeThread::framesTaken() {
+    ++taken_;
+    endRest();
 }
 
 bool BaseDecodeThread::checkBuffer(int seekTimeMs) {

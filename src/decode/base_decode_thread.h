@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <memory>
@@ -51,6 +52,10 @@ public:
     // packets stay.
     virtual bool clearBuffer(int seekTimeMs);
 
+    // Frames have left the queue behind. Where that is told, from its beginning on, the thread that found no room rests
+    // until then; where it never is, it looks again every 30 ms. Any thread, under any lock.
+    void framesTaken();
+
     // Ends the thread and returns when `onExit` is done. Packets that still wait are dropped.
     virtual void stop();
 
@@ -89,9 +94,10 @@ private:
     std::deque<std::shared_ptr<MediaPacket>> packetQueue_;  // oldest first; guarded by queueMutex_
     std::mutex queueMutex_;                                 // taken before a play thread's queue mutex
     std::condition_variable queueCond_;                     // a packet came, or a stop
-    SeekSkip seekSkip_;     // guarded by queueMutex_, but that the thread may read neededFromMs
-    LatestTime seekAsked_;  // in milliseconds; posted under queueMutex_, as it goes with an emptied queue
-    bool running_ = false;  // between start and stop; the owner's
+    SeekSkip seekSkip_;                   // guarded by queueMutex_, but that the thread may read neededFromMs
+    LatestTime seekAsked_;                // in milliseconds; posted under queueMutex_, as it goes with an emptied queue
+    std::atomic<unsigned int> taken_{0};  // calls of framesTaken
+    bool running_ = false;                // between start and stop; the owner's
 };
 
 }  // namespace kelp

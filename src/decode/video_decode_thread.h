@@ -50,6 +50,7 @@ public:
               const PlaybackOptions& options = {});
 
     using BaseDecodeThread::fillPacket;
+    using BaseDecodeThread::framesTaken;
     using BaseDecodeThread::getQueuePacketSize;
     using BaseDecodeThread::prepareStop;
     using BaseDecodeThread::seek;

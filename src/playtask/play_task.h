@@ -155,6 +155,9 @@ private:
     // From the play threads, at the very first frame and at the end of each seek, then with their queue mutex held.
     void onFirstVideoFrame(int64_t framePtsMs) override;
     void onFirstAudioFrame(int64_t framePtsMs) override;
+    // Room for the decode threads. From whoever took the frames, with no lock of a play thread held.
+    void onVideoFramesTaken(int left) override;
+    void onAudioFramesTaken(int left) override;
 
     void raise(EventType type, int a, int b, int c);
 

@@ -141,6 +141,18 @@ void PlayTask::onFirstAudioFrame(int64_t framePtsMs) {
     }
 }
 
+void PlayTask::onVideoFramesTaken(int /*left*/) {
+    if (const auto videoDecode = videoDecodeThread_.load()) {
+        videoDecode->framesTaken();
+    }
+}
+
+void PlayTask::onAudioFramesTaken(int left) {
+    if (const auto audioDecode = audioDecodeThread_.load()) {
+        audioDecode->framesTaken(left);
+    }
+}
+
 void PlayTask::onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) {
     Log::Debug(kTag, "%s, isSeeking_:%d, seekQueue:%d, max video pts:%lld, audio pts:%lld\n", "onFileEnd",
                seekTurns_.target().has_value(), seekTurns_.waiting(), static_cast<long long>(maxVideoPtsMs),

@@ -45,7 +45,7 @@ short* samplesOf(const AudioFrameInfo& frame) {
 }  // namespace
 
 AudioPlayThread::AudioPlayThread()
-    : BasePlayThread("AudioPlayThread", /*keepFrames=*/0, /*offersInPause=*/false),
+    : BasePlayThread("AudioPlayThread", /*keepFrames=*/0, Idle::Asleep),
       diffAvgCoef_(std::exp(std::log(0.01) / kDiffAvgFrames)) {
 }
 
@@ -191,6 +191,12 @@ void AudioPlayThread::onExit() {
         output->close();
     }
     destroySoundTouch();
+}
+
+void AudioPlayThread::onFramesTaken(int left) {
+    if (observer_) {
+        observer_->onAudioFramesTaken(left);
+    }
 }
 
 void AudioPlayThread::destroySoundTouch() {

@@ -18,11 +18,14 @@ namespace kelp {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
-// What an AudioPlayThread reports. Called on the play thread, at the end of a seek with its queue's mutex held.
+// What an AudioPlayThread reports. Called on the play thread, at the end of a seek with its queue's mutex held;
+// what was taken is told with no lock held, on the thread that took it.
 class AudioPlayThreadObserver {
 public:
     // The first frame ever, or the first one after a seek; `pts` in milliseconds.
     virtual void onFirstAudioFrame(int64_t pts) = 0;
+    // Frames have left the queue, `left` are in it. Comes first when the thread starts.
+    virtual void onAudioFramesTaken(int /*left*/) {}
 };
 
 #pragma GCC diagnostic pop
@@ -83,6 +86,7 @@ private:
     void onSeekStart(int seekTimeMs) override;
     void onSeekFinish(int ptsMs) override;
     void onExit() override;
+    void onFramesTaken(int left) override;
 
     // Measures the distance to the clock that is followed, as a running average over about 20 frames. `duration` is
     // the frame's, in milliseconds.

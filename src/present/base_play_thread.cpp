@@ -1,7 +1,6 @@
 #include "present/base_play_thread.h"
 
 #include <chrono>
-#include <limits>
 #include <utility>
 
 #include "clock/wrapping_math.h"
@@ -15,7 +14,6 @@ constexpr const char* kTag = "BasePlayThread";
 
 constexpr int kRetryMs = 50;  // until a frame that was not done with is offered again, and a step of a paused loop
 constexpr int kKeepMs = 30;   // until a queue that is down to what it keeps is looked at again
-constexpr int kPauseMs = std::numeric_limits<int>::max();
 constexpr auto kIdleWait = std::chrono::milliseconds(50);
 
 // Whether `timeMs` lies within the frame, or before it.
@@ -25,8 +23,8 @@ bool reaches(const DecodedFrame& frame, int64_t timeMs) {
 
 }  // namespace
 
-BasePlayThread::BasePlayThread(std::string name, int keepFrames, bool offersInPause)
-    : BaseThread(name), threadName_(std::move(name)), keepFrames_(keepFrames), offersInPause_(offersInPause) {
+BasePlayThread::BasePlayThread(std::string name, int keepFrames, Idle idle)
+    : BaseThread(name), threadName_(std::move(name)), keepFrames_(keepFrames), idle_(idle) {
 }
 
 BasePlayThread::~BasePlayThread() = default;
@@ -35,9 +33,10 @@ void BasePlayThread::Run() {
     Log::Debug(kTag, "[%s], %s\n", threadName_.c_str(), "Run");
     setName(threadName_.c_str());
 
+    onFramesTaken(getFrameQueueSize());
     while (!isStopRequested()) {
-        if (paused_ && skipTargetMs_ == -1) {
-            restBeforeOffer();
+        if (const unsigned int resumes = resumes_; paused_ && skipTargetMs_ == -1) {
+            restBeforeOffer(resumes);
         }
 
         std::unique_lock lock(queueMutex_);
@@ -46,17 +45,18 @@ void BasePlayThread::Run() {
             waitForFrame(lock);
             continue;
         }
+        const size_t size = frameQueue_.size();
         const auto frame = takeFrame();
+        unlockAndTell(lock, size);
         if (!frame) {
             // All were skipped. The queue is waited for at once: a rest here would be one for each frame on the way to
             // the target.
             continue;
         }
-        lock.unlock();
         present(frame);
         if (!paused_) {
             lock.lock();
-            popPresented();
+            popPresented(lock);
         }
     }
 
@@ -80,11 +80,14 @@ void BasePlayThread::startPendingSeeks(std::unique_lock<std::mutex>& lock) {
 }
 
 void BasePlayThread::waitForFrame(std::unique_lock<std::mutex>& lock) {
-    // A stop that is requested after this look takes the mutex before it wakes the wait.
+    // A stop that is requested after this look takes the mutex before it wakes the wait. There is no frame and no seek,
+    // by looks under the mutex, which both take.
     if (isStopRequested()) {
         return;
     }
-    if (queueCond_.wait_until(lock, std::chrono::steady_clock::now() + kIdleWait) == std::cv_status::timeout) {
+    if (idle_ == Idle::Asleep) {
+        queueCond_.wait(lock);
+    } else if (queueCond_.wait_until(lock, std::chrono::steady_clock::now() + kIdleWait) == std::cv_status::timeout) {
         onOutput();
     }
 }
@@ -116,30 +119,35 @@ std::shared_ptr<DecodedFrame> BasePlayThread::skipToTarget() {
 }
 
 void BasePlayThread::present(const std::shared_ptr<DecodedFrame>& frame) {
-    while (!onOutput(frame)) {
-        restBeforeOffer();
+    for (unsigned int resumes = resumes_; !onOutput(frame); resumes = resumes_) {
+        restBeforeOffer(resumes);
         if (isStopRequested() || seekAsked_.isPending()) {
             return;
         }
     }
 }
 
-void BasePlayThread::restBeforeOffer() {
-    if (paused_ && !offersInPause_) {
-        rest(kPauseMs, [this] { return seekAsked_.isPending() || !paused_; });
-    } else {
-        restUntilSeek(kRetryMs);
-    }
+void BasePlayThread::restBeforeOffer(unsigned int resumes) {
+    const bool isAsleep = idle_ == Idle::Asleep && paused_;
+    rest(isAsleep ? Rest::kForeverMs : kRetryMs, [&] { return seekAsked_.isPending() || resumes_ != resumes; });
 }
 
-void BasePlayThread::popPresented() {
-    const auto size = static_cast<int>(frameQueue_.size());
-    if (size > keepFrames_) {
+void BasePlayThread::popPresented(std::unique_lock<std::mutex>& lock) {
+    const size_t size = frameQueue_.size();
+    if (static_cast<int>(size) > keepFrames_) {
         frameQueue_.pop();
-    } else if (size == keepFrames_) {
-        // With the mutex held: producers and the control side wait as well. A seek that has emptied the queue is
-        // pending.
+    } else if (size > 0 && static_cast<int>(size) == keepFrames_) {
+        // With the mutex held: producers and the control side wait as well.
         restUntilSeek(kKeepMs);
+    }
+    unlockAndTell(lock, size);
+}
+
+void BasePlayThread::unlockAndTell(std::unique_lock<std::mutex>& lock, size_t before) {
+    const size_t left = frameQueue_.size();
+    lock.unlock();
+    if (left < before) {
+        onFramesTaken(static_cast<int>(left));
     }
 }
 
@@ -190,14 +198,17 @@ int BasePlayThread::getFrameQueueSize() {
 
 bool BasePlayThread::pause(bool paused) {
     Log::Debug(kTag, "[%s], pause:%d\n", threadName_.c_str(), paused);
-    paused_ = paused;
-    endRest();
+    if (paused_.exchange(paused) && !paused) {
+        ++resumes_;
+        endRest();
+    }
     return true;
 }
 
 void BasePlayThread::seek(int seekTimeMs, bool needFlush) {
     Log::Debug(kTag, "[%s], %s, seekTimeMs:%d\n", threadName_.c_str(), "seek", seekTimeMs);
-    std::lock_guard lock(queueMutex_);
+    std::unique_lock lock(queueMutex_);
+    const size_t size = frameQueue_.size();
     Log::Debug(kTag, "[%s], %s, seek req... queue size:%d, needFlush:%d\n", threadName_.c_str(), "seek",
                static_cast<int>(frameQueue_.size()), needFlush);
     if (!frameQueue_.empty()) {
@@ -209,6 +220,8 @@ void BasePlayThread::seek(int seekTimeMs, bool needFlush) {
     }
     seekAsked_.post(seekTimeMs);
     endRest();
+    queueCond_.notify_all();
+    unlockAndTell(lock, size);
 }
 
 bool BasePlayThread::checkBuffer(int seekTimeMs) {
@@ -217,8 +230,15 @@ bool BasePlayThread::checkBuffer(int seekTimeMs) {
 }
 
 bool BasePlayThread::clearBuffer(int seekTimeMs) {
+    std::unique_lock lock(queueMutex_);
+    const size_t size = frameQueue_.size();
+    const bool isFound = dropBefore(seekTimeMs);
+    unlockAndTell(lock, size);
+    return isFound;
+}
+
+bool BasePlayThread::dropBefore(int seekTimeMs) {
     constexpr const char* kOperation = "clearBuffer";
-    std::lock_guard lock(queueMutex_);
     if (!isInRange(seekTimeMs, kOperation)) {
         clearQueue(frameQueue_);
         return false;

@@ -24,9 +24,12 @@ namespace kelp {
 // if `isStarted` says so.
 class BasePlayThread : private BaseThread {
 public:
-    // `keepFrames`: how many frames stay queued after output. Without `offersInPause` a pause is one rest, until its
-    // end or a seek: for an output that would refuse the frame anyway.
-    BasePlayThread(std::string name, int keepFrames, bool offersInPause = true);
+    // Whether the output has something to do while there is nothing new for it: in a pause, and while the queue is
+    // empty. If not, the thread sleeps then.
+    enum class Idle { Served, Asleep };
+
+    // `keepFrames`: how many frames stay queued after output.
+    BasePlayThread(std::string name, int keepFrames, Idle idle = Idle::Served);
     ~BasePlayThread() override;
 
 private:
@@ -42,7 +45,7 @@ public:
 
     virtual int getFrameQueueSize();
 
-    // While paused the front frame stays queued and is offered again about every 50 ms. Always true.
+    // While paused the front frame stays queued; a served output is offered it again about every 50 ms. Always true.
     virtual bool pause(bool paused);
 
     // Drops frames up to the one that plays at `seekTimeMs`, or up to the highest known time if that is lower. With
@@ -70,8 +73,8 @@ protected:
     // Presents `frame`. True when it is done with; false to be offered the same frame again after 50 ms. No lock held.
     virtual bool onOutput(std::shared_ptr<DecodedFrame> frame) = 0;
 
-    // The queue stayed empty for 50 ms. The queue's mutex is held here and in onSeekFinish: no call of an operation
-    // that looks at the queue.
+    // The queue stayed empty for 50 ms; for a served output only. The queue's mutex is held here and in onSeekFinish:
+    // no call of an operation that looks at the queue.
     virtual void onOutput() = 0;
 
     // A seek was asked for; once for each, before any frame is dropped for it. No lock held.
@@ -82,6 +85,10 @@ protected:
 
     // The last act of the play thread. No lock held.
     virtual void onExit() = 0;
+
+    // Frames have left the queue, `left` are in it; once at the start, too. On the thread that took them, with none of
+    // this class's locks held.
+    virtual void onFramesTaken(int /*left*/) {}
 
     // The frame's duration in milliseconds. To be read in this way outside of the queue's mutex: it changes when the
     // next frame comes in, also while this one is being presented.
@@ -115,9 +122,12 @@ private:
     void waitForFrame(std::unique_lock<std::mutex>& lock);
     std::shared_ptr<DecodedFrame> takeFrame();
     std::shared_ptr<DecodedFrame> skipToTarget();
-    void popPresented();
-    // Until the front frame is to be offered (again). No lock held.
-    void restBeforeOffer();
+    void popPresented(std::unique_lock<std::mutex>& lock);  // unlocks
+    // Unlocks, and tells if the queue is shorter than `before`.
+    void unlockAndTell(std::unique_lock<std::mutex>& lock, size_t before);
+    // Until the front frame is to be offered (again), or a pause has ended since `resumes_` was read. No lock held.
+    void restBeforeOffer(unsigned int resumes);
+    bool dropBefore(int seekTimeMs);
     // Whether the target lies in the queue's range; logs as `operation`.
     bool isInRange(int seekTimeMs, const char* operation);
 
@@ -126,12 +136,13 @@ private:
 
     const std::string threadName_;
     const int keepFrames_;
-    const bool offersInPause_;
+    const Idle idle_;
     std::queue<std::shared_ptr<DecodedFrame>> frameQueue_;  // front is next; guarded by queueMutex_
     std::mutex queueMutex_;
-    std::condition_variable queueCond_;  // a frame was queued or a stop requested
+    std::condition_variable queueCond_;  // a frame was queued, or a seek or a stop requested
     std::atomic<bool> paused_{false};
-    LatestTime seekAsked_;               // in milliseconds; posted with queueMutex_ held, with what it flushes
+    std::atomic<unsigned int> resumes_{0};  // pauses that have ended
+    LatestTime seekAsked_;                  // in milliseconds; posted with queueMutex_ held, with what it flushes
     int skipTargetMs_ = -1;              // the loop's, like the next: what the running seek skips to; -1 when none runs
     int skipCount_ = 0;                  // frames dropped for it
     std::atomic<int64_t> maxPtsMs_{-1};  // highest time known for the stream; -1 for none

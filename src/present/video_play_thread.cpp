@@ -203,6 +203,12 @@ void VideoPlayThread::onExit() {
     windows_.closeAll();
 }
 
+void VideoPlayThread::onFramesTaken(int left) {
+    if (observer_) {
+        observer_->onVideoFramesTaken(left);
+    }
+}
+
 void VideoPlayThread::carryOutClearScreen() {
     lastFrame_.carryOutBlanks(queueLock());
 }

@@ -276,6 +276,62 @@ TEST_F(AudioDecodeThreadTest, TakesNoPacketWhileTwentyFramesWait) {
     EXPECT_THAT(events.all(), ElementsAre("open 0", "spec 2 48000 1", "packet 10", "frame 10", "frame 10", "frame 10"));
 }
 
+// The play thread takes a frame every so many milliseconds; how many of them are still there when another may come in.
+TEST_F(AudioDecodeThreadTest, LooksForRoomOnceForSomeFramesAndNotLaterThan30MsAfterTheFirst) {
+    struct Pace {
+        int frameMs;
+        int looks;   // out of 60 frames
+        int fullAt;  // frames in the queue at each of them
+    };
+    for (const Pace& pace :
+         {Pace{21, 30, 18}, Pace{10, 15, 16}, Pace{15, 20, 17}, Pace{26, 30, 18}, Pace{40, 60, 19}}) {
+        FakeTime::reset();
+        FakeTime::setManual(true);
+        thread = std::make_shared<AudioDecodeThread>();
+        (*thread).*privateMember(PrivateMember<FactoryTag, FactoryMember>{}) = factory;
+        observer->queueSize = 20;
+        factory->decoder = decoder = std::make_shared<FakeDecoder>(&events);
+        run();
+        for (int i = 0; i < 100; ++i) {
+            thread->fillPacket(makeAudioPacket(i));
+        }
+        thread->framesTaken(0);  // there is one who tells
+        ASSERT_TRUE(idles());
+        const int64_t looksBefore = FakeTime::sleepCount();
+        for (int i = 0; i < 60; ++i) {
+            FakeTime::advanceMs(pace.frameMs);
+            const int left = --observer->queueSize;
+            thread->framesTaken(left);
+            ASSERT_TRUE(idles());
+            EXPECT_EQ(observer->queueSize, left == pace.fullAt ? 20 : left) << pace.frameMs;
+        }
+        EXPECT_EQ(FakeTime::sleepCount() - looksBefore, pace.looks) << pace.frameMs;
+        FakeTime::advanceMs(10'000);
+        ASSERT_TRUE(idles());
+        EXPECT_EQ(FakeTime::sleepCount() - looksBefore, pace.looks);
+        thread->stop();
+    }
+}
+
+TEST_F(AudioDecodeThreadTest, LooksForRoomAtOnceWhenHalfOfTheQueueIsEmpty) {
+    FakeTime::setManual(true);
+    observer->queueSize = 20;
+    run();
+    thread->fillPacket(makeAudioPacket(10));
+    thread->framesTaken(20);
+    ASSERT_TRUE(idles());
+    // Frames that a jump has dropped, all at the same time.
+    for (int left = 19; left > 10; --left) {
+        observer->queueSize = left;
+        thread->framesTaken(left);
+    }
+    EXPECT_EQ(thread->getQueuePacketSize(), 1);
+    observer->queueSize = 10;
+    thread->framesTaken(10);
+    events.waitFor(4);
+    EXPECT_EQ(thread->getQueuePacketSize(), 0);
+}
+
 TEST_F(AudioDecodeThreadTest, TakesNoPacketWithoutAnObserver) {
     FakeTime::setManual(true);
     ASSERT_TRUE(thread->start());

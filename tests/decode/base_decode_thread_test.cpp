@@ -152,6 +152,59 @@ TEST_F(BaseDecodeThreadTest, KeepsPacketsWhileThereIsNoRoomAndServesASeekAllTheS
     thread_.stop();
 }
 
+TEST_F(BaseDecodeThreadTest, RestsUntilFramesAreTakenWhereThatIsTold) {
+    std::atomic<bool> room{true};
+    std::atomic<int> asked{0};
+    thread_.onCanDecode = [&] {
+        ++asked;
+        return room.load();
+    };
+    thread_.framesTaken();
+    thread_.onDecode = [&](MediaPacket&) { room = false; };
+    for (int i = 1; i <= 3; ++i) {
+        thread_.fillPacket(makePacket(i));
+    }
+    thread_.start();
+    ASSERT_TRUE(FakeTime::runFor(10'000, 1));
+    EXPECT_EQ(asked, 2);
+    // One look for each call that finds nothing, one more for each packet.
+    thread_.framesTaken();
+    ASSERT_TRUE(FakeTime::runFor(10'000, 1));
+    EXPECT_EQ(asked, 3);
+    room = true;
+    thread_.framesTaken();
+    EXPECT_THAT(thread_.waitForEvents(2), ElementsAre("decode 1", "decode 2"));
+    ASSERT_TRUE(FakeTime::runFor(10'000, 1));
+    EXPECT_EQ(asked, 5);
+    thread_.seek(700);
+    EXPECT_THAT(thread_.waitForEvents(3), ElementsAre("decode 1", "decode 2", "seek 700 flush"));
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    thread_.stop();
+    EXPECT_EQ(asked, 6);
+}
+
+TEST_F(BaseDecodeThreadTest, MissesNoRoomThatComesBetweenItsLookAndItsRest) {
+    for (const bool isTold : {false, true}) {
+        RecordingDecodeThread thread;
+        bool room = false;
+        thread.onCanDecode = [&] {
+            const bool answer = room;
+            if (!answer) {
+                room = true;
+                thread.framesTaken();
+            }
+            return answer;
+        };
+        if (isTold) {
+            thread.framesTaken();
+        }
+        thread.fillPacket(makePacket(1));
+        thread.start();
+        EXPECT_THAT(thread.waitForEvents(1), ElementsAre("decode 1"));
+    }
+    EXPECT_EQ(FakeTime::sleepCount(), 0);
+}
+
 TEST_F(BaseDecodeThreadTest, DropsTheQueueOnASeekAndServesItFirst) {
     auto dropped = makePacket(1);
     const std::weak_ptr<VideoPacket> watched = dropped;

@@ -331,6 +331,30 @@ TEST_F(PlayTaskPipeline, CompletesOnlyWhenResumed) {
     EXPECT_TRUE(under.waitFor(EVENT_COMPLETED));
 }
 
+TEST_F(PlayTaskPipeline, LooksForNoRoomWhilePausedAndFillsItWhenAPictureGoes) {
+    load("long.mp4");
+    PipelineFaults::failingMediaType = AVMEDIA_TYPE_AUDIO;  // the sound's ring has a pace of its own
+    FakeTime::setManual(true);
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
+    ASSERT_TRUE(under.task->pause());
+    constexpr int kThreads = 4;  // the worker's, the parser's, the decoder's and the pictures'
+    ASSERT_TRUE(FakeTime::runFor(1000, kThreads));
+    EXPECT_EQ(under.fromParser().onVideoFrameQueueSize(), 3);
+    const size_t before = FakeTime::sleeps().size();
+    ASSERT_TRUE(FakeTime::runFor(10'000, kThreads));
+    auto sleeps = FakeTime::sleeps();
+    sleeps.erase(sleeps.begin(), sleeps.begin() + static_cast<std::ptrdiff_t>(before));
+    EXPECT_EQ(std::ranges::count(sleeps, 50), 200);   // the pictures'
+    EXPECT_EQ(std::ranges::count(sleeps, 100), 100);  // the parser's
+    EXPECT_EQ(sleeps.size(), 300U);
+
+    // A seek within the queue takes pictures, and the pause goes on.
+    ASSERT_TRUE(under.task->seek(80));
+    EXPECT_FALSE(under.peer.isSeeking());
+    EXPECT_TRUE(TaskUnderTest::waitUntil([&] { return under.fromParser().onVideoFrameQueueSize() == 3; }));
+}
+
 TEST_F(PlayTaskPipeline, SkipsInsideItsPacketQueue) {
     load("long.mp4");
     PipelineFaults::failingMediaType =

@@ -39,7 +39,8 @@ std::shared_ptr<DecodedFrame> makeFrame(int64_t pts, int64_t duration = 40) {
 // on the play thread, after the text was written.
 class RecordingPlayThread : public BasePlayThread {
 public:
-    explicit RecordingPlayThread(int keepFrames = 0) : BasePlayThread("RecordingThread", keepFrames) {}
+    explicit RecordingPlayThread(int keepFrames = 0, Idle idleMode = Idle::Served)
+        : BasePlayThread("RecordingThread", keepFrames, idleMode) {}
     ~RecordingPlayThread() override {
         if (isStarted()) {
             FakeTime::setManual(false);
@@ -51,6 +52,7 @@ public:
     std::function<void(int)> seekStart = [](int) {};
     std::function<void(int)> seekFinish = [](int) {};
     std::function<void()> idle = [] {};
+    std::function<void(int)> taken = [](int) {};  // on the thread that took them
 
     void fill(std::initializer_list<int64_t> times) {
         for (const int64_t pts : times) {
@@ -96,6 +98,7 @@ private:
         seekFinish(ptsMs);
     }
     void onExit() override { note("exit"); }
+    void onFramesTaken(int left) override { taken(left); }
 
     void note(const std::string& event) {
         std::lock_guard lock(mutex_);
@@ -457,13 +460,46 @@ TEST_F(BasePlayThreadTest, KeepsTheFrontFrameWhilePaused) {
     thread.fill({120});
     EXPECT_EQ(thread.getFrameQueueSize(), 4);
 
+    const int64_t pausedMs = FakeTime::nowMs();
     thread.pause(false);
-    FakeTime::advanceMs(49);
-    EXPECT_THAT(thread.events(), ElementsAre("out 0", "out 0", "out 0"));
-    FakeTime::advanceMs(1);
     ASSERT_TRUE(thread.waitFor("out 120"));
     ASSERT_TRUE(thread.waitFor("idle"));
     EXPECT_THAT(thread.events(), ElementsAre("out 0", "out 0", "out 0", "out 0", "out 40", "out 80", "out 120"));
+    EXPECT_EQ(FakeTime::nowMs(), pausedMs);
+}
+
+// The look at the pause and the rest are two steps.
+TEST_F(BasePlayThreadTest, APauseThatEndsBeforeItsRestLetsNoneBegin) {
+    FakeTime::setManual(true);
+    for (const auto idle : {BasePlayThread::Idle::Served, BasePlayThread::Idle::Asleep}) {
+        RecordingPlayThread thread(0, idle);
+        thread.output = [&](int64_t) {
+            const bool isRefused = thread.isPaused();
+            thread.pause(false);
+            return !isRefused;
+        };
+        thread.fill({0});
+        thread.seek(0, /*needFlush=*/false);  // so that the pause lets it through
+        thread.pause(true);
+        thread.start();
+        ASSERT_TRUE(thread.waitFor("out 0", 2));
+    }
+    EXPECT_EQ(FakeTime::sleepCount(), 0);
+}
+
+TEST_F(BasePlayThreadTest, APauseThatIsAskedForAgainOrWasNoneEndsNoRest) {
+    FakeTime::setManual(true);
+    RecordingPlayThread thread;
+    thread.output = [](int64_t) { return false; };
+    thread.fill({0});
+    thread.start();
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    thread.pause(false);
+    EXPECT_TRUE(FakeTime::waitForSleepers(1, 0));
+    thread.pause(true);
+    thread.pause(true);
+    EXPECT_TRUE(FakeTime::waitForSleepers(1, 0));
+    EXPECT_THAT(thread.events(), ElementsAre("out 0"));
 }
 
 TEST_F(BasePlayThreadTest, SkipsAtFullSpeedDuringAPause) {
@@ -505,9 +541,6 @@ TEST_F(BasePlayThreadTest, ASeekEndsTheRestOfAPauseAndOneThatIsOfferedAgain) {
     thread.pause(true);
     thread.start();
     ASSERT_TRUE(FakeTime::waitForSleepers(1));
-    thread.pause(false);
-    thread.pause(true);
-    EXPECT_TRUE(FakeTime::waitForSleepers(1, 0));
     thread.seek(40, /*needFlush=*/false);
     ASSERT_TRUE(FakeTime::waitForSleepers(1));
     EXPECT_THAT(thread.events(), ElementsAre("start 40", "finish 40", "out 40"));
@@ -519,11 +552,11 @@ TEST_F(BasePlayThreadTest, ASeekEndsTheRestOfAPauseAndOneThatIsOfferedAgain) {
     ASSERT_TRUE(FakeTime::waitForSleepers(1));
     thread.fill({120});
     thread.pause(false);
-    EXPECT_TRUE(FakeTime::waitForSleepers(1, 0));
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
     thread.seek(120, /*needFlush=*/false);
     ASSERT_TRUE(FakeTime::waitForSleepers(1));
-    EXPECT_THAT(thread.events(),
-                ElementsAre("start 40", "finish 40", "out 40", "out 40", "start 120", "finish 120", "out 120"));
+    EXPECT_THAT(thread.events(), ElementsAre("start 40", "finish 40", "out 40", "out 40", "out 40", "start 120",
+                                             "finish 120", "out 120"));
     EXPECT_EQ(FakeTime::nowMs(), 1'000'050);
 }
 
@@ -631,7 +664,7 @@ TEST_F(BasePlayThreadTest, AFrameThatFollowsAFlushDuringOutputIsPoppedUnseen) {
     EXPECT_TRUE(log.has("skip count:0, pts:540, duration:40, seekTime:500, skipLimit:500, left q.size:1\n"));
 }
 
-TEST_F(BasePlayThreadTest, AFlushDuringOutputEndsInARestOf30MsUnlessASeekIsPending) {
+TEST_F(BasePlayThreadTest, AFlushDuringOutputEndsInTheWaitForAFrame) {
     for (const bool isSeek : {false, true}) {
         FakeTime::reset();
         RecordingPlayThread thread;
@@ -642,9 +675,71 @@ TEST_F(BasePlayThreadTest, AFlushDuringOutputEndsInARestOf30MsUnlessASeekIsPendi
         thread.fill({0});
         thread.start();
         ASSERT_TRUE(thread.waitFor("idle"));
-        EXPECT_EQ(FakeTime::sleeps(), isSeek ? std::vector<int>() : std::vector<int>{30});
+        EXPECT_THAT(FakeTime::sleeps(), testing::IsEmpty());
         EXPECT_EQ(thread.events().size(), isSeek ? 2U : 1U);
     }
+}
+
+// In a pause, and on an empty queue; real time, since the wait for a frame is no sleep of the time class.
+TEST_F(BasePlayThreadTest, AnOutputThatIsNotServedSleepsUntilThereIsSomethingForIt) {
+    FakeTime::setManual(true);
+    RecordingPlayThread thread(0, BasePlayThread::Idle::Asleep);
+    thread.output = [&](int64_t) { return !thread.isPaused(); };
+    thread.start();
+    std::this_thread::sleep_for(std::chrono::milliseconds(120));
+    thread.seek(1000, /*needFlush=*/true);
+    ASSERT_TRUE(thread.waitFor("start 1000"));
+    thread.fill({1000});
+    ASSERT_TRUE(thread.waitFor("out 1000"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(120));
+    EXPECT_EQ(FakeTime::sleepCount(), 0);
+
+    thread.pause(true);
+    thread.fill({1040});
+    ASSERT_TRUE(FakeTime::runFor(10'000, 1));
+    EXPECT_EQ(FakeTime::sleepCount(), 1);
+    thread.pause(false);
+    ASSERT_TRUE(thread.waitFor("out 1040"));
+    thread.stop();
+    const auto events = thread.events(/*withIdle=*/true);
+    EXPECT_EQ(std::count(events.begin(), events.end(), "idle"), 0);
+}
+
+TEST_F(BasePlayThreadTest, TellsOfAllThatLeavesTheQueueWithTheQueueFree) {
+    RecordingPlayThread thread;
+    std::mutex mutex;
+    std::vector<int> told;
+    thread.taken = [&](int left) {
+        const int size = std::async(std::launch::async, [&] { return thread.getFrameQueueSize(); }).get();
+        std::lock_guard lock(mutex);
+        told.push_back(left == size ? left : -1);
+    };
+    const auto takeTold = [&] {
+        std::lock_guard lock(mutex);
+        return std::exchange(told, {});
+    };
+    thread.fill({0, 40, 80, 120});
+    thread.clearBuffer(0);
+    EXPECT_THAT(takeTold(), ElementsAre());
+    thread.clearBuffer(80);
+    EXPECT_THAT(takeTold(), ElementsAre(2));
+    thread.clearBuffer(1000);
+    EXPECT_THAT(takeTold(), ElementsAre(0));
+    thread.fill({0, 40});
+    thread.seek(40, /*needFlush=*/false);
+    EXPECT_THAT(takeTold(), ElementsAre());
+    thread.seek(40, /*needFlush=*/true);
+    EXPECT_THAT(takeTold(), ElementsAre(0));
+
+    thread.fill({0, 20, 40, 80});
+    thread.start();
+    ASSERT_TRUE(thread.waitFor("idle"));
+    // At the start, what the seek skips, and each that was shown.
+    EXPECT_THAT(takeTold(), ElementsAre(4, 2, 1, 0));
+    thread.seek(1000, /*needFlush=*/false);
+    thread.fill({200});
+    ASSERT_TRUE(thread.waitFor("idle", 2));
+    EXPECT_THAT(takeTold(), ElementsAre(0));
 }
 
 // Seeks.

@@ -36,12 +36,9 @@ bool ExternRender::fillFrame(std::shared_ptr<VideoFrameInfo> frame) {
 
 bool ExternRender::refresh() {
     std::lock_guard lock(mutex_);
-    const auto frame = frame_;
-    if (!frame || !sink_) {
-        return false;
-    }
-    return sink_->onVideoFrame(frame->pixFormat, frame->pts, frame->data, frame->linesize, frame->rotate,
-                               frame->frameTag);
+    return frame_ && sink_ &&
+           sink_->onVideoFrame(frame_->pixFormat, frame_->pts, frame_->data, frame_->linesize, frame_->rotate,
+                               frame_->frameTag);
 }
 
 void ExternRender::close() {

@@ -10,8 +10,6 @@
 
 namespace kelp {
 
-namespace {
-
 constexpr char kTag[] = "AudioDecodeThread";
 constexpr int kMaxWaitingFrames = 20;
 // In which any decoder's sound becomes what it would be had it decoded all before: an MP3 frame may use bits of many
@@ -19,14 +17,8 @@ constexpr int kMaxWaitingFrames = 20;
 constexpr int64_t kLeadInMs = 500;
 constexpr int64_t kMaxUnseenRoomMs = 30;
 
-}  // namespace
-
 AudioDecodeThread::AudioDecodeThread()
     : BaseDecodeThread(kTag, kLeadInMs), decoderFactory_(std::make_shared<AudioDecoderFactory>()) {
-}
-
-AudioDecodeThread::~AudioDecodeThread() {
-    stopIfRunning();
 }
 
 bool AudioDecodeThread::open(AudioCodecType codecType, const void* codecParameters, AudioOutputSpec spec,
@@ -75,10 +67,6 @@ void AudioDecodeThread::framesTaken(int left) {
     if (isOverdue || left <= kMaxWaitingFrames / 2) {
         BaseDecodeThread::framesTaken();
     }
-}
-
-bool AudioDecodeThread::openSync(bool open) {
-    return decoder_ && decoder_->openSync(open);
 }
 
 bool AudioDecodeThread::canDecode() {

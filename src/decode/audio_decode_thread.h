@@ -48,7 +48,7 @@ class AudioDecodeThread : private BaseDecodeThread,
                           public std::enable_shared_from_this<AudioDecodeThread> {
 public:
     AudioDecodeThread();
-    ~AudioDecodeThread() override;
+    ~AudioDecodeThread() override { stopIfRunning(); }
 
     // Makes and opens the decoder. `codecParameters`: an AVCodecParameters, or null. A `spec` that the decoder refuses
     // is no failure: frames then keep the decoded form.
@@ -72,7 +72,7 @@ public:
     void framesTaken(int left);
 
     // Turns the correction by onSpeedUpSamples on or off; false if there is no decoder.
-    bool openSync(bool open);
+    bool openSync(bool open) { return decoder_ && decoder_->openSync(open); }
 
 private:
     bool canDecode() override;

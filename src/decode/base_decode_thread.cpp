@@ -25,8 +25,6 @@ BaseDecodeThread::BaseDecodeThread(std::string name, int64_t leadInMs)
     : BaseThread(name), threadName_(std::move(name)), seekSkip_(leadInMs) {
 }
 
-BaseDecodeThread::~BaseDecodeThread() = default;
-
 void BaseDecodeThread::Run() {
     Log::Debug(kTag, "[%s], %s\n", threadName_.c_str(), "Run");
     setName(threadName_.c_str());

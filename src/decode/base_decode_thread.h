@@ -27,7 +27,6 @@ class BaseDecodeThread : private BaseThread {
 public:
     // `name` is for the log and for the running thread, `leadInMs` for SeekSkip.
     explicit BaseDecodeThread(std::string name, int64_t leadInMs = SeekSkip::kShortestLeadInMs);
-    ~BaseDecodeThread() override;
 
 private:
     void Run() override;

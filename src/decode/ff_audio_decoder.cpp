@@ -55,15 +55,10 @@ bool holdsItsSamples(const AVFrame* frame) {
     if (!frame->extended_data || frame->linesize[0] < int64_t{frame->nb_samples} * shape.sampleBytes) {
         return false;
     }
-    return std::all_of(frame->extended_data, frame->extended_data + shape.planes,
-                       [](const uint8_t* plane) { return plane != nullptr; });
+    return std::count(frame->extended_data, frame->extended_data + shape.planes, nullptr) == 0;
 }
 
 }  // namespace
-
-FFAudioDecoder::FFAudioDecoder() = default;
-
-FFAudioDecoder::~FFAudioDecoder() = default;
 
 bool FFAudioDecoder::open(AudioCodecType codecType, const void* codecParameters,
                           std::shared_ptr<AudioDecoderObserver> observer) {
@@ -148,10 +143,6 @@ void FFAudioDecoder::flush() {
 bool FFAudioDecoder::openSync(bool open) {
     syncOpened_.store(open, std::memory_order_relaxed);
     return true;
-}
-
-bool FFAudioDecoder::isSyncOpened() {
-    return syncOpened_.load(std::memory_order_relaxed);
 }
 
 void FFAudioDecoder::insertPacket(MediaPacket* packet) {

@@ -26,11 +26,6 @@ namespace kelp {
 // the destructor doesn't.
 class FFAudioDecoder : public IAudioDecoder {
 public:
-    FFAudioDecoder();
-    FFAudioDecoder(const FFAudioDecoder&) = delete;
-    FFAudioDecoder& operator=(const FFAudioDecoder&) = delete;
-    ~FFAudioDecoder() override;
-
     // One that failed leaves nothing behind.
     bool open(AudioCodecType codecType, const void* codecParameters,
               std::shared_ptr<AudioDecoderObserver> observer) override;
@@ -41,7 +36,7 @@ public:
     void flush() override;
     void setNeededFrom(int64_t timeMs) override { neededFromMs_ = timeMs; }
     bool openSync(bool open) override;
-    bool isSyncOpened() override;
+    bool isSyncOpened() override { return syncOpened_.load(std::memory_order_relaxed); }
 
 private:
     // Samples of one frame in the form in which they leave.

@@ -11,17 +11,9 @@ extern "C" {
 
 namespace kelp {
 
-namespace {
-
 // Twice the widest vector, so that the chroma rows come out as whole vectors too.
 constexpr int kWidthStep = 128;
 constexpr int kPlanes = 3;
-
-}  // namespace
-
-PaddedPicture::PaddedPicture() = default;
-
-PaddedPicture::~PaddedPicture() = default;
 
 void PaddedPicture::FreeFrame::operator()(AVFrame* frame) const {
     av_frame_free(&frame);
@@ -46,10 +38,6 @@ bool PaddedPicture::resize(int width, int height) {
     width_ = width;
     height_ = height;
     return true;
-}
-
-void PaddedPicture::release() {
-    picture_.reset();
 }
 
 uint8_t* const* PaddedPicture::data() const {

@@ -16,13 +16,10 @@ class VideoFrameInfo;
 // Keeps its memory from picture to picture. One thread.
 class PaddedPicture {
 public:
-    PaddedPicture();
-    ~PaddedPicture();
-
     // Makes room for a picture of `width` by `height` pixels; false if there is no memory.
     bool resize(int width, int height);
     // Frees the memory.
-    void release();
+    void release() { picture_.reset(); }
 
     uint8_t* const* data() const;
     const int* linesize() const;

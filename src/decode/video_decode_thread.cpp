@@ -7,19 +7,11 @@
 
 namespace kelp {
 
-namespace {
-
 constexpr char kName[] = "VideoDecodeThread";  // of the thread, and the log tag
 constexpr int kMaxWaitingFrames = 3;
 
-}  // namespace
-
 VideoDecodeThread::VideoDecodeThread()
     : BaseDecodeThread(kName), decoderFactory_(std::make_shared<VideoDecoderFactory>()) {
-}
-
-VideoDecodeThread::~VideoDecodeThread() {
-    stopIfRunning();
 }
 
 bool VideoDecodeThread::open(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat, bool enableHw,
@@ -62,10 +54,6 @@ bool VideoDecodeThread::clearBuffer(int seekTimeMs) {
         return false;
     }
     return BaseDecodeThread::clearBuffer(seekTimeMs);
-}
-
-int64_t VideoDecodeThread::getAvgDecodeTimeMs() {
-    return decoder_->getAvgDecodeTime();
 }
 
 bool VideoDecodeThread::canDecode() {

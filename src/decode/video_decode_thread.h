@@ -42,7 +42,7 @@ class VideoDecodeThread : private BaseDecodeThread,
                           public std::enable_shared_from_this<VideoDecodeThread> {
 public:
     VideoDecodeThread();
-    ~VideoDecodeThread() override;
+    ~VideoDecodeThread() override { stopIfRunning(); }
 
     // Makes and opens the decoder. `codecParameters`: the stream's AVCodecParameters, or null.
     bool open(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat, bool enableHw,
@@ -62,7 +62,7 @@ public:
     bool clearBuffer(int seekTimeMs) override;
 
     // How long a picture stays inside the decoder, smoothed. To be called within `onVideoDecoded` only.
-    int64_t getAvgDecodeTimeMs();
+    int64_t getAvgDecodeTimeMs() { return decoder_->getAvgDecodeTime(); }
 
     void onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) override;
     void onVideoDecodeFailed() override;

@@ -20,7 +20,6 @@ namespace {
 
 constexpr const char* kTag = "AudioPlayThread";
 
-constexpr int64_t kNoSyncThresholdMs = 10000;
 constexpr int kDiffAvgFrames = 20;  // differences before the average counts
 constexpr int kMinThresholdMs = 25;
 constexpr int kMaxThresholdMs = 100;
@@ -72,10 +71,6 @@ void AudioPlayThread::setOutputSpec(AudioOutputSpec spec) {
     }
 }
 
-bool AudioPlayThread::isSupportSpeedAdjust() {
-    return soundTouch_ != nullptr;
-}
-
 void AudioPlayThread::setSpeed(float speed) {
     speed_.store(speed, std::memory_order_relaxed);
     // The play thread sets the tempo before each frame anyway, and the library takes one thread at a time.
@@ -91,14 +86,6 @@ bool AudioPlayThread::setVolume(float volume) {
     volume_ = volume;
     const auto output = audioOutput_.load();
     return output && output->setVolume(volume);
-}
-
-int64_t AudioPlayThread::getCurrentTime() {
-    return clock_.pts();
-}
-
-int AudioPlayThread::getUnSyncSamples() {
-    return unSyncSamples_.load(std::memory_order_relaxed);
 }
 
 bool AudioPlayThread::pause(bool paused) {
@@ -153,22 +140,6 @@ void AudioPlayThread::stop() {
     syncObject_.store(nullptr);
 }
 
-int64_t AudioPlayThread::getNoSyncThreshold() {
-    return kNoSyncThresholdMs;
-}
-
-bool AudioPlayThread::isForceSync() {
-    return false;
-}
-
-int64_t AudioPlayThread::getSyncPts() {
-    return clock_.read();
-}
-
-void AudioPlayThread::setSyncObject(std::shared_ptr<SyncObject> syncObject) {
-    syncObject_.store(std::move(syncObject));
-}
-
 void AudioPlayThread::onSeekStart(int seekTimeMs) {
     Log::Debug(kTag, "%s, seekTimeMs:%d\n", "onSeekStart", seekTimeMs);
     needFlush_ = true;
@@ -180,9 +151,6 @@ void AudioPlayThread::onSeekFinish(int ptsMs) {
     if (observer_) {
         observer_->onFirstAudioFrame(ptsMs);
     }
-}
-
-void AudioPlayThread::onOutput() {
 }
 
 void AudioPlayThread::onExit() {

@@ -47,7 +47,7 @@ public:
     void setOutputSpec(AudioOutputSpec spec);
 
     // Whether the tempo can be changed here. If not, the decoder is to make up for differences.
-    bool isSupportSpeedAdjust();
+    bool isSupportSpeedAdjust() { return soundTouch_ != nullptr; }
 
     // 1.0 is the sound's own tempo. In force from the next frame on; the pitch stays.
     void setSpeed(float speed);
@@ -56,10 +56,10 @@ public:
     bool setVolume(float volume);
 
     // The position at the loudspeaker, in milliseconds, as of the last frame.
-    int64_t getCurrentTime();
+    int64_t getCurrentTime() { return clock_.pts(); }
 
     // By how many samples per channel the sound runs ahead of the clock that it follows; negative if it lags.
-    int getUnSyncSamples();
+    int getUnSyncSamples() { return unSyncSamples_.load(std::memory_order_relaxed); }
 
     using BasePlayThread::fillFrame;
     using BasePlayThread::getFrameQueueSize;
@@ -73,16 +73,16 @@ public:
     void stop() override;
     void prepareStop() override;
 
-    int64_t getNoSyncThreshold() override;
-    bool isForceSync() override;
-    int64_t getSyncPts() override;
-    void setSyncObject(std::shared_ptr<SyncObject> syncObject) override;
+    int64_t getNoSyncThreshold() override { return kNoSyncThresholdMs; }
+    bool isForceSync() override { return false; }
+    int64_t getSyncPts() override { return clock_.read(); }
+    void setSyncObject(std::shared_ptr<SyncObject> syncObject) override { syncObject_.store(std::move(syncObject)); }
 
 private:
     friend class AudioPlayThreadPeer;  // lets tests drive the steps below without a thread
 
     bool onOutput(std::shared_ptr<DecodedFrame> frame) override;
-    void onOutput() override;
+    void onOutput() override {}
     void onSeekStart(int seekTimeMs) override;
     void onSeekFinish(int ptsMs) override;
     void onExit() override;
@@ -100,6 +100,8 @@ private:
     // Replaces the frame's samples by what comes out of the tempo change. False if nothing did.
     bool stretch(void* soundTouch, AudioFrameInfo& frame);
     void destroySoundTouch();
+
+    static constexpr int64_t kNoSyncThresholdMs = 10000;
 
     AudioOutputSpec outputSpec_;  // of the samples that arrive; fixed from `start` on
     std::shared_ptr<AudioOutputFactory> audioOutputFactory_;

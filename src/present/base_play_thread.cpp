@@ -27,8 +27,6 @@ BasePlayThread::BasePlayThread(std::string name, int keepFrames, Idle idle)
     : BaseThread(name), threadName_(std::move(name)), keepFrames_(keepFrames), idle_(idle) {
 }
 
-BasePlayThread::~BasePlayThread() = default;
-
 void BasePlayThread::Run() {
     Log::Debug(kTag, "[%s], %s\n", threadName_.c_str(), "Run");
     setName(threadName_.c_str());
@@ -46,7 +44,7 @@ void BasePlayThread::Run() {
             continue;
         }
         const size_t size = frameQueue_.size();
-        const auto frame = takeFrame();
+        const auto frame = skipTargetMs_ == -1 ? frameQueue_.front() : skipToTarget();
         unlockAndTell(lock, size);
         if (!frame) {
             // All were skipped. The queue is waited for at once: a rest here would be one for each frame on the way to
@@ -90,10 +88,6 @@ void BasePlayThread::waitForFrame(std::unique_lock<std::mutex>& lock) {
     } else if (queueCond_.wait_until(lock, std::chrono::steady_clock::now() + kIdleWait) == std::cv_status::timeout) {
         onOutput();
     }
-}
-
-std::shared_ptr<DecodedFrame> BasePlayThread::takeFrame() {
-    return skipTargetMs_ == -1 ? frameQueue_.front() : skipToTarget();
 }
 
 std::shared_ptr<DecodedFrame> BasePlayThread::skipToTarget() {
@@ -279,10 +273,6 @@ void BasePlayThread::setMaxPtsMs(int64_t ms) {
     int64_t known = maxPtsMs_;
     while (known < ms && !maxPtsMs_.compare_exchange_weak(known, ms)) {
     }
-}
-
-int64_t BasePlayThread::getMaxPtsMs() {
-    return maxPtsMs_;
 }
 
 void BasePlayThread::clearQueue(std::queue<std::shared_ptr<DecodedFrame>>& queue) {

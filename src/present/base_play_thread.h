@@ -30,7 +30,6 @@ public:
 
     // `keepFrames`: how many frames stay queued after output.
     BasePlayThread(std::string name, int keepFrames, Idle idle = Idle::Served);
-    ~BasePlayThread() override;
 
 private:
     void Run() override;
@@ -63,7 +62,7 @@ public:
 
     // The highest time known for the stream, in milliseconds. It only grows until `stop`; -1 stands for none.
     virtual void setMaxPtsMs(int64_t ms);
-    virtual int64_t getMaxPtsMs();
+    virtual int64_t getMaxPtsMs() { return maxPtsMs_; }
 
     // Lets the play thread end, ahead of a `stop` or as its first step. A derived class whose output can block releases
     // that here, once the request is made.
@@ -120,7 +119,6 @@ private:
     // The steps of the loop, with queueMutex_ held at call and return.
     void startPendingSeeks(std::unique_lock<std::mutex>& lock);
     void waitForFrame(std::unique_lock<std::mutex>& lock);
-    std::shared_ptr<DecodedFrame> takeFrame();
     std::shared_ptr<DecodedFrame> skipToTarget();
     void popPresented(std::unique_lock<std::mutex>& lock);  // unlocks
     // Unlocks, and tells if the queue is shorter than `before`.

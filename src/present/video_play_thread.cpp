@@ -9,14 +9,9 @@
 
 namespace kelp {
 
-namespace {
-
 constexpr char kTag[] = "VideoPlayThread";
-constexpr int64_t kNoSyncThresholdMs = 10000;
 constexpr int kServeMs = 15;    // windows are served that often while a frame waits, if they want it
 constexpr int kMaxRestMs = 50;  // a window's size and the wall clock may have changed, and nobody tells
-
-}  // namespace
 
 VideoPlayThread::VideoPlayThread(bool isLive, RenderTiming* renderTiming)
     : BasePlayThread("VideoPlayThread", /*keepFrames=*/0),
@@ -28,10 +23,6 @@ VideoPlayThread::~VideoPlayThread() {
     if (isStarted()) {
         BasePlayThread::stop();
     }
-}
-
-void VideoPlayThread::init(std::shared_ptr<VideoPlayThreadObserver> observer) {
-    observer_ = std::move(observer);
 }
 
 bool VideoPlayThread::start(int fps) {
@@ -67,10 +58,6 @@ void VideoPlayThread::clearScreen() {
     askToServe();
 }
 
-int64_t VideoPlayThread::getCurrentTime() {
-    return timing_.clock().pts();
-}
-
 bool VideoPlayThread::pause(bool paused) {
     Log::Debug(kTag, "pause:%d\n", paused);
     timing_.setPaused(paused);
@@ -90,18 +77,6 @@ bool VideoPlayThread::checkBuffer(int seekTimeMs) {
 bool VideoPlayThread::clearBuffer(int seekTimeMs) {
     Log::Debug(kTag, "%s, seekTimeMs:%d\n", "clearBuffer", seekTimeMs);
     return BasePlayThread::clearBuffer(seekTimeMs);
-}
-
-int64_t VideoPlayThread::getNoSyncThreshold() {
-    return kNoSyncThresholdMs;
-}
-
-bool VideoPlayThread::isForceSync() {
-    return false;
-}
-
-int64_t VideoPlayThread::getSyncPts() {
-    return timing_.clock().read();
 }
 
 void VideoPlayThread::setSyncObject(std::shared_ptr<SyncObject> syncObject) {

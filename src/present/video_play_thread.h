@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 #include "clock/sync_object.h"
 #include "decode/video_frame_info.h"
@@ -46,7 +47,7 @@ public:
     // Stops the thread if that has not been done.
     ~VideoPlayThread() override;
 
-    void init(std::shared_ptr<VideoPlayThreadObserver> observer);
+    void init(std::shared_ptr<VideoPlayThreadObserver> observer) { observer_ = std::move(observer); }
 
     // `fps`: the stream's frame rate, for the renderers.
     bool start(int fps);
@@ -68,7 +69,7 @@ public:
     void clearScreen();
 
     // The time of the picture on the screen, or the target of a seek, in milliseconds.
-    int64_t getCurrentTime();
+    int64_t getCurrentTime() { return timing_.clock().pts(); }
 
     using BasePlayThread::fillFrame;
     using BasePlayThread::getFrameQueueSize;
@@ -81,9 +82,9 @@ public:
     bool checkBuffer(int seekTimeMs) override;
     bool clearBuffer(int seekTimeMs) override;
 
-    int64_t getNoSyncThreshold() override;
-    bool isForceSync() override;
-    int64_t getSyncPts() override;
+    int64_t getNoSyncThreshold() override { return 10000; }
+    bool isForceSync() override { return false; }
+    int64_t getSyncPts() override { return timing_.clock().read(); }
     void setSyncObject(std::shared_ptr<SyncObject> syncObject) override;
 
 private:

@@ -24,9 +24,10 @@ public:
     // One picture. `pixFormat` is a PixFormat: PIX_FMT_YUV420P, or PIX_FMT_PACKET for bytes that were not decoded.
     // `pts` is its time on the stream's time line, in milliseconds. `data` and `linesize` point at 8 entries each, of
     // which 0 to 2 are the planes Y, U, V and their bytes per row; the chroma planes have half the width and height,
-    // rounded down. With PIX_FMT_PACKET entry 0 alone is set, to the bytes and their number. All are valid during the
-    // call only. `rotate` is the clockwise rotation for display, in degrees from 0 to 359. `frameTag` is 0, or with
-    // PIX_FMT_PACKET the packet's time in the stream's own units, from the stream's start.
+    // rounded down. A row has as many bytes as the plane is wide; more with the option "pictures" as "shared", and then
+    // nobody may write to them. With PIX_FMT_PACKET entry 0 alone is set, to the bytes and their number. All are valid
+    // during the call only. `rotate` is the clockwise rotation for display, in degrees from 0 to 359. `frameTag` is 0,
+    // or with PIX_FMT_PACKET the packet's time in the stream's own units, from the stream's start.
     //
     // The same picture comes again on each repaint: while the next one is waited for, and while the player is paused.
     // A screen that was cleared comes as that picture, black, with a `pts` lower by 1 for each `clearScreen`; bytes

@@ -34,6 +34,7 @@ constexpr size_t kMatrixBytes = 9 * sizeof(int32_t);
 // A row of this many pixels is whole vectors for the conversion, in the chroma planes too.
 constexpr int kVectorPixels = 32;
 constexpr uintptr_t kVectorAlignment = 16;
+constexpr int kPlanes = 3;
 
 int32_t colorRangeOf(AVColorRange range) {
     switch (range) {
@@ -224,9 +225,7 @@ void FFVideoDecoder::deliverPicture(AVFrame* picture, int64_t pts) {
         setRotation(reinterpret_cast<const int32_t*>(sideData->data), "insertPacket, theta 1:%f\n",
                     "insertPacket, theta 2:%f\n");
     }
-    DeliverVideoFrame(picture->data, picture->linesize, picture->width, picture->height,
-                      static_cast<AVPixelFormat>(picture->format), picture->color_range, picture->colorspace, pts,
-                      compat::frameFlags(picture));
+    DeliverVideoFrame(*picture, pts);
 }
 
 void FFVideoDecoder::send(const MediaPacket& packet, int64_t nowMs) {
@@ -267,55 +266,69 @@ void FFVideoDecoder::send(const MediaPacket& packet, int64_t nowMs) {
     }
 }
 
-void FFVideoDecoder::DeliverVideoFrame(const uint8_t* const* data, const int* linesize, int width, int height,
-                                       AVPixelFormat format, AVColorRange colorRange, AVColorSpace colorSpace,
-                                       int64_t pts, int flags) {
+void FFVideoDecoder::DeliverVideoFrame(AVFrame& picture, int64_t pts) {
     if (!observer_) {
         return;
     }
-    if (!fits(width, height)) {
-        Log::Error(kTag, "%s, picture size not supported, %dx%d\n", "DeliverVideoFrame", width, height);
+    if (!fits(picture.width, picture.height)) {
+        Log::Error(kTag, "%s, picture size not supported, %dx%d\n", "DeliverVideoFrame", picture.width, picture.height);
         return;
     }
     // One of another shape is told of, also if nobody looks at it.
-    const Shape shape{width, height, rotate_};
+    const Shape shape{picture.width, picture.height, rotate_};
     if (pts < neededFromMs_ && shape == lastShape_) {
         return;
     }
     auto frame = std::make_shared<VideoFrameInfo>();
     frame->pixFormat = PIX_FMT_YUV420P;
-    frame->colorRange = colorRangeOf(colorRange);
-    frame->colorSpace = colorSpaceOf(colorSpace);
-    frame->buffer = observer_->allocPixBuffer(static_cast<unsigned int>(width * height * 3 / 2));
-    if (!frame->buffer) {
-        return;
-    }
-    frame->freeBuffer = [weak = std::weak_ptr(observer_)](std::shared_ptr<FrameBuffer> buffer) {
-        if (const auto observer = weak.lock()) {
-            observer->freePixBuffer(std::move(buffer));
-        }
-    };
-
-    frame->width = width;
-    frame->height = height;
-    frame->data[0] = frame->buffer->data;
-    frame->data[1] = frame->data[0] + width * height;
-    frame->data[2] = frame->data[1] + (width >> 1) * (height >> 1);
-    frame->linesize[0] = width;
-    frame->linesize[1] = frame->linesize[2] = width >> 1;
-    if (!convert(data, linesize, format, *frame)) {
+    frame->colorRange = colorRangeOf(picture.color_range);
+    frame->colorSpace = colorSpaceOf(picture.colorspace);
+    frame->width = picture.width;
+    frame->height = picture.height;
+    if (canShare(picture)) {
+        share(picture, *frame);
+    } else if (!pack(picture, *frame)) {
         return;
     }
 
     frameIntervalMs_ = nextInterval(pts);
     lastPtsMs_ = pts;
     lastShape_ = shape;
-    frame->keyFrame = (flags & kKeyFrameFlag) != 0;
+    frame->keyFrame = (compat::frameFlags(&picture) & kKeyFrameFlag) != 0;
     frame->rotate = rotate_;
     frame->frameTag = 0;
     frame->pts = pts;
     frame->duration = frameIntervalMs_;
     observer_->onVideoDecoded(std::move(frame));
+}
+
+bool FFVideoDecoder::canShare(const AVFrame& picture) const {
+    // The copy of a hardware picture is used again, and its memory with it.
+    return sharesPictures_ && &picture == frame_ && picture.format == AV_PIX_FMT_YUV420P && picture.buf[0] &&
+           !picture.buf[kPlanes] && picture.linesize[0] >= picture.width &&
+           std::min(picture.linesize[1], picture.linesize[2]) >= (picture.width + 1) / 2;
+}
+
+void FFVideoDecoder::share(AVFrame& picture, VideoFrameInfo& frame) {
+    for (int plane = 0; plane < kPlanes; ++plane) {
+        frame.decoderMemory[static_cast<size_t>(plane)].reset(std::exchange(picture.buf[plane], nullptr));
+        frame.data[plane] = picture.data[plane];
+        frame.linesize[plane] = picture.linesize[plane];
+    }
+}
+
+bool FFVideoDecoder::pack(const AVFrame& picture, VideoFrameInfo& frame) {
+    frame.buffer = observer_->allocPixBuffer(static_cast<unsigned int>(frame.width * frame.height * 3 / 2));
+    if (!frame.buffer) {
+        return false;
+    }
+    frame.freeBuffer = [weak = std::weak_ptr(observer_)](std::shared_ptr<FrameBuffer> buffer) {
+        if (const auto observer = weak.lock()) {
+            observer->freePixBuffer(std::move(buffer));
+        }
+    };
+    frame.layOutIn(frame.buffer->data);
+    return convert(picture.data, picture.linesize, static_cast<AVPixelFormat>(picture.format), frame);
 }
 
 bool FFVideoDecoder::convert(const uint8_t* const* data, const int* linesize, AVPixelFormat format,

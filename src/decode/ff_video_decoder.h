@@ -18,10 +18,11 @@ extern "C" {
 namespace kelp {
 
 // The video decoder on FFmpeg. Tries hardware decoders, then hardware acceleration of the software decoder, then plain
-// software, as far as `enableHardware` allows; every picture leaves it as planar 4:2:0 in a buffer of its observer.
+// software, as far as `enableHardware` allows; every picture leaves it as planar 4:2:0, in a buffer of its observer, or
+// where it was decoded if that is wanted and can be.
 //
-// What `open` makes is released by `close`, not by the destructor. `enableHardware` and `open` come before the thread
-// that calls everything else. Opened once.
+// What `open` makes is released by `close`, not by the destructor. `enableHardware`, `setOptions` and `open` come
+// before the thread that calls everything else. Opened once.
 class FFVideoDecoder : public IVideoDecoder {
 public:
     FFVideoDecoder();
@@ -40,6 +41,7 @@ public:
     void insertPacket(MediaPacket* packet) override;
     void flush() override;
     bool enableHardware(bool enable, HwDecodeMode mode) override;
+    void setOptions(const PlaybackOptions& options) override { options_ = options; }
     int64_t getAvgDecodeTime() override;
     void setNeededFrom(int64_t timeMs) override { neededFromMs_ = timeMs; }
 
@@ -73,8 +75,13 @@ private:
     int64_t matchPacket(const AVFrame& picture, int64_t nowMs);
     void deliverPicture(AVFrame* picture, int64_t pts);
     void send(const MediaPacket& packet, int64_t nowMs);
-    void DeliverVideoFrame(const uint8_t* const* data, const int* linesize, int width, int height, AVPixelFormat format,
-                           AVColorRange colorRange, AVColorSpace colorSpace, int64_t pts, int flags);
+    void DeliverVideoFrame(AVFrame& picture, int64_t pts);
+    // Whether the picture may be handed on as it lies in the decoder's memory.
+    bool canShare(const AVFrame& picture) const;
+    // Gives the picture's references to its memory to the frame.
+    static void share(AVFrame& picture, VideoFrameInfo& frame);
+    // Puts the picture into a buffer of the observer.
+    bool pack(const AVFrame& picture, VideoFrameInfo& frame);
     // Converts a picture into the frame's planes.
     bool convert(const uint8_t* const* data, const int* linesize, AVPixelFormat format, const VideoFrameInfo& frame);
     int64_t nextInterval(int64_t pts);
@@ -89,6 +96,8 @@ private:
     AVCodecContext* codecContext_ = nullptr;
     bool hwEnabled_ = true;
     HwDecodeMode hwDecodeMode_ = HW_DECODE_ALL;
+    PlaybackOptions options_;
+    bool sharesPictures_ = false;       // wanted, and the decoder has memory without end
     AVFrame* frame_ = nullptr;          // what the codec fills
     AVFrame* transferFrame_ = nullptr;  // copy of a hardware picture in system memory
     SwsContext* swsContext_ = nullptr;

@@ -71,6 +71,9 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
         }
     }
 
+    // A hardware decoder has so many buffers and no more.
+    sharesPictures_ = options_.sharedPictures && software;
+
     codecContext_ = avcodec_alloc_context3(decoder);
     if (!codecContext_) {
         Log::Error(kTag, "%s, could not alloc codec context, type:%d, ffcodecId:%d\n", "open", codecType, codecId);

@@ -14,19 +14,29 @@ constexpr int kCountBits = 16;
 constexpr uint64_t kCountMask = (uint64_t{1} << kCountBits) - 1;
 
 // Takes the picture for planar 4:2:0 with tightly packed planes.
-void blank(const VideoFrameInfo& frame) {
+void blank(FrameBuffer& buffer, int32_t width, int32_t height) {
     constexpr int kBlackLuma = 0;
     constexpr int kNoColor = 128;
-    if (!frame.buffer || !frame.buffer->data || frame.width <= 0 || frame.height <= 0) {
+    if (!buffer.data || width <= 0 || height <= 0) {
         return;
     }
-    const int64_t capacity = frame.buffer->size;
-    const int64_t pixels = static_cast<int64_t>(frame.width) * frame.height;
+    const int64_t capacity = buffer.size;
+    const int64_t pixels = static_cast<int64_t>(width) * height;
     const int64_t luma = std::min(pixels, capacity);
     // Two planes of a quarter each, the second right behind the first.
     const int64_t chroma = std::min(pixels / 4 * 2, capacity - luma);
-    std::memset(frame.buffer->data, kBlackLuma, static_cast<size_t>(luma));
-    std::memset(frame.buffer->data + luma, kNoColor, static_cast<size_t>(chroma));
+    std::memset(buffer.data, kBlackLuma, static_cast<size_t>(luma));
+    std::memset(buffer.data + luma, kNoColor, static_cast<size_t>(chroma));
+}
+
+// Moves the picture out of the decoder's memory, which others read, into the block that is returned, for its buffer.
+std::shared_ptr<FrameBuffer> moveIntoOwnBlock(VideoFrameInfo& frame) {
+    auto block = std::make_shared<FrameBuffer>();
+    block->size = static_cast<unsigned int>(frame.width * frame.height * 3 / 2);
+    block->data = new unsigned char[block->size]();
+    frame.layOutIn(block->data);
+    frame.decoderMemory = {};
+    return block;
 }
 
 }  // namespace
@@ -62,10 +72,14 @@ void ShownFrame::carryOutBlanks(std::unique_lock<std::mutex> lock) {
         return;
     }
     const uint64_t count = request_.exchange(0, std::memory_order_relaxed) & kCountMask;
-    blank(*frame_);
+    const auto block = frame_->decoderMemory[0] ? moveIntoOwnBlock(*frame_) : frame_->buffer;
+    if (block) {
+        blank(*block, frame_->width, frame_->height);
+    }
     if (lock.mutex()) {
         lock.lock();
     }
+    frame_->buffer = block;
     frame_->pts = wrappingSubtract(frame_->pts, static_cast<int64_t>(count));
 }
 

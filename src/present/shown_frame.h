@@ -22,8 +22,9 @@ public:
 
     void requestBlank();
 
-    // Blanks the picture if that was requested and lowers its time by one millisecond for each request. `lock` is held
-    // for the latter; one without a mutex if that is held already.
+    // Blanks the picture if that was requested, one of the decoder's in a block of its own, and lowers its time by one
+    // millisecond for each request. `lock` is held for what other threads read; one without a mutex if that is held
+    // already.
     void carryOutBlanks(std::unique_lock<std::mutex> lock);
 
 private:

@@ -41,6 +41,7 @@ TEST(DecodedFrame, StartsWithNothing) {
     EXPECT_EQ(video->height, 0);
     EXPECT_FALSE(video->keyFrame);
     EXPECT_EQ(video->rotate, 0);
+    EXPECT_FALSE(video->decoderMemory[0] || video->decoderMemory[1] || video->decoderMemory[2]);
     EXPECT_EQ(audio->dataSize, 0U);
 }
 

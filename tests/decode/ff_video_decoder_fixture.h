@@ -45,6 +45,19 @@ protected:
         videoFakes().send = [](const AVPacket*) { return 0; };
     }
 
+    // A device for acceleration, whose surfaces are of the format CUDA.
+    static void offerDevice() {
+        videoFakes().hwConfig = [](int index) {
+            static const AVCodecHWConfig config{AV_PIX_FMT_CUDA, AV_CODEC_HW_CONFIG_METHOD_HW_DEVICE_CTX,
+                                                AV_HWDEVICE_TYPE_CUDA};
+            return index == 0 ? &config : nullptr;
+        };
+        videoFakes().createDevice = [](AVBufferRef** device, AVHWDeviceType) {
+            *device = av_buffer_allocz(4096);
+            return 0;
+        };
+    }
+
     void send(int64_t pts) { decoder_->insertPacket(makeVideoPacket(pts).get()); }
     // Queues a picture and has it delivered, by a packet that the codec doesn't take.
     void show(VideoFramePtr picture) {

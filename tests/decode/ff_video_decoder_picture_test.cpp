@@ -62,15 +62,7 @@ protected:
         decoder_->close();
         decoder_ = std::make_shared<FFVideoDecoder>();
         videoFakes() = {};
-        videoFakes().hwConfig = [](int index) {
-            static const AVCodecHWConfig config{AV_PIX_FMT_CUDA, AV_CODEC_HW_CONFIG_METHOD_HW_DEVICE_CTX,
-                                                AV_HWDEVICE_TYPE_CUDA};
-            return index == 0 ? &config : nullptr;
-        };
-        videoFakes().createDevice = [](AVBufferRef** device, AVHWDeviceType) {
-            *device = av_buffer_allocz(4096);
-            return 0;
-        };
+        offerDevice();
         decoder_->enableHardware(true, HW_DECODE_ACCEL);
         ASSERT_TRUE(open(VIDEO_CODEC_H264));
         script();

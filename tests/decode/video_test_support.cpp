@@ -189,17 +189,20 @@ std::vector<uint8_t> planesOf(const VideoFrameInfo& frame) {
     std::vector<uint8_t> bytes;
     for (int plane = 0; plane < 3; ++plane) {
         const int rows = plane == 0 ? frame.height : frame.height / 2;
+        const int width = plane == 0 ? frame.width : frame.width / 2;
         for (int row = 0; row < rows; ++row) {
             const uint8_t* from = frame.data[plane] + row * frame.linesize[plane];
-            bytes.insert(bytes.end(), from, from + frame.linesize[plane]);
+            bytes.insert(bytes.end(), from, from + width);
         }
     }
     return bytes;
 }
 
 void RecordingVideoObserver::onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) {
-    const unsigned char* tail = frame->buffer->data + frame->buffer->size;
-    tailsWrittenTo += !std::all_of(tail, tail + kTailBytes, [](unsigned char byte) { return byte == kTailByte; });
+    if (frame->buffer) {
+        const unsigned char* tail = frame->buffer->data + frame->buffer->size;
+        tailsWrittenTo += !std::all_of(tail, tail + kTailBytes, [](unsigned char byte) { return byte == kTailByte; });
+    }
     frames.push_back(std::move(frame));
 }
 

@@ -53,7 +53,7 @@ VideoFramePtr makePicture(int64_t pts, int width = 64, int height = 48, AVPixelF
 // Gives it the display matrix of a clockwise rotation.
 void addDisplayMatrix(AVFrame* picture, double clockwise);
 
-// The bytes of the frame's three planes.
+// The bytes of the frame's three planes, without what its rows may have behind them.
 std::vector<uint8_t> planesOf(const VideoFrameInfo& frame);
 
 // Takes what a decoder delivers and writes it down. Its buffers carry a tail behind their capacity that must stay

@@ -1,5 +1,12 @@
+#include <algorithm>
+#include <cstring>
+
 #include "decode/decoded_frame.h"
 #include "present/video_play_fixture.h"
+
+extern "C" {
+#include <libavutil/buffer.h>
+}
 
 namespace kelp {
 namespace {
@@ -187,6 +194,48 @@ TEST_F(VideoPlayThreadClearScreen, StaysInsideOfABlockThatIsTooSmall) {
     thread.clearScreen();
     Peer::idle(thread);
     EXPECT_EQ(frame->pts, -2);
+}
+
+TEST_F(VideoPlayThreadClearScreen, BlanksAPictureOfTheDecodersInABlockOfItsOwn) {
+    constexpr int kRowBytes = 64;
+    AVBufferRef* memory = av_buffer_alloc(kRowBytes * 14);
+    std::memset(memory->data, 77, memory->size);
+    const auto frame = std::make_shared<VideoFrameInfo>();
+    frame->pts = 1000;
+    frame->width = 16;
+    frame->height = 7;
+    frame->decoderMemory[0].reset(av_buffer_ref(memory));
+    for (int plane = 0; plane < 3; ++plane) {
+        frame->data[plane] = memory->data + kRowBytes * (plane == 0 ? 0 : 8 + 3 * (plane - 1));
+        frame->linesize[plane] = kRowBytes;
+    }
+    output(frame);
+    EXPECT_EQ(frame->data[0], memory->data);
+    EXPECT_EQ(frame->linesize[0], kRowBytes);
+    thread.clearScreen();
+    Peer::idle(thread);
+    EXPECT_EQ(frame->pts, 999);
+    EXPECT_EQ(renders.calls().back(), "1 refresh");
+    // The decoder's is as it was, and the decoder's alone again.
+    EXPECT_EQ(std::count(memory->data, memory->data + memory->size, 77), kRowBytes * 14);
+    EXPECT_EQ(av_buffer_get_ref_count(memory), 1);
+    EXPECT_FALSE(frame->decoderMemory[0]);
+    ASSERT_TRUE(frame->buffer);
+    EXPECT_EQ(frame->buffer->size, 16U * 7 * 3 / 2);
+    EXPECT_EQ(blockOf(*frame), blockWith(16 * 7, 0, 128));
+    EXPECT_EQ(frame->data[0], frame->buffer->data);
+    EXPECT_EQ(frame->data[1], frame->buffer->data + 16 * 7);
+    EXPECT_EQ(frame->data[2], frame->buffer->data + 16 * 7 + 8 * 3);
+    EXPECT_EQ(frame->linesize[0], 16);
+    EXPECT_EQ(frame->linesize[1], 8);
+    EXPECT_EQ(frame->linesize[2], 8);
+    // Once more: the block is there by now.
+    const auto block = frame->buffer;
+    thread.clearScreen();
+    Peer::idle(thread);
+    EXPECT_EQ(frame->buffer, block);
+    EXPECT_EQ(frame->pts, 998);
+    av_buffer_unref(&memory);
 }
 
 TEST_F(VideoPlayThreadClearScreen, LowersTheTimeOfAPassThroughFrameOnly) {

@@ -74,6 +74,9 @@ bool AudioDecodeThread::canDecode() {
 }
 
 void AudioDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
+    if (observer_) {
+        observer_->onAudioPacketTaken();
+    }
     if (decoder_) {
         decoder_->setNeededFrom(neededFromMs());
         decoder_->insertPacket(packet.get());

@@ -28,6 +28,8 @@ public:
 
     // Frames that wait for output.
     virtual int onAudioFrameQueueSize() = 0;
+    // A packet has left the queue, and is about to be decoded.
+    virtual void onAudioPacketTaken() {}
 
     virtual void onAudioDecodeSeek(int seekTimeMs, bool flush) = 0;
     virtual std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) = 0;

@@ -61,6 +61,9 @@ bool VideoDecodeThread::canDecode() {
 }
 
 void VideoDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
+    if (observer_) {
+        observer_->onVideoPacketTaken();
+    }
     if (decoder_) {
         decoder_->setNeededFrom(neededFromMs());
         decoder_->insertPacket(packet.get());

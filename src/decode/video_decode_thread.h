@@ -24,6 +24,8 @@ public:
     virtual void onVideoDecodeNoMoreFrame() = 0;
     // Frames that wait for presentation.
     virtual int onVideoFrameQueueSize() = 0;
+    // A packet has left the queue, and is about to be decoded.
+    virtual void onVideoPacketTaken() {}
     virtual void onVideoDecodeSeek(int seekTimeMs, bool flush) = 0;
     virtual std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) = 0;
     virtual void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) = 0;

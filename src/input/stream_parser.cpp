@@ -25,9 +25,9 @@ namespace {
 constexpr const char* TAG = "StreamParser";
 
 constexpr int kMaxQueuedPackets = 200;  // video and audio together; nothing is read from there on
+constexpr int kFewQueuedPackets = 100;  // reading goes on at once
 constexpr int kMaxReadErrors = 5;       // in a row; one more and reading is given up
 
-constexpr int kPausedRestMs = 50;
 constexpr int kQueuesFullRestMs = 100;
 constexpr int kEndOfInputRestMs = 100;
 constexpr int kReadErrorRestMs = 30;
@@ -52,14 +52,15 @@ void StreamParser::Run() {
     while (!isStopRequested()) {
         applyPauseRequest();
         if (isReadingHeldByPause()) {
-            rest(kPausedRestMs, [this] { return !paused_; });  // not until a seek, which isn't taken here
+            rest(Rest::kForeverMs, [this] { return !paused_; });  // not until a seek, which isn't taken here
             continue;
         }
         if (const auto seekPosUs = seekAsked_.take()) {
             processSeekRequest(*seekPosUs);
         }
         if (areQueuesFull()) {
-            rest(kQueuesFullRestMs, [this, told = lastPaused_] { return seekAsked_.isPending() || paused_ != told; });
+            rest(kQueuesFullRestMs,
+                 [this, told = lastPaused_] { return untilLow_ <= 0 || seekAsked_.isPending() || paused_ != told; });
             continue;
         }
         const int result = av_read_frame(formatContext_, &packet);
@@ -79,6 +80,12 @@ bool StreamParser::pause(bool paused) {
     paused_ = paused;
     endRest();
     return true;
+}
+
+void StreamParser::packetTaken() {
+    if (--untilLow_ == 0) {
+        endRest();
+    }
 }
 
 void StreamParser::applyPauseRequest() {
@@ -117,6 +124,8 @@ bool StreamParser::areQueuesFull() {
     packets += observer_->onAudioPacketQueueSize();
     observer_->onVideoFrameQueueSize();
     observer_->onAudioFrameQueueSize();
+    // Those that were taken since the look aren't counted: the rest ends so many packets later, or by itself.
+    untilLow_ = packets - kFewQueuedPackets;
     return packets >= kMaxQueuedPackets;
 }
 
@@ -154,7 +163,8 @@ void StreamParser::handleEndOfFile() {
 void StreamParser::waitAfterEnd(bool isFailed) {
     bool isReported = false;
     do {
-        if (observer_ && areQueuesEmpty() && !isReported && !paused_) {
+        const bool wasPaused = paused_;
+        if (observer_ && areQueuesEmpty() && !isReported && !wasPaused) {
             isFailed ? observer_->onPlayFailed() : observer_->onPlaybackCompleted();
             isReported = true;
         }
@@ -162,7 +172,8 @@ void StreamParser::waitAfterEnd(bool isFailed) {
             clearInputEnd();
             return;
         }
-        rest(kEndOfInputRestMs, [this] { return seekAsked_.isPending(); });
+        rest(isReported ? Rest::kForeverMs : kEndOfInputRestMs,
+             [&] { return seekAsked_.isPending() || (wasPaused && !isReported && !paused_); });
     } while (!isStopRequested());
 }
 

@@ -124,6 +124,10 @@ public:
     // Asks the thread to seek, to the end at most. Only the newest request that wasn't taken yet counts. Always true.
     bool seek(int seekTimeMs);
 
+    // A packet has left a queue behind. Ends the rest before full queues when they are down to a half, for stages that
+    // are faster than its 100 ms. Any thread, under any lock.
+    void packetTaken();
+
     // What `open` found. The codec parameters are copies of what the demuxer holds: not while the thread reads.
     std::shared_ptr<CodecInfo> getCodecInfo();
     std::shared_ptr<StreamInfo> getStreamInfo();
@@ -184,6 +188,7 @@ private:
     std::atomic<int64_t> durationUs_{0};  // ten hours if it is unknown
     std::atomic<bool> paused_{false};     // as requested
     LatestTime seekAsked_;                // in microseconds
+    std::atomic<int> untilLow_{0};        // packets to be taken until the thread that rests before full queues reads on
 
     std::mutex optionsMutex_;  // not mutex_: options can be set while an open blocks
     OptionMap options_;        // guarded by optionsMutex_

@@ -140,6 +140,7 @@ private:
     // here and below, let std::bad_alloc out.
     void onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) override;
     void onVideoDecodeFailed() override;
+    void onVideoPacketTaken() override { onPacketTaken(); }
     void onVideoDecodeNoMoreFrame() override;
     void onVideoDecodeSeek(int seekTimeMs, bool flush) override;
     std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) override { return pixPool_.alloc(size); }
@@ -148,6 +149,7 @@ private:
     // From the audio decode thread; likewise.
     void onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) override;
     int onSpeedUpSamples() override;
+    void onAudioPacketTaken() override { onPacketTaken(); }
     void onAudioDecodeSeek(int seekTimeMs, bool flush) override;
     std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) override { return pcmPool_.alloc(size); }
     void freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) override { pcmPool_.free(std::move(buffer)); }
@@ -155,7 +157,9 @@ private:
     // From the play threads, at the very first frame and at the end of each seek, then with their queue mutex held.
     void onFirstVideoFrame(int64_t framePtsMs) override;
     void onFirstAudioFrame(int64_t framePtsMs) override;
-    // Room for the decode threads. From whoever took the frames, with no lock of a play thread held.
+    // Room for the parser, and for the decode threads. From whoever took the frames, with no lock of a play thread
+    // held.
+    void onPacketTaken();
     void onVideoFramesTaken(int left) override;
     void onAudioFramesTaken(int left) override;
 

@@ -141,6 +141,12 @@ void PlayTask::onFirstAudioFrame(int64_t framePtsMs) {
     }
 }
 
+void PlayTask::onPacketTaken() {
+    if (streamParser_) {
+        streamParser_->packetTaken();
+    }
+}
+
 void PlayTask::onVideoFramesTaken(int /*left*/) {
     if (const auto videoDecode = videoDecodeThread_.load()) {
         videoDecode->framesTaken();

@@ -476,8 +476,7 @@ TEST_F(StreamParserRead, ReadsNothingOfAPausedRtspSource) {
     step(1000);
     EXPECT_EQ(script.reads(), 3);
     EXPECT_EQ(pauses, 1);
-    EXPECT_THAT(FakeTime::sleeps(), Each(50));
-    EXPECT_EQ(FakeTime::sleepCount(), 21);
+    EXPECT_EQ(FakeTime::sleepCount(), 1);
     EXPECT_EQ(observer->count("video 7200 found"), 1);
 }
 
@@ -505,7 +504,7 @@ TEST_F(StreamParserRead, HoldsAPausedMmsSourceThatHasBytes) {
     startStepping();
     step(200);
     EXPECT_EQ(script.reads(), 0);
-    EXPECT_THAT(FakeTime::sleeps(), Each(50));
+    EXPECT_EQ(FakeTime::sleepCount(), 1);
 }
 
 TEST_F(StreamParserRead, ReadsOtherPausedSourcesOn) {
@@ -712,7 +711,7 @@ TEST_F(StreamParserRead, EndsAFile) {
     step(1000);
     EXPECT_EQ(observer->count("completed"), 1);
     EXPECT_EQ(script.reads(), 3);
-    EXPECT_THAT(FakeTime::sleeps(), Each(100));
+    EXPECT_EQ(FakeTime::sleepCount(), 1);
     EXPECT_THAT(logLines("end of file"), ElementsAre("Running... end of file, foundKeyFrame_:1, stopRequested:0\n"));
 }
 
@@ -756,7 +755,7 @@ TEST_F(StreamParserRead, CompletesWhenTheLastQueueIsEmpty) {
     EXPECT_THAT(eventsOfAStep(), ElementsAre("vq", "aq", "vf", "af"));
     observer->audioFrames_ = 0;
     EXPECT_THAT(eventsOfAStep(), ElementsAre("vq", "aq", "vf", "af", "completed"));
-    EXPECT_THAT(eventsOfAStep(), ElementsAre("vq", "aq", "vf", "af"));
+    EXPECT_THAT(eventsOfAStep(), IsEmpty());
 }
 
 TEST_F(StreamParserRead, DoesNotCompleteWhilePaused) {
@@ -824,7 +823,7 @@ TEST_F(StreamParserRead, StopsInTheWaitAfterTheEnd) {
     script.endOfFile();
     startStepping();
     parser->stop();
-    EXPECT_THAT(FakeTime::sleeps(), ElementsAre(100));
+    EXPECT_EQ(FakeTime::sleepCount(), 1);
     EXPECT_EQ(script.reads(), 1);
     EXPECT_EQ(logLines("Run exit...\n").size(), 1U);
 }

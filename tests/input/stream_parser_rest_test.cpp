@@ -34,12 +34,9 @@ TEST_F(StreamParserRest, OfAPauseEndsWithThePauseAndNotForASeek) {
     startStepping();
     parser->seek(1000);
     parser->pause(true);
+    FakeTime::advanceMs(3'600'000);
     EXPECT_TRUE(isResting());
-    FakeTime::advanceMs(49);
-    EXPECT_TRUE(isResting());
-    FakeTime::advanceMs(1);
-    ASSERT_TRUE(FakeTime::waitForSleepers(1));
-    EXPECT_THAT(FakeTime::sleeps(), ElementsAre(50, 50));
+    EXPECT_EQ(FakeTime::sleepCount(), 1);
     EXPECT_THAT(observer->events(), IsEmpty());
     parser->pause(false);
     EXPECT_TRUE(observer->waitFor("seek start 1000"));
@@ -62,18 +59,56 @@ TEST_F(StreamParserRest, WhileTheQueuesAreFullEndsForASeekAndForAPausesChange) {
     EXPECT_TRUE(observer->waitFor("seek completed"));
 }
 
-TEST_F(StreamParserRest, AfterTheEndEndsForASeekAndNotForAPausesEnd) {
+TEST_F(StreamParserRest, WhileTheQueuesAreFullEndsWhenTheyAreDownToAHalf) {
+    ASSERT_TRUE(open());
+    observer->videoPackets_ = 150;
+    observer->audioPackets_ = 60;
+    script.audio(0);
+    startStepping();
+    for (int taken = 0; taken < 109; ++taken) {
+        --(taken % 3 == 0 ? observer->audioPackets_ : observer->videoPackets_);
+        parser->packetTaken();
+    }
+    EXPECT_TRUE(isResting());
+    EXPECT_EQ(FakeTime::sleepCount(), 1);
+    --observer->videoPackets_;
+    parser->packetTaken();
+    EXPECT_TRUE(observer->waitFor("first audio 0"));
+    EXPECT_EQ(FakeTime::nowMs(), 1'000'000);
+}
+
+TEST_F(StreamParserRest, AfterTheEndEndsForASeekAndForAPausesEnd) {
     ASSERT_TRUE(open());
     script.endOfFile().audio(0);
+    observer->audioFrames_ = 1;
     parser->pause(true);
     startStepping();
-    parser->pause(false);
-    EXPECT_TRUE(isResting());
     FakeTime::advanceMs(99);
     EXPECT_TRUE(isResting());
     FakeTime::advanceMs(1);
     ASSERT_TRUE(FakeTime::waitForSleepers(1));
-    EXPECT_THAT(FakeTime::sleeps(), ElementsAre(100, 100));
+    parser->pause(false);
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    parser->pause(true);
+    EXPECT_TRUE(isResting());
+    EXPECT_THAT(FakeTime::sleeps(), ElementsAre(100, 100, 100));
+    observer->audioFrames_ = 0;
+    FakeTime::advanceMs(100);
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    EXPECT_EQ(observer->count("completed"), 0);
+    const int64_t nowMs = FakeTime::nowMs();
+    parser->pause(false);
+    EXPECT_TRUE(observer->waitFor("completed"));
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    EXPECT_EQ(FakeTime::nowMs(), nowMs);
+
+    // There is nothing left to look for.
+    const int64_t sleeps = FakeTime::sleepCount();
+    parser->pause(true);
+    parser->pause(false);
+    FakeTime::advanceMs(3'600'000);
+    EXPECT_TRUE(isResting());
+    EXPECT_EQ(FakeTime::sleepCount(), sleeps);
     parser->seek(1000);
     // With what follows, the rest of a read that failed.
     EXPECT_TRUE(observer->waitFor("first audio 0"));

@@ -1,12 +1,12 @@
 #include "decode/ff_video_decoder.h"
 
-#include <algorithm>
 #include <limits>
 #include <utility>
 
 #include "decode/decoded_frame.h"
 #include "decode/display_rotation.h"
 #include "decode/packet_time.h"
+#include "decode/unreferenced_picture.h"
 #include "decode/video_frame_info.h"
 #include "input/media_packet.h"
 #include "kelp_player/log.h"
@@ -212,9 +212,6 @@ int64_t FFVideoDecoder::matchPacket(const AVFrame& picture, int64_t nowMs) {
         const int64_t sample = nowMs - sent->second;
         avgDecodeTimeMs_ -= static_cast<int64_t>(static_cast<double>(sample - avgDecodeTimeMs_) * kLatencyWeight);
         spareStartTime_ = decodeStartTimes_.extract(sent);
-        // What was left out before this picture never comes out.
-        const auto leftOut = decodeStartTimes_.lower_bound(std::min(pts, neededFromMs_));
-        decodeStartTimes_.erase(decodeStartTimes_.begin(), leftOut);
     }
     return pts;
 }
@@ -233,8 +230,11 @@ void FFVideoDecoder::send(const MediaPacket& packet, int64_t nowMs) {
     lendPacket(packet, &avPacket);
     // A stream that reorders its pictures without telling their times shows the packets' in their place, all alike.
     tellsPictureTimes_ = tellsPictureTimes_ || packet.pts != packet.dts;
-    const bool unneeded = canDiscard_ && tellsPictureTimes_ && avPacket.pts < neededFromMs_;
-    codecContext_->skip_frame = unneeded ? AVDISCARD_NONREF : AVDISCARD_DEFAULT;
+    if (avPacket.pts < neededFromMs_ && canDiscard_ && tellsPictureTimes_ &&
+        isUnreferenced(*codecContext_, packet.data, packet.size)) {
+        // Not by way of the library's own means to this end: a packet that it passes over takes a thread's turn.
+        return;
+    }
     if (avcodec_send_packet(codecContext_, &avPacket) < 0) {
         if (++decodeFailCount_ < kMaxSendFailures) {
             return;

@@ -64,9 +64,6 @@ private:
     void setRotation(const int32_t* matrix, const char* angleText, const char* turnText);
     void releaseCodec();
 
-    // Whether a picture that nothing refers to, by its packet, can be left out without harm to a later one.
-    static bool canDiscard(const AVCodecContext& context);
-
     // Delivers the pictures that the codec has ready; false when one couldn't be fetched from the hardware.
     bool drain(int64_t nowMs);
     // The picture in frame_ in system memory; null if it couldn't be fetched.

@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "decode/ff_video_decoder.h"
+#include "decode/unreferenced_picture.h"
 #include "input/codec_tables.h"
 #include "kelp_player/log.h"
 #include "runtime/ffmpeg_compat.h"
@@ -104,7 +105,7 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
                    codecId, ret, text);
         return false;
     }
-    canDiscard_ = software && !hwDeviceContext_ && canDiscard(*codecContext_);
+    canDiscard_ = software && !hwDeviceContext_ && marksUnreferenced(*codecContext_);
     frame_ = av_frame_alloc();
     transferFrame_ = av_frame_alloc();
     if (!frame_ || !transferFrame_) {
@@ -112,28 +113,6 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
         return false;
     }
     return true;
-}
-
-bool FFVideoDecoder::canDiscard(const AVCodecContext& context) {
-    switch (context.codec_id) {
-        case AV_CODEC_ID_H264:
-        case AV_CODEC_ID_MPEG4:
-            return true;
-        case AV_CODEC_ID_HEVC: {
-            // There it means that none of its own temporal layer refers to it, so there must be but one: the three bits
-            // are behind the header and 12 bits of the parameter set that comes first. Two bytes of ones follow.
-            constexpr int kBytes = 6;
-            for (int i = 0; i + kBytes <= context.extradata_size; ++i) {
-                const uint8_t* at = context.extradata + i;
-                if (at[0] == 0x40 && at[1] == 0x01 && at[4] == 0xFF && at[5] == 0xFF) {
-                    return (at[3] >> 1 & 7) == 0;
-                }
-            }
-            return false;
-        }
-        default:
-            return false;
-    }
 }
 
 const HWDecoderInfo* FFVideoDecoder::getHWDecoderInfo(const HWDecoderInfo* from, AVCodecID id) {

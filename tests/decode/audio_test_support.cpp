@@ -5,14 +5,11 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
-#include <unistd.h>
-
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <stdexcept>
 
 #include "input/codec_tables.h"
+#include "support/temp_files.h"
 
 namespace kelp::test {
 
@@ -86,26 +83,6 @@ void RecordingAudioObserver::freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) 
 
 namespace {
 
-// A folder that goes with this object.
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "kelp_audio_XXXXXX").string();
-        if (!mkdtemp(name.data())) {
-            throw std::runtime_error("no temporary folder");
-        }
-        path_ = name;
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-
-    const std::filesystem::path& path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
-
 struct InputCloser {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
 };
@@ -114,14 +91,11 @@ struct InputCloser {
 
 ToneFile makeToneFile(const std::string& encoder, const std::string& extension, int hz, int sampleRate, int channels,
                       int seconds) {
-    const TemporaryFolder folder;
-    const std::string file = (folder.path() / ("tone." + extension)).string();
-    const std::string command = "ffmpeg -v error -nostdin -f lavfi -i sine=frequency=" + std::to_string(hz) +
-                                ":sample_rate=" + std::to_string(sampleRate) + ":duration=" + std::to_string(seconds) +
-                                " -ac " + std::to_string(channels) + " -c:a " + encoder + " -y " + file;
-    if (std::system(command.c_str()) != 0) {
-        throw std::runtime_error("failed: " + command);
-    }
+    const TempFolder folder;
+    const std::string file = folder.path("tone." + extension);
+    runFFmpeg("-f lavfi -i sine=frequency=" + std::to_string(hz) + ":sample_rate=" + std::to_string(sampleRate) +
+              ":duration=" + std::to_string(seconds) + " -ac " + std::to_string(channels) + " -c:a " + encoder + " " +
+              file);
 
     AVFormatContext* opened = nullptr;
     if (avformat_open_input(&opened, file.c_str(), nullptr, nullptr) < 0) {

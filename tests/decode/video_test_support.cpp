@@ -7,9 +7,7 @@ extern "C" {
 }
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -18,6 +16,7 @@ extern "C" {
 #include "decode/decoded_frame.h"
 #include "input/codec_tables.h"
 #include "runtime/ffmpeg_compat.h"
+#include "support/temp_files.h"
 
 namespace kelp::test {
 
@@ -26,36 +25,9 @@ namespace {
 constexpr unsigned int kTailBytes = 4096;
 constexpr unsigned char kTailByte = 0xA5;
 
-// A folder that goes with this object.
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "kelp_video_XXXXXX").string();
-        if (!mkdtemp(name.data())) {
-            throw std::runtime_error("no temporary folder");
-        }
-        path_ = name;
-    }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-    ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-
-    std::string file(const std::string& name) const { return (path_ / name).string(); }
-
-private:
-    std::filesystem::path path_;
-};
-
 struct CloseInput {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
 };
-
-void runFFmpeg(const std::string& arguments) {
-    const std::string command = "ffmpeg -v error -nostdin " + arguments;
-    if (std::system(command.c_str()) != 0) {
-        throw std::runtime_error("failed: " + command);
-    }
-}
 
 std::vector<std::vector<uint8_t>> readPictures(const std::string& file, int width, int height) {
     std::ifstream stream(file, std::ios::binary);
@@ -91,15 +63,15 @@ std::vector<uint8_t> VideoStream::expected(size_t index) const {
 
 VideoStream makeVideoStream(const std::string& encoderOptions, const std::string& extension, int width, int height,
                             int frames, bool turned) {
-    const TemporaryFolder folder;
-    std::string file = folder.file("picture." + extension);
-    const std::string raw = folder.file("picture.yuv");
+    const TempFolder folder;
+    std::string file = folder.path("picture." + extension);
+    const std::string raw = folder.path("picture.yuv");
     runFFmpeg("-f lavfi -i testsrc=size=" + std::to_string(width) + "x" + std::to_string(height) +
               ":rate=25 -frames:v " + std::to_string(frames) + " " + encoderOptions + " " + file);
     if (turned) {
         // The command's way to a display matrix changed with its release 6.
         const bool byInput = AV_VERSION_MAJOR(avformat_version()) >= 60;
-        const std::string copy = folder.file("copy." + extension);
+        const std::string copy = folder.path("copy." + extension);
         runFFmpeg((byInput ? "-display_rotation 270 -i " : "-i ") + file + " -c copy " +
                   (byInput ? "" : "-metadata:s:v rotate=270 ") + copy);
         file = copy;

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <memory>
 
 extern "C" {
@@ -43,19 +41,6 @@ void decode(AVCodecContext* decoder, const AVPacket* packet, std::vector<std::st
 }
 
 }  // namespace
-
-TempFolder::TempFolder() {
-    std::string pattern = testing::TempDir() + "/kelp_output_XXXXXX";
-    const char* made = mkdtemp(pattern.data());
-    EXPECT_NE(made, nullptr);
-    folder_ = made ? made : "";
-}
-
-TempFolder::~TempFolder() {
-    if (!folder_.empty()) {
-        std::filesystem::remove_all(folder_);
-    }
-}
 
 EncodedVideo readVideo(const std::string& url, const std::map<std::string, std::string>& options) {
     EncodedVideo video;
@@ -106,12 +91,10 @@ EncodedVideo readVideo(const std::string& url, const std::map<std::string, std::
 EncodedVideo encodeVideo(const std::string& arguments, int frames) {
     const TempFolder folder;
     const std::string path = folder.path("encoded");
-    const std::string command =
-        "ffmpeg -nostdin -loglevel error -y -f lavfi -i testsrc2=size=160x120:rate=25 -pix_fmt yuv420p -frames:v " +
-        std::to_string(frames) + " " + arguments + " " + path;
-    EXPECT_EQ(std::system(command.c_str()), 0) << command;
+    runFFmpeg("-f lavfi -i testsrc2=size=160x120:rate=25 -pix_fmt yuv420p -frames:v " + std::to_string(frames) + " " +
+              arguments + " " + path);
     EncodedVideo video = readVideo(path);
-    EXPECT_EQ(video.frames.size(), static_cast<size_t>(frames)) << command;
+    EXPECT_EQ(video.frames.size(), static_cast<size_t>(frames)) << arguments;
     return video;
 }
 

@@ -7,22 +7,9 @@
 #include <vector>
 
 #include "kelp_player/codec_info.h"
+#include "support/temp_files.h"
 
 namespace kelp::test {
-
-// A folder that is removed, with all that lies in it, when this object goes.
-class TempFolder {
-public:
-    TempFolder();
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-    ~TempFolder();
-
-    std::string path(const std::string& name) const { return folder_ + "/" + name; }
-
-private:
-    std::string folder_;
-};
 
 // One frame as a demuxer gives it. The bytes lie in a block of just their size.
 struct EncodedFrame {

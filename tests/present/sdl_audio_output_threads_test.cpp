@@ -4,13 +4,13 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <thread>
 #include <vector>
 
 #include "present/audio_device_fixture.h"
+#include "support/temp_files.h"
 
 namespace kelp::test {
 
@@ -138,9 +138,8 @@ TEST_F(SDLAudioOutputThreadsTest, LeavesNoDeviceOpenWhenCloseMeetsInit) {
 
 // Real time: SDL's own thread calls, through the driver that writes a file.
 TEST_F(SDLAudioOutputThreadsTest, PlaysThroughARealDevice) {
-    std::string folder = (std::filesystem::temp_directory_path() / "kelp_sdl_XXXXXX").string();
-    ASSERT_NE(mkdtemp(folder.data()), nullptr);
-    const std::string file = folder + "/sound.raw";
+    const TempFolder folder;
+    const std::string file = folder.path("sound.raw");
     setenv("SDL_DISKAUDIOFILE", file.c_str(), 1);
     setenv("SDL_DISKAUDIODELAY", "1", 1);
     ASSERT_EQ(SDL_AudioInit("disk"), 0) << SDL_GetError();
@@ -165,7 +164,6 @@ TEST_F(SDLAudioOutputThreadsTest, PlaysThroughARealDevice) {
 
     std::ifstream in(file, std::ios::binary);
     const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
-    std::filesystem::remove_all(folder);
     int16_t expected = 1;
     for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
         int16_t sample;

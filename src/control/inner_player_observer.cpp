@@ -36,6 +36,8 @@ void InnerPlayerObserver::onVideoSizeUpdated(std::shared_ptr<KelpPlayer>, int wi
 
 void InnerPlayerObserver::onPrepared(std::shared_ptr<KelpPlayer>, bool hasVideo, bool hasAudio) {
     Log::Info(kTag, "%s, hasVideo:%d, hasAudio:%d\n", "onPrepared", hasVideo, hasAudio);
+    hasVideo_ = hasVideo;
+    hasAudio_ = hasAudio;
     std::unique_lock lock(owner_->mutex_);
     if (owner_->source_->areEventsOld()) {
         return;

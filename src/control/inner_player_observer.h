@@ -37,6 +37,8 @@ private:
     TarnPlayer* const owner_;
     std::atomic<TarnPlayerObserver*> observer_{nullptr};
     std::atomic<int> offsetMs_{0};
+    bool hasVideo_ = false;  // from the last onPrepared
+    bool hasAudio_ = false;
 };
 
 }  // namespace kelp

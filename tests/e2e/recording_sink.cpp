@@ -83,8 +83,8 @@ bool RecordingSink::onVideoFrame(int pixFormat, int64_t pts, uint8_t** data, int
     frame.pixFormat = pixFormat;
     frame.rotate = rotate;
     frame.frameTag = frameTag;
+    frame.isPacked = linesize[0] == width_ && data[1] == data[0] + width_ * height_;
     if (keep_ != Keep::Nothing) {
-        // The player's planes lie behind each other with packed rows; going by `linesize` proves it.
         for (int plane = 0; plane < 3; ++plane) {
             const int width = plane == 0 ? width_ : width_ / 2;
             const int height = plane == 0 ? height_ : height_ / 2;

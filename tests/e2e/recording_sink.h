@@ -19,6 +19,7 @@ struct ShownFrame {
     int pixFormat = 0;
     int rotate = 0;
     int64_t frameTag = 0;
+    bool isPacked = false;       // rows without gaps, planes behind each other
     uint64_t hash = 0;           // of the three planes, see hashPlanes
     std::vector<uint8_t> bytes;  // the three planes with packed rows, if the sink keeps them
 };

@@ -104,6 +104,23 @@ TEST_F(Windows, OfTheHostsOwnSdlAreFilledByThePictureAndStay) {
     SDL_DestroyWindow(window);
 }
 
+TEST_F(Windows, ShowPicturesInTheDecodersMemoryAndTurnBlackWithoutWritingThere) {
+    const auto window = screen_.createWindow(20, 30, 700, 300);
+    play("bars.mp4");
+    player().setOption("pictures", "shared");
+    player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(window), 700, 300);
+    ASSERT_TRUE(player().play());
+    expectBars(20, 30, 700, 300);
+    player().pause();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    player().clearScreen();
+    expectBlack(20, 30, 700, 300);
+    player().resume();
+    expectBars(20, 30, 700, 300);
+    player().seek(500);
+    expectBars(20, 30, 700, 300);
+}
+
 TEST_F(Windows, ShowATurnedPictureCentredInItsShape) {
     const auto window = screen_.createWindow(0, 0, 600, 600);
     play("bars_rotated.mp4");

@@ -82,8 +82,6 @@ bool canConvertInPlace(AVPixelFormat format, const VideoFrameInfo& frame) {
 
 }  // namespace
 
-FFVideoDecoder::FFVideoDecoder() = default;
-
 FFVideoDecoder::~FFVideoDecoder() {
     Log::Debug(kTag, "%s\n", "~FFVideoDecoder");
 }
@@ -94,14 +92,6 @@ void FFVideoDecoder::setRotation(const int32_t* matrix, const char* angleText, c
     theta = withinOneTurn(theta);
     Log::Debug(kTag, turnText, theta);
     rotate_ = rotationOf(theta);
-}
-
-bool FFVideoDecoder::pause() {
-    return false;
-}
-
-bool FFVideoDecoder::resume() {
-    return false;
 }
 
 void FFVideoDecoder::close() {
@@ -124,10 +114,6 @@ void FFVideoDecoder::releaseCodec() {
     av_buffer_unref(&hwDeviceContext_);
     sws_freeContext(std::exchange(swsContext_, nullptr));
     paddedPicture_.release();
-}
-
-int64_t FFVideoDecoder::getAvgDecodeTime() {
-    return avgDecodeTimeMs_;
 }
 
 void FFVideoDecoder::flush() {

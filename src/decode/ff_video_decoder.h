@@ -25,16 +25,13 @@ namespace kelp {
 // before the thread that calls everything else. Opened once.
 class FFVideoDecoder : public IVideoDecoder {
 public:
-    FFVideoDecoder();
-    FFVideoDecoder(const FFVideoDecoder&) = delete;
-    FFVideoDecoder& operator=(const FFVideoDecoder&) = delete;
     ~FFVideoDecoder() override;
 
     // An open that fails keeps neither the observer nor anything of the library.
     bool open(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat, bool isLive,
               std::shared_ptr<VideoDecoderObserver> observer) override;
-    bool pause() override;
-    bool resume() override;
+    bool pause() override { return false; }
+    bool resume() override { return false; }
     void close() override;
 
     // `packet` is a VideoPacket. Its pictures come out with the next call, or with the end packet's.
@@ -42,7 +39,7 @@ public:
     void flush() override;
     bool enableHardware(bool enable, HwDecodeMode mode) override;
     void setOptions(const PlaybackOptions& options) override { options_ = options; }
-    int64_t getAvgDecodeTime() override;
+    int64_t getAvgDecodeTime() override { return avgDecodeTimeMs_; }
     void setNeededFrom(int64_t timeMs) override { neededFromMs_ = timeMs; }
 
 private:

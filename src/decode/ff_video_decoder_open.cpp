@@ -29,6 +29,14 @@ const char* orNull(const char* text) {
     return text ? text : "null";
 }
 
+template <class Row>
+const Row* findRow(const Row* from, AVCodecID id) {
+    while (from->id != AV_CODEC_ID_NONE && from->id != id) {
+        ++from;
+    }
+    return from->id != AV_CODEC_ID_NONE ? from : nullptr;
+}
+
 }  // namespace
 
 bool FFVideoDecoder::enableHardware(bool enable, HwDecodeMode mode) {
@@ -116,27 +124,11 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
 }
 
 const HWDecoderInfo* FFVideoDecoder::getHWDecoderInfo(const HWDecoderInfo* from, AVCodecID id) {
-    if (!hwEnabled_ || !(hwDecodeMode_ & HW_DECODE_DECODER)) {
-        return nullptr;
-    }
-    for (; from->id != AV_CODEC_ID_NONE; ++from) {
-        if (from->id == id) {
-            return from;
-        }
-    }
-    return nullptr;
+    return hwEnabled_ && (hwDecodeMode_ & HW_DECODE_DECODER) ? findRow(from, id) : nullptr;
 }
 
 const HWAccelInfo* FFVideoDecoder::getHWAccelInfo(const HWAccelInfo* from, AVCodecID id) {
-    if (!hwEnabled_ || !(hwDecodeMode_ & HW_DECODE_ACCEL)) {
-        return nullptr;
-    }
-    for (; from->id != AV_CODEC_ID_NONE; ++from) {
-        if (from->id == id) {
-            return from;
-        }
-    }
-    return nullptr;
+    return hwEnabled_ && (hwDecodeMode_ & HW_DECODE_ACCEL) ? findRow(from, id) : nullptr;
 }
 
 const AVCodec* FFVideoDecoder::findHardwareDecoder(AVCodecID codecId, AVPixelFormat format) {

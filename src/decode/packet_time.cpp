@@ -1,7 +1,7 @@
 #include "decode/packet_time.h"
 
+#include "clock/wrapping_math.h"
 #include "input/media_packet.h"
-#include "input/tick_math.h"
 #include "runtime/ffmpeg_compat.h"
 
 extern "C" {

@@ -10,7 +10,6 @@
 #include "input/annexb.h"
 #include "input/codec_tables.h"
 #include "input/stream_parser.h"
-#include "input/tick_math.h"
 #include "kelp_player/log.h"
 #include "runtime/ffmpeg_compat.h"
 

@@ -1,5 +1,3 @@
-#include <utility>
-
 #include "kelp_player/log.h"
 #include "playtask/play_task.h"
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <utility>
 
 #include "kelp_player/log.h"
 #include "present/render.h"

@@ -22,9 +22,9 @@ void Rest::untilMs(int64_t timeMs, const std::function<bool()>& isOver) {
 }
 
 // What was noted before is seen by a look that comes after the mutex is free, and one that came before it sleeps by
-// then.
+// then. It is free when the sleeper wakes, who would wait for it otherwise.
 void Rest::end() {
-    std::lock_guard lock(mutex_);
+    { const std::lock_guard lock(mutex_); }
     ended_.notify_all();
 }
 

@@ -1,5 +1,6 @@
 // The video decoder on packets of any kind.
 
+#include <cstdint>
 #include <cstring>
 #include <numeric>
 
@@ -122,6 +123,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const auto packet = kelp::test::takePacket<kelp::VideoPacket>(input, ptsMs, flags);
         packet->keyFrame = (flags & kelp::test::kKeyPacket) != 0;
         packet->foundKeyFrame = (flags & 8U) != 0;
+        decoder.setNeededFrom((flags & 16U) != 0 ? ptsMs + 200 : INT64_MIN);
         decoder.insertPacket(packet.get());
         if (flags >= 0xF0) {
             decoder.flush();

@@ -1,4 +1,4 @@
-// The parser's thread: the read loop, the hand-over of packets, pauses, seeks and the end of the input.
+// The parser's thread: the read loop, the hand-over of packets, pauses and the end of the input.
 
 #include "input/stream_parser.h"
 
@@ -31,11 +31,6 @@ constexpr int kMaxReadErrors = 5;       // in a row; one more and reading is giv
 constexpr int kQueuesFullRestMs = 100;
 constexpr int kEndOfInputRestMs = 100;
 constexpr int kReadErrorRestMs = 30;
-constexpr int kDrainRestMs = 30;
-
-constexpr int64_t kSeekEndMarginUs = 1'000'000;  // no seek lands nearer to a known end
-constexpr int64_t kMaxReserveMs = 15000;         // key frames farther apart than this are not believed
-constexpr int64_t kDefaultReserveUs = 10'000'000;
 
 bool isKeyFrame(const AVPacket* packet) {
     return (packet->flags & AV_PKT_FLAG_KEY) != 0;
@@ -337,73 +332,6 @@ void StreamParser::fillMediaPacketInfo(std::shared_ptr<MediaPacket> packet, cons
     const double factor = den > 0 ? static_cast<double>(packet->timeBaseNum) * 1000.0 / den : 1.0;
     int64_t& maxPtsMs = isVideo ? maxVideoPtsMs_ : maxAudioPtsMs_;
     maxPtsMs = std::max(maxPtsMs, truncated<int64_t>(static_cast<double>(packet->pts) * factor));
-}
-
-bool StreamParser::seek(int seekTimeMs) {
-    Log::Debug(TAG, "seek to %d ms\n", seekTimeMs);
-    const int64_t durationUs = durationUs_;
-    const int64_t wantedUs = static_cast<int64_t>(seekTimeMs) * 1000;
-    const int64_t seekPosUs = durationUs >= 1 ? std::min(wantedUs, durationUs) : wantedUs;
-    Log::Debug(TAG, "seek to %lld us\n", static_cast<long long>(seekPosUs));
-    seekAsked_.post(seekPosUs);
-    endRest();
-    return true;
-}
-
-void StreamParser::processSeekRequest(int64_t seekPosUs) {
-    const int64_t durationUs = durationUs_;
-    if (observer_) {
-        observer_->onSeekStart(static_cast<int>(seekPosUs / 1000));
-    }
-    int64_t target = seekPosUs;
-    if (durationUs >= 1 && seekPosUs + kSeekEndMarginUs > durationUs) {
-        target = std::max<int64_t>(durationUs - kSeekEndMarginUs, 0);
-    }
-    const int64_t end = wrappingAdd(std::max<int64_t>(startTimeUs_, 0), target);
-    const int64_t seekTarget = videoStream_ && isInputNamed("mpegts") ? mpegTsSeekTarget(end, seekPosUs) : end;
-    Log::Debug(TAG, "%s, seekPos:%lld, seekTarget:%lld\n", "processSeekRequest", static_cast<long long>(seekPosUs),
-               static_cast<long long>(seekTarget));
-    const int64_t maxTs = startTimeUs_ >= 1 ? end : seekPosUs;
-    const int result = avformat_seek_file(formatContext_, -1, INT64_MIN, seekTarget, maxTs, 0);
-    if (result < 0) {
-        Log::Error(TAG, "%s, seek failed, ret:%d\n", "processSeekRequest", result);
-    }
-    waitQueueDrain();
-    if (observer_) {
-        observer_->onSeekCompleted();
-    }
-    // What comes is as after an open; the distance across the seek is none of two key frames.
-    foundKeyFrame_ = false;
-    firstPacketSent_ = false;
-    lastKeyFramePts_ = -1;
-}
-
-// The format has no index: a seek aims ahead of `position` by as much as key frames lie apart, so that one comes
-// before it.
-int64_t StreamParser::mpegTsSeekTarget(int64_t position, int64_t seekPosUs) {
-    Log::Debug(TAG, "%s, name:%s, seekPos:%lld, max key frame duration:%d\n", "processSeekRequest",
-               formatContext_->iformat->name, static_cast<long long>(seekPosUs),
-               static_cast<int>(maxKeyFrameDurationMs_));
-    int64_t reserveUs = kDefaultReserveUs;
-    if (maxKeyFrameDurationMs_ >= 1 && maxKeyFrameDurationMs_ < kMaxReserveMs) {
-        reserveUs = maxKeyFrameDurationMs_ * 1000;
-    } else {
-        Log::Debug(TAG, "%s, use default seek reserved time 10s\n", "processSeekRequest");
-    }
-    return std::max<int64_t>(wrappingSubtract(position, reserveUs), 0);
-}
-
-// No time limit: the observer empties the queues, as onSeekStart asks it to.
-void StreamParser::waitQueueDrain() {
-    while (!isStopRequested() && observer_) {
-        const int audioQueueSize = observer_->onAudioPacketQueueSize();
-        const int videoQueueSize = observer_->onVideoPacketQueueSize();
-        if (audioQueueSize == 0 && videoQueueSize == 0) {
-            return;
-        }
-        Log::Debug(TAG, "%s, aq:%d, vq:%d\n", "waitQueueDrain", audioQueueSize, videoQueueSize);
-        rest(kDrainRestMs);
-    }
 }
 
 }  // namespace kelp

@@ -61,7 +61,7 @@ public:
     void endSeek() { task_.seekTurns_.end(); }
     bool isSeeking() { return task_.seekTurns_.target().has_value(); }
     int seekingTimeMs() { return task_.seekTurns_.target().value_or(-1); }
-    // How far the running one has come: 2 asked for, 3 read, 4 arrived at the play threads.
+    // 0 none, 1 one is due; how far the running one has come: 2 asked for, 3 read, 4 arrived at the play threads.
     int seekPhase() {
         const auto lock = lockSeekTurns();
         return static_cast<int>(task_.seekTurns_.phase_);

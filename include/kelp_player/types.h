@@ -54,6 +54,8 @@ enum VideoCodecType : int32_t {
     // What FFmpeg 6.1 numbers 270, and 5.1 doesn't know: packets are whole pictures and reach the host's frame sink
     // undecoded.
     VIDEO_CODEC_270 = 7,
+    // Another one, which the codec parameters name. With the option "codecs" = "all" alone.
+    VIDEO_CODEC_OTHER = 8,
 };
 
 // Audio codecs that the library handles. Any other codec is AUDIO_CODEC_NONE and isn't played.
@@ -63,6 +65,7 @@ enum AudioCodecType : int32_t {
     AUDIO_CODEC_AAC = 1,
     AUDIO_CODEC_VORBIS = 2,
     AUDIO_CODEC_PCM_ALAW = 3,
+    AUDIO_CODEC_OTHER = 4,  // another one, which the codec parameters name; with the option "codecs" = "all" alone
 };
 
 }  // namespace kelp

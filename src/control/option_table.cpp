@@ -1,6 +1,7 @@
 #include "control/option_table.h"
 
 #include <algorithm>
+#include <charconv>
 #include <iterator>
 
 namespace kelp {
@@ -16,7 +17,36 @@ bool readWord(std::string_view value, std::string_view standard, std::string_vie
     return true;
 }
 
+bool readTrack(std::string_view value, int& field) {
+    if (value == "auto" || value == "none") {
+        field = value == "auto" ? PlaybackOptions::kAutoTrack : PlaybackOptions::kNoTrack;
+        return true;
+    }
+    const char* const end = value.data() + value.size();
+    int number = 0;
+    const auto [rest, error] = std::from_chars(value.data(), end, number);
+    if (error != std::errc() || rest != end || number < 0 || value.front() == '-') {
+        return false;
+    }
+    field = number;
+    return true;
+}
+
+bool readPreset(std::string_view value, PlaybackOptions& options);
+
+constexpr const char* kTracks = "auto, none, or the number of a track";
+constexpr const char* kTrackEffect = "which track is played, by its number in `getTracks`; none leaves that kind out";
+
 constexpr PlaybackOption kOptions[] = {
+    {"preset", "standard, recommended", "recommended",
+     "sets every key below to the recommended value, where it has one; `standard` sets those back. A key that is set "
+     "afterwards has its own way",
+     "at once", readPreset},
+    {"codecs", "standard, all", "all", "plays whatever libavcodec has a decoder for, not the short list alone",
+     "next load",
+     [](std::string_view value, PlaybackOptions& options) {
+         return readWord(value, "standard", "all", options.allCodecs);
+     }},
     {"pictures", "packed, shared", "shared",
      "a planar 4:2:0 picture of 8 bits is handed on in the decoder's own memory, uncopied: frame sinks meet rows that "
      "are longer than the width, and must not write",
@@ -24,7 +54,25 @@ constexpr PlaybackOption kOptions[] = {
      [](std::string_view value, PlaybackOptions& options) {
          return readWord(value, "packed", "shared", options.sharedPictures);
      }},
+    {"video_track", kTracks, nullptr, kTrackEffect, "next load",
+     [](std::string_view value, PlaybackOptions& options) { return readTrack(value, options.videoTrack); }},
+    {"audio_track", kTracks, nullptr, kTrackEffect, "next load",
+     [](std::string_view value, PlaybackOptions& options) { return readTrack(value, options.audioTrack); }},
 };
+
+bool readPreset(std::string_view value, PlaybackOptions& options) {
+    bool isRecommended = false;
+    if (!readWord(value, "standard", "recommended", isRecommended)) {
+        return false;
+    }
+    for (const PlaybackOption& row : kOptions) {
+        if (row.recommended && row.read != readPreset) {
+            const std::string_view values = row.values;
+            row.read(isRecommended ? row.recommended : values.substr(0, values.find(',')), options);
+        }
+    }
+    return true;
+}
 
 }  // namespace
 

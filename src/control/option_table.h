@@ -11,7 +11,7 @@ namespace kelp {
 struct PlaybackOption {
     std::string_view key;
     const char* values;       // the standard first
-    const char* recommended;  // a value
+    const char* recommended;  // a value; null for one that `preset` leaves alone
     const char* effect;       // of the values that aren't the standard
     const char* inForce;      // from when on it holds
     // Sets the option's field. False, and nothing is set, for a text that is none of the values.

@@ -22,9 +22,12 @@ AudioDecodeThread::AudioDecodeThread()
 }
 
 bool AudioDecodeThread::open(AudioCodecType codecType, const void* codecParameters, AudioOutputSpec spec,
-                             std::shared_ptr<AudioDecodeThreadObserver> observer) {
+                             std::shared_ptr<AudioDecodeThreadObserver> observer, const PlaybackOptions& options) {
     observer_ = std::move(observer);
     decoder_ = decoderFactory_->create(codecType);
+    if (decoder_) {
+        decoder_->setOptions(options);
+    }
     const std::shared_ptr<AudioDecoderObserver> self = shared_from_this();
     if (!decoder_ || !decoder_->open(codecType, codecParameters, self)) {
         Log::Error(kTag, "play, failed open audio decoder\n");

@@ -55,7 +55,7 @@ public:
     // Makes and opens the decoder. `codecParameters`: an AVCodecParameters, or null. A `spec` that the decoder refuses
     // is no failure: frames then keep the decoded form.
     bool open(AudioCodecType codecType, const void* codecParameters, AudioOutputSpec spec,
-              std::shared_ptr<AudioDecodeThreadObserver> observer);
+              std::shared_ptr<AudioDecodeThreadObserver> observer, const PlaybackOptions& options = {});
 
     using BaseDecodeThread::fillPacket;
     using BaseDecodeThread::getQueuePacketSize;

@@ -5,6 +5,7 @@
 
 #include "decode/audio_output_spec.h"
 #include "kelp_player/types.h"
+#include "runtime/playback_options.h"
 
 namespace kelp {
 
@@ -36,6 +37,9 @@ protected:
 class IAudioDecoder {
 public:
     virtual ~IAudioDecoder() = default;
+
+    // What the host wants in another way; takes effect at `open`.
+    virtual void setOptions(const PlaybackOptions&) {}
 
     // `codecParameters`: an AVCodecParameters, or null.
     virtual bool open(AudioCodecType codecType, const void* codecParameters,

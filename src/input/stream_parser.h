@@ -13,6 +13,7 @@
 #include "kelp_player/types.h"
 #include "runtime/base_thread.h"
 #include "runtime/latest_time.h"
+#include "runtime/playback_options.h"
 
 struct AVBSFContext;
 struct AVCodecContext;
@@ -105,6 +106,9 @@ public:
     // An option for the demuxer, for the opens to come. A later value for a key replaces the earlier one.
     void setOption(const char* key, const char* value);
 
+    // What the host wants in another way than the standard one, for the opens to come. From the thread that opens.
+    void setPlaybackOptions(const PlaybackOptions& options);
+
     // Opens `filePath`, a path or URL, at `seekTimeMs`. Says false if there is nothing that can be played; what was
     // made by then waits for `close`.
     bool open(std::string filePath, int64_t seekTimeMs);
@@ -189,6 +193,8 @@ private:
     std::atomic<bool> paused_{false};     // as requested
     LatestTime seekAsked_;                // in microseconds
     std::atomic<int> untilLow_{0};        // packets to be taken until the thread that rests before full queues reads on
+
+    PlaybackOptions playbackOptions_;  // guarded by mutex_
 
     std::mutex optionsMutex_;  // not mutex_: options can be set while an open blocks
     OptionMap options_;        // guarded by optionsMutex_

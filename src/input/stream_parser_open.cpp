@@ -83,6 +83,11 @@ void StreamParser::setOption(const char* key, const char* value) {
     options_[key] = value;
 }
 
+void StreamParser::setPlaybackOptions(const PlaybackOptions& options) {
+    std::lock_guard lock(mutex_);
+    playbackOptions_ = options;
+}
+
 bool StreamParser::open(std::string filePath, int64_t seekTimeMs) {
     Log::Info(TAG, "open filePath:%s, seekTimeMs:%lld\n", filePath.c_str(), static_cast<long long>(seekTimeMs));
     std::lock_guard lock(mutex_);

@@ -25,16 +25,20 @@ bool PlayTask::loadFileAsync(const std::string& fileName, int seekTime) {
         return false;
     }
     fileName_ = fileName;
+    loadOptions_ = options();
     // What the load raises may bring a stop and the next load at once: they are to find this thread object.
     std::lock_guard lock(loadMutex_);
-    loadThread_ = std::make_unique<std::thread>([this, fileName, seekTime] {
+    loadThread_ = std::make_unique<std::thread>([this, fileName, seekTime, options = loadOptions_] {
         { std::lock_guard stored(loadMutex_); }
-        load(fileName, seekTime);
+        load(fileName, seekTime, options);
     });
     return true;
 }
 
-void PlayTask::load(const std::string& fileName, int seekTime) {
+void PlayTask::load(const std::string& fileName, int seekTime, const PlaybackOptions& options) {
+    if (streamParser_) {
+        streamParser_->setPlaybackOptions(options);
+    }
     if (!streamParser_ || !streamParser_->open(fileName, seekTime)) {
         // After a stop, which cuts the open short, nobody asks for the outcome any more.
         if (!isStopping()) {
@@ -199,6 +203,12 @@ void PlayTask::changeOptions(const std::function<void(PlaybackOptions&)>& change
 PlaybackOptions PlayTask::options() {
     std::lock_guard lock(optionsMutex_);
     return options_;
+}
+
+PlaybackOptions PlayTask::optionsToPlay() {
+    PlaybackOptions wanted = options();
+    wanted.allCodecs = loadOptions_.allCodecs;
+    return wanted;
 }
 
 void PlayTask::setSyncMasterMode(SyncMasterMode mode) {

@@ -168,10 +168,12 @@ private:
     bool isStopping() const { return streamParser_ && streamParser_->isStopRequested(); }
 
     // The body of the load thread.
-    void load(const std::string& fileName, int seekTime);
+    void load(const std::string& fileName, int seekTime, const PlaybackOptions& options);
 
     // What the host wants by now.
     PlaybackOptions options();
+    // The same, but what is in force from a load on as it was at this one.
+    PlaybackOptions optionsToPlay();
 
     bool pauseStages(bool paused);
 
@@ -233,6 +235,7 @@ private:
     float speed_ = 1.0f;       // guarded by settingMutex_
     PlaybackOptions options_;  // guarded by optionsMutex_
     std::mutex optionsMutex_;
+    PlaybackOptions loadOptions_;  // as they were at the load; its caller's
 
     // From `play`, when they run, to `stop`; a stage that failed is empty. The play threads come and go under
     // settingMutex_.

@@ -110,7 +110,8 @@ void PlayTask::startAudio(const CodecInfo& codecInfo) {
 std::shared_ptr<AudioDecodeThread> PlayTask::startAudioDecode(const CodecInfo& codecInfo) {
     auto audioDecode = std::make_shared<AudioDecodeThread>();
     const DiscardOnThrow guard(*audioDecode);
-    if (!audioDecode->open(codecInfo.audioCodecType, codecInfo.audioParameters, audioOutputSpec_, shared_from_this())) {
+    if (!audioDecode->open(codecInfo.audioCodecType, codecInfo.audioParameters, audioOutputSpec_, shared_from_this(),
+                           optionsToPlay())) {
         Log::Error(kTag, "play, failed open audio decoder\n");
         discard(*audioDecode);
         return nullptr;
@@ -154,7 +155,7 @@ std::shared_ptr<VideoDecodeThread> PlayTask::startVideoDecode(const StreamInfo& 
     auto videoDecode = std::make_shared<VideoDecodeThread>();
     const DiscardOnThrow guard(*videoDecode);
     if (!videoDecode->open(codecInfo.videoCodecType, codecInfo.videoParameters, codecInfo.pixFormat, enableHwDecoder_,
-                           hwDecodeMode_, streamInfo.is_live, shared_from_this(), options())) {
+                           hwDecodeMode_, streamInfo.is_live, shared_from_this(), optionsToPlay())) {
         Log::Error(kTag, "play, failed open video decode thread\n");
         discard(*videoDecode);
         return nullptr;

@@ -7,7 +7,14 @@ namespace kelp {
 //
 // Each stage gets a copy when the option comes into force, so none changes under it.
 struct PlaybackOptions {
+    // For a track: one that the player chooses, or no track.
+    static constexpr int kAutoTrack = -1;
+    static constexpr int kNoTrack = -2;
+
+    bool allCodecs = false;       // "codecs": all that libavcodec decodes is played
     bool sharedPictures = false;  // "pictures": pictures stay in the decoder's memory where that can be
+    int videoTrack = kAutoTrack;  // "video_track" and so on: the number of a track, or one of the above
+    int audioTrack = kAutoTrack;
 
     bool operator==(const PlaybackOptions&) const = default;
 };

@@ -28,7 +28,7 @@ TEST(OptionTable, HasTheStandardFirstAndNamesAnotherOneAsTheBetter) {
         PlaybackOptions options;
         EXPECT_TRUE(row.read(wordsOf(row).at(0), options)) << row.key;
         EXPECT_EQ(options, PlaybackOptions()) << row.key;
-        EXPECT_TRUE(row.read(row.recommended, options)) << row.key;
+        EXPECT_TRUE(row.read(row.recommended ? row.recommended : wordsOf(row).back(), options)) << row.key;
         EXPECT_NE(options, PlaybackOptions()) << row.key;
         EXPECT_TRUE(row.read(wordsOf(row)[0], options)) << row.key;
         EXPECT_EQ(options, PlaybackOptions()) << row.key << " can't be set back";
@@ -50,6 +50,36 @@ TEST(OptionTable, TakesEveryWordThatItNamesAndNoOther) {
     }
 }
 
+TEST(OptionTable, SetsAllThatIsRecommendedAndNothingElseAtOnce) {
+    PlaybackOptions wanted;
+    for (const auto& row : playbackOptions().subspan(1)) {
+        if (row.recommended) {
+            EXPECT_TRUE(row.read(row.recommended, wanted)) << row.key;
+        }
+    }
+    const auto* const preset = findPlaybackOption("preset");
+    PlaybackOptions options;
+    EXPECT_TRUE(preset->read("recommended", options));
+    EXPECT_EQ(options, wanted);
+
+    options.audioTrack = 2;
+    EXPECT_TRUE(preset->read("standard", options));
+    EXPECT_EQ(options, (PlaybackOptions{.audioTrack = 2}));
+}
+
+TEST(OptionTable, TakesTheNumberOfATrack) {
+    PlaybackOptions options;
+    const auto* const track = findPlaybackOption("audio_track");
+    EXPECT_TRUE(track->read("12", options));
+    EXPECT_EQ(options.audioTrack, 12);
+    for (const char* wrong : {"", "-1", "-0", "+1", " 1", "1 ", "1x", "0x1", "99999999999", "auto "}) {
+        EXPECT_FALSE(track->read(wrong, options)) << wrong;
+        EXPECT_EQ(options.audioTrack, 12) << wrong;
+    }
+    EXPECT_TRUE(track->read("none", options));
+    EXPECT_EQ(options.audioTrack, PlaybackOptions::kNoTrack);
+}
+
 TEST(OptionTable, FindsItsKeysAlone) {
     for (const auto& row : playbackOptions()) {
         EXPECT_EQ(findPlaybackOption(row.key), &row);
@@ -64,8 +94,8 @@ TEST(OptionTable, StandsInTheDocument) {
         "| key | values, the standard first | recommended | what the others do | in force |\n"
         "| --- | --- | --- | --- | --- |\n";
     for (const auto& row : playbackOptions()) {
-        table += "| `" + std::string(row.key) + "` | " + row.values + " | " + row.recommended + " | " + row.effect +
-                 " | " + row.inForce + " |\n";
+        table += "| `" + std::string(row.key) + "` | " + row.values + " | " + (row.recommended ? row.recommended : "") +
+                 " | " + row.effect + " | " + row.inForce + " |\n";
     }
     expectDocumentShows(KELP_OPTIONS_DOCUMENT, {{"options", table}});
 }

@@ -72,8 +72,9 @@ int App::run() {
         std::fprintf(stderr, "cookbook: no window: %s\n", SDL_GetError());
         return 1;
     }
-    player_ = kelp::TarnPlayer::create();
     // [two windows]
+    player_ = kelp::TarnPlayer::create();
+    player_->setOption("preset", "recommended");
     player_->addWindow(large_, kelp::WINDOW_TYPE_SDL, 960, 540);
     player_->addWindow(small_, kelp::WINDOW_TYPE_SDL, 320, 180);
     // [/two windows]

@@ -38,6 +38,7 @@ int main(int argc, char** argv) {
     SinkRecorder recorder(argv[2]);
     Events events;
     kelp::TarnPlayer* player = kelp::TarnPlayer::create();
+    player->setOption("preset", "recommended");
     player->addWindow(static_cast<kelp::ExternFrameSink*>(&recorder), kelp::WINDOW_TYPE_EXTERN, 0, 0);
     player->setAVSyncMode(kelp::SYNC_MASTER_AUDIO);
     player->setDataSource(argv[1], 0, &events);

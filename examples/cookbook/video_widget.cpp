@@ -79,7 +79,10 @@ int main(int argc, char** argv) {
         return 2;
     }
     QtEvents events(app);
+    // [player]
     kelp::TarnPlayer* player = kelp::TarnPlayer::create();
+    player->setOption("preset", "recommended");
+    // [/player]
     player->setAVSyncMode(kelp::SYNC_MASTER_AUDIO);
     int exitCode = 1;
     {

@@ -77,6 +77,7 @@ bool PlayerApp::createPlayer() {
         fail("the player can't be started");
         return false;
     }
+    player_->setOption("preset", "recommended");
     setLogLevel();
     control_.attach(player_);
     if (!options_.hardware) {

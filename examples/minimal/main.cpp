@@ -31,6 +31,7 @@ int main(int argc, char** argv) {
 
     Events events;
     kelp::TarnPlayer* player = events.player = kelp::TarnPlayer::create();
+    player->setOption("preset", "recommended");  // what a new program should ask for, see docs/options.md
     player->setOption("log_level", "error");
     player->addWindow(window, kelp::WINDOW_TYPE_SDL, 1280, 720);
     player->setAVSyncMode(kelp::SYNC_MASTER_AUDIO);

@@ -82,6 +82,7 @@ void PlayerController::createPlayer() {
         return;
     }
     player_ = kelp::TarnPlayer::create();
+    player_->setOption("preset", "recommended");
     events_.setPlayer(player_);
 }
 

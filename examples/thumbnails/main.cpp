@@ -81,7 +81,10 @@ int main(int argc, char** argv) {
         return fail(file, "the player can't be started");
     }
     player->setOption("log_level", "error");
+    // [player]
+    player->setOption("preset", "recommended");
     player->addWindow(kelp::WINDOW_TYPE_EXTERN, static_cast<kelp::ExternFrameSink*>(&taker), 0, 0);
+    // [/player]
     int taken = 0;
     if (player->loadFileAsync(file.c_str(), 0) && events.waitUntilPrepared() && player->play()) {
         taken = takePictures(*player, taker, count);

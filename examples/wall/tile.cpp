@@ -5,6 +5,7 @@
 
 Tile::Tile(const std::string& file, kelp::TarnSyncClock* clock, bool withSound, bool keepPictures)
     : file_(file), keepPictures_(keepPictures), player_(kelp::TarnPlayer::create()), volume_(withSound ? 1.0F : 0.0F) {
+    player_->setOption("preset", "recommended");
     player_->setOption("log_level", "none");
     player_->setSyncClock(clock);
     player_->addWindow(static_cast<kelp::ExternFrameSink*>(this), kelp::WINDOW_TYPE_EXTERN, 0, 0);

@@ -108,7 +108,8 @@ protected:
 //
 //     auto player = std::make_shared<KelpPlayer>();   // it must be held by a shared pointer
 //     player->init(observer);                         // once
-//     player->setOption(...); player->addWindow(...); // at any time from here on
+//     player->setOption("preset", "recommended");     // at any time from here on, and other options
+//     player->addWindow(...);                         // the same
 //     player->loadFileAsync("file.mp4", 0);           // returns at once
 //     // onPrepared comes
 //     player->play();

@@ -78,6 +78,7 @@ protected:
 // decoding that fails gives way to software, and all times are on the host's clock.
 //
 //     auto* player = TarnPlayer::create();
+//     player->setOption("preset", "recommended");
 //     player->setOption("retry_when_failed", "2000");
 //     player->addWindow(handle, WINDOW_TYPE_QT_WINID, 1280, 720);
 //     player->setDataSource("rtsp://camera/stream", 0, observer);

@@ -31,32 +31,7 @@ constexpr uint64_t kMaxIntervalMs = 100;
 constexpr double kLatencyWeight = 0.95 - 1.0;
 constexpr int kKeyFrameFlag = 1 << 1;
 constexpr size_t kMatrixBytes = 9 * sizeof(int32_t);
-// A row of this many pixels is whole vectors for the conversion, in the chroma planes too.
-constexpr int kVectorPixels = 32;
-constexpr uintptr_t kVectorAlignment = 16;
 constexpr int kPlanes = 3;
-
-int32_t colorRangeOf(AVColorRange range) {
-    switch (range) {
-        case AVCOL_RANGE_MPEG:
-            return 1;
-        case AVCOL_RANGE_JPEG:
-            return 2;
-        default:
-            return 0;
-    }
-}
-
-int32_t colorSpaceOf(AVColorSpace space) {
-    switch (space) {
-        case AVCOL_SPC_BT709:
-            return 1;
-        case AVCOL_SPC_BT470BG:
-            return 2;
-        default:
-            return 0;
-    }
-}
 
 uint64_t distance(int64_t a, int64_t b) {
     return a > b ? static_cast<uint64_t>(a) - static_cast<uint64_t>(b)
@@ -68,22 +43,15 @@ bool fits(int width, int height) {
     return width >= 0 && height >= 0 && int64_t{width} * height <= std::numeric_limits<int32_t>::max() / 3;
 }
 
-// Whether the conversion's writes stay within the frame's packed rows. Equal formats are copied row by row; all else
-// is written by whole vectors, some of them to aligned addresses only.
-bool canConvertInPlace(AVPixelFormat format, const VideoFrameInfo& frame) {
-    if (frame.width % 2 != 0 || frame.height % 2 != 0) {
-        return false;
-    }
-    if (format == AV_PIX_FMT_YUV420P) {
-        return true;
-    }
-    return frame.width % kVectorPixels == 0 && reinterpret_cast<uintptr_t>(frame.data[0]) % kVectorAlignment == 0;
-}
-
 }  // namespace
 
 FFVideoDecoder::~FFVideoDecoder() {
     Log::Debug(kTag, "%s\n", "~FFVideoDecoder");
+}
+
+void FFVideoDecoder::setOptions(const PlaybackOptions& options) {
+    options_ = options;
+    converter_ = PictureConverter::create(options);
 }
 
 void FFVideoDecoder::setRotation(const int32_t* matrix, const char* angleText, const char* turnText) {
@@ -112,8 +80,7 @@ void FFVideoDecoder::releaseCodec() {
         avcodec_free_context(&codecContext_);
     }
     av_buffer_unref(&hwDeviceContext_);
-    sws_freeContext(std::exchange(swsContext_, nullptr));
-    paddedPicture_.release();
+    converter_->release();
 }
 
 void FFVideoDecoder::flush() {
@@ -267,8 +234,7 @@ void FFVideoDecoder::DeliverVideoFrame(AVFrame& picture, int64_t pts) {
     }
     auto frame = std::make_shared<VideoFrameInfo>();
     frame->pixFormat = PIX_FMT_YUV420P;
-    frame->colorRange = colorRangeOf(picture.color_range);
-    frame->colorSpace = colorSpaceOf(picture.colorspace);
+    converter_->label(picture, *frame);
     frame->width = picture.width;
     frame->height = picture.height;
     if (canShare(picture)) {
@@ -291,7 +257,7 @@ void FFVideoDecoder::DeliverVideoFrame(AVFrame& picture, int64_t pts) {
 bool FFVideoDecoder::canShare(const AVFrame& picture) const {
     // The copy of a hardware picture is used again, and its memory with it.
     return sharesPictures_ && &picture == frame_ && picture.format == AV_PIX_FMT_YUV420P && picture.buf[0] &&
-           !picture.buf[kPlanes] && picture.linesize[0] >= picture.width &&
+           !picture.buf[kPlanes] && converter_->keeps(picture) && picture.linesize[0] >= picture.width &&
            std::min(picture.linesize[1], picture.linesize[2]) >= (picture.width + 1) / 2;
 }
 
@@ -314,38 +280,7 @@ bool FFVideoDecoder::pack(const AVFrame& picture, VideoFrameInfo& frame) {
         }
     };
     frame.layOutIn(frame.buffer->data);
-    return convert(picture.data, picture.linesize, static_cast<AVPixelFormat>(picture.format), frame);
-}
-
-bool FFVideoDecoder::convert(const uint8_t* const* data, const int* linesize, AVPixelFormat format,
-                             const VideoFrameInfo& frame) {
-    // The library isn't asked whether its context still fits: it puts other names in the place of some formats, as of
-    // those whose name tells a full range, and compares with these.
-    if (format != swsFormat_ || frame.width != swsWidth_ || frame.height != swsHeight_) {
-        sws_freeContext(std::exchange(swsContext_, nullptr));
-        swsFormat_ = format;
-        swsWidth_ = frame.width;
-        swsHeight_ = frame.height;
-    }
-    if (!swsContext_) {
-        swsContext_ = sws_getCachedContext(nullptr, frame.width, frame.height, format, frame.width, frame.height,
-                                           AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr, nullptr);
-    }
-    if (!swsContext_) {
-        Log::Error(kTag, "%s, get swscale context failed\n", "DeliverVideoFrame");
-        return false;
-    }
-    if (canConvertInPlace(format, frame)) {
-        sws_scale(swsContext_, data, linesize, 0, frame.height, frame.data, frame.linesize);
-        return true;
-    }
-    if (!paddedPicture_.resize(frame.width, frame.height)) {
-        Log::Error(kTag, "%s, no memory for a picture of %dx%d\n", "DeliverVideoFrame", frame.width, frame.height);
-        return false;
-    }
-    sws_scale(swsContext_, data, linesize, 0, frame.height, paddedPicture_.data(), paddedPicture_.linesize());
-    paddedPicture_.copyTo(frame);
-    return true;
+    return converter_->convert(picture, frame);
 }
 
 int64_t FFVideoDecoder::nextInterval(int64_t pts) {

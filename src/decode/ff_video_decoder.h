@@ -5,14 +5,13 @@
 #include <memory>
 
 #include "decode/hw_decode_tables.h"
-#include "decode/padded_picture.h"
+#include "decode/picture_converter.h"
 #include "decode/video_decoder.h"
 #include "kelp_player/types.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavutil/frame.h>
-#include <libswscale/swscale.h>
 }
 
 namespace kelp {
@@ -38,7 +37,7 @@ public:
     void insertPacket(MediaPacket* packet) override;
     void flush() override;
     bool enableHardware(bool enable, HwDecodeMode mode) override;
-    void setOptions(const PlaybackOptions& options) override { options_ = options; }
+    void setOptions(const PlaybackOptions& options) override;
     int64_t getAvgDecodeTime() override { return avgDecodeTimeMs_; }
     void setNeededFrom(int64_t timeMs) override { neededFromMs_ = timeMs; }
 
@@ -76,8 +75,6 @@ private:
     static void share(AVFrame& picture, VideoFrameInfo& frame);
     // Puts the picture into a buffer of the observer.
     bool pack(const AVFrame& picture, VideoFrameInfo& frame);
-    // Converts a picture into the frame's planes.
-    bool convert(const uint8_t* const* data, const int* linesize, AVPixelFormat format, const VideoFrameInfo& frame);
     int64_t nextInterval(int64_t pts);
 
     // What a picture looks like from outside.
@@ -91,13 +88,9 @@ private:
     bool hwEnabled_ = true;
     HwDecodeMode hwDecodeMode_ = HW_DECODE_ALL;
     PlaybackOptions options_;
-    bool sharesPictures_ = false;       // wanted, and the decoder has memory without end
-    AVFrame* frame_ = nullptr;          // what the codec fills
-    AVFrame* transferFrame_ = nullptr;  // copy of a hardware picture in system memory
-    SwsContext* swsContext_ = nullptr;
-    AVPixelFormat swsFormat_ = AV_PIX_FMT_NONE;  // of the pictures that swsContext_ was made for
-    int swsWidth_ = 0;                           // likewise, in pixels
-    int swsHeight_ = 0;
+    bool sharesPictures_ = false;                  // wanted, and the decoder has memory without end
+    AVFrame* frame_ = nullptr;                     // what the codec fills
+    AVFrame* transferFrame_ = nullptr;             // copy of a hardware picture in system memory
     int32_t rotate_ = 0;                           // clockwise, in degrees, 0 to 359
     int32_t decodeFailCount_ = 0;                  // failed sends in a row
     int64_t lastPtsMs_ = -1;                       // of the last frame that was delivered; -1 when there is none
@@ -112,7 +105,7 @@ private:
     AVBufferRef* hwDeviceContext_ = nullptr;
     AVPixelFormat hwPixFmt_ = AV_PIX_FMT_NONE;       // of the hardware's pictures; none without acceleration
     AVPixelFormat transferSwFmt_ = AV_PIX_FMT_NONE;  // what the surfaces held that transferFrame_ was made for
-    PaddedPicture paddedPicture_;                    // for sizes and formats that can't be converted in place
+    std::unique_ptr<PictureConverter> converter_ = PictureConverter::create({});  // of the form that options_ ask for
 };
 
 }  // namespace kelp

@@ -1,0 +1,70 @@
+#include "decode/picture_scaler.h"
+
+#include <utility>
+
+#include "decode/video_frame_info.h"
+#include "kelp_player/log.h"
+
+extern "C" {
+#include <libswscale/swscale.h>
+}
+
+namespace kelp {
+
+namespace {
+
+constexpr char kTag[] = "FFVideoDecoder";
+// A row of this many pixels is whole vectors for the conversion, in the chroma planes too.
+constexpr int kVectorPixels = 32;
+constexpr uintptr_t kVectorAlignment = 16;
+
+// Whether the conversion's writes stay within the frame's packed rows. Equal formats are copied row by row; all else
+// is written by whole vectors, some of them to aligned addresses only.
+bool canConvertInPlace(AVPixelFormat format, const VideoFrameInfo& frame) {
+    if (frame.width % 2 != 0 || frame.height % 2 != 0) {
+        return false;
+    }
+    if (format == AV_PIX_FMT_YUV420P) {
+        return true;
+    }
+    return frame.width % kVectorPixels == 0 && reinterpret_cast<uintptr_t>(frame.data[0]) % kVectorAlignment == 0;
+}
+
+}  // namespace
+
+bool PictureScaler::convert(const uint8_t* const* data, const int* linesize, const Conversion& conversion,
+                            const VideoFrameInfo& frame) {
+    // The library isn't asked whether its context still fits: it puts other names in the place of some formats, as of
+    // those whose name tells a full range, and compares with these.
+    if (conversion != conversion_) {
+        sws_freeContext(std::exchange(context_, nullptr));
+        conversion_ = conversion;
+    }
+    if (!context_) {
+        context_ =
+            sws_getCachedContext(nullptr, conversion.width, conversion.height, conversion.format, conversion.width,
+                                 conversion.height, AV_PIX_FMT_YUV420P, SWS_BICUBIC, nullptr, nullptr, nullptr);
+    }
+    if (!context_) {
+        Log::Error(kTag, "%s, get swscale context failed\n", "DeliverVideoFrame");
+        return false;
+    }
+    if (canConvertInPlace(conversion.format, frame)) {
+        sws_scale(context_, data, linesize, 0, frame.height, frame.data, frame.linesize);
+        return true;
+    }
+    if (!paddedPicture_.resize(frame.width, frame.height)) {
+        Log::Error(kTag, "%s, no memory for a picture of %dx%d\n", "DeliverVideoFrame", frame.width, frame.height);
+        return false;
+    }
+    sws_scale(context_, data, linesize, 0, frame.height, paddedPicture_.data(), paddedPicture_.linesize());
+    paddedPicture_.copyTo(frame);
+    return true;
+}
+
+void PictureScaler::release() {
+    sws_freeContext(std::exchange(context_, nullptr));
+    paddedPicture_.release();
+}
+
+}  // namespace kelp

@@ -12,6 +12,7 @@
 #include "kelp_player/tarn_player.h"
 #include "log_pane.h"
 #include "recorder.h"
+#include "track_menu.h"
 
 namespace {
 
@@ -39,6 +40,11 @@ public:
     }
     void showReady(bool hasVideo, bool hasAudio) override {
         std::printf("video: %s, sound: %s\n", hasVideo ? "yes" : "no", hasAudio ? "yes" : "no");
+        for (const auto kind : {kelp::TRACK_KIND_VIDEO, kelp::TRACK_KIND_AUDIO}) {
+            for (const TrackEntry& entry : trackMenu(*player_, kind)) {
+                std::printf("  %s %s\n", entry.isChecked ? "*" : " ", entry.label.c_str());
+            }
+        }
     }
     void showFailure(int errorType) override {
         std::printf("failure %d: %s\n", errorType, log_.lastError().c_str());

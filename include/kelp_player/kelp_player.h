@@ -4,10 +4,12 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <vector>
 
 #include "kelp_player/export.h"
 #include "kelp_player/frame_sink.h"
 #include "kelp_player/sync_clock.h"
+#include "kelp_player/tracks.h"
 #include "kelp_player/types.h"
 
 namespace kelp {
@@ -234,6 +236,10 @@ public:
     // One fact about the source; 0 for what isn't known, and for a selector that doesn't exist.
     int64_t getPlayDetailInfo(KelpPlayerInfoType type);
 
+    // All tracks of the source, also those that can't be played, in the order of their numbers. From `onPrepared` on;
+    // empty before and after `stop`. It is what the opening found: a live source may gain tracks later.
+    std::vector<Track> getTracks();
+
     // Show the pictures in a window, one of any number. `type` says what `handle` is: a native window id, an
     // SDL_Window*, or an ExternFrameSink*, all of which stay the host's; the size is in pixels. Windows stay from one
     // playback to the next. A second call for a handle changes its size only. A removed window is let go of right
@@ -304,6 +310,8 @@ public:
     //
     //     key         values, the first one holds unless set   from
     //     "pictures"  "packed", "shared"                       the next `play`
+    //     "video_track", "audio_track"                         the next load
+    //                 "auto", "none", or a number of `getTracks`
     //
     // Any other key is an option of FFmpeg's demuxers and protocols and goes to the opens to come, unread; unknown ones
     // are ignored there. Before `init` it has no effect. These are set from the start:

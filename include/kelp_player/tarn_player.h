@@ -6,9 +6,11 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "kelp_player/export.h"
 #include "kelp_player/kelp_player.h"
+#include "kelp_player/tracks.h"
 #include "kelp_player/types.h"
 
 namespace kelp {
@@ -92,8 +94,9 @@ protected:
 // [TarnPlayer] "seek, error state:2", with the operation and the number of the state, see PlayerStates; `setVolume`
 // without the line.
 //
-// An ExternFrameSink and a KelpSyncClock may call `runInWorker`, `addTimer` and `removeTimer` alone: they run on
-// threads of the player, which another thread's `stop` waits for under the lock. A log callback may call nothing.
+// An ExternFrameSink and a KelpSyncClock may call `getTracks`, `runInWorker`, `addTimer` and `removeTimer` alone: they
+// run on threads of the player, which another thread's `stop` waits for under the lock. A log callback may call
+// nothing.
 class KELP_PLAYER_API TarnPlayer {
 public:
     // Makes a player in the idle state. The caller owns it. Null if SDL can't be started, see KelpPlayer::init; the
@@ -146,6 +149,9 @@ public:
 
     // One fact of the source: see KelpPlayerInfoType. The duration is on the host's clock.
     int64_t getPlayDetailInfo(TarnPlayerInfoType type);
+
+    // All tracks of the source, see KelpPlayer; in any state, and empty while none is prepared. Doesn't take the lock.
+    std::vector<Track> getTracks();
 
     // The volume, see KelpPlayer; 1.0 again after each start and restart. Started, paused or completed only, and false
     // without sound.

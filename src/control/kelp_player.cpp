@@ -191,6 +191,10 @@ int64_t KelpPlayer::getPlayDetailInfo(KelpPlayerInfoType type) {
     return 0;
 }
 
+std::vector<Track> KelpPlayer::getTracks() {
+    return playTask_->getTracks();
+}
+
 bool KelpPlayer::addWindow(WindowType type, void* handle, int width, int height) {
     return playTask_->addWindow(type, handle, width, height);
 }

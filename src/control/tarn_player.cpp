@@ -250,6 +250,11 @@ int64_t TarnPlayer::getPlayDetailInfo(TarnPlayerInfoType type) {
     return type == INFO_DURATION ? info + offsetToClockMs_ : info;
 }
 
+// Not under the mutex: a frame sink may ask.
+std::vector<Track> TarnPlayer::getTracks() {
+    return player_->getTracks();
+}
+
 bool TarnPlayer::setVolume(float volume) {
     std::lock_guard lock(mutex_);
     return (state_ & (PLAYER_STATE_STARTED | PLAYER_STATE_PAUSED | PLAYER_STATE_COMPLETED)) != 0 &&

@@ -2,6 +2,9 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
+
+#include "kelp_player/tracks.h"
 
 namespace kelp {
 
@@ -19,6 +22,7 @@ public:
     bool has_audio = false;  // a usable audio stream was found
     bool is_live = false;    // the source is a live one
     bool seekable = false;   // the opposite of is_live
+    std::vector<Track> tracks;
 };
 
 }  // namespace kelp

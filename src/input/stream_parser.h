@@ -10,6 +10,7 @@
 #include "input/source_options.h"
 #include "input/stream_info.h"
 #include "kelp_player/codec_info.h"
+#include "kelp_player/tracks.h"
 #include "kelp_player/types.h"
 #include "runtime/base_thread.h"
 #include "runtime/latest_time.h"
@@ -144,6 +145,9 @@ private:
     void readTimes();
     void seekAfterOpen(int64_t seekTimeMs);
     bool selectStreams();
+    // The stream of track `wanted`; of FFmpeg's choice, beside the stream `related`, where that is none to be played.
+    // -1 if there is none of this `kind`.
+    int chooseStream(TrackKind kind, int wanted, int related);
     // Takes the stream at `index`, which may be none at all. False if it can't be played.
     bool findStream(int index);
     void takeAudioStream(AVStream* stream, const AVCodecContext* context);

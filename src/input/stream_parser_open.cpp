@@ -10,6 +10,7 @@
 #include "input/annexb.h"
 #include "input/codec_tables.h"
 #include "input/stream_parser.h"
+#include "input/track_list.h"
 #include "kelp_player/log.h"
 #include "runtime/ffmpeg_compat.h"
 
@@ -172,6 +173,13 @@ std::shared_ptr<StreamInfo> StreamParser::getStreamInfo() {
     info->has_audio = audioStreamIndex_ >= 0;
     info->is_live = isLive_;
     info->seekable = !isLive_;
+    if (formatContext_) {
+        info->tracks = listTracks(*formatContext_, playbackOptions_.allCodecs);
+        for (Track& track : info->tracks) {
+            track.isPlayed =
+                track.isPlayable && (track.number == videoStreamIndex_ || track.number == audioStreamIndex_);
+        }
+    }
     return info;
 }
 
@@ -239,13 +247,32 @@ bool StreamParser::selectStreams() {
     for (unsigned int i = 0; i < formatContext_->nb_streams; ++i) {
         formatContext_->streams[i]->discard = AVDISCARD_ALL;
     }
-    const int video = av_find_best_stream(formatContext_, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    const int audio = av_find_best_stream(formatContext_, AVMEDIA_TYPE_AUDIO, -1, video, nullptr, 0);
+    const int video = chooseStream(TRACK_KIND_VIDEO, playbackOptions_.videoTrack, -1);
+    const int audio = chooseStream(TRACK_KIND_AUDIO, playbackOptions_.audioTrack, video);
     av_dump_format(formatContext_, 0, filePath_.c_str(), 0);
     isLive_ = isInputNamed("rtsp") || isInputNamed("sdp");
     videoStreamIndex_ = findStream(video) ? video : -1;
     audioStreamIndex_ = findStream(audio) ? audio : -1;
     return videoStreamIndex_ >= 0 || audioStreamIndex_ >= 0;
+}
+
+int StreamParser::chooseStream(TrackKind kind, int wanted, int related) {
+    const bool isVideo = kind == TRACK_KIND_VIDEO;
+    if (wanted == PlaybackOptions::kNoTrack) {
+        return -1;
+    }
+    if (wanted != PlaybackOptions::kAutoTrack) {
+        if (static_cast<unsigned int>(wanted) < formatContext_->nb_streams) {
+            const AVStream& stream = *formatContext_->streams[wanted];
+            if (trackKindOf(stream) == kind && isPlayable(stream, playbackOptions_.allCodecs)) {
+                return wanted;
+            }
+        }
+        Log::Warn(TAG, "%s %d is none that can be played, taking auto\n", isVideo ? "video_track" : "audio_track",
+                  wanted);
+    }
+    return av_find_best_stream(formatContext_, isVideo ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO, -1, related, nullptr,
+                               0);
 }
 
 bool StreamParser::findStream(int index) {

@@ -128,6 +128,11 @@ PlayDetailInfo PlayTask::getPlayDetailInfo() {
     return {playDetailWidth_, playDetailHeight_, playDetailRotate_, playDetailFps_, durationMs_};
 }
 
+std::vector<Track> PlayTask::getTracks() {
+    const auto streamInfo = streamInfo_.load();
+    return streamInfo ? streamInfo->tracks : std::vector<Track>();
+}
+
 bool PlayTask::addWindow(WindowType type, void* handle, int width, int height) {
     {
         std::lock_guard lock(windowMutex_);

@@ -21,6 +21,7 @@
 #include "input/stream_info.h"
 #include "input/stream_parser.h"
 #include "kelp_player/codec_info.h"
+#include "kelp_player/tracks.h"
 #include "kelp_player/types.h"
 #include "playtask/event_type.h"
 #include "playtask/frame_buffer_pool.h"
@@ -92,6 +93,8 @@ public:
     int getCurrentTime();
     int getDuration() { return static_cast<int>(durationMs_); }
     PlayDetailInfo getPlayDetailInfo();
+    // From the end of the load to `stop`.
+    std::vector<Track> getTracks();
 
     // The windows survive `stop`.
     bool addWindow(WindowType type, void* handle, int width, int height);

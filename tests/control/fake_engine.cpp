@@ -125,6 +125,9 @@ int64_t KelpPlayer::getPlayDetailInfo(KelpPlayerInfoType type) {
     note("getPlayDetailInfo(" + text(type) + ")");
     return type == INFO_DURATION ? engine().durationMs : 100 + type;
 }
+std::vector<Track> KelpPlayer::getTracks() {
+    return engine().tracks;
+}
 bool KelpPlayer::addWindow(WindowType type, void* handle, int width, int height) {
     engine().handles.push_back(handle);
     return noteAndAnswer("addWindow", text(type) + ", " + text(width) + ", " + text(height));

@@ -27,6 +27,7 @@ struct FakeEngine {
     std::map<std::string, bool> answers;  // by operation; true where nothing stands
     int currentTimeMs = 0;
     int64_t durationMs = 0;
+    std::vector<Track> tracks;
     KelpPlayerObserver* observer = nullptr;
     std::vector<void*> handles;  // of the windows, one for each call that names one
     std::vector<std::function<void()>> worker;

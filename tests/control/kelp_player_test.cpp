@@ -785,6 +785,39 @@ TEST_F(KelpPlayerTest, ReadsItsOwnOptionsAtAnyTimeAndKeepsThem) {
     EXPECT_FALSE(peer.options().sharedPictures);
 }
 
+TEST_F(KelpPlayerTest, ListsTheTracksFromTheLoadToTheStop) {
+    init();
+    EXPECT_TRUE(player->getTracks().empty());
+    std::vector<Track> inPrepared;
+    recorder.then = [&](const auto& owner, const std::string&) { inPrepared = owner->getTracks(); };
+    player->loadFileAsync(smallMedia("foreign.mkv").c_str(), 0);
+    ASSERT_TRUE(waitUntil([&] { return recorder.has("prepared 1 1"); }));
+    drain();
+    ASSERT_EQ(inPrepared.size(), 2u);
+    EXPECT_EQ(inPrepared[0].codec, "ffv1");
+    EXPECT_FALSE(inPrepared[0].isPlayable);
+    EXPECT_FALSE(inPrepared[0].isPlayed);
+    EXPECT_EQ(inPrepared[1].codec, "aac");
+    EXPECT_TRUE(inPrepared[1].isPlayed);
+    player->stop();
+    EXPECT_TRUE(player->getTracks().empty());
+}
+
+TEST_F(KelpPlayerTest, PlaysTheTracksThatTheHostWants) {
+    init();
+    player->setOption("video_track", "none");
+    player->loadFileAsync(smallMedia("av.mp4").c_str(), 0);
+    ASSERT_TRUE(waitUntil([&] { return recorder.has("prepared"); }));
+    EXPECT_TRUE(player->play());
+    ASSERT_TRUE(waitUntil([&] { return recorder.has("completed"); }));
+    EXPECT_EQ(recorder.events().front(), "prepared 0 1");
+    EXPECT_FALSE(recorder.has("video"));
+    player->stop();
+    player->setOption("audio_track", "none");
+    player->loadFileAsync(smallMedia("av.mp4").c_str(), 0);
+    ASSERT_TRUE(waitUntil([&] { return recorder.has("failed 1 0"); }));
+}
+
 TEST_F(KelpPlayerTest, KeepsItsOwnOptionsFromTheDemuxer) {
     init();
     player->setOption("pictures", "shared");

@@ -27,6 +27,19 @@ TEST_F(TarnPlayerTest, ReleasesTheEngineWhenItIsDestroyed) {
     EXPECT_THAT(engine().takeCalls(), ElementsAre("release()"));
 }
 
+TEST_F(TarnPlayerTest, ListsTheTracksWithoutItsLock) {
+    reach(PLAYER_STATE_STARTED);
+    engine().tracks.resize(1);
+    engine().tracks[0].number = 3;
+    std::vector<Track> told;
+    // As a frame sink may ask, whose thread a stop waits for.
+    engine().inStop = [&] { told = player_->getTracks(); };
+    EXPECT_TRUE(player_->stop());
+    engine().inStop = nullptr;
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_EQ(told[0].number, 3);
+}
+
 TEST_F(TarnPlayerTest, TakesADeferredPauseBack) {
     reach(PLAYER_STATE_PREPARING);
     EXPECT_TRUE(player_->pause());

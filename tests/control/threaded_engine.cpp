@@ -186,6 +186,9 @@ int64_t KelpPlayer::getPlayDetailInfo(KelpPlayerInfoType) {
     const Alone alone("getPlayDetailInfo");
     return 0;
 }
+std::vector<Track> KelpPlayer::getTracks() {
+    return {};
+}
 bool KelpPlayer::addWindow(WindowType, void*, int, int) {
     const Alone alone("addWindow");
     return true;

@@ -33,6 +33,34 @@ const std::vector<InputFile> kFiles = {
      PICTURE(1) TONE(1) "-c:v libvpx-vp9 -pix_fmt yuv420p -deadline realtime -cpu-used 8 -c:a libopus"},
 };
 
+// Of tests that look at the tracks alone.
+const std::vector<InputFile> kTrackFiles = {
+    {"tracks.mkv", PICTURE(1) TONE(1) "-map 0 -map 1 -map 1 -map 0 -c:v mpeg4 -c:a libmp3lame -ar:a:1 22050 -ac:a:0 2 "
+                                      "-metadata:s:a:0 language=eng -metadata:s:a:0 title='The film' "
+                                      "-metadata:s:a:1 language=fin -metadata:s:a:1 title='Ohjaajan ääni' "
+                                      "-disposition:a:0 0 -disposition:a:1 default"},
+    {"cover.m4a", "-f lavfi -i testsrc=size=160x120:rate=1:duration=1 " TONE(1) "-map 1 -map 0 -c:a aac -c:v mjpeg "
+                                                                                "-pix_fmt yuvj420p "
+                                                                                "-disposition:v attached_pic"},
+};
+
+std::string made(const InputFile& file) {
+    const std::filesystem::path folder = KELP_INPUT_FILES_DIR;
+    // The name tells the arguments, so that a file is made anew when they change.
+    const auto hash = std::to_string(std::hash<std::string>()(file.arguments));
+    const auto path = folder / (hash + "_" + file.name);
+    if (!std::filesystem::exists(path)) {
+        std::filesystem::create_directories(folder);
+        // Made under a name of its own: test programs run side by side.
+        const auto draft = folder / (std::to_string(getpid()) + "_" + file.name);
+        const std::string command =
+            "ffmpeg -nostdin -loglevel error -y " + std::string(file.arguments) + " '" + draft.string() + "'";
+        EXPECT_EQ(std::system(command.c_str()), 0) << command;
+        std::filesystem::rename(draft, path);
+    }
+    return path;
+}
+
 }  // namespace
 
 const std::vector<InputFile>& inputFiles() {
@@ -40,26 +68,14 @@ const std::vector<InputFile>& inputFiles() {
 }
 
 std::string inputFile(const std::string& name) {
-    const std::filesystem::path folder = KELP_INPUT_FILES_DIR;
-    for (const auto& file : kFiles) {
-        if (name != file.name) {
-            continue;
+    for (const auto* const table : {&kFiles, &kTrackFiles}) {
+        for (const auto& file : *table) {
+            if (name == file.name) {
+                return made(file);
+            }
         }
-        // The name tells the arguments, so that a file is made anew when they change.
-        const auto hash = std::to_string(std::hash<std::string>()(file.arguments));
-        const auto path = folder / (hash + "_" + file.name);
-        if (!std::filesystem::exists(path)) {
-            std::filesystem::create_directories(folder);
-            // Made under a name of its own: test programs run side by side.
-            const auto made = folder / (std::to_string(getpid()) + "_" + file.name);
-            const std::string command =
-                "ffmpeg -nostdin -loglevel error -y " + std::string(file.arguments) + " '" + made.string() + "'";
-            EXPECT_EQ(std::system(command.c_str()), 0) << command;
-            std::filesystem::rename(made, path);
-        }
-        return path;
     }
-    ADD_FAILURE() << "no such file in the table: " << name;
+    ADD_FAILURE() << "no such file in the tables: " << name;
     return name;
 }
 

@@ -36,6 +36,10 @@ void addStream(AVFormatContext* context, const SyntheticStream& description) {
     stream->time_base = description.timeBase;
     stream->r_frame_rate = description.rFrameRate;
     stream->avg_frame_rate = description.avgFrameRate;
+    stream->disposition = description.disposition;
+    for (const auto& [key, value] : description.tags) {
+        av_dict_set(&stream->metadata, key.c_str(), value.c_str(), 0);
+    }
     AVCodecParameters* parameters = stream->codecpar;
     parameters->codec_type = description.type;
     parameters->codec_id = description.codec;

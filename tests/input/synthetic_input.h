@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "input/demuxer_hooks.h"
@@ -27,6 +28,8 @@ struct SyntheticStream {
     AVRational avgFrameRate = {0, 0};
     int channels = 0;
     int sampleRate = 0;
+    int disposition = 0;
+    std::vector<std::pair<std::string, std::string>> tags = {};
 };
 
 // Video at stream 0 with time base 1:90000, and audio with 1:44100.

@@ -79,6 +79,7 @@ constexpr Due kDue[] = {
     {kError, "StreamParser", "find stream info "},
     {kInfo, "StreamParser", "Start time of this file is "},
     {kWarn, "StreamParser", ": could not seek to position "},
+    {kWarn, "StreamParser", " is none that can be played, taking auto"},
     {kError, "StreamParser", "No avaliable stream have found"},
     {kError, "StreamParser", "Could not copy codec params"},
     {kError, "StreamParser", "No codec could be found with id "},

@@ -1,0 +1,20 @@
+#include "track_menu.h"
+
+#include <utility>
+
+// [menu]
+std::vector<TrackEntry> trackMenu(kelp::TarnPlayer& player, kelp::TrackKind kind) {
+    std::vector<TrackEntry> entries;
+    for (const kelp::Track& track : player.getTracks()) {
+        if (track.kind != kind || !track.isPlayable || track.isAttachedPicture) {
+            continue;
+        }
+        std::string label = track.title.empty() ? "Track " + std::to_string(track.number) : track.title;
+        if (!track.language.empty()) {
+            label += " [" + track.language + "]";
+        }
+        entries.push_back({std::move(label), track.number, track.isPlayed});
+    }
+    return entries;
+}
+// [/menu]

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "kelp_player/tarn_player.h"
+
+// One entry of a menu of tracks.
+struct TrackEntry {
+    std::string label;  // in UTF-8
+    int number = 0;     // what the options "video_track" and "audio_track" take
+    bool isChecked = false;
+};
+
+// The entries of one kind, such as all sounds; empty before `onPrepared`.
+std::vector<TrackEntry> trackMenu(kelp::TarnPlayer& player, kelp::TrackKind kind);

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kelp_player/tracks.h"
+
+struct AVFormatContext;
+struct AVStream;
+
+namespace kelp {
+
+// What the demuxer's streams are to a host. A track's number is the index of its stream.
+
+TrackKind trackKindOf(const AVStream& stream);
+
+// Whether pictures or sound come of it: `allCodecs` as in PlaybackOptions.
+bool isPlayable(const AVStream& stream, bool allCodecs);
+
+// All of them, in their order; none is played yet.
+std::vector<Track> listTracks(const AVFormatContext& context, bool allCodecs);
+
+// `text` in UTF-8 whatever it holds.
+std::string readableUtf8(std::string_view text);
+
+}  // namespace kelp

@@ -7,8 +7,8 @@ struct AVCodecParameters;
 
 namespace kelp {
 
-// What is known of a source's streams. A host makes one for StreamMuxer::open, fills the fields that it knows and
-// leaves the two parameter pointers null; players give none out.
+// What is known of a source's streams. A host makes one for StreamMuxer::open and fills the fields that it knows;
+// players give none out. The two parameter pointers stay null, but for a codec that has no number here.
 class KELP_PLAYER_API CodecInfo {
 public:
     CodecInfo();
@@ -27,8 +27,9 @@ public:
     int sampleRate = 0;                                // of the sound, in Hz
     int sampleFormat = -1;  // 0 unsigned 8 bits, 1 signed 16, 2 signed 32, 3 float, 4 planar float; -1 any other
 
-    // Deep copies of the streams' parameters, owned by this object; null where there is no such stream. Made and freed
-    // by the library alone.
+    // Deep copies of the streams' parameters, owned by this object; null where there is no such stream. They name the
+    // codec where its type is "other". A host that wants to set one links the libavcodec that this library runs with,
+    // and makes it with avcodec_parameters_alloc; it is freed here.
     AVCodecParameters* videoParameters = nullptr;
     AVCodecParameters* audioParameters = nullptr;
 };

@@ -59,8 +59,8 @@ public:
     // 0 to 359. At first the size that the source states, with rotation 0; then whenever a decoded picture differs.
     virtual void onVideoSizeUpdated(std::shared_ptr<KelpPlayer> player, int width, int height, int rotate) = 0;
 
-    // The source of `loadFileAsync` is open and has these streams, also of codecs that aren't played. The time for
-    // `play`.
+    // The source of `loadFileAsync` is open and has these streams, also of codecs that aren't played; with the option
+    // "codecs" = "all" those that are played. The time for `play`.
     virtual void onPrepared(std::shared_ptr<KelpPlayer> player, bool hasVideo, bool hasAudio) = 0;
 
     // `errorType` is a KelpPlayerErrorType; the log's last error line (by its tag) says more:

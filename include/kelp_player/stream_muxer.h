@@ -23,9 +23,9 @@ class CodecInfo;
 // A failure is a false and an error line in the log.
 //
 // What the frames must hold. `open` tells the output nothing but codec, size and pixel format: parameters of the codec
-// that stand outside the frames, as an MP4 file or a session description has them, are not copied. So H.264 and HEVC
-// frames must come with start codes (Annex B), one whole access unit each, and bring their parameter sets (SPS and PPS,
-// for HEVC also VPS) with them:
+// that stand outside the frames, as an MP4 file or a session description has them, are not copied, but for those of
+// VIDEO_CODEC_OTHER. So H.264 and HEVC frames must come with start codes (Annex B), one whole access unit each, and
+// bring their parameter sets (SPS and PPS, for HEVC also VPS) with them:
 // - MP4: the first frame that is written must be a key frame with its parameter sets in front. The file's header is
 //   made from that frame alone; otherwise the file is written without an error, but no player can open it.
 // - RTSP and RTP: every key frame should have them in front, as a receiver can start at such a frame only. An encoder
@@ -57,7 +57,8 @@ public:
     //
     // `filePath` begins with "rtsp://" or "rtp://", or holds ".mp4" and is a file that is created or overwritten;
     // "rtp://" takes an address and a port; the next port gets the control packets. Of `codecInfo` the video codec,
-    // size and pixel format are read, during the call only. For "rtp://" no session description is made: the receiver
+    // size and pixel format are read, during the call only; where the codec is VIDEO_CODEC_OTHER, `videoParameters` has
+    // its number, and what a container has to know of it. For "rtp://" no session description is made: the receiver
     // needs one from the host, with payload type 96, or 26 for MJPEG.
     //
     // `timeBase` is the number of ticks per second that the output counts in. RTSP and RTP take 90000 and MP4 any

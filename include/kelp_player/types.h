@@ -41,7 +41,7 @@ enum PixFormat : int32_t {
     PIX_FMT_PACKET = 4,     // undecoded bytes of a packet that went past the decoder
 };
 
-// Video codecs that the library handles. Any other codec is VIDEO_CODEC_NONE and isn't played.
+// Video codecs that the library handles. Any other codec is VIDEO_CODEC_NONE and isn't played, unless all are wanted.
 enum VideoCodecType : int32_t {
     VIDEO_CODEC_NONE = -1,
     VIDEO_CODEC_MSMPEG4V1 = 0,
@@ -58,7 +58,7 @@ enum VideoCodecType : int32_t {
     VIDEO_CODEC_OTHER = 8,
 };
 
-// Audio codecs that the library handles. Any other codec is AUDIO_CODEC_NONE and isn't played.
+// Audio codecs that the library handles. Any other codec is AUDIO_CODEC_NONE and isn't played, unless all are wanted.
 enum AudioCodecType : int32_t {
     AUDIO_CODEC_NONE = -1,
     AUDIO_CODEC_MP3 = 0,

@@ -75,7 +75,8 @@ bool FFAudioDecoder::open(AudioCodecType codecType, const void* codecParameters,
 }
 
 bool FFAudioDecoder::openCodec(AudioCodecType codecType, const void* codecParameters) {
-    const int codecId = codecIdFromType(codecType);
+    const auto* const parameters = static_cast<const AVCodecParameters*>(codecParameters);
+    const int codecId = codecIdFromType(codecType, parameters);
     if (codecId == AV_CODEC_ID_NONE) {
         Log::Error(kTag, "%s, could not find audio codec type:%d\n", "open", static_cast<int>(codecType));
         return false;
@@ -92,8 +93,8 @@ bool FFAudioDecoder::openCodec(AudioCodecType codecType, const void* codecParame
                    static_cast<int>(codecType), codecId);
         return false;
     }
-    if (codecParameters) {
-        avcodec_parameters_to_context(codecContext_, static_cast<const AVCodecParameters*>(codecParameters));
+    if (parameters) {
+        avcodec_parameters_to_context(codecContext_, parameters);
     }
     if (avcodec_open2(codecContext_, decoder, nullptr) < 0) {
         Log::Error(kTag, "%s, count not open audio codec type:%d, ffcodecId:%d\n", "open", static_cast<int>(codecType),

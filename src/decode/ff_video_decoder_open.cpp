@@ -61,7 +61,7 @@ bool FFVideoDecoder::open(VideoCodecType codecType, const void* codecParameters,
 
 bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters* parameters, PixFormat pixFormat,
                                bool isLive) {
-    const auto codecId = static_cast<AVCodecID>(codecIdFromType(codecType));
+    const auto codecId = static_cast<AVCodecID>(codecIdFromType(codecType, parameters));
     if (codecId == AV_CODEC_ID_NONE) {
         Log::Error(kTag, "%s, unknown codec type:%d\n", "open", codecType);
         return false;
@@ -96,7 +96,9 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
             setRotation(matrix, "open, theta 1:%f\n", "open, theta 2:%f\n");
         }
     }
-    codecContext_->pix_fmt = format;
+    if (codecType != VIDEO_CODEC_OTHER) {
+        codecContext_->pix_fmt = format;  // another codec's is what the parameters say: few have a number here
+    }
     codecContext_->idct_algo = 0;
     if (software) {
         codecContext_->thread_count = isLive ? kLiveThreads : kFileThreads;

@@ -7,6 +7,7 @@
 
 extern "C" {
 #include <libavcodec/codec_id.h>
+#include <libavcodec/codec_par.h>
 #include <libavutil/pixfmt.h>
 #include <libavutil/samplefmt.h>
 }
@@ -75,6 +76,14 @@ int codecIdFromType(VideoCodecType type) {
 
 int codecIdFromType(AudioCodecType type) {
     return findAv(kAudioCodecs, type, AV_CODEC_ID_NONE);
+}
+
+int codecIdFromType(VideoCodecType type, const AVCodecParameters* parameters) {
+    return type == VIDEO_CODEC_OTHER && parameters ? int{parameters->codec_id} : codecIdFromType(type);
+}
+
+int codecIdFromType(AudioCodecType type, const AVCodecParameters* parameters) {
+    return type == AUDIO_CODEC_OTHER && parameters ? int{parameters->codec_id} : codecIdFromType(type);
 }
 
 PixFormat pixFormatFromAv(int avPixelFormat) {

@@ -9,6 +9,7 @@
 #include "clock/wrapping_math.h"
 #include "input/annexb.h"
 #include "input/codec_tables.h"
+#include "input/stream_choice.h"
 #include "input/stream_parser.h"
 #include "input/track_list.h"
 #include "kelp_player/log.h"
@@ -271,8 +272,8 @@ int StreamParser::chooseStream(TrackKind kind, int wanted, int related) {
         Log::Warn(TAG, "%s %d is none that can be played, taking auto\n", isVideo ? "video_track" : "audio_track",
                   wanted);
     }
-    return av_find_best_stream(formatContext_, isVideo ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO, -1, related, nullptr,
-                               0);
+    return StreamChoice::of(playbackOptions_)
+        .best(formatContext_, isVideo ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO, related);
 }
 
 bool StreamParser::findStream(int index) {
@@ -306,7 +307,7 @@ bool StreamParser::findStream(int index) {
 
 void StreamParser::takeAudioStream(AVStream* stream, const AVCodecContext* context) {
     audioStream_ = stream;
-    audioCodecType_ = audioCodecTypeFromId(context->codec_id);
+    audioCodecType_ = StreamChoice::of(playbackOptions_).audioCodecType(context->codec_id);
     startTimeInAudioTimeBase_ = startInTicks(startTimeUs_, stream->time_base);
     channels_ = context->ch_layout.nb_channels;
     sampleRate_ = context->sample_rate;
@@ -318,7 +319,7 @@ void StreamParser::takeAudioStream(AVStream* stream, const AVCodecContext* conte
 void StreamParser::takeVideoStream(AVStream* stream, const AVCodecContext* context) {
     videoStream_ = stream;
     detectBsf(stream);
-    videoCodecType_ = videoCodecTypeFromId(context->codec_id);
+    videoCodecType_ = StreamChoice::of(playbackOptions_).videoCodecType(context->codec_id);
     pixFormat_ = pixFormatFromAv(context->pix_fmt);
     startTimeInVideoTimeBase_ = startInTicks(startTimeUs_, stream->time_base);
     width_ = context->width;

@@ -1,6 +1,6 @@
 #include "input/track_list.h"
 
-#include "input/codec_tables.h"
+#include "input/stream_choice.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -63,15 +63,7 @@ TrackKind trackKindOf(const AVStream& stream) {
 }
 
 bool isPlayable(const AVStream& stream, bool allCodecs) {
-    const AVCodecID codec = stream.codecpar->codec_id;
-    switch (trackKindOf(stream)) {
-        case TRACK_KIND_VIDEO:
-            return (allCodecs || videoCodecTypeFromId(codec) != VIDEO_CODEC_NONE) && avcodec_find_decoder(codec);
-        case TRACK_KIND_AUDIO:
-            return (allCodecs || audioCodecTypeFromId(codec) != AUDIO_CODEC_NONE) && avcodec_find_decoder(codec);
-        default:
-            return false;
-    }
+    return !StreamChoice::of({.allCodecs = allCodecs}).obstacle(stream);
 }
 
 std::vector<Track> listTracks(const AVFormatContext& context, bool allCodecs) {

@@ -12,6 +12,7 @@
 #include "runtime/ffmpeg_compat.h"
 
 extern "C" {
+#include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 }
 
@@ -35,6 +36,23 @@ const char* muxerName(const std::string& filePath) {
         return "rtp";
     }
     return filePath.find(".mp4") != std::string::npos ? kFileMuxer : nullptr;
+}
+
+// Another codec is taken with all that its parameters say, but for the tag, which is another one in each container.
+void describe(const CodecInfo& info, AVCodecParameters& parameters) {
+    const int codecId = codecIdFromType(info.videoCodecType, info.videoParameters);
+    const bool isOther = codecId != AV_CODEC_ID_NONE && info.videoCodecType == VIDEO_CODEC_OTHER;
+    if (isOther) {
+        avcodec_parameters_copy(&parameters, info.videoParameters);
+        parameters.codec_tag = 0;
+    }
+    parameters.codec_type = AVMEDIA_TYPE_VIDEO;
+    parameters.codec_id = static_cast<AVCodecID>(codecId);
+    parameters.width = info.width;
+    parameters.height = info.height;
+    if (!isOther || info.pixFormat != PIX_FMT_NONE) {
+        parameters.format = avPixelFormatFromPixFormat(info.pixFormat);
+    }
 }
 
 std::array<char, 255> errorText(int error) {
@@ -97,11 +115,7 @@ bool StreamMuxer::open(const std::string& filePath, std::shared_ptr<CodecInfo> c
     }
     stream_->time_base = {1, static_cast<int>(timeBase)};
     AVCodecParameters& parameters = *stream_->codecpar;
-    parameters.codec_type = AVMEDIA_TYPE_VIDEO;
-    parameters.codec_id = static_cast<AVCodecID>(codecIdFromType(codecInfo->videoCodecType));
-    parameters.width = codecInfo->width;
-    parameters.height = codecInfo->height;
-    parameters.format = avPixelFormatFromPixFormat(codecInfo->pixFormat);
+    describe(*codecInfo, parameters);
     Log::Info(kTag, "%s, %dx%d, codec_id:%d\n", "open", parameters.width, parameters.height,
               static_cast<int>(parameters.codec_id));
 

@@ -53,6 +53,18 @@ TEST_F(FFAudioDecoderTest, RefusesAnUnknownTypeBeforeAnyLibraryCall) {
                                          "[FFAudioDecoder]: open, could not find audio codec type:-1\n"));
 }
 
+TEST_F(FFAudioDecoderTest, TakesAnotherCodecFromItsParameters) {
+    const AVParametersPtr parameters = makeALawParameters();
+    parameters->codec_id = AV_CODEC_ID_PCM_S24LE;
+    std::vector<int> ids;
+    audioFakes().findDecoder = [&](int id) {
+        ids.push_back(id);
+        return avcodec_find_decoder_by_name("pcm_s24le");
+    };
+    EXPECT_TRUE(decoder.open(AUDIO_CODEC_OTHER, parameters.get(), observer));
+    EXPECT_THAT(ids, ElementsAre(AV_CODEC_ID_PCM_S24LE));
+}
+
 TEST_F(FFAudioDecoderTest, FailsWithoutACodec) {
     LogCapture log;
     audioFakes().findDecoder = [](int) { return nullptr; };

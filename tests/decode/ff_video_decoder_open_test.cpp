@@ -413,6 +413,29 @@ TEST_F(FFVideoDecoderOpen, TakesTheStreamsParametersButNotItsFormat) {
     EXPECT_FALSE(log_.has("theta"));
 }
 
+TEST_F(FFVideoDecoderOpen, TakesAnotherCodecAndItsFormatFromTheParameters) {
+    const test::VideoParametersPtr parameters(avcodec_parameters_alloc());
+    parameters->codec_type = AVMEDIA_TYPE_VIDEO;
+    parameters->codec_id = AV_CODEC_ID_RAWVIDEO;
+    parameters->format = AV_PIX_FMT_GBRP;
+    parameters->width = 320;
+    parameters->height = 240;
+    EXPECT_TRUE(open(VIDEO_CODEC_OTHER, parameters.get(), false, PIX_FMT_NONE));
+    EXPECT_EQ(lastOpened().decoder, "rawvideo");
+    EXPECT_EQ(lastOpened().pixFmt, AV_PIX_FMT_GBRP);
+    EXPECT_EQ(log_.count("[FFVideoDecoder]: open, have no hw decoder for 13\n"), 1);
+}
+
+TEST_F(FFVideoDecoderOpen, LooksForHardwareByTheNumberInTheParameters) {
+    const test::VideoParametersPtr parameters(avcodec_parameters_alloc());
+    parameters->codec_type = AVMEDIA_TYPE_VIDEO;
+    parameters->codec_id = AV_CODEC_ID_H264;
+    videoFakes().findByName = [](const char*) { return nullptr; };
+    decoder_->enableHardware(true, HW_DECODE_DECODER);
+    EXPECT_TRUE(open(VIDEO_CODEC_OTHER, parameters.get()));
+    EXPECT_EQ(videoFakes().callCount("find h264_cuvid"), 1);
+}
+
 TEST_F(FFVideoDecoderOpen, TurnsPicturesAsTheStreamSays) {
     // The command counts against the clock.
     const auto stream = test::makeVideoStream("-c:v mpeg4", "mp4", 64, 48, 1, /*turned=*/true);

@@ -6,6 +6,7 @@
 
 extern "C" {
 #include <libavcodec/codec_id.h>
+#include <libavcodec/codec_par.h>
 #include <libavutil/pixfmt.h>
 #include <libavutil/samplefmt.h>
 }
@@ -45,6 +46,17 @@ TEST(CodecTables, KnowNoOtherCodec) {
     EXPECT_EQ(codecIdFromType(static_cast<VideoCodecType>(8)), AV_CODEC_ID_NONE);
     EXPECT_EQ(codecIdFromType(AUDIO_CODEC_NONE), AV_CODEC_ID_NONE);
     EXPECT_EQ(codecIdFromType(static_cast<AudioCodecType>(4)), AV_CODEC_ID_NONE);
+}
+
+TEST(CodecTables, LeaveAnotherCodecToItsParameters) {
+    AVCodecParameters parameters = {};
+    parameters.codec_id = AV_CODEC_ID_VP9;
+    EXPECT_EQ(codecIdFromType(VIDEO_CODEC_OTHER, &parameters), AV_CODEC_ID_VP9);
+    EXPECT_EQ(codecIdFromType(AUDIO_CODEC_OTHER, &parameters), AV_CODEC_ID_VP9);
+    EXPECT_EQ(codecIdFromType(VIDEO_CODEC_H264, &parameters), AV_CODEC_ID_H264);
+    EXPECT_EQ(codecIdFromType(AUDIO_CODEC_MP3, &parameters), AV_CODEC_ID_MP3);
+    EXPECT_EQ(codecIdFromType(VIDEO_CODEC_NONE, &parameters), AV_CODEC_ID_NONE);
+    EXPECT_EQ(codecIdFromType(AUDIO_CODEC_OTHER, nullptr), AV_CODEC_ID_NONE);
 }
 
 TEST(CodecTables, MapPixelFormatsByNumber) {

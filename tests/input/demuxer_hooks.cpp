@@ -58,6 +58,10 @@ const AVCodec* __wrap_avcodec_find_decoder(AVCodecID id) {
     return hooks().findDecoder ? hooks().findDecoder(id) : __real_avcodec_find_decoder(id);
 }
 
+int __wrap_avcodec_open2(AVCodecContext* context, const AVCodec* codec, AVDictionary** options) {
+    return hooks().openCodec ? hooks().openCodec(context) : __real_avcodec_open2(context, codec, options);
+}
+
 int __wrap_avcodec_parameters_to_context(AVCodecContext* context, const AVCodecParameters* parameters) {
     return hooks().parametersToContext ? hooks().parametersToContext(context, parameters)
                                        : __real_avcodec_parameters_to_context(context, parameters);

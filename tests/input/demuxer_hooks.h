@@ -23,6 +23,7 @@ struct DemuxerHooks {
     std::function<int(AVFormatContext*)> readPlay;
     std::function<AVCodecContext*()> allocCodecContext;
     std::function<const AVCodec*(AVCodecID)> findDecoder;
+    std::function<int(AVCodecContext*)> openCodec;
     std::function<int(AVCodecContext*, const AVCodecParameters*)> parametersToContext;
     std::function<int(AVCodecParameters*, const AVCodecParameters*)> parametersCopy;
     std::function<AVRational(AVStream*)> guessFrameRate;
@@ -51,6 +52,7 @@ int __real_av_read_pause(AVFormatContext*);
 int __real_av_read_play(AVFormatContext*);
 AVCodecContext* __real_avcodec_alloc_context3(const AVCodec*);
 const AVCodec* __real_avcodec_find_decoder(AVCodecID);
+int __real_avcodec_open2(AVCodecContext*, const AVCodec*, AVDictionary**);
 int __real_avcodec_parameters_to_context(AVCodecContext*, const AVCodecParameters*);
 int __real_avcodec_parameters_copy(AVCodecParameters*, const AVCodecParameters*);
 AVRational __real_av_guess_frame_rate(AVFormatContext*, AVStream*, AVFrame*);

@@ -154,6 +154,30 @@ TEST_F(StreamMuxerTest, DescribesTheStream) {
     }
 }
 
+TEST_F(StreamMuxerTest, TakesAnotherCodecFromItsParameters) {
+    const auto info = makeCodecInfo(VIDEO_CODEC_OTHER);
+    info->pixFormat = PIX_FMT_NONE;
+    info->videoParameters = avcodec_parameters_alloc();
+    info->videoParameters->codec_id = AV_CODEC_ID_VP9;
+    info->videoParameters->codec_tag = 0x12345678;
+    info->videoParameters->format = AV_PIX_FMT_YUV444P;
+    info->videoParameters->width = 704;
+    info->videoParameters->extradata = static_cast<uint8_t*>(av_mallocz(16 + AV_INPUT_BUFFER_PADDING_SIZE));
+    info->videoParameters->extradata_size = 16;
+    ASSERT_TRUE(muxer_.open(mp4(), info, 12800));
+    const auto& stream = muxerCalls().stream;
+    EXPECT_EQ(stream.codecType, AVMEDIA_TYPE_VIDEO);
+    EXPECT_EQ(stream.codecId, AV_CODEC_ID_VP9);
+    EXPECT_EQ(stream.width, 160);
+    EXPECT_EQ(stream.height, 120);
+    EXPECT_EQ(stream.format, AV_PIX_FMT_YUV444P);
+    EXPECT_EQ(stream.extraDataSize, 16);
+
+    info->pixFormat = PIX_FMT_YUV420P;
+    ASSERT_TRUE(muxer_.open(mp4(), info, 12800));
+    EXPECT_EQ(muxerCalls().stream.format, AV_PIX_FMT_YUV420P);
+}
+
 TEST_F(StreamMuxerTest, PassesTheOptionsOn) {
     muxer_.setOption("stimeout", "70");
     muxer_.setOption("movflags", "faststart");

@@ -81,6 +81,7 @@ constexpr Due kDue[] = {
     {kWarn, "StreamParser", ": could not seek to position "},
     {kWarn, "StreamParser", " is none that can be played, taking auto"},
     {kError, "StreamParser", "No avaliable stream have found"},
+    {kWarn, "StreamParser", " isn't played: "},
     {kError, "StreamParser", "Could not copy codec params"},
     {kError, "StreamParser", "No codec could be found with id "},
     {kError, "StreamParser", "found not h264_mp4toannexb or hevc_mp4toannexb"},

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "kelp_player/types.h"
+#include "runtime/playback_options.h"
+
+extern "C" {
+#include <libavutil/avutil.h>
+}
+
+struct AVFormatContext;
+struct AVStream;
+
+namespace kelp {
+
+// Which streams of an input are played, and what their codecs are called. One form takes the codecs that have a name
+// here and believes that they can be played; the other takes every stream whose decoder opens, and no other one.
+//
+// A form has no state: any thread, and for good.
+class StreamChoice {
+public:
+    static const StreamChoice& of(const PlaybackOptions& options);
+
+    // The stream of `kind` to be played, by its index; negative if there is none. `related` is the stream of another
+    // kind that it is to go with, or negative.
+    virtual int best(AVFormatContext* input, AVMediaType kind, int related) const = 0;
+
+    // Why the stream, of any kind, can't be played; null if it can.
+    virtual const char* obstacle(const AVStream& stream) const = 0;
+
+    // For an AVCodecID.
+    virtual VideoCodecType videoCodecType(int codecId) const = 0;
+    virtual AudioCodecType audioCodecType(int codecId) const = 0;
+
+protected:
+    ~StreamChoice() = default;
+};
+
+}  // namespace kelp

@@ -10,6 +10,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "e2e/odd_media.h"
+
 namespace kelp::test {
 
 namespace {
@@ -39,9 +41,14 @@ std::string readAll(const fs::path& path) {
     ",format=gray,geq=lum='255*mod(floor(N/pow(2,X))+Y,2)',scale=320:180:flags=neighbor\" " \
     "-f lavfi -i \"aevalsrc='0.5*sin(2*PI*(400*t+50*t*t))':s=48000:d=" seconds "\" -ac 2 "
 
+std::vector<MediaFile> with(const std::vector<MediaFile>& more, std::vector<MediaFile> files) {
+    files.insert(files.end(), more.begin(), more.end());
+    return files;
+}
+
 // clang-format off
 const std::vector<MediaFile>& mediaTable() {
-    static const std::vector<MediaFile> table = {
+    static const std::vector<MediaFile> table = with(oddMediaTable(), {
         {"everyday.mp4", "the everyday case: H.264 with B-frames, AAC",
          "ffmpeg -f lavfi -i testsrc2=size=1920x1080:rate=30:duration=4 "
          "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=4 -ac 2 "
@@ -224,7 +231,7 @@ const std::vector<MediaFile>& mediaTable() {
          "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=40 -ac 2 -filter:a volume=4 "
          "-c:v libx264 -preset ultrafast -g 25 -pix_fmt yuv420p -c:a aac -b:a 64k {out}",
          640, 360, 1000, 40000, true, 440},
-    };
+    });
     return table;
 }
 // clang-format on

@@ -1,0 +1,159 @@
+// Files that are odd, not broken: each plays to its end in its time, tells the right position and duration, and ends
+// each seek.
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "e2e/media.h"
+#include "e2e/playback.h"
+#include "e2e/recording_sink.h"
+#include "e2e/seeking.h"
+#include "e2e/sound.h"
+
+namespace kelp::test {
+namespace {
+
+// By how much a position may lie off: the distance of two pictures or two blocks of sound, the buffer of the sound, and
+// what a busy machine adds.
+constexpr int kNearMs = 150;
+constexpr int kSettleMs = 80;
+
+struct OddFile {
+    const char* name;
+    int durationMs;
+    bool hasVideo;
+    bool hasAudio;
+    int pictures;     // to be shown, at most; on a busy machine some come too late
+    int gapMs = 0;    // how far a picture may lie before the position that was asked for
+    int firstMs = 0;  // of the first picture, about
+};
+
+// Those of one test play at the same time.
+struct OddGroup {
+    const char* name;
+    bool allCodecs;
+    std::vector<OddFile> files;
+
+    friend std::ostream& operator<<(std::ostream& out, const OddGroup& group) { return out << group.name; }
+};
+
+// Plays one file to its end, seeks to and fro, and plays it to its end again.
+class OddPlayback {
+public:
+    OddPlayback(const OddFile& file, bool allCodecs) : file_(file) {
+        player().setAVSyncMode(SYNC_MASTER_AUDIO);
+        player().setOption("codecs", allCodecs ? "all" : "standard");
+        player().addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&sink_), 0, 0);
+    }
+
+    void run() {
+        SCOPED_TRACE(file_.name);
+        ASSERT_TRUE(playback_.open(mediaPath(file_.name), kPatienceMs));
+        const Event prepared = playback_.last(Happened::Prepared);
+        EXPECT_EQ(prepared, (Event{Happened::Prepared, file_.hasVideo, file_.hasAudio}));
+        playToTheEnd();
+        const int mid = file_.durationMs / 2 + 3;
+        seekTo(mid);
+        seekTo(3);
+        player().pause();
+        seekTo(mid);
+        seekTo(3);
+        seekTo(std::max(3, file_.durationMs - 47));
+        player().resume();
+        const int completed = playback_.count(Happened::Completed);
+        EXPECT_TRUE(playback_.waitFor(Happened::Completed, kPatienceMs, completed + 1)) << "after the seeks";
+        EXPECT_EQ(playback_.count(Happened::Failed), 0);
+        if (file_.pictures == 1) {
+            const int repaints = sink_.repaints();
+            EXPECT_TRUE(waitUntil([&] { return sink_.repaints() > repaints; })) << "the picture isn't shown any more";
+        }
+    }
+
+private:
+    KelpPlayer& player() { return playback_.player(); }
+
+    int firstFrames() {
+        return playback_.count(Happened::FirstVideoFrame) + playback_.count(Happened::FirstAudioFrame);
+    }
+
+    void playToTheEnd() {
+        const int64_t begin = steadyUs();
+        ASSERT_TRUE(player().play());
+        int position = 0;
+        EXPECT_TRUE(waitUntil([&] {
+            const int now = player().getCurrentTime();
+            EXPECT_GE(now, position - kNearMs) << "the position went back";
+            position = std::max(position, now);
+            return playback_.count(Happened::Completed) > 0;
+        })) << "not completed";
+        EXPECT_GE((steadyUs() - begin) / 1000, file_.durationMs - 2 * kNearMs - file_.gapMs) << "played too fast";
+        EXPECT_NEAR(position, file_.durationMs, kNearMs + file_.gapMs) << "at the end";
+        EXPECT_NEAR(player().getDuration(), file_.durationMs, kNearMs / 2);
+        if (file_.hasVideo) {
+            ASSERT_TRUE(sink_.waitForFrames(1, kPatienceMs));
+            EXPECT_NEAR(static_cast<double>(sink_.frames().front().pts), file_.firstMs, 25);
+        }
+        EXPECT_LE(sink_.frameCount(), file_.pictures);
+        EXPECT_GE(sink_.frameCount(), file_.pictures / 2);
+    }
+
+    // The seek has ended when a first frame was told, or, if it was served from the frames that waited, when it has
+    // returned: the position is the target while it runs, and no picture lies there exactly.
+    void seekTo(int target) {
+        SCOPED_TRACE("seek to " + std::to_string(target));
+        const int before = firstFrames();
+        const int64_t begin = steadyUs();
+        ASSERT_TRUE(player().seek(target));
+        ASSERT_TRUE(waitUntil([&] { return player().getCurrentTime() != target || firstFrames() > before; }))
+            << "never ended";
+        // The sound, or the picture that follows, may still be on its way.
+        waitUntil([&] { return std::abs(player().getCurrentTime() - target) <= kNearMs + file_.gapMs; }, 1000);
+        const auto sinceMs = static_cast<int>((steadyUs() - begin) / 1000);
+        const int position = player().getCurrentTime();
+        EXPECT_GE(position, target - kNearMs - file_.gapMs);
+        EXPECT_LE(position, target + kNearMs + file_.gapMs + sinceMs);
+        std::this_thread::sleep_for(std::chrono::milliseconds(kSettleMs));
+    }
+
+    const OddFile& file_;
+    RecordingSink sink_{RecordingSink::Keep::Nothing};
+    Playback playback_;
+};
+
+class Odd : public testing::TestWithParam<OddGroup> {};
+
+TEST_P(Odd, FilesPlayToTheirEndAndEndEachSeek) {
+    forgetSound();
+    std::vector<std::thread> threads;
+    for (const OddFile& file : GetParam().files) {
+        threads.emplace_back([&] { OddPlayback(file, GetParam().allCodecs).run(); });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+}
+
+const std::vector<OddGroup>& groups() {
+    static const std::vector<OddGroup> all = {
+        {"Covers",
+         true,
+         {
+             {"odd_cover.mp3", 2000, true, true, 1},
+             {"odd_cover.m4a", 2000, true, true, 1},
+             {"odd_cover.mka", 2000, true, true, 1},
+             {"odd_cover_video.mp4", 2000, true, true, 50},
+             {"tone.mp3", 3000, false, true, 0},
+         }},
+    };
+    return all;
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, Odd, testing::ValuesIn(groups()), [](const auto& test) { return test.param.name; });
+
+}  // namespace
+}  // namespace kelp::test

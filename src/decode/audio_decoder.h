@@ -51,7 +51,8 @@ public:
     // Frees what `open` and decoding made.
     virtual void close() = 0;
 
-    // Decodes one packet, which stays the caller's.
+    // Decodes one packet, which stays the caller's. A frame may come out with the next one; one without data is the
+    // end, and brings all out.
     virtual void insertPacket(MediaPacket* packet) = 0;
 
     // Drops what is being decoded; after a seek.

@@ -153,11 +153,10 @@ void FFAudioDecoder::insertPacket(MediaPacket* packet) {
     AVPacket avPacket;
     lendPacket(*packet, &avPacket);
 
-    while (avcodec_receive_frame(codecContext_, frame_) >= 0) {
-        deliverAudioFrame(frame_);
-    }
+    deliverDecoded();
 
-    const bool isNeeded = avPacket.pts >= neededFromMs_;
+    const bool isEnd = !avPacket.data;
+    const bool isNeeded = isEnd || avPacket.pts >= neededFromMs_;
     if (std::exchange(hasGap_, !isNeeded) && isNeeded) {
         avcodec_flush_buffers(codecContext_);
     }
@@ -169,6 +168,15 @@ void FFAudioDecoder::insertPacket(MediaPacket* packet) {
         char text[kErrorTextBytes] = {};
         av_strerror(ret, text, sizeof(text));
         Log::Error(kTag, "%s, avcodec_send_packet failed, ret:%d, %s\n", "insertPacket", ret, text);
+    }
+    if (isEnd) {
+        deliverDecoded();  // what the codec held back; no packet will ask for it
+    }
+}
+
+void FFAudioDecoder::deliverDecoded() {
+    while (avcodec_receive_frame(codecContext_, frame_) >= 0) {
+        deliverAudioFrame(frame_);
     }
 }
 

@@ -47,6 +47,8 @@ private:
 
     bool openCodec(AudioCodecType codecType, const void* codecParameters);
     void freeContexts();
+    // What the codec has ready.
+    void deliverDecoded();
     void deliverAudioFrame(AVFrame* frame);
 
     // How many samples, at the decoded rate, a frame of `nbSamples` is to become.

@@ -64,10 +64,9 @@ struct StreamParserState {
     int audioStreamIndex_ = -1;
     AVStream* videoStream_ = nullptr;
     AVStream* audioStream_ = nullptr;
-    AVStream* coverStream_ = nullptr;  // its picture goes with the sound; there is no video stream then
-    int width_ = 0;                    // in pixels
-    int height_ = 0;                   // in pixels
-    int frameRate_ = 0;                // whole frames per second
+    int width_ = 0;      // in pixels
+    int height_ = 0;     // in pixels
+    int frameRate_ = 0;  // whole frames per second
     int channels_ = 0;
     int sampleRate_ = 0;  // in Hz
     int sampleFormat_ = -1;
@@ -75,6 +74,7 @@ struct StreamParserState {
     AudioCodecType audioCodecType_ = AUDIO_CODEC_NONE;
     PixFormat pixFormat_ = PIX_FMT_NONE;
     bool isLive_ = false;
+    bool tellsSoundEnd_ = false;  // with a packet without data, as it tells that of the pictures
 
     // The thread's own, like all below.
     bool lastPaused_ = false;            // as the demuxer was told
@@ -149,8 +149,6 @@ private:
     // The stream of track `wanted`; of FFmpeg's choice, beside the stream `related`, where that is none to be played.
     // -1 if there is none of this `kind`.
     int chooseStream(TrackKind kind, int wanted, int related);
-    // A picture that is attached to the sound is handed over once, and the input read as one of sound alone.
-    void setCoverAside();
     // Takes the stream at `index`, which may be none at all. False if it can't be played.
     bool findStream(int index);
     void takeAudioStream(AVStream* stream, const AVCodecContext* context);
@@ -161,7 +159,6 @@ private:
 
     // The rest runs on the parser's thread.
     void Run() override;
-    void sendCover();
     void applyPauseRequest();
     bool isReadingHeldByPause() const;
     bool areQueuesFull();

@@ -242,6 +242,22 @@ TEST_F(FFAudioDecoderTest, SendsAPacketWithoutDataLikeAnyOther) {
     EXPECT_EQ(audioFakes().codecCallCount("flush_buffers"), 0);
 }
 
+TEST_F(FFAudioDecoderTest, GivesOutWhatTheCodecHeldBackAtTheEnd) {
+    openFor(2, 44100);
+    decoder.setNeededFrom(5000);
+    decoded.push_back(makeAudioFrame(AV_SAMPLE_FMT_S16, 2, 44100, 10, 1));
+    audioFakes().sendPacket = [&](const AVPacket* packet) {
+        EXPECT_EQ(packet->data, nullptr);
+        decoded.push_back(makeAudioFrame(AV_SAMPLE_FMT_S16, 2, 44100, 10, 2));
+        decoded.push_back(makeAudioFrame(AV_SAMPLE_FMT_S16, 2, 44100, 10, 3));
+        return 0;
+    };
+    AudioPacket end;
+    decoder.insertPacket(&end);
+    ASSERT_EQ(observer->frames.size(), 3U);
+    EXPECT_EQ(observer->frames[2]->pts, 3);
+}
+
 TEST_F(FFAudioDecoderTest, LogsEverySendThatFailsAndGoesOn) {
     openFor(2, 44100);
     LogCapture log;

@@ -115,6 +115,18 @@ TEST_F(StreamParserFile, HandsOnEveryPacketOfEveryFile) {
     }
 }
 
+TEST_F(StreamParserFile, TellsTheEndOfTheSoundWhereAllCodecsAreWanted) {
+    const std::string path = inputFile("h264_aac.mp4");
+    readToTheEnd(path);
+    EXPECT_NE(observer->audioPackets().back()->data, nullptr);
+    parser->close();
+    observer->clearEvents();
+    parser->setPlaybackOptions({.allCodecs = true});
+    readToTheEnd(path);
+    EXPECT_EQ(observer->audioPackets().back()->data, nullptr);
+    EXPECT_EQ(observer->audioPackets().back()->size, 0);
+}
+
 TEST_F(StreamParserFile, KnowsTheCodecsOfEveryFile) {
     struct Expected {
         VideoCodecType video;

@@ -19,6 +19,7 @@ public:
     int64_t start_time = 0;  // of the input, in milliseconds
     int64_t duration = 0;    // in milliseconds
     bool has_video = false;  // a usable video stream was found
+    bool is_cover = false;   // has_video: it is a picture that goes with the sound, and has no time of its own
     bool has_audio = false;  // a usable audio stream was found
     bool is_live = false;    // the source is a live one
     bool seekable = false;   // the opposite of is_live

@@ -44,6 +44,7 @@ void StreamParser::Run() {
     int readErrors = 0;  // in a row
     AVPacket packet;
     compat::initPacket(&packet);
+    sendCover();
     while (!isStopRequested()) {
         applyPauseRequest();
         if (isReadingHeldByPause()) {
@@ -69,6 +70,25 @@ void StreamParser::Run() {
         av_packet_unref(&packet);
     }
     Log::Debug(TAG, "Run exit...\n");
+}
+
+void StreamParser::sendCover() {
+    if (!observer_ || !coverStream_ || coverStream_->attached_pic.size <= 0) {
+        return;
+    }
+    const AVPacket& picture = coverStream_->attached_pic;
+    auto packet = std::make_shared<VideoPacket>();
+    packet->data = new unsigned char[static_cast<size_t>(picture.size)];
+    packet->size = picture.size;
+    std::memcpy(packet->data, picture.data, static_cast<size_t>(picture.size));
+    packet->dts = packet->pts = packet->duration = 0;
+    packet->flags = AV_PKT_FLAG_KEY;
+    packet->keyFrame = true;
+    observer_->onVideoPacket(std::move(packet));
+    // A decoder gives a picture out when it is asked to go on, or to end.
+    auto end = std::make_shared<VideoPacket>();
+    end->foundKeyFrame = true;
+    observer_->onVideoPacket(std::move(end));
 }
 
 bool StreamParser::pause(bool paused) {
@@ -188,6 +208,9 @@ void StreamParser::clearInputEnd() {
 }
 
 void StreamParser::handlePacket(AVPacket* packet) {
+    if (coverStream_ && packet->stream_index == coverStream_->index) {
+        return;
+    }
     size_t size = 0;
     const uint8_t* extraData = av_packet_get_side_data(packet, AV_PKT_DATA_NEW_EXTRADATA, &size);
     if (extraData && size != 0) {

@@ -64,9 +64,10 @@ struct StreamParserState {
     int audioStreamIndex_ = -1;
     AVStream* videoStream_ = nullptr;
     AVStream* audioStream_ = nullptr;
-    int width_ = 0;      // in pixels
-    int height_ = 0;     // in pixels
-    int frameRate_ = 0;  // whole frames per second
+    AVStream* coverStream_ = nullptr;  // its picture goes with the sound; there is no video stream then
+    int width_ = 0;                    // in pixels
+    int height_ = 0;                   // in pixels
+    int frameRate_ = 0;                // whole frames per second
     int channels_ = 0;
     int sampleRate_ = 0;  // in Hz
     int sampleFormat_ = -1;
@@ -149,6 +150,8 @@ private:
     // The stream of track `wanted`; of FFmpeg's choice, beside the stream `related`, where that is none to be played.
     // -1 if there is none of this `kind`.
     int chooseStream(TrackKind kind, int wanted, int related);
+    // A picture that is attached to the sound is handed over once, and the input read as one of sound alone.
+    void setCoverAside();
     // Takes the stream at `index`, which may be none at all. False if it can't be played.
     bool findStream(int index);
     void takeAudioStream(AVStream* stream, const AVCodecContext* context);
@@ -159,6 +162,7 @@ private:
 
     // The rest runs on the parser's thread.
     void Run() override;
+    void sendCover();
     void applyPauseRequest();
     bool isReadingHeldByPause() const;
     bool areQueuesFull();

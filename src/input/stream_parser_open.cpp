@@ -156,8 +156,8 @@ std::shared_ptr<CodecInfo> StreamParser::getCodecInfo() {
     info->channels = channels_;
     info->sampleRate = sampleRate_;
     info->sampleFormat = sampleFormat_;
-    if (videoStream_ && videoStream_->codecpar) {
-        info->videoParameters = compat::copyParameters(videoStream_);
+    if (const AVStream* picture = videoStream_ ? videoStream_ : coverStream_; picture && picture->codecpar) {
+        info->videoParameters = compat::copyParameters(picture);
     }
     if (audioStream_ && audioStream_->codecpar) {
         info->audioParameters = compat::copyParameters(audioStream_);
@@ -170,15 +170,16 @@ std::shared_ptr<StreamInfo> StreamParser::getStreamInfo() {
     auto info = std::make_shared<StreamInfo>();
     info->start_time = startTimeUs_ / 1000;
     info->duration = durationUs_ / 1000;
-    info->has_video = videoStreamIndex_ >= 0;
+    info->has_video = videoStreamIndex_ >= 0 || coverStream_;
+    info->is_cover = coverStream_ != nullptr;
     info->has_audio = audioStreamIndex_ >= 0;
     info->is_live = isLive_;
     info->seekable = !isLive_;
     if (formatContext_) {
+        const int picture = coverStream_ ? coverStream_->index : videoStreamIndex_;
         info->tracks = listTracks(*formatContext_, playbackOptions_.allCodecs);
         for (Track& track : info->tracks) {
-            track.isPlayed =
-                track.isPlayable && (track.number == videoStreamIndex_ || track.number == audioStreamIndex_);
+            track.isPlayed = track.isPlayable && (track.number == picture || track.number == audioStreamIndex_);
         }
     }
     return info;
@@ -255,6 +256,9 @@ bool StreamParser::selectStreams() {
     isLive_ = isInputNamed("rtsp") || isInputNamed("sdp");
     videoStreamIndex_ = findStream(video) ? video : -1;
     audioStreamIndex_ = findStream(audio) ? audio : -1;
+    if (playbackOptions_.allCodecs && audioStreamIndex_ >= 0) {
+        setCoverAside();
+    }
     return videoStreamIndex_ >= 0 || audioStreamIndex_ >= 0;
 }
 
@@ -275,6 +279,16 @@ int StreamParser::chooseStream(TrackKind kind, int wanted, int related) {
     }
     return StreamChoice::of(playbackOptions_)
         .best(formatContext_, isVideo ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO, related);
+}
+
+void StreamParser::setCoverAside() {
+    if (!videoStream_ || (videoStream_->disposition & AV_DISPOSITION_ATTACHED_PIC) == 0) {
+        return;
+    }
+    coverStream_ = std::exchange(videoStream_, nullptr);
+    videoStreamIndex_ = -1;
+    // The demuxer gives it out anew behind each seek otherwise.
+    coverStream_->discard = AVDISCARD_ALL;
 }
 
 bool StreamParser::findStream(int index) {

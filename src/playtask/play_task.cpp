@@ -88,8 +88,8 @@ bool PlayTask::pauseStages(bool paused) {
     if (streamParser_) {
         streamParser_->pause(paused);
     }
-    if (const auto videoPlay = videoPlayThread_.load()) {
-        videoPlay->pause(paused);
+    if (const auto pictures = pictureThread()) {
+        pictures->pause(paused);
     }
     if (const auto audioPlay = audioPlayThread_.load()) {
         audioPlay->pause(paused);
@@ -133,6 +133,11 @@ std::vector<Track> PlayTask::getTracks() {
     return streamInfo ? streamInfo->tracks : std::vector<Track>();
 }
 
+std::shared_ptr<VideoPlayThread> PlayTask::pictureThread() {
+    const auto videoPlay = videoPlayThread_.load();
+    return videoPlay ? videoPlay : coverPlayThread_.load();
+}
+
 bool PlayTask::addWindow(WindowType type, void* handle, int width, int height) {
     {
         std::lock_guard lock(windowMutex_);
@@ -144,8 +149,8 @@ bool PlayTask::addWindow(WindowType type, void* handle, int width, int height) {
             windowInfos_.push_back({type, handle, width, height});
         }
     }
-    if (const auto videoPlay = videoPlayThread_.load()) {
-        videoPlay->addWindow(type, handle, width, height);
+    if (const auto pictures = pictureThread()) {
+        pictures->addWindow(type, handle, width, height);
     }
     return true;
 }
@@ -155,8 +160,8 @@ bool PlayTask::removeWindow(void* handle) {
         std::lock_guard lock(windowMutex_);
         std::erase_if(windowInfos_, [handle](const WindowInfo& info) { return info.handle == handle; });
     }
-    if (const auto videoPlay = videoPlayThread_.load()) {
-        videoPlay->removeWindow(handle);
+    if (const auto pictures = pictureThread()) {
+        pictures->removeWindow(handle);
     }
     return true;
 }
@@ -171,21 +176,21 @@ void PlayTask::updateWindowSize(void* handle, int width, int height) {
             }
         }
     }
-    if (const auto videoPlay = videoPlayThread_.load()) {
-        videoPlay->updateWindowSize(handle, width, height);
+    if (const auto pictures = pictureThread()) {
+        pictures->updateWindowSize(handle, width, height);
     }
 }
 
 bool PlayTask::pauseWindow(void* handle, bool pause) {
-    if (const auto videoPlay = videoPlayThread_.load()) {
-        videoPlay->pauseWindow(handle, pause);
+    if (const auto pictures = pictureThread()) {
+        pictures->pauseWindow(handle, pause);
     }
     return true;
 }
 
 void PlayTask::clearScreen() {
-    if (const auto videoPlay = videoPlayThread_.load()) {
-        videoPlay->clearScreen();
+    if (const auto pictures = pictureThread()) {
+        pictures->clearScreen();
     }
 }
 

@@ -183,11 +183,17 @@ private:
     // The parts of `play`.
     void startAudio(const CodecInfo& codecInfo);
     std::shared_ptr<AudioDecodeThread> startAudioDecode(const CodecInfo& codecInfo);
+    // Into the slots of the video, or of the cover.
     void startVideo(const StreamInfo& streamInfo, const CodecInfo& codecInfo);
     std::shared_ptr<VideoDecodeThread> startVideoDecode(const StreamInfo& streamInfo, const CodecInfo& codecInfo);
 
+    template <class DecodeThread>
+    static void stopDecodeThread(AtomicSharedPtr<DecodeThread>& slot);
     template <class PlayThread>
     void stopPlayThread(AtomicSharedPtr<PlayThread>& slot);
+
+    // What draws: the video, or the cover.
+    std::shared_ptr<VideoPlayThread> pictureThread();
 
     // Queues the packet for display as it is, as a frame without size.
     void passThrough(const VideoPacket& packet);
@@ -246,6 +252,10 @@ private:
     AtomicSharedPtr<AudioDecodeThread> audioDecodeThread_;
     AtomicSharedPtr<VideoPlayThread> videoPlayThread_;
     AtomicSharedPtr<AudioPlayThread> audioPlayThread_;
+    // A picture that goes with the sound: shown as a video's first one, and kept. It has windows and no time: whoever
+    // asks for the video's position, end, clock or queues finds none.
+    AtomicSharedPtr<VideoDecodeThread> coverDecodeThread_;
+    AtomicSharedPtr<VideoPlayThread> coverPlayThread_;
 
     std::atomic<int64_t> durationMs_{0};  // as the source states it, then as its end shows it
     std::atomic<bool> seekable_{false};

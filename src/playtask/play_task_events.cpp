@@ -34,7 +34,10 @@ int PlayTask::onVideoPacket(std::shared_ptr<VideoPacket> packet) {
         passThrough(*packet);
         return 0;
     }
-    const auto videoDecode = videoDecodeThread_.load();
+    auto videoDecode = videoDecodeThread_.load();
+    if (!videoDecode) {
+        videoDecode = coverDecodeThread_.load();
+    }
     return videoDecode ? videoDecode->fillPacket(std::move(packet)) : 0;
 }
 
@@ -94,11 +97,11 @@ void PlayTask::onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) {
         playDetailRotate_ = frame->rotate;
         raise(EVENT_VIDEO_SIZE_UPDATED, frame->width, frame->height, frame->rotate);
     }
-    const auto videoPlay = videoPlayThread_.load();
-    if (!videoPlay) {
+    const auto pictures = pictureThread();
+    if (!pictures) {
         return;
     }
-    videoPlay->fillFrame(std::move(frame));
+    pictures->fillFrame(std::move(frame));
     if (const auto videoDecode = videoDecodeThread_.load()) {
         renderTiming_->setDecoderTimeMs(videoDecode->getAvgDecodeTimeMs());
     }
@@ -129,7 +132,9 @@ int PlayTask::onSpeedUpSamples() {
 void PlayTask::onFirstVideoFrame(int64_t framePtsMs) {
     Log::Info(kTag, "%s, framePtsMs:%lld\n", "onFirstVideoFrame", static_cast<long long>(framePtsMs));
     raise(EVENT_FIRST_VIDEO_FRAME, static_cast<int>(framePtsMs), 0, 0);
-    finishSeek(framePtsMs);
+    if (!coverPlayThread_.load()) {
+        finishSeek(framePtsMs);
+    }
 }
 
 void PlayTask::onFirstAudioFrame(int64_t framePtsMs) {

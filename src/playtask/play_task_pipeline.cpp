@@ -70,7 +70,7 @@ bool PlayTask::play() {
     if (streamInfo->has_video && codecInfo->videoCodecType != VIDEO_CODEC_NONE) {
         startVideo(*streamInfo, *codecInfo);
     }
-    if (!videoPlayThread_.load() && !audioPlayThread_.load()) {
+    if (!pictureThread() && !audioPlayThread_.load()) {
         Log::Error(kTag, "play, has no video and audio thread\n");
         return false;
     }
@@ -127,7 +127,7 @@ std::shared_ptr<AudioDecodeThread> PlayTask::startAudioDecode(const CodecInfo& c
 
 void PlayTask::startVideo(const StreamInfo& streamInfo, const CodecInfo& codecInfo) {
     const auto videoDecode = startVideoDecode(streamInfo, codecInfo);
-    videoDecodeThread_.store(videoDecode);
+    (streamInfo.is_cover ? coverDecodeThread_ : videoDecodeThread_).store(videoDecode);
     if (!videoDecode) {
         return;
     }
@@ -139,7 +139,7 @@ void PlayTask::startVideo(const StreamInfo& streamInfo, const CodecInfo& codecIn
     }
     {
         std::lock_guard lock(settingMutex_);
-        videoPlayThread_.store(videoPlay);
+        (streamInfo.is_cover ? coverPlayThread_ : videoPlayThread_).store(videoPlay);
     }
     // Behind that: a window that the list doesn't have yet reaches the thread by itself.
     std::lock_guard lock(windowMutex_);
@@ -181,8 +181,10 @@ bool PlayTask::stop() {
         }
     };
     prepare(videoDecodeThread_);
+    prepare(coverDecodeThread_);
     prepare(audioDecodeThread_);
     prepare(videoPlayThread_);
+    prepare(coverPlayThread_);
     prepare(audioPlayThread_);
 
     // From the source down: nothing can push into a stage that is gone.
@@ -204,15 +206,11 @@ bool PlayTask::stop() {
     streamInfo_.store(nullptr);
     codecInfo_.store(nullptr);
 
-    if (const auto videoDecode = videoDecodeThread_.load()) {
-        videoDecode->stop();
-        videoDecodeThread_.store(nullptr);
-    }
-    if (const auto audioDecode = audioDecodeThread_.load()) {
-        audioDecode->stop();
-        audioDecodeThread_.store(nullptr);
-    }
+    stopDecodeThread(videoDecodeThread_);
+    stopDecodeThread(coverDecodeThread_);
+    stopDecodeThread(audioDecodeThread_);
     stopPlayThread(videoPlayThread_);
+    stopPlayThread(coverPlayThread_);
     stopPlayThread(audioPlayThread_);
 
     durationMs_ = playDetailWidth_ = playDetailHeight_ = playDetailRotate_ = playDetailFps_ = 0;
@@ -226,6 +224,14 @@ bool PlayTask::stop() {
     }
     Log::Info(kTag, "%s end\n", "stop");
     return true;
+}
+
+template <class DecodeThread>
+void PlayTask::stopDecodeThread(AtomicSharedPtr<DecodeThread>& slot) {
+    if (const auto thread = slot.load()) {
+        thread->stop();
+        slot.store(nullptr);
+    }
 }
 
 template <class PlayThread>

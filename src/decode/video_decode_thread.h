@@ -62,8 +62,8 @@ public:
     bool checkBuffer(int seekTimeMs) override;
     bool clearBuffer(int seekTimeMs) override;
 
-    // Frames have left the queue behind, `left` are in it. The thread isn't woken for room for a single one, but for two
-    // at once when the next one goes; or by `frameStays`, which says that this won't be soon.
+    // Frames have left the queue behind, `left` are in it. Room for a single one doesn't wake the thread: it is left
+    // until the next one goes, or until `frameStays` says that this won't be soon.
     void framesTaken(int left);
     void frameStays();
 

@@ -5,7 +5,6 @@ extern "C" {
 #include <libavutil/channel_layout.h>
 #include <libavutil/error.h>
 #include <libavutil/frame.h>
-#include <libswresample/swresample.h>
 }
 
 #include <algorithm>
@@ -13,6 +12,7 @@ extern "C" {
 #include <limits>
 #include <utility>
 
+#include "clock/wrapping_math.h"
 #include "decode/audio_frame_info.h"
 #include "decode/packet_time.h"
 #include "input/codec_tables.h"
@@ -26,23 +26,10 @@ namespace {
 
 constexpr char kTag[] = "FFAudioDecoder";
 constexpr int kErrorTextBytes = 255;
-constexpr int kMarginSamples = 256;     // room in a block above what the rates say, for what the resampler held back
-constexpr int kMaxOutputPointers = 64;  // as many channels as the resampler takes
 
 int toInt(int64_t value) {
     return static_cast<int>(
         std::clamp<int64_t>(value, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
-}
-
-// How the samples of a frame lie in memory.
-struct PlaneShape {
-    int planes;
-    int sampleBytes;  // of one sample time in one plane
-};
-
-PlaneShape planeShape(AVSampleFormat format, int channels) {
-    const int bytes = av_get_bytes_per_sample(format);
-    return av_sample_fmt_is_planar(format) ? PlaneShape{channels, bytes} : PlaneShape{1, channels * bytes};
 }
 
 AVSampleFormat formatOf(const AVFrame* frame) {
@@ -51,7 +38,7 @@ AVSampleFormat formatOf(const AVFrame* frame) {
 
 // Whether every plane is there and long enough for the number of samples.
 bool holdsItsSamples(const AVFrame* frame) {
-    const PlaneShape shape = planeShape(formatOf(frame), frame->ch_layout.nb_channels);
+    const PlaneShape shape = PlaneShape::of(formatOf(frame), frame->ch_layout.nb_channels);
     if (!frame->extended_data || frame->linesize[0] < int64_t{frame->nb_samples} * shape.sampleBytes) {
         return false;
     }
@@ -59,6 +46,11 @@ bool holdsItsSamples(const AVFrame* frame) {
 }
 
 }  // namespace
+
+void FFAudioDecoder::setOptions(const PlaybackOptions& options) {
+    allCodecs_ = options.allCodecs;
+    resampler_ = FFResampler::make(options);
+}
 
 bool FFAudioDecoder::open(AudioCodecType codecType, const void* codecParameters,
                           std::shared_ptr<AudioDecoderObserver> observer) {
@@ -112,14 +104,10 @@ bool FFAudioDecoder::openCodec(AudioCodecType codecType, const void* codecParame
 bool FFAudioDecoder::setOutputSpec(AudioOutputSpec spec) {
     Log::Info(kTag, "%s, channels:%d, sampleRate:%d, sampleFormat:%d\n", "setOutputSpec", spec.channels,
               spec.sampleRate, spec.sampleFormat);
-    outSampleFormat_ = static_cast<AVSampleFormat>(avSampleFormatFromSampleFormat(spec.sampleFormat));
-    if (outSampleFormat_ == AV_SAMPLE_FMT_NONE) {
+    if (!resampler_->setOutput(spec)) {
         Log::Error(kTag, "%s, not supported sample format %d\n", "setOutputSpec", spec.sampleFormat);
         return false;
     }
-    outChannels_ = spec.channels;
-    outSampleRate_ = spec.sampleRate;
-    hasOutputSpec_ = true;
     return true;
 }
 
@@ -131,7 +119,7 @@ void FFAudioDecoder::close() {
 void FFAudioDecoder::freeContexts() {
     av_frame_free(&frame_);
     avcodec_free_context(&codecContext_);
-    swr_free(&swrContext_);
+    resampler_->reset();
 }
 
 void FFAudioDecoder::flush() {
@@ -180,11 +168,16 @@ void FFAudioDecoder::deliverDecoded() {
     }
 }
 
+int64_t FFAudioDecoder::timeOf(const AVFrame* frame, int64_t durationMs) {
+    const int64_t pts = frame->pts != AV_NOPTS_VALUE ? frame->pts : allCodecs_ ? nextPtsMs_ : 0;
+    nextPtsMs_ = wrappingAdd(pts, durationMs);
+    return pts;
+}
+
 void FFAudioDecoder::deliverAudioFrame(AVFrame* frame) {
     if (!observer_) {
         return;
     }
-    const int64_t pts = frame->pts == AV_NOPTS_VALUE ? 0 : frame->pts;
     const int channels = frame->ch_layout.nb_channels;
     const int sampleRate = frame->sample_rate;
     const int nbSamples = frame->nb_samples;
@@ -195,12 +188,11 @@ void FFAudioDecoder::deliverAudioFrame(AVFrame* frame) {
         return;
     }
     const int64_t durationMs = int64_t{nbSamples} * 1000 / sampleRate;
+    const int64_t pts = timeOf(frame, durationMs);
 
     const int wanted = correctedSamples(nbSamples);
-    if (!swrContext_ && needsResampler(frame, wanted) && !makeResampler(frame)) {
-        return;
-    }
-    Block block = swrContext_ ? resample(frame, wanted) : copy(frame, dataSize);
+    FFResampler::Block block =
+        resampler_->isNeeded(frame, wanted) ? resampler_->convert(frame, wanted, *observer_) : copy(frame, dataSize);
     if (!block.buffer) {
         return;
     }
@@ -240,100 +232,14 @@ int FFAudioDecoder::correctedSamples(int nbSamples) {
     return toInt(std::min(std::max(wanted, lowest), highest));
 }
 
-bool FFAudioDecoder::needsResampler(const AVFrame* frame, int wanted) const {
-    if (wanted != frame->nb_samples) {
-        return true;
-    }
-    return hasOutputSpec_ && (formatOf(frame) != outSampleFormat_ || frame->ch_layout.nb_channels != outChannels_ ||
-                              frame->sample_rate != outSampleRate_);
-}
-
-bool FFAudioDecoder::makeResampler(AVFrame* frame) {
-    const AVSampleFormat format = formatOf(frame);
-    const int channels = frame->ch_layout.nb_channels;
-    Log::Info(kTag, "%s, (%d:%d:%d) -> (%d:%d:%d)\n", "deliverAudioFrame", channels, frame->sample_rate,
-              static_cast<int>(format), outChannels_, outSampleRate_, static_cast<int>(outSampleFormat_));
-    AVChannelLayout layout{};
-    av_channel_layout_default(&layout, outChannels_);
-    swr_alloc_set_opts2(&swrContext_, &layout, outSampleFormat_, outSampleRate_, &frame->ch_layout, format,
-                        frame->sample_rate, 0, nullptr);
-    if (!swrContext_ || swr_init(swrContext_) < 0) {
-        Log::Error(kTag, "%s swr_init() failed, swrContext_:%p\n", "deliverAudioFrame",
-                   static_cast<void*>(swrContext_));
-        swr_free(&swrContext_);
-        return false;
-    }
-    swrInFormat_ = format;
-    swrInChannels_ = channels;
-    return true;
-}
-
-bool FFAudioDecoder::fitsResampler(const AVFrame* frame) const {
-    const PlaneShape read = planeShape(swrInFormat_, swrInChannels_);
-    const PlaneShape held = planeShape(formatOf(frame), frame->ch_layout.nb_channels);
-    return read.planes <= held.planes && read.sampleBytes <= held.sampleBytes;
-}
-
-FFAudioDecoder::Block FFAudioDecoder::resample(const AVFrame* frame, int wanted) {
-    const int nbSamples = frame->nb_samples;
-    const int sampleRate = frame->sample_rate;
-    if (!fitsResampler(frame)) {
-        Log::Error(kTag, "%s, drop frame that the resampler wasn't made for, channels:%d, format:%d\n",
-                   "deliverAudioFrame", frame->ch_layout.nb_channels, frame->format);
-        return {};
-    }
-
-    const int64_t distance = int64_t{outSampleRate_} * wanted / sampleRate;
-    const int outCount = static_cast<int>(distance + kMarginSamples);
-    const int outSize = outCount == distance + kMarginSamples
-                            ? av_samples_get_buffer_size(nullptr, outChannels_, outCount, outSampleFormat_, 0)
-                            : AVERROR(EINVAL);
-    if (outSize < 0) {
-        Log::Error(kTag, "%s av_samples_get_buffer_size() failed\n", "deliverAudioFrame");
-        return {};
-    }
-
-    // The difference is spread over just this frame.
-    if (wanted != nbSamples) {
-        const int64_t sampleDelta = (int64_t{wanted} - nbSamples) * outSampleRate_ / sampleRate;
-        if (swr_set_compensation(swrContext_, toInt(sampleDelta), static_cast<int>(distance)) < 0) {
-            Log::Error(kTag, "swr_set_compensation() failed\n");
-            return {};
-        }
-    }
-
-    Block block;
-    block.buffer = observer_->allocPcmBuffer(static_cast<unsigned int>(outSize));
-    if (!block.buffer) {
-        return {};
-    }
-    uint8_t* outputs[kMaxOutputPointers] = {block.buffer->data};
-    const int converted =
-        swr_convert(swrContext_, outputs, outCount, const_cast<const uint8_t**>(frame->extended_data), nbSamples);
-    if (converted < 0) {
-        Log::Error(kTag, "%s, swr_convert() failed\n", "deliverAudioFrame");
-        observer_->freePcmBuffer(std::move(block.buffer));
-        return {};
-    }
-    if (converted == outCount) {
-        // The resampler may hold more than fitted; this drops it.
-        Log::Warn(kTag, "%s, audio buffer is probably too small\n", "deliverAudioFrame");
-        if (swr_init(swrContext_) < 0) {
-            swr_free(&swrContext_);
-        }
-    }
-    block.dataSize = outChannels_ * av_get_bytes_per_sample(outSampleFormat_) * converted;
-    return block;
-}
-
-FFAudioDecoder::Block FFAudioDecoder::copy(const AVFrame* frame, int dataSize) {
-    Block block;
+FFResampler::Block FFAudioDecoder::copy(const AVFrame* frame, int dataSize) {
+    FFResampler::Block block;
     block.buffer = observer_->allocPcmBuffer(static_cast<unsigned int>(dataSize));
     if (!block.buffer) {
         return {};
     }
     // Each plane has a memory of its own; in the block they follow each other.
-    const PlaneShape shape = planeShape(formatOf(frame), frame->ch_layout.nb_channels);
+    const PlaneShape shape = PlaneShape::of(formatOf(frame), frame->ch_layout.nb_channels);
     const size_t planeBytes = static_cast<size_t>(dataSize) / static_cast<size_t>(shape.planes);
     for (int plane = 0; plane < shape.planes; ++plane) {
         std::memcpy(block.buffer->data + static_cast<size_t>(plane) * planeBytes, frame->extended_data[plane],

@@ -73,6 +73,8 @@ protected:
 
     // For `decode`: frames before this time are for nobody.
     int64_t neededFromMs() const { return seekSkip_.neededFromMs(); }
+    // How many packets behind the target of a seek were taken; see SeekSkip.
+    int takenBehindTarget() const { return seekSkip_.takenBehind(); }
 
 private:
     // May the loop take a packet now? Asked before each one.
@@ -93,7 +95,7 @@ private:
     std::deque<std::shared_ptr<MediaPacket>> packetQueue_;  // oldest first; guarded by queueMutex_
     std::mutex queueMutex_;                                 // taken before a play thread's queue mutex
     std::condition_variable queueCond_;                     // a packet came, or a stop
-    SeekSkip seekSkip_;                   // guarded by queueMutex_, but that the thread may read neededFromMs
+    SeekSkip seekSkip_;                   // guarded by queueMutex_, but that the thread may read what `take` tells
     LatestTime seekAsked_;                // in milliseconds; posted under queueMutex_, as it goes with an emptied queue
     std::atomic<unsigned int> taken_{0};  // calls of framesTaken
     bool running_ = false;                // between start and stop; the owner's

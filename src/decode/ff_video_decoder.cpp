@@ -5,6 +5,7 @@
 
 #include "decode/decoded_frame.h"
 #include "decode/display_rotation.h"
+#include "decode/frame_turns.h"
 #include "decode/packet_time.h"
 #include "decode/unreferenced_picture.h"
 #include "decode/video_frame_info.h"
@@ -216,6 +217,21 @@ void FFVideoDecoder::send(const MediaPacket& packet, int64_t nowMs) {
     if (!entry.inserted) {
         entry.position->second = nowMs;
         spareStartTime_ = std::move(entry.node);
+    }
+}
+
+void FFVideoDecoder::setInsertedBehindTarget(int pictures) {
+    const int before = std::exchange(insertedBehindTarget_, pictures);
+    // By the order of showing it comes out behind so many.
+    const int needed = codecContext_ ? codecContext_->has_b_frames : 0;
+    if (!codecContext_ || !canDiscard_ || before >= needed || pictures < needed) {
+        return;
+    }
+    const int64_t nowMs = KelpTime::getTimeMs();
+    drain(nowMs);
+    for (int i = turnsToFill(*codecContext_); i > 0; --i) {
+        fillTurn(*codecContext_);
+        drain(nowMs);
     }
 }
 

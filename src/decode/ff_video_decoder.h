@@ -40,6 +40,7 @@ public:
     void setOptions(const PlaybackOptions& options) override;
     int64_t getAvgDecodeTime() override { return avgDecodeTimeMs_; }
     void setNeededFrom(int64_t timeMs) override { neededFromMs_ = timeMs; }
+    void setInsertedBehindTarget(int pictures) override;
 
 private:
     // The first row for this codec from `from` on; null when there is none or the mode forbids such hardware.
@@ -96,6 +97,7 @@ private:
     int64_t lastPtsMs_ = -1;                       // of the last frame that was delivered; -1 when there is none
     Shape lastShape_{};                            // likewise
     int64_t neededFromMs_ = INT64_MIN;             // pictures before it are for nobody
+    int insertedBehindTarget_ = -1;                // as it was set last
     bool canDiscard_ = false;                      // by codec; not with hardware
     bool tellsPictureTimes_ = false;               // a packet's time of showing isn't that of its decoding
     int64_t frameIntervalMs_ = 40;                 // duration for the next frame

@@ -9,7 +9,8 @@ namespace kelp {
 
 namespace {
 
-constexpr int kFramesBetween = 3;  // and the target
+constexpr int kFramesBetween = 3;   // and the target
+constexpr int kMostReordered = 16;  // that a decoder holds back for the order of showing
 
 int64_t timeMs(const MediaPacket& packet) {
     return scaleTicks(packet.pts, msPerTick(packet));
@@ -19,6 +20,8 @@ int64_t timeMs(const MediaPacket& packet) {
 
 void SeekSkip::aim(int64_t targetMs, bool flush) {
     targetMs_ = targetMs;
+    awaitedMs_ = targetMs;
+    laterTaken_ = 0;
     lastDts_ = kNone;
     if (flush) {
         neededFromMs_ = kNone;
@@ -27,6 +30,7 @@ void SeekSkip::aim(int64_t targetMs, bool flush) {
 }
 
 void SeekSkip::take(const MediaPacket& packet, const Packets& behind) {
+    takenBehind_ = countBehind(packet, behind);
     if ((targetMs_ == kNone && neededFromMs_ == kNone) || !packet.data) {
         return;
     }
@@ -46,6 +50,27 @@ void SeekSkip::take(const MediaPacket& packet, const Packets& behind) {
         neededFromMs_ = time + 1;
         earliestMs_ = targetMs_;
     }
+}
+
+int SeekSkip::countBehind(const MediaPacket& packet, const Packets& behind) {
+    if (awaitedMs_ == kNone) {
+        return kNotYet;
+    }
+    laterTaken_ += timeMs(packet) > awaitedMs_;
+    if (laterTaken_ > kMostReordered) {
+        awaitedMs_ = kNone;
+        return kNotYet;
+    }
+    for (const auto& other : behind) {
+        // None is shown before it is decoded.
+        if (scaleTicks(other->dts, msPerTick(*other)) > awaitedMs_) {
+            return laterTaken_;
+        }
+        if (timeMs(*other) <= awaitedMs_) {
+            return kNotYet;
+        }
+    }
+    return kNotYet;
 }
 
 bool SeekSkip::isUnneeded(int64_t time, int64_t dts, const Packets& behind) const {

@@ -24,12 +24,16 @@ class MediaPacket;
 //   the target may have been reached; so does one whose decoding time goes back, as its time may be any.
 // - A seek without flush may bring another target, but none before the one that frames were left out for: `isLeftOut`.
 //   What wasn't needed for that one isn't needed for a later one either.
+//
+// It tells as well when the one shown is in the decoder, with those behind it that its turn in the order of showing may
+// depend on.
 class SeekSkip {
 public:
     using Packets = std::deque<std::shared_ptr<MediaPacket>>;
 
     static constexpr int64_t kNone = std::numeric_limits<int64_t>::min();
     static constexpr int64_t kShortestLeadInMs = 200;
+    static constexpr int kNotYet = -1;
 
     // `leadInMs`: how long before the target all frames are needed; at least kShortestLeadInMs.
     explicit SeekSkip(int64_t leadInMs) : leadInMs_(leadInMs) {}
@@ -43,10 +47,15 @@ public:
     // Frames before this time are for nobody. Only `take` and a flush change it.
     int64_t neededFromMs() const { return neededFromMs_; }
 
+    // How many packets behind the target were taken, all up to it included; kNotYet as long as one of these may come,
+    // and when enough were counted. Only `take` changes it.
+    int takenBehind() const { return takenBehind_; }
+
     // Whether frames may be missing at this time.
     bool isLeftOut(int64_t timeMs) const { return timeMs < earliestMs_; }
 
 private:
+    int countBehind(const MediaPacket& packet, const Packets& behind);
     bool isUnneeded(int64_t timeMs, int64_t dts, const Packets& behind) const;
 
     const int64_t leadInMs_;
@@ -54,6 +63,9 @@ private:
     int64_t lastDts_ = kNone;   // of the packets taken for it, in ticks
     int64_t neededFromMs_ = kNone;
     int64_t earliestMs_ = kNone;  // the last target for which frames were left out
+    int64_t awaitedMs_ = kNone;   // target, until enough was taken behind it
+    int laterTaken_ = 0;          // packets behind it
+    int takenBehind_ = kNotYet;
 };
 
 }  // namespace kelp

@@ -83,6 +83,7 @@ void VideoDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
     if (decoder_) {
         decoder_->setNeededFrom(neededFromMs());
         decoder_->insertPacket(packet.get());
+        decoder_->setInsertedBehindTarget(takenBehindTarget());
     }
 }
 

@@ -59,6 +59,9 @@ public:
     // Nobody looks at pictures before this time, in milliseconds: they needn't come out, nor be decoded where no other
     // one depends on them. In force from the next packet on.
     virtual void setNeededFrom(int64_t) {}
+    // A seek waits for a picture, which was inserted with all those before it and so many that are shown behind it;
+    // less than none as long as it wasn't. A decoder that would give it out with later packets may do so now.
+    virtual void setInsertedBehindTarget(int) {}
 
     virtual bool canDisplayDirectly() { return false; }
     virtual bool setDisplayWindow(void*) { return false; }

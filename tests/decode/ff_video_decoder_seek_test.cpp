@@ -104,6 +104,7 @@ protected:
             skip.take(*stream.packets[i], SeekSkip::Packets(begin, end));
             decoder_->setNeededFrom(skip.neededFromMs());
             decoder_->insertPacket(stream.packets[i].get());
+            decoder_->setInsertedBehindTarget(skip.takenBehind());
         }
         decoder_->insertPacket(makeEndPacket(true).get());
         std::vector<Picture> pictures;
@@ -220,6 +221,34 @@ TEST_F(FFVideoDecoderFixture, LeavesOutExactlyThePicturesThatNothingRefersTo) {
     EXPECT_EQ(observer_->times().size(), 1U + 35);
     EXPECT_EQ(observer_->times()[1], neededFrom);
     EXPECT_EQ(observer_->sizesAsked.size(), 1U + 35);
+}
+
+// Without it, it would come with the next packet but two.
+TEST_F(FFVideoDecoderFixture, GivesOutThePictureThatASeekWaitsForBeforeItsThreadsTurnComes) {
+    const VideoStream stream =
+        makeVideoStream("-c:v libx264 -pix_fmt yuv420p -bf 2 -b_strategy 0 -x264-params b-pyramid=none -g 60", "ts",
+                        kWidth, kHeight, 60);
+    decoder_->enableHardware(false, HW_DECODE_NONE);
+    ASSERT_TRUE(open(stream.codecType, stream.parameters.get(), false, stream.pixFormat));
+    // One that others refer to, and the two before it that follow it.
+    constexpr size_t kTarget = 30;
+    const int64_t target = timeMs(*stream.packets[kTarget + 2]);
+    const auto insertTo = [&](size_t end) {
+        for (size_t i = videoFakes().sent.size(); i < end; ++i) {
+            decoder_->insertPacket(stream.packets[i].get());
+            decoder_->setInsertedBehindTarget(-1);
+        }
+    };
+    insertTo(kTarget + 3);
+    ASSERT_LT(observer_->times().back(), target);
+    decoder_->setInsertedBehindTarget(0);
+    EXPECT_EQ(videoFakes().sent.size(), kTarget + 3);
+    decoder_->setInsertedBehindTarget(1);
+    EXPECT_EQ(videoFakes().sent.size(), kTarget + 3 + 3);
+    EXPECT_EQ(observer_->times().back(), target);
+    // Once.
+    decoder_->setInsertedBehindTarget(2);
+    EXPECT_EQ(videoFakes().sent.size(), kTarget + 3 + 3);
 }
 
 TEST_F(FFVideoDecoderFixture, DeliversAnUnneededPictureOfAnotherShape) {

@@ -154,6 +154,43 @@ TEST(SeekSkip, NeedsAllAgainWhenTimesGoBackBehindTheTarget) {
     EXPECT_EQ(taken.take(), kAll);
 }
 
+// In groups of one that refers back, one between it and the last such one, and those between these two.
+TEST(SeekSkip, CountsWhatIsTakenBehindTheTargetOnceAllUpToItAre) {
+    Taken taken;
+    const auto takenBehind = [&] {
+        taken.take();
+        return taken.skip.takenBehind();
+    };
+    taken.skip.aim(250, /*flush=*/true);
+    int64_t decoded = -80;
+    for (const int64_t time : {0, 160, 80, 40, 120, 320, 240, 200, 280, 480, 400, 360, 440}) {
+        taken.queue(time, decoded);
+        decoded += 40;
+    }
+    for (const int64_t time : {0, 160, 80, 40, 120, 320, 240}) {
+        EXPECT_EQ(takenBehind(), SeekSkip::kNotYet) << time;
+    }
+    EXPECT_EQ(takenBehind(), 1);  // 320
+    EXPECT_EQ(takenBehind(), 2);
+    EXPECT_EQ(takenBehind(), 3);
+    taken.skip.aim(400, /*flush=*/false);
+    EXPECT_EQ(takenBehind(), SeekSkip::kNotYet);
+    // Another one up to the target may follow, for all that is known.
+    EXPECT_EQ(takenBehind(), SeekSkip::kNotYet);
+}
+
+TEST(SeekSkip, CountsNoFartherThanADecoderReorders) {
+    Taken taken;
+    taken.skip.aim(1000, /*flush=*/true);
+    taken.queueEvery(40, 1000, 2000);
+    for (int i = 0; i <= 16; ++i) {
+        taken.take();
+        EXPECT_EQ(taken.skip.takenBehind(), i);
+    }
+    taken.take();
+    EXPECT_EQ(taken.skip.takenBehind(), SeekSkip::kNotYet);
+}
+
 TEST(SeekSkip, ForgetsWithAFlush) {
     Taken taken;
     taken.skip.aim(3000, /*flush=*/true);

@@ -157,11 +157,13 @@ public:
     }
     void flush() override { ++flushes; }
     void setNeededFrom(int64_t timeMs) override { neededFrom.push_back(timeMs); }
+    void setInsertedBehindTarget(int pictures) override { behindTarget.push_back(pictures); }
     bool enableHardware(bool, HwDecodeMode) override { return true; }
     int64_t getAvgDecodeTime() override { return 17; }
 
     std::shared_ptr<VideoDecoderObserver> observer;
     std::vector<int64_t> neededFrom;  // for each packet; the decode thread's
+    std::vector<int> behindTarget;    // likewise
     std::atomic<int> flushes{0};
     std::atomic<int> closes{0};
 };
@@ -436,6 +438,23 @@ TEST_F(VideoDecodeThreadTest, TellsTheDecoderWhatASeekNeeds) {
     EXPECT_THAT(observer_->waitForEvents(12), SizeIs(12));
     stop();
     EXPECT_THAT(scripted_->neededFrom, ElementsAre(601, 641, 681, 721, 761, 801, 801, 801, 801, 801, 801));
+}
+
+TEST_F(VideoDecodeThreadTest, TellsTheDecoderWhenItHasThePictureOfASeek) {
+    FakeTime::setManual(true);
+    openScripted();
+    observer_->waiting = 3;
+    start();
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    thread_->seek(720);
+    for (int64_t pts = 600; pts <= 840; pts += 40) {
+        thread_->fillPacket(makeVideoPacket(pts));
+    }
+    observer_->waiting = 0;
+    FakeTime::advanceMs(30);
+    EXPECT_THAT(observer_->waitForEvents(8), SizeIs(8));
+    stop();
+    EXPECT_THAT(scripted_->behindTarget, ElementsAre(-1, -1, -1, 0, 1, 2, -1));
 }
 
 TEST_F(VideoDecodeThreadTest, NeedsAllBeforeASeekAndBehindIt) {

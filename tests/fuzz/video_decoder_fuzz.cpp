@@ -125,6 +125,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         packet->foundKeyFrame = (flags & 8U) != 0;
         decoder.setNeededFrom((flags & 16U) != 0 ? ptsMs + 200 : INT64_MIN);
         decoder.insertPacket(packet.get());
+        decoder.setInsertedBehindTarget((flags & 32U) != 0 ? i : -1);
         if (flags >= 0xF0) {
             decoder.flush();
         }

@@ -46,6 +46,15 @@ TEST_F(FFAudioDecoderDeliveryTest, CopiesAFrameThatHasTheOutputsForm) {
     EXPECT_EQ(out.duration, 23);
 }
 
+TEST_F(FFAudioDecoderDeliveryTest, TellsAFramesLengthInWholeMilliseconds) {
+    openFor(2, 44100);
+    feedS16(44100, 44100);
+    feedS16(44099, 44100);
+    ASSERT_EQ(observer->frames.size(), 2U);
+    EXPECT_EQ(observer->frames[0]->duration, 1000);
+    EXPECT_EQ(observer->frames[1]->duration, 999);
+}
+
 TEST_F(FFAudioDecoderDeliveryTest, GivesAFrameWithoutTimeTheTimeZero) {
     openFor(2, 44100);
     feedS16(10, 44100, 2, AV_NOPTS_VALUE);

@@ -108,6 +108,7 @@ TEST_F(StreamParserSeek, GoesToTheStartOfAShortInput) {
     EXPECT_EQ(callOf(input(500'000), 0), seekCall(0, 0));
     EXPECT_EQ(callOf(input(500'000), 300), seekCall(0, 300'000));
     EXPECT_EQ(callOf(input(500'000), 10'000), seekCall(0, 500'000));
+    EXPECT_EQ(callOf(input(1), 10'000), seekCall(0, 1));
 }
 
 TEST_F(StreamParserSeek, CutsNothingWithoutADuration) {
@@ -120,6 +121,7 @@ TEST_F(StreamParserSeek, CountsFromTheStartOfTheInput) {
     EXPECT_EQ(callOf(input(60'000'000, 1'400'000), 30'000), seekCall(31'400'000, 31'400'000));
     // Here the limit follows the target.
     EXPECT_EQ(callOf(input(60'000'000, 1'400'000), 59'500), seekCall(60'400'000, 60'400'000));
+    EXPECT_EQ(callOf(input(60'000'000, 1), 59'500), seekCall(59'000'001, 59'000'001));
     EXPECT_EQ(callOf(input(60'000'000, -23'000), 30'000), seekCall(30'000'000, 30'000'000));
 }
 

@@ -1,38 +1,12 @@
 #include "e2e/media.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 #include "e2e/odd_media.h"
 
 namespace kelp::test {
-
-namespace {
-
-namespace fs = std::filesystem;
-
-std::string replaced(std::string text, const std::string& what, const std::string& by) {
-    for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + by.size())) {
-        text.replace(at, what.size(), by);
-    }
-    return text;
-}
-
-std::string readAll(const fs::path& path) {
-    std::ifstream file(path);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-}  // namespace
 
 // A picture that carries its own number: ten blocks, white for a 1, the lowest bit on the left, and below them the
 // same in reverse. Beside it a tone that rises by 100 Hz a second from 400 Hz, so that its pitch tells the time.
@@ -247,62 +221,7 @@ const MediaFile& mediaFile(std::string_view name) {
 }
 
 std::string mediaPath(const std::string& name) {
-    return (fs::path(KELP_TEST_MEDIA_DIR) / name).string();
-}
-
-namespace {
-
-// Makes each file of the table that isn't there or was made by another command.
-bool makeMissing(const fs::path& folder) {
-    const fs::path scratch = folder / "scratch";
-    fs::create_directories(scratch);
-    bool rebuilt = false;
-    for (const auto& file : mediaTable()) {
-        const fs::path target = folder / file.name;
-        const fs::path stamp = folder / (std::string(file.name) + ".command");
-        // A row made from another one is made again with it.
-        const bool derived = std::string(file.make).find("{dir}") != std::string::npos;
-        if (fs::exists(target) && readAll(stamp) == file.make && !(derived && rebuilt)) {
-            continue;
-        }
-        rebuilt = true;
-        fs::remove(target);
-        std::string command = replaced(file.make, "{out}", "'" + target.string() + "'");
-        command = replaced(command, "{tmp}", "'" + scratch.string() + "'");
-        command = replaced(command, "{dir}", "'" + folder.string() + "'");
-        // The command's way to a display matrix changed with its release 6.
-        command =
-            "ffmpeg() { command ffmpeg -nostdin -v error -y -bitexact \"$@\"; }; "
-            "turn() { if command ffmpeg -v quiet -h full | grep -q display_rotation; "
-            "then ffmpeg -display_rotation 270 -i \"$1\" -c copy \"$2\"; "
-            "else ffmpeg -i \"$1\" -c copy -metadata:s:v:0 rotate=270 \"$2\"; fi; }; " +
-            command;
-        std::printf("%s\n", file.name);
-        if (std::system(command.c_str()) != 0 || !fs::exists(target)) {
-            std::fprintf(stderr, "can't make %s: %s\n", file.name, command.c_str());
-            fs::remove(target);
-            return false;
-        }
-        std::ofstream(stamp) << file.make;
-    }
-    fs::remove_all(scratch);
-    return true;
-}
-
-}  // namespace
-
-bool makeMedia() {
-    const fs::path folder(KELP_TEST_MEDIA_DIR);
-    fs::create_directories(folder);
-    // Two runs may begin at once: one makes the files, the other one waits until they are there.
-    const int lock = open((folder / ".lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0644);
-    if (lock == -1 || flock(lock, LOCK_EX) != 0) {
-        std::perror("the folder of the media files");
-        return false;
-    }
-    const bool made = makeMissing(folder);
-    close(lock);
-    return made;
+    return (std::filesystem::path(KELP_TEST_MEDIA_DIR) / name).string();
 }
 
 }  // namespace kelp::test

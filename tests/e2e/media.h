@@ -31,7 +31,4 @@ const MediaFile& mediaFile(std::string_view name);
 // Where a file of the table lies. It was made by the program make_media.
 std::string mediaPath(const std::string& name);
 
-// Makes every file that isn't there yet, or was made by another command. False if a command fails.
-bool makeMedia();
-
 }  // namespace kelp::test

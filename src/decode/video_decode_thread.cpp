@@ -56,22 +56,6 @@ bool VideoDecodeThread::clearBuffer(int seekTimeMs) {
     return BaseDecodeThread::clearBuffer(seekTimeMs);
 }
 
-// No room stays untold: after it was noted, who takes frames either takes the next one or says that it stays, again and
-// again while it does.
-void VideoDecodeThread::framesTaken(int left) {
-    const bool waits = left > kMaxWaitingFrames / 2;
-    hasUntoldRoom_ = waits;
-    if (!waits) {
-        BaseDecodeThread::framesTaken();
-    }
-}
-
-void VideoDecodeThread::frameStays() {
-    if (hasUntoldRoom_.exchange(false)) {
-        BaseDecodeThread::framesTaken();
-    }
-}
-
 bool VideoDecodeThread::canDecode() {
     return observer_ && observer_->onVideoFrameQueueSize() < kMaxWaitingFrames;
 }

@@ -52,6 +52,7 @@ public:
               const PlaybackOptions& options = {});
 
     using BaseDecodeThread::fillPacket;
+    using BaseDecodeThread::framesTaken;
     using BaseDecodeThread::getQueuePacketSize;
     using BaseDecodeThread::prepareStop;
     using BaseDecodeThread::seek;
@@ -61,11 +62,6 @@ public:
     // every time before the first frame. A `clearBuffer` that refuses has told the observer of the seek all the same.
     bool checkBuffer(int seekTimeMs) override;
     bool clearBuffer(int seekTimeMs) override;
-
-    // Frames have left the queue behind, `left` are in it. Room for a single one doesn't wake the thread: it is left
-    // until the next one goes, or until `frameStays` says that this won't be soon.
-    void framesTaken(int left);
-    void frameStays();
 
     // How long a picture stays inside the decoder, smoothed. To be called within `onVideoDecoded` only.
     int64_t getAvgDecodeTimeMs() { return decoder_->getAvgDecodeTime(); }
@@ -85,7 +81,6 @@ private:
     std::shared_ptr<VideoDecodeThreadObserver> observer_;  // set by `open`, before the thread runs
     std::shared_ptr<VideoDecoderFactory> decoderFactory_;
     std::shared_ptr<IVideoDecoder> decoder_;  // from `open` until the thread ends
-    std::atomic<bool> hasUntoldRoom_{false};  // framesTaken has left it to the next call
     // Time of the last frame that left the decoder. A seek doesn't reset it.
     std::atomic<int64_t> lastOutputPtsMs_{std::numeric_limits<int64_t>::max()};
 };

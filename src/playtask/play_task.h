@@ -164,7 +164,6 @@ private:
     // held.
     void onPacketTaken();
     void onVideoFramesTaken(int left) override;
-    void onVideoFrameStays() override;
     void onAudioFramesTaken(int left) override;
 
     void raise(EventType type, int a, int b, int c);

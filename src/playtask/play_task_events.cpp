@@ -152,15 +152,9 @@ void PlayTask::onPacketTaken() {
     }
 }
 
-void PlayTask::onVideoFramesTaken(int left) {
+void PlayTask::onVideoFramesTaken(int /*left*/) {
     if (const auto videoDecode = videoDecodeThread_.load()) {
-        videoDecode->framesTaken(left);
-    }
-}
-
-void PlayTask::onVideoFrameStays() {
-    if (const auto videoDecode = videoDecodeThread_.load()) {
-        videoDecode->frameStays();
+        videoDecode->framesTaken();
     }
 }
 

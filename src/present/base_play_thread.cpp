@@ -122,7 +122,6 @@ void BasePlayThread::present(const std::shared_ptr<DecodedFrame>& frame) {
 }
 
 void BasePlayThread::restBeforeOffer(unsigned int resumes) {
-    onFrameStays();
     const bool isAsleep = idle_ == Idle::Asleep && paused_;
     rest(isAsleep ? Rest::kForeverMs : kRetryMs, [&] { return seekAsked_.isPending() || resumes_ != resumes; });
 }
@@ -229,7 +228,6 @@ bool BasePlayThread::clearBuffer(int seekTimeMs) {
     const size_t size = frameQueue_.size();
     const bool isFound = dropBefore(seekTimeMs);
     unlockAndTell(lock, size);
-    onFrameStays();  // for all that is known here: it may be in a pause
     return isFound;
 }
 

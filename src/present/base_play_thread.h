@@ -89,10 +89,6 @@ protected:
     // this class's locks held.
     virtual void onFramesTaken(int /*left*/) {}
 
-    // The front frame is to stay for about 50 ms, or for longer: before each rest that it is kept for, and after a
-    // `clearBuffer`, on its thread. No lock held.
-    virtual void onFrameStays() {}
-
     // The frame's duration in milliseconds. To be read in this way outside of the queue's mutex: it changes when the
     // next frame comes in, also while this one is being presented.
     static int64_t durationOf(DecodedFrame& frame);

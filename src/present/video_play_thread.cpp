@@ -142,9 +142,6 @@ void VideoPlayThread::serveAndRest() {
     const int64_t keptMs = windows_.draw(lastFrame_.get(), fps_);
     const int64_t remaining = wrappingSubtract(timing_.dueMs(), KelpTime::getTimeMs());
     const int64_t restMs = std::min({keptMs, int64_t{kMaxRestMs}, remaining});
-    if (remaining > kMaxRestMs) {
-        onFrameStays();
-    }
     if (wasAsked || restMs <= kServeMs) {
         // What would be left after it is too short for a service, and needs no rest of its own.
         const bool isLast = remaining > kServeMs && remaining <= 2 * kServeMs;
@@ -186,12 +183,6 @@ void VideoPlayThread::onExit() {
 void VideoPlayThread::onFramesTaken(int left) {
     if (observer_) {
         observer_->onVideoFramesTaken(left);
-    }
-}
-
-void VideoPlayThread::onFrameStays() {
-    if (observer_) {
-        observer_->onVideoFrameStays();
     }
 }
 

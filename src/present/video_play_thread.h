@@ -21,15 +21,13 @@ class RenderTiming;
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
 // What a VideoPlayThread reports. Called on the play thread, at the end of a seek with its queue's mutex held;
-// what was taken, and what stays, is told with no lock held, on the thread that took it.
+// what was taken is told with no lock held, on the thread that took it.
 class VideoPlayThreadObserver {
 public:
     // The first picture ever, or the first one after a seek; `pts` in milliseconds.
     virtual void onFirstVideoFrame(int64_t pts) = 0;
     // Frames have left the queue, `left` are in it. Comes first when the thread starts.
     virtual void onVideoFramesTaken(int /*left*/) {}
-    // The next one goes in more than 50 ms, or when isn't known. Comes again while that is so.
-    virtual void onVideoFrameStays() {}
 };
 
 #pragma GCC diagnostic pop
@@ -98,7 +96,6 @@ private:
     void onSeekFinish(int ptsMs) override;
     void onExit() override;
     void onFramesTaken(int left) override;
-    void onFrameStays() override;
 
     // Waits until the picture that has begun is due and returns the time then; earlier if the wait was broken off.
     int64_t waitUntilDue(int64_t nowMs);

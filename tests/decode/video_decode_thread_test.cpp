@@ -343,43 +343,6 @@ TEST_F(VideoDecodeThreadTest, DecodesWhileFewerThanThreeFramesWait) {
     EXPECT_EQ(scripted_->closes, 1);
 }
 
-TEST_F(VideoDecodeThreadTest, GoesOnForTwoFramesAtOnceOrForOneIfTheNextOneStays) {
-    FakeTime::setManual(true);
-    openScripted();
-    observer_->waiting = 3;
-    observer_->waitingFromNextFrame = 3;
-    for (int64_t pts = 0; pts <= 120; pts += 40) {
-        thread_->fillPacket(makeVideoPacket(pts));
-    }
-    thread_->framesTaken(0);  // there is one who tells
-    start();
-    const auto take = [&](int left) {
-        observer_->waiting = left;
-        thread_->framesTaken(left);
-        ASSERT_TRUE(FakeTime::runFor(10'000, 1));
-    };
-    ASSERT_TRUE(FakeTime::waitForSleepers(1));
-    take(2);
-    EXPECT_THAT(observer_->events(), IsEmpty());
-    take(1);
-    EXPECT_THAT(observer_->events(), ElementsAre("frame 0"));
-
-    const int64_t looks = FakeTime::sleepCount();
-    thread_->frameStays();
-    ASSERT_TRUE(FakeTime::runFor(10'000, 1));
-    EXPECT_EQ(FakeTime::sleepCount(), looks);
-    take(2);
-    EXPECT_EQ(FakeTime::sleepCount(), looks);
-    thread_->frameStays();
-    EXPECT_THAT(observer_->waitForEvents(2), ElementsAre("frame 0", "frame 40"));
-
-    // All at once, as a seek drops them.
-    ASSERT_TRUE(FakeTime::waitForSleepers(1));
-    take(0);
-    EXPECT_THAT(observer_->events(), ElementsAre("frame 0", "frame 40", "frame 80"));
-    stop();
-}
-
 TEST_F(VideoDecodeThreadTest, PassesOnWhatTheDecoderSays) {
     LogCapture log;
     openScripted();

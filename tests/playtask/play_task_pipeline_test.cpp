@@ -355,30 +355,6 @@ TEST_F(PlayTaskPipeline, LooksForNoRoomWhilePausedAndFillsItWhenAPictureGoes) {
     EXPECT_TRUE(TaskUnderTest::waitUntil([&] { return under.fromParser().onVideoFrameQueueSize() == 3; }));
 }
 
-TEST_F(PlayTaskPipeline, WakesItsDecoderForTwoPicturesAndFillsTheQueueInAPause) {
-    load("long.mp4");
-    PipelineFaults::failingMediaType = AVMEDIA_TYPE_AUDIO;
-    FakeTime::setManual(true);
-    ASSERT_TRUE(under.task->play());
-    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
-    constexpr int kThreads = 4;
-    constexpr int kPictureMs = 40;
-    ASSERT_TRUE(FakeTime::runFor(1000, kThreads));
-    const auto decoderRests = [] { return std::ranges::count(FakeTime::sleeps(), Rest::kForeverMs); };
-    const auto before = decoderRests();
-    ASSERT_TRUE(FakeTime::runFor(int64_t{20} * kPictureMs, kThreads));
-    EXPECT_EQ(decoderRests() - before, 10);
-
-    // Whether the last one that went was the first or the second of two.
-    for (const int pictures : {1, 2, 3, 4}) {
-        ASSERT_TRUE(FakeTime::runFor(int64_t{pictures} * kPictureMs, kThreads));
-        ASSERT_TRUE(under.task->pause());
-        ASSERT_TRUE(FakeTime::runFor(100, kThreads));
-        EXPECT_EQ(under.fromParser().onVideoFrameQueueSize(), 3);
-        ASSERT_TRUE(under.task->resume());
-    }
-}
-
 TEST_F(PlayTaskPipeline, SkipsInsideItsPacketQueue) {
     load("long.mp4");
     PipelineFaults::failingMediaType =

@@ -55,13 +55,10 @@ public:
         std::lock_guard lock(mutex_);
         firstFrames_.push_back(pts);
     }
-    void onVideoFrameStays() override { ++stays; }
     std::vector<int64_t> firstFrames() {
         std::lock_guard lock(mutex_);
         return firstFrames_;
     }
-
-    std::atomic<int> stays{0};
 
 private:
     std::mutex mutex_;

@@ -55,16 +55,6 @@ TEST_F(VideoPlayThreadTiming, RestsOnceBetweenTheLastServiceAndThePicture) {
     }
 }
 
-TEST_F(VideoPlayThreadTiming, SaysThatAFrameStaysIfItWaitsForMoreThan50Ms) {
-    output(0);
-    output(50);
-    EXPECT_EQ(observer->stays, 0);
-    output(101);
-    EXPECT_EQ(observer->stays, 1);
-    output(201);  // with 100, 85, 70 and 55 to go
-    EXPECT_EQ(observer->stays, 5);
-}
-
 TEST_F(VideoPlayThreadTiming, HoldsAJumpInTimeForASecondAtMost) {
     output(0);
     output(5000);

@@ -74,6 +74,9 @@ public:
     //   [StreamParser] "Running... read failed, ret:CODE, REASON, ..."   the connection broke or the file is damaged;
     //       `stop` and `loadFileAsync`, for a live source after a second or two. The end of a file writes this line
     //       too, with "End of file" for the reason, but is no failure: `onCompleted` follows
+    // Either kind, with the option "codecs" = "all": one more line, in words for a user.
+    //   [StreamParser] or [PlayTask] "NAME can't be played: REASON"   also where packets are protected, or where the
+    //       end came without a single picture or piece of sound
     // ERROR_TYPE_VIDEO_DECODE: with `extraData` 1 hardware decoding is enabled: `stop`,
     //   `enableHwDecoder(false, HW_DECODE_NONE)` and a new start are worth a try; with 0 the data is damaged.
     //   [FFVideoDecoder] "notify onVideoDecodeFailed"    the decoder has refused 101 packets in a row

@@ -1,5 +1,7 @@
 #include "input/stream_choice.h"
 
+#include <cerrno>
+#include <filesystem>
 #include <memory>
 
 #include "input/codec_tables.h"
@@ -8,6 +10,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/dict.h>
 }
 
 namespace kelp {
@@ -15,11 +18,33 @@ namespace {
 
 constexpr const char* TAG = "StreamParser";
 
+bool isEmptyFile(const std::string& name) {
+    std::error_code error;
+    return std::filesystem::is_regular_file(name, error) && std::filesystem::file_size(name, error) == 0;
+}
+
+// What the system or a server says needs no other words.
+const char* plainWords(const std::string& name, int error) {
+    if (isEmptyFile(name)) {
+        return "it is empty";
+    }
+    switch (error) {
+        case AVERROR_INVALIDDATA:
+            return "it is damaged or cut off, or of a kind that isn't known";
+        case AVERROR_EOF:
+        case AVERROR(EIO):
+            return "it ends too early, or can't be read";
+        default:
+            return nullptr;
+    }
+}
+
 struct FreeContext {
     void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
 };
 
 constexpr const char* kNoDecoder = "there is no decoder for it";
+constexpr const char* kProtected = "it is protected";
 
 class NamedCodecs final : public StreamChoice {
 public:
@@ -33,6 +58,8 @@ public:
                                  : audioCodecTypeFromId(parameters.codec_id) != AUDIO_CODEC_NONE;
         return hasName && avcodec_find_decoder(parameters.codec_id) ? nullptr : kNoDecoder;
     }
+    bool isProtected(const AVPacket&) const override { return false; }
+    void explain(const std::string&, int, const AVFormatContext*) const override {}
     VideoCodecType videoCodecType(int codecId) const override { return videoCodecTypeFromId(codecId); }
     AudioCodecType audioCodecType(int codecId) const override { return audioCodecTypeFromId(codecId); }
 };
@@ -63,6 +90,9 @@ public:
         if (!decoder) {
             return kNoDecoder;
         }
+        if (av_dict_get(stream.metadata, "enc_key_id", nullptr, 0)) {
+            return kProtected;  // as Matroska says it; other containers have it with each packet
+        }
         const std::unique_ptr<AVCodecContext, FreeContext> context(avcodec_alloc_context3(decoder));
         if (!context || avcodec_parameters_to_context(context.get(), stream.codecpar) < 0) {
             return "there is no memory for it";
@@ -71,6 +101,24 @@ public:
         context->thread_count = 1;
         return avcodec_open2(context.get(), decoder, nullptr) < 0 ? "its decoder doesn't take what is said of it"
                                                                   : nullptr;
+    }
+    bool isProtected(const AVPacket& packet) const override {
+        return av_packet_get_side_data(&packet, AV_PKT_DATA_ENCRYPTION_INFO, nullptr);
+    }
+    void explain(const std::string& name, int error, const AVFormatContext* input) const override {
+        const char* words = input ? "it has neither pictures nor sound" : plainWords(name, error);
+        for (unsigned int i = 0; input && i < input->nb_streams; ++i) {
+            const AVStream& stream = *input->streams[i];
+            const AVMediaType kind = stream.codecpar->codec_type;
+            if (kind != AVMEDIA_TYPE_VIDEO && kind != AVMEDIA_TYPE_AUDIO) {
+                continue;
+            }
+            const char* const reason = obstacle(stream);
+            words = reason ? reason : "too little is known of its streams";
+        }
+        if (words) {
+            Log::Error(TAG, "%s can't be played: %s\n", name.c_str(), words);
+        }
     }
     VideoCodecType videoCodecType(int codecId) const override {
         const VideoCodecType type = videoCodecTypeFromId(codecId);

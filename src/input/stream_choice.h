@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "kelp_player/types.h"
 #include "runtime/playback_options.h"
 
@@ -8,12 +10,14 @@ extern "C" {
 }
 
 struct AVFormatContext;
+struct AVPacket;
 struct AVStream;
 
 namespace kelp {
 
-// Which streams of an input are played, and what their codecs are called. One form takes the codecs that have a name
-// here and believes that they can be played; the other takes every stream whose decoder opens, and no other one.
+// Which streams of an input are played, what their codecs are called, and what is said of an input that can't be
+// played. One form takes the codecs that have a name here, believes that they can be played, and says nothing; the
+// other takes every stream whose decoder opens, and no other one.
 //
 // A form has no state: any thread, and for good.
 class StreamChoice {
@@ -26,6 +30,13 @@ public:
 
     // Why the stream, of any kind, can't be played; null if it can.
     virtual const char* obstacle(const AVStream& stream) const = 0;
+
+    // Whether the packet can't be decoded for want of a key.
+    virtual bool isProtected(const AVPacket& packet) const = 0;
+
+    // Says in plain words, to the log, why the source of this name can't be opened: an error of the library's, and what
+    // it has found; null if it isn't known what the source is.
+    virtual void explain(const std::string& name, int error, const AVFormatContext* input) const = 0;
 
     // For an AVCodecID.
     virtual VideoCodecType videoCodecType(int codecId) const = 0;

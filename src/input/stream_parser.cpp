@@ -9,6 +9,7 @@
 
 #include "clock/timestamp_extrapolator.h"
 #include "clock/wrapping_math.h"
+#include "input/stream_choice.h"
 #include "input/tick_math.h"
 #include "kelp_player/log.h"
 #include "runtime/ffmpeg_compat.h"
@@ -66,8 +67,15 @@ void StreamParser::Run() {
             continue;
         }
         readErrors = 0;
-        handlePacket(&packet);
+        const bool isProtected = choice_->isProtected(packet);
+        if (!isProtected) {
+            handlePacket(&packet);
+        }
         av_packet_unref(&packet);
+        if (isProtected) {
+            Log::Error(TAG, "%s can't be played: it is protected\n", filePath_.c_str());
+            waitAfterEnd(/*isFailed=*/true);
+        }
     }
     Log::Debug(TAG, "Run exit...\n");
 }

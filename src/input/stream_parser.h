@@ -24,6 +24,7 @@ struct AVStream;
 
 namespace kelp {
 
+class StreamChoice;
 class TimestampExtrapolator;
 
 // Takes what the parser reads and tells it how much is still waiting behind it. All calls come on the parser's thread,
@@ -75,7 +76,8 @@ struct StreamParserState {
     AudioCodecType audioCodecType_ = AUDIO_CODEC_NONE;
     PixFormat pixFormat_ = PIX_FMT_NONE;
     bool isLive_ = false;
-    bool tellsSoundEnd_ = false;  // with a packet without data, as it tells that of the pictures
+    const StreamChoice* choice_ = nullptr;  // from `open` on
+    bool tellsSoundEnd_ = false;            // with a packet without data, as it tells that of the pictures
 
     // The thread's own, like all below.
     bool lastPaused_ = false;            // as the demuxer was told

@@ -94,6 +94,7 @@ bool StreamParser::open(std::string filePath, int64_t seekTimeMs) {
     Log::Info(TAG, "open filePath:%s, seekTimeMs:%lld\n", filePath.c_str(), static_cast<long long>(seekTimeMs));
     std::lock_guard lock(mutex_);
     filePath_ = std::move(filePath);
+    choice_ = &StreamChoice::of(playbackOptions_);
     if (!openInput()) {
         return false;
     }
@@ -103,6 +104,7 @@ bool StreamParser::open(std::string filePath, int64_t seekTimeMs) {
     }
     if (!selectStreams()) {
         Log::Error(TAG, "No avaliable stream have found\n");
+        choice_->explain(filePath_, AVERROR_STREAM_NOT_FOUND, formatContext_);
         return false;
     }
     Log::Info(TAG, "open filePath:%s succeed\n", filePath_.c_str());
@@ -208,17 +210,20 @@ bool StreamParser::openInput() {
             av_dict_set(&dictionary.entries, key.c_str(), value.c_str(), 0);
         }
     }
-    const int result = avformat_open_input(&formatContext_, filePath_.c_str(), nullptr, &dictionary.entries);
+    int result = avformat_open_input(&formatContext_, filePath_.c_str(), nullptr, &dictionary.entries);
     if (result < 0 || !formatContext_) {
         char text[255] = {};
         av_strerror(result, text, sizeof(text));
         Log::Error(TAG, "open input file %s faield! ret:%d, %s, is stoped:%d\n", filePath_.c_str(), result, text,
                    isStopRequested());
+        choice_->explain(filePath_, result, nullptr);
         return false;
     }
     formatContext_->flags |= AVFMT_FLAG_GENPTS;
-    if (avformat_find_stream_info(formatContext_, nullptr) < 0) {
+    result = avformat_find_stream_info(formatContext_, nullptr);
+    if (result < 0) {
         Log::Error(TAG, "find stream info %s failed!\n", filePath_.c_str());
+        choice_->explain(filePath_, result, nullptr);
         return false;
     }
     if (formatContext_->pb) {
@@ -277,8 +282,7 @@ int StreamParser::chooseStream(TrackKind kind, int wanted, int related) {
         Log::Warn(TAG, "%s %d is none that can be played, taking auto\n", isVideo ? "video_track" : "audio_track",
                   wanted);
     }
-    return StreamChoice::of(playbackOptions_)
-        .best(formatContext_, isVideo ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO, related);
+    return choice_->best(formatContext_, isVideo ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO, related);
 }
 
 void StreamParser::setCoverAside() {
@@ -322,7 +326,7 @@ bool StreamParser::findStream(int index) {
 
 void StreamParser::takeAudioStream(AVStream* stream, const AVCodecContext* context) {
     audioStream_ = stream;
-    audioCodecType_ = StreamChoice::of(playbackOptions_).audioCodecType(context->codec_id);
+    audioCodecType_ = choice_->audioCodecType(context->codec_id);
     startTimeInAudioTimeBase_ = startInTicks(startTimeUs_, stream->time_base);
     channels_ = context->ch_layout.nb_channels;
     sampleRate_ = context->sample_rate;
@@ -334,7 +338,7 @@ void StreamParser::takeAudioStream(AVStream* stream, const AVCodecContext* conte
 void StreamParser::takeVideoStream(AVStream* stream, const AVCodecContext* context) {
     videoStream_ = stream;
     detectBsf(stream);
-    videoCodecType_ = StreamChoice::of(playbackOptions_).videoCodecType(context->codec_id);
+    videoCodecType_ = choice_->videoCodecType(context->codec_id);
     pixFormat_ = pixFormatFromAv(context->pix_fmt);
     startTimeInVideoTimeBase_ = startInTicks(startTimeUs_, stream->time_base);
     width_ = context->width;

@@ -259,6 +259,7 @@ private:
 
     std::atomic<int64_t> durationMs_{0};  // as the source states it, then as its end shows it
     std::atomic<bool> seekable_{false};
+    std::atomic<bool> anyDecoded_{false};   // a picture or a piece of sound has come since `play`
     std::atomic<int> playDetailWidth_{0};   // in pixels
     std::atomic<int> playDetailHeight_{0};  // in pixels
     std::atomic<int> playDetailRotate_{0};  // in degrees

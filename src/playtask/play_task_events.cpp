@@ -42,6 +42,7 @@ int PlayTask::onVideoPacket(std::shared_ptr<VideoPacket> packet) {
 }
 
 void PlayTask::passThrough(const VideoPacket& packet) {
+    anyDecoded_.store(true, std::memory_order_relaxed);
     const auto videoPlay = videoPlayThread_.load();
     if (!packet.data || packet.size <= 0 || !videoPlay) {
         return;
@@ -89,6 +90,7 @@ int PlayTask::onVideoFrameQueueSize() {
 }
 
 void PlayTask::onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) {
+    anyDecoded_.store(true, std::memory_order_relaxed);
     if (eventCallback_ && frame->width > 0 && frame->height > 0 &&
         (frame->width != playDetailWidth_ || frame->height != playDetailHeight_ ||
          frame->rotate != playDetailRotate_)) {
@@ -118,6 +120,7 @@ void PlayTask::onVideoDecodeNoMoreFrame() {
 }
 
 void PlayTask::onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) {
+    anyDecoded_.store(true, std::memory_order_relaxed);
     if (const auto audioPlay = audioPlayThread_.load()) {
         audioPlay->fillFrame(std::move(frame));
     }
@@ -184,7 +187,13 @@ void PlayTask::onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) {
 
 // A stop empties the queues as well, and lets the parser see the request first.
 void PlayTask::onPlaybackCompleted() {
-    if (!isStopping() && seekTurns_.completed()) {
+    if (isStopping()) {
+        return;
+    }
+    if (loadOptions_.allCodecs && !anyDecoded_) {
+        Log::Error(kTag, "%s can't be played: nothing of it could be decoded\n", fileName_.c_str());
+        onPlayFailed();
+    } else if (seekTurns_.completed()) {
         raise(EVENT_COMPLETED, 0, 0, 0);
     }
 }

@@ -54,6 +54,7 @@ bool PlayTask::play() {
         return false;
     }
     Log::Info(kTag, "play, streamInfo:%s\n", streamInfo->toString().c_str());
+    anyDecoded_ = false;
 
     {
         std::lock_guard lock(settingMutex_);

@@ -33,12 +33,15 @@ const std::vector<InputFile> kFiles = {
      PICTURE(1) TONE(1) "-c:v libvpx-vp9 -pix_fmt yuv420p -deadline realtime -cpu-used 8 -c:a libopus"},
 };
 
-// Of tests that look at the tracks alone.
-const std::vector<InputFile> kTrackFiles = {
+// Each of one test's own.
+const std::vector<InputFile> kOtherFiles = {
     {"tracks.mkv", PICTURE(1) TONE(1) "-map 0 -map 1 -map 1 -map 0 -c:v mpeg4 -c:a libmp3lame -ar:a:1 22050 -ac:a:0 2 "
                                       "-metadata:s:a:0 language=eng -metadata:s:a:0 title='The film' "
                                       "-metadata:s:a:1 language=fin -metadata:s:a:1 title='Ohjaajan ääni' "
                                       "-disposition:a:0 0 -disposition:a:1 default"},
+    {"protected.mp4", PICTURE(2) TONE(2) "-c:v libx264 -pix_fmt yuv420p -c:a aac -encryption_scheme cenc-aes-ctr "
+                                         "-encryption_key 00112233445566778899aabbccddeeff "
+                                         "-encryption_kid 00112233445566778899aabbccddee00"},
     {"cover.m4a", "-f lavfi -i testsrc=size=160x120:rate=1:duration=1 " TONE(1) "-map 1 -map 0 -c:a aac -c:v mjpeg "
                                                                                 "-pix_fmt yuvj420p "
                                                                                 "-disposition:v attached_pic"},
@@ -68,7 +71,7 @@ const std::vector<InputFile>& inputFiles() {
 }
 
 std::string inputFile(const std::string& name) {
-    for (const auto* const table : {&kFiles, &kTrackFiles}) {
+    for (const auto* const table : {&kFiles, &kOtherFiles}) {
         for (const auto& file : *table) {
             if (name == file.name) {
                 return made(file);

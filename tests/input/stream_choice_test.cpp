@@ -1,3 +1,5 @@
+#include <cstdio>
+
 #include "input/input_files.h"
 #include "input/stream_parser_fixture.h"
 
@@ -11,11 +13,9 @@ using testing::StartsWith;
 // What is played of what libavcodec can decode: with the option all of it.
 class StreamChoice : public StreamParserTest {
 protected:
-    StreamChoice() {
-        PlaybackOptions options;
-        options.allCodecs = true;
-        parser->setPlaybackOptions(options);
-    }
+    StreamChoice() { setOption(); }
+
+    void setOption() { parser->setPlaybackOptions({.allCodecs = true}); }
 
     // Opens an input of these streams; whether one of them is played.
     bool open(std::vector<SyntheticStream> streams) {
@@ -105,6 +105,97 @@ TEST_F(StreamChoice, TriesADecoderWithOneThread) {
     };
     ASSERT_TRUE(open({videoStream(), audioStream()}));
     EXPECT_THAT(threads, ElementsAre(1, 1));
+}
+
+// A file of these bytes.
+class FileOf {
+public:
+    FileOf(const std::string& name, const std::vector<uint8_t>& bytes) : path_(scratchPath(name)) {
+        writeBytes(path_, bytes);
+    }
+    FileOf(const FileOf&) = delete;
+    FileOf& operator=(const FileOf&) = delete;
+    ~FileOf() { std::remove(path_.c_str()); }
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+TEST_F(StreamChoice, SaysInPlainWordsWhyAFileCannotBeOpened) {
+    const auto film = readBytes(inputFile("h264_aac.mp4"));
+    const auto webm = readBytes(inputFile("vp9_opus.webm"));
+    const std::string text = "This is a letter, and no film.\n";
+    struct Case {
+        const char* name;
+        std::vector<uint8_t> bytes;
+        std::string words;
+    };
+    const std::string kDamaged = "it is damaged or cut off, or of a kind that isn't known";
+    const Case cases[] = {
+        {"empty.mp4", {}, "it is empty"},
+        {"empty.mkv", {}, "it is empty"},
+        {"cut.mp4", {film.begin(), film.begin() + std::ssize(film) / 2}, kDamaged},  // its index is at its end
+        {"letter.mp4", {text.begin(), text.end()}, kDamaged},
+        {"cut.webm", {webm.begin(), webm.begin() + 100}, "it ends too early, or can't be read"},
+    };
+    for (const auto& [name, bytes, words] : cases) {
+        SCOPED_TRACE(name);
+        log.clear();
+        const FileOf file(name, bytes);
+        EXPECT_FALSE(parser->open(file.path(), 0));
+        EXPECT_EQ(logLines("").back(), file.path() + " can't be played: " + words + "\n");
+        parser->close();
+        parser->setPlaybackOptions({});
+        EXPECT_FALSE(parser->open(file.path(), 0));
+        EXPECT_EQ(logLines("can't be played").size(), 1U);
+        setOption();
+        parser->close();
+    }
+}
+
+TEST_F(StreamChoice, LeavesTheSystemsWordsAsTheyAre) {
+    EXPECT_FALSE(parser->open("/nowhere/film.mp4", 0));
+    EXPECT_THAT(logLines("").back(), testing::HasSubstr("No such file or directory"));
+}
+
+TEST_F(StreamChoice, SaysWhyNoStreamIsPlayed) {
+    const auto last = [this] { return logLines("").back(); };
+    EXPECT_FALSE(open({videoStream(kUnknown)}));
+    EXPECT_EQ(last(), "input can't be played: there is no decoder for it\n");
+    EXPECT_FALSE(open({}));
+    EXPECT_EQ(last(), "input can't be played: it has neither pictures nor sound\n");
+    auto silent = audioStream();
+    silent.channels = 0;
+    EXPECT_FALSE(open({silent}));
+    EXPECT_EQ(last(), "input can't be played: too little is known of its streams\n");
+    SyntheticInput().install();
+    hooks().findStreamInfo = [](AVFormatContext* context) {
+        for (unsigned int i = 0; i < context->nb_streams; ++i) {
+            av_dict_set(&context->streams[i]->metadata, "enc_key_id", "x", 0);
+        }
+        return 0;
+    };
+    parser->close();
+    EXPECT_FALSE(parser->open("input", 0));
+    EXPECT_EQ(last(), "input can't be played: it is protected\n");
+}
+
+TEST_F(StreamChoice, FailsAtAProtectedPacket) {
+    ASSERT_TRUE(parser->open(inputFile("protected.mp4"), 0));
+    ASSERT_TRUE(parser->start());
+    ASSERT_TRUE(observer->waitFor("failed"));
+    EXPECT_THAT(observer->videoPackets(), IsEmpty());
+    EXPECT_THAT(observer->audioPackets(), IsEmpty());
+    EXPECT_EQ(logLines("it is protected\n").size(), 1U);
+}
+
+TEST_F(StreamChoice, PlaysAProtectedFileWithItsKey) {
+    parser->setOption("decryption_key", "00112233445566778899aabbccddeeff");
+    ASSERT_TRUE(parser->open(inputFile("protected.mp4"), 0));
+    ASSERT_TRUE(parser->start());
+    ASSERT_TRUE(observer->waitFor("completed"));
+    EXPECT_EQ(observer->videoPackets().size(), 51U);  // with the end's
 }
 
 TEST_F(StreamChoice, TriesNoDecoderWithoutTheOption) {

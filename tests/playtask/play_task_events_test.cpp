@@ -234,6 +234,18 @@ TEST_F(PlayTaskEvents, TellNoEndOfTheSourceThatIsTheStops) {
     EXPECT_THAT(under.events(), IsEmpty());
 }
 
+TEST_F(PlayTaskEvents, CallAnEndWithoutAnyFrameAFailureWhereAllCodecsArePlayed) {
+    under.fromParser().onPlaybackCompleted();
+    under.peer.setLoadOptions({.allCodecs = true});
+    LogCapture log(1);
+    under.fromParser().onPlaybackCompleted();
+    EXPECT_THAT(under.events(), ElementsAre(Event{EVENT_COMPLETED, 0, 0, 0}, Event{EVENT_FAILED, 1, 1, 0}));
+    EXPECT_THAT(linesOf(log), ElementsAre("[PlayTask]:  can't be played: nothing of it could be decoded\n"));
+    under.fromAudioDecode().onAudioDecoded(std::make_shared<AudioFrameInfo>());
+    under.fromParser().onPlaybackCompleted();
+    EXPECT_EQ(under.events().back(), (Event{EVENT_COMPLETED, 0, 0, 0}));
+}
+
 TEST_F(PlayTaskEvents, SetTheClockByTheFirstPicture) {
     addVideoPlay();
     const auto clock = std::make_shared<MasterClock>();

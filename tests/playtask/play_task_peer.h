@@ -26,6 +26,7 @@ public:
     void set(std::shared_ptr<CodecInfo> info) { task_.codecInfo_.store(std::move(info)); }
     void set(std::shared_ptr<MasterClock> clock) { task_.masterClock_.store(std::move(clock)); }
 
+    void setLoadOptions(const PlaybackOptions& options) { task_.loadOptions_ = options; }
     PlaybackOptions options() { return task_.options(); }
     std::shared_ptr<VideoDecodeThread> videoDecode() { return task_.videoDecodeThread_.load(); }
     std::shared_ptr<AudioDecodeThread> audioDecode() { return task_.audioDecodeThread_.load(); }

@@ -82,6 +82,8 @@ constexpr Due kDue[] = {
     {kWarn, "StreamParser", " is none that can be played, taking auto"},
     {kError, "StreamParser", "No avaliable stream have found"},
     {kWarn, "StreamParser", " isn't played: "},
+    {kError, "StreamParser", " can't be played: "},
+    {kError, "PlayTask", "nothing of it could be decoded"},
     {kError, "StreamParser", "Could not copy codec params"},
     {kError, "StreamParser", "No codec could be found with id "},
     {kError, "StreamParser", "found not h264_mp4toannexb or hevc_mp4toannexb"},

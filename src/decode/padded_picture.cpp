@@ -1,12 +1,12 @@
 #include "decode/padded_picture.h"
 
-#include <cstring>
 #include <utility>
 
 #include "decode/video_frame_info.h"
 
 extern "C" {
 #include <libavutil/frame.h>
+#include <libavutil/imgutils.h>
 }
 
 namespace kelp {
@@ -49,15 +49,14 @@ const int* PaddedPicture::linesize() const {
 }
 
 void PaddedPicture::copyTo(const VideoFrameInfo& target) const {
+    copyPlanes(picture_->data, picture_->linesize, target);
+}
+
+void copyPlanes(const uint8_t* const* data, const int* linesize, const VideoFrameInfo& target) {
     for (int plane = 0; plane < kPlanes; ++plane) {
-        const int rows = plane == 0 ? height_ : height_ >> 1;
-        const uint8_t* from = picture_->data[plane];
-        uint8_t* to = target.data[plane];
-        for (int row = 0; row < rows; ++row) {
-            std::memcpy(to, from, static_cast<size_t>(target.linesize[plane]));
-            from += picture_->linesize[plane];
-            to += target.linesize[plane];
-        }
+        const int rows = plane == 0 ? target.height : target.height >> 1;
+        av_image_copy_plane(target.data[plane], target.linesize[plane], data[plane], linesize[plane],
+                            target.linesize[plane], rows);
     }
 }
 

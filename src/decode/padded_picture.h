@@ -9,6 +9,9 @@ namespace kelp {
 
 class VideoFrameInfo;
 
+// Copies the three planes of a planar 4:2:0 picture, as far as `target` has room, into `target`, which is packed.
+void copyPlanes(const uint8_t* const* data, const int* linesize, const VideoFrameInfo& target);
+
 // A planar 4:2:0 picture with room behind every row and whole last rows, for a conversion whose writes a packed picture
 // couldn't take: the vector code of the conversion library writes whole vectors and wants aligned rows, and its chroma
 // planes of an odd size are one sample wider and higher than a frame's.

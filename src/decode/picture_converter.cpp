@@ -1,5 +1,6 @@
 #include "decode/picture_converter.h"
 
+#include "decode/true_color_converter.h"
 #include "decode/video_frame_info.h"
 #include "runtime/playback_options.h"
 
@@ -35,7 +36,10 @@ int32_t colorSpaceOf(AVColorSpace space) {
 
 }  // namespace
 
-std::unique_ptr<PictureConverter> PictureConverter::create(const PlaybackOptions& /*options*/) {
+std::unique_ptr<PictureConverter> PictureConverter::create(const PlaybackOptions& options) {
+    if (options.allCodecs) {
+        return std::make_unique<TrueColorConverter>();
+    }
     return std::make_unique<PictureConverter>();
 }
 

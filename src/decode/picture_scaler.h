@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "decode/padded_picture.h"
 
@@ -14,15 +15,25 @@ namespace kelp {
 
 class VideoFrameInfo;
 
-// Converts pictures into a frame's packed planes with libswscale. What that needs is kept for as long as the pictures
-// are alike. One thread.
+// What samples mean before and after a conversion. RGB has no matrix: the other one counts. What comes out is of
+// limited range.
+struct ScalerColors {
+    AVColorSpace from;
+    AVColorSpace to;
+    bool fullRange;  // of what goes in
+    bool operator==(const ScalerColors&) const = default;
+};
+
+// Converts pictures with libswscale into a frame's packed planes. What that needs is kept for as long as the
+// pictures are alike. One thread.
 class PictureScaler {
 public:
     // What pictures are alike in, and how they are converted.
     struct Conversion {
         AVPixelFormat format;
-        int width;   // in pixels
-        int height;  // likewise
+        int width;                                          // in pixels
+        int height;                                         // likewise
+        std::optional<ScalerColors> colors = std::nullopt;  // left to the library, and no more exact, if not set
         bool operator==(const Conversion&) const = default;
     };
 

@@ -6,6 +6,7 @@
 
 #include "decode/decoded_frame.h"
 #include "decode/ff_video_decoder_fixture.h"
+#include "support/ffmpeg_release.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>

@@ -15,10 +15,11 @@ constexpr int kInfo = 3;
 constexpr int kDebug = 4;
 
 constexpr std::string_view kTags[] = {
-    "AudioDecodeThread", "AudioPlayThread", "BaseDecodeThread", "BasePlayThread",    "BaseThread",
-    "ExternSyncWrapper", "FFAudioDecoder",  "FFVideoDecoder",   "KelpPlayer",        "PlayTask",
-    "SDLAudioOutput",    "SDLRender",       "StreamMuxer",      "StreamParser",      "TarnPlayer",
-    "TarnSyncClock",     "UdpReceiver",     "Worker",           "VideoDecodeThread", "VideoPlayThread",
+    "AudioDecodeThread", "AudioPlayThread", "BaseDecodeThread", "BasePlayThread", "BaseThread",
+    "ExternSyncWrapper", "FFAudioDecoder",  "FFVideoDecoder",   "KelpPlayer",     "PlayTask",
+    "SDLAudioOutput",    "SDLRender",       "StreamMuxer",      "StreamParser",   "TarnPlayer",
+    "TarnSyncClock",     "ToneMapper",      "UdpReceiver",      "Worker",         "VideoDecodeThread",
+    "VideoPlayThread",
 };
 
 // A line with this piece of text.
@@ -123,6 +124,7 @@ constexpr Due kDue[] = {
     {kError, "FFVideoDecoder", "DeliverVideoFrame, get swscale context failed"},
     {kError, "FFVideoDecoder", "DeliverVideoFrame, picture size not supported, "},
     {kError, "FFVideoDecoder", "DeliverVideoFrame, no memory for a picture of "},
+    {kWarn, "ToneMapper", "map, can't map the colours of "},
 
     {kInfo, "FFAudioDecoder", "open, codecType:"},
     {kError, "FFAudioDecoder", "open, could not find audio codec"},

@@ -1,0 +1,58 @@
+#include "decode/true_color_converter.h"
+
+#include "decode/picture_colors.h"
+#include "decode/video_frame_info.h"
+#include "kelp_player/log.h"
+
+extern "C" {
+#include <libavutil/frame.h>
+#include <libavutil/pixdesc.h>
+}
+
+namespace kelp {
+
+namespace {
+
+bool isTransparent(AVPixelFormat format) {
+    const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
+    return descriptor && (descriptor->flags & (AV_PIX_FMT_FLAG_ALPHA | AV_PIX_FMT_FLAG_PAL));
+}
+
+}  // namespace
+
+void TrueColorConverter::label(const AVFrame& picture, VideoFrameInfo& frame) const {
+    const PictureColors colors(picture);
+    frame.colorRange = colors.range;
+    frame.colorSpace = colors.space;
+}
+
+bool TrueColorConverter::keeps(const AVFrame& picture) const {
+    return PictureColors(picture).isKept();
+}
+
+bool TrueColorConverter::convert(const AVFrame& picture, const VideoFrameInfo& frame) {
+    const PictureColors colors(picture);
+    if (picture.format == AV_PIX_FMT_YUV420P && colors.isKept()) {
+        return PictureConverter::convert(picture, frame);
+    }
+    if (colors.wide && toneMapper_.map(picture, *colors.wide, colors.scaled.fullRange, frame)) {
+        return true;
+    }
+    const auto format = static_cast<AVPixelFormat>(picture.format);
+    const AVFrame* opaque = isTransparent(format) ? background_.put(picture, colors.scaled.fullRange) : &picture;
+    if (!opaque) {
+        Log::Error("FFVideoDecoder", "%s, no memory for a picture of %dx%d\n", "DeliverVideoFrame", picture.width,
+                   picture.height);
+        return false;
+    }
+    return scaler_.convert(opaque->data, opaque->linesize, {format, picture.width, picture.height, colors.scaled},
+                           frame);
+}
+
+void TrueColorConverter::release() {
+    PictureConverter::release();
+    toneMapper_.release();
+    background_.release();
+}
+
+}  // namespace kelp

@@ -7,12 +7,16 @@
 #include <array>
 #include <chrono>
 #include <memory>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "e2e/clocked_player.h"
 #include "e2e/managed_playback.h"
 #include "e2e/media.h"
 #include "e2e/playback.h"
+#include "support/temp_files.h"
 #include "support/x_screen.h"
 
 namespace kelp::test {
@@ -119,6 +123,32 @@ TEST_F(Windows, ShowPicturesInTheDecodersMemoryAndTurnBlackWithoutWritingThere) 
     expectBars(20, 30, 700, 300);
     player().seek(500);
     expectBars(20, 30, 700, 300);
+}
+
+TEST_F(Windows, ShowPicturesOfEveryRangeAndMatrixInTheirColorsWithAllCodecs) {
+    const TempFolder folder;
+    const auto window = screen_.createWindow(20, 30, 700, 300);
+    for (const auto& [file, encoding] : std::vector<std::pair<std::string, std::string>>{
+             {"full_bt709.mp4",
+              "-vf scale=in_color_matrix=bt601:out_color_matrix=bt709:out_range=pc,format=yuvj420p -c:v libx264 -qp 4 "
+              "-color_range pc -colorspace bt709"},
+             {"full.avi",
+              "-vf scale=in_color_matrix=bt601:out_color_matrix=bt601:out_range=pc,format=yuvj420p -c:v "
+              "mjpeg -q:v 2"},
+             {"rgb.mkv", "-vf scale=in_color_matrix=bt601,format=gbrp -c:v ffv1"},
+             {"transparent.mov", "-vf scale=in_color_matrix=bt601,format=rgba -c:v qtrle"}}) {
+        SCOPED_TRACE(file);
+        const std::string path = folder.path(file);
+        runFFmpeg("-f lavfi -i smptebars=size=640x360:rate=25:duration=4 " + encoding + " " + path);
+        playback_ = std::make_unique<Playback>();
+        player().setOption("codecs", "all");
+        player().setAVSyncMode(SYNC_MASTER_VIDEO);
+        ASSERT_TRUE(playback_->open(path));
+        player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(window), 700, 300);
+        ASSERT_TRUE(player().play());
+        expectBars(20, 30, 700, 300);
+        playback_.reset();
+    }
 }
 
 TEST_F(Windows, ShowATurnedPictureCentredInItsShape) {

@@ -354,6 +354,10 @@ void StreamParser::fillMediaPacketInfo(std::shared_ptr<MediaPacket> packet, cons
         std::memcpy(packet->data, source->data, source->size);
     }
     packet->size = source->size;
+    size_t paletteSize = 0;
+    if (const uint8_t* palette = av_packet_get_side_data(source, AV_PKT_DATA_PALETTE, &paletteSize)) {
+        packet->palette.assign(palette, palette + paletteSize);
+    }
     packet->pos = source->pos;
     packet->dts = wrappingSubtract(isBestKnown && source->dts != AV_NOPTS_VALUE ? source->dts : 0, start);
     packet->pts = wrappingSubtract(isBestKnown ? best : 0, start);

@@ -3,12 +3,17 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
 #include <string>
+#include <vector>
 
 #include "e2e/media.h"
 #include "e2e/playback.h"
 #include "e2e/recording_sink.h"
 #include "e2e/reference.h"
+#include "support/temp_files.h"
 
 namespace kelp::test {
 namespace {
@@ -58,6 +63,45 @@ INSTANTIATE_TEST_SUITE_P(Of, Pictures,
                              std::replace(name.begin(), name.end(), '.', '_');
                              return name;
                          });
+
+// As the decoder tells it: the stream itself says of which brightness it is.
+TEST(Pictures, OfHdrAreMappedAsTheCommandMapsThem) {
+    for (const std::string transfer : {"smpte2084", "arib-std-b67"}) {
+        SCOPED_TRACE(transfer);
+        const TempFolder folder;
+        const std::string path = folder.path("hdr.mkv");
+        const std::string raw = folder.path("reference.yuv");
+        runFFmpeg(
+            "-f lavfi -i testsrc2=size=320x180:rate=25:duration=1 -c:v libx265 -preset ultrafast -pix_fmt "
+            "yuv420p10le -x265-params log-level=error:colorprim=bt2020:colormatrix=bt2020nc:transfer=" +
+            transfer + " " + path);
+        runFFmpeg("-i " + path +
+                  " -vf zscale=t=linear:npl=203:p=bt709,format=gbrpf32le,tonemap=mobius:desat=0:peak=1000/203,"
+                  "zscale=t=bt709:m=bt709:r=limited:d=ordered,format=yuv420p -f rawvideo " +
+                  raw);
+        RecordingSink sink(RecordingSink::Keep::Bytes);
+        Playback playback;
+        playback.player().setOption("codecs", "all");
+        playback.player().setAVSyncMode(SYNC_MASTER_VIDEO);
+        playback.player().addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&sink), 0, 0);
+        ASSERT_TRUE(playback.open(path));
+        ASSERT_TRUE(playback.playToEnd());
+        sink.waitForFrames(25, 20000);
+        playback.player().stop();
+        const auto frames = sink.frames();
+        EXPECT_THAT(frames, testing::SizeIs(25));
+        std::ifstream reference(raw, std::ios::binary);
+        for (const auto& frame : frames) {
+            std::vector<uint8_t> expected(frame.bytes.size());
+            ASSERT_TRUE(reference.read(reinterpret_cast<char*>(expected.data()), std::ssize(expected)));
+            int largest = 0;
+            for (size_t i = 0; i < expected.size(); ++i) {
+                largest = std::max(largest, std::abs(frame.bytes[i] - expected[i]));
+            }
+            EXPECT_LE(largest, 1) << frame.pts;
+        }
+    }
+}
 
 TEST(Pictures, OfASizeThatChangesTellTheSinkAndTheHost) {
     RecordingSink sink;

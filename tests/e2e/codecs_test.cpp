@@ -82,7 +82,7 @@ bool isTheTone(const Heard& sound) {
 }
 
 void expectThePicturesOf(const CodecFile& file, const std::vector<ShownFrame>& pictures) {
-    ReferencePictures reference(codecPath(file));
+    ReferencePictures reference(codecPath(file), ":flags=bicubic+accurate_rnd+full_chroma_int+full_chroma_inp");
     std::vector<uint8_t> expected;
     std::vector<uint8_t> before;
     int64_t lastPts = -1;

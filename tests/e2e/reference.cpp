@@ -4,12 +4,12 @@
 
 namespace kelp::test {
 
-ReferencePictures::ReferencePictures(const std::string& path)
-    : pipe_(
-          popen(("ffmpeg -nostdin -v quiet -noautorotate -i '" + path +
-                 "' -map 0:v:0 -fps_mode passthrough -noautoscale -vf scale=out_range=tv,format=yuv420p -f rawvideo -")
-                    .c_str(),
-                "r")) {
+ReferencePictures::ReferencePictures(const std::string& path, const std::string& scaling)
+    : pipe_(popen(("ffmpeg -nostdin -v quiet -noautorotate -i '" + path +
+                   "' -map 0:v:0 -fps_mode passthrough -noautoscale -vf scale=out_range=tv" + scaling +
+                   ",format=yuv420p -f rawvideo -")
+                      .c_str(),
+                  "r")) {
 }
 
 bool ReferencePictures::next(int width, int height, std::vector<uint8_t>& bytes) {

@@ -11,7 +11,8 @@ namespace kelp::test {
 // The pictures of a file as the ffmpeg command decodes them: raw planar 4:2:0, 8 bits, in the order of showing.
 class ReferencePictures {
 public:
-    explicit ReferencePictures(const std::string& path);
+    // `scaling`: more options for the filter that converts other formats, as ":flags=bicubic".
+    explicit ReferencePictures(const std::string& path, const std::string& scaling = "");
 
     // Reads the next picture of this size into `bytes`; chroma planes are rounded up where a size is odd. False at
     // the end.

@@ -88,6 +88,9 @@ bool FFAudioDecoder::openCodec(AudioCodecType codecType, const void* codecParame
     if (parameters) {
         avcodec_parameters_to_context(codecContext_, parameters);
     }
+    if (allCodecs_) {
+        codecContext_->pkt_timebase = {1, 1000};  // by which the codec tells the time behind samples that it leaves out
+    }
     if (avcodec_open2(codecContext_, decoder, nullptr) < 0) {
         Log::Error(kTag, "%s, count not open audio codec type:%d, ffcodecId:%d\n", "open", static_cast<int>(codecType),
                    codecId);

@@ -28,6 +28,10 @@ void lendPacket(const MediaPacket& source, AVPacket* target) {
     target->size = source.size;
     target->pos = source.pos;
     target->flags = source.flags;
+    if (source.sideData) {
+        target->side_data = source.sideData->side_data;
+        target->side_data_elems = source.sideData->side_data_elems;
+    }
     target->pts = scaleTicks(source.pts, scale);
     target->dts = scaleTicks(source.dts, scale);
     target->duration = scaleTicks(source.duration, scale);

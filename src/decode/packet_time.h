@@ -14,8 +14,8 @@ double msPerTick(const MediaPacket& packet);
 // `ticks` in milliseconds, truncated, and held at the ends of the type's range.
 int64_t scaleTicks(int64_t ticks, double msPerTick);
 
-// Makes `target` a packet of `source`'s bytes with times in milliseconds. The bytes are lent, not copied: `target` must
-// not outlive `source`, and owns nothing that would have to be freed.
+// Makes `target` a packet of `source`'s bytes and side data with times in milliseconds. Both are lent, not copied:
+// `target` must not outlive `source`, and owns nothing that would have to be freed.
 void lendPacket(const MediaPacket& source, AVPacket* target);
 
 }  // namespace kelp

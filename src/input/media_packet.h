@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
+
+struct AVPacket;
 
 namespace kelp {
 
@@ -32,8 +35,9 @@ public:
     int64_t duration = -1;
     int64_t timeBaseNum = 1;
     int64_t timeBaseDen = 1;
-    int flags = 0;       // of the AVPacket, as they came
-    bool flush = false;  // an order to the video decoder to drop its state; there is no payload
+    int flags = 0;                             // of the AVPacket, as they came
+    std::shared_ptr<const AVPacket> sideData;  // what the decoder gets beside the bytes; null if there is nothing
+    bool flush = false;                        // an order to the video decoder to drop its state; there is no payload
 };
 
 // A normal packet has bytes, an end packet has none and a flush packet has none and `flush` set.

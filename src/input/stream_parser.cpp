@@ -37,6 +37,16 @@ bool isKeyFrame(const AVPacket* packet) {
     return (packet->flags & AV_PKT_FLAG_KEY) != 0;
 }
 
+// Null if there is nothing in it that a decoder looks at.
+std::shared_ptr<const AVPacket> copySideData(const AVPacket& source) {
+    const auto isForDecoder = [](const AVPacketSideData& data) { return data.type != AV_PKT_DATA_MPEGTS_STREAM_ID; };
+    if (std::none_of(source.side_data, source.side_data + source.side_data_elems, isForDecoder)) {
+        return nullptr;
+    }
+    std::shared_ptr<AVPacket> copy(av_packet_alloc(), [](AVPacket* packet) { av_packet_free(&packet); });
+    return copy && av_packet_copy_props(copy.get(), &source) >= 0 ? copy : nullptr;
+}
+
 }  // namespace
 
 void StreamParser::Run() {
@@ -365,6 +375,10 @@ void StreamParser::fillMediaPacketInfo(std::shared_ptr<MediaPacket> packet, cons
     packet->timeBaseNum = stream->time_base.num;
     packet->timeBaseDen = stream->time_base.den;
     packet->flags = source->flags;
+    // Behind the filter a configuration in its old form would be misread.
+    if (keepsSideData_ && !(isVideo && bsfContext_)) {
+        packet->sideData = copySideData(*source);
+    }
 
     const double den = static_cast<double>(packet->timeBaseDen);
     const double factor = den > 0 ? static_cast<double>(packet->timeBaseNum) * 1000.0 / den : 1.0;

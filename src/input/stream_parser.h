@@ -77,6 +77,7 @@ struct StreamParserState {
     PixFormat pixFormat_ = PIX_FMT_NONE;
     bool isLive_ = false;
     const StreamChoice* choice_ = nullptr;  // from `open` on
+    bool keepsSideData_ = false;            // palettes, samples to be left out, and so on
     bool tellsSoundEnd_ = false;            // with a packet without data, as it tells that of the pictures
 
     // The thread's own, like all below.

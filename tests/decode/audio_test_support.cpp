@@ -118,6 +118,7 @@ ToneFile makeToneFile(const std::string& encoder, const std::string& extension, 
         packet->dts = read->dts;
         packet->duration = read->duration;
         packet->flags = read->flags;
+        tone.sideData.emplace_back(av_packet_clone(read), [](AVPacket* copy) { av_packet_free(&copy); });
         tone.packets.push_back(std::move(packet));
         av_packet_unref(read);
     }

@@ -15,6 +15,8 @@ extern "C" {
 #include "decode/audio_frame_info.h"
 #include "input/media_packet.h"
 
+struct AVPacket;
+
 namespace kelp::test {
 
 struct AVFrameDeleter {
@@ -58,6 +60,7 @@ struct ToneFile {
     AudioCodecType codecType;
     AVParametersPtr parameters;
     std::vector<std::shared_ptr<AudioPacket>> packets;
+    std::vector<std::shared_ptr<const AVPacket>> sideData;  // of each of them, which they don't have
 };
 
 // Makes a sine of `hz` in a temporary file with `encoder` in the container that `extension` names, and demuxes it.

@@ -253,6 +253,29 @@ TEST_F(FFResamplerTest, TakesAFrameThatFollowsOneWhichCouldNotBeMixed) {
     expectTone(kHeight);
 }
 
+// An encoder needs some samples before the first one, and fills up its last block.
+TEST_F(FFResamplerTest, LeavesOutTheSamplesThatAreNoSound) {
+    decoder.close();
+    audioFakes() = {};
+    for (const auto& [encoder, extension] : {std::pair{"libopus", "webm"}, std::pair{"aac", "mp4"}}) {
+        SCOPED_TRACE(encoder);
+        const ToneFile tone = makeToneFile(encoder, extension, 440, kOutRate, 2, 1);
+        const bool isOther = tone.codecType == AUDIO_CODEC_NONE;
+        ASSERT_TRUE(decoder.open(isOther ? AUDIO_CODEC_OTHER : tone.codecType, tone.parameters.get(), observer));
+        ASSERT_TRUE(decoder.setOutputSpec({2, kOutRate, 1}));
+        for (size_t i = 0; i < tone.packets.size(); ++i) {
+            tone.packets[i]->sideData = tone.sideData[i];
+            decoder.insertPacket(tone.packets[i].get());
+        }
+        AudioPacket end;
+        decoder.insertPacket(&end);
+        EXPECT_NEAR(static_cast<double>(take(0).size()), kOutRate, 130);  // AAC in MP4 has no end to leave out
+        EXPECT_NEAR(static_cast<double>(observer->frames[0]->pts), 0, 1);
+        decoder.close();
+        observer->frames.clear();
+    }
+}
+
 TEST_F(FFResamplerTest, MakesOneResamplerForFramesThatAreAlike) {
     play({.rate = 44100}, 1);
     EXPECT_EQ(audioFakes().resamplers.size(), 1U);

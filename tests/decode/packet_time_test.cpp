@@ -67,5 +67,18 @@ TEST(PacketTime, LendsThePacketInMilliseconds) {
     EXPECT_EQ(lent.side_data_elems, 0);
 }
 
+TEST(PacketTime, LendsTheSideData) {
+    AVPacketSideData palette = {.data = nullptr, .size = 0, .type = AV_PKT_DATA_PALETTE};
+    AVPacket source = {};
+    source.side_data = &palette;
+    source.side_data_elems = 1;
+    VideoPacket packet;
+    packet.sideData = std::shared_ptr<const AVPacket>(&source, [](const AVPacket*) {});
+    AVPacket lent;
+    lendPacket(packet, &lent);
+    EXPECT_EQ(lent.side_data, &palette);
+    EXPECT_EQ(lent.side_data_elems, 1);
+}
+
 }  // namespace
 }  // namespace kelp

@@ -107,6 +107,33 @@ TEST_F(StreamChoice, TriesADecoderWithOneThread) {
     EXPECT_THAT(threads, ElementsAre(1, 1));
 }
 
+TEST_F(StreamChoice, KeepsWhatADecoderGetsBesideThePackets) {
+    const auto packet = [](AVPacketSideDataType type) {
+        return [type](AVPacket* made) {
+            av_new_packet(made, 4);
+            made->stream_index = 1;
+            av_packet_new_side_data(made, type, 7);
+        };
+    };
+    ASSERT_TRUE(open({videoStream(), audioStream()}));
+    script.packet(packet(AV_PKT_DATA_SKIP_SAMPLES)).packet(packet(AV_PKT_DATA_MPEGTS_STREAM_ID)).audio(1);
+    runScript();
+    auto packets = observer->audioPackets();
+    ASSERT_EQ(packets.size(), 3U);
+    ASSERT_TRUE(packets[0]->sideData);
+    EXPECT_EQ(packets[0]->sideData->side_data->type, AV_PKT_DATA_SKIP_SAMPLES);
+    EXPECT_EQ(packets[0]->sideData->side_data->size, 7U);
+    // This one is for nobody behind the demuxer, and there with each packet.
+    EXPECT_FALSE(packets[1]->sideData);
+    EXPECT_FALSE(packets[2]->sideData);
+
+    parser->setPlaybackOptions({});
+    ASSERT_TRUE(open({videoStream(), audioStream()}));
+    script.packet(packet(AV_PKT_DATA_SKIP_SAMPLES));
+    runScript();
+    EXPECT_FALSE(observer->audioPackets().back()->sideData);
+}
+
 // A file of these bytes.
 class FileOf {
 public:

@@ -81,7 +81,9 @@ TEST_F(LivePlayback, IsPacedByItsArrivalWithoutAMaster) {
         // Its distance to the picture before, counted from when the filter had that one due.
         ASSERT_GT(shown[i - 1].dueMs, 0);
         const int64_t dueMs = shown[i - 1].dueMs + shown[i].pts - shown[i - 1].pts;
-        EXPECT_EQ(shown[i].atMs, std::max(arrivedMs_[i], dueMs)) << "picture " << i;
+        // The decoder's average time is a part of it, and is set behind a picture: the play thread may have asked
+        // before.
+        EXPECT_NEAR(shown[i].atMs, std::max(arrivedMs_[i], dueMs), 1) << "picture " << i;
     }
 }
 

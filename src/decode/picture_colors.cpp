@@ -31,18 +31,21 @@ Kind kindOf(AVPixelFormat format) {
     return descriptor->nb_components < 3 ? Kind::kGray : Kind::kYuv;
 }
 
-// Gray pictures are as a rule stills, whose range is the full one, as it is to the library if nothing is stated.
-bool isFullRange(const AVFrame& picture, Kind kind) {
-    switch (picture.format) {
+// Some formats have an older name that tells a full range.
+AVPixelFormat withoutRange(AVPixelFormat format) {
+    switch (format) {
         case AV_PIX_FMT_YUVJ420P:
+            return AV_PIX_FMT_YUV420P;
         case AV_PIX_FMT_YUVJ422P:
+            return AV_PIX_FMT_YUV422P;
         case AV_PIX_FMT_YUVJ444P:
+            return AV_PIX_FMT_YUV444P;
         case AV_PIX_FMT_YUVJ440P:
+            return AV_PIX_FMT_YUV440P;
         case AV_PIX_FMT_YUVJ411P:
-            return true;
+            return AV_PIX_FMT_YUV411P;
         default:
-            return picture.color_range == AVCOL_RANGE_JPEG ||
-                   (kind == Kind::kGray && picture.color_range != AVCOL_RANGE_MPEG);
+            return format;
     }
 }
 
@@ -89,9 +92,12 @@ std::optional<PictureColors::Wide> wideOf(const AVFrame& picture, Kind kind) {
 
 }  // namespace
 
-PictureColors::PictureColors(const AVFrame& picture) {
-    const Kind kind = kindOf(static_cast<AVPixelFormat>(picture.format));
-    const bool fullRange = isFullRange(picture, kind);
+PictureColors::PictureColors(const AVFrame& picture)
+    : format(withoutRange(static_cast<AVPixelFormat>(picture.format))) {
+    const Kind kind = kindOf(format);
+    // Gray pictures are as a rule stills, whose range is the full one, as it is to the library if nothing is stated.
+    const bool fullRange = format != picture.format || picture.color_range == AVCOL_RANGE_JPEG ||
+                           (kind == Kind::kGray && picture.color_range != AVCOL_RANGE_MPEG);
     wide = wideOf(picture, kind);
     range = kind == Kind::kRgb || fullRange || wide || picture.color_range == AVCOL_RANGE_MPEG ? kLimited : 0;
     AVColorSpace from = picture.colorspace;

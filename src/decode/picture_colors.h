@@ -27,6 +27,7 @@ struct PictureColors {
         bool operator==(const Wide&) const = default;
     };
 
+    AVPixelFormat format;      // of the picture, by the name that tells no range
     ScalerColors scaled;       // for the conversion without mapping
     std::optional<Wide> wide;  // set if a mapping is needed
     int32_t range;             // of the frame, as VideoFrameInfo::colorRange

@@ -38,15 +38,14 @@ bool TrueColorConverter::convert(const AVFrame& picture, const VideoFrameInfo& f
     if (colors.wide && toneMapper_.map(picture, *colors.wide, colors.scaled.fullRange, frame)) {
         return true;
     }
-    const auto format = static_cast<AVPixelFormat>(picture.format);
-    const AVFrame* opaque = isTransparent(format) ? background_.put(picture, colors.scaled.fullRange) : &picture;
+    const AVFrame* opaque = isTransparent(colors.format) ? background_.put(picture, colors.scaled.fullRange) : &picture;
     if (!opaque) {
         Log::Error("FFVideoDecoder", "%s, no memory for a picture of %dx%d\n", "DeliverVideoFrame", picture.width,
                    picture.height);
         return false;
     }
-    return scaler_.convert(opaque->data, opaque->linesize, {format, picture.width, picture.height, colors.scaled},
-                           frame);
+    return scaler_.convert(opaque->data, opaque->linesize,
+                           {colors.format, picture.width, picture.height, colors.scaled}, frame);
 }
 
 void TrueColorConverter::release() {

@@ -194,6 +194,9 @@ void StreamParser::handleEndOfFile() {
         }
         observer_->onFileEnd(maxVideoPtsMs_, maxAudioPtsMs_);
     }
+    if (const int64_t endMs = std::max(maxVideoPtsMs_, maxAudioPtsMs_); mending_.isWanted() && endMs > 0) {
+        durationUs_ = endMs * 1000;  // for seeks: what the header says may be less
+    }
 }
 
 void StreamParser::waitAfterEnd(bool isFailed) {
@@ -245,7 +248,11 @@ void StreamParser::handlePacket(AVPacket* packet) {
         }
         disPatchPacket(packet);
     } else if (isKeyFrame(packet)) {
+        mending_.setMarked();
         logFirstKeyFrame(packet);
+        disPatchPacket(packet);
+        foundKeyFrame_ = true;
+    } else if (mending_.isShownUnmarked(*packet, *videoStream_)) {
         disPatchPacket(packet);
         foundKeyFrame_ = true;
     } else {
@@ -258,7 +265,7 @@ void StreamParser::logFirstKeyFrame(const AVPacket* packet) {
     if (packet->pts == AV_NOPTS_VALUE || !observer_ || base.den <= 0) {
         return;
     }
-    const int64_t pts = wrappingSubtract(packet->pts, std::max<int64_t>(startTimeInVideoTimeBase_, 0));
+    const int64_t pts = wrappingSubtract(packet->pts, startTimeInVideoTimeBase_);
     const int audioQueueSize = observer_->onAudioPacketQueueSize();
     const int videoQueueSize = observer_->onVideoPacketQueueSize();
     Log::Info(TAG, "found first key frame, pts:%lld, pts_ms:%lld, aq:%d, vq:%d\n", static_cast<long long>(pts),
@@ -276,10 +283,12 @@ void StreamParser::logDroppedPacket(const AVPacket* packet) {
 
 void StreamParser::disPatchPacket(AVPacket* packet) {
     if (packet->stream_index == videoStreamIndex_) {
+        mending_.fillTime(*packet, *videoStream_, /*isVideo=*/true);
         if (!observer_ || dispatchVideo(packet)) {
             measureKeyFrameGap(packet);
         }
     } else if (packet->stream_index == audioStreamIndex_) {
+        mending_.fillTime(*packet, *audioStream_, /*isVideo=*/false);
         if (observer_) {
             dispatchAudio(packet);
         }

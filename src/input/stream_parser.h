@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include "input/input_mending.h"
 #include "input/media_packet.h"
 #include "input/source_options.h"
 #include "input/stream_info.h"
@@ -58,7 +59,9 @@ protected:
 
 // What an open has found and reading has come to: all that `close` sets back at once.
 struct StreamParserState {
+    InputMending mending_;
     int64_t startTimeUs_ = 0;
+    int64_t originUs_ = 0;  // the input's time that is position 0
     int64_t startTimeInVideoTimeBase_ = 0;
     int64_t startTimeInAudioTimeBase_ = 0;
     int videoStreamIndex_ = -1;

@@ -52,9 +52,9 @@ int wholeRate(AVRational rate) {
     return rate.num != 0 && rate.den != 0 ? static_cast<int>(static_cast<double>(rate.num) / rate.den) : 0;
 }
 
-// A time in microseconds as ticks of `timeBase`; 0 for what isn't over 0.
+// A time in microseconds as ticks.
 int64_t startInTicks(int64_t startUs, AVRational timeBase) {
-    if (startUs <= 0 || timeBase.num <= 0) {
+    if (timeBase.num <= 0) {
         return 0;
     }
     return wrappingMultiply(timeBase.den, startUs) / timeBase.num / 1000000;
@@ -233,11 +233,14 @@ bool StreamParser::openInput() {
 }
 
 void StreamParser::readTimes() {
+    isLive_ = isInputNamed("rtsp") || isInputNamed("sdp");
+    mending_ = InputMending(playbackOptions_.allCodecs && !isLive_);
     if (formatContext_->start_time != AV_NOPTS_VALUE) {
         startTimeUs_ = formatContext_->start_time;
+        originUs_ = mending_.originUs(startTimeUs_);
     }
     const bool isDurationKnown = formatContext_->duration != AV_NOPTS_VALUE;
-    durationUs_ = isDurationKnown ? formatContext_->duration : kUnknownDurationUs;
+    durationUs_ = isDurationKnown ? mending_.durationUs(*formatContext_) : kUnknownDurationUs;
     Log::Info(TAG, "Start time of this file is %lld us, duration %lld us\n", static_cast<long long>(startTimeUs_),
               static_cast<long long>(durationUs_));
 }
@@ -258,7 +261,6 @@ bool StreamParser::selectStreams() {
     const int audio = chooseStream(TRACK_KIND_AUDIO, playbackOptions_.audioTrack, video);
     av_dump_format(formatContext_, 0, filePath_.c_str(), 0);
     tellsSoundEnd_ = keepsSideData_ = playbackOptions_.allCodecs;
-    isLive_ = isInputNamed("rtsp") || isInputNamed("sdp");
     videoStreamIndex_ = findStream(video) ? video : -1;
     audioStreamIndex_ = findStream(audio) ? audio : -1;
     if (playbackOptions_.allCodecs && audioStreamIndex_ >= 0) {
@@ -327,7 +329,7 @@ bool StreamParser::findStream(int index) {
 void StreamParser::takeAudioStream(AVStream* stream, const AVCodecContext* context) {
     audioStream_ = stream;
     audioCodecType_ = choice_->audioCodecType(context->codec_id);
-    startTimeInAudioTimeBase_ = startInTicks(startTimeUs_, stream->time_base);
+    startTimeInAudioTimeBase_ = startInTicks(originUs_, stream->time_base);
     channels_ = context->ch_layout.nb_channels;
     sampleRate_ = context->sample_rate;
     sampleFormat_ = sampleFormatFromAv(context->sample_fmt);
@@ -340,7 +342,7 @@ void StreamParser::takeVideoStream(AVStream* stream, const AVCodecContext* conte
     detectBsf(stream);
     videoCodecType_ = choice_->videoCodecType(context->codec_id);
     pixFormat_ = pixFormatFromAv(context->pix_fmt);
-    startTimeInVideoTimeBase_ = startInTicks(startTimeUs_, stream->time_base);
+    startTimeInVideoTimeBase_ = startInTicks(originUs_, stream->time_base);
     width_ = context->width;
     height_ = context->height;
     frameRate_ = wholeRate(stream->r_frame_rate);

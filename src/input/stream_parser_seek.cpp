@@ -43,12 +43,12 @@ void StreamParser::processSeekRequest(int64_t seekPosUs) {
     if (durationUs >= 1 && seekPosUs + kSeekEndMarginUs > durationUs) {
         target = std::max<int64_t>(durationUs - kSeekEndMarginUs, 0);
     }
-    const int64_t end = wrappingAdd(std::max<int64_t>(startTimeUs_, 0), target);
+    const int64_t end = wrappingAdd(originUs_, target);
     const int64_t seekTarget = videoStream_ && isInputNamed("mpegts") ? mpegTsSeekTarget(end, seekPosUs) : end;
     Log::Debug(TAG, "%s, seekPos:%lld, seekTarget:%lld\n", "processSeekRequest", static_cast<long long>(seekPosUs),
                static_cast<long long>(seekTarget));
-    const int64_t maxTs = startTimeUs_ >= 1 ? end : seekPosUs;
-    const int result = avformat_seek_file(formatContext_, -1, INT64_MIN, seekTarget, maxTs, 0);
+    const int64_t maxTs = originUs_ != 0 ? end : seekPosUs;
+    const int result = mending_.seek(formatContext_, seekTarget, maxTs);
     if (result < 0) {
         Log::Error(TAG, "%s, seek failed, ret:%d\n", "processSeekRequest", result);
     }
@@ -74,7 +74,7 @@ int64_t StreamParser::mpegTsSeekTarget(int64_t position, int64_t seekPosUs) {
     } else {
         Log::Debug(TAG, "%s, use default seek reserved time 10s\n", "processSeekRequest");
     }
-    return std::max<int64_t>(wrappingSubtract(position, reserveUs), 0);
+    return std::max(wrappingSubtract(position, reserveUs), std::min<int64_t>(originUs_, 0));
 }
 
 // No time limit: the observer empties the queues, as onSeekStart asks it to.

@@ -26,6 +26,7 @@ bool PlayTask::loadFileAsync(const std::string& fileName, int seekTime) {
     }
     fileName_ = fileName;
     loadOptions_ = options();
+    loadTimeMs_ = seekTime;
     // What the load raises may bring a stop and the next load at once: they are to find this thread object.
     std::lock_guard lock(loadMutex_);
     loadThread_ = std::make_unique<std::thread>([this, fileName, seekTime, options = loadOptions_] {
@@ -115,13 +116,15 @@ int PlayTask::getCurrentTime() {
     if (const auto target = seekTurns_.target()) {
         return *target;
     }
-    if (const auto videoPlay = videoPlayThread_.load()) {
-        return static_cast<int>(videoPlay->getCurrentTime());
+    const auto videoPlay = videoPlayThread_.load();
+    const auto audioPlay = audioPlayThread_.load();
+    if (!videoPlay) {
+        return audioPlay ? static_cast<int>(audioPlay->getCurrentTime()) : 0;
     }
-    if (const auto audioPlay = audioPlayThread_.load()) {
-        return static_cast<int>(audioPlay->getCurrentTime());
-    }
-    return 0;
+    const int64_t pictureMs = videoPlay->getCurrentTime();
+    // The sound goes on behind the last picture.
+    const bool isSoundAlone = audioPlay && videoPlay->isDry();
+    return static_cast<int>(isSoundAlone ? std::max(pictureMs, audioPlay->getCurrentTime()) : pictureMs);
 }
 
 PlayDetailInfo PlayTask::getPlayDetailInfo() {

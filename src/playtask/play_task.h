@@ -181,6 +181,7 @@ private:
     bool pauseStages(bool paused);
 
     // The parts of `play`.
+    bool takesOddStreams() const;
     void startAudio(const CodecInfo& codecInfo);
     std::shared_ptr<AudioDecodeThread> startAudioDecode(const CodecInfo& codecInfo);
     // Into the slots of the video, or of the cover.
@@ -245,6 +246,7 @@ private:
     PlaybackOptions options_;  // guarded by optionsMutex_
     std::mutex optionsMutex_;
     PlaybackOptions loadOptions_;  // as they were at the load; its caller's
+    int loadTimeMs_ = 0;           // where the load begins; its caller's
 
     // From `play`, when they run, to `stop`; a stage that failed is empty. The play threads come and go under
     // settingMutex_.

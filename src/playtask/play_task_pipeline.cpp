@@ -84,6 +84,11 @@ bool PlayTask::play() {
     return streamParser_->start();
 }
 
+bool PlayTask::takesOddStreams() const {
+    const auto streamInfo = streamInfo_.load();
+    return loadOptions_.allCodecs && streamInfo && !streamInfo->is_live;
+}
+
 // Others see a stage only when it runs: what sets it up is not for two threads at once.
 void PlayTask::startAudio(const CodecInfo& codecInfo) {
     const auto audioDecode = startAudioDecode(codecInfo);
@@ -94,6 +99,9 @@ void PlayTask::startAudio(const CodecInfo& codecInfo) {
     const auto audioPlay = std::make_shared<AudioPlayThread>();
     audioPlay->init(shared_from_this());
     audioPlay->setOutputSpec(audioOutputSpec_);
+    if (takesOddStreams()) {
+        audioPlay->takeOddStreams(loadTimeMs_);
+    }
     // A speed that comes meanwhile waits until it finds the thread.
     std::lock_guard lock(settingMutex_);
     if (audioPlay->isSupportSpeedAdjust()) {
@@ -134,6 +142,9 @@ void PlayTask::startVideo(const StreamInfo& streamInfo, const CodecInfo& codecIn
     }
     const auto videoPlay = std::make_shared<VideoPlayThread>(streamInfo.is_live, renderTiming_.get());
     videoPlay->init(shared_from_this());
+    if (takesOddStreams()) {
+        videoPlay->takeOddStreams(loadTimeMs_);
+    }
     if (!videoPlay->start(codecInfo.frameRate)) {
         Log::Error(kTag, "play, start video play thread failed\n");
         return;

@@ -110,6 +110,10 @@ void AudioPlayThread::seek(int seekTimeMs, bool needFlush) {
 
 bool AudioPlayThread::checkBuffer(int seekTimeMs) {
     Log::Debug(kTag, "%s, seekTimeMs:%d\n", "checkBuffer", seekTimeMs);
+    // In a pause the thread sleeps, and its clock would stay where it is.
+    if (takesOddStreams() && isPaused()) {
+        return false;
+    }
     return BasePlayThread::checkBuffer(seekTimeMs);
 }
 
@@ -142,6 +146,7 @@ void AudioPlayThread::stop() {
 
 void AudioPlayThread::onSeekStart(int seekTimeMs) {
     Log::Debug(kTag, "%s, seekTimeMs:%d\n", "onSeekStart", seekTimeMs);
+    isFirstAwaited_ = false;
     needFlush_ = true;
     clock_.set(seekTimeMs, KelpTime::getTimeMs());
 }
@@ -151,6 +156,11 @@ void AudioPlayThread::onSeekFinish(int ptsMs) {
     if (observer_) {
         observer_->onFirstAudioFrame(ptsMs);
     }
+}
+
+void AudioPlayThread::onLateStart(int64_t positionMs) {
+    isFirstAwaited_ = isFirstAwaited_ || !clock_.hasTime();
+    clock_.set(positionMs, KelpTime::getTimeMs());
 }
 
 void AudioPlayThread::onExit() {
@@ -181,7 +191,7 @@ bool AudioPlayThread::onOutput(std::shared_ptr<DecodedFrame> frame) {
     if (isPaused()) {
         return false;
     }
-    if (!clock_.hasTime() && observer_) {
+    if ((std::exchange(isFirstAwaited_, false) || !clock_.hasTime()) && observer_) {
         observer_->onFirstAudioFrame(audioFrame->pts);
     }
 

@@ -65,6 +65,7 @@ public:
     using BasePlayThread::getFrameQueueSize;
     using BasePlayThread::setMaxPtsMs;
     using BasePlayThread::start;
+    using BasePlayThread::takeOddStreams;
     bool pause(bool paused) override;
     void seek(int seekTimeMs, bool needFlush) override;
     bool checkBuffer(int seekTimeMs) override;
@@ -85,6 +86,7 @@ private:
     void onOutput() override {}
     void onSeekStart(int seekTimeMs) override;
     void onSeekFinish(int ptsMs) override;
+    void onLateStart(int64_t positionMs) override;
     void onExit() override;
     void onFramesTaken(int left) override;
 
@@ -112,6 +114,7 @@ private:
     const double diffAvgCoef_;                   // weight of the past in diffCum_
     double diffCum_ = 0;                         // running weighted sum of the difference, in milliseconds
     int diffAvgCount_ = 0;                       // differences in diffCum_, up to 20
+    bool isFirstAwaited_ = false;                // the clock goes on before the very first frame
     bool needFlush_ = false;                     // the next frame flushes the output and the tempo change first
     std::shared_ptr<AudioPlayThreadObserver> observer_;
     std::atomic<float> volume_{1.0f};         // linear gain

@@ -1,10 +1,12 @@
 #include "present/base_play_thread.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
 #include "clock/wrapping_math.h"
 #include "kelp_player/log.h"
+#include "runtime/kelp_time.h"
 
 namespace kelp {
 
@@ -35,6 +37,7 @@ void BasePlayThread::Run() {
     while (!isStopRequested()) {
         if (const unsigned int resumes = resumes_; paused_ && skipTargetMs_ == -1) {
             restBeforeOffer(resumes);
+            lateStart_.hold();
         }
 
         std::unique_lock lock(queueMutex_);
@@ -49,6 +52,9 @@ void BasePlayThread::Run() {
         if (!frame) {
             // All were skipped. The queue is waited for at once: a rest here would be one for each frame on the way to
             // the target.
+            continue;
+        }
+        if (!isDue(*frame)) {
             continue;
         }
         present(frame);
@@ -71,6 +77,7 @@ void BasePlayThread::startPendingSeeks(std::unique_lock<std::mutex>& lock) {
     while (const auto seekTimeMs = seekAsked_.take()) {
         skipTargetMs_ = static_cast<int>(*seekTimeMs);
         skipCount_ = 0;
+        lateStart_.begin(skipTargetMs_);
         lock.unlock();
         onSeekStart(skipTargetMs_);
         lock.lock();
@@ -94,7 +101,8 @@ std::shared_ptr<DecodedFrame> BasePlayThread::skipToTarget() {
     while (!frameQueue_.empty()) {
         // A target behind the end of the stream ends at the last frame known.
         const int64_t maxPtsMs = maxPtsMs_;
-        const int64_t skipLimit = maxPtsMs > 0 && maxPtsMs < skipTargetMs_ ? maxPtsMs : skipTargetMs_;
+        const bool isEndKnown = maxPtsMs > 0 || (maxPtsMs == 0 && takesOddStreams());
+        const int64_t skipLimit = isEndKnown && maxPtsMs < skipTargetMs_ ? maxPtsMs : skipTargetMs_;
         if (const auto& front = frameQueue_.front(); reaches(*front, skipLimit)) {
             Log::Info(kTag,
                       "[%s], %s, finish skip frame, skip count:%d, pts:%lld, duration:%lld, seekTime:%d, "
@@ -110,6 +118,16 @@ std::shared_ptr<DecodedFrame> BasePlayThread::skipToTarget() {
         ++skipCount_;
     }
     return nullptr;
+}
+
+bool BasePlayThread::isDue(const DecodedFrame& frame) {
+    const int64_t remainingMs = lateStart_.remaining(frame.pts, KelpTime::getTimeMs(), paused_);
+    if (remainingMs <= 0) {
+        return true;
+    }
+    onLateStart(lateStart_.positionMs());
+    restUntilSeek(static_cast<int>(std::min<int64_t>(remainingMs, kRetryMs)));
+    return false;
 }
 
 void BasePlayThread::present(const std::shared_ptr<DecodedFrame>& frame) {
@@ -147,6 +165,11 @@ void BasePlayThread::unlockAndTell(std::unique_lock<std::mutex>& lock, size_t be
 
 void BasePlayThread::restUntilSeek(int ms, const std::function<bool()>& isWanted) {
     rest(ms, [&] { return seekAsked_.isPending() || (isWanted && isWanted()); });
+}
+
+void BasePlayThread::takeOddStreams(int64_t beginMs) {
+    lateStart_ = LateStart(/*isWanted=*/true);
+    lateStart_.begin(beginMs);
 }
 
 bool BasePlayThread::start() {

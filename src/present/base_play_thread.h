@@ -10,6 +10,7 @@
 #include <string>
 
 #include "decode/decoded_frame.h"
+#include "present/late_start.h"
 #include "runtime/base_thread.h"
 #include "runtime/latest_time.h"
 
@@ -35,6 +36,11 @@ private:
     void Run() override;
 
 public:
+    // Before the start, which is at `beginMs`: takes streams that are odd. A first frame that comes later than that, or
+    // than the target of a seek, waits for its time, as another stream has begun before; and a stream whose last time
+    // is 0 ends there, as one of one picture does. A seek in a pause that has to tell a position finds no frames.
+    void takeOddStreams(int64_t beginMs);
+
     // Starts the play thread. Does not take back a stop.
     virtual bool start();
 
@@ -82,6 +88,9 @@ protected:
     // The frame with this time is the first at or past the target; it is offered next.
     virtual void onSeekFinish(int ptsMs) = 0;
 
+    // Playback has come to `positionMs`, before the first frame. Comes every 50 ms until that is due. No lock held.
+    virtual void onLateStart(int64_t /*positionMs*/) {}
+
     // The last act of the play thread. No lock held.
     virtual void onExit() = 0;
 
@@ -103,6 +112,8 @@ protected:
 
     // A seek was asked for and the loop has not got to it yet.
     bool isSeekPending() const { return seekAsked_.isPending(); }
+
+    bool takesOddStreams() const { return lateStart_.isWanted(); }
 
     // From `start` to the end of `stop`.
     bool isStarted() const { return started_.load(std::memory_order_relaxed); }
@@ -129,6 +140,8 @@ private:
     // Whether the target lies in the queue's range; logs as `operation`.
     bool isInRange(int seekTimeMs, const char* operation);
 
+    // Whether it is time for `frame`, in a stream that may begin late; rests if not. No lock held.
+    bool isDue(const DecodedFrame& frame);
     // Offers `frame` until it is done with, or a stop or a seek comes. No lock held.
     void present(const std::shared_ptr<DecodedFrame>& frame);
 
@@ -143,6 +156,7 @@ private:
     LatestTime seekAsked_;                  // in milliseconds; posted with queueMutex_ held, with what it flushes
     int skipTargetMs_ = -1;              // the loop's, like the next: what the running seek skips to; -1 when none runs
     int skipCount_ = 0;                  // frames dropped for it
+    LateStart lateStart_;                // the loop's, but whether it is wanted
     std::atomic<int64_t> maxPtsMs_{-1};  // highest time known for the stream; -1 for none
     std::atomic<bool> started_{false};   // written by the owner only
 };

@@ -10,7 +10,8 @@
 namespace kelp {
 
 constexpr char kTag[] = "VideoPlayThread";
-constexpr int kServeMs = 15;    // windows are served that often while a frame waits, if they want it
+constexpr int kServeMs = 15;  // windows are served that often while a frame waits, if they want it
+constexpr int64_t kDryMs = 500;
 constexpr int kMaxRestMs = 50;  // a window's size and the wall clock may have changed, and nobody tells
 
 VideoPlayThread::VideoPlayThread(bool isLive, RenderTiming* renderTiming)
@@ -58,6 +59,16 @@ void VideoPlayThread::clearScreen() {
     askToServe();
 }
 
+bool VideoPlayThread::isDry() {
+    if (!takesOddStreams()) {
+        return false;
+    }
+    const int64_t pts = timing_.clock().pts();
+    const int64_t lastPts = getMaxPtsMs();
+    return (lastPts >= 0 && pts >= lastPts) ||
+           (getFrameQueueSize() == 0 && wrappingSubtract(timing_.clock().read(), pts) >= kDryMs);
+}
+
 bool VideoPlayThread::pause(bool paused) {
     Log::Debug(kTag, "pause:%d\n", paused);
     timing_.setPaused(paused);
@@ -91,7 +102,7 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
     }
     carryOutClearScreen();
     int64_t nowMs = KelpTime::getTimeMs();
-    if (!timing_.clock().hasTime()) {
+    if (std::exchange(isFirstAwaited_, false) || !timing_.clock().hasTime()) {
         timing_.clock().set(frame->pts, nowMs);
         if (observer_) {
             observer_->onFirstVideoFrame(frame->pts);
@@ -164,6 +175,7 @@ void VideoPlayThread::onOutput() {
 
 void VideoPlayThread::onSeekStart(int seekTimeMs) {
     Log::Debug(kTag, "%s, seekTimeMs:%d\n", "onSeekStart", seekTimeMs);
+    isFirstAwaited_ = false;
     timing_.restart();
     timing_.clock().set(seekTimeMs, KelpTime::getTimeMs());
 }
@@ -173,6 +185,13 @@ void VideoPlayThread::onSeekFinish(int ptsMs) {
     if (observer_) {
         observer_->onFirstVideoFrame(ptsMs);
     }
+}
+
+void VideoPlayThread::onLateStart(int64_t positionMs) {
+    isFirstAwaited_ = isFirstAwaited_ || !timing_.clock().hasTime();
+    timing_.clock().set(positionMs, KelpTime::getTimeMs());
+    carryOutClearScreen();
+    windows_.draw(lastFrame_.get(), fps_);
 }
 
 void VideoPlayThread::onExit() {

@@ -71,12 +71,17 @@ public:
     // The time of the picture on the screen, or the target of a seek, in milliseconds.
     int64_t getCurrentTime() { return timing_.clock().pts(); }
 
+    // Whether the picture on the screen is the last one, or has been there for half a second with none behind it. Of
+    // odd streams alone.
+    bool isDry();
+
     using BasePlayThread::fillFrame;
     using BasePlayThread::getFrameQueueSize;
     using BasePlayThread::prepareStop;
     using BasePlayThread::setMaxPtsMs;
     using BasePlayThread::start;
     using BasePlayThread::stop;
+    using BasePlayThread::takeOddStreams;
     bool pause(bool paused) override;
     void seek(int seekTimeMs, bool needFlush) override;
     bool checkBuffer(int seekTimeMs) override;
@@ -94,6 +99,7 @@ private:
     void onOutput() override;
     void onSeekStart(int seekTimeMs) override;
     void onSeekFinish(int ptsMs) override;
+    void onLateStart(int64_t positionMs) override;
     void onExit() override;
     void onFramesTaken(int left) override;
 
@@ -116,7 +122,8 @@ private:
     std::shared_ptr<VideoPlayThreadObserver> observer_;
     ShownFrame lastFrame_;  // the picture on the screen
     std::atomic<bool> serveAsked_{false};
-    int fps_ = 0;  // of the stream
+    int fps_ = 0;                  // of the stream
+    bool isFirstAwaited_ = false;  // the clock goes on before the very first picture; the play thread's
 };
 
 }  // namespace kelp

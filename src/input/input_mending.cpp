@@ -1,0 +1,94 @@
+#include "input/input_mending.h"
+
+#include <algorithm>
+
+extern "C" {
+#include <libavformat/avformat.h>
+#include <libavutil/mathematics.h>
+}
+
+#include "clock/wrapping_math.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr int64_t kPatienceUs = 2'000'000;  // with pictures that come before the first key frame
+constexpr int64_t kLeadInUs = 10'000'000;   // in which a decoder finds its way without one
+
+// Where an input has an index, it is one of pictures, and tells the key frames.
+bool hasIndexWithoutKeyFrame(const AVStream& stream) {
+    // The library's calls take the stream for one to be changed; they change nothing.
+    auto* asked = const_cast<AVStream*>(&stream);
+    const int entries = avformat_index_get_entries_count(asked);
+    for (int i = 0; i < entries; ++i) {
+        if ((avformat_index_get_entry(asked, i)->flags & AVINDEX_KEYFRAME) != 0) {
+            return false;
+        }
+    }
+    return entries > 0;
+}
+
+int64_t packetDuration(const AVPacket& packet, const AVStream& stream) {
+    if (packet.duration > 0) {
+        return packet.duration;
+    }
+    const AVRational rate = stream.r_frame_rate;
+    return rate.num > 0 && rate.den > 0 ? std::max<int64_t>(av_rescale_q(1, av_inv_q(rate), stream.time_base), 1) : 1;
+}
+
+}  // namespace
+
+int64_t InputMending::durationUs(const AVFormatContext& input) const {
+    const int64_t startUs = input.start_time;
+    // Headers that count from 0, where the input begins hours later: the length would be more hours than it has.
+    const bool countsFromZero = isWanted_ && startUs != AV_NOPTS_VALUE &&
+                                input.duration_estimation_method == AVFMT_DURATION_FROM_STREAM &&
+                                startUs < input.duration && startUs > input.duration / 2;
+    return countsFromZero ? input.duration - startUs : input.duration;
+}
+
+bool InputMending::isShownUnmarked(const AVPacket& packet, const AVStream& video) {
+    if (!isWanted_ || isMarked_) {
+        return false;
+    }
+    const int64_t ticks = packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
+    const int64_t nowUs = av_rescale_q(ticks, video.time_base, AV_TIME_BASE_Q);
+    if (unmarkedSinceUs_ == kNone) {
+        unmarkedSinceUs_ = nowUs;
+        marksNone_ = hasIndexWithoutKeyFrame(video);
+    }
+    marksNone_ = marksNone_ || wrappingSubtract(nowUs, unmarkedSinceUs_) >= kPatienceUs;
+    return marksNone_;
+}
+
+void InputMending::fillTime(AVPacket& packet, const AVStream& stream, bool isVideo) {
+    if (!isWanted_) {
+        return;
+    }
+    int64_t& end = endTicks_[isVideo ? 1 : 0];
+    if (packet.pts == AV_NOPTS_VALUE && packet.dts == AV_NOPTS_VALUE) {
+        packet.dts = end;
+    }
+    const int64_t begin = packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
+    end = wrappingAdd(begin, packetDuration(packet, stream));
+}
+
+int InputMending::seek(AVFormatContext* input, int64_t targetUs, int64_t maxUs) {
+    if (marksNone_) {
+        const int64_t startUs = input->start_time == AV_NOPTS_VALUE ? 0 : input->start_time;
+        const int64_t aheadUs = std::max(wrappingSubtract(targetUs, kLeadInUs), std::min(targetUs, startUs));
+        const int result = avformat_seek_file(input, -1, INT64_MIN, aheadUs, maxUs, AVSEEK_FLAG_ANY);
+        if (result >= 0) {
+            return result;
+        }
+    }
+    const int result = avformat_seek_file(input, -1, INT64_MIN, targetUs, maxUs, 0);
+    if (result >= 0 || !isWanted_) {
+        return result;
+    }
+    endTicks_ = {};
+    return av_seek_frame(input, -1, 0, AVSEEK_FLAG_BYTE);
+}
+
+}  // namespace kelp

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <limits>
+
+struct AVFormatContext;
+struct AVPacket;
+struct AVStream;
+
+namespace kelp {
+
+// Makes good what an input says wrongly of itself, or doesn't say: where its time begins, how long it is, when its
+// packets are due, which pictures are key frames, where a seek can go. One that isn't wanted takes the input at its
+// word. No thread of its own and no lock: of one input at a time, for one thread at a time.
+class InputMending {
+public:
+    InputMending() = default;
+    explicit InputMending(bool isWanted) : isWanted_(isWanted) {}
+
+    bool isWanted() const { return isWanted_; }
+
+    // The input's time that is position 0, in microseconds, of one that begins at `startUs`. Standard: times below 0
+    // are positions below 0.
+    int64_t originUs(int64_t startUs) const { return isWanted_ || startUs > 0 ? startUs : 0; }
+
+    // Its length in microseconds, as far as is known now; `input` says one.
+    int64_t durationUs(const AVFormatContext& input) const;
+
+    // Whether `packet`, a picture that isn't marked as a key frame and comes before all that are, is to be shown as
+    // one. Standard: never.
+    bool isShownUnmarked(const AVPacket& packet, const AVStream& video);
+    // A key frame is marked: the input tells them.
+    void setMarked() { marksNone_ = false, isMarked_ = true; }
+
+    // Gives a packet without any time the one at which the packet before it has ended.
+    void fillTime(AVPacket& packet, const AVStream& stream, bool isVideo);
+
+    // As avformat_seek_file, below and above `targetUs` up to `maxUs`. Where that isn't to be had, the input goes back
+    // to its first byte.
+    int seek(AVFormatContext* input, int64_t targetUs, int64_t maxUs);
+
+private:
+    static constexpr int64_t kNone = std::numeric_limits<int64_t>::min();
+
+    bool isWanted_ = false;
+    bool isMarked_ = false;              // a key frame was
+    bool marksNone_ = false;             // none will be: no more waiting for one
+    int64_t unmarkedSinceUs_ = kNone;    // the first picture that waits for a key frame
+    std::array<int64_t, 2> endTicks_{};  // of the last packet, in ticks; sound, video
+};
+
+}  // namespace kelp

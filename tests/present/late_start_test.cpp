@@ -1,0 +1,64 @@
+#include "present/late_start.h"
+
+#include <gtest/gtest.h>
+
+namespace kelp {
+namespace {
+
+constexpr int64_t kNowMs = 5'000'000;
+
+TEST(LateStart, LetsNothingWaitUnlessItIsWanted) {
+    LateStart start;
+    start.begin(0);
+    EXPECT_EQ(start.remaining(3000, kNowMs, false), 0);
+}
+
+TEST(LateStart, LetsTheFirstFrameWaitForItsTimeAndNoOther) {
+    LateStart start(true);
+    start.begin(0);
+    EXPECT_EQ(start.remaining(1000, kNowMs, false), 1000);
+    EXPECT_EQ(start.remaining(1000, kNowMs + 950, false), 50);
+    EXPECT_EQ(start.positionMs(), 950);
+    EXPECT_EQ(start.remaining(1000, kNowMs + 1000, false), 0);
+    EXPECT_EQ(start.remaining(9000, kNowMs + 1000, false), 0);
+}
+
+TEST(LateStart, TakesStreamsThatBeginATenthOfASecondApartForOnesThatBeginTogether) {
+    LateStart start(true);
+    start.begin(0);
+    EXPECT_EQ(start.remaining(100, kNowMs, false), 0);
+    start.begin(0);
+    EXPECT_EQ(start.remaining(101, kNowMs, false), 101);
+}
+
+TEST(LateStart, GoesOnFromTheTargetOfASeek) {
+    LateStart start(true);
+    start.begin(0);
+    EXPECT_EQ(start.remaining(0, kNowMs, false), 0);
+    start.begin(600);
+    EXPECT_EQ(start.remaining(1000, kNowMs + 7000, false), 400);
+    EXPECT_EQ(start.remaining(1000, kNowMs + 7400, false), 0);
+}
+
+TEST(LateStart, StandsInAPause) {
+    LateStart start(true);
+    start.begin(0);
+    EXPECT_EQ(start.remaining(1000, kNowMs, false), 1000);
+    EXPECT_EQ(start.remaining(1000, kNowMs + 500, true), 1000);
+    EXPECT_EQ(start.remaining(1000, kNowMs + 600, false), 900);
+    // One that was slept through.
+    start.hold();
+    EXPECT_EQ(start.remaining(1000, kNowMs + 60'000, false), 900);
+    EXPECT_EQ(start.remaining(1000, kNowMs + 60'100, false), 800);
+}
+
+TEST(LateStart, GoesOnByASecondAtMostWhenTheWallClockIsSet) {
+    LateStart start(true);
+    start.begin(0);
+    EXPECT_EQ(start.remaining(5000, kNowMs, false), 5000);
+    EXPECT_EQ(start.remaining(5000, kNowMs + 3'600'000, false), 4000);
+    EXPECT_EQ(start.remaining(5000, kNowMs - 3'600'000, false), 4000);
+}
+
+}  // namespace
+}  // namespace kelp

@@ -59,6 +59,7 @@ public:
 
     using BaseDecodeThread::fillPacket;
     using BaseDecodeThread::getQueuePacketSize;
+    using BaseDecodeThread::isDecoding;
     using BaseDecodeThread::prepareStop;
     using BaseDecodeThread::seek;
     using BaseDecodeThread::start;

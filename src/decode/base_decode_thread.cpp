@@ -42,6 +42,7 @@ void BaseDecodeThread::Run() {
         }
         if (auto packet = takePacket()) {
             decode(std::move(packet));
+            decoding_ = false;
         }
     }
 
@@ -70,6 +71,7 @@ std::shared_ptr<MediaPacket> BaseDecodeThread::takePacket() {
     }
     auto packet = std::move(packetQueue_.front());
     packetQueue_.pop_front();
+    decoding_ = true;
     seekSkip_.take(*packet, packetQueue_);
     return packet;
 }

@@ -37,6 +37,9 @@ public:
     // Queues `packet` and returns the queue's new length, in packets.
     virtual int fillPacket(std::shared_ptr<MediaPacket> packet);
     virtual int getQueuePacketSize();
+    // Whether a packet that has left the queue is still being decoded: once this is false behind an empty queue, all
+    // frames have been handed on.
+    bool isDecoding() const { return decoding_; }
 
     // Drops every waiting packet and leaves a seek for the thread, over one that it hasn't served yet. A thread that
     // rests for want of room serves it at once; one that sleeps on its empty queue is not woken: it serves the seek
@@ -98,6 +101,7 @@ private:
     SeekSkip seekSkip_;                   // guarded by queueMutex_, but that the thread may read what `take` tells
     LatestTime seekAsked_;                // in milliseconds; posted under queueMutex_, as it goes with an emptied queue
     std::atomic<unsigned int> taken_{0};  // calls of framesTaken
+    std::atomic<bool> decoding_{false};   // set under queueMutex_, as the queue gets shorter with it
     bool running_ = false;                // between start and stop; the owner's
 };
 

@@ -54,6 +54,7 @@ public:
     using BaseDecodeThread::fillPacket;
     using BaseDecodeThread::framesTaken;
     using BaseDecodeThread::getQueuePacketSize;
+    using BaseDecodeThread::isDecoding;
     using BaseDecodeThread::prepareStop;
     using BaseDecodeThread::seek;
     using BaseDecodeThread::start;

@@ -216,9 +216,11 @@ void StreamParser::waitAfterEnd(bool isFailed) {
     } while (!isStopRequested());
 }
 
+// In this order: what is in none of the first three any more has got to the frames.
 bool StreamParser::areQueuesEmpty() {
     return observer_->onVideoPacketQueueSize() == 0 && observer_->onAudioPacketQueueSize() == 0 &&
-           observer_->onVideoFrameQueueSize() == 0 && observer_->onAudioFrameQueueSize() == 0;
+           !observer_->isDecoding() && observer_->onVideoFrameQueueSize() == 0 &&
+           observer_->onAudioFrameQueueSize() == 0;
 }
 
 void StreamParser::clearInputEnd() {

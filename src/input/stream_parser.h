@@ -42,6 +42,8 @@ public:
     virtual int onVideoPacketQueueSize() = 0;
     virtual int onAudioFrameQueueSize() = 0;
     virtual int onVideoFrameQueueSize() = 0;
+    // Whether a packet has left its queue and may still give a frame to another.
+    virtual bool isDecoding() { return false; }
     // Before a seek: empty the packet queues. Reading goes on once both are empty.
     virtual void onSeekStart(int seekTimeMs) = 0;
     // After a seek, also a failed one.

@@ -132,6 +132,7 @@ private:
     int onAudioPacketQueueSize() override;
     int onVideoPacketQueueSize() override;
     int onAudioFrameQueueSize() override;  // also from the audio decode thread
+    bool isDecoding() override;
     int onVideoFrameQueueSize() override;  // also from the video decode thread
     void onSeekStart(int seekTimeMs) override;
     void onSeekCompleted() override;

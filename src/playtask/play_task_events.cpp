@@ -79,6 +79,12 @@ int PlayTask::onVideoPacketQueueSize() {
     return videoDecode ? videoDecode->getQueuePacketSize() : 0;
 }
 
+bool PlayTask::isDecoding() {
+    const auto videoDecode = videoDecodeThread_.load();
+    const auto audioDecode = audioDecodeThread_.load();
+    return (videoDecode && videoDecode->isDecoding()) || (audioDecode && audioDecode->isDecoding());
+}
+
 int PlayTask::onAudioFrameQueueSize() {
     const auto audioPlay = audioPlayThread_.load();
     return audioPlay ? audioPlay->getFrameQueueSize() : 0;

@@ -122,6 +122,19 @@ TEST_F(BaseDecodeThreadTest, DecodesWithTheQueueFree) {
     EXPECT_EQ(queued, 0);
 }
 
+TEST_F(BaseDecodeThreadTest, TellsThatAPacketBesideTheQueueIsBeingDecoded) {
+    bool isDecoding = false;
+    thread_.onDecode = [&](MediaPacket&) { isDecoding = thread_.isDecoding(); };
+    thread_.fillPacket(makePacket(1));
+    EXPECT_FALSE(thread_.isDecoding());
+    thread_.start();
+    thread_.waitForEvents(1);
+    ASSERT_TRUE(thread_.waitUntilAsleep());
+    EXPECT_FALSE(thread_.isDecoding());
+    thread_.stop();
+    EXPECT_TRUE(isDecoding);
+}
+
 TEST_F(BaseDecodeThreadTest, KeepsPacketsWhileThereIsNoRoomAndServesASeekAllTheSame) {
     std::atomic<bool> room{false};
     thread_.onCanDecode = [&] { return room.load(); };

@@ -28,6 +28,7 @@ public:
     int onVideoPacketQueueSize() override;
     int onAudioFrameQueueSize() override;
     int onVideoFrameQueueSize() override;
+    bool isDecoding() override { return isDecoding_; }
     void onSeekStart(int seekTimeMs) override;
     void onSeekCompleted() override;
     void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
@@ -48,6 +49,7 @@ public:
     std::atomic<int> audioPackets_{0};
     std::atomic<int> videoFrames_{0};
     std::atomic<int> audioFrames_{0};
+    std::atomic<bool> isDecoding_{false};
 
     bool recordPolls = false;
     bool keepPackets = true;

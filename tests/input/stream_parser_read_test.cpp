@@ -777,6 +777,18 @@ TEST_F(StreamParserRead, CompletesWhenTheLastQueueIsEmpty) {
     EXPECT_THAT(eventsOfAStep(), IsEmpty());
 }
 
+TEST_F(StreamParserRead, CompletesWhenTheLastPacketIsDecoded) {
+    ASSERT_TRUE(open());
+    observer->isDecoding_ = true;
+    script.endOfFile();
+    startStepping();
+    step(1000);
+    EXPECT_EQ(observer->count("completed"), 0);
+    observer->isDecoding_ = false;
+    step(100);
+    EXPECT_EQ(observer->count("completed"), 1);
+}
+
 TEST_F(StreamParserRead, DoesNotCompleteWhilePaused) {
     ASSERT_TRUE(open());
     countPauses();

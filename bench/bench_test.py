@@ -12,6 +12,7 @@ import sys
 # By topic: columns of which each row has one, and that are more than nothing.
 SHOWS = {
     "cost": [["pictures"], ["cpu"], ["peak_mib"]],
+    "codecs": [["pictures"], ["limit_pictures"], ["cpu"], ["limit_cpu"]],
     "players": [["cpu"], ["limit_cpu"], ["shown_percent"], ["limit_shown_percent"]],
     "wakes": [["threads", "playing"]],
     "latency": [["count"], ["worst_ms"]],

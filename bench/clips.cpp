@@ -45,6 +45,14 @@ std::string clipPath(const Settings& settings, const Clip& clip) {
             (clip.isHeavy ? "-preset medium -b:v 5M -maxrate 6M -bufsize 10M -sc_threshold 0" : "-preset veryfast"));
 }
 
+std::string encodedPath(const Settings& settings, const Clip& clip, const std::string& encoder) {
+    const std::string size = std::to_string(clip.width) + "x" + std::to_string(clip.height);
+    const std::string seconds = std::to_string(clip.seconds);
+    return make(settings, encoder.substr(0, encoder.find(' ')) + "_" + size + "_" + clip.fps + "_" + seconds + "s.mp4",
+                "-f lavfi -i testsrc2=size=" + size + ":rate=" + clip.fps + ":duration=" + seconds +
+                    " -pix_fmt yuv420p -g 60 -c:v " + encoder);
+}
+
 std::string flashesPath(const Settings& settings, int seconds) {
     const std::string length = std::to_string(seconds);
     return make(settings, "flashes_" + length + "s.mp4",

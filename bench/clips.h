@@ -20,6 +20,9 @@ struct Clip {
 // The path of the clip, which the ffmpeg command makes unless it is there already; empty if that fails.
 std::string clipPath(const Settings& settings, const Clip& clip);
 
+// The same by another encoder of the ffmpeg command, `encoder` with its options. Size, rate and length count alone.
+std::string encodedPath(const Settings& settings, const Clip& clip, const std::string& encoder);
+
 // Black, with a bright picture of 80 ms and a beep at every second that the film is old: 25 pictures per second.
 std::string flashesPath(const Settings& settings, int seconds);
 

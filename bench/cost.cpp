@@ -67,10 +67,12 @@ void measure(Place place, const std::string& who, const std::string& path, int s
 }
 
 // Plays until `seconds` of film were shown.
-bool play(const std::string& path, double seconds, bool shares, PictureWindow* window, Facts& facts) {
+bool play(const std::string& path, double seconds, const std::string& who, PictureWindow* window, Facts& facts) {
     FilmPlayer player(SYNC_MASTER_AUDIO);
-    if (shares) {
+    if (who == "player-sharing") {
         player.engine().setOption("pictures", "shared");
+    } else if (who == "player-recommended") {
+        player.engine().setOption("preset", "recommended");
     }
     if (window) {
         player.engine().addWindow(WINDOW_TYPE_SDL, window->handle(), kWindowWidth, kWindowHeight);
@@ -113,7 +115,6 @@ bool costRow(const std::vector<std::string>& words, Facts& facts) {
         return false;
     }
     std::unique_ptr<PictureWindow> window;
-    const bool shares = words[0] == "player-sharing" || words[0] == "bare-sharing";
     if (words[1] == "window") {
         window = std::make_unique<PictureWindow>(kWindowWidth, kWindowHeight);
         if (!window->handle()) {
@@ -121,8 +122,9 @@ bool costRow(const std::vector<std::string>& words, Facts& facts) {
         }
     }
     const double seconds = std::stod(words[4]);
-    return words[0].starts_with("player") ? play(words[2], seconds, shares, window.get(), facts)
-                                          : loop(words[2], std::stod(words[3]), seconds, shares, window.get(), facts);
+    return words[0].starts_with("player")
+               ? play(words[2], seconds, words[0], window.get(), facts)
+               : loop(words[2], std::stod(words[3]), seconds, words[0] == "bare-sharing", window.get(), facts);
 }
 
 bool measureCost(const Settings& settings, Report& report) {

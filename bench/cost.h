@@ -13,8 +13,9 @@ namespace kelp::bench {
 // can't be measured.
 bool measureCost(const Settings& settings, Report& report);
 
-// One row, in its process: "player" or "bare", with "-sharing" behind it for pictures that nobody copies, "sink" or
-// "window", the file, the speed (0: as fast as it goes) and the seconds of film.
+// One row, in its process: "player" or "bare", with "-sharing" behind it for pictures that nobody copies, or
+// "player-recommended" for one with that preset, "sink" or "window", the file, the speed (0: as fast as it goes) and
+// the seconds of film.
 bool costRow(const std::vector<std::string>& words, Facts& facts);
 
 }  // namespace kelp::bench

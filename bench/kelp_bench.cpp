@@ -19,6 +19,7 @@
 
 #include "av_distance.h"
 #include "child.h"
+#include "codec_cost.h"
 #include "cost.h"
 #include "counts.h"
 #include "latency.h"
@@ -49,6 +50,7 @@ struct Topic {
 // clang-format off
 constexpr Topic kTopics[] = {
     {"cost", measureCost},
+    {"codecs", measureCodecCost},
     {"players", measurePlayers},
     {"wakes", measureWakes},
     {"latency", measureLatency},

@@ -81,6 +81,19 @@ TEST_F(FFVideoDecoderColors, BecomeOfLimitedRangeWhereverTheyWereFull) {
     }
 }
 
+TEST_F(FFVideoDecoderColors, OfGrayAreOfFullRangeUnlessTheySayOtherwise) {
+    decoder_->setOptions({.allCodecs = true});
+    openScripted();
+    for (const auto format : {AV_PIX_FMT_GRAY8, AV_PIX_FMT_GRAY16LE}) {
+        for (const auto& [range, expected] :
+             {std::pair{AVCOL_RANGE_MPEG, 200}, {AVCOL_RANGE_JPEG, 188}, {AVCOL_RANGE_UNSPECIFIED, 188}}) {
+            labelOf(format, range, AVCOL_SPC_UNSPECIFIED, 48, 200);
+            EXPECT_NEAR(lastFrame().data[0][0], expected, 1) << format << " " << range;
+            EXPECT_EQ(lastFrame().data[1][0], 128) << format << " " << range;
+        }
+    }
+}
+
 TEST_F(FFVideoDecoderColors, CostAnOrdinaryPictureNoMoreThanBefore) {
     decoder_->setOptions({.allCodecs = true});
     openScripted();

@@ -64,8 +64,7 @@ TEST_P(PictureFormats, ComeOutInTheirColors) {
     ASSERT_TRUE(descriptor);
     const bool isRgb = (descriptor->flags & AV_PIX_FMT_FLAG_RGB) != 0;
     const bool isGray = !isRgb && descriptor->nb_components < 3;
-    const bool isFull =
-        row.range == kFull || std::string(row.format).starts_with("yuvj") || (isGray && row.range != kLimited);
+    const bool isFull = row.range == kFull || std::string(row.format).starts_with("yuvj") || isGray;
     const std::string range = isFull ? "pc" : "tv";
     const std::string in = "color_matrix=" + matrixOf(row.space) + ":";
     const PictureFile file(row.id(), row.width, row.height, isRgb ? "" : "out_" + in + "out_range=" + range);
@@ -91,10 +90,8 @@ TEST_P(PictureFormats, ComeOutInTheirColors) {
     for (int bar = 0; bar < kBars; ++bar) {
         auto color = barColor(bar);
         if (isGray) {
-            const bool isBt709 = row.space == kBt709;
             color.red = color.green = color.blue =
-                static_cast<int>(0.5 + (isBt709 ? 0.2126 : 0.299) * color.red +
-                                 (isBt709 ? 0.7152 : 0.587) * color.green + (isBt709 ? 0.0722 : 0.114) * color.blue);
+                static_cast<int>(0.5 + 0.299 * color.red + 0.587 * color.green + 0.114 * color.blue);
         }
         const auto shown = shownColor(*frame, bar);
         const int off = std::max(
@@ -131,9 +128,10 @@ INSTANTIATE_TEST_SUITE_P(
         PictureFormat{"yuv440p10le"}, PictureFormat{"yuv444p10le"}, PictureFormat{"yuv444p10be", kFull},
         PictureFormat{"yuv444p12le", kFull}, PictureFormat{"yuv444p14le"}, PictureFormat{"yuv444p16be"},
         PictureFormat{"p210le"}, PictureFormat{"p410le"},
-        // gray
-        PictureFormat{"gray", kUnknownRange, kBt601}, PictureFormat{"gray", kFull}, PictureFormat{"gray", kLimited},
-        PictureFormat{"gray10le", kFull}, PictureFormat{"gray12le", kLimited}, PictureFormat{"gray16be", kFull},
+        // gray, always of BT.601 and full range to the command
+        PictureFormat{"gray", kUnknownRange, kBt601}, PictureFormat{"gray", kFull, kBt601},
+        PictureFormat{"gray10le", kFull, kBt601}, PictureFormat{"gray12le", kFull, kBt601},
+        PictureFormat{"gray16be", kFull, kBt601},
         // RGB
         PictureFormat{"rgb24", kFull}, PictureFormat{"bgr24", kUnknownRange}, PictureFormat{"rgba", kFull},
         PictureFormat{"bgra"}, PictureFormat{"argb"}, PictureFormat{"abgr"}, PictureFormat{"rgb0"},
@@ -146,7 +144,7 @@ INSTANTIATE_TEST_SUITE_P(
         // odd sizes
         PictureFormat{"yuv420p", kFull, kBt709, 251, 33}, PictureFormat{"yuv422p10le", kLimited, kBt601, 251, 31},
         PictureFormat{"rgb24", kFull, kBt709, 129, 17}, PictureFormat{"yuv444p", kFull, kBt709, 97, 19},
-        PictureFormat{"gray", kFull, kBt709, 99, 21}, PictureFormat{"nv12", kFull, kBt709, 131, 15}),
+        PictureFormat{"gray", kFull, kBt601, 99, 21}, PictureFormat{"nv12", kFull, kBt709, 131, 15}),
     [](const testing::TestParamInfo<PictureFormat>& row) {
         return std::to_string(row.index) + "_" + row.param.format;
     });

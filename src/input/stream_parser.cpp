@@ -90,25 +90,6 @@ void StreamParser::Run() {
     Log::Debug(TAG, "Run exit...\n");
 }
 
-void StreamParser::sendCover() {
-    if (!observer_ || !coverStream_ || coverStream_->attached_pic.size <= 0) {
-        return;
-    }
-    const AVPacket& picture = coverStream_->attached_pic;
-    auto packet = std::make_shared<VideoPacket>();
-    packet->data = new unsigned char[static_cast<size_t>(picture.size)];
-    packet->size = picture.size;
-    std::memcpy(packet->data, picture.data, static_cast<size_t>(picture.size));
-    packet->dts = packet->pts = packet->duration = 0;
-    packet->flags = AV_PKT_FLAG_KEY;
-    packet->keyFrame = true;
-    observer_->onVideoPacket(std::move(packet));
-    // A decoder gives a picture out when it is asked to go on, or to end.
-    auto end = std::make_shared<VideoPacket>();
-    end->foundKeyFrame = true;
-    observer_->onVideoPacket(std::move(end));
-}
-
 bool StreamParser::pause(bool paused) {
     paused_ = paused;
     endRest();

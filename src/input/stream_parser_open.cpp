@@ -287,16 +287,6 @@ int StreamParser::chooseStream(TrackKind kind, int wanted, int related) {
     return choice_->best(formatContext_, isVideo ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO, related);
 }
 
-void StreamParser::setCoverAside() {
-    if (!videoStream_ || (videoStream_->disposition & AV_DISPOSITION_ATTACHED_PIC) == 0) {
-        return;
-    }
-    coverStream_ = std::exchange(videoStream_, nullptr);
-    videoStreamIndex_ = -1;
-    // The demuxer gives it out anew behind each seek otherwise.
-    coverStream_->discard = AVDISCARD_ALL;
-}
-
 bool StreamParser::findStream(int index) {
     if (index < 0 || static_cast<unsigned int>(index) >= formatContext_->nb_streams) {
         return false;

@@ -64,8 +64,8 @@ public:
         seekTo(mid);
         seekTo(3);
         seekTo(std::max(3, file_.durationMs - 47));
-        player().resume();
         const int completed = playback_.count(Happened::Completed);
+        player().resume();
         EXPECT_TRUE(playback_.waitFor(Happened::Completed, kPatienceMs, completed + 1)) << "after the seeks";
         EXPECT_EQ(playback_.count(Happened::Failed), 0);
         if (file_.pictures == 1) {
@@ -195,6 +195,23 @@ const std::vector<OddGroup>& groups() {
              {"odd_too_short.mkv", 2000, true, true, 50},
              {"odd_raw.h264", 2000, true, false, 50},
              {"odd_raw.aac", 2000, false, true, 0},
+         }},
+        // What needs no option.
+        {"Standard",
+         false,
+         {
+             {"odd_beside.mkv", 2000, true, true, 50},
+             {"odd_beside.mov", 2000, true, true, 50},
+             {"odd_short_sound.mkv", 2000, true, true, 50},
+             {"odd_hours.ts", 2000, true, true, 50},
+             {"odd_edit_list.mp4", 1720, true, true, 43},
+             {"odd_fragmented.mp4", 2040, true, true, 50, 0, 80},
+             {"odd_slow.mp4", 3000, true, true, 3, 1000},
+             {"odd_uneven.mkv", 2000, true, true, 41},
+             {"odd_turned.mp4", 2000, true, true, 50},
+             {"odd_dot.mov", 1000, true, false, 25},
+             {"odd_b_frames.avi", 2000, true, true, 50, 0, 40},
+             {"odd_unknown.mkv", 2000, true, true, 50},
          }},
         {"Loads",
          true,

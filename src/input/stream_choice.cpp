@@ -59,6 +59,7 @@ public:
         return hasName && avcodec_find_decoder(parameters.codec_id) ? nullptr : kNoDecoder;
     }
     bool isProtected(const AVPacket&) const override { return false; }
+    bool isEnd(const AVFormatContext&, int error) const override { return error == AVERROR_EOF; }
     void explain(const std::string&, int, const AVFormatContext*) const override {}
     VideoCodecType videoCodecType(int codecId) const override { return videoCodecTypeFromId(codecId); }
     AudioCodecType audioCodecType(int codecId) const override { return audioCodecTypeFromId(codecId); }
@@ -104,6 +105,11 @@ public:
     }
     bool isProtected(const AVPacket& packet) const override {
         return av_packet_get_side_data(&packet, AV_PKT_DATA_ENCRYPTION_INFO, nullptr);
+    }
+    // Some demuxers take the end for an error.
+    bool isEnd(const AVFormatContext& input, int error) const override {
+        const AVIOContext* pb = input.pb;
+        return error == AVERROR_EOF || (error == AVERROR(EIO) && pb && pb->eof_reached && pb->error == 0);
     }
     void explain(const std::string& name, int error, const AVFormatContext* input) const override {
         const char* words = input ? "it has neither pictures nor sound" : plainWords(name, error);

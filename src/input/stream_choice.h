@@ -34,6 +34,9 @@ public:
     // Whether the packet can't be decoded for want of a key.
     virtual bool isProtected(const AVPacket& packet) const = 0;
 
+    // Whether a read that failed has met the end of the input.
+    virtual bool isEnd(const AVFormatContext& input, int error) const = 0;
+
     // Says in plain words, to the log, why the source of this name can't be opened: an error of the library's, and what
     // it has found; null if it isn't known what the source is.
     virtual void explain(const std::string& name, int error, const AVFormatContext* input) const = 0;

@@ -149,7 +149,7 @@ void StreamParser::handleReadError(int result, int& readErrors) {
     const AVIOContext* pb = formatContext_->pb;
     Log::Error(TAG, "Running... read failed, ret:%d, %s, pb->eof_reached:%d,error:%d\n", result, text,
                pb ? pb->eof_reached : 0, pb ? pb->error : 0);
-    const bool isFileOver = result == AVERROR_EOF;
+    const bool isFileOver = choice_->isEnd(*formatContext_, result);
     if (isFileOver) {
         handleEndOfFile();
     } else if (result == AVERROR(EAGAIN) || ++readErrors <= kMaxReadErrors) {

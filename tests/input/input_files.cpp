@@ -39,6 +39,8 @@ const std::vector<InputFile> kOtherFiles = {
                                       "-metadata:s:a:0 language=eng -metadata:s:a:0 title='The film' "
                                       "-metadata:s:a:1 language=fin -metadata:s:a:1 title='Ohjaajan ääni' "
                                       "-disposition:a:0 0 -disposition:a:1 default"},
+    // Without key flags, and with an error for its end.
+    {"roq.roq", "-f lavfi -i testsrc=size=128x128:rate=30:duration=4 -c:v roqvideo"},
     {"protected.mp4", PICTURE(2) TONE(2) "-c:v libx264 -pix_fmt yuv420p -c:a aac -encryption_scheme cenc-aes-ctr "
                                          "-encryption_key 00112233445566778899aabbccddeeff "
                                          "-encryption_kid 00112233445566778899aabbccddee00"},

@@ -217,6 +217,21 @@ TEST_F(StreamChoice, FailsAtAProtectedPacket) {
     EXPECT_EQ(logLines("it is protected\n").size(), 1U);
 }
 
+TEST_F(StreamChoice, EndsWhereADemuxerTakesTheEndForAnError) {
+    const std::string file = inputFile("roq.roq");
+    ASSERT_TRUE(parser->open(file, 0));
+    ASSERT_TRUE(parser->start());
+    ASSERT_TRUE(observer->waitFor("completed"));
+    EXPECT_GT(observer->videoPackets().size(), 25U);
+    EXPECT_EQ(logLines("read failed").size(), 1U);
+
+    parser->close();
+    parser->setPlaybackOptions({});
+    ASSERT_TRUE(parser->open(file, 0));
+    ASSERT_TRUE(parser->start());
+    ASSERT_TRUE(observer->waitFor("failed"));
+}
+
 TEST_F(StreamChoice, PlaysAProtectedFileWithItsKey) {
     parser->setOption("decryption_key", "00112233445566778899aabbccddeeff");
     ASSERT_TRUE(parser->open(inputFile("protected.mp4"), 0));

@@ -1,7 +1,7 @@
 // Plays a file in two windows, with the log in a pane: cookbook FILE
 //
 // The code of the documents, put together to a program. `S` takes the second window away and brings it back, left and
-// right seek, up and down change the speed.
+// right seek, up and down change the speed, `A` and `V` go to the next sound or video.
 #include <SDL.h>
 
 #include <algorithm>
@@ -136,6 +136,8 @@ void App::handleKey(SDL_Keycode key) {
         player_->seek(player_->getCurrentTime() + (key == SDLK_LEFT ? -kSeekStepMs : kSeekStepMs));
     } else if (key == SDLK_UP || key == SDLK_DOWN) {
         changeSpeed(key == SDLK_UP ? 1.25F : 0.8F);
+    } else if (key == SDLK_a || key == SDLK_v) {
+        selectNext(*player_, key == SDLK_a ? kelp::TRACK_KIND_AUDIO : kelp::TRACK_KIND_VIDEO);
     } else if (key == SDLK_s) {
         smallShown_ = !smallShown_;
         if (smallShown_) {

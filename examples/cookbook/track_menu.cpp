@@ -18,3 +18,15 @@ std::vector<TrackEntry> trackMenu(kelp::TarnPlayer& player, kelp::TrackKind kind
     return entries;
 }
 // [/menu]
+
+// [select]
+bool selectNext(kelp::TarnPlayer& player, kelp::TrackKind kind) {
+    const std::vector<TrackEntry> entries = trackMenu(player, kind);
+    for (size_t i = 0; i < entries.size(); ++i) {
+        if (entries[i].isChecked && entries.size() > 1) {
+            return player.selectTrack(kind, entries[(i + 1) % entries.size()].number);
+        }
+    }
+    return false;
+}
+// [/select]

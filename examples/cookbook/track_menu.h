@@ -14,3 +14,6 @@ struct TrackEntry {
 
 // The entries of one kind, such as all sounds; empty before `onPrepared`.
 std::vector<TrackEntry> trackMenu(kelp::TarnPlayer& player, kelp::TrackKind kind);
+
+// Goes on to the next entry of this kind. False if there is no other one, or it can't be played.
+bool selectNext(kelp::TarnPlayer& player, kelp::TrackKind kind);

@@ -243,6 +243,23 @@ public:
     // empty before and after `stop`. It is what the opening found: a live source may gain tracks later.
     std::vector<Track> getTracks();
 
+    // Plays another track of the source in place of the one of this kind, TRACK_KIND_VIDEO or TRACK_KIND_AUDIO, that is
+    // played; from `play` to `stop`, also while halted. Nothing is loaded anew, and no event comes but
+    // onVideoSizeUpdated. True says that the request was taken, and `getTracks` calls the track played from here on;
+    // only the last request for a kind counts.
+    //
+    // Sound of a file changes within 200 ms, without a gap: the file is read once more from what is heard, which takes
+    // longer over a network. A video changes at the first key frame of the new one that is read from now on: some
+    // seconds are read ahead. Where a source can't go back, as a live one, sound as well changes behind what is read.
+    // After the end of the source the track is for the next seek.
+    //
+    // False, and [PlayTask] "selectTrack, kind:KIND, number:NUMBER, REASON" at Error, where nothing is played, or no
+    // track of this kind, and for a track that there isn't, that can't be played, or that is an attached picture. A
+    // decoder that can't be opened after all leaves the kind out from there on: silence, or the last picture, until
+    // another one is selected; the log's line is [AudioDecodeThread] "play, failed open audio decoder" or
+    // [VideoDecodeThread] "changeTrack, failed open video decoder". It is for this playback alone, see `setOption`.
+    bool selectTrack(TrackKind kind, int number);
+
     // Show the pictures in a window, one of any number. `type` says what `handle` is: a native window id, an
     // SDL_Window*, or an ExternFrameSink*, all of which stay the host's; the size is in pixels. Windows stay from one
     // playback to the next. A second call for a handle changes its size only. A removed window is let go of right

@@ -153,6 +153,10 @@ public:
     // All tracks of the source, see KelpPlayer; in any state, and empty while none is prepared. Doesn't take the lock.
     std::vector<Track> getTracks();
 
+    // Plays another track, see KelpPlayer. Started, paused or completed only. A restart keeps it, as if the option
+    // "video_track" or "audio_track" had been set, which stays for the next source too.
+    bool selectTrack(TrackKind kind, int number);
+
     // The volume, see KelpPlayer; 1.0 again after each start and restart. Started, paused or completed only, and false
     // without sound.
     bool setVolume(float volume);

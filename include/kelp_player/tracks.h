@@ -16,7 +16,8 @@ enum TrackKind : int32_t {
 // One track of a source, as its opening found it: all that a menu of tracks shows. A plain value, which stays valid
 // when the player is gone. Texts are UTF-8, also where the source's aren't: what can't be read becomes U+FFFD.
 struct Track {
-    // Of this track alone in its source, 0 or greater: what the options "video_track" and "audio_track" take.
+    // Of this track alone in its source, 0 or greater: what `selectTrack` and the options "video_track" and
+    // "audio_track" take.
     int number = -1;
     TrackKind kind = TRACK_KIND_OTHER;
     std::string codec;     // FFmpeg's short name: "h264", "aac"; "none" or "unknown_codec" for one that it doesn't know
@@ -27,7 +28,8 @@ struct Track {
     // There is a decoder for it, and the options in force at the load let it be used. A track that is protected or
     // damaged may turn out not to be playable all the same.
     bool isPlayable = false;
-    bool isPlayed = false;  // it is one of those that `onPrepared` told, and playable
+    bool isPlayed =
+        false;  // the player has taken it at the load, or the host has selected it since, and it is playable
 
     int width = 0;         // of a video track's picture before it is turned, in pixels; 0 where it isn't known
     int height = 0;        // likewise

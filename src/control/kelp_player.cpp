@@ -195,6 +195,10 @@ std::vector<Track> KelpPlayer::getTracks() {
     return playTask_->getTracks();
 }
 
+bool KelpPlayer::selectTrack(TrackKind kind, int number) {
+    return playTask_->selectTrack(kind, number);
+}
+
 bool KelpPlayer::addWindow(WindowType type, void* handle, int width, int height) {
     return playTask_->addWindow(type, handle, width, height);
 }

@@ -255,6 +255,17 @@ std::vector<Track> TarnPlayer::getTracks() {
     return player_->getTracks();
 }
 
+bool TarnPlayer::selectTrack(TrackKind kind, int number) {
+    std::lock_guard lock(mutex_);
+    if (!isIn(PLAYER_STATE_STARTED | PLAYER_STATE_PAUSED | PLAYER_STATE_COMPLETED, "selectTrack") ||
+        !player_->selectTrack(kind, number)) {
+        return false;
+    }
+    // For a restart.
+    player_->setOption(kind == TRACK_KIND_VIDEO ? "video_track" : "audio_track", std::to_string(number).c_str());
+    return true;
+}
+
 bool TarnPlayer::setVolume(float volume) {
     std::lock_guard lock(mutex_);
     return (state_ & (PLAYER_STATE_STARTED | PLAYER_STATE_PAUSED | PLAYER_STATE_COMPLETED)) != 0 &&

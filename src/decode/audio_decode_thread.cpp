@@ -5,6 +5,7 @@
 #include "decode/audio_decoder_factory.h"
 #include "decode/audio_frame_info.h"
 #include "input/media_packet.h"
+#include "kelp_player/codec_info.h"
 #include "kelp_player/log.h"
 #include "runtime/kelp_time.h"
 
@@ -24,17 +25,52 @@ AudioDecodeThread::AudioDecodeThread()
 bool AudioDecodeThread::open(AudioCodecType codecType, const void* codecParameters, AudioOutputSpec spec,
                              std::shared_ptr<AudioDecodeThreadObserver> observer, const PlaybackOptions& options) {
     observer_ = std::move(observer);
+    spec_ = spec;
+    options_ = options;
+    return openDecoder(codecType, codecParameters);
+}
+
+bool AudioDecodeThread::openDecoder(AudioCodecType codecType, const void* codecParameters) {
     decoder_ = decoderFactory_->create(codecType);
     if (decoder_) {
-        decoder_->setOptions(options);
+        decoder_->setOptions(options_);
     }
     const std::shared_ptr<AudioDecoderObserver> self = shared_from_this();
     if (!decoder_ || !decoder_->open(codecType, codecParameters, self)) {
         Log::Error(kTag, "play, failed open audio decoder\n");
         return false;
     }
-    decoder_->setOutputSpec(spec);
+    decoder_->setOutputSpec(spec_);
     return true;
+}
+
+bool AudioDecodeThread::openSync(bool open) {
+    syncOpen_ = open;
+    return decoder_ && decoder_->openSync(open);
+}
+
+// The flag goes before the count that ends the rest, so the look that follows sees it.
+void AudioDecodeThread::readAgain() {
+    dropPackets();
+    isHurried_ = true;
+    BaseDecodeThread::framesTaken();
+}
+
+void AudioDecodeThread::changeTrack(std::shared_ptr<const CodecInfo> track) {
+    track_ = std::move(track);
+    if (decoder_) {
+        decoder_->close();
+    }
+    if (openDecoder(track_->audioCodecType, track_->audioParameters)) {
+        decoder_->openSync(syncOpen_);
+    } else if (decoder_) {
+        decoder_->close();
+        decoder_.reset();
+    }
+    if (observer_) {
+        observer_->onAudioDecodeTrack();
+    }
+    isHurried_ = false;
 }
 
 bool AudioDecodeThread::checkBuffer(int seekTimeMs) {
@@ -73,12 +109,15 @@ void AudioDecodeThread::framesTaken(int left) {
 }
 
 bool AudioDecodeThread::canDecode() {
-    return observer_ && observer_->onAudioFrameQueueSize() < kMaxWaitingFrames;
+    return observer_ && (isHurried_ || observer_->onAudioFrameQueueSize() < kMaxWaitingFrames);
 }
 
 void AudioDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
     if (observer_) {
         observer_->onAudioPacketTaken();
+    }
+    if (packet->track && packet->track != track_) {
+        changeTrack(packet->track);
     }
     if (decoder_) {
         decoder_->setNeededFrom(neededFromMs());

@@ -14,6 +14,7 @@ namespace kelp {
 
 class AudioDecoderFactory;
 class AudioFrameInfo;
+class CodecInfo;
 class FrameBuffer;
 class MediaPacket;
 
@@ -32,6 +33,8 @@ public:
     virtual void onAudioPacketTaken() {}
 
     virtual void onAudioDecodeSeek(int seekTimeMs, bool flush) = 0;
+    // The frames from here on are of another track.
+    virtual void onAudioDecodeTrack() {}
     virtual std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) = 0;
     virtual void freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) = 0;
 
@@ -74,14 +77,20 @@ public:
     // it, so room may wait for 30 ms, until about the next frame goes, or until half of the queue is empty.
     void framesTaken(int left);
 
-    // Turns the correction by onSpeedUpSamples on or off; false if there is no decoder.
-    bool openSync(bool open) { return decoder_ && decoder_->openSync(open); }
+    // The packets that wait are for nobody: the ones to come are of another track, from an earlier time on. They are
+    // decoded at once, as if no frame waited, until the observer has been told of the track.
+    void readAgain();
+
+    // Turns the correction by onSpeedUpSamples on or off; false if there is no decoder. Before the first packet.
+    bool openSync(bool open);
 
 private:
     bool canDecode() override;
     void decode(std::shared_ptr<MediaPacket> packet) override;
     void onSeek(int seekTimeMs, bool flush) override;
     void onExit() override;
+    bool openDecoder(AudioCodecType codecType, const void* codecParameters);
+    void changeTrack(std::shared_ptr<const CodecInfo> track);
 
     void onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) override;
     int onSpeedUpSamples() override;
@@ -90,7 +99,13 @@ private:
 
     std::shared_ptr<AudioDecodeThreadObserver> observer_;  // set by open
     std::shared_ptr<AudioDecoderFactory> decoderFactory_;
-    std::shared_ptr<IAudioDecoder> decoder_;  // from open to onExit
+    std::shared_ptr<IAudioDecoder> decoder_;  // from open to onExit; empty for a track whose decoder doesn't open
+    std::shared_ptr<const CodecInfo> track_;  // as the packets name it
+    std::atomic<bool> isHurried_{false};      // by readAgain
+    // For each decoder.
+    AudioOutputSpec spec_;
+    PlaybackOptions options_;
+    bool syncOpen_ = false;
     // Time of the last frame that left the decoder. A seek doesn't touch it; before the first frame, no time is behind
     // it.
     std::atomic<int64_t> lastOutputPtsMs_{std::numeric_limits<int64_t>::max()};

@@ -139,7 +139,10 @@ bool BaseDecodeThread::reaches(const char* operation, int seekTimeMs) {
     if (packetQueue_.empty()) {
         return false;
     }
-    // One stream, one time base.
+    // One stream, one time base; two where another track follows.
+    if (packetQueue_.front()->track != packetQueue_.back()->track) {
+        return false;
+    }
     const double scale = msPerTick(*packetQueue_.front());
     const int64_t firstMs = scaleTicks(packetQueue_.front()->pts, scale);
     const int64_t lastMs = scaleTicks(packetQueue_.back()->pts, scale);

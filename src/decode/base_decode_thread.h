@@ -70,6 +70,8 @@ protected:
 
     std::unique_lock<std::mutex> queueLock() { return std::unique_lock(queueMutex_); }
 
+    void dropPackets();
+
     // The part of `onSeek` that goes before the observer is told, under the lock that it returns: so both sides end up
     // with the same target. Without flush it is held already.
     std::unique_lock<std::mutex> aim(int seekTimeMs, bool flush);
@@ -92,7 +94,6 @@ private:
     // The oldest packet; waits for a wake-up if there is none, and gives none then.
     std::shared_ptr<MediaPacket> takePacket();
     bool reaches(const char* operation, int seekTimeMs);
-    void dropPackets();
 
     const std::string threadName_;
     std::deque<std::shared_ptr<MediaPacket>> packetQueue_;  // oldest first; guarded by queueMutex_

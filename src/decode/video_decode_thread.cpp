@@ -2,13 +2,17 @@
 
 #include <utility>
 
+#include "clock/wrapping_math.h"
 #include "input/media_packet.h"
+#include "kelp_player/codec_info.h"
 #include "kelp_player/log.h"
 
 namespace kelp {
 
 constexpr char kName[] = "VideoDecodeThread";  // of the thread, and the log tag
 constexpr int kMaxWaitingFrames = 3;
+constexpr int64_t kMaxOverlapMs =
+    5000;  // of two tracks; times that lie farther back have nothing to do with each other
 
 VideoDecodeThread::VideoDecodeThread()
     : BaseDecodeThread(kName), decoderFactory_(std::make_shared<VideoDecoderFactory>()) {
@@ -18,19 +22,46 @@ bool VideoDecodeThread::open(VideoCodecType codecType, const void* codecParamete
                              HwDecodeMode hwDecodeMode, bool isLive,
                              std::shared_ptr<VideoDecodeThreadObserver> observer, const PlaybackOptions& options) {
     observer_ = std::move(observer);
+    enableHw_ = enableHw;
+    hwDecodeMode_ = hwDecodeMode;
+    isLive_ = isLive;
+    options_ = options;
+    return openDecoder(codecType, codecParameters, pixFormat);
+}
+
+bool VideoDecodeThread::openDecoder(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat) {
     decoder_ = decoderFactory_->create(codecType);
     if (!decoder_) {
         Log::Debug(kName, "play, failed create video decoder\n");
         return false;
     }
-    decoder_->enableHardware(enableHw, hwDecodeMode);
-    decoder_->setOptions(options);
+    decoder_->enableHardware(enableHw_, hwDecodeMode_);
+    decoder_->setOptions(options_);
     const std::shared_ptr<VideoDecoderObserver> self = shared_from_this();
-    if (!decoder_->open(codecType, codecParameters, pixFormat, isLive, self)) {
+    if (!decoder_->open(codecType, codecParameters, pixFormat, isLive_, self)) {
         Log::Debug(kName, "play, failed open video decoder\n");
         return false;
     }
     return true;
+}
+
+void VideoDecodeThread::changeTrack(std::shared_ptr<const CodecInfo> track) {
+    track_ = std::move(track);
+    if (decoder_) {
+        VideoPacket end;  // makes it give out what it still holds
+        end.foundKeyFrame = true;
+        decoder_->insertPacket(&end);
+        decoder_->close();
+    }
+    // The new one may begin before the end of the old one.
+    knownToMs_ = deliveredMs_;
+    if (!openDecoder(track_->videoCodecType, track_->videoParameters, track_->pixFormat)) {
+        Log::Error(kName, "changeTrack, failed open video decoder\n");
+        if (decoder_) {
+            decoder_->close();
+            decoder_.reset();
+        }
+    }
 }
 
 bool VideoDecodeThread::checkBuffer(int seekTimeMs) {
@@ -64,6 +95,9 @@ void VideoDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
     if (observer_) {
         observer_->onVideoPacketTaken();
     }
+    if (packet->track && packet->track != track_) {
+        changeTrack(packet->track);
+    }
     if (decoder_) {
         decoder_->setNeededFrom(neededFromMs());
         decoder_->insertPacket(packet.get());
@@ -73,8 +107,11 @@ void VideoDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
 
 void VideoDecodeThread::onSeek(int seekTimeMs, bool flush) {
     Log::Debug(kName, "%s, seekTimeMs:%d, flush:%d\n", "onSeek", seekTimeMs, flush);
-    if (flush && decoder_) {
-        decoder_->flush();
+    if (flush) {
+        deliveredMs_ = knownToMs_ = kNothing;
+        if (decoder_) {
+            decoder_->flush();
+        }
     }
     const auto lock = aim(seekTimeMs, flush);
     if (observer_) {
@@ -91,7 +128,11 @@ void VideoDecodeThread::onExit() {
 }
 
 void VideoDecodeThread::onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) {
-    lastOutputPtsMs_ = frame->pts;
+    if (frame->pts <= knownToMs_ && wrappingSubtract(knownToMs_, frame->pts) < kMaxOverlapMs) {
+        return;
+    }
+    knownToMs_ = kNothing;
+    deliveredMs_ = lastOutputPtsMs_ = frame->pts;
     if (observer_) {
         observer_->onVideoDecoded(std::move(frame));
     }

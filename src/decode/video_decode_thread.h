@@ -14,6 +14,8 @@
 
 namespace kelp {
 
+class CodecInfo;
+
 // What stands around the video decode stage. Called on the decode thread, but for `onVideoDecodeSeek` without flush,
 // which comes on the thread that called `clearBuffer`, `freePixBuffer`, which comes from any thread, and
 // `onVideoDecodeFailed`, which may come from one of the codec library's.
@@ -78,10 +80,21 @@ private:
     void decode(std::shared_ptr<MediaPacket> packet) override;
     void onSeek(int seekTimeMs, bool flush) override;
     void onExit() override;
+    bool openDecoder(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat);
+    void changeTrack(std::shared_ptr<const CodecInfo> track);
 
     std::shared_ptr<VideoDecodeThreadObserver> observer_;  // set by `open`, before the thread runs
     std::shared_ptr<VideoDecoderFactory> decoderFactory_;
-    std::shared_ptr<IVideoDecoder> decoder_;  // from `open` until the thread ends
+    std::shared_ptr<IVideoDecoder> decoder_;  // from `open` until the thread ends; empty for a track that doesn't open
+    std::shared_ptr<const CodecInfo> track_;  // as the packets name it
+    // For each decoder.
+    bool enableHw_ = false;
+    HwDecodeMode hwDecodeMode_ = HW_DECODE_NONE;
+    bool isLive_ = false;
+    PlaybackOptions options_;
+    static constexpr int64_t kNothing = std::numeric_limits<int64_t>::min();
+    int64_t deliveredMs_ = kNothing;  // time of the last frame since the last flush; the decode thread's
+    int64_t knownToMs_ = kNothing;    // frames up to here were delivered of the track before; likewise
     // Time of the last frame that left the decoder. A seek doesn't reset it.
     std::atomic<int64_t> lastOutputPtsMs_{std::numeric_limits<int64_t>::max()};
 };

@@ -9,6 +9,8 @@ struct AVPacket;
 
 namespace kelp {
 
+class CodecInfo;
+
 // One demuxed packet with a copy of its bytes. Made by the parser, immutable from then on, shared by the queues and
 // decoders behind it.
 //
@@ -38,6 +40,8 @@ public:
     int flags = 0;                             // of the AVPacket, as they came
     std::shared_ptr<const AVPacket> sideData;  // what the decoder gets beside the bytes; null if there is nothing
     bool flush = false;                        // an order to the video decoder to drop its state; there is no payload
+    // The track, with what its decoder needs, where it isn't the one that was played at first; else null.
+    std::shared_ptr<const CodecInfo> track;
 };
 
 // A normal packet has bytes, an end packet has none and a flush packet has none and `flush` set.

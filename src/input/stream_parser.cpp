@@ -47,6 +47,10 @@ std::shared_ptr<const AVPacket> copySideData(const AVPacket& source) {
     return copy && av_packet_copy_props(copy.get(), &source) >= 0 ? copy : nullptr;
 }
 
+int64_t timeMs(const MediaPacket& packet) {
+    return packet.timeBaseDen > 0 ? ticksToMs(packet.pts, packet.timeBaseNum, packet.timeBaseDen) : -1;
+}
+
 }  // namespace
 
 void StreamParser::Run() {
@@ -65,9 +69,11 @@ void StreamParser::Run() {
         if (const auto seekPosUs = seekAsked_.take()) {
             processSeekRequest(*seekPosUs);
         }
+        changeTracks(GoBack::Allowed);
         if (areQueuesFull()) {
-            rest(kQueuesFullRestMs,
-                 [this, told = lastPaused_] { return untilLow_ <= 0 || seekAsked_.isPending() || paused_ != told; });
+            rest(kQueuesFullRestMs, [this, told = lastPaused_] {
+                return untilLow_ <= 0 || seekAsked_.isPending() || isTrackAsked() || paused_ != told;
+            });
             continue;
         }
         const int result = av_read_frame(formatContext_, &packet);
@@ -80,6 +86,9 @@ void StreamParser::Run() {
         const bool isProtected = choice_->isProtected(packet);
         if (!isProtected) {
             handlePacket(&packet);
+            if (isNextVideoDue()) {
+                takeNextVideo();
+            }
         }
         av_packet_unref(&packet);
         if (isProtected) {
@@ -131,7 +140,8 @@ bool StreamParser::isReadingHeldByPause() const {
 
 // All four are asked for, in this order; frames have no say in it.
 bool StreamParser::areQueuesFull() {
-    if (!observer_) {
+    // What is read again has been in the queues before.
+    if (!observer_ || readAgain_.isActive()) {
         return false;
     }
     int packets = observer_->onVideoPacketQueueSize();
@@ -164,13 +174,18 @@ void StreamParser::handleReadError(int result, int& readErrors) {
 void StreamParser::handleEndOfFile() {
     Log::Info(TAG, "Running... end of file, foundKeyFrame_:%d, stopRequested:%d\n", foundKeyFrame_, isStopRequested());
     if (observer_) {
-        if (videoStream_) {
+        if (!held_.empty()) {
+            takeNextVideo();
+        }
+        if (videoStream_ && !videoEnded_) {
+            videoEnded_ = true;
             // Without data: makes the decoder give out what it still holds.
             auto end = std::make_shared<VideoPacket>();
             end->foundKeyFrame = foundKeyFrame_;
             observer_->onVideoPacket(std::move(end));
         }
-        if (audioStream_ && tellsSoundEnd_) {
+        if (audioStream_ && tellsSoundEnd_ && !soundEnded_) {
+            soundEnded_ = true;
             observer_->onAudioPakcet(std::make_shared<AudioPacket>());
         }
         observer_->onFileEnd(maxVideoPtsMs_, maxAudioPtsMs_);
@@ -188,12 +203,15 @@ void StreamParser::waitAfterEnd(bool isFailed) {
             isFailed ? observer_->onPlayFailed() : observer_->onPlaybackCompleted();
             isReported = true;
         }
-        if (seekAsked_.isPending()) {
+        if (isReported || isFailed) {
+            changeTracks(GoBack::Forbidden);  // for a seek, behind which they are played
+        }
+        if (seekAsked_.isPending() || isTrackAsked()) {
             clearInputEnd();
             return;
         }
         rest(isReported ? Rest::kForeverMs : kEndOfInputRestMs,
-             [&] { return seekAsked_.isPending() || (wasPaused && !isReported && !paused_); });
+             [&] { return seekAsked_.isPending() || isTrackAsked() || (wasPaused && !isReported && !paused_); });
     } while (!isStopRequested());
 }
 
@@ -223,6 +241,9 @@ void StreamParser::handlePacket(AVPacket* packet) {
     }
     clearInputEnd();
 
+    if (holdNextVideo(*packet) || isForNobody(*packet)) {
+        return;
+    }
     const bool isVideo = packet->stream_index == videoStreamIndex_;
     if (foundKeyFrame_ || !isVideo) {
         if (isVideo && isKeyFrame(packet) &&
@@ -282,7 +303,10 @@ void StreamParser::disPatchPacket(AVPacket* packet) {
 
 void StreamParser::dispatchAudio(const AVPacket* packet) {
     auto audioPacket = std::make_shared<AudioPacket>();
+    audioPacket->track = audioTrack_;
     fillMediaPacketInfo(audioPacket, packet, audioStream_, /*isVideo=*/false);
+    lastSoundMs_ = timeMs(*audioPacket);
+    soundEnded_ = false;
     observer_->onAudioPakcet(audioPacket);
     sendFirstPacket(audioPacket);
 }
@@ -294,6 +318,7 @@ bool StreamParser::dispatchVideo(AVPacket* packet) {
     auto videoPacket = std::make_shared<VideoPacket>();
     videoPacket->keyFrame = isKeyFrame(packet);
     videoPacket->foundKeyFrame = foundKeyFrame_;
+    videoPacket->track = videoTrack_;
     fillMediaPacketInfo(videoPacket, packet, videoStream_, /*isVideo=*/true);
     if (extrapolator_ && isLive_) {
         extrapolator_->update(videoPacket->pts);
@@ -307,6 +332,7 @@ void StreamParser::sendFirstPacket(const std::shared_ptr<MediaPacket>& packet) {
     if (!firstPacketSent_) {
         observer_->onFirstPakcet(packet);
         firstPacketSent_ = true;
+        firstPacketMs_ = std::max<int64_t>(timeMs(*packet), 0);
     }
 }
 

@@ -2,12 +2,16 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
+#include <limits>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 
 #include "input/input_mending.h"
 #include "input/media_packet.h"
+#include "input/read_again.h"
 #include "input/source_options.h"
 #include "input/stream_info.h"
 #include "kelp_player/codec_info.h"
@@ -48,6 +52,10 @@ public:
     virtual void onSeekStart(int seekTimeMs) = 0;
     // After a seek, also a failed one.
     virtual void onSeekCompleted() = 0;
+    // The time that is heard, or the target of a seek that is under way, in milliseconds; -1 before there is one.
+    virtual int64_t audibleTimeMs() { return -1; }
+    // The sound of another track comes, from before what waits: drop the packets of sound.
+    virtual void onSoundReadAgain() {}
     // The end of the input, with the largest times handed over in milliseconds, -1 where there were none.
     virtual void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) = 0;
     // The end of the input was met, or reading was given up, and all four queues have run empty since.
@@ -59,7 +67,17 @@ protected:
     ~StreamParserObserver() = default;
 };
 
-// What an open has found and reading has come to: all that `close` sets back at once.
+struct FreeHeldPacket {
+    void operator()(AVPacket* packet) const;
+};
+using HeldPacket = std::unique_ptr<AVPacket, FreeHeldPacket>;
+
+struct FreeLeftBsf {
+    void operator()(AVBSFContext* context) const;
+};
+
+// What an open has found and reading has come to: all that `close` sets back at once. While the thread runs it changes
+// what belongs to a track.
 struct StreamParserState {
     InputMending mending_;
     int64_t startTimeUs_ = 0;
@@ -94,6 +112,21 @@ struct StreamParserState {
     int64_t maxKeyFrameDurationMs_ = 0;  // the largest distance of two key frames; never falls until `close`
     int64_t maxVideoPtsMs_ = -1;         // the largest times handed over; not lowered by a seek
     int64_t maxAudioPtsMs_ = -1;
+
+    // Of changes of the tracks.
+    std::shared_ptr<const CodecInfo> videoTrack_;  // for the packets; null until the first change
+    std::shared_ptr<const CodecInfo> audioTrack_;
+    bool tracksChanged_ = false;
+    int nextVideoIndex_ = -1;      // the video that waits for its key frame; -1 for none
+    std::deque<HeldPacket> held_;  // its packets from there on, while the old one hasn't come as far
+    std::map<int, std::unique_ptr<AVBSFContext, FreeLeftBsf>> leftBsfs_;  // of videos that were played, by their stream
+    ReadAgain readAgain_;                                                 // of the video
+    int64_t lastVideoTicks_ = std::numeric_limits<int64_t>::min();        // of the last packet; none as FFmpeg has it
+    int64_t soundFromMs_ = -1;    // sound that is read again is needed from here on; -1 if all is
+    int64_t firstPacketMs_ = -1;  // of the first packet since the open or the last seek; -1 before it
+    int64_t lastSoundMs_ = -1;    // of the last packet of sound; likewise
+    bool videoEnded_ = false;     // the end packet was handed over; likewise
+    bool soundEnded_ = false;
 };
 
 // The demuxing stage: opens one input, picks one video and one audio stream and hands their packets to an observer.
@@ -138,6 +171,11 @@ public:
 
     // Asks the thread to seek, to the end at most. Only the newest request that wasn't taken yet counts. Always true.
     bool seek(int seekTimeMs);
+
+    // Asks the thread to play track `number` of this kind in place of the one that is played: one that can be played.
+    // Only the newest request for a kind counts. Sound follows from where it is heard, if the source can go back, and
+    // else behind what was read; a video from its next key frame on.
+    void selectTrack(TrackKind kind, int number);
 
     // A packet has left a queue behind. Ends the rest before full queues when they are down to a half, for stages that
     // are faster than its 100 ms. Any thread, under any lock.
@@ -195,7 +233,24 @@ private:
     void fillMediaPacketInfo(std::shared_ptr<MediaPacket> packet, const AVPacket* source, const AVStream* stream,
                              bool isVideo);
 
+    bool isTrackAsked() const { return audioAsked_.isPending() || videoAsked_.isPending(); }
+    enum class GoBack { Allowed, Forbidden };
+    void changeTracks(GoBack goBack);
+    void changeAudio(int number, GoBack goBack);
+    void goBackForSound();
+    void announceVideo(int number);
+    // A packet that was handed on before, or isn't needed. To be asked once for each, in their order.
+    bool isForNobody(const AVPacket& packet);
+    // Takes a packet of the video that is announced.
+    bool holdNextVideo(const AVPacket& packet);
+    bool isNextVideoDue() const;
+    void takeNextVideo();
+    // The input goes to any other place.
+    void forgetReading();
+
     void processSeekRequest(int64_t seekPosUs);
+    // Moves the input to where `seekPosUs`, from its start, can be decoded.
+    bool seekInput(int64_t seekPosUs);
     int64_t mpegTsSeekTarget(int64_t position, int64_t seekPosUs);
     void waitQueueDrain();
 
@@ -209,7 +264,9 @@ private:
     std::atomic<int64_t> durationUs_{0};  // ten hours if it is unknown
     std::atomic<bool> paused_{false};     // as requested
     LatestTime seekAsked_;                // in microseconds
-    std::atomic<int> untilLow_{0};        // packets to be taken until the thread that rests before full queues reads on
+    LatestTime videoAsked_;               // a track's number, likewise
+    LatestTime audioAsked_;
+    std::atomic<int> untilLow_{0};  // packets to be taken until the thread that rests before full queues reads on
 
     PlaybackOptions playbackOptions_;  // guarded by mutex_
 

@@ -143,6 +143,8 @@ void StreamParser::close() {
     durationUs_ = 0;
     paused_ = false;
     seekAsked_.drop();
+    videoAsked_.drop();
+    audioAsked_.drop();
     resetStopRequest();
 }
 
@@ -329,7 +331,11 @@ void StreamParser::takeAudioStream(AVStream* stream, const AVCodecContext* conte
 
 void StreamParser::takeVideoStream(AVStream* stream, const AVCodecContext* context) {
     videoStream_ = stream;
-    detectBsf(stream);
+    if (auto left = leftBsfs_.extract(stream->index)) {
+        bsfContext_ = left.mapped().release();
+    } else {
+        detectBsf(stream);
+    }
     videoCodecType_ = choice_->videoCodecType(context->codec_id);
     pixFormat_ = pixFormatFromAv(context->pix_fmt);
     startTimeInVideoTimeBase_ = startInTicks(originUs_, stream->time_base);

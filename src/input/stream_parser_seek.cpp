@@ -35,10 +35,23 @@ bool StreamParser::seek(int seekTimeMs) {
 }
 
 void StreamParser::processSeekRequest(int64_t seekPosUs) {
-    const int64_t durationUs = durationUs_;
     if (observer_) {
         observer_->onSeekStart(static_cast<int>(seekPosUs / 1000));
     }
+    forgetReading();
+    seekInput(seekPosUs);
+    waitQueueDrain();
+    if (observer_) {
+        observer_->onSeekCompleted();
+    }
+    // What comes is as after an open; the distance across the seek is none of two key frames.
+    foundKeyFrame_ = false;
+    firstPacketSent_ = false;
+    lastKeyFramePts_ = -1;
+}
+
+bool StreamParser::seekInput(int64_t seekPosUs) {
+    const int64_t durationUs = durationUs_;
     int64_t target = seekPosUs;
     if (durationUs >= 1 && seekPosUs + kSeekEndMarginUs > durationUs) {
         target = std::max<int64_t>(durationUs - kSeekEndMarginUs, 0);
@@ -52,14 +65,7 @@ void StreamParser::processSeekRequest(int64_t seekPosUs) {
     if (result < 0) {
         Log::Error(TAG, "%s, seek failed, ret:%d\n", "processSeekRequest", result);
     }
-    waitQueueDrain();
-    if (observer_) {
-        observer_->onSeekCompleted();
-    }
-    // What comes is as after an open; the distance across the seek is none of two key frames.
-    foundKeyFrame_ = false;
-    firstPacketSent_ = false;
-    lastKeyFramePts_ = -1;
+    return result >= 0;
 }
 
 // The format has no index: a seek aims ahead of `position` by as much as key frames lie apart, so that one comes

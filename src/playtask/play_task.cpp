@@ -50,6 +50,9 @@ void PlayTask::load(const std::string& fileName, int seekTime, const PlaybackOpt
 
     const auto streamInfo = streamParser_->getStreamInfo();
     const auto codecInfo = streamParser_->getCodecInfo();
+    for (auto& track : selectedTracks_) {
+        track = -1;
+    }
     streamInfo_.store(streamInfo);
     codecInfo_.store(codecInfo);
     durationMs_ = streamInfo->duration;
@@ -129,11 +132,6 @@ int PlayTask::getCurrentTime() {
 
 PlayDetailInfo PlayTask::getPlayDetailInfo() {
     return {playDetailWidth_, playDetailHeight_, playDetailRotate_, playDetailFps_, durationMs_};
-}
-
-std::vector<Track> PlayTask::getTracks() {
-    const auto streamInfo = streamInfo_.load();
-    return streamInfo ? streamInfo->tracks : std::vector<Track>();
 }
 
 std::shared_ptr<VideoPlayThread> PlayTask::pictureThread() {

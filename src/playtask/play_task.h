@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -95,6 +96,8 @@ public:
     PlayDetailInfo getPlayDetailInfo();
     // From the end of the load to `stop`.
     std::vector<Track> getTracks();
+    // Plays another track of a kind that is played. False, and a line in the log says why, if that can't be.
+    bool selectTrack(TrackKind kind, int number);
 
     // The windows survive `stop`.
     bool addWindow(WindowType type, void* handle, int width, int height);
@@ -136,6 +139,8 @@ private:
     int onVideoFrameQueueSize() override;  // also from the video decode thread
     void onSeekStart(int seekTimeMs) override;
     void onSeekCompleted() override;
+    int64_t audibleTimeMs() override;
+    void onSoundReadAgain() override;
     void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
     void onPlaybackCompleted() override;
     void onPlayFailed() override;
@@ -155,6 +160,7 @@ private:
     int onSpeedUpSamples() override;
     void onAudioPacketTaken() override { onPacketTaken(); }
     void onAudioDecodeSeek(int seekTimeMs, bool flush) override;
+    void onAudioDecodeTrack() override;
     std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) override { return pcmPool_.alloc(size); }
     void freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) override { pcmPool_.free(std::move(buffer)); }
 
@@ -173,6 +179,11 @@ private:
 
     // The body of the load thread.
     void load(const std::string& fileName, int seekTime, const PlaybackOptions& options);
+
+    // Why the track can't be selected; null if it can. seekRunMutex_ is held.
+    const char* obstacleTo(TrackKind kind, int number);
+    // The slot of selectedTracks_.
+    std::atomic<int>& selectedTrack(TrackKind kind) { return selectedTracks_[kind == TRACK_KIND_VIDEO ? 0 : 1]; }
 
     // What the host wants by now.
     PlaybackOptions options();
@@ -280,6 +291,9 @@ private:
 
     SeekTurns seekTurns_{SeekRule::Standard};
     std::mutex seekRunMutex_;  // held through a seek on the control side: one at a time
+    bool isRead_ = false;      // between `play` and `stop`; guarded by seekRunMutex_
+    // Video and sound, in place of those of the load; -1 for none.
+    std::array<std::atomic<int>, 2> selectedTracks_{-1, -1};
 
     FrameBufferPool pixPool_{100};
     FrameBufferPool pcmPool_{121};  // blocks of sound differ a little in length

@@ -81,7 +81,9 @@ bool PlayTask::play() {
         std::lock_guard lock(settingMutex_);
         updateSyncObject();
     }
-    return streamParser_->start();
+    std::lock_guard lock(seekRunMutex_);
+    isRead_ = streamParser_->start();
+    return isRead_;
 }
 
 bool PlayTask::takesOddStreams() const {
@@ -211,6 +213,7 @@ bool PlayTask::stop() {
     {
         std::lock_guard lock(seekRunMutex_);
         seekable_ = false;
+        isRead_ = false;
     }
     if (streamParser_) {
         streamParser_->close();

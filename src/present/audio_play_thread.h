@@ -57,6 +57,8 @@ public:
 
     // The position at the loudspeaker, in milliseconds, as of the last frame.
     int64_t getCurrentTime() { return clock_.pts(); }
+    // Whether there is one: not before the first frame.
+    bool hasTime() const { return clock_.hasTime(); }
 
     // By how many samples per channel the sound runs ahead of the clock that it follows; negative if it lags.
     int getUnSyncSamples() { return unSyncSamples_.load(std::memory_order_relaxed); }
@@ -64,6 +66,7 @@ public:
     using BasePlayThread::fillFrame;
     using BasePlayThread::getFrameQueueSize;
     using BasePlayThread::setMaxPtsMs;
+    using BasePlayThread::splice;
     using BasePlayThread::start;
     using BasePlayThread::takeOddStreams;
     bool pause(bool paused) override;

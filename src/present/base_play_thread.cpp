@@ -16,7 +16,12 @@ constexpr const char* kTag = "BasePlayThread";
 
 constexpr int kRetryMs = 50;  // until a frame that was not done with is offered again, and a step of a paused loop
 constexpr int kKeepMs = 30;   // until a queue that is down to what it keeps is looked at again
+constexpr int64_t kMaxOverlapMs = 5000;  // at a splice; times that lie farther back have nothing to do with these
 constexpr auto kIdleWait = std::chrono::milliseconds(50);
+
+int64_t endOf(const DecodedFrame& frame) {
+    return wrappingAdd(frame.pts, frame.duration);
+}
 
 // Whether `timeMs` lies within the frame, or before it.
 bool reaches(const DecodedFrame& frame, int64_t timeMs) {
@@ -48,6 +53,9 @@ void BasePlayThread::Run() {
         }
         const size_t size = frameQueue_.size();
         const auto frame = skipTargetMs_ == -1 ? frameQueue_.front() : skipToTarget();
+        if (frame) {
+            presentedToMs_ = endOf(*frame);
+        }
         unlockAndTell(lock, size);
         if (!frame) {
             // All were skipped. The queue is waited for at once: a rest here would be one for each frame on the way to
@@ -194,14 +202,42 @@ void BasePlayThread::prepareStop() {
 }
 
 int BasePlayThread::fillFrame(std::shared_ptr<DecodedFrame> frame) {
-    std::lock_guard lock(queueMutex_);
+    std::unique_lock lock(queueMutex_);
+    const size_t before = frameQueue_.size();
+    if (splicing_ && !spliceIn(*frame)) {
+        return static_cast<int>(before);
+    }
     if (!frameQueue_.empty() && frame->pts > frameQueue_.back()->pts) {
         auto& last = *frameQueue_.back();
         std::atomic_ref(last.duration).store(wrappingSubtract(frame->pts, last.pts), std::memory_order_relaxed);
     }
     frameQueue_.push(std::move(frame));
     queueCond_.notify_all();
-    return static_cast<int>(frameQueue_.size());
+    const size_t size = frameQueue_.size();
+    unlockAndTell(lock, before);
+    return static_cast<int>(size);
+}
+
+void BasePlayThread::splice() {
+    std::lock_guard lock(queueMutex_);
+    splicing_ = true;
+}
+
+bool BasePlayThread::spliceIn(const DecodedFrame& frame) {
+    const int64_t fromMs = frameQueue_.empty() ? presentedToMs_ : endOf(*frameQueue_.front());
+    const int64_t middleMs = wrappingAdd(frame.pts, frame.duration / 2);
+    if (fromMs >= 0 && middleMs < fromMs && wrappingSubtract(fromMs, middleMs) < kMaxOverlapMs) {
+        return false;
+    }
+    splicing_ = false;
+    // The front one may be on its way out.
+    std::queue<std::shared_ptr<DecodedFrame>> kept;
+    while (!frameQueue_.empty() && (kept.empty() || frameQueue_.front()->pts < frame.pts)) {
+        kept.push(std::move(frameQueue_.front()));
+        frameQueue_.pop();
+    }
+    frameQueue_.swap(kept);
+    return true;
 }
 
 int64_t BasePlayThread::durationOf(DecodedFrame& frame) {
@@ -210,7 +246,8 @@ int64_t BasePlayThread::durationOf(DecodedFrame& frame) {
 
 int BasePlayThread::getFrameQueueSize() {
     std::lock_guard lock(queueMutex_);
-    return static_cast<int>(frameQueue_.size());
+    const auto size = static_cast<int>(frameQueue_.size());
+    return splicing_ ? std::min(size, 1) : size;
 }
 
 bool BasePlayThread::pause(bool paused) {
@@ -235,6 +272,7 @@ void BasePlayThread::seek(int seekTimeMs, bool needFlush) {
     if (needFlush) {
         clearQueue(frameQueue_);
     }
+    presentedToMs_ = -1;
     seekAsked_.post(seekTimeMs);
     endRest();
     queueCond_.notify_all();
@@ -250,6 +288,7 @@ bool BasePlayThread::clearBuffer(int seekTimeMs) {
     std::unique_lock lock(queueMutex_);
     const size_t size = frameQueue_.size();
     const bool isFound = dropBefore(seekTimeMs);
+    presentedToMs_ = std::max<int64_t>(presentedToMs_, seekTimeMs);
     unlockAndTell(lock, size);
     return isFound;
 }

@@ -48,7 +48,12 @@ public:
     // duration if time goes forward between them.
     virtual int fillFrame(std::shared_ptr<DecodedFrame> frame);
 
+    // At most 1 while a splice hasn't begun: what waits till then holds nothing up.
     virtual int getFrameQueueSize();
+
+    // The frames that are filled from here on replace those that wait and are later. Those that end before the one goes
+    // out which is next, or the last one that went, are dropped: time goes on evenly.
+    void splice();
 
     // While paused the front frame stays queued; a served output is offered it again about every 50 ms. Always true.
     virtual bool pause(bool paused);
@@ -124,6 +129,8 @@ public:
 
 private:
     void dropFrames();
+    // For a frame that is filled with a splice asked for; false if it is too early. The queue's mutex is held.
+    bool spliceIn(const DecodedFrame& frame);
     // Releases all frames. The queue's mutex is held.
     static void clearQueue(std::queue<std::shared_ptr<DecodedFrame>>& queue);
 
@@ -151,6 +158,8 @@ private:
     std::queue<std::shared_ptr<DecodedFrame>> frameQueue_;  // front is next; guarded by queueMutex_
     std::mutex queueMutex_;
     std::condition_variable queueCond_;  // a frame was queued, or a seek or a stop requested
+    bool splicing_ = false;              // guarded by queueMutex_, like the next
+    int64_t presentedToMs_ = -1;         // the end of the frame presented last; -1 when none was since the last seek
     std::atomic<bool> paused_{false};
     std::atomic<unsigned int> resumes_{0};  // pauses that have ended
     LatestTime seekAsked_;                  // in milliseconds; posted with queueMutex_ held, with what it flushes

@@ -128,6 +128,9 @@ int64_t KelpPlayer::getPlayDetailInfo(KelpPlayerInfoType type) {
 std::vector<Track> KelpPlayer::getTracks() {
     return engine().tracks;
 }
+bool KelpPlayer::selectTrack(TrackKind kind, int number) {
+    return noteAndAnswer("selectTrack", text(kind) + ", " + text(number));
+}
 bool KelpPlayer::addWindow(WindowType type, void* handle, int width, int height) {
     engine().handles.push_back(handle);
     return noteAndAnswer("addWindow", text(type) + ", " + text(width) + ", " + text(height));

@@ -40,6 +40,27 @@ TEST_F(TarnPlayerTest, ListsTheTracksWithoutItsLock) {
     EXPECT_EQ(told[0].number, 3);
 }
 
+TEST_F(TarnPlayerTest, SelectsATrackAndKeepsItForARestart) {
+    reach(PLAYER_STATE_STARTED);
+    EXPECT_TRUE(player_->selectTrack(TRACK_KIND_AUDIO, 3));
+    EXPECT_TRUE(player_->selectTrack(TRACK_KIND_VIDEO, 2));
+    EXPECT_THAT(engine().takeCalls(), ElementsAre("selectTrack(1, 3)", "setOption(audio_track, 3)", "selectTrack(0, 2)",
+                                                  "setOption(video_track, 2)"));
+    engine().answers["selectTrack"] = false;
+    EXPECT_FALSE(player_->selectTrack(TRACK_KIND_AUDIO, 1));
+    EXPECT_THAT(engine().takeCalls(), ElementsAre("selectTrack(1, 1)"));
+}
+
+TEST_F(TarnPlayerTest, SelectsNoTrackOutOfPlayback) {
+    for (const int state : kPlayerStates) {
+        renew();
+        reach(state);
+        const bool plays = (state & (PLAYER_STATE_STARTED | PLAYER_STATE_PAUSED | PLAYER_STATE_COMPLETED)) != 0;
+        EXPECT_EQ(player_->selectTrack(TRACK_KIND_AUDIO, 3), plays) << state;
+        EXPECT_EQ(engine().takeCalls().empty(), !plays) << state;
+    }
+}
+
 TEST_F(TarnPlayerTest, TakesADeferredPauseBack) {
     reach(PLAYER_STATE_PREPARING);
     EXPECT_TRUE(player_->pause());

@@ -189,6 +189,10 @@ int64_t KelpPlayer::getPlayDetailInfo(KelpPlayerInfoType) {
 std::vector<Track> KelpPlayer::getTracks() {
     return {};
 }
+bool KelpPlayer::selectTrack(TrackKind, int) {
+    const Alone alone("selectTrack");
+    return true;
+}
 bool KelpPlayer::addWindow(WindowType, void*, int, int) {
     const Alone alone("addWindow");
     return true;

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
@@ -10,6 +11,7 @@
 #include "decode/audio_decoder_factory.h"
 #include "decode/audio_library_fakes.h"
 #include "decode/audio_test_support.h"
+#include "kelp_player/codec_info.h"
 #include "support/fake_time.h"
 #include "support/log_capture.h"
 #include "support/private_member.h"
@@ -137,6 +139,11 @@ public:
         events_->add("seek " + std::to_string(seekTimeMs) + (flush ? " flush" : ""));
     }
 
+    void onAudioDecodeTrack() override {
+        queueSize = queueSize > 1 ? 1 : queueSize.load();  // the frames that wait are replaced
+        events_->add("track");
+    }
+
     std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) override {
         auto buffer = std::make_shared<FrameBuffer>();
         buffer->data = new unsigned char[size];
@@ -195,6 +202,66 @@ TEST_F(AudioDecodeThreadTest, OpensTheDecoderAndHandsItTheSpec) {
     EXPECT_EQ(factory->typeAsked, AUDIO_CODEC_VORBIS);
     EXPECT_THAT(events.all(), ElementsAre("open 2 with parameters", "spec 1 8000 1"));
     thread->start();
+}
+
+std::shared_ptr<AudioPacket> packetOf(const std::shared_ptr<const CodecInfo>& track, int64_t pts) {
+    auto packet = makeAudioPacket(pts);
+    packet->track = track;
+    return packet;
+}
+
+std::shared_ptr<const CodecInfo> aacTrack() {
+    auto track = std::make_shared<CodecInfo>();
+    track->audioCodecType = AUDIO_CODEC_AAC;
+    return track;
+}
+
+TEST_F(AudioDecodeThreadTest, ChangesTheDecoderWithTheTrackOfThePackets) {
+    ASSERT_TRUE(thread->open(AUDIO_CODEC_MP3, nullptr, {2, 48000, 1}, observer));
+    thread->openSync(true);
+    ASSERT_TRUE(thread->start());
+    thread->fillPacket(makeAudioPacket(0));
+    events.waitFor(5);
+    const auto second = std::make_shared<FakeDecoder>(&events);
+    factory->decoder = second;
+    const auto track = aacTrack();
+    thread->fillPacket(packetOf(track, 10));
+    thread->fillPacket(packetOf(track, 20));
+    EXPECT_THAT(events.waitFor(14),
+                ElementsAre("open 0", "spec 2 48000 1", "sync on", "packet 0", "frame 0", "close", "open 1",
+                            "spec 2 48000 1", "sync on", "track", "packet 10", "frame 10", "packet 20", "frame 20"));
+}
+
+TEST_F(AudioDecodeThreadTest, IsSilentWhereTheDecoderOfATrackDoesNotOpen) {
+    run();
+    thread->fillPacket(makeAudioPacket(0));
+    events.waitFor(4);
+    const auto broken = std::make_shared<FakeDecoder>(&events);
+    broken->opens = false;
+    factory->decoder = broken;
+    const auto track = aacTrack();
+    thread->fillPacket(packetOf(track, 10));
+    events.waitFor(8);
+    factory->decoder = std::make_shared<FakeDecoder>(&events);
+    thread->fillPacket(packetOf(aacTrack(), 20));
+    const auto all = events.waitFor(14);
+    EXPECT_EQ(std::count(all.begin(), all.end(), "packet 10"), 0);
+    EXPECT_EQ(all.back(), "frame 20");
+}
+
+TEST_F(AudioDecodeThreadTest, DecodesTheNextTrackThoughNoRoomIsLeft) {
+    FakeTime::setManual(true);
+    observer->queueSize = 20;
+    run();
+    ASSERT_TRUE(idles());
+    thread->fillPacket(makeAudioPacket(0));
+    thread->readAgain();
+    EXPECT_EQ(thread->getQueuePacketSize(), 0);
+    factory->decoder = std::make_shared<FakeDecoder>(&events);
+    thread->fillPacket(packetOf(aacTrack(), 10));
+    const auto all = events.waitFor(9);
+    EXPECT_EQ(all.back(), "frame 10");
+    EXPECT_EQ(std::count(all.begin(), all.end(), "packet 0"), 0);
 }
 
 TEST_F(AudioDecodeThreadTest, OpensThoughTheDecoderRefusesTheSpec) {

@@ -17,6 +17,7 @@
 #include "decode/seek_skip.h"
 #include "decode/video_decoder_factory.h"
 #include "decode/video_test_support.h"
+#include "kelp_player/codec_info.h"
 #include "kelp_player/log.h"
 #include "support/fake_time.h"
 #include "support/log_capture.h"
@@ -33,6 +34,7 @@ template struct ExposeMember<struct VideoDecoderTag, &VideoDecodeThread::decoder
 namespace {
 
 bool noDecoder = false;
+std::shared_ptr<kelp::IVideoDecoder> nextDecoder;  // in place of a real one, if set
 
 }  // namespace
 
@@ -42,6 +44,9 @@ extern "C" {
 std::shared_ptr<kelp::IVideoDecoder> CREATE_DECODER(__real_)(kelp::VideoDecoderFactory*, kelp::VideoCodecType);
 std::shared_ptr<kelp::IVideoDecoder> CREATE_DECODER(__wrap_)(kelp::VideoDecoderFactory* self,
                                                              kelp::VideoCodecType type) {
+    if (nextDecoder) {
+        return std::move(nextDecoder);
+    }
     return noDecoder ? nullptr : CREATE_DECODER(__real_)(self, type);
 }
 }
@@ -226,6 +231,59 @@ protected:
 TEST_F(VideoDecodeThreadTest, IsADecodersObserverAndNoDecodeThreadToOthers) {
     EXPECT_TRUE((std::is_convertible_v<VideoDecodeThread*, VideoDecoderObserver*>));
     EXPECT_FALSE((std::is_convertible_v<VideoDecodeThread*, BaseDecodeThread*>));
+}
+
+TEST_F(VideoDecodeThreadTest, ChangesTheDecoderWithTheTrackAndShowsNoTimeTwice) {
+    openScripted();
+    start();
+    for (const int64_t pts : {0, 40, 80}) {
+        thread_->fillPacket(makeVideoPacket(pts));
+    }
+    ASSERT_THAT(observer_->waitForEvents(3), SizeIs(3));
+    const auto second = std::make_shared<ScriptedDecoder>();
+    nextDecoder = second;
+    const auto track = std::make_shared<CodecInfo>();
+    track->videoCodecType = VIDEO_CODEC_HEVC;
+    for (const int64_t pts : {40, 80, 120, 100}) {
+        const auto packet = makeVideoPacket(pts);
+        packet->track = track;
+        thread_->fillPacket(packet);
+    }
+    // The end gets out of the first decoder what it still holds.
+    EXPECT_THAT(observer_->waitForEvents(6),
+                ElementsAre("frame 0", "frame 40", "frame 80", "no more", "frame 120", "frame 100"));
+    EXPECT_EQ(scripted_->closes, 1);
+    EXPECT_EQ(second->closes, 0);
+    stop();
+    second->observer.reset();
+}
+
+TEST_F(VideoDecodeThreadTest, ShowsAllOfATrackThatBeginsBehindASeek) {
+    openScripted();
+    start();
+    thread_->fillPacket(makeVideoPacket(5000));
+    ASSERT_THAT(observer_->waitForEvents(1), SizeIs(1));
+    const auto second = std::make_shared<ScriptedDecoder>();
+    nextDecoder = second;
+    thread_->seek(4000);
+    const auto packet = makeVideoPacket(4000);
+    packet->track = std::make_shared<CodecInfo>();
+    thread_->fillPacket(packet);
+    EXPECT_THAT(observer_->waitForEvents(4), ElementsAre("frame 5000", "seek 4000 flush", "no more", "frame 4000"));
+    stop();
+    second->observer.reset();
+}
+
+TEST_F(VideoDecodeThreadTest, HasNoBufferToSeekInWhileTwoTracksWait) {
+    openScripted();
+    thread_->fillPacket(makeVideoPacket(0));
+    thread_->onVideoDecoded(std::make_shared<VideoFrameInfo>());
+    thread_->fillPacket(makeVideoPacket(1000));
+    EXPECT_TRUE(thread_->checkBuffer(500));
+    const auto packet = makeVideoPacket(2000);
+    packet->track = std::make_shared<CodecInfo>();
+    thread_->fillPacket(packet);
+    EXPECT_FALSE(thread_->checkBuffer(500));
 }
 
 TEST_F(VideoDecodeThreadTest, HandsItsSettingsToTheDecoder) {

@@ -160,6 +160,17 @@ const std::vector<MediaFile>& mediaTable() {
          "-x264-params open-gop=1 -pix_fmt yuv420p -c:a aac -b:a 128k {out}", 320, 180, 300, 12000, true, 0},
         {"numbers_unknown.mkv", "Matroska as it is streamed: without a duration and without an index",
          "ffmpeg -i {dir}/numbers.mp4 -t 8 -c copy -live 1 -f matroska {out}", 320, 180, 200, 8000, true, 0},
+        // The tone of the second sound tells the time and 30 s more.
+        {"two_tracks.mp4", "two videos, 320x180 and 160x90, with the same numbers, and two sounds",
+         "ffmpeg " KELP_NUMBERED("20")
+         "-f lavfi -i \"aevalsrc='0.5*sin(2*PI*(3400*t+50*t*t))':s=48000:d=20\" "
+         "-map 0 -map 1 -map 0 -map 2 -filter:v:1 scale=160:90:flags=neighbor "
+         "-c:v libx264 -preset veryfast -bf 2 -g 25 -sc_threshold 0 -pix_fmt yuv420p -c:a aac -b:a 128k {out}",
+         320, 180, 500, 20000, true, 0},
+        {"two_tracks.mkv", "the same in Matroska", "ffmpeg -i {dir}/two_tracks.mp4 -map 0 -c copy {out}",
+         320, 180, 500, 20000, true, 0},
+        {"two_tracks.ts", "the same in MPEG-TS", "ffmpeg -i {dir}/two_tracks.mp4 -map 0 -c copy {out}",
+         320, 180, 500, 20000, true, 0},
         // A decoder that fails: the slices of 150 pictures in a row have an unknown type.
         {"broken.avi", "AVI, H.264; pictures 10 to 159 of 235 are refused by the decoder",
          "ffmpeg -f lavfi -i testsrc2=size=160x90:rate=25:duration=9.4 "

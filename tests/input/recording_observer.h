@@ -15,7 +15,8 @@ namespace kelp::test {
 // Writes down what the parser tells, one line for each call, and answers with the queue sizes that the test sets.
 //
 // The lines: "video PTS" with " key" and " found" by the packet's flags, "end" and "flush" with " found", "audio PTS",
-// "first video PTS" and "first audio PTS", "seek start MS", "seek completed", "file end VIDEO AUDIO", "completed",
+// "first video PTS" and "first audio PTS", "seek start MS", "seek completed", "sound read
+// again", "file end VIDEO AUDIO", "completed",
 // "failed"; with `recordPolls` also "vq", "aq", "vf" and "af" for each question after a queue size.
 class RecordingObserver : public StreamParserObserver {
 public:
@@ -31,6 +32,8 @@ public:
     bool isDecoding() override { return isDecoding_; }
     void onSeekStart(int seekTimeMs) override;
     void onSeekCompleted() override;
+    int64_t audibleTimeMs() override { return audibleMs; }
+    void onSoundReadAgain() override { record("sound read again"); }
     void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
     void onPlaybackCompleted() override;
     void onPlayFailed() override;
@@ -50,6 +53,8 @@ public:
     std::atomic<int> videoFrames_{0};
     std::atomic<int> audioFrames_{0};
     std::atomic<bool> isDecoding_{false};
+
+    std::atomic<int64_t> audibleMs{-1};
 
     bool recordPolls = false;
     bool keepPackets = true;

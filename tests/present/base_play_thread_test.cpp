@@ -136,6 +136,56 @@ TEST_F(BasePlayThreadTest, FillReturnsTheNewQueueSize) {
     EXPECT_EQ(thread.getFrameQueueSize(), 2);
 }
 
+TEST_F(BasePlayThreadTest, SplicesFramesOfAnotherTrackInBehindTheNextOne) {
+    RecordingPlayThread thread;
+    thread.fill({0, 40, 80, 120});
+    thread.splice();
+    EXPECT_EQ(thread.getFrameQueueSize(), 1) << "what waits holds nothing up";
+    // They begin before the end of the next one.
+    thread.fill({-40, 0});
+    EXPECT_EQ(thread.getFrameQueueSize(), 1);
+    EXPECT_EQ(thread.fillFrame(makeFrame(37)), 2);
+    thread.fill({77});
+    EXPECT_EQ(thread.getFrameQueueSize(), 3);
+    ASSERT_TRUE(thread.start());
+    EXPECT_TRUE(thread.waitFor("out 77"));
+    EXPECT_THAT(thread.events(), ElementsAre("out 0", "out 37", "out 77"));
+}
+
+TEST_F(BasePlayThreadTest, SplicesBehindTheLastOneThatWentWhereNoneWaits) {
+    RecordingPlayThread thread;
+    thread.fill({0, 40});
+    ASSERT_TRUE(thread.start());
+    ASSERT_TRUE(thread.waitFor("idle"));
+    thread.splice();
+    thread.fill({0, 40, 79, 120});
+    EXPECT_TRUE(thread.waitFor("out 120"));
+    EXPECT_THAT(thread.events(), ElementsAre("out 0", "out 40", "out 79", "out 120"));
+}
+
+TEST_F(BasePlayThreadTest, KeepsEarlierFramesAtASplice) {
+    RecordingPlayThread thread;
+    thread.fill({0, 40, 80});
+    thread.splice();
+    thread.fill({120, 160});
+    EXPECT_EQ(thread.getFrameQueueSize(), 5);
+}
+
+TEST_F(BasePlayThreadTest, SplicesAnyFrameInBehindASeekAndOneOfAnotherTime) {
+    RecordingPlayThread thread;
+    thread.fill({5000, 5040});
+    thread.splice();
+    thread.seek(1000, /*needFlush=*/true);
+    thread.fill({960, 1000});
+    EXPECT_EQ(thread.getFrameQueueSize(), 2);
+
+    RecordingPlayThread other;
+    other.fill({100000, 100040});
+    other.splice();
+    other.fill({0});
+    EXPECT_EQ(other.getFrameQueueSize(), 2) << "the front one may be on its way out";
+}
+
 TEST_F(BasePlayThreadTest, GivesAFrameTheDistanceToItsSuccessorAsDuration) {
     RecordingPlayThread thread;
     const auto first = makeFrame(1000, 40);

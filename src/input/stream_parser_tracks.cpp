@@ -1,0 +1,197 @@
+// Changes of the tracks while the input is read: the request, and what the parser's thread does about it.
+//
+// Sound that was read ahead may lie seconds behind what is heard, so the input goes back to there, and what is read
+// again of the video isn't handed on twice. A video begins at a key frame: both are read until the new one has brought
+// one and the old one has come as far. Each packet of a track that wasn't there at the start names it, so that its
+// decoder changes between the packets of the two, whatever happens to the queue.
+
+#include <algorithm>
+#include <utility>
+
+#include "input/stream_parser.h"
+#include "kelp_player/log.h"
+#include "runtime/ffmpeg_compat.h"
+
+extern "C" {
+#include <libavcodec/bsf.h>
+#include <libavcodec/packet.h>
+#include <libavformat/avformat.h>
+#include <libavutil/mathematics.h>
+}
+
+namespace kelp {
+namespace {
+
+constexpr const char* TAG = "StreamParser";
+
+constexpr int64_t kSoundLeadInMs = 200;  // sound is right only after some was decoded before it
+constexpr size_t kMaxHeldPackets = 200;  // of a video that waits for the old one to come as far
+
+int64_t ticksOf(const AVPacket& packet) {
+    return packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
+}
+
+int64_t ticksToUs(int64_t ticks, const AVStream& stream) {
+    return ticks == AV_NOPTS_VALUE ? ticks : av_rescale_q(ticks, stream.time_base, AVRational{1, AV_TIME_BASE});
+}
+
+}  // namespace
+
+void FreeHeldPacket::operator()(AVPacket* packet) const {
+    av_packet_free(&packet);
+}
+
+void FreeLeftBsf::operator()(AVBSFContext* context) const {
+    av_bsf_free(&context);
+}
+
+void StreamParser::selectTrack(TrackKind kind, int number) {
+    (kind == TRACK_KIND_VIDEO ? videoAsked_ : audioAsked_).post(number);
+    endRest();
+}
+
+void StreamParser::changeTracks(GoBack goBack) {
+    if (const auto number = audioAsked_.take()) {
+        changeAudio(static_cast<int>(*number), goBack);
+    }
+    if (const auto number = videoAsked_.take()) {
+        announceVideo(static_cast<int>(*number));
+    }
+}
+
+void StreamParser::changeAudio(int number, GoBack goBack) {
+    AVStream* const before = audioStream_;
+    if (number == audioStreamIndex_ || !findStream(number)) {
+        return;
+    }
+    if (before) {
+        before->discard = AVDISCARD_ALL;
+    }
+    audioStreamIndex_ = number;
+    auto track = std::make_shared<CodecInfo>();
+    track->audioCodecType = audioCodecType_;
+    track->audioParameters = compat::copyParameters(audioStream_);
+    audioTrack_ = std::move(track);
+    tracksChanged_ = true;
+    Log::Info(TAG, "track %d is the sound now\n", number);
+    // A seek that waits brings its own place.
+    if (goBack == GoBack::Allowed && observer_ && !seekAsked_.isPending()) {
+        goBackForSound();
+    }
+}
+
+void StreamParser::goBackForSound() {
+    const AVIOContext* const pb = formatContext_->pb;
+    if (isLive_ || !pb || (pb->seekable & AVIO_SEEKABLE_NORMAL) == 0) {
+        return;  // it is heard when what was read has been played
+    }
+    if (firstPacketMs_ < 0) {
+        return;  // nothing was read
+    }
+    // A time out of what was read is one from before a seek.
+    const int64_t heardMs = observer_->audibleTimeMs();
+    const int64_t fromMs = heardMs <= lastSoundMs_ ? std::max(heardMs, firstPacketMs_) : firstPacketMs_;
+    if (!seekInput(std::max<int64_t>(fromMs - kSoundLeadInMs, 0) * 1000)) {
+        return;
+    }
+    soundFromMs_ = fromMs - kSoundLeadInMs;
+    readAgain_.begin();
+    held_.clear();
+    observer_->onSoundReadAgain();
+}
+
+void StreamParser::announceVideo(int number) {
+    held_.clear();
+    if (nextVideoIndex_ >= 0) {
+        formatContext_->streams[nextVideoIndex_]->discard = AVDISCARD_ALL;
+    }
+    nextVideoIndex_ = number == videoStreamIndex_ ? -1 : number;
+    if (nextVideoIndex_ >= 0) {
+        formatContext_->streams[nextVideoIndex_]->discard = AVDISCARD_DEFAULT;
+    }
+}
+
+bool StreamParser::isForNobody(const AVPacket& packet) {
+    if (packet.stream_index == videoStreamIndex_) {
+        if (readAgain_.wasHandedOn(packet)) {
+            return true;
+        }
+        readAgain_.note(packet);
+        lastVideoTicks_ = ticksOf(packet);
+        return false;
+    }
+    if (packet.stream_index == audioStreamIndex_) {
+        const int64_t us = soundFromMs_ >= 0 ? ticksToUs(ticksOf(packet), *audioStream_) : AV_NOPTS_VALUE;
+        const bool isEarly = us != AV_NOPTS_VALUE && us - std::max<int64_t>(startTimeUs_, 0) < soundFromMs_ * 1000;
+        soundFromMs_ = isEarly ? soundFromMs_ : -1;
+        return isEarly;
+    }
+    // What the demuxer has read of a track that was left since.
+    return tracksChanged_ && formatContext_->streams[packet.stream_index]->discard >= AVDISCARD_ALL;
+}
+
+bool StreamParser::holdNextVideo(const AVPacket& packet) {
+    if (packet.stream_index != nextVideoIndex_) {
+        return false;
+    }
+    const bool isKey = (packet.flags & AV_PKT_FLAG_KEY) != 0;
+    if (!readAgain_.isActive() && (isKey || !held_.empty())) {
+        if (HeldPacket copy{av_packet_clone(&packet)}) {
+            held_.push_back(std::move(copy));
+        }
+    }
+    return true;
+}
+
+bool StreamParser::isNextVideoDue() const {
+    if (held_.empty()) {
+        return false;
+    }
+    const int64_t nextUs = ticksToUs(ticksOf(*held_.front()), *formatContext_->streams[nextVideoIndex_]);
+    const int64_t lastUs = ticksToUs(lastVideoTicks_, *videoStream_);
+    return isLive_ || !foundKeyFrame_ || nextUs == AV_NOPTS_VALUE || lastUs == AV_NOPTS_VALUE || nextUs <= lastUs ||
+           held_.size() > kMaxHeldPackets;
+}
+
+void StreamParser::takeNextVideo() {
+    const int number = std::exchange(nextVideoIndex_, -1);
+    const auto held = std::exchange(held_, {});
+    AVStream* const before = videoStream_;
+    const int indexBefore = videoStreamIndex_;
+    AVBSFContext* const bsfBefore = std::exchange(bsfContext_, nullptr);
+    if (!findStream(number)) {
+        bsfContext_ = bsfBefore;
+        return;
+    }
+    // The stream's parameters stay converted, so the filter has to stay with them.
+    leftBsfs_[indexBefore].reset(bsfBefore);
+    if (before) {
+        before->discard = AVDISCARD_ALL;
+    }
+    videoStreamIndex_ = number;
+    auto track = std::make_shared<CodecInfo>();
+    track->videoCodecType = videoCodecType_;
+    track->pixFormat = pixFormat_;
+    track->videoParameters = compat::copyParameters(videoStream_);
+    videoTrack_ = std::move(track);
+    tracksChanged_ = true;
+    videoEnded_ = false;
+    readAgain_.forget();
+    lastKeyFramePts_ = -1;
+    Log::Info(TAG, "track %d is the video now\n", number);
+    for (const auto& packet : held) {
+        handlePacket(packet.get());
+    }
+}
+
+void StreamParser::forgetReading() {
+    readAgain_.forget();
+    soundFromMs_ = firstPacketMs_ = lastSoundMs_ = -1;
+    videoEnded_ = soundEnded_ = false;
+    held_.clear();
+    if (nextVideoIndex_ >= 0) {
+        takeNextVideo();
+    }
+}
+
+}  // namespace kelp

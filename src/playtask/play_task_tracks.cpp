@@ -1,0 +1,82 @@
+#include <algorithm>
+
+#include "kelp_player/log.h"
+#include "playtask/play_task.h"
+
+// The tracks of the source: which there are, and the change to another one.
+
+namespace kelp {
+
+std::vector<Track> PlayTask::getTracks() {
+    const auto streamInfo = streamInfo_.load();
+    auto tracks = streamInfo ? streamInfo->tracks : std::vector<Track>();
+    for (const TrackKind kind : {TRACK_KIND_VIDEO, TRACK_KIND_AUDIO}) {
+        const int selected = selectedTrack(kind);
+        for (Track& track : tracks) {
+            if (selected >= 0 && track.kind == kind) {
+                track.isPlayed = track.number == selected;
+            }
+        }
+    }
+    return tracks;
+}
+
+// A request that is on its way reaches the parser before it is closed, as a seek does.
+bool PlayTask::selectTrack(TrackKind kind, int number) {
+    std::lock_guard lock(seekRunMutex_);
+    if (const char* const obstacle = obstacleTo(kind, number)) {
+        Log::Error(kTag, "selectTrack, kind:%d, number:%d, %s\n", kind, number, obstacle);
+        return false;
+    }
+    selectedTrack(kind) = number;
+    streamParser_->selectTrack(kind, number);
+    return true;
+}
+
+const char* PlayTask::obstacleTo(TrackKind kind, int number) {
+    const auto streamInfo = streamInfo_.load();
+    const auto codecInfo = codecInfo_.load();
+    if (!isRead_ || !streamInfo || !codecInfo) {
+        return "nothing is played";
+    }
+    const bool isVideo = kind == TRACK_KIND_VIDEO;
+    if (!isVideo && kind != TRACK_KIND_AUDIO) {
+        return "only video and sound can be changed";
+    }
+    if (isVideo ? !videoPlayThread_.load() : !audioPlayThread_.load()) {
+        return "no track of this kind is played";
+    }
+    const auto track = std::ranges::find(streamInfo->tracks, number, &Track::number);
+    if (track == streamInfo->tracks.end() || track->kind != kind) {
+        return "there is no such track";
+    }
+    if (!track->isPlayable || track->isAttachedPicture) {
+        return "it can't be played";
+    }
+    if (isVideo && codecInfo->videoCodecType == VIDEO_CODEC_270) {
+        return "the video that is played isn't decoded";
+    }
+    return nullptr;
+}
+
+int64_t PlayTask::audibleTimeMs() {
+    if (const auto target = seekTurns_.target()) {
+        return *target;
+    }
+    const auto audioPlay = audioPlayThread_.load();
+    return audioPlay && audioPlay->hasTime() ? audioPlay->getCurrentTime() : -1;
+}
+
+void PlayTask::onSoundReadAgain() {
+    if (const auto audioDecode = audioDecodeThread_.load()) {
+        audioDecode->readAgain();
+    }
+}
+
+void PlayTask::onAudioDecodeTrack() {
+    if (const auto audioPlay = audioPlayThread_.load()) {
+        audioPlay->splice();
+    }
+}
+
+}  // namespace kelp

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <string_view>
 #include <system_error>
 
 std::string problemOfPath(const std::string& path) {
@@ -35,6 +36,11 @@ std::string messageOf(const std::string& logLine) {
 }
 
 std::string reasonIn(const std::string& message) {
+    // Plain words of the player's, behind the file's name.
+    constexpr std::string_view kPlain = " can't be played: ";
+    if (const auto plain = message.rfind(kPlain); plain != std::string::npos) {
+        return message.substr(plain + kPlain.size());
+    }
     const auto code = message.find(", ", message.find("ret:"));
     const auto end = message.find(", is stoped:");
     if (message.find("ret:") == std::string::npos || code == std::string::npos || end == std::string::npos) {

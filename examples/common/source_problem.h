@@ -8,5 +8,5 @@ std::string problemOfPath(const std::string& path);
 // The text of a line of the player's log, without its date, level and tag.
 std::string messageOf(const std::string& logLine);
 
-// The demuxing library's own words in an error message of the player, or the message as it is.
+// Why it failed: the plain words of the player, or of the demuxing library, in an error message, or all of it.
 std::string reasonIn(const std::string& message);

@@ -57,6 +57,12 @@ expect 0 --headless --snapshot 1 "$scratch/turned" "$media/rotated.mp4"
 size=$(ffprobe -v error -show_entries stream=width,height -of csv=p=0 "$scratch/turned/snapshot-001.png" 2>&1)
 [ "$size" = 180,320 ] || fail "the turned snapshot is $size"
 
+# Codecs that are played for a host that asks for more than the standard.
+expect 0 --headless --snapshot 1 "$scratch/vp8" "$media/codecs/vp8_opus.webm"
+size=$(ffprobe -v error -show_entries stream=width,height -of csv=p=0 "$scratch/vp8/snapshot-001.png" 2>&1)
+[ "$size" = 64,48 ] || fail "the snapshot of VP8 is $size"
+expect 1 --headless --option preset=standard "$media/codecs/vp8_opus.webm"
+
 expect 0 --headless "$media/vorbis.ogg"
 expect 0 --headless "$media/vfr.mkv"
 
@@ -67,7 +73,7 @@ one_line_about 'is a folder'
 expect 1 --headless "$media/empty.mp4"
 one_line_about 'the file is empty'
 expect 1 --headless "$media/text.mp4"
-one_line_about 'text.mp4: .*Invalid data'
+one_line_about 'text.mp4: it is damaged or cut off'
 expect 2 --nonsense "$media/short.mp4"
 grep -q 'unknown option --nonsense' "$scratch/err" && grep -q '^usage:' "$scratch/err" || fail "no usage"
 expect 2

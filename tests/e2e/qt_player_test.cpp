@@ -358,8 +358,9 @@ void QtPlayerTest::goesOnFromTheEnd() {
 
 void QtPlayerTest::saysWhyAFileCantBePlayed() {
     const auto message = [this] { return window_->findChild<QMessageBox*>(QStringLiteral("failure")); };
-    for (const auto& [name, why] :
-         {std::pair{"missing.mp4", "no such file"}, {"empty.mp4", "the file is empty"}, {"text.mp4", "Invalid data"}}) {
+    for (const auto& [name, why] : {std::pair{"missing.mp4", "no such file"},
+                                    {"empty.mp4", "the file is empty"},
+                                    {"text.mp4", "it is damaged"}}) {
         window_->open(media(name));
         EVENTUALLY(message() && message()->isVisible());
         QCOMPARE(player().state(), State::Failed);

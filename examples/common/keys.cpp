@@ -35,6 +35,10 @@ KeyCommand commandOf(const SDL_Keysym& key) {
             return {Command::SeekToStart};
         case SDLK_END:
             return {Command::SeekToEnd};
+        case SDLK_a:
+            return {Command::NextSound};
+        case SDLK_v:
+            return {Command::NextVideo};
         default:
             return {};
     }

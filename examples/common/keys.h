@@ -5,7 +5,20 @@
 #include <cstdint>
 
 // What a key asks for.
-enum class Command { None, Quit, Pause, Louder, Softer, Faster, Slower, SeekBy, SeekToStart, SeekToEnd };
+enum class Command {
+    None,
+    Quit,
+    Pause,
+    Louder,
+    Softer,
+    Faster,
+    Slower,
+    SeekBy,
+    SeekToStart,
+    SeekToEnd,
+    NextSound,
+    NextVideo
+};
 
 struct KeyCommand {
     Command command = Command::None;

@@ -125,7 +125,9 @@ std::string usage() {
                "  --log LEVEL         log to standard error: trace, debug, info, warning, error or none\n"
                "  --help              show this\n"
                "\n") +
-           kKeysUsage + "A click or drag in the window goes to that part of the time line.\n";
+           kKeysUsage +
+           "a and v go to the next sound and video of a file with several.\n"
+           "A click or drag in the window goes to that part of the time line.\n";
 }
 
 bool parseOptions(int argc, char** argv, Options& options, std::string& error) {

@@ -7,6 +7,7 @@
 #include "kelp_player/sync_clock.h"
 #include "kelp_player/tarn_player.h"
 #include "speeds.h"
+#include "track_menu.h"
 
 namespace {
 
@@ -105,6 +106,12 @@ void RemoteControl::carryOut(const KeyCommand& command) {
             break;
         case Command::SeekToEnd:
             seekTo(player_->getDuration() - kBeforeEndMs);
+            break;
+        case Command::NextSound:
+            selectNext(*player_, kelp::TRACK_KIND_AUDIO);
+            break;
+        case Command::NextVideo:
+            selectNext(*player_, kelp::TRACK_KIND_VIDEO);
             break;
         default:
             break;

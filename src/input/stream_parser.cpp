@@ -32,6 +32,7 @@ constexpr int kMaxReadErrors = 5;       // in a row; one more and reading is giv
 constexpr int kQueuesFullRestMs = 100;
 constexpr int kEndOfInputRestMs = 100;
 constexpr int kReadErrorRestMs = 30;
+constexpr int64_t kLongestLastPictureMs = 60'000;
 
 bool isKeyFrame(const AVPacket* packet) {
     return (packet->flags & AV_PKT_FLAG_KEY) != 0;
@@ -188,6 +189,9 @@ void StreamParser::handleEndOfFile() {
             soundEnded_ = true;
             observer_->onAudioPakcet(std::make_shared<AudioPacket>());
         }
+        if (mending_.isWanted()) {
+            observer_->onInputLength(std::max(videoEndMs_, audioEndMs_));
+        }
         observer_->onFileEnd(maxVideoPtsMs_, maxAudioPtsMs_);
     }
     if (const int64_t endMs = std::max(maxVideoPtsMs_, maxAudioPtsMs_); mending_.isWanted() && endMs > 0) {
@@ -195,11 +199,19 @@ void StreamParser::handleEndOfFile() {
     }
 }
 
+int64_t StreamParser::lastPictureMs() const {
+    const int64_t elseMs = std::max(maxVideoPtsMs_, audioEndMs_);
+    return mending_.isWanted() ? std::clamp<int64_t>(videoEndMs_ - elseMs, 0, kLongestLastPictureMs) : 0;
+}
+
 void StreamParser::waitAfterEnd(bool isFailed) {
     bool isReported = false;
+    int64_t heldMs = isFailed ? 0 : lastPictureMs();
     do {
         const bool wasPaused = paused_;
-        if (observer_ && areQueuesEmpty() && !isReported && !wasPaused) {
+        const bool isOver = observer_ && areQueuesEmpty() && !isReported && !wasPaused;
+        const bool isHeld = isOver && heldMs > 0;
+        if (isOver && !isHeld) {
             isFailed ? observer_->onPlayFailed() : observer_->onPlaybackCompleted();
             isReported = true;
         }
@@ -210,8 +222,10 @@ void StreamParser::waitAfterEnd(bool isFailed) {
             clearInputEnd();
             return;
         }
-        rest(isReported ? Rest::kForeverMs : kEndOfInputRestMs,
+        const int restMs = isHeld ? static_cast<int>(std::min<int64_t>(heldMs, kEndOfInputRestMs)) : kEndOfInputRestMs;
+        rest(isReported ? Rest::kForeverMs : restMs,
              [&] { return seekAsked_.isPending() || isTrackAsked() || (wasPaused && !isReported && !paused_); });
+        heldMs -= isHeld ? restMs : 0;
     } while (!isStopRequested());
 }
 
@@ -402,6 +416,9 @@ void StreamParser::fillMediaPacketInfo(std::shared_ptr<MediaPacket> packet, cons
     const double factor = den > 0 ? static_cast<double>(packet->timeBaseNum) * 1000.0 / den : 1.0;
     int64_t& maxPtsMs = isVideo ? maxVideoPtsMs_ : maxAudioPtsMs_;
     maxPtsMs = std::max(maxPtsMs, truncated<int64_t>(static_cast<double>(packet->pts) * factor));
+    const double end = static_cast<double>(packet->pts) + static_cast<double>(packet->duration);
+    int64_t& endMs = isVideo ? videoEndMs_ : audioEndMs_;
+    endMs = std::max(endMs, truncated<int64_t>(end * factor));
 }
 
 }  // namespace kelp

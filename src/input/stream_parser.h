@@ -56,6 +56,8 @@ public:
     virtual int64_t audibleTimeMs() { return -1; }
     // The sound of another track comes, from before what waits: drop the packets of sound.
     virtual void onSoundReadAgain() {}
+    // Right before onFileEnd, of an input that is mended: where its last packet ends, in milliseconds.
+    virtual void onInputLength(int64_t /*lengthMs*/) {}
     // The end of the input, with the largest times handed over in milliseconds, -1 where there were none.
     virtual void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) = 0;
     // The end of the input was met, or reading was given up, and all four queues have run empty since.
@@ -127,6 +129,8 @@ struct StreamParserState {
     int64_t lastSoundMs_ = -1;    // of the last packet of sound; likewise
     bool videoEnded_ = false;     // the end packet was handed over; likewise
     bool soundEnded_ = false;
+    int64_t videoEndMs_ = 0;  // where the last ones end
+    int64_t audioEndMs_ = 0;
 };
 
 // The demuxing stage: opens one input, picks one video and one audio stream and hands their packets to an observer.
@@ -221,6 +225,8 @@ private:
     // Waits for a seek or a stop, and tells the observer once when all queues have run empty.
     void waitAfterEnd(bool isFailed);
     bool areQueuesEmpty();
+    // For how long the last picture is to be seen when all else has been.
+    int64_t lastPictureMs() const;
     void clearInputEnd();
 
     // One demuxed packet to the observer; its payload may be converted in place.

@@ -56,6 +56,7 @@ void PlayTask::load(const std::string& fileName, int seekTime, const PlaybackOpt
     streamInfo_.store(streamInfo);
     codecInfo_.store(codecInfo);
     durationMs_ = streamInfo->duration;
+    inputLengthMs_ = 0;
     seekable_ = streamInfo->seekable;
     if (streamInfo->has_video) {
         playDetailWidth_ = codecInfo->width;

@@ -141,6 +141,7 @@ private:
     void onSeekCompleted() override;
     int64_t audibleTimeMs() override;
     void onSoundReadAgain() override;
+    void onInputLength(int64_t lengthMs) override { inputLengthMs_ = lengthMs; }
     void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
     void onPlaybackCompleted() override;
     void onPlayFailed() override;
@@ -272,6 +273,7 @@ private:
     AtomicSharedPtr<VideoPlayThread> coverPlayThread_;
 
     std::atomic<int64_t> durationMs_{0};  // as the source states it, then as its end shows it
+    int64_t inputLengthMs_ = 0;           // the parser's thread's, and the load's before it
     std::atomic<bool> seekable_{false};
     std::atomic<bool> anyDecoded_{false};   // a picture or a piece of sound has come since `play`
     std::atomic<int> playDetailWidth_{0};   // in pixels

@@ -184,7 +184,7 @@ void PlayTask::onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) {
         audioPlay->setMaxPtsMs(maxAudioPtsMs);
     }
     // The real end overrides what the container said, in both directions.
-    const int64_t duration = std::max(maxVideoPtsMs, maxAudioPtsMs);
+    const int64_t duration = std::max({maxVideoPtsMs, maxAudioPtsMs, inputLengthMs_});
     if (duration >= 1 && duration != durationMs_) {
         durationMs_ = duration;
         raise(EVENT_DURATION_UPDATED, static_cast<int>(duration), 0, 0);

@@ -182,11 +182,6 @@ void FFVideoDecoder::deliverPicture(AVFrame* picture, int64_t pts) {
 void FFVideoDecoder::send(const MediaPacket& packet, int64_t nowMs) {
     AVPacket avPacket;
     lendPacket(packet, &avPacket);
-    AVPacketSideData palette{const_cast<uint8_t*>(packet.palette.data()), packet.palette.size(), AV_PKT_DATA_PALETTE};
-    if (!packet.palette.empty()) {
-        avPacket.side_data = &palette;  // copied by the codec
-        avPacket.side_data_elems = 1;
-    }
     // A stream that reorders its pictures without telling their times shows the packets' in their place, all alike.
     tellsPictureTimes_ = tellsPictureTimes_ || packet.pts != packet.dts;
     if (avPacket.pts < neededFromMs_ && canDiscard_ && tellsPictureTimes_ &&

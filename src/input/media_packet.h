@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
 struct AVPacket;
 
@@ -28,10 +27,7 @@ public:
     int mediaType = 0;              // 0 video, 1 audio
     unsigned char* data = nullptr;  // owned, made by new[]; null marks a packet without payload
     int size = 0;                   // bytes in `data`
-    // Of pictures that name their colours by numbers: the colours from this one on, in the codec library's form. Empty
-    // if they don't change.
-    std::vector<unsigned char> palette;
-    int64_t pos = -1;  // byte position in the input
+    int64_t pos = -1;               // byte position in the input
     int64_t dts = -1;
     int64_t pts = -1;
     int64_t duration = -1;

@@ -1,13 +1,11 @@
-// The parser's thread: the read loop, the hand-over of packets, pauses and the end of the input.
+// The parser's thread: the read loop, pauses and the end of the input.
 
 #include "input/stream_parser.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <utility>
 
-#include "clock/timestamp_extrapolator.h"
 #include "clock/wrapping_math.h"
 #include "input/stream_choice.h"
 #include "input/tick_math.h"
@@ -15,7 +13,6 @@
 #include "runtime/ffmpeg_compat.h"
 
 extern "C" {
-#include <libavcodec/bsf.h>
 #include <libavcodec/packet.h>
 #include <libavformat/avformat.h>
 }
@@ -36,20 +33,6 @@ constexpr int64_t kLongestLastPictureMs = 60'000;
 
 bool isKeyFrame(const AVPacket* packet) {
     return (packet->flags & AV_PKT_FLAG_KEY) != 0;
-}
-
-// Null if there is nothing in it that a decoder looks at.
-std::shared_ptr<const AVPacket> copySideData(const AVPacket& source) {
-    const auto isForDecoder = [](const AVPacketSideData& data) { return data.type != AV_PKT_DATA_MPEGTS_STREAM_ID; };
-    if (std::none_of(source.side_data, source.side_data + source.side_data_elems, isForDecoder)) {
-        return nullptr;
-    }
-    std::shared_ptr<AVPacket> copy(av_packet_alloc(), [](AVPacket* packet) { av_packet_free(&packet); });
-    return copy && av_packet_copy_props(copy.get(), &source) >= 0 ? copy : nullptr;
-}
-
-int64_t timeMs(const MediaPacket& packet) {
-    return packet.timeBaseDen > 0 ? ticksToMs(packet.pts, packet.timeBaseNum, packet.timeBaseDen) : -1;
 }
 
 }  // namespace
@@ -297,128 +280,6 @@ void StreamParser::logDroppedPacket(const AVPacket* packet) {
               static_cast<long long>(ticksToMs(packet->pts, base.num, base.den)),
               static_cast<long long>(ticksToMs(start, base.num, base.den)),
               static_cast<long long>(ticksToMs(wrappingSubtract(packet->pts, start), base.num, base.den)));
-}
-
-void StreamParser::disPatchPacket(AVPacket* packet) {
-    if (packet->stream_index == videoStreamIndex_) {
-        mending_.fillTime(*packet, *videoStream_, /*isVideo=*/true);
-        if (!observer_ || dispatchVideo(packet)) {
-            measureKeyFrameGap(packet);
-        }
-    } else if (packet->stream_index == audioStreamIndex_) {
-        mending_.fillTime(*packet, *audioStream_, /*isVideo=*/false);
-        if (observer_) {
-            dispatchAudio(packet);
-        }
-    } else {
-        Log::Error(TAG, "dispatch packet: unknown stream id:%d\n", packet->stream_index);
-    }
-}
-
-void StreamParser::dispatchAudio(const AVPacket* packet) {
-    auto audioPacket = std::make_shared<AudioPacket>();
-    audioPacket->track = audioTrack_;
-    fillMediaPacketInfo(audioPacket, packet, audioStream_, /*isVideo=*/false);
-    lastSoundMs_ = timeMs(*audioPacket);
-    soundEnded_ = false;
-    observer_->onAudioPakcet(audioPacket);
-    sendFirstPacket(audioPacket);
-}
-
-bool StreamParser::dispatchVideo(AVPacket* packet) {
-    if (bsfContext_ && !convertToAnnexB(packet)) {
-        return false;
-    }
-    auto videoPacket = std::make_shared<VideoPacket>();
-    videoPacket->keyFrame = isKeyFrame(packet);
-    videoPacket->foundKeyFrame = foundKeyFrame_;
-    videoPacket->track = videoTrack_;
-    fillMediaPacketInfo(videoPacket, packet, videoStream_, /*isVideo=*/true);
-    if (extrapolator_ && isLive_) {
-        extrapolator_->update(videoPacket->pts);
-    }
-    observer_->onVideoPacket(videoPacket);
-    sendFirstPacket(videoPacket);
-    return true;
-}
-
-void StreamParser::sendFirstPacket(const std::shared_ptr<MediaPacket>& packet) {
-    if (!firstPacketSent_) {
-        observer_->onFirstPakcet(packet);
-        firstPacketSent_ = true;
-        firstPacketMs_ = std::max<int64_t>(timeMs(*packet), 0);
-    }
-}
-
-// The filter gives one packet for one; `packet` holds the converted one afterwards.
-bool StreamParser::convertToAnnexB(AVPacket* packet) {
-    if (packet->size == 0) {
-        // Nothing to convert, and the filter would take it for the end of the stream.
-        return true;
-    }
-    int result = av_bsf_send_packet(bsfContext_, packet);
-    if (result < 0) {
-        Log::Error(TAG, "h264_mp4toannexb filter failed to send input packet\n");
-        return false;
-    }
-    while (result == 0) {
-        result = av_bsf_receive_packet(bsfContext_, packet);
-    }
-    if (result < 0 && result != AVERROR(EAGAIN) && result != AVERROR_EOF) {
-        Log::Error(TAG, "h264_mp4toannexb filter failed to receive output packet\n");
-        return false;
-    }
-    return true;
-}
-
-void StreamParser::measureKeyFrameGap(const AVPacket* packet) {
-    if (!isKeyFrame(packet)) {
-        return;
-    }
-    const int64_t last = std::exchange(lastKeyFramePts_, packet->pts);
-    const AVRational base = videoStream_->time_base;
-    if (last < 0 || base.den <= 0) {
-        return;
-    }
-    const double ticks = static_cast<double>(packet->pts) - static_cast<double>(last);
-    const double gapMs = static_cast<double>(base.num) / base.den * ticks * 1000.0;
-    maxKeyFrameDurationMs_ = std::max(maxKeyFrameDurationMs_, truncated<int64_t>(gapMs));
-}
-
-void StreamParser::fillMediaPacketInfo(std::shared_ptr<MediaPacket> packet, const AVPacket* source,
-                                       const AVStream* stream, bool isVideo) {
-    const int64_t start = isVideo ? startTimeInVideoTimeBase_ : startTimeInAudioTimeBase_;
-    const int64_t best = source->pts != AV_NOPTS_VALUE ? source->pts : source->dts;
-    const bool isBestKnown = best != AV_NOPTS_VALUE;
-
-    packet->data = new unsigned char[source->size];
-    if (source->size > 0) {
-        std::memcpy(packet->data, source->data, source->size);
-    }
-    packet->size = source->size;
-    size_t paletteSize = 0;
-    if (const uint8_t* palette = av_packet_get_side_data(source, AV_PKT_DATA_PALETTE, &paletteSize)) {
-        packet->palette.assign(palette, palette + paletteSize);
-    }
-    packet->pos = source->pos;
-    packet->dts = wrappingSubtract(isBestKnown && source->dts != AV_NOPTS_VALUE ? source->dts : 0, start);
-    packet->pts = wrappingSubtract(isBestKnown ? best : 0, start);
-    packet->duration = source->duration;
-    packet->timeBaseNum = stream->time_base.num;
-    packet->timeBaseDen = stream->time_base.den;
-    packet->flags = source->flags;
-    // Behind the filter a configuration in its old form would be misread.
-    if (keepsSideData_ && !(isVideo && bsfContext_)) {
-        packet->sideData = copySideData(*source);
-    }
-
-    const double den = static_cast<double>(packet->timeBaseDen);
-    const double factor = den > 0 ? static_cast<double>(packet->timeBaseNum) * 1000.0 / den : 1.0;
-    int64_t& maxPtsMs = isVideo ? maxVideoPtsMs_ : maxAudioPtsMs_;
-    maxPtsMs = std::max(maxPtsMs, truncated<int64_t>(static_cast<double>(packet->pts) * factor));
-    const double end = static_cast<double>(packet->pts) + static_cast<double>(packet->duration);
-    int64_t& endMs = isVideo ? videoEndMs_ : audioEndMs_;
-    endMs = std::max(endMs, truncated<int64_t>(end * factor));
 }
 
 }  // namespace kelp

@@ -271,24 +271,6 @@ bool StreamParser::selectStreams() {
     return videoStreamIndex_ >= 0 || audioStreamIndex_ >= 0;
 }
 
-int StreamParser::chooseStream(TrackKind kind, int wanted, int related) {
-    const bool isVideo = kind == TRACK_KIND_VIDEO;
-    if (wanted == PlaybackOptions::kNoTrack) {
-        return -1;
-    }
-    if (wanted != PlaybackOptions::kAutoTrack) {
-        if (static_cast<unsigned int>(wanted) < formatContext_->nb_streams) {
-            const AVStream& stream = *formatContext_->streams[wanted];
-            if (trackKindOf(stream) == kind && isPlayable(stream, playbackOptions_.allCodecs)) {
-                return wanted;
-            }
-        }
-        Log::Warn(TAG, "%s %d is none that can be played, taking auto\n", isVideo ? "video_track" : "audio_track",
-                  wanted);
-    }
-    return choice_->best(formatContext_, isVideo ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO, related);
-}
-
 bool StreamParser::findStream(int index) {
     if (index < 0 || static_cast<unsigned int>(index) >= formatContext_->nb_streams) {
         return false;

@@ -1,4 +1,5 @@
-// Changes of the tracks while the input is read: the request, and what the parser's thread does about it.
+// The choice of the tracks, and their changes while the input is read: the request, and what the parser's thread does
+// about it.
 //
 // Sound that was read ahead may lie seconds behind what is heard, so the input goes back to there, and what is read
 // again of the video isn't handed on twice. A video begins at a key frame: both are read until the new one has brought
@@ -8,7 +9,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "input/stream_choice.h"
 #include "input/stream_parser.h"
+#include "input/track_list.h"
 #include "kelp_player/log.h"
 #include "runtime/ffmpeg_compat.h"
 
@@ -43,6 +46,24 @@ void FreeHeldPacket::operator()(AVPacket* packet) const {
 
 void FreeLeftBsf::operator()(AVBSFContext* context) const {
     av_bsf_free(&context);
+}
+
+int StreamParser::chooseStream(TrackKind kind, int wanted, int related) {
+    const bool isVideo = kind == TRACK_KIND_VIDEO;
+    if (wanted == PlaybackOptions::kNoTrack) {
+        return -1;
+    }
+    if (wanted != PlaybackOptions::kAutoTrack) {
+        if (static_cast<unsigned int>(wanted) < formatContext_->nb_streams) {
+            const AVStream& stream = *formatContext_->streams[wanted];
+            if (trackKindOf(stream) == kind && isPlayable(stream, playbackOptions_.allCodecs)) {
+                return wanted;
+            }
+        }
+        Log::Warn(TAG, "%s %d is none that can be played, taking auto\n", isVideo ? "video_track" : "audio_track",
+                  wanted);
+    }
+    return choice_->best(formatContext_, isVideo ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO, related);
 }
 
 void StreamParser::selectTrack(TrackKind kind, int number) {

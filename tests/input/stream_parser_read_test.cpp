@@ -121,25 +121,6 @@ TEST_F(StreamParserRead, GivesAnEmptyPacketAPayloadOfNoBytes) {
     EXPECT_THAT(logLines("filter failed"), IsEmpty());
 }
 
-TEST_F(StreamParserRead, HandsOnAPaletteThatComesWithAPacket) {
-    ASSERT_TRUE(open({}));
-    for (const int64_t pts : {0, 3600}) {
-        script.packet([=](AVPacket* packet) {
-            av_new_packet(packet, 1);
-            packet->pts = packet->dts = pts;
-            packet->flags = AV_PKT_FLAG_KEY;
-            if (pts == 0) {
-                std::memset(av_packet_new_side_data(packet, AV_PKT_DATA_PALETTE, AVPALETTE_SIZE), 7, AVPALETTE_SIZE);
-            }
-        });
-    }
-    runScript();
-    const auto packets = observer->videoPackets();
-    ASSERT_EQ(packets.size(), 2U);
-    EXPECT_EQ(packets[0]->palette, std::vector<unsigned char>(AVPALETTE_SIZE, 7));
-    EXPECT_TRUE(packets[1]->palette.empty());
-}
-
 TEST_F(StreamParserRead, CountsTimesFromTheStartOfTheInput) {
     SyntheticInput input;
     input.startTimeUs = 1'000'000;

@@ -2,12 +2,12 @@
 
 #include <atomic>
 #include <cstdint>
-#include <deque>
 #include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "input/input_mending.h"
 #include "input/media_packet.h"
@@ -119,8 +119,8 @@ struct StreamParserState {
     std::shared_ptr<const CodecInfo> videoTrack_;  // for the packets; null until the first change
     std::shared_ptr<const CodecInfo> audioTrack_;
     bool tracksChanged_ = false;
-    int nextVideoIndex_ = -1;      // the video that waits for its key frame; -1 for none
-    std::deque<HeldPacket> held_;  // its packets from there on, while the old one hasn't come as far
+    int nextVideoIndex_ = -1;       // the video that waits for its key frame; -1 for none
+    std::vector<HeldPacket> held_;  // its packets from there on, while the old one hasn't come as far
     std::map<int, std::unique_ptr<AVBSFContext, FreeLeftBsf>> leftBsfs_;  // of videos that were played, by their stream
     ReadAgain readAgain_;                                                 // of the video
     int64_t lastVideoTicks_ = std::numeric_limits<int64_t>::min();        // of the last packet; none as FFmpeg has it

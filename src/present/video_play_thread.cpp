@@ -151,12 +151,10 @@ void VideoPlayThread::serveAndRest() {
     const bool wasAsked = serveAsked_.exchange(false);
     carryOutClearScreen();
     const int64_t keptMs = windows_.draw(lastFrame_.get(), fps_);
-    const int64_t remaining = wrappingSubtract(timing_.dueMs(), KelpTime::getTimeMs());
-    const int64_t restMs = std::min({keptMs, int64_t{kMaxRestMs}, remaining});
+    const int64_t restMs =
+        std::min({keptMs, int64_t{kMaxRestMs}, wrappingSubtract(timing_.dueMs(), KelpTime::getTimeMs())});
     if (wasAsked || restMs <= kServeMs) {
-        // What would be left after it is too short for a service, and needs no rest of its own.
-        const bool isLast = remaining > kServeMs && remaining <= 2 * kServeMs;
-        restUntilSeek(isLast ? static_cast<int>(remaining) : kServeMs);
+        restUntilSeek(kServeMs);
     } else {
         restUntilSeek(static_cast<int>(restMs), [this] { return serveAsked_.load(); });
     }

@@ -107,8 +107,7 @@ private:
     int64_t waitUntilDue(int64_t nowMs);
 
     // A part of that wait: carries out what others asked for, and rests until the windows want a drawing or the picture
-    // is due. A request ends the rest, but those that come thick and fast are served every 15 ms, and none in the last
-    // 15 ms, which the picture's own drawing serves.
+    // is due. A request ends the rest, but those that come thick and fast are served every 15 ms.
     void serveAndRest();
 
     // After a request was noted that serveAndRest or the wait around it looks at. Any thread.

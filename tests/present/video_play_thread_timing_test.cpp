@@ -28,31 +28,13 @@ TEST_F(VideoPlayThreadTiming, DrawsFramesAsFarApartAsTheirTimes) {
 TEST_F(VideoPlayThreadTiming, DrawsTheLastPictureAgainEvery15MsWhileTheNextOneWaits) {
     output(0);
     output(40);
-    // No drawing where 15 or less remain, and no look either.
+    // 15, 15 and the 10 that remain; no drawing ahead of a sleep of 15 or less.
     EXPECT_THAT(refreshes(), ElementsAre(Shown{0, 0}, Shown{0, 0}, Shown{15, 0}, Shown{40, 40}));
-    EXPECT_THAT(FakeTime::sleeps(), ElementsAre(15, 25));
+    EXPECT_THAT(FakeTime::sleeps(), ElementsAre(15, 15, 10));
     FakeTime::reset(FakeTime::nowMs());
     output(55);
     EXPECT_THAT(FakeTime::sleeps(), ElementsAre(15));
     EXPECT_EQ(renders.refreshes().size(), 5U);
-}
-
-TEST_F(VideoPlayThreadTiming, RestsOnceBetweenTheLastServiceAndThePicture) {
-    struct Wait {
-        int ms;
-        std::vector<int> rests;
-        size_t drawings;  // the picture's own is the last one
-    };
-    output(0);
-    int64_t pts = 0;
-    for (const Wait& wait : {Wait{15, {15}, 1}, Wait{16, {16}, 2}, Wait{30, {30}, 2}, Wait{31, {15, 16}, 3},
-                             Wait{45, {15, 30}, 3}, Wait{46, {15, 15, 16}, 4}}) {
-        FakeTime::reset(FakeTime::nowMs());
-        const size_t drawn = renders.refreshes().size();
-        output(pts += wait.ms);
-        EXPECT_EQ(FakeTime::sleeps(), wait.rests) << wait.ms;
-        EXPECT_EQ(renders.refreshes().size() - drawn, wait.drawings) << wait.ms;
-    }
 }
 
 TEST_F(VideoPlayThreadTiming, HoldsAJumpInTimeForASecondAtMost) {

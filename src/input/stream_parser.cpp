@@ -161,6 +161,7 @@ void StreamParser::handleEndOfFile() {
         if (!held_.empty()) {
             takeNextVideo();
         }
+        observer_->onLastTimes(maxVideoPtsMs_, maxAudioPtsMs_);
         if (videoStream_ && !videoEnded_) {
             videoEnded_ = true;
             // Without data: makes the decoder give out what it still holds.

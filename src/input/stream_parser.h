@@ -56,6 +56,8 @@ public:
     virtual int64_t audibleTimeMs() { return -1; }
     // The sound of another track comes, from before what waits: drop the packets of sound.
     virtual void onSoundReadAgain() {}
+    // The same times as onFileEnd's, ahead of the end packets: what these bring out of a decoder is known for the last.
+    virtual void onLastTimes(int64_t /*maxVideoPtsMs*/, int64_t /*maxAudioPtsMs*/) {}
     // Right before onFileEnd, of an input that is mended: where its last packet ends, in milliseconds.
     virtual void onInputLength(int64_t /*lengthMs*/) {}
     // The end of the input, with the largest times handed over in milliseconds, -1 where there were none.

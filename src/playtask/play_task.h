@@ -141,6 +141,7 @@ private:
     void onSeekCompleted() override;
     int64_t audibleTimeMs() override;
     void onSoundReadAgain() override;
+    void onLastTimes(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
     void onInputLength(int64_t lengthMs) override { inputLengthMs_ = lengthMs; }
     void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
     void onPlaybackCompleted() override;

@@ -173,16 +173,20 @@ void PlayTask::onAudioFramesTaken(int left) {
     }
 }
 
-void PlayTask::onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) {
-    Log::Debug(kTag, "%s, isSeeking_:%d, seekQueue:%d, max video pts:%lld, audio pts:%lld\n", "onFileEnd",
-               seekTurns_.target().has_value(), seekTurns_.waiting(), static_cast<long long>(maxVideoPtsMs),
-               static_cast<long long>(maxAudioPtsMs));
+void PlayTask::onLastTimes(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) {
     if (const auto videoPlay = videoPlayThread_.load()) {
         videoPlay->setMaxPtsMs(maxVideoPtsMs);
     }
     if (const auto audioPlay = audioPlayThread_.load()) {
         audioPlay->setMaxPtsMs(maxAudioPtsMs);
     }
+}
+
+void PlayTask::onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) {
+    Log::Debug(kTag, "%s, isSeeking_:%d, seekQueue:%d, max video pts:%lld, audio pts:%lld\n", "onFileEnd",
+               seekTurns_.target().has_value(), seekTurns_.waiting(), static_cast<long long>(maxVideoPtsMs),
+               static_cast<long long>(maxAudioPtsMs));
+    onLastTimes(maxVideoPtsMs, maxAudioPtsMs);
     // The real end overrides what the container said, in both directions.
     const int64_t duration = std::max({maxVideoPtsMs, maxAudioPtsMs, inputLengthMs_});
     if (duration >= 1 && duration != durationMs_) {

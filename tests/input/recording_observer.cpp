@@ -58,6 +58,12 @@ void RecordingObserver::onSeekCompleted() {
     record("seek completed");
 }
 
+void RecordingObserver::onLastTimes(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) {
+    if (recordLastTimes) {
+        record("last times " + std::to_string(maxVideoPtsMs) + " " + std::to_string(maxAudioPtsMs));
+    }
+}
+
 void RecordingObserver::onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) {
     record("file end " + std::to_string(maxVideoPtsMs) + " " + std::to_string(maxAudioPtsMs));
 }

@@ -15,9 +15,9 @@ namespace kelp::test {
 // Writes down what the parser tells, one line for each call, and answers with the queue sizes that the test sets.
 //
 // The lines: "video PTS" with " key" and " found" by the packet's flags, "end" and "flush" with " found", "audio PTS",
-// "first video PTS" and "first audio PTS", "seek start MS", "seek completed", "sound read
-// again", "file end VIDEO AUDIO", "completed",
-// "failed"; with `recordPolls` also "vq", "aq", "vf" and "af" for each question after a queue size.
+// "first video PTS" and "first audio PTS", "seek start MS", "seek completed", "sound read again",
+// "file end VIDEO AUDIO", "completed", "failed"; with `recordPolls` also "vq", "aq", "vf" and "af" for each question
+// after a queue size, with `recordLastTimes` "last times VIDEO AUDIO".
 class RecordingObserver : public StreamParserObserver {
 public:
     virtual ~RecordingObserver() = default;
@@ -34,6 +34,7 @@ public:
     void onSeekCompleted() override;
     int64_t audibleTimeMs() override { return audibleMs; }
     void onSoundReadAgain() override { record("sound read again"); }
+    void onLastTimes(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
     void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
     void onPlaybackCompleted() override;
     void onPlayFailed() override;
@@ -57,6 +58,7 @@ public:
     std::atomic<int64_t> audibleMs{-1};
 
     bool recordPolls = false;
+    bool recordLastTimes = false;
     bool keepPackets = true;
     // Runs on the parser's thread after each line was written down.
     std::function<void(const std::string& event)> onEvent;

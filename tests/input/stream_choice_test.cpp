@@ -33,7 +33,7 @@ protected:
         stream.format = AV_PIX_FMT_NONE;
         return stream;
     }
-    static constexpr auto kUnknown = static_cast<AVCodecID>(0x7654321);
+    static constexpr auto kUnknown = static_cast<AVCodecID>(0x3FFFF);
 };
 
 TEST_F(StreamChoice, CallsACodecWithoutNumberAnotherOne) {

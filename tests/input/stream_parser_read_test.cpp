@@ -715,6 +715,16 @@ TEST_F(StreamParserRead, EndsAFile) {
     EXPECT_THAT(logLines("end of file"), ElementsAre("Running... end of file, foundKeyFrame_:1, stopRequested:0\n"));
 }
 
+// Or a seek behind the end would skip the very last one as well.
+TEST_F(StreamParserRead, TellsTheLastTimesBeforeTheLastPicturesComeOut) {
+    ASSERT_TRUE(open());
+    observer->recordLastTimes = true;
+    script.key(0).video(3600).audio(0).endOfFile();
+    startStepping();
+    EXPECT_THAT(observer->events(), ElementsAre("video 0 key", "first video 0", "video 3600 found", "audio 0",
+                                                "last times 40 0", "end found", "file end 40 0", "completed"));
+}
+
 TEST_F(StreamParserRead, EndsAFileBeforeAnyKeyFrame) {
     ASSERT_TRUE(open());
     script.video(0).endOfFile();

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <list>
 #include <string>
 #include <thread>
 #include <vector>
@@ -129,9 +130,12 @@ class Odd : public testing::TestWithParam<OddGroup> {};
 
 TEST_P(Odd, FilesPlayToTheirEndAndEndEachSeek) {
     forgetSound();
+    // Made here: SDL keeps something for each thread that starts it, and these end.
+    std::list<OddPlayback> playbacks;
     std::vector<std::thread> threads;
     for (const OddFile& file : GetParam().files) {
-        threads.emplace_back([&] { OddPlayback(file, GetParam().allCodecs).run(); });
+        auto& playback = playbacks.emplace_back(file, GetParam().allCodecs);
+        threads.emplace_back([&playback] { playback.run(); });
     }
     for (auto& thread : threads) {
         thread.join();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -18,6 +19,12 @@ constexpr int64_t wrappingSubtract(int64_t a, int64_t b) {
 
 constexpr int64_t wrappingMultiply(int64_t a, int64_t b) {
     return static_cast<int64_t>(static_cast<uint64_t>(a) * static_cast<uint64_t>(b));
+}
+
+// `value`, held at the ends of the type's range.
+constexpr int saturatedInt(int64_t value) {
+    return static_cast<int>(
+        std::clamp<int64_t>(value, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
 }
 
 // `value` without its fraction, held at the ends of the type's range; 0 for what is not a number.

@@ -9,7 +9,6 @@ extern "C" {
 
 #include <algorithm>
 #include <cstring>
-#include <limits>
 #include <utility>
 
 #include "clock/wrapping_math.h"
@@ -27,18 +26,9 @@ namespace {
 constexpr char kTag[] = "FFAudioDecoder";
 constexpr int kErrorTextBytes = 255;
 
-int toInt(int64_t value) {
-    return static_cast<int>(
-        std::clamp<int64_t>(value, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
-}
-
-AVSampleFormat formatOf(const AVFrame* frame) {
-    return static_cast<AVSampleFormat>(frame->format);
-}
-
 // Whether every plane is there and long enough for the number of samples.
 bool holdsItsSamples(const AVFrame* frame) {
-    const PlaneShape shape = PlaneShape::of(formatOf(frame), frame->ch_layout.nb_channels);
+    const PlaneShape shape = PlaneShape::of(*frame);
     if (!frame->extended_data || frame->linesize[0] < int64_t{frame->nb_samples} * shape.sampleBytes) {
         return false;
     }
@@ -184,7 +174,8 @@ void FFAudioDecoder::deliverAudioFrame(AVFrame* frame) {
     const int channels = frame->ch_layout.nb_channels;
     const int sampleRate = frame->sample_rate;
     const int nbSamples = frame->nb_samples;
-    const int dataSize = av_samples_get_buffer_size(nullptr, channels, nbSamples, formatOf(frame), 1);
+    const int dataSize =
+        av_samples_get_buffer_size(nullptr, channels, nbSamples, static_cast<AVSampleFormat>(frame->format), 1);
     if (dataSize < 0 || sampleRate <= 0 || !holdsItsSamples(frame)) {
         Log::Error(kTag, "%s, drop bad frame, channels:%d, sampleRate:%d, format:%d, samples:%d\n", "deliverAudioFrame",
                    channels, sampleRate, frame->format, nbSamples);
@@ -232,7 +223,7 @@ int FFAudioDecoder::correctedSamples(int nbSamples) {
     const int64_t lowest = (100 - percent) * nbSamples / 100;
     const int64_t highest = (100 + percent) * nbSamples / 100;
     const int64_t wanted = int64_t{nbSamples} - speedUp;
-    return toInt(std::min(std::max(wanted, lowest), highest));
+    return saturatedInt(std::min(std::max(wanted, lowest), highest));
 }
 
 FFResampler::Block FFAudioDecoder::copy(const AVFrame* frame, int dataSize) {
@@ -242,7 +233,7 @@ FFResampler::Block FFAudioDecoder::copy(const AVFrame* frame, int dataSize) {
         return {};
     }
     // Each plane has a memory of its own; in the block they follow each other.
-    const PlaneShape shape = PlaneShape::of(formatOf(frame), frame->ch_layout.nb_channels);
+    const PlaneShape shape = PlaneShape::of(*frame);
     const size_t planeBytes = static_cast<size_t>(dataSize) / static_cast<size_t>(shape.planes);
     for (int plane = 0; plane < shape.planes; ++plane) {
         std::memcpy(block.buffer->data + static_cast<size_t>(plane) * planeBytes, frame->extended_data[plane],

@@ -8,10 +8,10 @@ extern "C" {
 }
 
 #include <algorithm>
-#include <limits>
 #include <utility>
 #include <vector>
 
+#include "clock/wrapping_math.h"
 #include "decode/audio_frame_info.h"
 #include "input/codec_tables.h"
 #include "kelp_player/log.h"
@@ -24,11 +24,6 @@ constexpr char kTag[] = "FFAudioDecoder";
 constexpr int kMarginSamples = 256;     // room in a block above what the rates say, for what the resampler held back
 constexpr int kMaxOutputPointers = 64;  // as many channels as the resampler takes
 
-int toInt(int64_t value) {
-    return static_cast<int>(
-        std::clamp<int64_t>(value, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
-}
-
 AVSampleFormat formatOf(const AVFrame* frame) {
     return static_cast<AVSampleFormat>(frame->format);
 }
@@ -37,7 +32,7 @@ AVSampleFormat formatOf(const AVFrame* frame) {
 // all the bytes that are read then.
 class LastingResampler final : public FFResampler {
     bool prepare(AVFrame* frame) override {
-        const PlaneShape held = PlaneShape::of(formatOf(frame), frame->ch_layout.nb_channels);
+        const PlaneShape held = PlaneShape::of(*frame);
         if (context_) {
             if (read_.planes <= held.planes && read_.sampleBytes <= held.sampleBytes) {
                 return true;
@@ -98,7 +93,9 @@ private:
 
 }  // namespace
 
-PlaneShape PlaneShape::of(AVSampleFormat format, int channels) {
+PlaneShape PlaneShape::of(const AVFrame& frame) {
+    const AVSampleFormat format = formatOf(&frame);
+    const int channels = frame.ch_layout.nb_channels;
     const int bytes = av_get_bytes_per_sample(format);
     return av_sample_fmt_is_planar(format) ? PlaneShape{channels, bytes} : PlaneShape{1, channels * bytes};
 }
@@ -111,13 +108,13 @@ std::unique_ptr<FFResampler> FFResampler::make(const PlaybackOptions& options) {
 }
 
 bool FFResampler::setOutput(AudioOutputSpec spec) {
-    outFormat_ = static_cast<AVSampleFormat>(avSampleFormatFromSampleFormat(spec.sampleFormat));
-    if (outFormat_ == AV_SAMPLE_FMT_NONE) {
+    outSampleFormat_ = static_cast<AVSampleFormat>(avSampleFormatFromSampleFormat(spec.sampleFormat));
+    if (outSampleFormat_ == AV_SAMPLE_FMT_NONE) {
         return false;
     }
     outChannels_ = spec.channels;
-    outRate_ = spec.sampleRate;
-    hasOutput_ = true;
+    outSampleRate_ = spec.sampleRate;
+    hasOutputSpec_ = true;
     return true;
 }
 
@@ -125,8 +122,8 @@ bool FFResampler::isNeeded(const AVFrame* frame, int wanted) const {
     if (context_ || wanted != frame->nb_samples) {
         return true;
     }
-    return hasOutput_ && (formatOf(frame) != outFormat_ || frame->ch_layout.nb_channels != outChannels_ ||
-                          frame->sample_rate != outRate_);
+    return hasOutputSpec_ && (formatOf(frame) != outSampleFormat_ || frame->ch_layout.nb_channels != outChannels_ ||
+                              frame->sample_rate != outSampleRate_);
 }
 
 void FFResampler::reset() {
@@ -136,7 +133,7 @@ void FFResampler::reset() {
 
 void FFResampler::logOpen(const AVFrame* frame) const {
     Log::Info(kTag, "%s, (%d:%d:%d) -> (%d:%d:%d)\n", "deliverAudioFrame", frame->ch_layout.nb_channels,
-              frame->sample_rate, frame->format, outChannels_, outRate_, static_cast<int>(outFormat_));
+              frame->sample_rate, frame->format, outChannels_, outSampleRate_, static_cast<int>(outSampleFormat_));
 }
 
 void FFResampler::giveUp() {
@@ -149,7 +146,7 @@ bool FFResampler::open(const AVFrame* frame, const AVChannelLayout& layout, bool
     AVChannelLayout output{};
     av_channel_layout_default(&output, outChannels_);
     // Older releases want pointers to what they don't change.
-    swr_alloc_set_opts2(&context_, &output, outFormat_, outRate_, const_cast<AVChannelLayout*>(&layout),
+    swr_alloc_set_opts2(&context_, &output, outSampleFormat_, outSampleRate_, const_cast<AVChannelLayout*>(&layout),
                         formatOf(frame), frame->sample_rate, 0, nullptr);
     if (context_ && mixAll) {
         const std::vector<double> matrix(static_cast<size_t>(outChannels_ * layout.nb_channels),
@@ -166,12 +163,12 @@ FFResampler::Block FFResampler::convert(AVFrame* frame, int wanted, AudioDecoder
     const int nbSamples = frame->nb_samples;
     const int sampleRate = frame->sample_rate;
     const int held = before_ ? std::max(swr_get_out_samples(before_, 0), 0) : 0;
-    const int64_t distance = int64_t{outRate_} * wanted / sampleRate;
+    const int64_t distance = int64_t{outSampleRate_} * wanted / sampleRate;
     const int outCount = static_cast<int>(distance + kMarginSamples);
-    const int outSize =
-        outCount == distance + kMarginSamples
-            ? av_samples_get_buffer_size(nullptr, outChannels_, toInt(int64_t{held} + outCount), outFormat_, 0)
-            : AVERROR(EINVAL);
+    const int outSize = outCount == distance + kMarginSamples
+                            ? av_samples_get_buffer_size(nullptr, outChannels_, saturatedInt(int64_t{held} + outCount),
+                                                         outSampleFormat_, 0)
+                            : AVERROR(EINVAL);
     if (outSize < 0) {
         Log::Error(kTag, "%s av_samples_get_buffer_size() failed\n", "deliverAudioFrame");
         return {};
@@ -179,8 +176,8 @@ FFResampler::Block FFResampler::convert(AVFrame* frame, int wanted, AudioDecoder
 
     // The difference is spread over just this frame.
     if (wanted != nbSamples) {
-        const int64_t sampleDelta = (int64_t{wanted} - nbSamples) * outRate_ / sampleRate;
-        if (swr_set_compensation(context_, toInt(sampleDelta), static_cast<int>(distance)) < 0) {
+        const int64_t sampleDelta = (int64_t{wanted} - nbSamples) * outSampleRate_ / sampleRate;
+        if (swr_set_compensation(context_, saturatedInt(sampleDelta), static_cast<int>(distance)) < 0) {
             Log::Error(kTag, "swr_set_compensation() failed\n");
             return {};
         }
@@ -191,7 +188,7 @@ FFResampler::Block FFResampler::convert(AVFrame* frame, int wanted, AudioDecoder
     if (!block.buffer) {
         return {};
     }
-    const int sampleBytes = outChannels_ * av_get_bytes_per_sample(outFormat_);
+    const int sampleBytes = outChannels_ * av_get_bytes_per_sample(outSampleFormat_);
     const int drained = before_ ? drainBefore(block.buffer->data, held) : 0;
     uint8_t* outputs[kMaxOutputPointers] = {block.buffer->data + drained * sampleBytes};
     const int converted =

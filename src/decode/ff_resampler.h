@@ -20,7 +20,7 @@ struct PlaneShape {
     int planes;
     int sampleBytes;  // of one sample time in one plane
 
-    static PlaneShape of(AVSampleFormat format, int channels);
+    static PlaneShape of(const AVFrame& frame);
 };
 
 // Brings decoded frames into the form of the output. One kind is made for the first frame that needs it, and stays; the
@@ -72,10 +72,10 @@ private:
     // Takes out what before_ holds, at most `room` sample times, and frees it; how many it were.
     int drainBefore(uint8_t* target, int room);
 
-    bool hasOutput_ = false;
-    int outChannels_ = 0;                            // valid with hasOutput_, like the two below
-    int outRate_ = 0;                                // in Hz
-    AVSampleFormat outFormat_ = AV_SAMPLE_FMT_NONE;  // also after one that isn't known
+    bool hasOutputSpec_ = false;
+    int outChannels_ = 0;                                  // valid with hasOutputSpec_, like the two below
+    int outSampleRate_ = 0;                                // in Hz
+    AVSampleFormat outSampleFormat_ = AV_SAMPLE_FMT_NONE;  // also after one that isn't known
 };
 
 }  // namespace kelp

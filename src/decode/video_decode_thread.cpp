@@ -11,8 +11,7 @@ namespace kelp {
 
 constexpr char kName[] = "VideoDecodeThread";  // of the thread, and the log tag
 constexpr int kMaxWaitingFrames = 3;
-constexpr int64_t kMaxOverlapMs =
-    5000;  // of two tracks; times that lie farther back have nothing to do with each other
+constexpr int64_t kMaxOverlapMs = 5000;  // of two tracks; times farther back have nothing to do with each other
 
 VideoDecodeThread::VideoDecodeThread()
     : BaseDecodeThread(kName), decoderFactory_(std::make_shared<VideoDecoderFactory>()) {

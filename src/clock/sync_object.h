@@ -2,6 +2,9 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+
+#include "clock/wrapping_math.h"
 
 namespace kelp {
 
@@ -20,6 +23,12 @@ public:
 
     // The clock's present time.
     virtual int64_t getSyncPts() = 0;
+
+    // The same in microseconds, for followers that are exact: without steps, if the clock is exact as well.
+    virtual int64_t getSyncPtsUs() { return wrappingMultiply(getSyncPts(), 1000); }
+
+    // How fast it runs, 1 being the wall clock's pace; nothing if that is the speed which the player is set to.
+    virtual std::optional<double> getSyncSpeed() { return std::nullopt; }
 
     // Gives this object a master to follow, or none; a clock that follows nobody ignores it.
     virtual void setSyncObject(std::shared_ptr<SyncObject> syncObject) = 0;

@@ -15,7 +15,7 @@ namespace {
 constexpr const char* kTag = "BasePlayThread";
 
 constexpr int kRetryMs = 50;  // until a frame that was not done with is offered again, and a step of a paused loop
-constexpr int kKeepMs = 30;   // until a queue that is down to what it keeps is looked at again
+constexpr int64_t kKeepUs = 30'000;      // until a queue that is down to what it keeps is looked at again
 constexpr int64_t kMaxOverlapMs = 5000;  // at a splice; times that lie farther back have nothing to do with these
 constexpr auto kIdleWait = std::chrono::milliseconds(50);
 
@@ -134,7 +134,7 @@ bool BasePlayThread::isDue(const DecodedFrame& frame) {
         return true;
     }
     onLateStart(lateStart_.positionMs());
-    restUntilSeek(static_cast<int>(std::min<int64_t>(remainingMs, kRetryMs)));
+    restUntilSeek(std::min<int64_t>(remainingMs, kRetryMs) * 1000);
     return false;
 }
 
@@ -158,7 +158,7 @@ void BasePlayThread::popPresented(std::unique_lock<std::mutex>& lock) {
         frameQueue_.pop();
     } else if (size > 0 && static_cast<int>(size) == keepFrames_) {
         // With the mutex held: producers and the control side wait as well.
-        restUntilSeek(kKeepMs);
+        restUntilSeek(kKeepUs);
     }
     unlockAndTell(lock, size);
 }
@@ -171,8 +171,8 @@ void BasePlayThread::unlockAndTell(std::unique_lock<std::mutex>& lock, size_t be
     }
 }
 
-void BasePlayThread::restUntilSeek(int ms, const std::function<bool()>& isWanted) {
-    rest(ms, [&] { return seekAsked_.isPending() || (isWanted && isWanted()); });
+void BasePlayThread::restUntilSeek(int64_t us, const std::function<bool()>& isWanted) {
+    restUs(us, [&] { return seekAsked_.isPending() || (isWanted && isWanted()); });
 }
 
 void BasePlayThread::takeOddStreams(int64_t beginMs) {

@@ -111,8 +111,8 @@ protected:
     // yet.
     std::unique_lock<std::mutex> queueLock() { return std::unique_lock(queueMutex_, std::defer_lock); }
 
-    // Rests for `ms` milliseconds at most; a seek, which the next pass starts, ends it, or `isWanted` as in `rest`.
-    void restUntilSeek(int ms, const std::function<bool()>& isWanted = {});
+    // Rests for `us` microseconds at most; a seek, which the next pass starts, ends it, or `isWanted` as in `rest`.
+    void restUntilSeek(int64_t us, const std::function<bool()>& isWanted = {});
     using BaseThread::endRest;
 
     // A seek was asked for and the loop has not got to it yet.

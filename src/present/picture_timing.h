@@ -14,70 +14,62 @@
 
 namespace kelp {
 
-class RenderTiming;
-
 // When a picture is due, and whether it comes too late or too early to be shown at all. Knows no thread and no window:
-// its owner does the waiting and tells it the time. All times are milliseconds.
+// its owner does the waiting and tells it the time, the wall clock's, in microseconds. Each form of it has rules of its
+// own; one is chosen when playback begins.
 //
 // Three groups: what may come from any thread; the time of the picture on the screen, set by the owner and read by any
 // thread; and the steps of one picture, the owner's alone and in the order in which they stand here.
 class PictureTiming {
 public:
-    // `renderTiming` isn't owned and only asked if the source is live. `queueSize` counts the pictures that are there,
-    // the present one among them; it is asked for a late picture alone.
-    PictureTiming(bool isLive, RenderTiming* renderTiming, std::function<int()> queueSize);
+    // `queueSize` counts the pictures that are there, the present one among them; it is asked for a late picture alone.
+    explicit PictureTiming(std::function<int()> queueSize) : queueSize_(std::move(queueSize)) {}
+    virtual ~PictureTiming() = default;
 
-    void follow(std::shared_ptr<SyncObject> master) { master_.store(std::move(master)); }
+    virtual void follow(std::shared_ptr<SyncObject> master) { master_.store(std::move(master)); }
     std::shared_ptr<SyncObject> master() const { return master_.load(); }
+    virtual void setPaused(bool paused) { paused_ = paused; }
+    virtual void setSpeed(double /*speed*/) {}
 
-    // A pause silences logs and keeps late pictures. The timer runs on.
-    void setPaused(bool paused) { paused_ = paused; }
+    // Counts what came from other threads and moves the time at which the present picture is due: a rest until then is
+    // to end.
+    unsigned int changes() const { return changes_; }
 
     RunningClock& clock() { return clock_; }
+    virtual int64_t positionUs() { return wrappingMultiply(clock_.read(), 1000); }
+    // Before a picture is drawn for it, or without one.
+    virtual void setTime(int64_t pts, int64_t nowUs) { clock_.set(pts, nowUs / 1000); }
 
     // The next picture starts the timing anew.
-    void restart() { frameTimer_ = 0; }
+    virtual void restart() = 0;
 
-    void begin(int64_t pts, int64_t nowMs);
+    virtual void begin(const VideoFrameInfo& frame, int64_t nowUs) = 0;
 
-    // How long to hold a picture after the one before, or -1 if it is too late. `delay` is the distance of the two.
-    int64_t computeDelay(int64_t delay);
-
-    // The very first picture is due at once.
-    bool isDue(int64_t nowMs) const { return !hadOutput_ || nowMs >= dueMs(); }
-    int64_t dueMs() const { return wrappingAdd(frameTimer_, delay_); }
+    // How long the picture is to wait from `nowUs` on; 0 or less if it is due.
+    virtual int64_t leftUs(int64_t nowUs) = 0;
 
     // After a part of the wait: whether the wall clock was set, so that the wait means nothing.
-    bool hasClockJumped(int64_t nowMs);
+    virtual bool hasClockJumped(int64_t /*nowUs*/) { return false; }
 
-    void logIfLate(int64_t pts, int64_t nowMs);
-
-    // Moves the timer to where this picture was due. After a stall that is the last whole step before now, so that the
-    // pictures that follow don't race to catch up.
-    void step(int64_t pts, int64_t durationMs, int64_t nowMs);
+    // The wait has ended, or was broken off.
+    virtual void logIfLate(const VideoFrameInfo& /*frame*/, int64_t /*nowUs*/) {}
+    virtual void step(const VideoFrameInfo& frame, int64_t durationMs, int64_t nowUs) = 0;
 
     // Not to be shown. The last one in the queue is never too late, nor is one that went past the decoder.
-    bool isTooLate(const VideoFrameInfo& frame);
+    virtual bool isTooLate(const VideoFrameInfo& frame) = 0;
 
-    // Not to be shown yet: far ahead of a master that insists.
-    bool isHeld(int64_t pts);
+    // Not to be shown yet: to be offered again.
+    virtual bool isHeld(const VideoFrameInfo& /*frame*/) { return false; }
 
     // Something was drawn for the picture.
-    void setDrawn(int64_t pts, int64_t nowMs);
+    virtual void setDrawn(const VideoFrameInfo& frame, int64_t nowUs) = 0;
 
-    int64_t frameTimer() const { return frameTimer_; }
-
-private:
-    const bool isLive_;
-    RenderTiming* const renderTiming_;  // not owned
+protected:
     const std::function<int()> queueSize_;
     AtomicSharedPtr<SyncObject> master_;  // the clock to follow, or none
     std::atomic<bool> paused_{false};
+    std::atomic<unsigned int> changes_{0};
     RunningClock clock_;
-    int64_t frameTimer_ = 0;  // when the last picture was due; 0 before the first
-    int64_t lastPts_ = 0;     // of the last picture that went through all steps
-    int64_t delay_ = 0;       // of the present picture, after frameTimer_; -1 if it is too late
-    bool hadOutput_ = false;  // a picture was drawn; never cleared
 };
 
 }  // namespace kelp

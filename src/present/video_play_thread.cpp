@@ -5,18 +5,19 @@
 
 #include "clock/wrapping_math.h"
 #include "kelp_player/log.h"
+#include "present/standard_timing.h"
 #include "runtime/kelp_time.h"
 
 namespace kelp {
 
 constexpr char kTag[] = "VideoPlayThread";
-constexpr int kServeMs = 15;  // windows are served that often while a frame waits, if they want it
+constexpr int64_t kServeUs = 15'000;  // windows are served that often while a frame waits, if they want it
 constexpr int64_t kDryMs = 500;
-constexpr int kMaxRestMs = 50;  // a window's size and the wall clock may have changed, and nobody tells
+constexpr int64_t kMaxRestUs = 50'000;  // a window's size and the wall clock may have changed, and nobody tells
 
 VideoPlayThread::VideoPlayThread(bool isLive, RenderTiming* renderTiming)
     : BasePlayThread("VideoPlayThread", /*keepFrames=*/0),
-      timing_(isLive, renderTiming, [this] { return getFrameQueueSize(); }),
+      timing_(std::make_unique<StandardTiming>(isLive, renderTiming, [this] { return getFrameQueueSize(); })),
       windows_([this] { return isStopRequested(); }) {
 }
 
@@ -63,15 +64,15 @@ bool VideoPlayThread::isDry() {
     if (!takesOddStreams()) {
         return false;
     }
-    const int64_t pts = timing_.clock().pts();
+    const int64_t pts = timing_->clock().pts();
     const int64_t lastPts = getMaxPtsMs();
     return (lastPts >= 0 && pts >= lastPts) ||
-           (getFrameQueueSize() == 0 && wrappingSubtract(timing_.clock().read(), pts) >= kDryMs);
+           (getFrameQueueSize() == 0 && wrappingSubtract(timing_->clock().read(), pts) >= kDryMs);
 }
 
 bool VideoPlayThread::pause(bool paused) {
     Log::Debug(kTag, "pause:%d\n", paused);
-    timing_.setPaused(paused);
+    timing_->setPaused(paused);
     return BasePlayThread::pause(paused);
 }
 
@@ -91,7 +92,7 @@ bool VideoPlayThread::clearBuffer(int seekTimeMs) {
 }
 
 void VideoPlayThread::setSyncObject(std::shared_ptr<SyncObject> syncObject) {
-    timing_.follow(std::move(syncObject));
+    timing_->follow(std::move(syncObject));
     askToServe();
 }
 
@@ -101,63 +102,67 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
         return true;
     }
     carryOutClearScreen();
-    int64_t nowMs = KelpTime::getTimeMs();
-    if (std::exchange(isFirstAwaited_, false) || !timing_.clock().hasTime()) {
-        timing_.clock().set(frame->pts, nowMs);
+    int64_t nowUs = KelpTime::getTimeUs();
+    if (std::exchange(isFirstAwaited_, false) || !timing_->clock().hasTime()) {
+        timing_->setTime(frame->pts, nowUs);
         if (observer_) {
             observer_->onFirstVideoFrame(frame->pts);
         }
     }
-    timing_.begin(frame->pts, nowMs);
-    nowMs = waitUntilDue(nowMs);
-    timing_.logIfLate(frame->pts, nowMs);
+    timing_->begin(*frame, nowUs);
+    nowUs = waitUntilDue(nowUs);
+    timing_->logIfLate(*frame, nowUs);
     if (isStopRequested()) {
         return true;
     }
-    timing_.step(frame->pts, durationOf(*frame), nowMs);
+    timing_->step(*frame, durationOf(*frame), nowUs);
 
-    if (timing_.isTooLate(*frame)) {
-        timing_.clock().set(frame->pts, nowMs);
+    if (timing_->isTooLate(*frame)) {
+        timing_->setTime(frame->pts, nowUs);
         return true;
     }
-    const bool held = timing_.isHeld(frame->pts);
+    const bool held = timing_->isHeld(*frame);
     carryOutClearScreen();
     windows_.draw(held ? lastFrame_.get() : frame, fps_);
     if (!held) {
         lastFrame_.set(frame);
     }
-    timing_.setDrawn(frame->pts, nowMs);
+    timing_->setDrawn(*frame, nowUs);
     return !held;
 }
 
-int64_t VideoPlayThread::waitUntilDue(int64_t nowMs) {
-    while (!timing_.isDue(nowMs) && !isStopRequested() && !isSeekPending()) {
-        if (const int64_t remaining = wrappingSubtract(timing_.dueMs(), nowMs); remaining > kServeMs) {
-            serveAndRest();
-        } else {
-            restUntilSeek(static_cast<int>(remaining));
+int64_t VideoPlayThread::waitUntilDue(int64_t nowUs) {
+    while (!isStopRequested() && !isSeekPending()) {
+        const unsigned int changes = timing_->changes();
+        const int64_t leftUs = timing_->leftUs(nowUs);
+        if (leftUs <= 0) {
+            break;
         }
-        nowMs = KelpTime::getTimeMs();
-        if (timing_.hasClockJumped(nowMs)) {
+        if (leftUs > kServeUs) {
+            serveAndRest(changes);
+        } else {
+            restUntilSeek(leftUs, [&] { return timing_->changes() != changes; });
+        }
+        nowUs = KelpTime::getTimeUs();
+        if (timing_->hasClockJumped(nowUs)) {
             break;
         }
     }
-    return nowMs;
+    return nowUs;
 }
 
 // No request is lost: it is noted before it is asked for, and the flag is cleared before what was noted is served. One
-// that comes later finds a rest of kServeMs, or ends the rest, which looks at the flag right before it begins.
-void VideoPlayThread::serveAndRest() {
+// that comes later finds a rest of kServeUs, or ends the rest, which looks at the flag right before it begins. What
+// changes the timing after it was read, which came before, ends each rest.
+void VideoPlayThread::serveAndRest(unsigned int changes) {
     const bool wasAsked = serveAsked_.exchange(false);
     carryOutClearScreen();
-    const int64_t keptMs = windows_.draw(lastFrame_.get(), fps_);
-    const int64_t restMs =
-        std::min({keptMs, int64_t{kMaxRestMs}, wrappingSubtract(timing_.dueMs(), KelpTime::getTimeMs())});
-    if (wasAsked || restMs <= kServeMs) {
-        restUntilSeek(kServeMs);
-    } else {
-        restUntilSeek(static_cast<int>(restMs), [this] { return serveAsked_.load(); });
-    }
+    const int64_t keptUs = int64_t{windows_.draw(lastFrame_.get(), fps_)} * 1000;
+    const int64_t leftUs = timing_->leftUs(KelpTime::getTimeUs());
+    const int64_t restUs = std::min({std::max(keptUs, kServeUs), kMaxRestUs, leftUs});
+    const bool isOften = wasAsked || restUs <= kServeUs;
+    restUntilSeek(isOften ? std::min(kServeUs, leftUs) : restUs,
+                  [&] { return timing_->changes() != changes || (!isOften && serveAsked_); });
 }
 
 void VideoPlayThread::askToServe() {
@@ -174,8 +179,8 @@ void VideoPlayThread::onOutput() {
 void VideoPlayThread::onSeekStart(int seekTimeMs) {
     Log::Debug(kTag, "%s, seekTimeMs:%d\n", "onSeekStart", seekTimeMs);
     isFirstAwaited_ = false;
-    timing_.restart();
-    timing_.clock().set(seekTimeMs, KelpTime::getTimeMs());
+    timing_->restart();
+    timing_->setTime(seekTimeMs, KelpTime::getTimeUs());
 }
 
 void VideoPlayThread::onSeekFinish(int ptsMs) {
@@ -186,8 +191,8 @@ void VideoPlayThread::onSeekFinish(int ptsMs) {
 }
 
 void VideoPlayThread::onLateStart(int64_t positionMs) {
-    isFirstAwaited_ = isFirstAwaited_ || !timing_.clock().hasTime();
-    timing_.clock().set(positionMs, KelpTime::getTimeMs());
+    isFirstAwaited_ = isFirstAwaited_ || !timing_->clock().hasTime();
+    timing_->setTime(positionMs, KelpTime::getTimeUs());
     carryOutClearScreen();
     windows_.draw(lastFrame_.get(), fps_);
 }

@@ -69,7 +69,7 @@ public:
     void clearScreen();
 
     // The time of the picture on the screen, or the target of a seek, in milliseconds.
-    int64_t getCurrentTime() { return timing_.clock().pts(); }
+    int64_t getCurrentTime() { return timing_->clock().pts(); }
 
     // Whether the picture on the screen is the last one, or has been there for half a second with none behind it. Of
     // odd streams alone.
@@ -89,7 +89,7 @@ public:
 
     int64_t getNoSyncThreshold() override { return 10000; }
     bool isForceSync() override { return false; }
-    int64_t getSyncPts() override { return timing_.clock().read(); }
+    int64_t getSyncPts() override { return timing_->clock().read(); }
     void setSyncObject(std::shared_ptr<SyncObject> syncObject) override;
 
 private:
@@ -104,11 +104,12 @@ private:
     void onFramesTaken(int left) override;
 
     // Waits until the picture that has begun is due and returns the time then; earlier if the wait was broken off.
-    int64_t waitUntilDue(int64_t nowMs);
+    int64_t waitUntilDue(int64_t nowUs);
 
     // A part of that wait: carries out what others asked for, and rests until the windows want a drawing or the picture
-    // is due. A request ends the rest, but those that come thick and fast are served every 15 ms.
-    void serveAndRest();
+    // is due. A request ends the rest, but those that come thick and fast are served every 15 ms. `changes`: of the
+    // timing, when it was looked at.
+    void serveAndRest(unsigned int changes);
 
     // After a request was noted that serveAndRest or the wait around it looks at. Any thread.
     void askToServe();
@@ -116,7 +117,7 @@ private:
     // Blanks lastFrame_ if that was asked for. To be called before a frame is looked at or drawn.
     void carryOutClearScreen();
 
-    PictureTiming timing_;
+    const std::unique_ptr<PictureTiming> timing_;
     WindowList windows_;
     std::shared_ptr<VideoPlayThreadObserver> observer_;
     ShownFrame lastFrame_;  // the picture on the screen

@@ -64,4 +64,8 @@ void BaseThread::rest(int ms, const std::function<bool()>& isWanted) {
     rest_.forMs(ms, [&] { return isStopRequested() || (isWanted && isWanted()); });
 }
 
+void BaseThread::restUs(int64_t us, const std::function<bool()>& isWanted) {
+    rest_.forUs(us, [&] { return isStopRequested() || (isWanted && isWanted()); });
+}
+
 }  // namespace kelp

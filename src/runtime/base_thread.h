@@ -55,6 +55,8 @@ protected:
     // alone: it is asked before the rest and at each endRest. A rest may be ended only by what the very next pass of
     // the loop consumes. What no pass takes yet would end the next rest as well, and the loop would spin.
     void rest(int ms, const std::function<bool()>& isWanted = {});
+    // The same for `us` microseconds at most.
+    void restUs(int64_t us, const std::function<bool()>& isWanted = {});
 
     // For who has noted a request that a rest is to be ended by, afterwards. Any thread, under any lock.
     void endRest() { rest_.end(); }

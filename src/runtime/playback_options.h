@@ -12,6 +12,7 @@ struct PlaybackOptions {
     static constexpr int kNoTrack = -2;
 
     bool allCodecs = false;       // "codecs": all that libavcodec decodes is played
+    bool exactTiming = false;     // sound and pictures are in step as exactly as can be, at every speed
     bool sharedPictures = false;  // "pictures": pictures stay in the decoder's memory where that can be
     int videoTrack = kAutoTrack;  // "video_track" and so on: the number of a track, or one of the above
     int audioTrack = kAutoTrack;

@@ -14,6 +14,11 @@ void Rest::forMs(int ms, const std::function<bool()>& isOver) {
     }
 }
 
+void Rest::forUs(int64_t us, const std::function<bool()>& isOver) {
+    std::unique_lock lock(mutex_);
+    ended_.wait_for(lock, std::chrono::microseconds(us), isOver);
+}
+
 void Rest::untilMs(int64_t timeMs, const std::function<bool()>& isOver) {
     using Clock = std::chrono::system_clock;
     constexpr auto kLast = std::chrono::floor<std::chrono::milliseconds>(Clock::duration::max());

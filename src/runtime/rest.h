@@ -21,6 +21,9 @@ public:
     // atomics alone.
     void forMs(int ms, const std::function<bool()>& isOver);
 
+    // The same for microseconds, which are not forever.
+    void forUs(int64_t us, const std::function<bool()>& isOver);
+
     // The same, until the wall clock shows `timeMs`, also when it is set meanwhile.
     void untilMs(int64_t timeMs, const std::function<bool()>& isOver);
 

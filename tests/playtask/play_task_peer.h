@@ -104,8 +104,8 @@ private:
 // Reach into the play threads.
 class VideoPlayThreadPeer {
 public:
-    static std::shared_ptr<SyncObject> followed(VideoPlayThread& thread) { return thread.timing_.master(); }
-    static void setCurrentPts(VideoPlayThread& thread, int64_t pts) { thread.timing_.clock().set(pts, /*nowMs=*/pts); }
+    static std::shared_ptr<SyncObject> followed(VideoPlayThread& thread) { return thread.timing_->master(); }
+    static void setCurrentPts(VideoPlayThread& thread, int64_t pts) { thread.timing_->clock().set(pts, /*nowMs=*/pts); }
     static int64_t maxPts(VideoPlayThread& thread) { return thread.getMaxPtsMs(); }
 };
 

@@ -10,6 +10,7 @@
 
 #include "present/fake_master.h"
 #include "present/fake_renders.h"
+#include "present/standard_timing.h"
 #include "present/video_frames.h"
 #include "present/video_play_thread.h"
 #include "support/log_capture.h"
@@ -40,7 +41,9 @@ public:
     }
     static void seekFinish(VideoPlayThread& thread, int ptsMs) { thread.onSeekFinish(ptsMs); }
     static void exit(VideoPlayThread& thread) { thread.onExit(); }
-    static int64_t frameTimer(VideoPlayThread& thread) { return thread.timing_.frameTimer(); }
+    static int64_t frameTimer(VideoPlayThread& thread) {
+        return dynamic_cast<StandardTiming&>(*thread.timing_).frameTimer();
+    }
     static WindowList& windows(VideoPlayThread& thread) { return thread.windows_; }
 };
 

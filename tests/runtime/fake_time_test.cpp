@@ -41,6 +41,18 @@ protected:
     std::vector<std::thread> threads_;
 };
 
+TEST_F(FakeTimeTest, HasMicroseconds) {
+    FakeTime::reset(5000);
+    FakeTime::advanceUs(1999);
+    EXPECT_EQ(KelpTime::getTimeUs(), 5'001'999);
+    EXPECT_EQ(KelpTime::getTimeMs(), 5001);
+    Rest rest;
+    rest.forUs(2, [] { return false; });
+    EXPECT_EQ(FakeTime::nowUs(), 5'002'001);
+    EXPECT_EQ(FakeTime::nowMs(), 5002);
+    EXPECT_EQ(FakeTime::sleepCount(), 1);
+}
+
 TEST_F(FakeTimeTest, StandsStillByItself) {
     FakeTime::reset(5000);
     EXPECT_EQ(KelpTime::getTimeMs(), 5000);

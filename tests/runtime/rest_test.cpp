@@ -22,6 +22,18 @@ TEST(Rest, LastsAsLongAsItWasAskedTo) {
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(20));
 }
 
+TEST(Rest, LastsForMicroseconds) {
+    Rest rest;
+    const auto start = Clock::now();
+    rest.forUs(300, [] { return false; });
+    const auto lasted = Clock::now() - start;
+    EXPECT_GE(lasted, std::chrono::microseconds(300));
+    EXPECT_LT(lasted, std::chrono::milliseconds(kLongMs / 2));
+    rest.forUs(-300, [] { return false; });
+    rest.forUs(int64_t{kLongMs} * 1000, [] { return true; });
+    EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(kLongMs / 2));
+}
+
 TEST(Rest, LastsUntilTheWallClockShowsItsTime) {
     Rest rest;
     const int64_t endMs = KelpTime::getTimeMs() + 20;

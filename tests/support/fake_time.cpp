@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <mutex>
 #include <thread>
 
@@ -19,11 +20,16 @@ namespace kelp::test {
 
 namespace {
 
-constexpr int64_t kStartMs = 1'000'000;
+constexpr int64_t kStartUs = 1'000'000'000;
+constexpr int64_t kNeverUs = std::numeric_limits<int64_t>::max();
 constexpr size_t kMaxRecordedSleeps = 10'000;
 
 std::chrono::steady_clock::time_point realDeadline(int ms) {
     return std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+}
+
+int wholeMs(int64_t us) {
+    return static_cast<int>(std::min<int64_t>(us / 1000, Rest::kForeverMs));
 }
 
 bool isBackgroundThread() {
@@ -34,10 +40,10 @@ bool isBackgroundThread() {
 
 class State {
 public:
-    void reset(int64_t nowMs) {
+    void reset(int64_t nowUs) {
         std::lock_guard lock(mutex_);
         manual_ = false;
-        now_ = nowMs;
+        now_ = nowUs;
         wakeIf([](const Sleeper&) { return true; });
         sleptMs_ = 0;
         sleepCount_ = 0;
@@ -49,8 +55,8 @@ public:
         if (manual_ && !manual) {
             int64_t last = now_;
             for (const Sleeper* sleeper : sleepers_) {
-                if (!sleeper->background && sleeper->wakeUpMs != Rest::kNeverMs) {
-                    last = std::max(last, sleeper->wakeUpMs);
+                if (!sleeper->background && sleeper->wakeUpUs != kNeverUs) {
+                    last = std::max(last, sleeper->wakeUpUs);
                 }
             }
             moveTo(last);
@@ -59,14 +65,14 @@ public:
         manual_ = manual;
     }
 
-    void setNow(int64_t nowMs) {
+    void setNow(int64_t nowUs) {
         std::lock_guard lock(mutex_);
-        moveTo(nowMs);
+        moveTo(nowUs);
     }
 
-    void advance(int64_t ms) {
+    void advance(int64_t us) {
         std::lock_guard lock(mutex_);
-        moveTo(now_ + ms);
+        moveTo(now_ + us);
     }
 
     int64_t now() const { return now_; }
@@ -78,14 +84,14 @@ public:
 
     bool runFor(int64_t ms, int threads, int realTimeoutMs) {
         std::unique_lock lock(mutex_);
-        const int64_t end = now_ + ms;
+        const int64_t end = now_ + ms * 1000;
         while (waitForSleepers(lock, threads, realTimeoutMs)) {
             if (now_ >= end) {
                 return true;
             }
             int64_t next = end;
             for (const Sleeper* sleeper : sleepers_) {
-                next = std::min(next, sleeper->wakeUpMs);
+                next = std::min(next, sleeper->wakeUpUs);
             }
             moveTo(next);
         }
@@ -94,20 +100,20 @@ public:
 
     void sleep(int ms) {
         std::unique_lock lock(mutex_);
-        sleep(lock, ms, now_ + ms, nullptr, nullptr);
+        sleep(lock, ms, now_ + int64_t{ms} * 1000, nullptr, nullptr);
     }
 
-    void restFor(int ms, const Rest* rest, const std::function<bool()>& isOver) {
+    void restFor(int64_t us, const Rest* rest, const std::function<bool()>& isOver) {
         std::unique_lock lock(mutex_);
         if (!isOver()) {
-            sleep(lock, ms, ms == Rest::kForeverMs ? Rest::kNeverMs : now_ + ms, rest, &isOver);
+            sleep(lock, wholeMs(us), us == kNeverUs ? kNeverUs : now_ + us, rest, &isOver);
         }
     }
 
-    void restUntil(int64_t timeMs, const Rest* rest, const std::function<bool()>& isOver) {
+    void restUntil(int64_t timeUs, const Rest* rest, const std::function<bool()>& isOver) {
         std::unique_lock lock(mutex_);
-        if (!isOver() && timeMs > now_) {
-            sleep(lock, static_cast<int>(std::min<int64_t>(timeMs - now_, Rest::kForeverMs)), timeMs, rest, &isOver);
+        if (!isOver() && timeUs > now_) {
+            sleep(lock, wholeMs(timeUs - now_), timeUs, rest, &isOver);
         }
     }
 
@@ -134,14 +140,14 @@ public:
 private:
     // A thread that sleeps in the manual mode; it lies on that thread's stack.
     struct Sleeper {
-        int64_t wakeUpMs = 0;
+        int64_t wakeUpUs = 0;
         const Rest* rest = nullptr;  // null for a mere sleep
         const std::function<bool()>* isOver = nullptr;
         bool background = false;
         bool awake = false;
     };
 
-    void sleep(std::unique_lock<std::mutex>& lock, int ms, int64_t wakeUpMs, const Rest* rest,
+    void sleep(std::unique_lock<std::mutex>& lock, int ms, int64_t wakeUpUs, const Rest* rest,
                const std::function<bool()>* isOver) {
         ++sleepCount_;
         sleptMs_ += ms;
@@ -149,22 +155,22 @@ private:
             sleeps_.push_back(ms);
         }
         const bool background = isBackgroundThread();
-        if (ms > 0 && (manual_ || background || wakeUpMs == Rest::kNeverMs)) {
-            Sleeper self{wakeUpMs, rest, isOver, background};
+        if (wakeUpUs > now_ && (manual_ || background || wakeUpUs == kNeverUs)) {
+            Sleeper self{wakeUpUs, rest, isOver, background};
             sleepers_.push_back(&self);
             asleep_.notify_all();
             wake_.wait(lock, [&] { return self.awake; });
             return;
         }
-        moveTo(wakeUpMs);
+        moveTo(wakeUpUs);
         lock.unlock();
         std::this_thread::yield();
     }
 
     // With mutex_ held.
-    void moveTo(int64_t nowMs) {
-        now_ = nowMs;
-        wakeIf([&](const Sleeper& sleeper) { return sleeper.wakeUpMs <= nowMs; });
+    void moveTo(int64_t nowUs) {
+        now_ = nowUs;
+        wakeIf([&](const Sleeper& sleeper) { return sleeper.wakeUpUs <= nowUs; });
     }
 
     // Strikes sleepers off at once, so that none counts as asleep while it wakes. With mutex_ held.
@@ -182,7 +188,7 @@ private:
     std::mutex mutex_;                    // guards all but now_'s reading
     std::condition_variable wake_;        // the sleepers wait here
     std::condition_variable asleep_;      // and those that wait for sleepers here
-    std::atomic<int64_t> now_{kStartMs};  // milliseconds; written with mutex_ held
+    std::atomic<int64_t> now_{kStartUs};  // microseconds; written with mutex_ held
     bool manual_ = false;
     std::vector<Sleeper*> sleepers_;
     int64_t sleptMs_ = 0;
@@ -199,18 +205,24 @@ State& state() {
 }  // namespace
 
 void FakeTime::reset(int64_t nowMs) {
-    state().reset(nowMs);
+    state().reset(nowMs * 1000);
 }
 void FakeTime::setManual(bool manual) {
     state().setManual(manual);
 }
 void FakeTime::setNowMs(int64_t nowMs) {
-    state().setNow(nowMs);
+    state().setNow(nowMs * 1000);
 }
 void FakeTime::advanceMs(int64_t ms) {
-    state().advance(ms);
+    state().advance(ms * 1000);
+}
+void FakeTime::advanceUs(int64_t us) {
+    state().advance(us);
 }
 int64_t FakeTime::nowMs() {
+    return state().now() / 1000;
+}
+int64_t FakeTime::nowUs() {
     return state().now();
 }
 bool FakeTime::waitForSleepers(int count, int realTimeoutMs) {
@@ -234,11 +246,11 @@ std::vector<int> FakeTime::sleeps() {
 namespace kelp {
 
 int64_t KelpTime::getTimeUs() {
-    return test::state().now() * 1000;
+    return test::state().now();
 }
 
 int64_t KelpTime::getTimeMs() {
-    return test::state().now();
+    return test::state().now() / 1000;
 }
 
 void KelpTime::sleepMs(int ms) {
@@ -250,11 +262,16 @@ void KelpTime::sleepUs(int us) {
 }
 
 void Rest::forMs(int ms, const std::function<bool()>& isOver) {
-    test::state().restFor(ms, this, isOver);
+    test::state().restFor(ms == kForeverMs ? test::kNeverUs : int64_t{ms} * 1000, this, isOver);
+}
+
+void Rest::forUs(int64_t us, const std::function<bool()>& isOver) {
+    test::state().restFor(us, this, isOver);
 }
 
 void Rest::untilMs(int64_t timeMs, const std::function<bool()>& isOver) {
-    test::state().restUntil(timeMs, this, isOver);
+    const bool isForever = timeMs >= test::kNeverUs / 1000;
+    test::state().restUntil(isForever ? test::kNeverUs : timeMs * 1000, this, isOver);
 }
 
 void Rest::end() {

@@ -19,7 +19,8 @@ namespace kelp::test {
 // A rest is a sleep that its predicate ends without the clock being moved; one that is over before it began is none. No
 // clock ends one that lasts forever, nor does it move the automatic one.
 //
-// As with the real class only whole milliseconds are slept, and a sleep of less than one is a yield in both modes.
+// As with the real class only whole milliseconds are slept, and a sleep of less than one is a yield in both modes; a
+// rest has its microseconds.
 class FakeTime {
 public:
     // Back to the automatic mode at `nowMs`, with nobody asleep counted and no sleeps recorded. Threads that still
@@ -33,7 +34,9 @@ public:
     // Sets the clock, or moves it on, and wakes the sleepers whose time has come.
     static void setNowMs(int64_t nowMs);
     static void advanceMs(int64_t ms);
+    static void advanceUs(int64_t us);
     static int64_t nowMs();
+    static int64_t nowUs();
 
     // Waits in real time, up to `realTimeoutMs`, until `count` threads or more sleep at once. Whether they did. A
     // thread whose wake-up time has come is awake, even if it hasn't run yet.
@@ -45,7 +48,7 @@ public:
     static bool runFor(int64_t ms, int threads, int realTimeoutMs = 5000);
 
     // What was slept for since `reset`: milliseconds in all, the number of sleeps, yields included, and the first ten
-    // thousand of them in milliseconds, in the order in which they began.
+    // thousand of them in whole milliseconds, in the order in which they began.
     static int64_t sleptMs();
     static int64_t sleepCount();
     static std::vector<int> sleeps();

@@ -1,4 +1,4 @@
-#include "present/picture_timing.h"
+#include "present/standard_timing.h"
 
 #include <gmock/gmock.h>
 
@@ -13,9 +13,9 @@ using test::LogCapture;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class PictureTimingDelay : public testing::Test {
+class StandardTimingDelay : public testing::Test {
 protected:
-    PictureTimingDelay() {
+    StandardTimingDelay() {
         test::FakeTime::reset(test::kStart);
         timing.follow(master);
     }
@@ -29,10 +29,10 @@ protected:
     }
 
     std::shared_ptr<test::FakeMaster> master = std::make_shared<test::FakeMaster>(0);
-    PictureTiming timing{/*isLive=*/false, /*renderTiming=*/nullptr, [] { return 1; }};
+    StandardTiming timing{/*isLive=*/false, /*renderTiming=*/nullptr, [] { return 1; }};
 };
 
-TEST_F(PictureTimingDelay, StaysWithoutAMaster) {
+TEST_F(StandardTimingDelay, StaysWithoutAMaster) {
     timing.follow(nullptr);
     LogCapture log;
     EXPECT_EQ(timing.computeDelay(40), 40);
@@ -40,14 +40,14 @@ TEST_F(PictureTimingDelay, StaysWithoutAMaster) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(PictureTimingDelay, StaysBelowAThresholdOfItsOwnSize) {
+TEST_F(StandardTimingDelay, StaysBelowAThresholdOfItsOwnSize) {
     EXPECT_EQ(corrected(40, 0), 40);
     EXPECT_EQ(corrected(40, -30), 40);
     EXPECT_EQ(corrected(40, -39), 40);
     EXPECT_EQ(corrected(40, 39), 40);
 }
 
-TEST_F(PictureTimingDelay, ShrinksByWhatVideoLagsButNotBelow0) {
+TEST_F(StandardTimingDelay, ShrinksByWhatVideoLagsButNotBelow0) {
     EXPECT_EQ(corrected(40, -40), 0);
     EXPECT_EQ(corrected(40, -50), 0);
     EXPECT_EQ(corrected(300, -100), 200);
@@ -55,7 +55,7 @@ TEST_F(PictureTimingDelay, ShrinksByWhatVideoLagsButNotBelow0) {
     EXPECT_EQ(corrected(1000, -500), 500);
 }
 
-TEST_F(PictureTimingDelay, HasAThresholdFrom25To100) {
+TEST_F(StandardTimingDelay, HasAThresholdFrom25To100) {
     EXPECT_EQ(corrected(10, -24), 10);
     EXPECT_EQ(corrected(10, -25), 0);
     EXPECT_EQ(corrected(10, 24), 10);
@@ -66,14 +66,14 @@ TEST_F(PictureTimingDelay, HasAThresholdFrom25To100) {
     EXPECT_EQ(corrected(300, 100), 600);
 }
 
-TEST_F(PictureTimingDelay, DoublesIfVideoIsAhead) {
+TEST_F(StandardTimingDelay, DoublesIfVideoIsAhead) {
     EXPECT_EQ(corrected(40, 40), 80);
     EXPECT_EQ(corrected(40, 150), 80);
     EXPECT_EQ(corrected(0, 150), 0);
     EXPECT_EQ(corrected(-40, 150), -80);
 }
 
-TEST_F(PictureTimingDelay, IsAllThatVideoIsAheadOfAForcingMaster) {
+TEST_F(StandardTimingDelay, IsAllThatVideoIsAheadOfAForcingMaster) {
     master->forcing = true;
     EXPECT_EQ(corrected(40, 150), 150);
     EXPECT_EQ(corrected(0, 9999), 9999);
@@ -81,7 +81,7 @@ TEST_F(PictureTimingDelay, IsAllThatVideoIsAheadOfAForcingMaster) {
     EXPECT_EQ(corrected(40, -50), 0);
 }
 
-TEST_F(PictureTimingDelay, IsMinus1ForAFrameThatIsTooLate) {
+TEST_F(StandardTimingDelay, IsMinus1ForAFrameThatIsTooLate) {
     EXPECT_EQ(corrected(40, -600), -1);
     EXPECT_EQ(corrected(40, -501), -1);
     EXPECT_EQ(corrected(40, -500), 0);
@@ -89,12 +89,12 @@ TEST_F(PictureTimingDelay, IsMinus1ForAFrameThatIsTooLate) {
     EXPECT_EQ(corrected(-40, -600), -1);
 }
 
-TEST_F(PictureTimingDelay, GoesThroughNegative) {
+TEST_F(StandardTimingDelay, GoesThroughNegative) {
     EXPECT_EQ(corrected(-40, 0), -40);
     EXPECT_EQ(corrected(-40, -30), 0);
 }
 
-TEST_F(PictureTimingDelay, StaysIfTheClocksAreTooFarApart) {
+TEST_F(StandardTimingDelay, StaysIfTheClocksAreTooFarApart) {
     LogCapture log;
     EXPECT_EQ(corrected(40, 10000), 40);
     EXPECT_EQ(corrected(40, -10000), 40);
@@ -103,7 +103,7 @@ TEST_F(PictureTimingDelay, StaysIfTheClocksAreTooFarApart) {
     EXPECT_EQ(corrected(40, 9999), 80);
 }
 
-TEST_F(PictureTimingDelay, TakesALargerThresholdOfTheMastersButNoSmallerOne) {
+TEST_F(StandardTimingDelay, TakesALargerThresholdOfTheMastersButNoSmallerOne) {
     master->threshold = 20000;
     EXPECT_EQ(corrected(40, 19999), 80);
     EXPECT_EQ(corrected(40, -19999), -1);
@@ -112,7 +112,7 @@ TEST_F(PictureTimingDelay, TakesALargerThresholdOfTheMastersButNoSmallerOne) {
     EXPECT_EQ(corrected(40, 9999), 80);
 }
 
-TEST_F(PictureTimingDelay, LogsACorrectionUnlessPaused) {
+TEST_F(StandardTimingDelay, LogsACorrectionUnlessPaused) {
     LogCapture log;
     corrected(40, 30);
     EXPECT_THAT(log.lines(), IsEmpty());
@@ -126,60 +126,62 @@ TEST_F(PictureTimingDelay, LogsACorrectionUnlessPaused) {
 }
 
 // Pictures without a window, one step at a time.
-class PictureTimingSteps : public testing::Test {
+class StandardTimingSteps : public testing::Test {
 protected:
-    PictureTimingSteps() { test::FakeTime::reset(test::kStart); }
+    StandardTimingSteps() { test::FakeTime::reset(test::kStart); }
 
     // All steps of a picture that is drawn, begun and drawn at once at `nowMs` from the start.
     void draw(int64_t pts, int64_t nowMs) {
-        timing.begin(pts, test::kStart + nowMs);
-        timing.step(pts, /*durationMs=*/40, test::kStart + nowMs);
-        timing.setDrawn(pts, test::kStart + nowMs);
+        const auto picture = test::makePicture(pts);
+        const int64_t nowUs = (test::kStart + nowMs) * 1000;
+        timing.begin(*picture, nowUs);
+        timing.step(*picture, /*durationMs=*/40, nowUs);
+        timing.setDrawn(*picture, nowUs);
     }
     // When a picture that begins at `nowMs` is due.
     int64_t dueOf(int64_t pts, int64_t nowMs) {
-        timing.begin(pts, test::kStart + nowMs);
+        timing.begin(*test::makePicture(pts), (test::kStart + nowMs) * 1000);
         return timing.dueMs() - test::kStart;
     }
 
     int queued = 2;
     int asked = 0;
-    PictureTiming timing{/*isLive=*/false, /*renderTiming=*/nullptr, [this] {
-                             ++asked;
-                             return queued;
-                         }};
+    StandardTiming timing{/*isLive=*/false, /*renderTiming=*/nullptr, [this] {
+                              ++asked;
+                              return queued;
+                          }};
 };
 
-TEST_F(PictureTimingSteps, MakeThePictureDueItsDistanceAfterTheOneBefore) {
+TEST_F(StandardTimingSteps, MakeThePictureDueItsDistanceAfterTheOneBefore) {
     draw(1000, 0);
     EXPECT_EQ(dueOf(1040, 10), 40);
-    EXPECT_FALSE(timing.isDue(test::kStart + 39));
-    EXPECT_TRUE(timing.isDue(test::kStart + 40));
+    EXPECT_EQ(timing.leftUs((test::kStart + 40) * 1000 - 1), 1);
+    EXPECT_EQ(timing.leftUs((test::kStart + 40) * 1000), 0);
     EXPECT_EQ(dueOf(3000, 10), 1000);
     draw(1040, 40);
     EXPECT_EQ(dueOf(1080, 50), 80);
 }
 
-TEST_F(PictureTimingSteps, MakeTheFirstPictureDueAtOnceEvenIfItsTimeIsFarOff) {
+TEST_F(StandardTimingSteps, MakeTheFirstPictureDueAtOnceEvenIfItsTimeIsFarOff) {
     const auto master = std::make_shared<test::FakeMaster>(0);
     master->forcing = true;
     timing.follow(master);
     timing.clock().set(500, test::kStart);
     EXPECT_EQ(dueOf(500, 0), 500);
-    EXPECT_TRUE(timing.isDue(test::kStart));
-    EXPECT_TRUE(timing.isHeld(500));
-    EXPECT_FALSE(timing.isHeld(499));
+    EXPECT_EQ(timing.leftUs(test::kStart * 1000), 0);
+    EXPECT_TRUE(timing.isHeld(*test::makePicture(500)));
+    EXPECT_FALSE(timing.isHeld(*test::makePicture(499)));
     master->forcing = false;
-    EXPECT_FALSE(timing.isHeld(500));
+    EXPECT_FALSE(timing.isHeld(*test::makePicture(500)));
 }
 
-TEST_F(PictureTimingSteps, StartAnewAfterARestart) {
+TEST_F(StandardTimingSteps, StartAnewAfterARestart) {
     draw(0, 0);
     timing.restart();
     EXPECT_EQ(dueOf(9000, 17), 17);
 }
 
-TEST_F(PictureTimingSteps, SkipAPictureThatIsTooLateIfItIsNotTheLast) {
+TEST_F(StandardTimingSteps, SkipAPictureThatIsTooLateIfItIsNotTheLast) {
     draw(100, 0);
     test::LogCapture log;
     EXPECT_EQ(dueOf(101, 1), 1);
@@ -196,17 +198,17 @@ TEST_F(PictureTimingSteps, SkipAPictureThatIsTooLateIfItIsNotTheLast) {
     EXPECT_FALSE(timing.isTooLate(*test::makePicture(60)));
 }
 
-TEST_F(PictureTimingSteps, KnowAWallClockThatWasSet) {
+TEST_F(StandardTimingSteps, KnowAWallClockThatWasSet) {
     draw(0, 0);
-    EXPECT_FALSE(timing.hasClockJumped(test::kStart + 5000));
-    EXPECT_TRUE(timing.hasClockJumped(test::kStart + 5001));
-    EXPECT_FALSE(timing.hasClockJumped(test::kStart - 5000));
-    EXPECT_TRUE(timing.hasClockJumped(test::kStart - 5001));
+    EXPECT_FALSE(timing.hasClockJumped((test::kStart + 5000) * 1000));
+    EXPECT_TRUE(timing.hasClockJumped((test::kStart + 5001) * 1000));
+    EXPECT_FALSE(timing.hasClockJumped((test::kStart - 5000) * 1000));
+    EXPECT_TRUE(timing.hasClockJumped((test::kStart - 5001) * 1000));
     const auto master = std::make_shared<test::FakeMaster>(0);
     timing.follow(master);
-    EXPECT_TRUE(timing.hasClockJumped(test::kStart + 5001));
+    EXPECT_TRUE(timing.hasClockJumped((test::kStart + 5001) * 1000));
     master->forcing = true;
-    EXPECT_FALSE(timing.hasClockJumped(test::kStart + 5001));
+    EXPECT_FALSE(timing.hasClockJumped((test::kStart + 5001) * 1000));
 }
 
 }  // namespace

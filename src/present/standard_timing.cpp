@@ -1,4 +1,4 @@
-#include "present/picture_timing.h"
+#include "present/standard_timing.h"
 
 #include <algorithm>
 #include <cmath>
@@ -21,24 +21,30 @@ constexpr int64_t kLateFrameMs = -500;         // a frame further behind is too 
 constexpr int64_t kTooLate = -1;
 constexpr int64_t kMaxDelayMs = 1000;   // a larger jump in time is not waited for
 constexpr int64_t kClockJumpMs = 5000;  // a longer wait means that the wall clock was set
+constexpr int64_t kLongestLeftMs = 1'000'000'000;
 constexpr int64_t kLateLogMs = 20;
 constexpr int64_t kHoldAheadMs = 500;  // a frame this far ahead of a forcing master is not due at all
 
 constexpr int kTooLateMinQueued = 2;  // the last frame in the queue is never skipped
 
-PictureTiming::PictureTiming(bool isLive, RenderTiming* renderTiming, std::function<int()> queueSize)
-    : isLive_(isLive), renderTiming_(renderTiming), queueSize_(std::move(queueSize)) {
+StandardTiming::StandardTiming(bool isLive, RenderTiming* renderTiming, std::function<int()> queueSize)
+    : PictureTiming(std::move(queueSize)), isLive_(isLive), renderTiming_(renderTiming) {
 }
 
-void PictureTiming::begin(int64_t pts, int64_t nowMs) {
+void StandardTiming::begin(const VideoFrameInfo& frame, int64_t nowUs) {
     if (frameTimer_ == 0) {
-        frameTimer_ = nowMs;
-        lastPts_ = pts;
+        frameTimer_ = nowUs / 1000;
+        lastPts_ = frame.pts;
     }
-    delay_ = computeDelay(std::min(wrappingSubtract(pts, lastPts_), kMaxDelayMs));
+    delay_ = computeDelay(std::min(wrappingSubtract(frame.pts, lastPts_), kMaxDelayMs));
 }
 
-int64_t PictureTiming::computeDelay(int64_t delay) {
+int64_t StandardTiming::leftUs(int64_t nowUs) {
+    const int64_t leftMs = hadOutput_ ? wrappingSubtract(dueMs(), nowUs / 1000) : 0;
+    return leftMs > 0 ? std::min(leftMs, kLongestLeftMs) * 1000 - nowUs % 1000 : 0;
+}
+
+int64_t StandardTiming::computeDelay(int64_t delay) {
     const auto master = master_.load();
     if (!master) {
         return delay;
@@ -67,8 +73,8 @@ int64_t PictureTiming::computeDelay(int64_t delay) {
     return corrected;
 }
 
-bool PictureTiming::hasClockJumped(int64_t nowMs) {
-    const int64_t sinceTimer = wrappingSubtract(nowMs, frameTimer_);
+bool StandardTiming::hasClockJumped(int64_t nowUs) {
+    const int64_t sinceTimer = wrappingSubtract(nowUs / 1000, frameTimer_);
     const int64_t offTimer = sinceTimer < 0 ? wrappingSubtract(0, sinceTimer) : sinceTimer;
     if (offTimer <= kClockJumpMs) {
         return false;
@@ -80,7 +86,8 @@ bool PictureTiming::hasClockJumped(int64_t nowMs) {
     return true;
 }
 
-void PictureTiming::logIfLate(int64_t pts, int64_t nowMs) {
+void StandardTiming::logIfLate(const VideoFrameInfo& frame, int64_t nowUs) {
+    const int64_t nowMs = nowUs / 1000;
     const auto master = master_.load();
     if (paused_ || !master || nowMs <= wrappingAdd(dueMs(), kLateLogMs)) {
         return;
@@ -91,14 +98,16 @@ void PictureTiming::logIfLate(int64_t pts, int64_t nowMs) {
                "nowMs:%lld, frameTimer_:%lld, delay:%lld, n-f:%lld, video.syncPts:%lld, master.syncPts:%lld, "
                "diff_pts:%lld, currentPts_:%lld, paused:%d, hadOutput:%d\n",
                LogInt{nowMs}, LogInt{frameTimer_}, LogInt{delay_}, LogInt{wrappingSubtract(nowMs, frameTimer_)},
-               LogInt{videoPts}, LogInt{masterPts}, LogInt{wrappingSubtract(pts, lastPts_)}, LogInt{clock_.pts()},
+               LogInt{videoPts}, LogInt{masterPts}, LogInt{wrappingSubtract(frame.pts, lastPts_)}, LogInt{clock_.pts()},
                paused_.load(), hadOutput_);
 }
 
-void PictureTiming::step(int64_t pts, int64_t durationMs, int64_t nowMs) {
+void StandardTiming::step(const VideoFrameInfo& frame, int64_t durationMs, int64_t nowUs) {
+    const int64_t nowMs = nowUs / 1000;
     if (nowMs < dueMs()) {  // the wait was broken off
         Log::Debug(kTag, "set nowMs to frameTimer_, %lld <-> %lld + %lld, pts:%lld, dur:%lld, queue.size:%d\n",
-                   LogInt{nowMs}, LogInt{frameTimer_}, LogInt{delay_}, LogInt{pts}, LogInt{durationMs}, queueSize_());
+                   LogInt{nowMs}, LogInt{frameTimer_}, LogInt{delay_}, LogInt{frame.pts}, LogInt{durationMs},
+                   queueSize_());
         frameTimer_ = wrappingSubtract(nowMs, delay_);
     }
     if (delay_ > 0) {
@@ -111,15 +120,15 @@ void PictureTiming::step(int64_t pts, int64_t durationMs, int64_t nowMs) {
         frameTimer_ = wrappingAdd(frameTimer_, wrappingMultiply(count, delay_));
     }
     if (isLive_ && !master_.load()) {
-        const int64_t renderTimeMs = renderTiming_->renderTime(pts);
+        const int64_t renderTimeMs = renderTiming_->renderTime(frame.pts);
         if (renderTimeMs > 0) {
             frameTimer_ = renderTimeMs;
         }
     }
-    lastPts_ = pts;
+    lastPts_ = frame.pts;
 }
 
-bool PictureTiming::isTooLate(const VideoFrameInfo& frame) {
+bool StandardTiming::isTooLate(const VideoFrameInfo& frame) {
     if (paused_ || delay_ >= 0 || queueSize_() < kTooLateMinQueued || frame.pixFormat == PIX_FMT_PACKET) {
         return false;
     }
@@ -129,14 +138,14 @@ bool PictureTiming::isTooLate(const VideoFrameInfo& frame) {
     return true;
 }
 
-bool PictureTiming::isHeld(int64_t pts) {
+bool StandardTiming::isHeld(const VideoFrameInfo& frame) {
     const auto master = master_.load();
-    return master && wrappingSubtract(pts, master->getSyncPts()) >= kHoldAheadMs && master->isForceSync();
+    return master && wrappingSubtract(frame.pts, master->getSyncPts()) >= kHoldAheadMs && master->isForceSync();
 }
 
-void PictureTiming::setDrawn(int64_t pts, int64_t nowMs) {
+void StandardTiming::setDrawn(const VideoFrameInfo& frame, int64_t nowUs) {
     hadOutput_ = true;
-    clock_.set(pts, nowMs);
+    setTime(frame.pts, nowUs);
 }
 
 }  // namespace kelp

@@ -22,6 +22,7 @@
 #include "options_panel.h"
 #include "second_window.h"
 #include "time_text.h"
+#include "tracks_menu.h"
 #include "video_area.h"
 #include "video_surface.h"
 
@@ -152,6 +153,9 @@ void MainWindow::makeActions() {
     makeAction(playback, tr("&Louder"), {Qt::Key_Up}, [this] { controls_->changeVolume(5); });
     makeAction(playback, tr("&Quieter"), {Qt::Key_Down}, [this] { controls_->changeVolume(-5); });
     makeAction(playback, tr("&Mute"), {Qt::Key_M}, [this] { controls_->toggleMuted(); });
+    playback->addSeparator();
+    addTracks(playback, tr("&Video track"), kelp::TRACK_KIND_VIDEO, "videoTracks");
+    addTracks(playback, tr("Soun&d track"), kelp::TRACK_KIND_AUDIO, "soundTracks");
 
     QMenu* const view = menuBar()->addMenu(tr("&View"));
     fullScreenAction_ = makeAction(view, tr("&Full screen"), {Qt::Key_F, Qt::Key_F11},
@@ -188,6 +192,14 @@ void MainWindow::makeActions() {
     toolBar_->addAction(logDock_->toggleViewAction());
     controls_->addButton(secondAction_);
     controls_->addButton(fullScreenAction_);
+}
+
+void MainWindow::addTracks(QMenu* menu, const QString& title, kelp::TrackKind kind, const char* name) {
+    auto* const tracks = new TracksMenu(title, kind, this);
+    tracks->setObjectName(QLatin1String(name));
+    menu->addMenu(tracks);
+    connect(tracks, &TracksMenu::chosen, &player_, &PlayerController::selectTrack);
+    connect(&player_, &PlayerController::tracksChanged, tracks, &TracksMenu::showTracks);
 }
 
 void MainWindow::connectPlayer() {

@@ -47,6 +47,7 @@ private:
     void makeWidgets();
     void makeActions();
     QAction* makeAction(QMenu* menu, const QString& text, const QList<QKeySequence>& keys, std::function<void()> act);
+    void addTracks(QMenu* menu, const QString& title, kelp::TrackKind kind, const char* name);
     void connectPlayer();
     void connectPicture(VideoArea* area);
     void showState(PlayerController::State state);

@@ -151,6 +151,7 @@ void PlayerController::openSource(kelp::TarnPlayer& player, const std::string& s
     LogRelay::forgetErrors();
     polledSource_ = number;
     report([this, number] { reportedSource_ = number; });
+    reportTracks(player);
 
     const std::string problem = problemOfPath(source);
     hasSource_ = problem.empty() && player.setDataSource(source.c_str(), 0, &events_);
@@ -212,6 +213,7 @@ void PlayerController::stop() {
         }
         drainEvents(player);
         report([this, number] { reportedSource_ = number; });
+        reportTracks(player);
     });
 }
 
@@ -267,6 +269,21 @@ void PlayerController::setLogLevel(const QString& word) {
     command([text = word.toStdString()](kelp::TarnPlayer& player) { player.setOption("log_level", text.c_str()); });
 }
 
+void PlayerController::selectTrack(kelp::TrackKind kind, int number) {
+    command([this, kind, number](kelp::TarnPlayer& player) {
+        if (!player.selectTrack(kind, number)) {
+            report(ifUpToDate([this] { emit happened(tr("This track can't be played")); }));
+        }
+        reportTracks(player);
+    });
+}
+
+void PlayerController::reportTracks(kelp::TarnPlayer& player) {
+    for (const kelp::TrackKind kind : {kelp::TRACK_KIND_VIDEO, kelp::TRACK_KIND_AUDIO}) {
+        report(ifUpToDate([this, kind, entries = trackMenu(player, kind)] { emit tracksChanged(kind, entries); }));
+    }
+}
+
 // [embed] The position, asked for where a call may wait
 int PlayerController::pollTime() {
     if (!player_ || !polls_) {
@@ -297,6 +314,7 @@ void PlayerController::connectEvents() {
             return;
         }
         durationMs_ = info.durationMs;
+        command([this](kelp::TarnPlayer& player) { reportTracks(player); });
         emit opened(info);
         emit durationChanged(durationMs_);
         if (info.hasVideo) {

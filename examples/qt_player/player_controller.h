@@ -6,10 +6,12 @@
 #include <QWindow>
 #include <functional>
 #include <memory>
+#include <vector>
 
 #include "command_thread.h"
 #include "kelp_player/tarn_player.h"
 #include "player_events.h"
+#include "track_menu.h"
 
 // The player as the GUI sees it: every operation returns at once, every answer comes as a signal on the GUI thread.
 //
@@ -48,6 +50,8 @@ public:
     void setMaster(kelp::SyncMasterMode mode);
     // A source that plays is started again at its position.
     void setHardwareDecoding(bool enabled);
+    // Plays another track of the source, by the number of its entry. The answer is `tracksChanged`.
+    void selectTrack(kelp::TrackKind kind, int number);
     // 0 for no retry.
     void setRetryInterval(int ms);
     // One of the words of KelpPlayer's option "log_level".
@@ -64,6 +68,8 @@ public:
 signals:
     void stateChanged(PlayerController::State state);
     void opened(const SourceInfo& info);
+    // The tracks of a kind to choose from; none when there is no source.
+    void tracksChanged(kelp::TrackKind kind, const std::vector<TrackEntry>& entries);
     // As it is to be seen, that is, turned.
     void pictureSizeChanged(QSize size);
     void timeChanged(int timeMs);
@@ -97,6 +103,7 @@ private:
     void reportNoPlayer();
     void openSource(kelp::TarnPlayer& player, const std::string& source, int number, bool pause);
     int pollTime();
+    void reportTracks(kelp::TarnPlayer& player);
 
     // GUI thread.
     State state_ = State::Idle;

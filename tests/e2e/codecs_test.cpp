@@ -142,7 +142,17 @@ TEST_P(Codecs, AreLeftOutUnlessTheyAreOnTheShortList) {
     EXPECT_EQ(sink.frameCount() > 0, seen);
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, Codecs, testing::ValuesIn(codecTable()), [](const auto& test) {
+// The sanitizers watch what the player does with a file, which differs less from one to the next than the decoders do.
+std::vector<CodecFile> playedFiles() {
+    constexpr size_t kStep = KELP_CODEC_STEP;
+    std::vector<CodecFile> files;
+    for (size_t i = 0; i < codecTable().size(); i += kStep) {
+        files.push_back(codecTable()[i]);
+    }
+    return files;
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, Codecs, testing::ValuesIn(playedFiles()), [](const auto& test) {
     std::string name = test.param.name;
     std::replace(name.begin(), name.end(), '.', '_');
     return name;

@@ -9,6 +9,7 @@
 #include <QFileInfo>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QMessageBox>
 #include <QMimeData>
 #include <QSignalSpy>
@@ -53,6 +54,7 @@ private slots:
     void fillsTheScreenAndComesBack();
     void startsAgainAtItsPositionWhenHardwareDecodingIsSwitched();
     void takesAnotherMaster();
+    void playsAnotherTrackFromTheMenu();
     void stopsAndPlaysAgain();
     void goesOnFromTheEnd();
     void saysWhyAFileCantBePlayed();
@@ -327,6 +329,24 @@ void QtPlayerTest::takesAnotherMaster() {
     }
     EVENTUALLY(logText().contains(QLatin1String("(DEBUG)")));
     level->setCurrentText(QStringLiteral("info"));
+}
+
+void QtPlayerTest::playsAnotherTrackFromTheMenu() {
+    open("two_tracks.mp4");
+    for (const char* name : {"soundTracks", "videoTracks"}) {
+        auto* const menu = find<QMenu>(name);
+        EVENTUALLY(menu->actions().size() == 2);
+        QVERIFY(menu->actions().front()->isChecked());
+        QSignalSpy answers(&player(), &PlayerController::tracksChanged);
+        menu->actions().back()->trigger();
+        EVENTUALLY(answers.count() == 2);
+        // Made anew from what the player says.
+        QVERIFY(menu->actions().size() == 2 && menu->actions().back()->isChecked());
+        QVERIFY(!menu->actions().front()->isChecked());
+    }
+    EVENTUALLY(isPicture(shown(area())));
+    open("clicks.mp4");
+    QCOMPARE(find<QMenu>("soundTracks")->actions().size(), 1);
 }
 
 void QtPlayerTest::stopsAndPlaysAgain() {

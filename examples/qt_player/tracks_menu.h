@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QActionGroup>
+#include <QMenu>
+#include <vector>
+
+#include "kelp_player/tracks.h"
+#include "track_menu.h"
+
+// The tracks of one kind, of which one is played.
+class TracksMenu : public QMenu {
+    Q_OBJECT
+
+public:
+    TracksMenu(const QString& title, kelp::TrackKind kind, QWidget* parent);
+
+    // Does nothing for tracks of another kind.
+    void showTracks(kelp::TrackKind kind, const std::vector<TrackEntry>& entries);
+
+signals:
+    void chosen(kelp::TrackKind kind, int number);
+
+private:
+    const kelp::TrackKind kind_;
+    QActionGroup* group_ = nullptr;
+};

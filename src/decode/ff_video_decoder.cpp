@@ -61,6 +61,7 @@ void FFVideoDecoder::setRotation(const int32_t* matrix, const char* angleText, c
     theta = withinOneTurn(theta);
     Log::Debug(kTag, turnText, theta);
     rotate_ = rotationOf(theta);
+    converter_->setDisplayMatrix(matrix);
 }
 
 void FFVideoDecoder::close() {

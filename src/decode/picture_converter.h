@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 
 #include "decode/picture_scaler.h"
@@ -23,6 +24,8 @@ public:
     // The form that is asked for; never null.
     static std::unique_ptr<PictureConverter> create(const PlaybackOptions& options);
 
+    // How the pictures from now on are to be shown: a display matrix of nine values. Turning them is not done here.
+    virtual void setDisplayMatrix(const int32_t* /*matrix*/) {}
     // Writes range and matrix of `picture`'s frame into it.
     virtual void label(const AVFrame& picture, VideoFrameInfo& frame) const;
     // Whether a planar 4:2:0 picture of 8 bits is right as it is, with that label.

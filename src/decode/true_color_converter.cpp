@@ -1,5 +1,7 @@
 #include "decode/true_color_converter.h"
 
+#include <algorithm>
+
 #include "decode/picture_colors.h"
 #include "decode/video_frame_info.h"
 #include "kelp_player/log.h"
@@ -18,7 +20,23 @@ bool isTransparent(AVPixelFormat format) {
     return descriptor && (descriptor->flags & (AV_PIX_FMT_FLAG_ALPHA | AV_PIX_FMT_FLAG_PAL));
 }
 
+void turnUpsideDown(const VideoFrameInfo& frame) {
+    for (int plane = 0; plane < 3; ++plane) {
+        const int64_t rowBytes = frame.linesize[plane];
+        const int rows = plane == 0 ? frame.height : frame.height / 2;
+        uint8_t* const first = frame.data[plane];
+        for (int top = 0, bottom = rows - 1; top < bottom; ++top, --bottom) {
+            std::swap_ranges(first + top * rowBytes, first + (top + 1) * rowBytes, first + bottom * rowBytes);
+        }
+    }
+}
+
 }  // namespace
+
+// The rotation of the matrix is where it puts the picture's rows, so that a mirrored one has its columns reversed.
+void TrueColorConverter::setDisplayMatrix(const int32_t* matrix) {
+    isMirrored_ = int64_t{matrix[0]} * matrix[4] < int64_t{matrix[1]} * matrix[3];
+}
 
 void TrueColorConverter::label(const AVFrame& picture, VideoFrameInfo& frame) const {
     const PictureColors colors(picture);
@@ -27,10 +45,18 @@ void TrueColorConverter::label(const AVFrame& picture, VideoFrameInfo& frame) co
 }
 
 bool TrueColorConverter::keeps(const AVFrame& picture) const {
-    return PictureColors(picture).isKept();
+    return !isMirrored_ && PictureColors(picture).isKept();
 }
 
 bool TrueColorConverter::convert(const AVFrame& picture, const VideoFrameInfo& frame) {
+    const bool filled = fill(picture, frame);
+    if (filled && isMirrored_) {
+        turnUpsideDown(frame);
+    }
+    return filled;
+}
+
+bool TrueColorConverter::fill(const AVFrame& picture, const VideoFrameInfo& frame) {
     const PictureColors colors(picture);
     if (picture.format == AV_PIX_FMT_YUV420P && colors.isKept()) {
         return PictureConverter::convert(picture, frame);
@@ -52,6 +78,7 @@ void TrueColorConverter::release() {
     PictureConverter::release();
     toneMapper_.release();
     background_.release();
+    isMirrored_ = false;
 }
 
 }  // namespace kelp

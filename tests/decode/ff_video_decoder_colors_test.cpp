@@ -11,7 +11,9 @@
 namespace kelp {
 namespace {
 
+using test::addDisplayMatrix;
 using test::makePicture;
+using test::Mirror;
 using test::planesOf;
 using test::videoFakes;
 using test::VideoFramePtr;
@@ -90,6 +92,48 @@ TEST_F(FFVideoDecoderColors, OfGrayAreOfFullRangeUnlessTheySayOtherwise) {
             labelOf(format, range, AVCOL_SPC_UNSPECIFIED, 48, 200);
             EXPECT_NEAR(lastFrame().data[0][0], expected, 1) << format << " " << range;
             EXPECT_EQ(lastFrame().data[1][0], 128) << format << " " << range;
+        }
+    }
+}
+
+// Which sample of a plane of so many rows and columns is shown at a place, when the frame is turned.
+uint8_t shownAt(const VideoFrameInfo& frame, int row, int column) {
+    const int stride = frame.linesize[0];
+    const int right = frame.width - 1;
+    const int bottom = frame.height - 1;
+    switch (frame.rotate) {
+        case 0:
+            return frame.data[0][row * stride + column];
+        case 90:
+            return frame.data[0][(bottom - column) * stride + row];
+        case 180:
+            return frame.data[0][(bottom - row) * stride + right - column];
+        default:
+            return frame.data[0][column * stride + right - row];
+    }
+}
+
+TEST_F(FFVideoDecoderColors, GoWithPicturesThatAreMirrored) {
+    decoder_->setOptions({.allCodecs = true, .sharedPictures = true});
+    openScripted();
+    for (const double turned : {0.0, 90.0, 180.0, 270.0}) {
+        for (const auto mirror : {Mirror::No, Mirror::LeftToRight, Mirror::TopToBottom}) {
+            auto turnedAlone = makePicture(0);
+            addDisplayMatrix(turnedAlone.get(), turned);
+            show(std::move(turnedAlone));
+            const VideoFrameInfo& expected = lastFrame();
+            auto mirrored = makePicture(0);
+            addDisplayMatrix(mirrored.get(), turned, mirror);
+            show(std::move(mirrored));
+            const bool isUpright = expected.rotate % 180 == 0;
+            const int rows = isUpright ? expected.height : expected.width;
+            const int columns = isUpright ? expected.width : expected.height;
+            for (const auto& [row, column] : {std::pair{0, 0}, {1, 5}, {rows - 1, columns - 2}}) {
+                EXPECT_EQ(shownAt(lastFrame(), row, column),
+                          shownAt(expected, mirror == Mirror::TopToBottom ? rows - 1 - row : row,
+                                  mirror == Mirror::LeftToRight ? columns - 1 - column : column))
+                    << turned << " " << static_cast<int>(mirror) << " " << row << " " << column;
+            }
         }
     }
 }

@@ -152,9 +152,11 @@ VideoFramePtr makePicture(int64_t pts, int width, int height, AVPixelFormat form
     return picture;
 }
 
-void addDisplayMatrix(AVFrame* picture, double clockwise) {
+void addDisplayMatrix(AVFrame* picture, double clockwise, Mirror mirror) {
     AVFrameSideData* data = av_frame_new_side_data(picture, AV_FRAME_DATA_DISPLAYMATRIX, 9 * sizeof(int32_t));
-    av_display_rotation_set(reinterpret_cast<int32_t*>(data->data), clockwise);
+    auto* const matrix = reinterpret_cast<int32_t*>(data->data);
+    av_display_rotation_set(matrix, clockwise);
+    av_display_matrix_flip(matrix, mirror == Mirror::LeftToRight, mirror == Mirror::TopToBottom);
 }
 
 std::vector<uint8_t> planesOf(const VideoFrameInfo& frame) {

@@ -50,8 +50,9 @@ std::shared_ptr<VideoPacket> makeFlushPacket();
 
 // A picture with memory of its own as a codec gives it; every plane has another pattern.
 VideoFramePtr makePicture(int64_t pts, int width = 64, int height = 48, AVPixelFormat format = AV_PIX_FMT_YUV420P);
-// Gives it the display matrix of a clockwise rotation.
-void addDisplayMatrix(AVFrame* picture, double clockwise);
+enum class Mirror { No, LeftToRight, TopToBottom };
+// Gives it the display matrix of a clockwise rotation and, behind it, of a mirror.
+void addDisplayMatrix(AVFrame* picture, double clockwise, Mirror mirror = Mirror::No);
 
 // The bytes of the frame's three planes, without what its rows may have behind them.
 std::vector<uint8_t> planesOf(const VideoFrameInfo& frame);

@@ -18,6 +18,7 @@ namespace kelp {
 class CurrentSource;
 class InnerPlayerObserver;
 class KelpSyncClock;
+class RetryPace;
 
 // Where a TarnPlayer is. Single bits, so that several states are one mask; the error state is none of them.
 // A host meets the numbers in the log.
@@ -188,7 +189,8 @@ public:
 
     // "retry_when_failed": milliseconds from a failure of the stream to its restart; 0, the default, for none. It is
     // restarted, in the state that it was in, as often as it fails, until `stop` or `reset`. A live source whose server
-    // closes the connection is completed and hasn't failed; one whose server falls silent fails only with "timeout" or
+    // closes the connection is completed and hasn't failed, unless "closed_live_source" is "failed", with which the
+    // restarts also come less and less often; one whose server falls silent fails only with "timeout" or
     // "listen_timeout". All other keys as in KelpPlayer; they stay over a restart, a `stop` and a `reset`.
     void setOption(const char* key, const char* value);
 
@@ -238,6 +240,7 @@ private:
     HwDecodeMode hwDecodeMode_ = HW_DECODE_ALL;
     bool engineReady_ = false;               // the engine could be set up; written by the constructor
     std::unique_ptr<CurrentSource> source_;  // what events and restarts are about
+    std::unique_ptr<RetryPace> retryPace_;
 };
 
 }  // namespace kelp

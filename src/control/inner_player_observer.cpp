@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "control/current_source.h"
+#include "control/retry_pace.h"
 #include "kelp_player/log.h"
 
 namespace kelp {
@@ -25,6 +26,12 @@ void InnerPlayerObserver::set(TarnPlayerObserver* observer, int offsetMs) {
 
 TarnPlayerObserver* InnerPlayerObserver::hostToTell() const {
     return owner_->source_->areEventsOld() ? nullptr : observer_.load();
+}
+
+void InnerPlayerObserver::noteShown() {
+    if (!owner_->source_->areEventsOld()) {
+        owner_->retryPace_->shown();
+    }
 }
 
 void InnerPlayerObserver::onVideoSizeUpdated(std::shared_ptr<KelpPlayer>, int width, int height, int rotate) {
@@ -86,6 +93,7 @@ void InnerPlayerObserver::onFirstPacket(std::shared_ptr<KelpPlayer>, int ptsMs) 
 
 void InnerPlayerObserver::onFirstVideoFrame(std::shared_ptr<KelpPlayer>, int ptsMs) {
     Log::Info(kTag, "%s, ptsMs:%d\n", "onFirstVideoFrame", ptsMs);
+    noteShown();
     if (TarnPlayerObserver* host = hostToTell()) {
         host->onFirstVideoFrame(onHostsClock(offsetMs_, ptsMs));
     }
@@ -93,6 +101,7 @@ void InnerPlayerObserver::onFirstVideoFrame(std::shared_ptr<KelpPlayer>, int pts
 
 void InnerPlayerObserver::onFirstAudioFrame(std::shared_ptr<KelpPlayer>, int ptsMs) {
     Log::Info(kTag, "%s, ptsMs:%d\n", "onFirstAudioFrame", ptsMs);
+    noteShown();
     if (TarnPlayerObserver* host = hostToTell()) {
         host->onFirstAudioFrame(onHostsClock(offsetMs_, ptsMs));
     }

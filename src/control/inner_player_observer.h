@@ -34,6 +34,9 @@ private:
     // The host, if there is one and the event at hand is for it.
     TarnPlayerObserver* hostToTell() const;
 
+    // Something of the source was seen or heard.
+    void noteShown();
+
     TarnPlayer* const owner_;
     std::atomic<TarnPlayerObserver*> observer_{nullptr};
     std::atomic<int> offsetMs_{0};

@@ -54,6 +54,12 @@ constexpr PlaybackOption kOptions[] = {
      [](std::string_view value, PlaybackOptions& options) {
          return readWord(value, "packed", "shared", options.sharedPictures);
      }},
+    {"closed_live_source", "completed, failed", "failed",
+     "the end of a live source, or of a pipe, is a failure, so that a `TarnPlayer` with a retry comes back",
+     "next load",
+     [](std::string_view value, PlaybackOptions& options) {
+         return readWord(value, "completed", "failed", options.closedLiveFails);
+     }},
     {"video_track", kTracks, nullptr, kTrackEffect, "next load",
      [](std::string_view value, PlaybackOptions& options) { return readTrack(value, options.videoTrack); }},
     {"audio_track", kTracks, nullptr, kTrackEffect, "next load",

@@ -7,6 +7,7 @@
 
 #include "control/current_source.h"
 #include "control/inner_player_observer.h"
+#include "control/retry_pace.h"
 #include "kelp_player/log.h"
 #include "kelp_player/sync_clock.h"
 
@@ -42,7 +43,8 @@ void TarnPlayer::destroy(TarnPlayer* player) {
 TarnPlayer::TarnPlayer()
     : player_(std::make_shared<KelpPlayer>()),
       innerObserver_(std::make_shared<InnerPlayerObserver>(this)),
-      source_(std::make_unique<CurrentSource>()) {
+      source_(std::make_unique<CurrentSource>()),
+      retryPace_(std::make_unique<RetryPace>()) {
     engineReady_ = player_->init(innerObserver_.get());
     player_->setAVSyncMode(syncMasterMode_);
     player_->enableHwDecoder(hwDecoderEnabled_, hwDecodeMode_);
@@ -98,6 +100,7 @@ bool TarnPlayer::prepareAsync() {
         return false;
     }
     source_->hostActed();
+    retryPace_->begin();
     state_ = PLAYER_STATE_PREPARING;
     const int64_t offset = offsetToClockMs_;
     return load(offset < 0 ? wrapped(-offset) : 0);
@@ -344,6 +347,7 @@ void TarnPlayer::setOption(const char* key, const char* value) {
     if (std::string_view(key) == "retry_when_failed") {
         retryIntervalMs_ = std::atoll(value);
     } else {
+        retryPace_->setOption(key, value);
         player_->setOption(key, value);
     }
 }

@@ -1,5 +1,6 @@
 #include "control/current_source.h"
 #include "control/inner_player_observer.h"
+#include "control/retry_pace.h"
 #include "kelp_player/log.h"
 
 // How a source that failed comes back. A stream is opened again after a time; a hardware decoder gives way to software
@@ -38,7 +39,7 @@ void TarnPlayer::armRetry(PlayerStates oldState) {
     const auto timers = source_->lockTimers();
     const unsigned int number = source_->newRetry();
     const unsigned int timerId =
-        player_->addTimer(static_cast<unsigned int>(retryIntervalMs_), /*oneShot=*/true,
+        player_->addTimer(retryPace_->nextMs(static_cast<unsigned int>(retryIntervalMs_)), /*oneShot=*/true,
                           [this, oldState, plan = source_->plan(), number] { retry(oldState, plan, number); });
     source_->armTimer(timerId);
     Log::Info(kTag, "%s, add retry timer, retryTimerId_:%u\n", "onFailed", timerId);

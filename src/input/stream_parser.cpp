@@ -3,7 +3,6 @@
 #include "input/stream_parser.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <utility>
 
 #include "clock/wrapping_math.h"
@@ -24,7 +23,6 @@ constexpr const char* TAG = "StreamParser";
 
 constexpr int kMaxQueuedPackets = 200;  // video and audio together; nothing is read from there on
 constexpr int kFewQueuedPackets = 100;  // reading goes on at once
-constexpr int kMaxReadErrors = 5;       // in a row; one more and reading is given up
 
 constexpr int kQueuesFullRestMs = 100;
 constexpr int kEndOfInputRestMs = 100;
@@ -40,7 +38,6 @@ bool isKeyFrame(const AVPacket* packet) {
 void StreamParser::Run() {
     Log::Debug(TAG, "Run...\n");
     BaseThread::setName(TAG);
-    int readErrors = 0;  // in a row
     AVPacket packet;
     compat::initPacket(&packet);
     sendCover();
@@ -62,11 +59,11 @@ void StreamParser::Run() {
         }
         const int result = av_read_frame(formatContext_, &packet);
         if (result < 0) {
-            handleReadError(result, readErrors);
+            handleReadError(result);
             rest(kReadErrorRestMs, [this] { return seekAsked_.isPending(); });
             continue;
         }
-        readErrors = 0;
+        readErrors_.forget();
         const bool isProtected = choice_->isProtected(packet);
         if (!isProtected) {
             handlePacket(&packet);
@@ -137,42 +134,31 @@ bool StreamParser::areQueuesFull() {
     return packets >= kMaxQueuedPackets;
 }
 
-void StreamParser::handleReadError(int result, int& readErrors) {
+void StreamParser::handleReadError(int result) {
     char text[255] = {};
     av_strerror(result, text, sizeof(text));
     const AVIOContext* pb = formatContext_->pb;
     Log::Error(TAG, "Running... read failed, ret:%d, %s, pb->eof_reached:%d,error:%d\n", result, text,
                pb ? pb->eof_reached : 0, pb ? pb->error : 0);
-    const bool isFileOver = choice_->isEnd(*formatContext_, result);
-    if (isFileOver) {
-        handleEndOfFile();
-    } else if (result == AVERROR(EAGAIN) || ++readErrors <= kMaxReadErrors) {
+    const auto verdict = readErrors_.judge(*choice_, *formatContext_, result);
+    if (verdict == ReadErrors::Verdict::ReadOn) {
         return;
     }
+    if (verdict == ReadErrors::Verdict::Over) {
+        handleEndOfFile();
+    } else if (verdict == ReadErrors::Verdict::Lost && observer_) {
+        sendEnds();  // what was read is shown to the last picture
+    }
     if (!isStopRequested()) {
-        waitAfterEnd(/*isFailed=*/!isFileOver);
-        readErrors = 0;
+        waitAfterEnd(/*isFailed=*/verdict != ReadErrors::Verdict::Over);
+        readErrors_.forget();
     }
 }
 
 void StreamParser::handleEndOfFile() {
     Log::Info(TAG, "Running... end of file, foundKeyFrame_:%d, stopRequested:%d\n", foundKeyFrame_, isStopRequested());
     if (observer_) {
-        if (!held_.empty()) {
-            takeNextVideo();
-        }
-        observer_->onLastTimes(maxVideoPtsMs_, maxAudioPtsMs_);
-        if (videoStream_ && !videoEnded_) {
-            videoEnded_ = true;
-            // Without data: makes the decoder give out what it still holds.
-            auto end = std::make_shared<VideoPacket>();
-            end->foundKeyFrame = foundKeyFrame_;
-            observer_->onVideoPacket(std::move(end));
-        }
-        if (audioStream_ && tellsSoundEnd_ && !soundEnded_) {
-            soundEnded_ = true;
-            observer_->onAudioPakcet(std::make_shared<AudioPacket>());
-        }
+        sendEnds();
         if (mending_.isWanted()) {
             observer_->onInputLength(std::max(videoEndMs_, audioEndMs_));
         }
@@ -180,6 +166,24 @@ void StreamParser::handleEndOfFile() {
     }
     if (const int64_t endMs = std::max(maxVideoPtsMs_, maxAudioPtsMs_); mending_.isWanted() && endMs > 0) {
         durationUs_ = endMs * 1000;  // for seeks: what the header says may be less
+    }
+}
+
+void StreamParser::sendEnds() {
+    if (!held_.empty()) {
+        takeNextVideo();
+    }
+    observer_->onLastTimes(maxVideoPtsMs_, maxAudioPtsMs_);
+    if (videoStream_ && !videoEnded_) {
+        videoEnded_ = true;
+        // Without data: makes the decoder give out what it still holds.
+        auto end = std::make_shared<VideoPacket>();
+        end->foundKeyFrame = foundKeyFrame_;
+        observer_->onVideoPacket(std::move(end));
+    }
+    if (audioStream_ && tellsSoundEnd_ && !soundEnded_) {
+        soundEnded_ = true;
+        observer_->onAudioPakcet(std::make_shared<AudioPacket>());
     }
 }
 

@@ -12,6 +12,7 @@
 #include "input/input_mending.h"
 #include "input/media_packet.h"
 #include "input/read_again.h"
+#include "input/read_errors.h"
 #include "input/source_options.h"
 #include "input/stream_info.h"
 #include "kelp_player/codec_info.h"
@@ -108,6 +109,7 @@ struct StreamParserState {
     bool tellsSoundEnd_ = false;            // with a packet without data, as it tells that of the pictures
 
     // The thread's own, like all below.
+    ReadErrors readErrors_;
     bool lastPaused_ = false;            // as the demuxer was told
     int readPauseResult_ = 0;            // of the last av_read_pause
     bool firstPacketSent_ = false;       // onFirstPakcet was called since the open or the last seek
@@ -222,8 +224,10 @@ private:
     void logFirstKeyFrame(const AVPacket* packet);
     void logDroppedPacket(const AVPacket* packet);
 
-    void handleReadError(int result, int& readErrors);
+    void handleReadError(int result);
     void handleEndOfFile();
+    // Tells the stages that nothing comes behind what they have.
+    void sendEnds();
     // Waits for a seek or a stop, and tells the observer once when all queues have run empty.
     void waitAfterEnd(bool isFailed);
     bool areQueuesEmpty();

@@ -8,6 +8,7 @@
 #include "clock/timestamp_extrapolator.h"
 #include "clock/wrapping_math.h"
 #include "input/annexb.h"
+#include "input/awaited_pipe.h"
 #include "input/codec_tables.h"
 #include "input/stream_choice.h"
 #include "input/stream_parser.h"
@@ -212,6 +213,8 @@ bool StreamParser::openInput() {
             av_dict_set(&dictionary.entries, key.c_str(), value.c_str(), 0);
         }
     }
+    AwaitedPipe pipe(filePath_, [this] { return isStopRequested(); });
+    pipe.watchOpenOf(formatContext_);
     int result = avformat_open_input(&formatContext_, filePath_.c_str(), nullptr, &dictionary.entries);
     if (result < 0 || !formatContext_) {
         char text[255] = {};
@@ -236,6 +239,10 @@ bool StreamParser::openInput() {
 
 void StreamParser::readTimes() {
     isLive_ = isInputNamed("rtsp") || isInputNamed("sdp");
+    // Where nobody knows a length, the end of a pipe can't be told from the death of who writes.
+    const bool isEndless = isLive_ || (isPipe(filePath_) && formatContext_->duration == AV_NOPTS_VALUE);
+    readErrors_ = ReadErrors(isEndless && playbackOptions_.closedLiveFails ? ReadErrors::EndIs::Loss
+                                                                           : ReadErrors::EndIs::Completion);
     mending_ = InputMending(playbackOptions_.allCodecs && !isLive_);
     if (formatContext_->start_time != AV_NOPTS_VALUE) {
         startTimeUs_ = formatContext_->start_time;

@@ -271,6 +271,31 @@ TEST_F(TarnPlayerRecoveryTest, TriesAgainAsOftenAsTheSourceIsAway) {
     EXPECT_THAT(host_.told, testing::Not(Contains(testing::HasSubstr("failed"))));
 }
 
+// A source that can be opened and shows nothing is as good as away.
+TEST_F(TarnPlayerRecoveryTest, WaitsLongerFromTryToTryUntilSomethingIsShownWhereAClosedSourceHasFailed) {
+    player_->setOption("retry_when_failed", "2000");
+    player_->setOption("closed_live_source", "failed");
+    for (const bool isPicture : {true, false}) {
+        reach(PLAYER_STATE_STARTED);
+        for (int attempt = 0; attempt < 10; ++attempt) {
+            events().onFailed(nullptr, 1, attempt % 2);
+            engine().fire(engine().timers.begin()->first);
+            events().onPrepared(nullptr, true, true);
+            ASSERT_EQ(state(), PLAYER_STATE_STARTED);
+        }
+        events().onFailed(nullptr, 1, 1);
+        EXPECT_THAT(engine().timers.begin()->second.intervalMs,
+                    testing::AllOf(testing::Ge(16000U), testing::Le(20000U)));
+        engine().fire(engine().timers.begin()->first);
+        events().onPrepared(nullptr, true, true);
+        isPicture ? events().onFirstVideoFrame(nullptr, 0) : events().onFirstAudioFrame(nullptr, 0);
+        events().onFailed(nullptr, 1, 1);
+        EXPECT_THAT(engine().timers.begin()->second.intervalMs, testing::AllOf(testing::Ge(1600U), testing::Le(2000U)));
+        EXPECT_TRUE(player_->stop());
+        EXPECT_TRUE(player_->reset());
+    }
+}
+
 TEST_F(TarnPlayerRecoveryTest, CutsTheRetryIntervalTo32Bits) {
     player_->setOption("retry_when_failed", "4294967300");
     reach(PLAYER_STATE_STARTED);

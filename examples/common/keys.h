@@ -17,7 +17,8 @@ enum class Command {
     SeekToStart,
     SeekToEnd,
     NextSound,
-    NextVideo
+    NextVideo,
+    ShowStatistics
 };
 
 struct KeyCommand {

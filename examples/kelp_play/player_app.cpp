@@ -10,6 +10,7 @@
 #include "kelp_player/log.h"
 #include "machine.h"
 #include "source_problem.h"
+#include "statistics_text.h"
 #include "window.h"
 
 namespace {
@@ -160,6 +161,9 @@ void PlayerApp::handleEvent(const SDL_Event& event) {
         const KeyCommand command = commandOf(event.key.keysym);
         if (command.command == Command::Quit) {
             quit_ = true;
+        } else if (command.command == Command::ShowStatistics) {
+            progress_.finish();
+            std::fputs(textOf(player_->getStatistics()).c_str(), stdout);
         } else if (playing_) {
             control_.carryOut(command);
         }

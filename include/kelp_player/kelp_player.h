@@ -8,6 +8,7 @@
 
 #include "kelp_player/export.h"
 #include "kelp_player/frame_sink.h"
+#include "kelp_player/statistics.h"
 #include "kelp_player/sync_clock.h"
 #include "kelp_player/tracks.h"
 #include "kelp_player/types.h"
@@ -242,6 +243,10 @@ public:
     // All tracks of the source, also those that can't be played, in the order of their numbers. From `onPrepared` on;
     // empty before and after `stop`. It is what the opening found: a live source may gain tracks later.
     std::vector<Track> getTracks();
+
+    // How the playback goes: a snapshot of what its threads count, see statistics.h. From any thread at any time; it
+    // waits for none of them, and takes less than a microsecond.
+    Statistics getStatistics();
 
     // Plays another track of the source in place of the one of this kind, TRACK_KIND_VIDEO or TRACK_KIND_AUDIO, that is
     // played; from `play` to `stop`, also while halted. Nothing is loaded anew, and no event comes but

@@ -10,6 +10,7 @@
 
 #include "kelp_player/export.h"
 #include "kelp_player/kelp_player.h"
+#include "kelp_player/statistics.h"
 #include "kelp_player/tracks.h"
 #include "kelp_player/types.h"
 
@@ -95,9 +96,9 @@ protected:
 // [TarnPlayer] "seek, error state:2", with the operation and the number of the state, see PlayerStates; `setVolume`
 // without the line.
 //
-// An ExternFrameSink and a KelpSyncClock may call `getTracks`, `runInWorker`, `addTimer` and `removeTimer` alone: they
-// run on threads of the player, which another thread's `stop` waits for under the lock. A log callback may call
-// nothing.
+// An ExternFrameSink and a KelpSyncClock may call `getTracks`, `getStatistics`, `runInWorker`, `addTimer` and
+// `removeTimer` alone: they run on threads of the player, which another thread's `stop` waits for under the lock. A log
+// callback may call nothing.
 class KELP_PLAYER_API TarnPlayer {
 public:
     // Makes a player in the idle state. The caller owns it. Null if SDL can't be started, see KelpPlayer::init; the
@@ -153,6 +154,9 @@ public:
 
     // All tracks of the source, see KelpPlayer; in any state, and empty while none is prepared. Doesn't take the lock.
     std::vector<Track> getTracks();
+
+    // How the playback goes, see KelpPlayer; in any state, and with the restarts of the player. Doesn't take the lock.
+    Statistics getStatistics();
 
     // Plays another track, see KelpPlayer. Started, paused or completed only. A restart keeps it, as if the option
     // "video_track" or "audio_track" had been set, which stays for the next source too.

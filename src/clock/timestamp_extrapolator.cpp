@@ -1,6 +1,7 @@
 #include "clock/timestamp_extrapolator.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "clock/wrapping_math.h"
 #include "runtime/kelp_time.h"
@@ -17,6 +18,7 @@ constexpr double kDetectorDriftTicks = 6600.0;
 constexpr double kDetectorAlarmTicks = 60000.0;
 constexpr int64_t kIdleLimitMs = 10000000;
 constexpr uint64_t kJumpLimitSeconds = 10;
+constexpr double kJitterPackets = 16.0;   // the mean goes over about so many
 constexpr double kSmallestSlope = 0.001;  // ticks per millisecond
 
 // The local time `ms` after `originMs`, the fraction cut off; -1 if that is negative or out of range.
@@ -51,6 +53,8 @@ void TimestampExtrapolator::reset(int64_t nowMs) {
     set(firstTimestamp_, kNone);
     set(prevTimestamp_, kNone);
     set(packetCount_, 0U);
+    set(delayMs_, 0.0);
+    set(jitterMs_, 0.0);
     detectorAccumulatorPos_ = detectorAccumulatorNeg_ = 0.0;
 }
 
@@ -92,6 +96,7 @@ void TimestampExtrapolator::update(int64_t timestamp) {
     if (get(prevTimestamp_) != kNone && timestamp < get(prevTimestamp_)) {
         return;
     }
+    noteDelay(residual);
 
     double k0 = p00_ * t + p01_;
     double k1 = p10_ * t + p11_;
@@ -113,6 +118,14 @@ void TimestampExtrapolator::update(int64_t timestamp) {
     if (get(packetCount_) < kStartUpUpdates) {
         set(packetCount_, get(packetCount_) + 1);
     }
+}
+
+void TimestampExtrapolator::noteDelay(double residual) {
+    if (get(w0_) < kSmallestSlope) {
+        return;
+    }
+    set(delayMs_, -residual / get(w0_));
+    set(jitterMs_, get(jitterMs_) + (std::abs(get(delayMs_)) - get(jitterMs_)) / kJitterPackets);
 }
 
 bool TimestampExtrapolator::DelayChangeDetection(double error) {

@@ -34,9 +34,17 @@ public:
     // The same for a time stamp in milliseconds.
     int64_t extrapolateLocalTimeMs(int64_t timestampMs);
 
+    // How far the last packet came behind the time at which it belongs, below 0 for before it, and the mean of the
+    // distance; in milliseconds. Any thread.
+    double delayMs() const { return delayMs_.load(std::memory_order_relaxed); }
+    double jitterMs() const { return jitterMs_.load(std::memory_order_relaxed); }
+
 private:
     // Feeds the detector with how far, in ticks, a time stamp lies off the line; whether the delay has changed.
     bool DelayChangeDetection(double error);
+
+    // Of an update: how far, in ticks, the time stamp lies ahead of the line.
+    void noteDelay(double residual);
 
     // A jump of the time stamps, or a long silence, makes the fit worthless.
     bool needsReset(int64_t timestamp, int64_t nowMs) const;
@@ -48,7 +56,9 @@ private:
     std::atomic<int64_t> prevMs_;                 // local time of the last accepted update
     std::atomic<int64_t> firstTimestamp_{kNone};  // ticks; kNone before the first one
     std::atomic<int64_t> prevTimestamp_{kNone};   // last one used, ticks; kNone before the first one
-    std::atomic<unsigned int> packetCount_;       // updates so far, counted up to the start-up delay
+    std::atomic<double> delayMs_;
+    std::atomic<double> jitterMs_;
+    std::atomic<unsigned int> packetCount_;  // updates so far, counted up to the start-up delay
 
     // Of `update` and `reset` alone.
     double p00_, p01_, p10_, p11_;   // covariance; p11_ is huge while the offset is unknown

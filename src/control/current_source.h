@@ -10,8 +10,8 @@ namespace kelp {
 //
 // An event belongs to the load whose marker has passed the worker last. A plan, that is a retry or a restart, stands
 // while the host has not acted since the failure. These are two counts: after a stop without a load events still count,
-// plans don't. All of it is under the player's mutex, but for the events, which any thread may ask about, and the
-// timer, see there.
+// plans don't. All of it is under the player's mutex, but for the events and the count of restarts, which any thread
+// may ask about, and the timer, see there.
 class CurrentSource {
 public:
     // The host has loaded, stopped or reset: what was planned before is void.
@@ -31,6 +31,10 @@ public:
     void setLoaded(bool loaded) { loaded_ = loaded; }
     bool isLoaded() const { return loaded_; }
 
+    // The source is opened again.
+    void restarted() { ++restarts_; }
+    int restarts() const { return restarts_; }
+
     // Held while the engine gives out a timer's id or takes one back: an id is given out again when its timer has
     // fired, which the retry hears later.
     std::unique_lock<std::mutex> lockTimers() { return std::unique_lock(timerMutex_); }
@@ -48,6 +52,7 @@ private:
     unsigned int plan_ = 0;
     std::atomic<int> loadsAhead_{0};  // loads whose marker hasn't come; below 0 while one comes before it was counted
     bool loaded_ = false;
+    std::atomic<int> restarts_{0};
     unsigned int retry_ = 0;
     std::mutex timerMutex_;     // after the player's, before the worker's
     unsigned int timerId_ = 0;  // of retry_; guarded by timerMutex_

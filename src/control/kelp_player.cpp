@@ -195,6 +195,10 @@ std::vector<Track> KelpPlayer::getTracks() {
     return playTask_->getTracks();
 }
 
+Statistics KelpPlayer::getStatistics() {
+    return playTask_->getStatistics();
+}
+
 bool KelpPlayer::selectTrack(TrackKind kind, int number) {
     return playTask_->selectTrack(kind, number);
 }

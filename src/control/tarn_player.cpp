@@ -258,6 +258,13 @@ std::vector<Track> TarnPlayer::getTracks() {
     return player_->getTracks();
 }
 
+// Nor this one.
+Statistics TarnPlayer::getStatistics() {
+    Statistics statistics = player_->getStatistics();
+    statistics.restarts = source_->restarts();
+    return statistics;
+}
+
 bool TarnPlayer::selectTrack(TrackKind kind, int number) {
     std::lock_guard lock(mutex_);
     if (!isIn(PLAYER_STATE_STARTED | PLAYER_STATE_PAUSED | PLAYER_STATE_COMPLETED, "selectTrack") ||

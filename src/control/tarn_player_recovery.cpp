@@ -73,6 +73,7 @@ void TarnPlayer::restart(PlayerStates state, unsigned int plan) {
     if (!source_->isPlanned(plan)) {
         return;
     }
+    source_->restarted();
     state_ = PLAYER_STATE_STOPPED;
     unload();
     state_ = PLAYER_STATE_PREPARING;

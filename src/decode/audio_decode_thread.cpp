@@ -41,6 +41,7 @@ bool AudioDecodeThread::openDecoder(AudioCodecType codecType, const void* codecP
         return false;
     }
     decoder_->setOutputSpec(spec_);
+    counts_.opened(decoder_->name(), /*onHardware=*/false);
     return true;
 }
 
@@ -146,6 +147,7 @@ void AudioDecodeThread::onExit() {
 
 void AudioDecodeThread::onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) {
     lastOutputPtsMs_ = frame->pts;
+    counts_.frames.add();
     if (observer_) {
         observer_->onAudioDecoded(std::move(frame));
     }

@@ -63,6 +63,7 @@ public:
     using BaseDecodeThread::fillPacket;
     using BaseDecodeThread::getQueuePacketSize;
     using BaseDecodeThread::isDecoding;
+    using BaseDecodeThread::level;
     using BaseDecodeThread::prepareStop;
     using BaseDecodeThread::seek;
     using BaseDecodeThread::start;
@@ -84,6 +85,9 @@ public:
     // Turns the correction by onSpeedUpSamples on or off; false if there is no decoder. Before the first packet.
     bool openSync(bool open);
 
+    // What it counts; any thread, without a lock.
+    const DecodeCounts& counts() const { return counts_; }
+
 private:
     bool canDecode() override;
     void decode(std::shared_ptr<MediaPacket> packet) override;
@@ -102,6 +106,7 @@ private:
     std::shared_ptr<IAudioDecoder> decoder_;  // from open to onExit; empty for a track whose decoder doesn't open
     std::shared_ptr<const CodecInfo> track_;  // as the packets name it
     std::atomic<bool> isHurried_{false};      // by readAgain
+    DecodeCounts counts_;
     // For each decoder.
     AudioOutputSpec spec_;
     PlaybackOptions options_;

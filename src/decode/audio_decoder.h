@@ -45,6 +45,9 @@ public:
     virtual bool open(AudioCodecType codecType, const void* codecParameters,
                       std::shared_ptr<AudioDecoderObserver> observer) = 0;
 
+    // The library's name for the decoder that was opened, which lives for good.
+    virtual const char* name() const { return ""; }
+
     // The form of the frames from now on. Without one they keep the decoded form.
     virtual bool setOutputSpec(AudioOutputSpec spec) = 0;
 

@@ -1,7 +1,9 @@
 #include "decode/base_decode_thread.h"
 
+#include <algorithm>
 #include <utility>
 
+#include "clock/wrapping_math.h"
 #include "decode/packet_time.h"
 #include "input/media_packet.h"
 #include "input/tick_math.h"
@@ -54,6 +56,7 @@ void BaseDecodeThread::dropPackets() {
     std::lock_guard lock(queueMutex_);
     std::deque<std::shared_ptr<MediaPacket>> dropped;
     packetQueue_.swap(dropped);
+    noteLevel();
 }
 
 std::shared_ptr<MediaPacket> BaseDecodeThread::takePacket() {
@@ -71,6 +74,7 @@ std::shared_ptr<MediaPacket> BaseDecodeThread::takePacket() {
     }
     auto packet = std::move(packetQueue_.front());
     packetQueue_.pop_front();
+    noteLevel();
     decoding_ = true;
     seekSkip_.take(*packet, packetQueue_);
     return packet;
@@ -84,6 +88,7 @@ bool BaseDecodeThread::start() {
 int BaseDecodeThread::fillPacket(std::shared_ptr<MediaPacket> packet) {
     std::lock_guard lock(queueMutex_);
     packetQueue_.push_back(std::move(packet));
+    noteLevel();
     const int size = static_cast<int>(packetQueue_.size());
     queueCond_.notify_all();
     return size;
@@ -104,8 +109,21 @@ void BaseDecodeThread::seek(int seekTimeMs) {
     }
     std::deque<std::shared_ptr<MediaPacket>> dropped;
     packetQueue_.swap(dropped);
+    noteLevel();
     seekAsked_.post(seekTimeMs);
     endRest();
+}
+
+// The packets of orders, and of the end, have no time.
+void BaseDecodeThread::noteLevel() {
+    const auto last =
+        std::find_if(packetQueue_.rbegin(), packetQueue_.rend(), [](const auto& packet) { return packet->data; });
+    int64_t durationMs = 0;
+    if (last != packetQueue_.rend() && packetQueue_.front()->data) {
+        const auto timeMs = [](const MediaPacket& packet) { return scaleTicks(packet.pts, msPerTick(packet)); };
+        durationMs = wrappingSubtract(timeMs(**last), timeMs(*packetQueue_.front()));
+    }
+    level_.set(packetQueue_.size(), durationMs);
 }
 
 std::unique_lock<std::mutex> BaseDecodeThread::aim(int seekTimeMs, bool flush) {

@@ -10,6 +10,7 @@
 #include "decode/seek_skip.h"
 #include "runtime/base_thread.h"
 #include "runtime/latest_time.h"
+#include "runtime/stage_counts.h"
 
 namespace kelp {
 
@@ -40,6 +41,8 @@ public:
     // Whether a packet that has left the queue is still being decoded: once this is false behind an empty queue, all
     // frames have been handed on.
     bool isDecoding() const { return decoding_; }
+    // What waits; any thread, without a lock.
+    const QueueLevel& level() const { return level_; }
 
     // Drops every waiting packet and leaves a seek for the thread, over one that it hasn't served yet. A thread that
     // rests for want of room serves it at once; one that sleeps on its empty queue is not woken: it serves the seek
@@ -94,10 +97,13 @@ private:
     // The oldest packet; waits for a wake-up if there is none, and gives none then.
     std::shared_ptr<MediaPacket> takePacket();
     bool reaches(const char* operation, int seekTimeMs);
+    // After a change of the queue, with its mutex held.
+    void noteLevel();
 
     const std::string threadName_;
     std::deque<std::shared_ptr<MediaPacket>> packetQueue_;  // oldest first; guarded by queueMutex_
     std::mutex queueMutex_;                                 // taken before a play thread's queue mutex
+    QueueLevel level_;                                      // of packetQueue_
     std::condition_variable queueCond_;                     // a packet came, or a stop
     SeekSkip seekSkip_;                   // guarded by queueMutex_, but that the thread may read what `take` tells
     LatestTime seekAsked_;                // in milliseconds; posted under queueMutex_, as it goes with an emptied queue

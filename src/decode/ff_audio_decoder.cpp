@@ -56,6 +56,10 @@ bool FFAudioDecoder::open(AudioCodecType codecType, const void* codecParameters,
     return true;
 }
 
+const char* FFAudioDecoder::name() const {
+    return codecContext_ && codecContext_->codec ? codecContext_->codec->name : "";
+}
+
 bool FFAudioDecoder::openCodec(AudioCodecType codecType, const void* codecParameters) {
     const auto* const parameters = static_cast<const AVCodecParameters*>(codecParameters);
     const int codecId = codecIdFromType(codecType, parameters);

@@ -27,6 +27,7 @@ public:
     bool open(AudioCodecType codecType, const void* codecParameters,
               std::shared_ptr<AudioDecoderObserver> observer) override;
     bool setOutputSpec(AudioOutputSpec spec) override;
+    const char* name() const override;
     void close() override;
     void insertPacket(MediaPacket* packet) override;
     // The resampler keeps what it holds.

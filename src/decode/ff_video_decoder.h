@@ -38,6 +38,8 @@ public:
     void flush() override;
     bool enableHardware(bool enable, HwDecodeMode mode) override;
     void setOptions(const PlaybackOptions& options) override;
+    const char* name() const override;
+    bool isHardware() const override { return isHardware_; }
     int64_t getAvgDecodeTime() override { return avgDecodeTimeMs_; }
     void setNeededFrom(int64_t timeMs) override { neededFromMs_ = timeMs; }
     void setInsertedBehindTarget(int pictures) override;
@@ -89,6 +91,7 @@ private:
     bool hwEnabled_ = true;
     HwDecodeMode hwDecodeMode_ = HW_DECODE_ALL;
     PlaybackOptions options_;
+    bool isHardware_ = false;                      // a hardware decoder, or one with a device
     bool sharesPictures_ = false;                  // wanted, and the decoder has memory without end
     AVFrame* frame_ = nullptr;                     // what the codec fills
     AVFrame* transferFrame_ = nullptr;             // copy of a hardware picture in system memory

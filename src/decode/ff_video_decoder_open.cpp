@@ -115,7 +115,8 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
                    codecId, ret, text);
         return false;
     }
-    canDiscard_ = software && !hwDeviceContext_ && marksUnreferenced(*codecContext_);
+    isHardware_ = !software || hwDeviceContext_;
+    canDiscard_ = !isHardware_ && marksUnreferenced(*codecContext_);
     frame_ = av_frame_alloc();
     transferFrame_ = av_frame_alloc();
     if (!frame_ || !transferFrame_) {
@@ -123,6 +124,10 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
         return false;
     }
     return true;
+}
+
+const char* FFVideoDecoder::name() const {
+    return codecContext_ && codecContext_->codec ? codecContext_->codec->name : "";
 }
 
 const HWDecoderInfo* FFVideoDecoder::getHWDecoderInfo(const HWDecoderInfo* from, AVCodecID id) {

@@ -41,6 +41,7 @@ bool VideoDecodeThread::openDecoder(VideoCodecType codecType, const void* codecP
         Log::Debug(kName, "play, failed open video decoder\n");
         return false;
     }
+    counts_.opened(decoder_->name(), decoder_->isHardware());
     return true;
 }
 
@@ -132,6 +133,7 @@ void VideoDecodeThread::onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) {
     }
     knownToMs_ = kNothing;
     deliveredMs_ = lastOutputPtsMs_ = frame->pts;
+    counts_.frames.add();
     if (observer_) {
         observer_->onVideoDecoded(std::move(frame));
     }

@@ -57,6 +57,7 @@ public:
     using BaseDecodeThread::framesTaken;
     using BaseDecodeThread::getQueuePacketSize;
     using BaseDecodeThread::isDecoding;
+    using BaseDecodeThread::level;
     using BaseDecodeThread::prepareStop;
     using BaseDecodeThread::seek;
     using BaseDecodeThread::start;
@@ -65,6 +66,9 @@ public:
     // every time before the first frame. A `clearBuffer` that refuses has told the observer of the seek all the same.
     bool checkBuffer(int seekTimeMs) override;
     bool clearBuffer(int seekTimeMs) override;
+
+    // What it counts; any thread, without a lock.
+    const DecodeCounts& counts() const { return counts_; }
 
     // How long a picture stays inside the decoder, smoothed. To be called within `onVideoDecoded` only.
     int64_t getAvgDecodeTimeMs() { return decoder_->getAvgDecodeTime(); }
@@ -87,6 +91,7 @@ private:
     std::shared_ptr<VideoDecoderFactory> decoderFactory_;
     std::shared_ptr<IVideoDecoder> decoder_;  // from `open` until the thread ends; empty for a track that doesn't open
     std::shared_ptr<const CodecInfo> track_;  // as the packets name it
+    DecodeCounts counts_;
     // For each decoder.
     bool enableHw_ = false;
     HwDecodeMode hwDecodeMode_ = HW_DECODE_NONE;

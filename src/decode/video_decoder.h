@@ -53,6 +53,10 @@ public:
     // What the host wants in another way; takes effect at `open`.
     virtual void setOptions(const PlaybackOptions&) {}
 
+    // The library's name for the decoder that was opened, which lives for good, and whether hardware has a part in it.
+    virtual const char* name() const { return ""; }
+    virtual bool isHardware() const { return false; }
+
     // How long a picture stays inside the decoder, smoothed, in milliseconds.
     virtual int64_t getAvgDecodeTime() = 0;
 

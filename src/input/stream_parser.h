@@ -21,6 +21,7 @@
 #include "runtime/base_thread.h"
 #include "runtime/latest_time.h"
 #include "runtime/playback_options.h"
+#include "runtime/stage_counts.h"
 
 struct AVBSFContext;
 struct AVCodecContext;
@@ -189,6 +190,9 @@ public:
     // are faster than its 100 ms. Any thread, under any lock.
     void packetTaken();
 
+    // What was read since `start`; any thread, without a lock.
+    const ReadCounts& counts(TrackKind kind) const { return kind == TRACK_KIND_VIDEO ? videoRead_ : audioRead_; }
+
     // What `open` found. The codec parameters are copies of what the demuxer holds: not while the thread reads.
     std::shared_ptr<CodecInfo> getCodecInfo();
     std::shared_ptr<StreamInfo> getStreamInfo();
@@ -278,6 +282,8 @@ private:
     LatestTime seekAsked_;                // in microseconds
     LatestTime videoAsked_;               // a track's number, likewise
     LatestTime audioAsked_;
+    ReadCounts videoRead_;
+    ReadCounts audioRead_;
     std::atomic<int> untilLow_{0};  // packets to be taken until the thread that rests before full queues reads on
 
     PlaybackOptions playbackOptions_;  // guarded by mutex_

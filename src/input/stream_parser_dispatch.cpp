@@ -9,6 +9,7 @@
 #include "input/stream_parser.h"
 #include "input/tick_math.h"
 #include "kelp_player/log.h"
+#include "runtime/kelp_time.h"
 
 extern "C" {
 #include <libavcodec/bsf.h>
@@ -44,11 +45,13 @@ int64_t timeMs(const MediaPacket& packet) {
 void StreamParser::disPatchPacket(AVPacket* packet) {
     if (packet->stream_index == videoStreamIndex_) {
         mending_.fillTime(*packet, *videoStream_, /*isVideo=*/true);
+        videoRead_.add(packet->size, KelpTime::getTimeMs());
         if (!observer_ || dispatchVideo(packet)) {
             measureKeyFrameGap(packet);
         }
     } else if (packet->stream_index == audioStreamIndex_) {
         mending_.fillTime(*packet, *audioStream_, /*isVideo=*/false);
+        audioRead_.add(packet->size, KelpTime::getTimeMs());
         if (observer_) {
             dispatchAudio(packet);
         }

@@ -115,6 +115,8 @@ bool StreamParser::open(std::string filePath, int64_t seekTimeMs) {
 bool StreamParser::start() {
     std::lock_guard lock(mutex_);
     Log::Info(TAG, "start begin\n");
+    videoRead_.reset();
+    audioRead_.reset();
     // A context without a stream is what an open that failed has left.
     const bool isOpen = formatContext_ && (videoStreamIndex_ >= 0 || audioStreamIndex_ >= 0);
     if (isOpen && !isStopRequested() && startThread()) {

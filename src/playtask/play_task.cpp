@@ -68,6 +68,9 @@ void PlayTask::load(const std::string& fileName, int seekTime, const PlaybackOpt
 }
 
 void PlayTask::raise(EventType type, int a, int b, int c) {
+    if (type == EVENT_FAILED) {
+        lastFailure_ = a;
+    }
     if (eventCallback_) {
         eventCallback_(type, a, b, c);
     }

@@ -22,6 +22,7 @@
 #include "input/stream_info.h"
 #include "input/stream_parser.h"
 #include "kelp_player/codec_info.h"
+#include "kelp_player/statistics.h"
 #include "kelp_player/tracks.h"
 #include "kelp_player/types.h"
 #include "playtask/event_type.h"
@@ -96,6 +97,8 @@ public:
     PlayDetailInfo getPlayDetailInfo();
     // From the end of the load to `stop`.
     std::vector<Track> getTracks();
+    // A snapshot of what the stages count.
+    Statistics getStatistics();
     // Plays another track of a kind that is played. False, and a line in the log says why, if that can't be.
     bool selectTrack(TrackKind kind, int number);
 
@@ -184,6 +187,8 @@ private:
 
     // Why the track can't be selected; null if it can. seekRunMutex_ is held.
     const char* obstacleTo(TrackKind kind, int number);
+    // The track of this kind that is played; null if there is none.
+    const Track* playedTrack(const StreamInfo& streamInfo, TrackKind kind);
     // The slot of selectedTracks_.
     std::atomic<int>& selectedTrack(TrackKind kind) { return selectedTracks_[kind == TRACK_KIND_VIDEO ? 0 : 1]; }
 
@@ -276,6 +281,7 @@ private:
     std::atomic<int64_t> durationMs_{0};  // as the source states it, then as its end shows it
     int64_t inputLengthMs_ = 0;           // the parser's thread's, and the load's before it
     std::atomic<bool> seekable_{false};
+    std::atomic<int> lastFailure_{0};       // a KelpPlayerErrorType; 0 for none
     std::atomic<bool> anyDecoded_{false};   // a picture or a piece of sound has come since `play`
     std::atomic<int> playDetailWidth_{0};   // in pixels
     std::atomic<int> playDetailHeight_{0};  // in pixels

@@ -24,6 +24,9 @@ public:
     // The sound between the last sample handed over and the loudspeaker, in milliseconds.
     virtual int getBufferDuration() = 0;
 
+    // How often the device asked for sound that came only later, but for what a flush had thrown away.
+    virtual int64_t underruns() const { return 0; }
+
     virtual bool pause(bool paused) = 0;
 
     // Closes the device for good and ends a `fillFrame` that blocks.

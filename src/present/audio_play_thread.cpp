@@ -6,7 +6,9 @@
 #include <limits>
 #include <utility>
 
+#include "clock/wrapping_math.h"
 #include "kelp_player/log.h"
+#include "kelp_player/statistics.h"
 #include "runtime/kelp_time.h"
 
 // The header leaves the linkage to the platform and says nothing of it here.
@@ -226,6 +228,8 @@ bool AudioPlayThread::onOutput(std::shared_ptr<DecodedFrame> frame) {
         return true;
     }
     output->fillFrame(audioFrame);
+    counts_.blocks.add();
+    counts_.underruns.set(output->underruns());
     return true;
 }
 
@@ -234,7 +238,7 @@ std::shared_ptr<IAudioOutput> AudioPlayThread::makeOutput() {
         audioOutputFactory_ = std::make_shared<AudioOutputFactory>();
     }
     auto output = audioOutputFactory_->create(outputSpec_);
-    output->init(outputSpec_);
+    counts_.output.set(output->init(outputSpec_) ? SOUND_OUTPUT_DEVICE : SOUND_OUTPUT_NONE);
     audioOutput_.store(output);
 
     // What the control side asked for while it saw no output.
@@ -291,9 +295,11 @@ void AudioPlayThread::computeUnSyncSamples(int64_t duration) {
     const auto master = syncObject_.load();
     if (!master) {
         unSyncSamples_.store(0, std::memory_order_relaxed);
+        counts_.aheadOfMasterMs.set(0);
         return;
     }
     const double diff = static_cast<double>(getSyncPts()) - static_cast<double>(master->getSyncPts());
+    counts_.aheadOfMasterMs.set(truncated<int64_t>(diff));
     const int64_t noSync = std::max(kNoSyncThresholdMs, master->getNoSyncThreshold());
     int result = 0;
     if (std::abs(diff) < static_cast<double>(noSync)) {

@@ -60,11 +60,15 @@ public:
     // Whether there is one: not before the first frame.
     bool hasTime() const { return clock_.hasTime(); }
 
+    // What it counts; any thread, without a lock.
+    const SoundCounts& counts() const { return counts_; }
+
     // By how many samples per channel the sound runs ahead of the clock that it follows; negative if it lags.
     int getUnSyncSamples() { return unSyncSamples_.load(std::memory_order_relaxed); }
 
     using BasePlayThread::fillFrame;
     using BasePlayThread::getFrameQueueSize;
+    using BasePlayThread::level;
     using BasePlayThread::setMaxPtsMs;
     using BasePlayThread::splice;
     using BasePlayThread::start;
@@ -114,11 +118,12 @@ private:
     RunningClock clock_;                         // what is at the loudspeaker
     AtomicSharedPtr<SyncObject> syncObject_;     // the clock to follow, or none
     std::atomic<int> unSyncSamples_{0};          // per channel; positive means ahead
-    const double diffAvgCoef_;                   // weight of the past in diffCum_
-    double diffCum_ = 0;                         // running weighted sum of the difference, in milliseconds
-    int diffAvgCount_ = 0;                       // differences in diffCum_, up to 20
-    bool isFirstAwaited_ = false;                // the clock goes on before the very first frame
-    bool needFlush_ = false;                     // the next frame flushes the output and the tempo change first
+    SoundCounts counts_;
+    const double diffAvgCoef_;     // weight of the past in diffCum_
+    double diffCum_ = 0;           // running weighted sum of the difference, in milliseconds
+    int diffAvgCount_ = 0;         // differences in diffCum_, up to 20
+    bool isFirstAwaited_ = false;  // the clock goes on before the very first frame
+    bool needFlush_ = false;       // the next frame flushes the output and the tempo change first
     std::shared_ptr<AudioPlayThreadObserver> observer_;
     std::atomic<float> volume_{1.0f};         // linear gain
     std::atomic<void*> soundTouch_{nullptr};  // owned, from `init` to onExit; null if the library gave none

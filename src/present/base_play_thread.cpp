@@ -79,6 +79,7 @@ void BasePlayThread::Run() {
 void BasePlayThread::dropFrames() {
     std::lock_guard lock(queueMutex_);
     clearQueue(frameQueue_);
+    noteLevel();
 }
 
 void BasePlayThread::startPendingSeeks(std::unique_lock<std::mutex>& lock) {
@@ -165,10 +166,16 @@ void BasePlayThread::popPresented(std::unique_lock<std::mutex>& lock) {
 
 void BasePlayThread::unlockAndTell(std::unique_lock<std::mutex>& lock, size_t before) {
     const size_t left = frameQueue_.size();
+    noteLevel();
     lock.unlock();
     if (left < before) {
         onFramesTaken(static_cast<int>(left));
     }
+}
+
+void BasePlayThread::noteLevel() {
+    const bool isEmpty = frameQueue_.empty();
+    level_.set(frameQueue_.size(), isEmpty ? 0 : wrappingSubtract(frameQueue_.back()->pts, frameQueue_.front()->pts));
 }
 
 void BasePlayThread::restUntilSeek(int64_t us, const std::function<bool()>& isWanted) {

@@ -13,6 +13,7 @@
 #include "present/late_start.h"
 #include "runtime/base_thread.h"
 #include "runtime/latest_time.h"
+#include "runtime/stage_counts.h"
 
 namespace kelp {
 
@@ -50,6 +51,9 @@ public:
 
     // At most 1 while a splice hasn't begun: what waits till then holds nothing up.
     virtual int getFrameQueueSize();
+
+    // What waits; any thread, without a lock.
+    const QueueLevel& level() const { return level_; }
 
     // The frames that are filled from here on replace those that wait and are later. Those that end before the one goes
     // out which is next, or the last one that went, are dropped: time goes on evenly.
@@ -139,7 +143,9 @@ private:
     void waitForFrame(std::unique_lock<std::mutex>& lock);
     std::shared_ptr<DecodedFrame> skipToTarget();
     void popPresented(std::unique_lock<std::mutex>& lock);  // unlocks
-    // Unlocks, and tells if the queue is shorter than `before`.
+    // After a change of the queue, with its mutex held.
+    void noteLevel();
+    // Notes the level, unlocks, and tells if the queue is shorter than `before`.
     void unlockAndTell(std::unique_lock<std::mutex>& lock, size_t before);
     // Until the front frame is to be offered (again), or a pause has ended since `resumes_` was read. No lock held.
     void restBeforeOffer(unsigned int resumes);
@@ -157,6 +163,7 @@ private:
     const Idle idle_;
     std::queue<std::shared_ptr<DecodedFrame>> frameQueue_;  // front is next; guarded by queueMutex_
     std::mutex queueMutex_;
+    QueueLevel level_;                   // of frameQueue_
     std::condition_variable queueCond_;  // a frame was queued, or a seek or a stop requested
     bool splicing_ = false;              // guarded by queueMutex_, like the next
     int64_t presentedToMs_ = -1;         // the end of the frame presented last; -1 when none was since the last seek

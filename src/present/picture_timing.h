@@ -48,6 +48,9 @@ public:
     // How long the picture is to wait from `nowUs` on; 0 or less if it is due.
     virtual int64_t leftUs(int64_t nowUs) = 0;
 
+    // By how much the picture on the screen ran ahead of the master when the last one began; 0 without one.
+    int64_t aheadOfMasterMs() const { return aheadOfMasterMs_; }
+
     // After a part of the wait: whether the wall clock was set, so that the wait means nothing.
     virtual bool hasClockJumped(int64_t /*nowUs*/) { return false; }
 
@@ -70,6 +73,7 @@ protected:
     std::atomic<bool> paused_{false};
     std::atomic<unsigned int> changes_{0};
     RunningClock clock_;
+    int64_t aheadOfMasterMs_ = 0;  // the owner's
 };
 
 }  // namespace kelp

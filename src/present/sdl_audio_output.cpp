@@ -156,6 +156,7 @@ void SDLAudioOutput::closeDevice() {
 
 void SDLAudioOutput::flush() {
     Log::Debug(kTag, "flush\n");
+    ++flushes_;
     flushRequested_ = true;
     cycleBuffer_->lookAgain();
 }
@@ -176,9 +177,24 @@ void SDLAudioOutput::sdlAudioCallback(void* userdata, unsigned char* stream, int
         const int filled = std::max(got, 0);
         std::memset(stream + filled, 0, static_cast<size_t>(len - filled));
     }
+    output->watchForGap(got >= len);
     if (got > 0 && got != len) {
         Log::Debug(kTag, "%s, req:%d, got:%d\n", "sdlAudioCallback", len, got);
     }
+}
+
+// Counted at its end: the end of the stream is none.
+void SDLAudioOutput::watchForGap(bool isWhole) {
+    if (!isWhole) {
+        if (hadSound_ && !inGap_) {
+            inGap_ = true;
+            gapFlushes_ = flushes_;
+        }
+        return;
+    }
+    underruns_.add(inGap_ && gapFlushes_ == flushes_);
+    hadSound_ = true;
+    inGap_ = false;
 }
 
 int SDLAudioOutput::cycleBufferWrapperCallback(void* opaque) {

@@ -7,6 +7,7 @@
 #include <mutex>
 
 #include "present/audio_output.h"
+#include "runtime/stage_counts.h"
 
 namespace kelp {
 
@@ -29,6 +30,7 @@ public:
 
     // What is in the ring and one device buffer.
     int getBufferDuration() override;
+    int64_t underruns() const override { return underruns_.read(); }
     bool pause(bool paused) override;
     void close() override;
 
@@ -43,6 +45,8 @@ public:
     static int cycleBufferWrapperCallback(void* opaque);
 
 private:
+    // The device has asked, and got all of it or not.
+    void watchForGap(bool isWhole);
     void applyVolume(AudioFrameInfo* frame);
     void pauseDevice(bool paused);
     void closeDevice();
@@ -55,6 +59,12 @@ private:
     std::atomic<bool> paused_{false};
     std::atomic<bool> flushRequested_{false};  // until the next fillFrame
     std::atomic<float> volume_{1.0F};
+    std::atomic<unsigned int> flushes_{0};
+    // SDL's thread's, but that others read the first one.
+    Count underruns_;
+    bool hadSound_ = false;
+    bool inGap_ = false;           // the device gets silence for want of sound
+    unsigned int gapFlushes_ = 0;  // flushes_ when it began
 };
 
 }  // namespace kelp

@@ -46,12 +46,14 @@ int64_t StandardTiming::leftUs(int64_t nowUs) {
 
 int64_t StandardTiming::computeDelay(int64_t delay) {
     const auto master = master_.load();
+    aheadOfMasterMs_ = 0;
     if (!master) {
         return delay;
     }
     const int64_t curPts = clock_.read();
     const int64_t syncPts = master->getSyncPts();
     const int64_t early = wrappingSubtract(curPts, syncPts);  // positive: video runs ahead
+    aheadOfMasterMs_ = early;
     const int64_t threshold = std::clamp(delay, kMinSyncThresholdMs, kMaxSyncThresholdMs);
     const int64_t noSync = std::max(kNoSyncThresholdMs, master->getNoSyncThreshold());
 

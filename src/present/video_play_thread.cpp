@@ -110,6 +110,7 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
         }
     }
     timing_->begin(*frame, nowUs);
+    counts_.aheadOfMasterMs.set(timing_->aheadOfMasterMs());
     nowUs = waitUntilDue(nowUs);
     timing_->logIfLate(*frame, nowUs);
     if (isStopRequested()) {
@@ -119,11 +120,15 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
 
     if (timing_->isTooLate(*frame)) {
         timing_->setTime(frame->pts, nowUs);
+        counts_.late.add();
         return true;
     }
     const bool held = timing_->isHeld(*frame);
     carryOutClearScreen();
     windows_.draw(held ? lastFrame_.get() : frame, fps_);
+    // In a pause the same one comes again and again.
+    counts_.repeated.add(held);
+    counts_.shown.add(!held && frame != lastFrame_.get());
     if (!held) {
         lastFrame_.set(frame);
     }

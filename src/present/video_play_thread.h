@@ -71,12 +71,16 @@ public:
     // The time of the picture on the screen, or the target of a seek, in milliseconds.
     int64_t getCurrentTime() { return timing_->clock().pts(); }
 
+    // What it counts; any thread, without a lock.
+    const PictureCounts& counts() const { return counts_; }
+
     // Whether the picture on the screen is the last one, or has been there for half a second with none behind it. Of
     // odd streams alone.
     bool isDry();
 
     using BasePlayThread::fillFrame;
     using BasePlayThread::getFrameQueueSize;
+    using BasePlayThread::level;
     using BasePlayThread::prepareStop;
     using BasePlayThread::setMaxPtsMs;
     using BasePlayThread::start;
@@ -121,6 +125,7 @@ private:
     WindowList windows_;
     std::shared_ptr<VideoPlayThreadObserver> observer_;
     ShownFrame lastFrame_;  // the picture on the screen
+    PictureCounts counts_;
     std::atomic<bool> serveAsked_{false};
     int fps_ = 0;                  // of the stream
     bool isFirstAwaited_ = false;  // the clock goes on before the very first picture; the play thread's

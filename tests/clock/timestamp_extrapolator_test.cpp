@@ -419,5 +419,23 @@ TEST_F(TimestampExtrapolatorTest, IsAskedOnOneThreadWhileAnotherFeedsIt) {
     EXPECT_EQ(extrapolator_.extrapolateLocalTime(999 * kFrame), kStart + 3000 * 40);
 }
 
+TEST_F(TimestampExtrapolatorTest, TellsHowFarPacketsComeBehindTheirTimes) {
+    EXPECT_EQ(extrapolator_.delayMs(), 0);
+    int64_t nowMs = 0;
+    int64_t timestamp = 0;
+    train(200, nowMs, timestamp);
+    EXPECT_NEAR(extrapolator_.delayMs(), 0, 0.01);
+    EXPECT_NEAR(extrapolator_.jitterMs(), 0, 0.01);
+    updateAt(nowMs + 32, timestamp);
+    EXPECT_NEAR(extrapolator_.delayMs(), 32, 0.5);
+    EXPECT_NEAR(extrapolator_.jitterMs(), 2, 0.1);  // a sixteenth
+    updateAt(nowMs + 40 - 16, timestamp + kFrame);
+    EXPECT_NEAR(extrapolator_.delayMs(), -16, 1.0);
+    EXPECT_NEAR(extrapolator_.jitterMs(), 2.9, 0.2);
+    extrapolator_.reset(nowMs);
+    EXPECT_EQ(extrapolator_.delayMs(), 0);
+    EXPECT_EQ(extrapolator_.jitterMs(), 0);
+}
+
 }  // namespace
 }  // namespace kelp

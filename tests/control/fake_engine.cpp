@@ -128,6 +128,9 @@ int64_t KelpPlayer::getPlayDetailInfo(KelpPlayerInfoType type) {
 std::vector<Track> KelpPlayer::getTracks() {
     return engine().tracks;
 }
+Statistics KelpPlayer::getStatistics() {
+    return engine().statistics;
+}
 bool KelpPlayer::selectTrack(TrackKind kind, int number) {
     return noteAndAnswer("selectTrack", text(kind) + ", " + text(number));
 }

@@ -28,6 +28,7 @@ struct FakeEngine {
     int currentTimeMs = 0;
     int64_t durationMs = 0;
     std::vector<Track> tracks;
+    Statistics statistics;
     KelpPlayerObserver* observer = nullptr;
     std::vector<void*> handles;  // of the windows, one for each call that names one
     std::vector<std::function<void()>> worker;

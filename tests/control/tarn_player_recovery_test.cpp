@@ -24,9 +24,11 @@ TEST_P(TarnPlayerRecovery, BringsAFailedStreamBackIntoItsState) {
     EXPECT_TRUE(log.has("onFailed, add retry timer, retryTimerId_:1\n"));
     EXPECT_EQ(state(), PLAYER_STATE_ERROR);
     EXPECT_THAT(engine().takeCalls(), ElementsAre("addTimer(2000, 1)"));
+    EXPECT_EQ(player_->getStatistics().restarts, 0);
     engine().fire(1);
     EXPECT_THAT(engine().takeCalls(),
                 ElementsAre("removeTimer(1)", "runInWorker()", "stop()", "runInWorker()", "loadFileAsync(source, 0)"));
+    EXPECT_EQ(player_->getStatistics().restarts, 1);
     EXPECT_EQ(state(), PLAYER_STATE_PREPARING);
     events().onPrepared(nullptr, true, true);
     EXPECT_EQ(state(), from == PLAYER_STATE_PREPARING ? PLAYER_STATE_PREPARED : from);

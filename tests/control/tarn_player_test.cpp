@@ -379,5 +379,16 @@ TEST_F(TarnPlayerTest, PassesOverAHostThatDoesNotListen) {
     EXPECT_EQ(state(), PLAYER_STATE_ERROR);
 }
 
+TEST_F(TarnPlayerTest, TellsTheStatisticsWithoutItsLock) {
+    reach(PLAYER_STATE_STARTED);
+    engine().statistics.video.shown = 25;
+    Statistics told;
+    engine().inStop = [&] { told = player_->getStatistics(); };
+    EXPECT_TRUE(player_->stop());
+    engine().inStop = nullptr;
+    EXPECT_EQ(told.video.shown, 25);
+    EXPECT_EQ(told.restarts, 0);
+}
+
 }  // namespace
 }  // namespace kelp::test

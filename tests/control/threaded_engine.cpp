@@ -189,6 +189,9 @@ int64_t KelpPlayer::getPlayDetailInfo(KelpPlayerInfoType) {
 std::vector<Track> KelpPlayer::getTracks() {
     return {};
 }
+Statistics KelpPlayer::getStatistics() {
+    return {};
+}
 bool KelpPlayer::selectTrack(TrackKind, int) {
     const Alone alone("selectTrack");
     return true;

@@ -37,6 +37,20 @@ using test::RecordingDecodeThread;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+// The level, with the queue's mutex held by somebody else.
+class QueueLevelLook {
+public:
+    explicit QueueLevelLook(BaseDecodeThread& thread) : thread_(thread) {}
+    std::string text() const {
+        const std::lock_guard held(thread_.*
+                                   privateMember(test::PrivateMember<test::QueueMutexTag, test::QueueMutex>{}));
+        return std::to_string(thread_.level().count()) + " " + std::to_string(thread_.level().durationMs());
+    }
+
+private:
+    BaseDecodeThread& thread_;
+};
+
 class BaseDecodeThreadTest : public testing::Test {
 protected:
     BaseDecodeThreadTest() {
@@ -572,6 +586,24 @@ TEST(BaseDecodeThreadStress, StopsWheneverItIsAsked) {
         thread.stop();
         EXPECT_EQ(thread.events().back(), "exit");
     }
+}
+
+TEST_F(BaseDecodeThreadTest, TellsWithoutItsLockWhatWaits) {
+    const auto fill = [this](int64_t pts) {
+        const auto packet = makePacket(pts, 1, 100);
+        packet->data = pts >= 0 ? new unsigned char[1] : nullptr;
+        thread_.fillPacket(packet);
+    };
+    BaseDecodeThread& base = thread_;
+    QueueLevelLook look(base);
+    EXPECT_EQ(look.text(), "0 0");
+    fill(10);
+    EXPECT_EQ(look.text(), "1 0");
+    fill(14);
+    fill(-1);  // the end has no time
+    EXPECT_EQ(look.text(), "3 40");
+    base.seek(0);
+    EXPECT_EQ(look.text(), "0 0");
 }
 
 }  // namespace

@@ -216,6 +216,9 @@ xdotool key Home bracketleft bracketleft bracketleft bracketleft bracketleft bra
 wait_for "the lowest speed" shows 'x0.50'
 xdotool key End
 wait_for "three seconds before the end" between 176 178
+statistics() { grep -qE '^video 0: h264 by h264, [0-9]+x[0-9]+, ' "$scratch/out" && grep -q '^sound 1: aac by aac, ' "$scratch/out"; }
+xdotool key i
+wait_for "no statistics" statistics
 quit
 
 # With the other masters the program takes a clock of its own that keeps the speed.

@@ -1,3 +1,4 @@
+#include "kelp_player/kelp_player.h"
 #include "playtask/pipeline_fixture.h"
 #include "support/private_member.h"
 
@@ -412,6 +413,53 @@ TEST_F(PlayTaskPipeline, EndsUpWhereTheLastSeekGoes) {
     EXPECT_TRUE(TaskUnderTest::waitUntil([&] {
         return std::abs(under.eventsOf(EVENT_FIRST_VIDEO_FRAME).back().a - 3000) <= 40 && allAreOver();
     })) << under.eventsOf(EVENT_FIRST_VIDEO_FRAME).back().a;
+}
+
+TEST_F(PlayTaskPipeline, CountsWhatItsStagesDo) {
+    Statistics statistics = under.task->getStatistics();
+    EXPECT_EQ(statistics.video.track, -1);
+    under.task->addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&sink), 0, 0);
+    load("av.mp4");
+    statistics = under.task->getStatistics();
+    EXPECT_EQ(statistics.video.track, 0);
+    EXPECT_EQ(statistics.video.codec, "h264");
+    EXPECT_EQ(statistics.video.width, 64);
+    EXPECT_EQ(statistics.video.height, 48);
+    EXPECT_EQ(statistics.video.frameRate, 25);
+    EXPECT_EQ(statistics.video.packets, 0);
+    EXPECT_EQ(statistics.video.decoder, "");
+    EXPECT_EQ(statistics.audio.track, 1);
+    EXPECT_EQ(statistics.audio.codec, "aac");
+    EXPECT_EQ(statistics.audio.channels, 2);
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_COMPLETED));
+    statistics = under.task->getStatistics();
+    EXPECT_EQ(statistics.video.packets, 50);
+    EXPECT_EQ(statistics.video.decoded, 50);
+    EXPECT_EQ(statistics.video.shown + statistics.video.late, 50);
+    EXPECT_GT(statistics.video.bytes, 1000);
+    EXPECT_EQ(statistics.video.decoder, "h264");
+    EXPECT_FALSE(statistics.video.isHardware);
+    EXPECT_EQ(statistics.video.queue.count, 0);
+    EXPECT_EQ(statistics.video.pictures.count, 0);
+    EXPECT_GT(statistics.audio.packets, 80);
+    EXPECT_EQ(statistics.audio.decoder, "aac");
+    EXPECT_GT(statistics.audio.decoded, 80);
+    EXPECT_GT(statistics.audio.blocks, 10);  // the tempo change makes fewer of them on this clock
+    EXPECT_EQ(statistics.audio.output, SOUND_OUTPUT_DEVICE);
+    EXPECT_EQ(statistics.lastFailure, 0);
+    under.task->stop();
+    statistics = under.task->getStatistics();
+    EXPECT_EQ(statistics.video.track, -1);
+    EXPECT_EQ(statistics.video.packets, 0);
+}
+
+TEST_F(PlayTaskPipeline, RemembersTheLastFailure) {
+    ASSERT_TRUE(under.task->loadFileAsync("/no/such/file", 0));
+    ASSERT_TRUE(under.waitFor(EVENT_FAILED));
+    EXPECT_EQ(under.task->getStatistics().lastFailure, ERROR_TYPE_STREAM);
+    under.task->stop();
+    EXPECT_EQ(under.task->getStatistics().lastFailure, ERROR_TYPE_STREAM);
 }
 
 }  // namespace

@@ -73,7 +73,7 @@ void FakeSoundTouch::reset() {
 bool FakeAudioOutput::init(AudioOutputSpec spec) {
     calls_.add(text("init", spec));
     onInit();
-    return true;
+    return hasDevice;
 }
 
 bool FakeAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {

@@ -86,10 +86,13 @@ public:
     void close() override;
     void flush() override;
     bool setVolume(float volume) override;
+    int64_t underruns() const override { return gaps; }
 
     std::atomic<int> bufferDurationMs{0};
     std::atomic<bool> blocking{false};  // a fill waits for a flush or close, as with a full ring that nobody empties
     bool volumeResult = true;
+    bool hasDevice = true;
+    int64_t gaps = 0;
     std::function<void()> onInit = [] {};
     std::function<void()> onFlush = [] {};            // after a fill was released
     std::function<void()> onSetVolume = [] {};        // before the value is taken

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "decode/video_frame_info.h"
+#include "kelp_player/statistics.h"
 #include "present/audio_play_fixture.h"
 #include "support/log_capture.h"
 
@@ -584,6 +585,30 @@ TEST_F(AudioPlayThreadTest, IsAClockThatInsistsOnNothing) {
     SyncObject& clock = *thread;
     EXPECT_EQ(clock.getNoSyncThreshold(), 10000);
     EXPECT_FALSE(clock.isForceSync());
+}
+
+TEST_F(AudioPlayThreadTest, CountsWhatItHandsToTheOutput) {
+    open();
+    EXPECT_EQ(thread->counts().output.read(), SOUND_OUTPUT_NONE);
+    script(1024);
+    output->gaps = 2;
+    peer->output(makeAudioFrame(0));
+    EXPECT_EQ(thread->counts().output.read(), SOUND_OUTPUT_DEVICE);
+    EXPECT_EQ(thread->counts().blocks.read(), 1);
+    EXPECT_EQ(thread->counts().underruns.read(), 2);
+    EXPECT_EQ(thread->counts().aheadOfMasterMs.read(), 0);
+    master->set(300);
+    thread->setSyncObject(master);
+    peer->output(makeAudioFrame(21));
+    EXPECT_EQ(thread->counts().blocks.read(), 2);
+    EXPECT_EQ(thread->counts().aheadOfMasterMs.read(), 21 - 300);
+}
+
+TEST_F(AudioPlayThreadTest, TellsThatThereIsNoDevice) {
+    open();
+    output->hasDevice = false;
+    peer->output(makeAudioFrame(0));
+    EXPECT_EQ(thread->counts().output.read(), SOUND_OUTPUT_NONE);
 }
 
 }  // namespace

@@ -304,6 +304,40 @@ TEST_F(SDLAudioOutputTest, TellsTheRingWhenToStop) {
     EXPECT_EQ(SDLAudioOutput::cycleBufferWrapperCallback(output.get()), 1);
 }
 
+TEST_F(SDLAudioOutputTest, CountsAGapWhenTheSoundGoesOn) {
+    ASSERT_TRUE(output->init({}));
+    take(100);  // nothing has come yet
+    output->fillFrame(makeFrameOf(150));
+    take(100);
+    EXPECT_EQ(output->underruns(), 0);
+    take(100);  // half of it is there
+    take(100);
+    EXPECT_EQ(output->underruns(), 0);  // it may be the end
+    output->fillFrame(makeFrameOf(300));
+    take(100);
+    EXPECT_EQ(output->underruns(), 1);
+    take(100);
+    EXPECT_EQ(output->underruns(), 1);
+}
+
+TEST_F(SDLAudioOutputTest, CountsNoGapThatASeekOrAPauseMakes) {
+    ASSERT_TRUE(output->init({}));
+    output->fillFrame(makeFrameOf(100));
+    take(100);
+    output->pause(true);
+    take(100);
+    output->pause(false);
+    output->flush();
+    take(100);
+    output->fillFrame(makeFrameOf(100));  // goes with the flush
+    take(100);
+    output->flush();  // as at a seek's first frame
+    output->fillFrame(makeFrameOf(100));
+    output->fillFrame(makeFrameOf(100));
+    take(100);
+    EXPECT_EQ(output->underruns(), 0);
+}
+
 }  // namespace
 
 }  // namespace kelp::test

@@ -486,5 +486,46 @@ TEST_F(VideoPlayThreadTiming, TakesAnyTimes) {
     }
 }
 
+TEST_F(VideoPlayThreadTiming, CountsWhatBecomesOfEachPicture) {
+    const auto first = makePicture(0);
+    output(first);
+    EXPECT_EQ(thread.counts().shown.read(), 1);
+    EXPECT_EQ(thread.counts().aheadOfMasterMs.read(), 0);
+    thread.pause(true);
+    output(first);  // painted again
+    thread.pause(false);
+    EXPECT_EQ(thread.counts().shown.read(), 1);
+
+    const auto master = follow(600);
+    queue(2);
+    output(40);
+    EXPECT_EQ(thread.counts().late.read(), 1);
+    EXPECT_EQ(thread.counts().shown.read(), 1);
+    EXPECT_EQ(thread.counts().aheadOfMasterMs.read(), -600);
+
+    master->set(-1000);
+    master->forcing = true;
+    EXPECT_FALSE(output(80));
+    EXPECT_EQ(thread.counts().repeated.read(), 1);
+    EXPECT_EQ(thread.counts().shown.read(), 1);
+    master->set(80);
+    EXPECT_TRUE(output(80));
+    EXPECT_EQ(thread.counts().shown.read(), 2);
+}
+
+TEST_F(VideoPlayThreadTiming, TellsHowManyPicturesWait) {
+    thread.fillFrame(makePicture(0));
+    thread.fillFrame(makePicture(40));
+    thread.fillFrame(makePicture(80));
+    EXPECT_EQ(thread.level().count(), 3);
+    EXPECT_EQ(thread.level().durationMs(), 80);
+    thread.clearBuffer(40);
+    EXPECT_EQ(thread.level().count(), 2);
+    EXPECT_EQ(thread.level().durationMs(), 40);
+    thread.seek(0, /*needFlush=*/true);
+    EXPECT_EQ(thread.level().count(), 0);
+    EXPECT_EQ(thread.level().durationMs(), 0);
+}
+
 }  // namespace
 }  // namespace kelp

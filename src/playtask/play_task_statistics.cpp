@@ -1,0 +1,99 @@
+#include <algorithm>
+
+#include "playtask/play_task.h"
+#include "runtime/kelp_time.h"
+
+// What the stages count, put together. Nobody waits for it: each figure is an atomic, and the stages are found as by
+// every other command.
+
+namespace kelp {
+
+namespace {
+
+QueueStatistics read(const QueueLevel& level) {
+    return {level.count(), level.durationMs()};
+}
+
+void fill(ReadStatistics& target, const Track& track, const ReadCounts& counts) {
+    target.track = track.number;
+    target.codec = track.codec;
+    target.packets = counts.packets.read();
+    target.bytes = counts.bytes.read();
+    target.bitRate = 8 * counts.lastSecond.read(KelpTime::getTimeMs());
+}
+
+// Of a decode thread.
+template <class Target, class DecodeThread>
+void fill(Target& target, const DecodeThread& thread) {
+    target.queue = read(thread.level());
+    target.decoder = thread.counts().decoder.load(std::memory_order_relaxed);
+    target.isHardware = thread.counts().isHardware.load(std::memory_order_relaxed);
+    target.decoded = thread.counts().frames.read();
+}
+
+void fill(VideoStatistics& target, const VideoPlayThread& thread) {
+    target.pictures = read(thread.level());
+    target.shown = thread.counts().shown.read();
+    target.late = thread.counts().late.read();
+    target.repeated = thread.counts().repeated.read();
+    target.aheadOfMasterMs = thread.counts().aheadOfMasterMs.read();
+}
+
+void fill(AudioStatistics& target, const AudioPlayThread& thread) {
+    target.sound = read(thread.level());
+    target.blocks = thread.counts().blocks.read();
+    target.underruns = thread.counts().underruns.read();
+    target.output = static_cast<SoundOutput>(thread.counts().output.read());
+    target.aheadOfMasterMs = thread.counts().aheadOfMasterMs.read();
+}
+
+}  // namespace
+
+const Track* PlayTask::playedTrack(const StreamInfo& streamInfo, TrackKind kind) {
+    const int selected = selectedTrack(kind);
+    const auto found = std::ranges::find_if(streamInfo.tracks, [&](const Track& track) {
+        return track.kind == kind && (selected >= 0 ? track.number == selected : track.isPlayed);
+    });
+    return found != streamInfo.tracks.end() ? &*found : nullptr;
+}
+
+Statistics PlayTask::getStatistics() {
+    Statistics statistics;
+    statistics.lastFailure = lastFailure_;
+    const auto streamInfo = streamInfo_.load();
+    if (!streamInfo) {
+        return statistics;
+    }
+    if (const Track* const track = playedTrack(*streamInfo, TRACK_KIND_VIDEO)) {
+        fill(statistics.video, *track, streamParser_->counts(TRACK_KIND_VIDEO));
+        statistics.video.width = playDetailWidth_;
+        statistics.video.height = playDetailHeight_;
+        statistics.video.frameRate = track->frameRate;
+    }
+    if (const Track* const track = playedTrack(*streamInfo, TRACK_KIND_AUDIO)) {
+        fill(statistics.audio, *track, streamParser_->counts(TRACK_KIND_AUDIO));
+        statistics.audio.sampleRate = track->sampleRate;
+        statistics.audio.channels = track->channels;
+    }
+    if (const auto thread = videoDecodeThread_.load()) {
+        fill(statistics.video, *thread);
+    } else if (const auto cover = coverDecodeThread_.load()) {
+        fill(statistics.video, *cover);
+    }
+    if (const auto thread = audioDecodeThread_.load()) {
+        fill(statistics.audio, *thread);
+    }
+    if (const auto thread = pictureThread()) {
+        fill(statistics.video, *thread);
+    }
+    if (const auto thread = audioPlayThread_.load()) {
+        fill(statistics.audio, *thread);
+    }
+    if (streamInfo->is_live) {
+        statistics.liveDelayMs = timestampExtrapolator_->delayMs();
+        statistics.liveJitterMs = timestampExtrapolator_->jitterMs();
+    }
+    return statistics;
+}
+
+}  // namespace kelp

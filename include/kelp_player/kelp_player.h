@@ -191,12 +191,14 @@ public:
     //
     // `std::system_error` if the process has too many threads; `stop` is next then as well.
     //
-    // A sound device that can't be had writes [SDLAudioOutput] "SDL_OpenAudioDevice failed! REASON", and the playback
-    // comes to stand: its sound waits for the device for good. Pictures are shown until 200 packets are queued, some
-    // seconds, and the last one stays; `getCurrentTime` stays at its time, or without pictures at the sound's first
-    // moment. No event tells, `onCompleted` doesn't come, `seek` plays the same few seconds from its target on, and
-    // only `stop` ends it. A device that stops asking for sound does the same without a line. SDL_AUDIODRIVER=dummy,
-    // before the first player, is a device that nobody hears, at about the right pace, for one player at a time.
+    // With the option "no_sound_device" set to "silence" the sound needs no device: it goes on in silence, at its pace,
+    // where there is none, and takes one that comes. Without it a sound device that can't be had writes
+    // [SDLAudioOutput] "SDL_OpenAudioDevice failed! REASON", and the playback comes to stand: its sound waits for the
+    // device for good. Pictures are shown until 200 packets are queued, some seconds, and the last one stays;
+    // `getCurrentTime` stays at its time, or without pictures at the sound's first moment. No event tells,
+    // `onCompleted` doesn't come, `seek` plays the same few seconds from its target on, and only `stop` ends it. A
+    // device that stops asking for sound does the same without a line. SDL_AUDIODRIVER=dummy, before the first player,
+    // is a device that nobody hears, at about the right pace, for one player at a time.
     bool play();
 
     // Ends playback, or the opening of a source, waits for all its threads and closes the source. Windows, options,

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <iterator>
+#include <utility>
 
 namespace kelp {
 
@@ -17,18 +18,27 @@ bool readWord(std::string_view value, std::string_view standard, std::string_vie
     return true;
 }
 
+bool readNumber(std::string_view value, int64_t& field) {
+    const char* const end = value.data() + value.size();
+    int64_t number = 0;
+    const auto [rest, error] = std::from_chars(value.data(), end, number);
+    if (error != std::errc() || rest != end || value.front() == '-') {
+        return false;
+    }
+    field = number;
+    return true;
+}
+
 bool readTrack(std::string_view value, int& field) {
     if (value == "auto" || value == "none") {
         field = value == "auto" ? PlaybackOptions::kAutoTrack : PlaybackOptions::kNoTrack;
         return true;
     }
-    const char* const end = value.data() + value.size();
-    int number = 0;
-    const auto [rest, error] = std::from_chars(value.data(), end, number);
-    if (error != std::errc() || rest != end || number < 0 || value.front() == '-') {
+    int64_t number = 0;
+    if (!readNumber(value, number) || !std::in_range<int>(number)) {
         return false;
     }
-    field = number;
+    field = static_cast<int>(number);
     return true;
 }
 
@@ -46,6 +56,13 @@ constexpr PlaybackOption kOptions[] = {
      "next load",
      [](std::string_view value, PlaybackOptions& options) {
          return readWord(value, "standard", "all", options.allCodecs);
+     }},
+    {"no_sound_device", "wait, silence", "silence",
+     "without a sound device, or when it is lost, the sound goes on in silence at its pace, and picture, seeks and the "
+     "end with it; the device is taken when it comes (back)",
+     "next play",
+     [](std::string_view value, PlaybackOptions& options) {
+         return readWord(value, "wait", "silence", options.neverWaitsForDevice);
      }},
     {"pictures", "packed, shared", "shared",
      "a planar 4:2:0 picture of 8 bits is handed on in the decoder's own memory, uncopied: frame sinks meet rows that "

@@ -223,6 +223,7 @@ PlaybackOptions PlayTask::options() {
 PlaybackOptions PlayTask::optionsToPlay() {
     PlaybackOptions wanted = options();
     wanted.allCodecs = loadOptions_.allCodecs;
+    wanted.maxPixels = loadOptions_.maxPixels;
     return wanted;
 }
 

@@ -18,7 +18,8 @@ public:
     // Opens the device for samples of this form and starts it.
     virtual bool init(AudioOutputSpec spec) = 0;
 
-    // Hands over the frame's samples and returns when there was room for them all, or a flush or close came.
+    // Hands over the frame's samples and returns when there was room for them all, or a flush or close came. False from
+    // an output whose device is gone, if it is one that tells.
     virtual bool fillFrame(std::shared_ptr<AudioFrameInfo> frame) = 0;
 
     // The sound between the last sample handed over and the loudspeaker, in milliseconds.

@@ -1,11 +1,19 @@
 #include "present/audio_output_factory.h"
 
 #include "present/sdl_audio_output.h"
+#include "present/steady_audio_output.h"
 
 namespace kelp {
 
 std::shared_ptr<IAudioOutput> AudioOutputFactory::create(AudioOutputSpec /*spec*/) {
-    return std::make_shared<SDLAudioOutput>();
+    if (!options_.neverWaitsForDevice) {
+        return std::make_shared<SDLAudioOutput>();
+    }
+    return std::make_shared<SteadyAudioOutput>([](AudioDeviceSearch::Attempt attempt) {
+        const bool isFirst = attempt == AudioDeviceSearch::Attempt::First;
+        return std::make_shared<SDLAudioOutput>(isFirst ? SDLAudioOutput::Device::Watched
+                                                        : SDLAudioOutput::Device::TriedAgain);
+    });
 }
 
 }  // namespace kelp

@@ -73,6 +73,10 @@ void AudioPlayThread::setOutputSpec(AudioOutputSpec spec) {
     }
 }
 
+void AudioPlayThread::setOptions(const PlaybackOptions& options) {
+    audioOutputFactory_ = std::make_shared<AudioOutputFactory>(options);
+}
+
 void AudioPlayThread::setSpeed(float speed) {
     speed_.store(speed, std::memory_order_relaxed);
     // The play thread sets the tempo before each frame anyway, and the library takes one thread at a time.

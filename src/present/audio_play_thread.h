@@ -45,6 +45,8 @@ public:
 
     void init(std::shared_ptr<AudioPlayThreadObserver> observer);
     void setOutputSpec(AudioOutputSpec spec);
+    // What the host wants of the output; before the start.
+    void setOptions(const PlaybackOptions& options);
 
     // Whether the tempo can be changed here. If not, the decoder is to make up for differences.
     bool isSupportSpeedAdjust() { return soundTouch_ != nullptr; }

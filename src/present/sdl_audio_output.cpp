@@ -16,8 +16,7 @@ namespace kelp {
 namespace {
 
 constexpr char kTag[] = "SDLAudioOutput";
-constexpr int kRingBytes = 8193;  // one of them always stays free
-constexpr int kDeviceBufferSamples = 1024;
+constexpr int kPatienceMs = 250;  // with a device that is watched; it asks for samples every 21 ms or so
 
 // 0 for a form that the device can't take.
 SDL_AudioFormat sdlFormat(int sampleFormat) {
@@ -37,7 +36,7 @@ int16_t scaleSample(int16_t sample, float volume) {
 
 }  // namespace
 
-SDLAudioOutput::SDLAudioOutput() : cycleBuffer_(std::make_shared<CycleBufferWrapper>()) {
+SDLAudioOutput::SDLAudioOutput(Device device) : device_(device), cycleBuffer_(std::make_shared<CycleBufferWrapper>()) {
 }
 
 // A device that is still open would call into an object that is gone.
@@ -46,9 +45,15 @@ SDLAudioOutput::~SDLAudioOutput() {
 }
 
 bool SDLAudioOutput::init(AudioOutputSpec spec) {
-    Log::Info(kTag, "%s, ch:%d, freg:%d, fmt:%d\n", "init", spec.channels, spec.sampleRate, spec.sampleFormat);
+    const bool isSilent = device_ == Device::TriedAgain;
+    if (!isSilent) {
+        Log::Info(kTag, "%s, ch:%d, freg:%d, fmt:%d\n", "init", spec.channels, spec.sampleRate, spec.sampleFormat);
+    }
     freeSdlStorageAtThreadEnd();
-    cycleBuffer_->init(kRingBytes, cycleBufferWrapperCallback, this, CycleBufferWrapper::CallingOff::Told);
+    cycleBuffer_->init(kRingBytes + 1, cycleBufferWrapperCallback, this, CycleBufferWrapper::CallingOff::Told);
+    if (device_ != Device::WaitedFor) {
+        cycleBuffer_->setPatience(kPatienceMs);
+    }
 
     wantedSpec_.channels = static_cast<Uint8>(spec.channels);
     wantedSpec_.freq = spec.sampleRate;
@@ -71,7 +76,9 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
         SDL_OpenAudioDevice(nullptr, /*iscapture=*/0, &wantedSpec_, &obtained,
                             /*allowed_changes=*/SDL_AUDIO_ALLOW_FREQUENCY_CHANGE | SDL_AUDIO_ALLOW_CHANNELS_CHANGE);
     if (device == 0) {
-        Log::Error(kTag, "SDL_OpenAudioDevice failed! %s\n", SDL_GetError());
+        if (!isSilent) {
+            Log::Error(kTag, "SDL_OpenAudioDevice failed! %s\n", SDL_GetError());
+        }
         return false;
     }
     {
@@ -83,7 +90,9 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
         closeDevice();
     }
     if (obtained.format != wantedSpec_.format) {
-        Log::Error(kTag, "SDL advised audio format %d is not supported!\n", obtained.format);
+        if (!isSilent) {
+            Log::Error(kTag, "SDL advised audio format %d is not supported!\n", obtained.format);
+        }
         return false;
     }
     pauseDevice(false);
@@ -96,13 +105,21 @@ bool SDLAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {
     if (wantedSpec_.format == AUDIO_S16LSB) {
         applyVolume(frame.get());
     }
-    cycleBuffer_->write(frame->buffer->data, static_cast<int>(frame->dataSize));
+    const auto size = static_cast<int>(frame->dataSize);
+    const int written = cycleBuffer_->write(frame->buffer->data, size);
     if (flushRequested_) {
         // In this order: until the ring is empty, the device stays silent.
         cycleBuffer_->reset();
         flushRequested_ = false;
+        return true;
     }
-    return true;
+    return device_ == Device::WaitedFor || ((written < 0 || written == size) && !isDeviceGone());
+}
+
+// One that SDL has lost is asked for samples as before, and stopped.
+bool SDLAudioOutput::isDeviceGone() {
+    std::lock_guard lock(deviceMutex_);
+    return deviceId_ != 0 && SDL_GetAudioDeviceStatus(deviceId_) == SDL_AUDIO_STOPPED;
 }
 
 void SDLAudioOutput::applyVolume(AudioFrameInfo* frame) {
@@ -129,6 +146,9 @@ int SDLAudioOutput::getBufferDuration() {
 bool SDLAudioOutput::pause(bool paused) {
     paused_ = paused;
     pauseDevice(paused);
+    if (device_ != Device::WaitedFor) {
+        cycleBuffer_->setPatience(paused ? Rest::kForeverMs : kPatienceMs);
+    }
     return true;
 }
 

@@ -20,12 +20,20 @@ class CycleBufferWrapper;
 // blocks until a flush or close comes; likewise while the device is paused.
 class SDLAudioOutput : public IAudioOutput {
 public:
-    SDLAudioOutput();
+    // What is done about a device that isn't there any more, as SDL says or as it asks for no samples for a quarter of
+    // a second that isn't one of a pause: it is waited for; or `fillFrame` tells. An attempt that is made again and
+    // again says nothing of itself in the log.
+    enum class Device { WaitedFor, Watched, TriedAgain };
+
+    static constexpr int kRingBytes = 8192;
+    static constexpr int kDeviceBufferSamples = 1024;  // for each channel
+
+    explicit SDLAudioOutput(Device device = Device::WaitedFor);
     ~SDLAudioOutput() override;
 
     bool init(AudioOutputSpec spec) override;
 
-    // Always true. Samples of 16 bits are scaled in place; other forms have no volume.
+    // False if the device is watched and gone. Samples of 16 bits are scaled in place; other forms have no volume.
     bool fillFrame(std::shared_ptr<AudioFrameInfo> frame) override;
 
     // What is in the ring and one device buffer.
@@ -50,7 +58,9 @@ private:
     void applyVolume(AudioFrameInfo* frame);
     void pauseDevice(bool paused);
     void closeDevice();
+    bool isDeviceGone();
 
+    const Device device_;
     std::shared_ptr<CycleBufferWrapper> cycleBuffer_;
     SDL_AudioDeviceID deviceId_ = 0;   // 0 if none is open; guarded by deviceMutex_
     std::mutex deviceMutex_;           // keeps a pause from a device that is being closed; the callback never takes it

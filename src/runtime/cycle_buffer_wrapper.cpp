@@ -1,7 +1,6 @@
 #include "runtime/cycle_buffer_wrapper.h"
 
 #include <algorithm>
-#include <limits>
 
 namespace kelp {
 
@@ -15,7 +14,7 @@ int CycleBufferWrapper::init(int size, int (*callback)(void*), void* opaque, Cal
         aborted_ = false;
         callback_ = callback;
         opaque_ = opaque;
-        restMs_ = callingOff == CallingOff::Told ? std::numeric_limits<int>::max() : kPollMs;
+        restMs_ = callingOff == CallingOff::Told ? Rest::kForeverMs : kPollMs;
         result = buffer_.init(size);
     }
     lookAgain();
@@ -65,6 +64,14 @@ void CycleBufferWrapper::lookAgain() {
     writer_.rest.end();
 }
 
+void CycleBufferWrapper::setPatience(int ms) {
+    {
+        std::lock_guard lock(mutex_);
+        writer_.patienceMs = ms;
+    }
+    lookAgain();
+}
+
 int CycleBufferWrapper::reset() {
     {
         std::lock_guard lock(mutex_);
@@ -98,9 +105,11 @@ int CycleBufferWrapper::transfer(Side& own, Side& other, unsigned char* user, in
         return 0;
     }
     int done = 0;
+    int waitedMs = 0;  // for one state of the ring
     while (done < count) {
         int moved = 0;
         int restMs = 0;
+        bool isPatient = true;
         bool isOtherServed = false;
         {
             std::lock_guard lock(mutex_);
@@ -111,9 +120,13 @@ int CycleBufferWrapper::transfer(Side& own, Side& other, unsigned char* user, in
             if (moved > 0) {
                 isOtherServed = isServed(other);
             } else {
+                isPatient = own.patienceMs == Rest::kForeverMs;
+                if (!isPatient && waitedMs >= own.patienceMs) {
+                    return done;
+                }
+                restMs = isPatient ? restMs_ : std::min(restMs_, own.patienceMs - waitedMs);
                 const int half = (buffer_.availableReadSize() + buffer_.availableWriteSize()) / 2;
                 own.wanted = std::clamp(half, 1, count - done);
-                restMs = restMs_;
             }
         }
         if (isOtherServed) {
@@ -121,8 +134,10 @@ int CycleBufferWrapper::transfer(Side& own, Side& other, unsigned char* user, in
         }
         if (moved > 0) {
             done += moved;
+            waitedMs = 0;
         } else {
             own.rest.forMs(restMs, [&own] { return own.wanted == 0; });
+            waitedMs = isPatient || own.wanted == 0 ? 0 : waitedMs + restMs;
         }
     }
     return done;

@@ -27,7 +27,7 @@ public:
     int init(int size, int (*callback)(void*), void* opaque, CallingOff callingOff = CallingOff::Polled);
 
     // Move `count` bytes, waiting as long as it takes. `count`, or -1 if the transfer was called off, also after a
-    // part of it; 0 if there is nothing to move.
+    // part of it; 0 if there is nothing to move. Less than `count` for a write that has given up.
     int read(unsigned char* dest, int count);
     int write(unsigned char* src, int count);
 
@@ -39,6 +39,10 @@ public:
 
     // Lets transfers that wait ask `callback` again.
     void lookAgain();
+
+    // For how long the ring may stay as full as it is before a `write` that waits gives up; at first for ever. Counted
+    // anew from here on, and from each lookAgain.
+    void setPatience(int ms);
 
     // Empties the ring; a running transfer goes on. Returns 0.
     int reset();
@@ -52,6 +56,7 @@ private:
         int (CycleBuffer::*const available)();
         std::atomic<int> wanted{0};  // bytes, or room for so many, that end the rest; 0 does. Set with mutex_ held
         Rest rest{};
+        int patienceMs = Rest::kForeverMs;  // guarded by mutex_
     };
 
     // Whether transfers are to end. With mutex_ held.

@@ -15,6 +15,7 @@
 #include "e2e/playback.h"
 #include "e2e/recording_sink.h"
 #include "faults/jumping_time.h"
+#include "support/log_capture.h"
 
 namespace {
 
@@ -56,6 +57,8 @@ namespace kelp::test {
 namespace {
 
 constexpr int kWaitMs = 60000;
+constexpr int64_t kIntervalMs = 40;
+constexpr int64_t kLastPtsMs = 74 * kIntervalMs;  // small.mp4
 
 class Faults : public testing::Test {
 protected:
@@ -96,6 +99,70 @@ TEST_F(Faults, WithoutASoundDeviceThePictureIsShown) {
         EXPECT_TRUE(playback.player().stop());
     }
     expectWholePlayback();
+}
+
+// The sound goes on in silence where that is asked for: small.mp4 with all of its pictures, and its end on time.
+class Silence : public Faults {
+protected:
+    void open(Playback& playback, SyncMasterMode mode) {
+        playback.player().setOption("no_sound_device", "silence");
+        Faults::open(playback, mediaPath("small.mp4"), mode);
+    }
+
+    void expectWholeFilmInTime(Playback& playback) {
+        ASSERT_TRUE(playback.waitFor(Happened::Completed, kWaitMs));
+        EXPECT_TRUE(sink_.waitForPicture(kLastPtsMs, kWaitMs));
+        EXPECT_EQ(sink_.frameCount(), 75);
+        const int64_t tookUs =
+            playback.first(Happened::Completed).atUs - playback.first(Happened::FirstVideoFrame).atUs;
+        EXPECT_NEAR(static_cast<double>(tookUs) / 1e6, 3.0, 0.3);
+        EXPECT_EQ(playback.count(Happened::Failed), 0);
+    }
+};
+
+class SilenceByMaster : public Silence, public testing::WithParamInterface<SyncMasterMode> {};
+
+TEST_P(SilenceByMaster, PlaysTheFilmWithoutADevice) {
+    g_device = Device::IsMissing;
+    Playback playback;
+    open(playback, GetParam());
+    ASSERT_TRUE(playback.player().play());
+    expectWholeFilmInTime(playback);
+}
+
+INSTANTIATE_TEST_SUITE_P(Both, SilenceByMaster, testing::Values(SYNC_MASTER_CLOCK, SYNC_MASTER_AUDIO));
+
+TEST_F(Silence, PlaysTheFilmWhileTheDeviceGoesAndComes) {
+    LogCapture log(2);
+    Playback playback;
+    open(playback, SYNC_MASTER_AUDIO);
+    ASSERT_TRUE(playback.player().play());
+    ASSERT_TRUE(sink_.waitForFrames(5, kWaitMs));
+    g_device = Device::FallsSilent;
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    g_device = Device::Works;
+    expectWholeFilmInTime(playback);
+    EXPECT_EQ(log.count("[SteadyAudioOutput]: the sound device is gone, going on in silence\n"), 1);
+    EXPECT_EQ(log.count("[SteadyAudioOutput]: there is a sound device, going on with it\n"), 1);
+}
+
+TEST_F(Silence, SeeksPausesAndStopsWithoutADevice) {
+    g_device = Device::IsMissing;
+    Playback playback;
+    open(playback, SYNC_MASTER_AUDIO);
+    ASSERT_TRUE(playback.player().play());
+    ASSERT_TRUE(sink_.waitForFrames(5, kWaitMs));
+    EXPECT_TRUE(playback.player().pause());
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    const int shown = sink_.frameCount();
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_LE(sink_.frameCount(), shown + 1);
+    EXPECT_TRUE(playback.player().seek(2000));
+    EXPECT_TRUE(sink_.waitForPicture(2000, kWaitMs));
+    EXPECT_TRUE(playback.player().resume());
+    EXPECT_TRUE(playback.waitFor(Happened::Completed, kWaitMs));
+    EXPECT_TRUE(playback.player().seek(0));
+    EXPECT_TRUE(playback.player().stop());
 }
 
 TEST_F(Faults, ADeviceThatVanishesHoldsUpNoCommand) {
@@ -178,9 +245,6 @@ TEST_F(Faults, AFileCutWhileItPlaysEndsWithAnEvent) {
     std::filesystem::remove(copy);
     expectWholePlayback();
 }
-
-constexpr int64_t kIntervalMs = 40;
-constexpr int64_t kLastPtsMs = 74 * kIntervalMs;  // small.mp4
 
 class WallClock : public Faults, public testing::WithParamInterface<std::tuple<SyncMasterMode, int>> {};
 

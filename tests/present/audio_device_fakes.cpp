@@ -18,6 +18,7 @@ SDL_AudioDeviceID __real_SDL_OpenAudioDevice(const char* name, int capture, cons
                                              SDL_AudioSpec* obtained, int allowedChanges);
 void __real_SDL_PauseAudioDevice(SDL_AudioDeviceID device, int pause);
 void __real_SDL_CloseAudioDevice(SDL_AudioDeviceID device);
+SDL_AudioStatus __real_SDL_GetAudioDeviceStatus(SDL_AudioDeviceID device);
 
 SDL_AudioDeviceID __wrap_SDL_OpenAudioDevice(const char* name, int capture, const SDL_AudioSpec* wanted,
                                              SDL_AudioSpec* obtained, int allowedChanges) {
@@ -49,6 +50,10 @@ void __wrap_SDL_CloseAudioDevice(SDL_AudioDeviceID device) {
     if (audioDevice().real) {
         __real_SDL_CloseAudioDevice(device);
     }
+}
+
+SDL_AudioStatus __wrap_SDL_GetAudioDeviceStatus(SDL_AudioDeviceID device) {
+    return audioDevice().real ? __real_SDL_GetAudioDeviceStatus(device) : audioDevice().status;
 }
 
 // CycleBufferWrapper::reset() and abort(bool).

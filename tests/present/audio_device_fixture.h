@@ -19,6 +19,7 @@ namespace kelp::test {
 struct AudioDeviceFakes {
     bool real = false;
     SDL_AudioDeviceID device = 2;
+    SDL_AudioStatus status = SDL_AUDIO_PLAYING;
     SDL_AudioSpec wanted{};
     std::function<void(SDL_AudioSpec*)> obtain;  // changes what was obtained, a copy of what was wanted
     std::function<void()> onRingReset;

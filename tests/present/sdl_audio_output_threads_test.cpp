@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "present/audio_device_fixture.h"
+#include "support/log_capture.h"
 #include "support/temp_files.h"
 
 namespace kelp::test {
@@ -93,6 +94,77 @@ TEST_P(SDLAudioOutputBlockedWriteTest, EndsByACloseAtOnce) {
 
 INSTANTIATE_TEST_SUITE_P(Causes, SDLAudioOutputBlockedWriteTest, testing::Values(false, true),
                          [](const auto& cause) { return cause.param ? "Paused" : "NoDevice"; });
+
+// One that says when its device is gone.
+class SDLAudioOutputWatchTest : public SDLAudioOutputFixture {
+protected:
+    SDLAudioOutputWatchTest() {
+        output = std::make_shared<SDLAudioOutput>(SDLAudioOutput::Device::Watched);
+        EXPECT_TRUE(output->init({}));
+        FakeTime::setManual(true);
+    }
+    ~SDLAudioOutputWatchTest() override {
+        output->close();
+        if (writer.joinable()) {
+            writer.join();
+        }
+    }
+
+    void write(size_t bytes) {
+        writer = std::thread([this, bytes] { outcome = output->fillFrame(makeFrameOf(bytes)) ? 1 : 0; });
+        EXPECT_TRUE(FakeTime::waitForSleepers(1));
+    }
+    int written() {
+        writer.join();
+        return outcome;
+    }
+
+    std::atomic<int> outcome{-1};
+    std::thread writer;
+};
+
+TEST_F(SDLAudioOutputWatchTest, TellsOfADeviceThatAsksForNothingForAQuarterOfASecond) {
+    write(20000);
+    FakeTime::advanceMs(249);
+    EXPECT_THAT(take(4096), Each(1));
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    ASSERT_TRUE(FakeTime::runFor(249, 1));
+    FakeTime::advanceMs(1);
+    EXPECT_EQ(written(), 0);
+}
+
+TEST_F(SDLAudioOutputWatchTest, TellsOfADeviceThatSdlHasLostAndAsksForAllTheSame) {
+    EXPECT_TRUE(output->fillFrame(makeFrameOf(100)));
+    audioDevice().status = SDL_AUDIO_STOPPED;
+    EXPECT_FALSE(output->fillFrame(makeFrameOf(100)));
+}
+
+TEST_F(SDLAudioOutputWatchTest, DoesNotCountAPause) {
+    write(20000);
+    FakeTime::advanceMs(200);
+    output->pause(true);
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    ASSERT_TRUE(FakeTime::runFor(60'000, 1));
+    output->pause(false);
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    ASSERT_TRUE(FakeTime::runFor(249, 1));
+    EXPECT_EQ(outcome, -1);
+    FakeTime::advanceMs(1);
+    EXPECT_EQ(written(), 0);
+}
+
+TEST_F(SDLAudioOutputWatchTest, TakesAFlushForNoLoss) {
+    write(20000);
+    output->flush();
+    EXPECT_EQ(written(), 1);
+}
+
+TEST_F(SDLAudioOutputThreadsTest, SaysNothingOfAnAttemptThatIsMadeAgain) {
+    LogCapture log;
+    audioDevice().device = 0;
+    EXPECT_FALSE(SDLAudioOutput(SDLAudioOutput::Device::TriedAgain).init({}));
+    EXPECT_THAT(log.lines(), testing::IsEmpty());
+}
 
 TEST_F(SDLAudioOutputThreadsTest, TakesCallsFromAllThreadsAtOnce) {
     ASSERT_TRUE(output->init({}));

@@ -102,6 +102,27 @@ TEST_F(CycleBufferWrapperTest, PollsForFewBytesEveryFiveMilliseconds) {
     EXPECT_EQ(FakeTime::sleeps(), (std::vector<int>{5, 5}));
 }
 
+TEST_F(CycleBufferWrapperTest, AWriteGivesUpWhenNothingIsTakenForAsLongAsItsPatience) {
+    initTold(8);
+    ring_.setPatience(100);
+    FakeTime::setManual(true);
+    writeOnAThread(sequence(20));
+    for (const bool looksAgain : {false, true}) {
+        ASSERT_TRUE(FakeTime::waitForSleepers(1));
+        FakeTime::advanceMs(99);
+        if (looksAgain) {
+            ring_.lookAgain();
+        } else {
+            EXPECT_EQ(readNoBlock(4), sequence(4));
+        }
+    }
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    ASSERT_TRUE(FakeTime::runFor(99, 1));
+    FakeTime::advanceMs(1);
+    EXPECT_EQ(transfer_.get(), 11);
+    EXPECT_EQ(ring_.availableReadSize(), 7);
+}
+
 TEST_F(CycleBufferWrapperTest, GoesOnAtOnceWithHalfOfTheRingOrWithAllThatItNeeds) {
     initTold(8);
     FakeTime::setManual(true);

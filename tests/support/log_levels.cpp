@@ -15,11 +15,11 @@ constexpr int kInfo = 3;
 constexpr int kDebug = 4;
 
 constexpr std::string_view kTags[] = {
-    "AudioDecodeThread", "AudioPlayThread", "BaseDecodeThread", "BasePlayThread", "BaseThread",
-    "ExternSyncWrapper", "FFAudioDecoder",  "FFVideoDecoder",   "KelpPlayer",     "PlayTask",
-    "SDLAudioOutput",    "SDLRender",       "StreamMuxer",      "StreamParser",   "TarnPlayer",
-    "TarnSyncClock",     "ToneMapper",      "UdpReceiver",      "Worker",         "VideoDecodeThread",
-    "VideoPlayThread",
+    "AudioDecodeThread", "AudioPlayThread", "BaseDecodeThread",  "BasePlayThread", "BaseThread",
+    "ExternSyncWrapper", "FFAudioDecoder",  "FFVideoDecoder",    "KelpPlayer",     "PlayTask",
+    "SDLAudioOutput",    "SDLRender",       "SteadyAudioOutput", "StreamMuxer",    "StreamParser",
+    "TarnPlayer",        "TarnSyncClock",   "ToneMapper",        "UdpReceiver",    "Worker",
+    "VideoDecodeThread", "VideoPlayThread",
 };
 
 // A line with this piece of text.
@@ -159,6 +159,8 @@ constexpr Due kDue[] = {
     {kError, "SDLAudioOutput", "SDL_OpenAudioDevice failed! "},
     {kError, "SDLAudioOutput", "SDL advised audio format "},
     {kInfo, "SDLAudioOutput", "wanted spec:("},
+
+    {kWarn, "SteadyAudioOutput", ", going on "},
 
     {kInfo, "SDLRender", "window type is QT winid, "},
     {kError, "SDLRender", "Failed to create window: "},

@@ -1,0 +1,205 @@
+#include "present/steady_audio_output.h"
+
+#include <algorithm>
+#include <bit>
+
+#include "kelp_player/log.h"
+#include "present/sdl_audio_output.h"
+#include "present/sdl_thread_storage.h"
+#include "runtime/kelp_time.h"
+
+namespace kelp {
+
+namespace {
+
+constexpr char kTag[] = "SteadyAudioOutput";
+constexpr int kFirstTryMs = 250;
+constexpr int64_t kMaxHoleUs = 300'000;  // before it is noticed that a device has stopped
+
+int frameBytes(const AudioOutputSpec& spec) {
+    constexpr int kSampleBytes[] = {1, 2, 4, 4};
+    return spec.channels * kSampleBytes[spec.sampleFormat & 3];
+}
+
+std::shared_ptr<AudioFrameInfo> makeSilence(int64_t bytes) {
+    auto frame = std::make_shared<AudioFrameInfo>();
+    frame->buffer = std::make_shared<FrameBuffer>();
+    frame->buffer->data = new unsigned char[static_cast<size_t>(bytes)]();
+    frame->buffer->size = frame->dataSize = static_cast<unsigned int>(bytes);
+    return frame;
+}
+
+}  // namespace
+
+SteadyAudioOutput::~SteadyAudioOutput() {
+    SteadyAudioOutput::close();
+}
+
+bool SteadyAudioOutput::init(AudioOutputSpec spec) {
+    freeSdlStorageAtThreadEnd();
+    spec_ = spec;
+    search_.begin(spec, nullptr);
+    search_.waitForFirst(kFirstTryMs);
+    if (const auto device = search_.take()) {
+        take(device);
+    } else {
+        Log::Warn(kTag, "there is no sound device, going on in silence\n");
+    }
+    return true;
+}
+
+bool SteadyAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {
+    auto device = device_.load();
+    if (!device && (device = search_.take())) {
+        Log::Warn(kTag, "there is a sound device, going on with it\n");
+        take(device);
+    }
+    const int64_t us = durationOf(frame->dataSize);
+    const int64_t nowUs = KelpTime::getTimeUs();
+    if (device) {
+        const int64_t heldUs = int64_t{device->getBufferDuration() - deviceBufferMs()} * 1000;
+        if (device->fillFrame(std::move(frame))) {
+            flushRequested_ = false;  // the device has seen to it, or will
+        } else {
+            lose(std::move(device), nowUs + heldUs + us);
+        }
+        return true;
+    }
+    {
+        std::lock_guard lock(silenceMutex_);
+        silence_.add(us, nowUs);
+    }
+    waitInSilence();
+    return true;
+}
+
+int SteadyAudioOutput::getBufferDuration() {
+    if (const auto device = device_.load()) {
+        return device->getBufferDuration();
+    }
+    std::lock_guard lock(silenceMutex_);
+    return static_cast<int>(silence_.leftUs(KelpTime::getTimeUs()) / 1000) + deviceBufferMs();
+}
+
+bool SteadyAudioOutput::pause(bool paused) {
+    paused_ = paused;
+    {
+        std::lock_guard lock(silenceMutex_);
+        silence_.pause(paused, KelpTime::getTimeUs());
+    }
+    endRest();
+    if (const auto device = device_.load()) {
+        device->pause(paused);
+    }
+    return true;
+}
+
+void SteadyAudioOutput::close() {
+    closed_ = true;
+    endRest();
+    if (const auto device = device_.load()) {
+        device->close();
+    }
+    search_.end();
+}
+
+void SteadyAudioOutput::flush() {
+    flushRequested_ = true;
+    endRest();
+    if (const auto device = device_.load()) {
+        device->flush();
+    }
+}
+
+bool SteadyAudioOutput::setVolume(float volume) {
+    volume_ = volume;
+    const auto device = device_.load();
+    return !device || device->setVolume(volume);
+}
+
+void SteadyAudioOutput::take(const std::shared_ptr<IAudioOutput>& device) {
+    int64_t leftUs = 0;
+    {
+        std::lock_guard lock(silenceMutex_);
+        leftUs = silence_.leftUs(KelpTime::getTimeUs());
+    }
+    // As much silence as is still due, so that the clock goes on evenly.
+    if (const int64_t bytes = std::min<int64_t>(bytesOf(leftUs), SDLAudioOutput::kRingBytes); bytes > 0) {
+        device->fillFrame(makeSilence(bytes));
+    }
+    device_.store(device);
+
+    // What was asked for while nobody saw it.
+    float volume = 0;
+    do {
+        volume = volume_;
+        device->setVolume(volume);
+    } while (std::bit_cast<uint32_t>(volume_.load()) != std::bit_cast<uint32_t>(volume));
+    for (bool paused = false; paused_ != paused;) {
+        paused = !paused;
+        device->pause(paused);
+    }
+    if (flushRequested_) {
+        device->flush();
+    }
+    if (closed_) {
+        device->close();
+    }
+}
+
+void SteadyAudioOutput::lose(std::shared_ptr<IAudioOutput> device, int64_t endUs) {
+    Log::Warn(kTag, "the sound device is gone, going on in silence\n");
+    device_.store(nullptr);
+    search_.begin(spec_, std::move(device));
+    {
+        std::lock_guard lock(silenceMutex_);
+        const int64_t nowUs = KelpTime::getTimeUs();
+        silence_.begin(std::clamp(endUs, nowUs - kMaxHoleUs, nowUs + durationOf(SDLAudioOutput::kRingBytes)), nowUs);
+    }
+    waitInSilence();
+}
+
+// No change is missed: who makes one counts it behind it, and the count was read before the look.
+void SteadyAudioOutput::waitInSilence() {
+    for (;;) {
+        const unsigned int changes = changes_;
+        int restMs = Rest::kForeverMs;
+        {
+            std::lock_guard lock(silenceMutex_);
+            const int64_t nowUs = KelpTime::getTimeUs();
+            if (flushRequested_.exchange(false)) {
+                silence_.clear(nowUs);
+                return;
+            }
+            const int64_t waitUs = silence_.leftUs(nowUs) - durationOf(SDLAudioOutput::kRingBytes);
+            if (waitUs <= 0 || closed_) {
+                return;
+            }
+            if (!paused_) {
+                restMs = static_cast<int>((waitUs + 999) / 1000);
+            }
+        }
+        rest_.forMs(restMs, [&] { return changes_ != changes; });
+    }
+}
+
+void SteadyAudioOutput::endRest() {
+    ++changes_;
+    rest_.end();
+}
+
+int64_t SteadyAudioOutput::durationOf(int64_t bytes) const {
+    const int64_t bytesPerSecond = int64_t{frameBytes(spec_)} * spec_.sampleRate;
+    return bytesPerSecond > 0 ? bytes * 1'000'000 / bytesPerSecond : 0;
+}
+
+int64_t SteadyAudioOutput::bytesOf(int64_t us) const {
+    const int bytes = frameBytes(spec_);
+    return us * spec_.sampleRate / 1'000'000 * bytes;
+}
+
+int SteadyAudioOutput::deviceBufferMs() const {
+    return spec_.sampleRate > 0 ? SDLAudioOutput::kDeviceBufferSamples * 1000 / spec_.sampleRate : 0;
+}
+
+}  // namespace kelp

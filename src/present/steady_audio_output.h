@@ -1,0 +1,66 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "present/audio_device_search.h"
+#include "present/audio_output.h"
+#include "present/silent_device.h"
+#include "runtime/atomic_shared_ptr.h"
+#include "runtime/rest.h"
+
+namespace kelp {
+
+// Sound that never stands: it goes to a device while there is one, and meanwhile into silence, at the pace of the
+// clock. A device that is lost is looked for until it, or another one, is there; the log tells each change.
+//
+// The outputs that it is given say in `fillFrame` when theirs is lost.
+class SteadyAudioOutput : public IAudioOutput {
+public:
+    explicit SteadyAudioOutput(AudioDeviceSearch::MakeOutput makeOutput) : search_(std::move(makeOutput)) {}
+    ~SteadyAudioOutput() override;
+
+    // Always true, after 250 milliseconds at most: a device that takes longer to open is taken up when it is there.
+    bool init(AudioOutputSpec spec) override;
+    // Always true.
+    bool fillFrame(std::shared_ptr<AudioFrameInfo> frame) override;
+    int getBufferDuration() override;
+    bool pause(bool paused) override;
+    // Waits for a device that is being opened.
+    void close() override;
+    void flush() override;
+    bool setVolume(float volume) override;
+
+private:
+    // Gives the sound to a device from here on.
+    void take(const std::shared_ptr<IAudioOutput>& device);
+    // Gives up the device, with sound that should have been played at `endUs`.
+    void lose(std::shared_ptr<IAudioOutput> device, int64_t endUs);
+    // Returns when what was handed over but for a ring's content has been played, or a flush or close came.
+    void waitInSilence();
+    // Lets it look again, after something has changed.
+    void endRest();
+    // In microseconds, and back.
+    int64_t durationOf(int64_t bytes) const;
+    int64_t bytesOf(int64_t us) const;
+    // What a device is taken to hold at all times.
+    int deviceBufferMs() const;
+
+    AudioOutputSpec spec_;  // the play thread's
+    AudioDeviceSearch search_;
+    AtomicSharedPtr<IAudioOutput> device_;  // empty while there is none
+    std::atomic<float> volume_{1.0F};
+    std::atomic<bool> paused_{false};
+    std::atomic<bool> closed_{false};          // never cleared
+    std::atomic<bool> flushRequested_{false};  // of a silent `fillFrame`
+    std::mutex silenceMutex_;
+    SilentDevice silence_;                  // while there is no device; guarded by silenceMutex_
+    std::atomic<unsigned int> changes_{0};  // of what waitInSilence looks at, counted when they are made
+    Rest rest_;
+};
+
+}  // namespace kelp

@@ -17,4 +17,9 @@ void MasterClock::restore() {
                      std::memory_order_relaxed);
 }
 
+void MasterClock::rebase(int64_t pts) {
+    save(pts);
+    restore();
+}
+
 }  // namespace kelp

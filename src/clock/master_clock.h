@@ -26,6 +26,12 @@ public:
     // The clock reads the kept time from now on.
     virtual void restore();
 
+    // The clock reads `pts` from now on.
+    virtual void rebase(int64_t pts);
+
+    // The player's speed; this clock keeps to the wall clock's.
+    virtual void setSpeed(double /*speed*/) {}
+
 private:
     std::atomic<int64_t> savedPts_{0};                        // milliseconds
     std::atomic<int64_t> ptsOffset_{-KelpTime::getTimeMs()};  // milliseconds, added to the wall clock

@@ -6,6 +6,7 @@
 
 #include "clock/wrapping_math.h"
 #include "kelp_player/log.h"
+#include "runtime/kelp_time.h"
 
 namespace kelp {
 
@@ -54,6 +55,26 @@ int64_t ExternSyncWrapper::getSyncPts() {
     return reading.clock ? wrappingSubtract(reading.clock->getSyncPts(), reading.offsetMs) : kOutOfReachMs;
 }
 
+int64_t ExternSyncWrapper::getSyncPtsUs() {
+    const Reading reading(*this);
+    if (!reading.clock) {
+        return kOutOfReachMs;  // as far in microseconds
+    }
+    const int64_t readingMs = reading.clock->getSyncPts();
+    const int64_t nowUs = KelpTime::getTimeUs();
+    std::lock_guard lock(mutex_);
+    // Another clock may stand here by now.
+    ClockLine other;
+    ClockLine& line = clock_ == reading.clock ? line_ : other;
+    line.add(readingMs, nowUs);
+    return wrappingSubtract(line.timeUs(), int64_t{reading.offsetMs} * 1000);
+}
+
+std::optional<double> ExternSyncWrapper::getSyncSpeed() {
+    std::lock_guard lock(mutex_);
+    return line_.speed();
+}
+
 KelpSyncClock* ExternSyncWrapper::set(KelpSyncClock* clock, int32_t offsetMs, const std::function<void(bool)>& follow) {
     std::lock_guard setLock(setMutex_);
     if (!clock) {
@@ -64,6 +85,7 @@ KelpSyncClock* ExternSyncWrapper::set(KelpSyncClock* clock, int32_t offsetMs, co
         std::lock_guard lock(mutex_);
         std::swap(clock_, replaced);
         offsetMs_ = offsetMs;
+        line_.restart();
     }
     if (clock) {
         follow(true);

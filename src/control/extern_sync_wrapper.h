@@ -5,8 +5,10 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
+#include "clock/clock_line.h"
 #include "clock/sync_object.h"
 #include "kelp_player/sync_clock.h"
 
@@ -22,6 +24,9 @@ public:
     bool isForceSync() override;
     // The host's reading less the offset.
     int64_t getSyncPts() override;
+    // Without the steps of the host's clock, and by the speed that its readings show.
+    int64_t getSyncPtsUs() override;
+    std::optional<double> getSyncSpeed() override;
     void setSyncObject(std::shared_ptr<SyncObject>) override {}
 
     // Reads `clock`, or none, from now on; `offsetMs`: by how much it runs ahead of the stream's zero. It isn't owned.
@@ -42,6 +47,7 @@ private:
     std::mutex mutex_;                             // never held while a clock is called; a leaf
     KelpSyncClock* clock_ = nullptr;               // guarded by mutex_, like all below
     int32_t offsetMs_ = 0;                         // of clock_
+    ClockLine line_;                               // of clock_, without the offset
     std::vector<const KelpSyncClock*> beingRead_;  // once for each call that is under way
     std::condition_variable readingEnded_;
 };

@@ -31,6 +31,7 @@ public:
 
     int64_t frameTag = 0;  // or the packet's time in the stream's time base if it was not decoded
     int64_t pts = 0;       // in milliseconds from the start of the input
+    int fractionUs = 0;    // of a picture: by how many microseconds its time goes beyond pts
     int64_t duration = 0;  // in milliseconds
     std::shared_ptr<FrameBuffer> buffer;
     std::function<void(std::shared_ptr<FrameBuffer>)> freeBuffer;           // gives a buffer back to its pool

@@ -163,8 +163,10 @@ int64_t FFVideoDecoder::matchPacket(const AVFrame& picture, int64_t nowMs) {
         pts = picture.pts;
         sent = decodeStartTimes_.find(pts);
     }
+    fractionUs_ = 0;
     if (sent != decodeStartTimes_.end()) {
-        const int64_t sample = nowMs - sent->second;
+        fractionUs_ = sent->second.fractionUs;
+        const int64_t sample = nowMs - sent->second.atMs;
         avgDecodeTimeMs_ -= static_cast<int64_t>(static_cast<double>(sample - avgDecodeTimeMs_) * kLatencyWeight);
         spareStartTime_ = decodeStartTimes_.extract(sent);
     }
@@ -207,16 +209,17 @@ void FFVideoDecoder::send(const MediaPacket& packet, int64_t nowMs) {
         (!decodeStartTimes_.empty() && distance(avPacket.pts, decodeStartTimes_.begin()->first) > kMaxStartTimeAgeMs)) {
         decodeStartTimes_.clear();
     }
+    const Sent sent{nowMs, fractionUs(packet.pts, msPerTick(packet))};
     if (!spareStartTime_) {
-        decodeStartTimes_[avPacket.pts] = nowMs;
+        decodeStartTimes_[avPacket.pts] = sent;
         return;
     }
     // The memory of an entry that was taken out serves for this one.
     spareStartTime_.key() = avPacket.pts;
-    spareStartTime_.mapped() = nowMs;
+    spareStartTime_.mapped() = sent;
     auto entry = decodeStartTimes_.insert(std::move(spareStartTime_));
     if (!entry.inserted) {
-        entry.position->second = nowMs;
+        entry.position->second = sent;
         spareStartTime_ = std::move(entry.node);
     }
 }
@@ -267,6 +270,7 @@ void FFVideoDecoder::DeliverVideoFrame(AVFrame& picture, int64_t pts) {
     frame->rotate = rotate_;
     frame->frameTag = 0;
     frame->pts = pts;
+    frame->fractionUs = fractionUs_;
     frame->duration = frameIntervalMs_;
     observer_->onVideoDecoded(std::move(frame));
 }

@@ -91,22 +91,27 @@ private:
     bool hwEnabled_ = true;
     HwDecodeMode hwDecodeMode_ = HW_DECODE_ALL;
     PlaybackOptions options_;
-    bool isHardware_ = false;                      // a hardware decoder, or one with a device
-    bool sharesPictures_ = false;                  // wanted, and the decoder has memory without end
-    AVFrame* frame_ = nullptr;                     // what the codec fills
-    AVFrame* transferFrame_ = nullptr;             // copy of a hardware picture in system memory
-    int32_t rotate_ = 0;                           // clockwise, in degrees, 0 to 359
-    int32_t decodeFailCount_ = 0;                  // failed sends in a row
-    int64_t lastPtsMs_ = -1;                       // of the last frame that was delivered; -1 when there is none
-    Shape lastShape_{};                            // likewise
-    int64_t neededFromMs_ = INT64_MIN;             // pictures before it are for nobody
-    int insertedBehindTarget_ = -1;                // as it was set last
-    bool canDiscard_ = false;                      // by codec; not with hardware
-    bool tellsPictureTimes_ = false;               // a packet's time of showing isn't that of its decoding
-    int64_t frameIntervalMs_ = 40;                 // duration for the next frame
-    std::map<int64_t, int64_t> decodeStartTimes_;  // a packet's time in ms to the wall clock in ms when it was sent
-    std::map<int64_t, int64_t>::node_type spareStartTime_;  // an entry that was taken out, for the next packet
-    int64_t avgDecodeTimeMs_ = 0;                           // smoothed
+    bool isHardware_ = false;           // a hardware decoder, or one with a device
+    bool sharesPictures_ = false;       // wanted, and the decoder has memory without end
+    AVFrame* frame_ = nullptr;          // what the codec fills
+    AVFrame* transferFrame_ = nullptr;  // copy of a hardware picture in system memory
+    int32_t rotate_ = 0;                // clockwise, in degrees, 0 to 359
+    int32_t decodeFailCount_ = 0;       // failed sends in a row
+    int64_t lastPtsMs_ = -1;            // of the last frame that was delivered; -1 when there is none
+    Shape lastShape_{};                 // likewise
+    int64_t neededFromMs_ = INT64_MIN;  // pictures before it are for nobody
+    int insertedBehindTarget_ = -1;     // as it was set last
+    bool canDiscard_ = false;           // by codec; not with hardware
+    bool tellsPictureTimes_ = false;    // a packet's time of showing isn't that of its decoding
+    int64_t frameIntervalMs_ = 40;      // duration for the next frame
+    struct Sent {
+        int64_t atMs;    // the wall clock
+        int fractionUs;  // of the packet's time
+    };
+    std::map<int64_t, Sent> decodeStartTimes_;           // by a packet's time in ms
+    std::map<int64_t, Sent>::node_type spareStartTime_;  // an entry that was taken out, for the next packet
+    int fractionUs_ = 0;                                 // of the picture that is delivered
+    int64_t avgDecodeTimeMs_ = 0;                        // smoothed
     AVBufferRef* hwDeviceContext_ = nullptr;
     AVPixelFormat hwPixFmt_ = AV_PIX_FMT_NONE;       // of the hardware's pictures; none without acceleration
     AVPixelFormat transferSwFmt_ = AV_PIX_FMT_NONE;  // what the surfaces held that transferFrame_ was made for

@@ -1,5 +1,7 @@
 #include "decode/packet_time.h"
 
+#include <cmath>
+
 #include "clock/wrapping_math.h"
 #include "input/media_packet.h"
 #include "runtime/ffmpeg_compat.h"
@@ -19,6 +21,11 @@ double msPerTick(const MediaPacket& packet) {
 
 int64_t scaleTicks(int64_t ticks, double msPerTick) {
     return truncated<int64_t>(static_cast<double>(ticks) * msPerTick);
+}
+
+int fractionUs(int64_t ticks, double msPerTick) {
+    const double ms = static_cast<double>(ticks) * msPerTick;
+    return static_cast<int>(std::lround((ms - std::trunc(ms)) * 1000));
 }
 
 void lendPacket(const MediaPacket& source, AVPacket* target) {

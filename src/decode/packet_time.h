@@ -14,6 +14,9 @@ double msPerTick(const MediaPacket& packet);
 // `ticks` in milliseconds, truncated, and held at the ends of the type's range.
 int64_t scaleTicks(int64_t ticks, double msPerTick);
 
+// What that cuts off, in microseconds.
+int fractionUs(int64_t ticks, double msPerTick);
+
 // Makes `target` a packet of `source`'s bytes and side data with times in milliseconds. Both are lent, not copied:
 // `target` must not outlive `source`, and owns nothing that would have to be freed.
 void lendPacket(const MediaPacket& source, AVPacket* target);

@@ -108,6 +108,12 @@ bool PlayTask::pauseStages(bool paused) {
 void PlayTask::setSpeed(float speed) {
     std::lock_guard lock(settingMutex_);
     speed_ = speed;
+    if (const auto clock = masterClock_.load()) {
+        clock->setSpeed(speed);
+    }
+    if (const auto videoPlay = videoPlayThread_.load()) {
+        videoPlay->setSpeed(speed);
+    }
     const auto audioPlay = audioPlayThread_.load();
     if (audioPlay && audioPlay->isSupportSpeedAdjust()) {
         audioPlay->setSpeed(speed);
@@ -235,6 +241,7 @@ void PlayTask::setSyncMasterMode(SyncMasterMode mode) {
 
 void PlayTask::setExternSyncClock(std::shared_ptr<SyncObject> clock) {
     std::lock_guard lock(settingMutex_);
+    hasHostClock_ = clock != nullptr;
     syncObject_.store(clock ? std::move(clock) : masterClock_.load());
     updateSyncObject();
 }

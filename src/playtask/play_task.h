@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "clock/exact_clock.h"
 #include "clock/master_clock.h"
 #include "clock/render_timing.h"
 #include "clock/sync_object.h"
@@ -200,6 +201,7 @@ private:
     bool pauseStages(bool paused);
 
     // The parts of `play`.
+    void makeClock();
     bool takesOddStreams() const;
     void startAudio(const CodecInfo& codecInfo);
     std::shared_ptr<AudioDecodeThread> startAudioDecode(const CodecInfo& codecInfo);
@@ -265,6 +267,7 @@ private:
     PlaybackOptions options_;  // guarded by optionsMutex_
     std::mutex optionsMutex_;
     PlaybackOptions loadOptions_;  // as they were at the load; its caller's
+    PlaybackOptions playOptions_;  // as they were when `play` began; its caller's
     int loadTimeMs_ = 0;           // where the load begins; its caller's
 
     // From `play`, when they run, to `stop`; a stage that failed is empty. The play threads come and go under
@@ -293,6 +296,7 @@ private:
 
     AtomicSharedPtr<MasterClock> masterClock_;  // a new one for each `play`
     AtomicSharedPtr<SyncObject> syncObject_;    // the master if it isn't a play thread
+    bool hasHostClock_ = false;                 // that is a clock of the host; guarded by settingMutex_
     std::atomic<SyncMasterMode> syncMasterMode_{SYNC_MASTER_CLOCK};
     // Held while the speed or the choice of a clock is stored and handed to the play threads, so that the last one
     // asked for is the one in force. The stages' threads never take it.

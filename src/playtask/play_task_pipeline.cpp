@@ -55,15 +55,8 @@ bool PlayTask::play() {
     }
     Log::Info(kTag, "play, streamInfo:%s\n", streamInfo->toString().c_str());
     anyDecoded_ = false;
-
-    {
-        std::lock_guard lock(settingMutex_);
-        const auto clock = std::make_shared<MasterClock>();
-        masterClock_.store(clock);
-        if (!syncObject_.load()) {
-            syncObject_.store(clock);
-        }
-    }
+    playOptions_ = optionsToPlay();
+    makeClock();
 
     if (streamInfo->has_audio && codecInfo->audioCodecType != AUDIO_CODEC_NONE) {
         startAudio(*codecInfo);
@@ -84,6 +77,17 @@ bool PlayTask::play() {
     std::lock_guard lock(seekRunMutex_);
     isRead_ = streamParser_->start();
     return isRead_;
+}
+
+void PlayTask::makeClock() {
+    std::lock_guard lock(settingMutex_);
+    const bool isExact = playOptions_.exactTiming;
+    const auto clock = isExact ? std::make_shared<ExactClock>(speed_) : std::make_shared<MasterClock>();
+    masterClock_.store(clock);
+    // The standard is that the first playback's clock is followed for good.
+    if (!syncObject_.load() || (isExact && !hasHostClock_)) {
+        syncObject_.store(clock);
+    }
 }
 
 bool PlayTask::takesOddStreams() const {
@@ -123,7 +127,7 @@ std::shared_ptr<AudioDecodeThread> PlayTask::startAudioDecode(const CodecInfo& c
     auto audioDecode = std::make_shared<AudioDecodeThread>();
     const DiscardOnThrow guard(*audioDecode);
     if (!audioDecode->open(codecInfo.audioCodecType, codecInfo.audioParameters, audioOutputSpec_, shared_from_this(),
-                           optionsToPlay())) {
+                           playOptions_)) {
         Log::Error(kTag, "play, failed open audio decoder\n");
         discard(*audioDecode);
         return nullptr;
@@ -143,7 +147,7 @@ void PlayTask::startVideo(const StreamInfo& streamInfo, const CodecInfo& codecIn
     if (!videoDecode) {
         return;
     }
-    const auto videoPlay = std::make_shared<VideoPlayThread>(streamInfo.is_live, renderTiming_.get());
+    const auto videoPlay = std::make_shared<VideoPlayThread>(streamInfo.is_live, renderTiming_.get(), playOptions_);
     videoPlay->init(shared_from_this());
     if (takesOddStreams()) {
         videoPlay->takeOddStreams(loadTimeMs_);
@@ -154,6 +158,7 @@ void PlayTask::startVideo(const StreamInfo& streamInfo, const CodecInfo& codecIn
     }
     {
         std::lock_guard lock(settingMutex_);
+        videoPlay->setSpeed(speed_);
         (streamInfo.is_cover ? coverPlayThread_ : videoPlayThread_).store(videoPlay);
     }
     // Behind that: a window that the list doesn't have yet reaches the thread by itself.
@@ -170,7 +175,7 @@ std::shared_ptr<VideoDecodeThread> PlayTask::startVideoDecode(const StreamInfo& 
     auto videoDecode = std::make_shared<VideoDecodeThread>();
     const DiscardOnThrow guard(*videoDecode);
     if (!videoDecode->open(codecInfo.videoCodecType, codecInfo.videoParameters, codecInfo.pixFormat, enableHwDecoder_,
-                           hwDecodeMode_, streamInfo.is_live, shared_from_this(), optionsToPlay())) {
+                           hwDecodeMode_, streamInfo.is_live, shared_from_this(), playOptions_)) {
         Log::Error(kTag, "play, failed open video decode thread\n");
         discard(*videoDecode);
         return nullptr;

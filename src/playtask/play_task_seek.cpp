@@ -118,8 +118,7 @@ void PlayTask::onAudioDecodeSeek(int seekTimeMs, bool flush) {
 
 void PlayTask::finishSeek(int64_t framePtsMs) {
     if (const auto clock = masterClock_.load()) {
-        clock->save(framePtsMs);
-        clock->restore();
+        clock->rebase(framePtsMs);
     }
     if (const auto next = seekTurns_.firstFrame()) {
         postReplay(*next);

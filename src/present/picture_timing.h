@@ -36,6 +36,7 @@ public:
     unsigned int changes() const { return changes_; }
 
     RunningClock& clock() { return clock_; }
+    virtual int64_t positionMs() { return clock_.read(); }
     virtual int64_t positionUs() { return wrappingMultiply(clock_.read(), 1000); }
     // Before a picture is drawn for it, or without one.
     virtual void setTime(int64_t pts, int64_t nowUs) { clock_.set(pts, nowUs / 1000); }

@@ -5,6 +5,7 @@
 
 #include "clock/wrapping_math.h"
 #include "kelp_player/log.h"
+#include "present/exact_timing.h"
 #include "present/standard_timing.h"
 #include "runtime/kelp_time.h"
 
@@ -15,9 +16,21 @@ constexpr int64_t kServeUs = 15'000;  // windows are served that often while a f
 constexpr int64_t kDryMs = 500;
 constexpr int64_t kMaxRestUs = 50'000;  // a window's size and the wall clock may have changed, and nobody tells
 
-VideoPlayThread::VideoPlayThread(bool isLive, RenderTiming* renderTiming)
+namespace {
+
+std::unique_ptr<PictureTiming> makeTiming(bool isLive, RenderTiming* renderTiming, const PlaybackOptions& options,
+                                          std::function<int()> queueSize) {
+    if (options.exactTiming) {
+        return std::make_unique<ExactTiming>(isLive, renderTiming, std::move(queueSize));
+    }
+    return std::make_unique<StandardTiming>(isLive, renderTiming, std::move(queueSize));
+}
+
+}  // namespace
+
+VideoPlayThread::VideoPlayThread(bool isLive, RenderTiming* renderTiming, const PlaybackOptions& options)
     : BasePlayThread("VideoPlayThread", /*keepFrames=*/0),
-      timing_(std::make_unique<StandardTiming>(isLive, renderTiming, [this] { return getFrameQueueSize(); })),
+      timing_(makeTiming(isLive, renderTiming, options, [this] { return getFrameQueueSize(); })),
       windows_([this] { return isStopRequested(); }) {
 }
 
@@ -58,6 +71,11 @@ void VideoPlayThread::updateWindowSize(void* window, int width, int height) {
 void VideoPlayThread::clearScreen() {
     lastFrame_.requestBlank();
     askToServe();
+}
+
+void VideoPlayThread::setSpeed(double speed) {
+    timing_->setSpeed(speed);
+    endRest();
 }
 
 bool VideoPlayThread::isDry() {

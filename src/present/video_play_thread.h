@@ -12,6 +12,7 @@
 #include "present/picture_timing.h"
 #include "present/shown_frame.h"
 #include "present/window_list.h"
+#include "runtime/playback_options.h"
 
 namespace kelp {
 
@@ -34,7 +35,7 @@ public:
 
 // Brings each picture to the windows at its time. A picture is held until its moment has come, corrected against the
 // clock that is followed if there is one, and dropped if it is too late: PictureTiming decides, this class waits. It is
-// a clock that others may follow, too: between two pictures it runs on with the wall clock.
+// a clock that others may follow, too: between two pictures it runs on.
 //
 // Calls in this order: `init`, `start(fps)`, then all others from the control side at will, then `stop`. None of them
 // waits for a picture being drawn, but that a queue operation or a window operation may wait for a redraw of the last
@@ -42,8 +43,9 @@ public:
 // clock may be read from any thread.
 class VideoPlayThread : private BasePlayThread, public SyncObject {
 public:
-    // `renderTiming` isn't owned and must outlive the thread; only asked if the source is live.
-    VideoPlayThread(bool isLive, RenderTiming* renderTiming);
+    // `renderTiming` isn't owned and must outlive the thread; only asked if the source is live. `options` choose the
+    // form of the timing.
+    VideoPlayThread(bool isLive, RenderTiming* renderTiming, const PlaybackOptions& options = {});
     // Stops the thread if that has not been done.
     ~VideoPlayThread() override;
 
@@ -67,6 +69,9 @@ public:
 
     // Turns the picture on the screen black from its next drawing on. Waits for nothing.
     void clearScreen();
+
+    // At which pictures go by; looked at by exact timing alone, the standard one knows its master's time.
+    void setSpeed(double speed);
 
     // The time of the picture on the screen, or the target of a seek, in milliseconds.
     int64_t getCurrentTime() { return timing_->clock().pts(); }
@@ -93,7 +98,8 @@ public:
 
     int64_t getNoSyncThreshold() override { return 10000; }
     bool isForceSync() override { return false; }
-    int64_t getSyncPts() override { return timing_->clock().read(); }
+    int64_t getSyncPts() override { return timing_->positionMs(); }
+    int64_t getSyncPtsUs() override { return timing_->positionUs(); }
     void setSyncObject(std::shared_ptr<SyncObject> syncObject) override;
 
 private:

@@ -26,6 +26,13 @@ TEST(PacketTime, ScalesTicksToMilliseconds) {
     EXPECT_EQ(scaleTicks(-179, msPerTick(packet)), -1);
 }
 
+TEST(PacketTime, TellsWhatItCutsOff) {
+    EXPECT_EQ(fractionUs(1001, 1000.0 / 30000), 367);
+    EXPECT_EQ(fractionUs(-1001, 1000.0 / 30000), -367);
+    EXPECT_EQ(fractionUs(90, 1000.0 / 90000), 0);
+    EXPECT_EQ(fractionUs(std::numeric_limits<int64_t>::min(), 40.0), 0);
+}
+
 TEST(PacketTime, LeavesTicksAloneWithoutATimeBase) {
     VideoPacket packet;
     packet.timeBaseNum = 7;

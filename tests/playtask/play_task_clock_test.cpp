@@ -168,6 +168,22 @@ TEST_F(PlayTaskClocks, StandStillOverAPause) {
     EXPECT_EQ(own->getSyncPts(), 1200);
 }
 
+TEST_F(PlayTaskClocks, RunAtThePlayersSpeedIfTheyAreExact) {
+    const auto own = std::make_shared<ExactClock>(1);
+    under.peer.set(std::shared_ptr<MasterClock>(own));
+    FakeTime::advanceMs(1000);
+    under.task->setSpeed(2);
+    FakeTime::advanceMs(1000);
+    EXPECT_EQ(own->getSyncPts(), 3000);
+    under.task->pause();
+    under.fromVideoPlay().onFirstVideoFrame(7000);  // of a seek
+    FakeTime::advanceMs(1000);
+    EXPECT_EQ(own->getSyncPts(), 7000);
+    under.task->resume();
+    FakeTime::advanceMs(1000);
+    EXPECT_EQ(own->getSyncPts(), 9000);
+}
+
 TEST_F(PlayTaskClocks, PauseAndResumeWithoutAPlayback) {
     EXPECT_TRUE(under.task->pause());
     EXPECT_TRUE(under.task->resume());

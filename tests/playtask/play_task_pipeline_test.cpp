@@ -251,6 +251,34 @@ TEST_F(PlayTaskPipeline, KeepsTheClockOfTheFirstRun) {
     under.task->stop();
 }
 
+TEST_F(PlayTaskPipeline, FollowsTheClockOfEachRunWithExactTiming) {
+    under.task->changeOptions([](PlaybackOptions& options) { options.exactTiming = true; });
+    under.task->setSpeed(2.0f);
+    for (int run = 0; run < 2; ++run) {
+        load("video.mp4");
+        ASSERT_TRUE(under.task->play());
+        const auto clock = under.peer.masterClock();
+        EXPECT_EQ(under.peer.syncObject(), clock);
+        EXPECT_EQ(VideoPlayThreadPeer::followed(*under.peer.videoPlay()), clock);
+        EXPECT_TRUE(std::dynamic_pointer_cast<ExactClock>(clock));
+        EXPECT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME, static_cast<size_t>(run) + 1));
+        under.task->stop();
+    }
+
+    // But not in place of the host's.
+    const auto hosts = std::make_shared<MasterClock>();
+    under.task->setExternSyncClock(hosts);
+    load("video.mp4");
+    ASSERT_TRUE(under.task->play());
+    EXPECT_EQ(VideoPlayThreadPeer::followed(*under.peer.videoPlay()), hosts);
+    under.task->stop();
+    under.task->setExternSyncClock(nullptr);
+    load("video.mp4");
+    ASSERT_TRUE(under.task->play());
+    EXPECT_EQ(VideoPlayThreadPeer::followed(*under.peer.videoPlay()), under.peer.masterClock());
+    under.task->stop();
+}
+
 TEST_F(PlayTaskPipeline, TakesTheSpeedSetBeforehand) {
     under.task->setSpeed(1.5f);
     load("audio.mp4");

@@ -16,7 +16,7 @@ using test::makePicture;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
-using Peer = WindowListPeer;
+using ListPeer = WindowListPeer;
 
 // The window is 0x1, a native one of 640 by 480.
 class WindowListDrawing : public testing::Test {
@@ -74,13 +74,13 @@ TEST_F(WindowListDrawing, GoAtTheDrawingAfterTheirRemoval) {
     log.clear();
     EXPECT_THAT(callsOfDrawing(80), ElementsAre("1 close", "1 gone", "2 fill 80", "2 refresh"));
     EXPECT_THAT(log.lines(), ElementsAre("[VideoPlayThread]: renderFrame, window info size:2, remove 0x1\n"));
-    EXPECT_EQ(Peer::count(windows), 1U);
+    EXPECT_EQ(ListPeer::count(windows), 1U);
 }
 
 TEST_F(WindowListDrawing, GoWithoutACallIfTheyNeverHadARenderer) {
     windows.remove(handle(1));
     EXPECT_THAT(callsOfDrawing(40), IsEmpty());
-    EXPECT_EQ(Peer::count(windows), 0U);
+    EXPECT_EQ(ListPeer::count(windows), 0U);
 }
 
 TEST_F(WindowListDrawing, ThatAreUnknownCanBeRemovedPausedAndResized) {
@@ -119,7 +119,7 @@ TEST_F(WindowListDrawing, GetANewRendererIfTheyAreAddedAfterTheyWent) {
 
 TEST_F(WindowListDrawing, AddedTwiceGetOneChangeOfSize) {
     windows.add(WINDOW_TYPE_QT_WINID, handle(1), 800, 600);
-    EXPECT_EQ(Peer::count(windows), 1U);
+    EXPECT_EQ(ListPeer::count(windows), 1U);
     EXPECT_THAT(callsOfDrawing(40),
                 ElementsAre("1 init type:1 window:0x1 640x480 fps:0", "1 size 800x600", "1 fill 40", "1 refresh"));
     EXPECT_THAT(callsOfDrawing(80), ElementsAre("1 fill 80", "1 refresh"));
@@ -141,10 +141,10 @@ TEST_F(WindowListDrawing, TakeASizeOf0WithoutTellingTheRenderer) {
     draw(makePicture(40));
     windows.resize(handle(1), 0, 480);
     EXPECT_THAT(callsOfRedraw(), ElementsAre("1 fill 40", "1 refresh"));
-    EXPECT_THAT(Peer::size(windows, 0), Pair(0, 480));
+    EXPECT_THAT(ListPeer::size(windows, 0), Pair(0, 480));
     windows.resize(handle(1), 640, -1);
     EXPECT_THAT(callsOfRedraw(), ElementsAre("1 fill 40", "1 refresh"));
-    EXPECT_THAT(Peer::size(windows, 0), Pair(640, -1));
+    EXPECT_THAT(ListPeer::size(windows, 0), Pair(640, -1));
     // Back to what the renderer has: a change for the list.
     windows.resize(handle(1), 640, 480);
     EXPECT_THAT(callsOfRedraw(), ElementsAre("1 size 640x480", "1 fill 40", "1 refresh"));
@@ -179,7 +179,7 @@ TEST_F(WindowListDrawing, OfAnUnknownTypeAreTriedAtEachDrawing) {
     EXPECT_THAT(callsOfDrawing(80), IsEmpty());
     EXPECT_THAT(log.lines(), ElementsAre("[VideoPlayThread]: renderFrame, window info size:1, add 0x3\n",
                                          "[VideoPlayThread]: renderFrame, window info size:1, add 0x3\n"));
-    EXPECT_THAT(Peer::size(windows, 0), Pair(640, 480));
+    EXPECT_THAT(ListPeer::size(windows, 0), Pair(640, 480));
 }
 
 TEST_F(WindowListDrawing, WithoutAHandleStayInTheListAndShowNothing) {
@@ -188,7 +188,7 @@ TEST_F(WindowListDrawing, WithoutAHandleStayInTheListAndShowNothing) {
     LogCapture log;
     EXPECT_THAT(callsOfDrawing(40), ElementsAre("1 fill 40", "1 refresh"));
     EXPECT_THAT(log.lines(), IsEmpty());
-    EXPECT_EQ(Peer::count(windows), 2U);
+    EXPECT_EQ(ListPeer::count(windows), 2U);
 }
 
 TEST_F(WindowListDrawing, AreLeftWhereTheyAreOnceAStopIsRequested) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <limits>
 #include <map>
@@ -201,7 +202,10 @@ private:
     // Not 0 when a blocking call of the demuxer is to give up; `opaque` is the parser.
     static int interruptCallback(void* opaque);
 
+    bool isToGiveUp();
+
     bool openInput();
+    void closeInput();
     void readTimes();
     void seekAfterOpen(int64_t seekTimeMs);
     bool selectStreams();
@@ -287,6 +291,8 @@ private:
     std::atomic<int> untilLow_{0};  // packets to be taken until the thread that rests before full queues reads on
 
     PlaybackOptions playbackOptions_;  // guarded by mutex_
+    // Until then a stop doesn't break off what the demuxer does. The thread's that closes, when no other one is in it.
+    std::chrono::steady_clock::time_point farewellEnd_{};
 
     std::mutex optionsMutex_;  // not mutex_: options can be set while an open blocks
     OptionMap options_;        // guarded by optionsMutex_

@@ -1,5 +1,6 @@
 // The parser outside its thread: options, opening, choice of streams, closing, and what others ask.
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -30,6 +31,8 @@ constexpr const char* TAG = "StreamParser";
 
 constexpr int64_t kUnknownDurationUs = 36'000'000'000;  // ten hours
 constexpr int kDefaultFrameRate = 30;
+// A goodbye that the server doesn't take by then isn't sent. The library looks once in 100 ms.
+constexpr std::chrono::milliseconds kFarewell{50};
 
 struct Dictionary {
     Dictionary() = default;
@@ -141,7 +144,7 @@ void StreamParser::close() {
 
     std::lock_guard lock(mutex_);
     av_bsf_free(&bsfContext_);
-    avformat_close_input(&formatContext_);
+    closeInput();
     static_cast<StreamParserState&>(*this) = {};
     durationUs_ = 0;
     paused_ = false;
@@ -194,7 +197,21 @@ std::shared_ptr<StreamInfo> StreamParser::getStreamInfo() {
 
 // Takes no lock: `open` holds mutex_ while it runs.
 int StreamParser::interruptCallback(void* opaque) {
-    return !opaque || static_cast<StreamParser*>(opaque)->isStopRequested() ? 1 : 0;
+    return !opaque || static_cast<StreamParser*>(opaque)->isToGiveUp() ? 1 : 0;
+}
+
+bool StreamParser::isToGiveUp() {
+    return isStopRequested() && std::chrono::steady_clock::now() >= farewellEnd_;
+}
+
+// An RTSP server that isn't told would send on, and keep the session for a minute. The library writes TEARDOWN when it
+// closes, if nothing breaks that off, and waits for no answer.
+void StreamParser::closeInput() {
+    if (formatContext_ && isInputNamed("rtsp")) {
+        farewellEnd_ = std::chrono::steady_clock::now() + kFarewell;
+    }
+    avformat_close_input(&formatContext_);
+    farewellEnd_ = {};
 }
 
 bool StreamParser::openInput() {

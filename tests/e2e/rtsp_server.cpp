@@ -15,7 +15,8 @@ constexpr int kStartLimitMs = 60000;
 
 }  // namespace
 
-RtspServer::RtspServer(Files files, int port) : files_(std::move(files)), port_(port) {
+RtspServer::RtspServer(Files files, int port, Transport transport)
+    : files_(std::move(files)), port_(port), transport_(transport) {
     start();
 }
 
@@ -23,8 +24,16 @@ std::string RtspServer::url(const std::string& name) const {
     return "rtsp://127.0.0.1:" + std::to_string(port_) + "/" + name;
 }
 
+void RtspServer::start(Files files) {
+    files_ = std::move(files);
+    start();
+}
+
 void RtspServer::start() {
     std::vector<std::string> words = {kPython, KELP_RTSP_SERVER_SCRIPT, "--port", std::to_string(port_)};
+    if (transport_ == Transport::UdpOnly) {
+        words.emplace_back("--udp-only");
+    }
     for (const auto& [name, path] : files_) {
         words.push_back("--file");
         words.push_back(name + "=" + path);

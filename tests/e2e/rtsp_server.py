@@ -1,9 +1,10 @@
 #!/usr/bin/python3
 """An RTSP server on the loopback address for the tests; the class RtspServer starts it.
 
-usage: rtsp_server.py [--port PORT] [--file NAME=PATH]...
+usage: rtsp_server.py [--port PORT] [--udp-only] [--file NAME=PATH]...
 
-Prints "ready PORT" when it answers. It serves
+Prints "ready PORT" when it answers, and "teardown" for each session that its client ends. It refuses TCP with
+--udp-only. It serves
 
   /h264-aac  /h264-alaw  /hevc-aac  /hevc-alaw  /h264
              live: a picture with the machine's monotonic clock in it (see ClockPicture), 320x180, 25 a second, a key
@@ -24,8 +25,9 @@ import gi
 
 gi.require_version("Gst", "1.0")
 gi.require_version("GstApp", "1.0")
+gi.require_version("GstRtsp", "1.0")
 gi.require_version("GstRtspServer", "1.0")
-from gi.repository import GLib, Gst, GstApp, GstRtspServer  # noqa: E402,F401
+from gi.repository import GLib, Gst, GstApp, GstRtsp, GstRtspServer  # noqa: E402,F401
 
 FPS = 25
 H264 = ("x264enc tune=zerolatency speed-preset=ultrafast key-int-max=25 bitrate=800 threads=1 ! "
@@ -194,8 +196,10 @@ class LoopedFile:
         source.connect("need-data", need_data)
 
 
-def add_mount(mounts, name, launch, configure):
+def add_mount(mounts, name, launch, configure, udp_only):
     factory = GstRtspServer.RTSPMediaFactory()
+    if udp_only:
+        factory.set_protocols(GstRtsp.RTSPLowerTrans.UDP)
     factory.set_launch(f"( {launch} )")
     factory.connect("media-configure", lambda _, media: configure(media))
     mounts.add_factory("/" + name, factory)
@@ -204,6 +208,7 @@ def add_mount(mounts, name, launch, configure):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--port", default="0")
+    parser.add_argument("--udp-only", action="store_true")
     parser.add_argument("--file", action="append", default=[])
     options = parser.parse_args()
 
@@ -211,14 +216,17 @@ def main():
     server = GstRtspServer.RTSPServer()
     server.set_address("127.0.0.1")
     server.set_service(options.port)
+    server.connect("client-connected", lambda _, client: client.connect(
+        "teardown-request", lambda *_: print("teardown", flush=True)))
     mounts = server.get_mount_points()
     for name, (video, audio) in LIVE_MOUNTS.items():
         sizes = [(320, 180), (640, 360)] if name.startswith("size-change") else [(320, 180)]
-        add_mount(mounts, name, f"{LIVE} ! {video} {audio}", lambda media, sizes=sizes: LiveSource(media, sizes))
+        add_mount(mounts, name, f"{LIVE} ! {video} {audio}", lambda media, sizes=sizes: LiveSource(media, sizes),
+                  options.udp_only)
     for entry in options.file:
         name, _, path = entry.partition("=")
         file = LoopedFile(path)
-        add_mount(mounts, name, file.launch(), file.feed)
+        add_mount(mounts, name, file.launch(), file.feed, options.udp_only)
     if server.attach(None) == 0:
         sys.exit(f"can't listen on port {options.port}")
     print(f"ready {server.get_bound_port()}", flush=True)

@@ -77,6 +77,10 @@ constexpr PlaybackOption kOptions[] = {
      [](std::string_view value, PlaybackOptions& options) {
          return readWord(value, "completed", "failed", options.closedLiveFails);
      }},
+    {"rtsp_fallback", "none, udp", "udp", "an RTSP server that refuses TCP is asked for UDP", "next load",
+     [](std::string_view value, PlaybackOptions& options) {
+         return readWord(value, "none", "udp", options.rtspFallsBack);
+     }},
     {"video_track", kTracks, nullptr, kTrackEffect, "next load",
      [](std::string_view value, PlaybackOptions& options) { return readTrack(value, options.videoTrack); }},
     {"audio_track", kTracks, nullptr, kTrackEffect, "next load",

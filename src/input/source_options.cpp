@@ -21,4 +21,13 @@ void addSourceOptions(OptionMap& options, const std::string& path) {
     }
 }
 
+// The library asks for one after the other on the same connection.
+void addRtspFallback(OptionMap& options) {
+    if (const auto transport = options.find("rtsp_transport");
+        transport != options.end() && transport->second == "tcp") {
+        transport->second = "tcp+udp";
+        options["rtsp_flags"] += "+prefer_tcp";
+    }
+}
+
 }  // namespace kelp

@@ -14,4 +14,7 @@ void setDefaultOptions(OptionMap& options);
 // Adds what the kind of source asks for, as `path` shows it. A key that is set already keeps its value.
 void addSourceOptions(OptionMap& options, const std::string& path);
 
+// Has an RTSP server that is asked for TCP alone be asked for UDP if it refuses that.
+void addRtspFallback(OptionMap& options);
+
 }  // namespace kelp

@@ -227,7 +227,11 @@ bool StreamParser::openInput() {
     {
         std::lock_guard lock(optionsMutex_);
         addSourceOptions(options_, filePath_);
-        for (const auto& [key, value] : options_) {
+        OptionMap options = options_;
+        if (playbackOptions_.rtspFallsBack) {
+            addRtspFallback(options);
+        }
+        for (const auto& [key, value] : options) {
             Log::Debug(TAG, "%s, set key:%s, value:%s\n", "open", key.c_str(), value.c_str());
             av_dict_set(&dictionary.entries, key.c_str(), value.c_str(), 0);
         }

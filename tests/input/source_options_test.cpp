@@ -61,6 +61,23 @@ TEST(SourceOptions, FindSdpAnywhereInThePath) {
     EXPECT_THAT(added("/tmp/camera.SDP"), IsEmpty());
 }
 
+TEST(SourceOptions, LetAnRtspServerThatRefusesTcpBeAskedForUdp) {
+    OptionMap options;
+    setDefaultOptions(options);
+    addRtspFallback(options);
+    EXPECT_EQ(options["rtsp_transport"], "tcp+udp");
+    EXPECT_EQ(options["rtsp_flags"], "+prefer_tcp");
+    for (const char* own : {"udp", "http", "udp+tcp"}) {
+        OptionMap hosts{{"rtsp_transport", own}, {"rtsp_flags", "filter_src"}};
+        const OptionMap before = hosts;
+        addRtspFallback(hosts);
+        EXPECT_EQ(hosts, before);
+    }
+    OptionMap flags{{"rtsp_transport", "tcp"}, {"rtsp_flags", "filter_src"}};
+    addRtspFallback(flags);
+    EXPECT_EQ(flags["rtsp_flags"], "filter_src+prefer_tcp");
+}
+
 TEST(SourceOptions, LeaveAValueThatIsSet) {
     OptionMap options{{"fflags", "genpts"}, {"protocol_whitelist", "file"}};
     addSourceOptions(options, "/tmp/camera.sdp");

@@ -15,6 +15,7 @@
 
 namespace kelp {
 
+class ExternPacketSink;
 class ExternSyncWrapper;
 class KelpPlayer;
 class PlayTask;
@@ -316,6 +317,16 @@ public:
     // writes [ExternSyncWrapper] "setExternSyncClock, the host's clock is still being read after 1000 ms, ...", and the
     // clock must live until those answers have come.
     void setExternSyncClock(KelpSyncClock* clock, int offsetMs);
+
+    // Gives `sink` the packets of what is played, as they are read, or with null to nobody; at any time, from the next
+    // packet on, and for the playbacks to come. See packet_sink.h. The sink stays the host's and must live until it was
+    // replaced, by null or another one, or the player was stopped and isn't played again.
+    //
+    // A sink that was replaced isn't called any more once this has returned: it waits for a call that is under way,
+    // unless it comes from within that call. For a second at most, as such a call may wait for a lock that the caller
+    // holds: then it writes [PacketOutlet] "setPacketSink, the host's packet sink is still being called after 1000 ms,
+    // ...", and the sink must live until that call has returned.
+    void setPacketSink(ExternPacketSink* sink);
 
     // Sets a string option. A null key or value is ignored.
     //

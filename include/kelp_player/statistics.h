@@ -68,6 +68,10 @@ struct Statistics {
     double liveDelayMs = 0;
     double liveJitterMs = 0;
 
+    // The time that the host's packet sink has taken since `play`, and at most for one call. Nothing is read meanwhile.
+    double packetSinkMs = 0;
+    double packetSinkLongestMs = 0;
+
     // Of the player, from its making on: restarts of the source by a TarnPlayer, and the last failure, a
     // KelpPlayerErrorType, or 0 where there was none. Failures that a TarnPlayer mends by itself count.
     int restarts = 0;

@@ -187,6 +187,10 @@ public:
     // returned, which takes a second at most: see KelpPlayer::setExternSyncClock. Other calls don't wait meanwhile.
     void setSyncClock(KelpSyncClock* clock);
 
+    // Who gets the packets as they are read, see KelpPlayer::setPacketSink; in any state. It stays over a restart,
+    // which begins with `onStreams`. Doesn't take the lock.
+    void setPacketSink(ExternPacketSink* sink);
+
     // Changes the offset of `setDataSource` during playback and seeks to where the clock is on the stream. For one
     // control thread. False if no clock is set: the calls then take the new value, the events keep the old one.
     bool setOffsetToClockMs(int offsetMs);

@@ -244,6 +244,10 @@ void KelpPlayer::waitUntilUnread(KelpSyncClock* clock) {
     externSyncWrapper_->waitUntilUnread(clock);
 }
 
+void KelpPlayer::setPacketSink(ExternPacketSink* sink) {
+    playTask_->setPacketSink(sink);
+}
+
 void KelpPlayer::setOption(const char* key, const char* value) {
     if (!key || !value) {
         return;

@@ -323,6 +323,11 @@ void TarnPlayer::setSyncClock(KelpSyncClock* clock) {
     player_->waitUntilUnread(replaced);
 }
 
+// Not under the mutex, which a stop holds while it waits for a call of the sink.
+void TarnPlayer::setPacketSink(ExternPacketSink* sink) {
+    player_->setPacketSink(sink);
+}
+
 bool TarnPlayer::setOffsetToClockMs(int offsetMs) {
     const int oldOffsetMs = offsetToClockMs_;
     if (offsetMs == oldOffsetMs) {

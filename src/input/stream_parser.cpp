@@ -77,6 +77,7 @@ void StreamParser::Run() {
             waitAfterEnd(/*isFailed=*/true);
         }
     }
+    packets_->end();
     Log::Debug(TAG, "Run exit...\n");
 }
 
@@ -106,6 +107,7 @@ void StreamParser::applyPauseRequest() {
     if (isLive_ && videoStream_) {
         // What was on its way during the pause is gone: the picture restarts at a key frame.
         foundKeyFrame_ = false;
+        packets_->gap();
         if (observer_) {
             auto flush = std::make_shared<VideoPacket>();
             flush->flush = true;
@@ -193,6 +195,7 @@ int64_t StreamParser::lastPictureMs() const {
 }
 
 void StreamParser::waitAfterEnd(bool isFailed) {
+    packets_->end();
     bool isReported = false;
     int64_t heldMs = isFailed ? 0 : lastPictureMs();
     do {

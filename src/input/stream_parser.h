@@ -12,6 +12,7 @@
 
 #include "input/input_mending.h"
 #include "input/media_packet.h"
+#include "input/packet_outlet.h"
 #include "input/read_again.h"
 #include "input/read_errors.h"
 #include "input/source_options.h"
@@ -150,8 +151,10 @@ struct StreamParserState {
 // seek, which brings it back to life, or for the stop.
 class StreamParser : public BaseThread, private StreamParserState {
 public:
-    // `extrapolator`, not owned and possibly null, is fed with the video packets of live sources.
-    explicit StreamParser(TimestampExtrapolator* extrapolator);
+    // `extrapolator`, not owned and possibly null, is fed with the video packets of live sources; `packets` gets what
+    // is read for the streams that are played.
+    explicit StreamParser(TimestampExtrapolator* extrapolator,
+                          std::shared_ptr<PacketOutlet> packets = std::make_shared<PacketOutlet>());
     ~StreamParser() override;
 
     // Takes the observer and sets the default options over whatever values they had.
@@ -247,6 +250,8 @@ private:
     void disPatchPacket(AVPacket* packet);
     void dispatchAudio(const AVPacket* packet);
     bool dispatchVideo(AVPacket* packet);
+    // Counts a packet that is handed on, and gives it to the outlet.
+    void noteRead(const AVPacket& packet, ReadCounts& counts);
     void sendFirstPacket(const std::shared_ptr<MediaPacket>& packet);
     bool convertToAnnexB(AVPacket* packet);
     void measureKeyFrameGap(const AVPacket* packet);
@@ -275,6 +280,7 @@ private:
     void waitQueueDrain();
 
     TimestampExtrapolator* extrapolator_;
+    const std::shared_ptr<PacketOutlet> packets_;
     std::shared_ptr<StreamParserObserver> observer_;
     std::string filePath_;
     AVFormatContext* formatContext_ = nullptr;

@@ -45,19 +45,24 @@ int64_t timeMs(const MediaPacket& packet) {
 void StreamParser::disPatchPacket(AVPacket* packet) {
     if (packet->stream_index == videoStreamIndex_) {
         mending_.fillTime(*packet, *videoStream_, /*isVideo=*/true);
-        videoRead_.add(packet->size, KelpTime::getTimeMs());
+        noteRead(*packet, videoRead_);
         if (!observer_ || dispatchVideo(packet)) {
             measureKeyFrameGap(packet);
         }
     } else if (packet->stream_index == audioStreamIndex_) {
         mending_.fillTime(*packet, *audioStream_, /*isVideo=*/false);
-        audioRead_.add(packet->size, KelpTime::getTimeMs());
+        noteRead(*packet, audioRead_);
         if (observer_) {
             dispatchAudio(packet);
         }
     } else {
         Log::Error(TAG, "dispatch packet: unknown stream id:%d\n", packet->stream_index);
     }
+}
+
+void StreamParser::noteRead(const AVPacket& packet, ReadCounts& counts) {
+    counts.add(packet.size, KelpTime::getTimeMs());
+    packets_->packet({videoStream_, audioStream_, bsfContext_ ? bsfContext_->par_in : nullptr}, packet);
 }
 
 void StreamParser::dispatchAudio(const AVPacket* packet) {

@@ -66,7 +66,8 @@ int64_t startInTicks(int64_t startUs, AVRational timeBase) {
 
 }  // namespace
 
-StreamParser::StreamParser(TimestampExtrapolator* extrapolator) : BaseThread(TAG), extrapolator_(extrapolator) {
+StreamParser::StreamParser(TimestampExtrapolator* extrapolator, std::shared_ptr<PacketOutlet> packets)
+    : BaseThread(TAG), extrapolator_(extrapolator), packets_(std::move(packets)) {
     Log::Debug(TAG, "StreamParser()\n");
 }
 
@@ -120,6 +121,7 @@ bool StreamParser::start() {
     Log::Info(TAG, "start begin\n");
     videoRead_.reset();
     audioRead_.reset();
+    packets_->resetCounts();
     // A context without a stream is what an open that failed has left.
     const bool isOpen = formatContext_ && (videoStreamIndex_ >= 0 || audioStreamIndex_ >= 0);
     if (isOpen && !isStopRequested() && startThread()) {

@@ -40,6 +40,7 @@ void StreamParser::processSeekRequest(int64_t seekPosUs) {
     }
     forgetReading();
     seekInput(seekPosUs);
+    packets_->gap();
     waitQueueDrain();
     if (observer_) {
         observer_->onSeekCompleted();

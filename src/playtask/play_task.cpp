@@ -15,7 +15,7 @@ void PlayTask::init(EventCallback callback, std::shared_ptr<Worker> worker) {
     worker_ = std::move(worker);
     timestampExtrapolator_ = std::make_shared<TimestampExtrapolator>();
     renderTiming_ = std::make_shared<RenderTiming>(timestampExtrapolator_.get());
-    streamParser_ = std::make_shared<StreamParser>(timestampExtrapolator_.get());
+    streamParser_ = std::make_shared<StreamParser>(timestampExtrapolator_.get(), packets_);
     streamParser_->init(shared_from_this());
 }
 

@@ -20,6 +20,7 @@
 #include "decode/audio_output_spec.h"
 #include "decode/video_decode_thread.h"
 #include "input/media_packet.h"
+#include "input/packet_outlet.h"
 #include "input/stream_info.h"
 #include "input/stream_parser.h"
 #include "kelp_player/codec_info.h"
@@ -117,6 +118,10 @@ public:
     void setOption(const char* key, const char* value);
     // Has `change` alter what the host wants in another way than the standard one; each field says when it is read.
     void changeOptions(const std::function<void(PlaybackOptions&)>& change);
+
+    // The host's sink for what is read, or none; not owned. The one before isn't called any more once this returns, see
+    // PacketOutlet. Any thread.
+    void setPacketSink(ExternPacketSink* sink) { packets_->waitUntilUncalled(packets_->set(sink)); }
 
     void setSyncMasterMode(SyncMasterMode mode);
     // The clock to follow in place of the master clock; none to return to that.
@@ -250,6 +255,7 @@ private:
 
     std::shared_ptr<TimestampExtrapolator> timestampExtrapolator_;  // the next two hold its raw pointer
     std::shared_ptr<RenderTiming> renderTiming_;
+    const std::shared_ptr<PacketOutlet> packets_ = std::make_shared<PacketOutlet>();
     std::shared_ptr<StreamParser> streamParser_;
 
     std::unique_ptr<std::thread> loadThread_;  // from `loadFileAsync` to `stop`

@@ -89,6 +89,8 @@ Statistics PlayTask::getStatistics() {
     if (const auto thread = audioPlayThread_.load()) {
         fill(statistics.audio, *thread);
     }
+    statistics.packetSinkMs = static_cast<double>(packets_->busyUs()) / 1000;
+    statistics.packetSinkLongestMs = static_cast<double>(packets_->longestUs()) / 1000;
     if (streamInfo->is_live) {
         statistics.liveDelayMs = timestampExtrapolator_->delayMs();
         statistics.liveJitterMs = timestampExtrapolator_->jitterMs();

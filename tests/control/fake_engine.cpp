@@ -128,6 +128,9 @@ int64_t KelpPlayer::getPlayDetailInfo(KelpPlayerInfoType type) {
 std::vector<Track> KelpPlayer::getTracks() {
     return engine().tracks;
 }
+void KelpPlayer::setPacketSink(ExternPacketSink* sink) {
+    engine().packetSink = sink;
+}
 Statistics KelpPlayer::getStatistics() {
     return engine().statistics;
 }

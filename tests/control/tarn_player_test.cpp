@@ -390,5 +390,17 @@ TEST_F(TarnPlayerTest, TellsTheStatisticsWithoutItsLock) {
     EXPECT_EQ(told.restarts, 0);
 }
 
+TEST_F(TarnPlayerTest, TakesThePacketSinkBackWithoutItsLock) {
+    reach(PLAYER_STATE_STARTED);
+    int any = 0;
+    auto* const sink = reinterpret_cast<ExternPacketSink*>(&any);
+    player_->setPacketSink(sink);
+    EXPECT_EQ(engine().packetSink, sink);
+    engine().inStop = [&] { player_->setPacketSink(nullptr); };
+    EXPECT_TRUE(player_->stop());
+    engine().inStop = nullptr;
+    EXPECT_EQ(engine().packetSink, nullptr);
+}
+
 }  // namespace
 }  // namespace kelp::test

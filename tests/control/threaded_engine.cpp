@@ -189,6 +189,9 @@ int64_t KelpPlayer::getPlayDetailInfo(KelpPlayerInfoType) {
 std::vector<Track> KelpPlayer::getTracks() {
     return {};
 }
+void KelpPlayer::setPacketSink(ExternPacketSink* sink) {
+    static_cast<void>(sink);
+}
 Statistics KelpPlayer::getStatistics() {
     return {};
 }

@@ -36,7 +36,8 @@ protected:
     LogCapture log;
     std::shared_ptr<RecordingObserver> observer = std::make_shared<RecordingObserver>();
     TimestampExtrapolator extrapolator;
-    std::unique_ptr<StreamParser> parser = std::make_unique<StreamParser>(&extrapolator);
+    std::shared_ptr<PacketOutlet> outlet = std::make_shared<PacketOutlet>();
+    std::unique_ptr<StreamParser> parser = std::make_unique<StreamParser>(&extrapolator, outlet);
     ReadScript script{*parser};
 };
 

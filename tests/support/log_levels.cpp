@@ -15,11 +15,11 @@ constexpr int kInfo = 3;
 constexpr int kDebug = 4;
 
 constexpr std::string_view kTags[] = {
-    "AudioDecodeThread", "AudioPlayThread", "BaseDecodeThread",  "BasePlayThread", "BaseThread",
-    "ExternSyncWrapper", "FFAudioDecoder",  "FFVideoDecoder",    "KelpPlayer",     "PlayTask",
-    "SDLAudioOutput",    "SDLRender",       "SteadyAudioOutput", "StreamMuxer",    "StreamParser",
-    "TarnPlayer",        "TarnSyncClock",   "ToneMapper",        "UdpReceiver",    "Worker",
-    "VideoDecodeThread", "VideoPlayThread",
+    "AudioDecodeThread", "AudioPlayThread", "BaseDecodeThread",  "BasePlayThread",  "BaseThread",
+    "ExternSyncWrapper", "FFAudioDecoder",  "FFVideoDecoder",    "KelpPlayer",      "PacketOutlet",
+    "PlayTask",          "Recorder",        "SDLAudioOutput",    "SDLRender",       "SteadyAudioOutput",
+    "StreamMuxer",       "StreamParser",    "TarnPlayer",        "TarnSyncClock",   "ToneMapper",
+    "UdpReceiver",       "Worker",          "VideoDecodeThread", "VideoPlayThread",
 };
 
 // A line with this piece of text.
@@ -38,6 +38,8 @@ constexpr Due kDue[] = {
     {kWarn, "KelpPlayer", "setOption, "},
 
     {kError, "ExternSyncWrapper", "setExternSyncClock, the host's clock is still being read after "},
+
+    {kError, "PacketOutlet", "setPacketSink, the host's packet sink is still being called after "},
 
     {kError, "TarnPlayer", "create, the engine can't be started"},
     {kError, "TarnPlayer", "setDataSource, no url"},
@@ -170,6 +172,13 @@ constexpr Due kDue[] = {
     {kError, "SDLRender", "Failed to create window or renderer: "},
     {kError, "SDLRender", "SDL_UpdateYUVTexture failed"},
     {kError, "SDLRender", "SDL_RenderCopyEx faield"},
+
+    {kError, "Recorder", "start, "},
+    {kInfo, "Recorder", ", begun\n"},
+    {kInfo, "Recorder", ", ended, "},
+    {kWarn, "Recorder", " packets were left out: "},
+    {kWarn, "Recorder", " doesn't go into it and is left out"},
+    {kError, "Recorder", ", the recording has ended: "},
 
     {kError, "StreamMuxer", "setOption, no key or value"},
     {kError, "StreamMuxer", "open, error filePath "},

@@ -62,6 +62,34 @@ AVCodecParameters* copyParameters(const AVStream* stream) {
     return copy.release();
 }
 
+AVCodecParameters* copyParameters(const AVCodecParameters& parameters) {
+    std::unique_ptr<AVCodecParameters, FreeParameters> copy(avcodec_parameters_alloc());
+    if (!copy || avcodec_parameters_copy(copy.get(), &parameters) < 0) {
+        return nullptr;
+    }
+#if !KELP_PARAMETERS_HOLD_SIDE_DATA
+    auto& table = matrixTable();
+    std::lock_guard lock(table.mutex);
+    if (const auto found = table.matrices.find(&parameters); found != table.matrices.end()) {
+        const auto matrix = found->second;
+        table.matrices[copy.get()] = matrix;
+    }
+#endif
+    return copy.release();
+}
+
+void copyDisplayMatrix([[maybe_unused]] const AVCodecParameters& parameters, [[maybe_unused]] AVStream* stream) {
+#if !KELP_PARAMETERS_HOLD_SIDE_DATA
+    // Elsewhere it is among the parameters' side data, which are copied with them.
+    if (const int32_t* const matrix = displayMatrix(&parameters)) {
+        if (uint8_t* const data =
+                av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, kMatrixSize * sizeof(int32_t))) {
+            std::copy_n(matrix, kMatrixSize, reinterpret_cast<int32_t*>(data));
+        }
+    }
+#endif
+}
+
 void freeParameters(AVCodecParameters** parameters) {
 #if !KELP_PARAMETERS_HOLD_SIDE_DATA
     {

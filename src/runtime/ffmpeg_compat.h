@@ -29,6 +29,12 @@ constexpr auto kCodecId270 = static_cast<AVCodecID>(270);
 // caller owns it and gives it back to freeParameters.
 AVCodecParameters* copyParameters(const AVStream* stream);
 
+// The same of such a copy.
+AVCodecParameters* copyParameters(const AVCodecParameters& parameters);
+
+// Gives a stream that is to be written the display matrix that came with `parameters`, if there is one.
+void copyDisplayMatrix(const AVCodecParameters& parameters, AVStream* stream);
+
 // Frees what copyParameters or avcodec_parameters_alloc made, if anything, and sets the pointer to null.
 void freeParameters(AVCodecParameters** parameters);
 

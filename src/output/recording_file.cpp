@@ -1,0 +1,246 @@
+#include "output/recording_file.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <utility>
+
+#include "clock/wrapping_math.h"
+#include "kelp_player/log.h"
+#include "runtime/ffmpeg_compat.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavcodec/bsf.h>
+#include <libavformat/avformat.h>
+#include <libavutil/dict.h>
+#include <libavutil/mathematics.h>
+}
+
+namespace kelp {
+
+namespace {
+
+constexpr char kTag[] = "Recorder";
+
+constexpr AVRational kMicroseconds{1, AV_TIME_BASE};
+constexpr int64_t kLongestInterleavingUs = 1'000'000;  // for which a stream waits for the other
+constexpr int64_t kLargestJumpBackUs = 1'000'000;      // a time farther back is on another time line
+
+constexpr char kNoMemory[] = "there is no memory";
+
+struct Container {
+    const char* ending;
+    const char* muxer;
+};
+constexpr Container kContainers[] = {{".mp4", "mp4"}, {".mov", "mov"}, {".mkv", "matroska"}, {".ts", "mpegts"}};
+
+std::string textOf(int error) {
+    std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
+    av_strerror(error, text.data(), text.size());
+    return text.data();
+}
+
+bool isIn(std::initializer_list<AVCodecID> codecs, AVCodecID codec) {
+    return std::ranges::count(codecs, codec) > 0;
+}
+
+// MPEG-TS has no list that could be asked: it takes any bytes, and gives no player the means to know what they are.
+bool takes(const AVOutputFormat& format, AVCodecID codec) {
+    if (std::string_view(format.name) == "mpegts") {
+        return isIn({AV_CODEC_ID_H264, AV_CODEC_ID_HEVC, AV_CODEC_ID_MPEG4, AV_CODEC_ID_MPEG2VIDEO,
+                     AV_CODEC_ID_MPEG1VIDEO, AV_CODEC_ID_AAC, AV_CODEC_ID_MP3, AV_CODEC_ID_MP2, AV_CODEC_ID_AC3,
+                     AV_CODEC_ID_EAC3, AV_CODEC_ID_DTS, AV_CODEC_ID_OPUS},
+                    codec);
+    }
+    return avformat_query_codec(&format, codec, FF_COMPLIANCE_NORMAL) == 1;
+}
+
+bool isFragmented(const AVOutputFormat& format) {
+    const std::string_view name = format.name;
+    return name == "mp4" || name == "mov";
+}
+
+// Whether the header of an MP4 can't be written without a packet of the stream.
+bool needsPacketForHeader(const AVCodecParameters& parameters) {
+    const bool isConfigured = parameters.extradata_size > 0;
+    return isIn({AV_CODEC_ID_AC3, AV_CODEC_ID_EAC3, AV_CODEC_ID_TRUEHD, AV_CODEC_ID_VP9}, parameters.codec_id) ||
+           (!isConfigured &&
+            isIn({AV_CODEC_ID_H264, AV_CODEC_ID_HEVC, AV_CODEC_ID_MPEG4, AV_CODEC_ID_AAC, AV_CODEC_ID_AV1},
+                 parameters.codec_id));
+}
+
+struct Options {
+    Options() = default;
+    Options(const Options&) = delete;
+    Options& operator=(const Options&) = delete;
+    ~Options() { av_dict_free(&entries); }
+    void set(const char* key, const char* value) { av_dict_set(&entries, key, value, 0); }
+
+    AVDictionary* entries = nullptr;
+};
+
+}  // namespace
+
+void FreeRecordingFilter::operator()(AVBSFContext* context) const {
+    av_bsf_free(&context);
+}
+
+const char* RecordingFile::containerOf(const std::string& path) {
+    const auto* found =
+        std::ranges::find_if(kContainers, [&](const Container& container) { return path.ends_with(container.ending); });
+    return found != std::end(kContainers) ? found->muxer : nullptr;
+}
+
+RecordingFile::RecordingFile(std::string path, std::shared_ptr<const RecordedStreams> streams)
+    : path_(std::move(path)), streams_(std::move(streams)) {
+}
+
+RecordingFile::~RecordingFile() {
+    if (context_) {
+        avio_closep(&context_->pb);
+        avformat_free_context(context_);
+    }
+}
+
+std::string RecordingFile::open() {
+    const std::string muxer = containerOf(path_);
+    if (avformat_alloc_output_context2(&context_, nullptr, muxer.c_str(), path_.c_str()) < 0) {
+        return kNoMemory;
+    }
+    // What is written is the system's at once.
+    context_->flags |= AVFMT_FLAG_FLUSH_PACKETS;
+    context_->max_interleave_delta = kLongestInterleavingUs;
+    context_->avoid_negative_ts = AVFMT_AVOID_NEG_TS_MAKE_ZERO;
+    if (std::string why = addStreams(); !why.empty()) {
+        return why;
+    }
+    Options options;
+    if (isFragmented(*context_->oformat)) {
+        const bool waits = std::ranges::any_of(tracks_, [](const Track& track) {
+            return track.stream && needsPacketForHeader(*track.source->parameters);
+        });
+        // A fragment for each key frame, and for each second where they lie farther apart.
+        options.set("movflags", waits ? "frag_keyframe+delay_moov+default_base_moof"
+                                      : "frag_keyframe+empty_moov+default_base_moof");
+        options.set("frag_duration", "1000000");
+        options.set("use_editlist", "0");
+    } else if (muxer == "matroska") {
+        options.set("cluster_time_limit", "1000");
+    }
+    if (const int result = avio_open(&context_->pb, path_.c_str(), AVIO_FLAG_WRITE); result < 0) {
+        return textOf(result);
+    }
+    if (const int result = avformat_write_header(context_, &options.entries); result < 0) {
+        return context_->pb->error < 0 ? textOf(context_->pb->error)
+                                       : "the container doesn't take the streams: " + textOf(result);
+    }
+    headerWritten_ = true;
+    return "";
+}
+
+std::string RecordingFile::addStreams() {
+    for (const auto& source : streams_->streams()) {
+        Track track{.source = &source};
+        const AVCodecID codec = source.parameters->codec_id;
+        if (takes(*context_->oformat, codec)) {
+            if (std::string why = addStream(source, track); !why.empty()) {
+                return why;
+            }
+        } else if (source.kind == TRACK_KIND_VIDEO) {
+            return std::string("pictures of ") + avcodec_get_name(codec) + " don't go into this container";
+        } else {
+            Log::Warn(kTag, "%s, sound of %s doesn't go into it and is left out\n", path_.c_str(),
+                      avcodec_get_name(codec));
+        }
+        tracks_.push_back(std::move(track));
+    }
+    return context_->nb_streams > 0 ? "" : "none of the streams goes into this container";
+}
+
+std::string RecordingFile::addStream(const RecordedStreams::Stream& source, Track& track) {
+    track.stream = avformat_new_stream(context_, nullptr);
+    if (!track.stream || avcodec_parameters_copy(track.stream->codecpar, source.parameters.get()) < 0) {
+        return kNoMemory;
+    }
+    track.stream->codecpar->codec_tag = 0;  // another one in each container
+    track.stream->time_base = source.timeBase;
+    track.stream->avg_frame_rate = source.frameRate;
+    compat::copyDisplayMatrix(*source.parameters, track.stream);
+    // AAC as transport streams have it. The muxer sees to that by itself, but not when it writes fragments.
+    if (isFragmented(*context_->oformat) && source.parameters->codec_id == AV_CODEC_ID_AAC &&
+        source.parameters->extradata_size == 0) {
+        AVBSFContext* filter = nullptr;
+        if (av_bsf_alloc(av_bsf_get_by_name("aac_adtstoasc"), &filter) < 0) {
+            return kNoMemory;
+        }
+        track.filter.reset(filter);
+        if (avcodec_parameters_copy(filter->par_in, source.parameters.get()) < 0 || av_bsf_init(filter) < 0) {
+            return kNoMemory;
+        }
+    }
+    return "";
+}
+
+std::string RecordingFile::write(AVPacket& packet) {
+    const auto track = std::ranges::find_if(
+        tracks_, [&](const Track& candidate) { return candidate.source->track == packet.stream_index; });
+    if (track == tracks_.end() || !track->stream || packet.size <= 0) {
+        return "";
+    }
+    // A packet that it can't read is for nobody.
+    if (track->filter && (av_bsf_send_packet(track->filter.get(), &packet) < 0 ||
+                          av_bsf_receive_packet(track->filter.get(), &packet) < 0)) {
+        return "";
+    }
+    place(packet, *track);
+    bytes_ += packet.size;
+    const int result = av_interleaved_write_frame(context_, &packet);
+    return result < 0 ? textOf(result) : "";
+}
+
+// Times rise within a stream, whatever the source says: no container takes others.
+void RecordingFile::place(AVPacket& packet, Track& track) {
+    const int64_t anyTime = packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
+    if (!hasOrigin_ && anyTime != AV_NOPTS_VALUE) {
+        hasOrigin_ = true;
+        originUs_ = av_rescale_q(anyTime, track.source->timeBase, kMicroseconds);
+    }
+    const AVRational base = track.stream->time_base;
+    av_packet_rescale_ts(&packet, track.source->timeBase, base);
+    packet.stream_index = track.stream->index;
+    packet.time_base = base;
+    packet.pos = -1;
+    const int64_t origin = av_rescale_q(originUs_, kMicroseconds, base);
+    const auto shift = [&](int64_t& time, int64_t by) { time = time == AV_NOPTS_VALUE ? time : wrappingAdd(time, by); };
+    const auto shiftBoth = [&](int64_t by) {
+        shift(packet.dts, by);
+        shift(packet.pts, by);
+    };
+    shiftBoth(wrappingSubtract(track.shift, origin));
+    if (packet.dts != AV_NOPTS_VALUE) {
+        const int64_t longest = av_rescale_q(kLargestJumpBackUs, kMicroseconds, base);
+        if (track.hasTime && wrappingSubtract(track.lastDts, packet.dts) > longest) {
+            const int64_t by = wrappingSubtract(track.lastEnd, packet.dts);
+            track.shift = wrappingAdd(track.shift, by);
+            shiftBoth(by);
+        }
+        packet.dts = track.hasTime ? std::max(packet.dts, track.lastDts + 1) : packet.dts;
+        packet.pts = packet.pts == AV_NOPTS_VALUE ? packet.dts : std::max(packet.pts, packet.dts);
+    }
+    if (const int64_t time = packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts; time != AV_NOPTS_VALUE) {
+        track.hasTime = true;
+        track.lastDts = time;
+        track.lastEnd = wrappingAdd(time, std::max<int64_t>(packet.duration, 1));
+        durationUs_ = std::max(durationUs_, av_rescale_q(track.lastEnd, base, kMicroseconds));
+    }
+}
+
+std::string RecordingFile::end() {
+    int result = headerWritten_ ? av_write_trailer(context_) : 0;
+    const int closed = avio_closep(&context_->pb);
+    result = result < 0 ? result : closed;
+    return result < 0 ? textOf(result) : "";
+}
+
+}  // namespace kelp

@@ -1,0 +1,418 @@
+#include "kelp_player/recorder.h"
+
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <thread>
+
+#include "input/packet_outlet.h"
+#include "output/media_reader.h"
+#include "support/gate.h"
+#include "support/log_capture.h"
+#include "support/temp_files.h"
+
+extern "C" {
+#include <libavcodec/packet.h>
+#include <libavformat/avformat.h>
+#include <libavutil/log.h>
+}
+
+// Files that a recorder makes of packets, as a player's reading hands them out.
+
+namespace kelp::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr int kPictures = 75;
+constexpr int kPerKeyFrame = 12;
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+class Told : public RecorderObserver {
+public:
+    void onFileBegun(const std::string& path) override {
+        begun.push_back(path);
+        inBegun();
+    }
+    void onFileEnded(const std::string& path, int64_t durationMs) override {
+        ended.push_back(path);
+        endedMs += durationMs;
+    }
+    void onPacketsLost(int packets) override { lost += packets; }
+    void onRecordingFailed(const std::string& path, const std::string& reason) override {
+        failures.push_back(path + ": " + reason);
+    }
+
+    // The recorder's thread's until it has stopped.
+    std::vector<std::string> begun;
+    std::vector<std::string> ended;
+    std::vector<std::string> failures;
+    int64_t endedMs = 0;
+    int lost = 0;
+    std::function<void()> inBegun = [] {};
+};
+#pragma GCC diagnostic pop
+
+// Reads a file and hands its first video and its first sound to a sink, packet by packet.
+class Feed {
+public:
+    Feed(Recorder& recorder, const std::string& path) : recorder_(recorder) {
+        outlet_.set(&recorder);
+        if (avformat_open_input(&context_, path.c_str(), nullptr, nullptr) < 0 ||
+            avformat_find_stream_info(context_, nullptr) < 0) {
+            throw std::runtime_error("can't be read: " + path);
+        }
+        for (unsigned int i = 0; i < context_->nb_streams; ++i) {
+            const AVStream* const stream = context_->streams[i];
+            (stream->codecpar->codec_type == AVMEDIA_TYPE_VIDEO ? source_.video : source_.audio) = stream;
+        }
+    }
+    Feed(const Feed&) = delete;
+    Feed& operator=(const Feed&) = delete;
+    ~Feed() { avformat_close_input(&context_); }
+
+    // Up to so many pictures, or to the end. Whether any is left.
+    bool pictures(int count) {
+        AVPacket* packet = av_packet_alloc();
+        while (count > 0 && av_read_frame(context_, packet) >= 0) {
+            count -= source_.video && packet->stream_index == source_.video->index;
+            outlet_.packet(source_, *packet);
+            av_packet_unref(packet);
+        }
+        av_packet_free(&packet);
+        return count == 0;
+    }
+    void all() { pictures(1 << 30); }
+    void again() { avformat_seek_file(context_, -1, INT64_MIN, 0, INT64_MAX, 0); }
+    void gap() { outlet_.gap(); }
+    void end() { outlet_.end(); }
+
+private:
+    Recorder& recorder_;
+    PacketOutlet outlet_;
+    AVFormatContext* context_ = nullptr;
+    PacketSource source_{};
+};
+
+std::string outputOf(const std::string& command) {
+    std::string text;
+    FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
+    char part[512];
+    while (fgets(part, sizeof part, pipe)) {
+        text += part;
+    }
+    pclose(pipe);
+    return text;
+}
+
+// What decoding all of it complains about.
+std::string complaintsOf(const std::string& path) {
+    return outputOf("ffmpeg -v error -nostdin -i " + path + " -map 0 -f null -");
+}
+
+int soundPackets(const std::string& path) {
+    return std::atoi(outputOf("ffprobe -v error -select_streams a -count_packets -show_entries "
+                              "stream=nb_read_packets -of csv=p=0 " +
+                              path)
+                         .c_str());
+}
+
+std::vector<std::string> picturesOf(const std::vector<std::string>& paths) {
+    std::vector<std::string> pictures;
+    for (const auto& path : paths) {
+        const auto some = readVideo(path).pictures;
+        pictures.insert(pictures.end(), some.begin(), some.end());
+    }
+    return pictures;
+}
+
+class RecorderTest : public testing::Test {
+protected:
+    RecorderTest() {
+        av_log_set_level(AV_LOG_QUIET);
+        film_ = make("film.mp4", "");
+    }
+    ~RecorderTest() override { av_log_set_level(AV_LOG_INFO); }
+
+    std::string make(const std::string& name, const std::string& arguments) {
+        runFFmpeg(
+            "-f lavfi -i testsrc2=size=160x120:rate=25 -f lavfi -i sine=440:r=48000 -t 3 -c:v libx264 "
+            "-preset ultrafast -bf 2 -g 12 -keyint_min 12 -sc_threshold 0 -c:a aac " +
+            arguments + " " + folder_.path(name));
+        return folder_.path(name);
+    }
+    std::string path(const std::string& name) const { return folder_.path(name); }
+
+    void expectWhole(const std::vector<std::string>& files, size_t from = 0) {
+        for (const auto& file : files) {
+            EXPECT_EQ(complaintsOf(file), "") << file;
+        }
+        auto expected = readVideo(film_).pictures;
+        ASSERT_EQ(expected.size(), static_cast<size_t>(kPictures));
+        expected.erase(expected.begin(), expected.begin() + static_cast<ptrdiff_t>(from));
+        const auto got = picturesOf(files);
+        ASSERT_EQ(got.size(), expected.size());
+        EXPECT_TRUE(got == expected) << "other pictures";
+    }
+
+    TempFolder folder_;
+    std::string film_;
+    Told told_;
+    Recorder recorder_{&told_};
+};
+
+class RecorderOf : public RecorderTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(RecorderOf, HoldsEveryPictureAndAllOfTheSound) {
+    for (const std::string source : {"mp4", "ts"}) {
+        const std::string from = source == "mp4" ? film_ : make("film.ts", "");
+        const std::string file = path("of_" + source + GetParam());
+        ASSERT_TRUE(recorder_.start(file));
+        Feed feed(recorder_, from);
+        feed.all();
+        recorder_.stop();
+        EXPECT_THAT(told_.failures, IsEmpty());
+        expectWhole({file});
+        EXPECT_EQ(soundPackets(file), soundPackets(from));
+    }
+    EXPECT_EQ(told_.begun.size(), 2U);
+    EXPECT_EQ(told_.ended, told_.begun);
+    EXPECT_NEAR(static_cast<double>(told_.endedMs), 6000, 200);
+}
+
+INSTANTIATE_TEST_SUITE_P(Container, RecorderOf, testing::Values(".mp4", ".mov", ".mkv", ".ts"),
+                         [](const auto& container) { return std::string(container.param + 1); });
+
+TEST_F(RecorderTest, BeginsWithTheNextKeyFrameAndEndsWhereItIsStopped) {
+    Feed feed(recorder_, film_);
+    feed.pictures(15);
+    ASSERT_TRUE(recorder_.start(path("part.mp4")));
+    EXPECT_TRUE(recorder_.isRecording());
+    feed.pictures(2 * kPerKeyFrame + 9 - 3);  // 24 pictures from the next key frame on, and 6 before it
+    recorder_.stop();
+    EXPECT_FALSE(recorder_.isRecording());
+    feed.all();
+    EXPECT_EQ(complaintsOf(path("part.mp4")), "");
+    const auto whole = readVideo(film_).frames;
+    const auto part = readVideo(path("part.mp4")).frames;
+    ASSERT_EQ(part.size(), 15U + 30 - 2 * kPerKeyFrame);
+    for (size_t i = 0; i < part.size(); ++i) {
+        EXPECT_EQ(part[i].bytes, whole[2 * kPerKeyFrame + i].bytes) << i;
+    }
+}
+
+TEST_F(RecorderTest, LosesNothingBetweenFilesOfALength) {
+    ASSERT_TRUE(recorder_.start(path("long.mkv"), {.fileMs = 900}));
+    Feed feed(recorder_, film_);
+    feed.all();
+    recorder_.stop();
+    EXPECT_THAT(told_.begun, ElementsAre(path("long.mkv"), path("long-2.mkv"), path("long-3.mkv"), path("long-4.mkv")));
+    expectWhole(told_.ended);
+    int sound = 0;
+    for (const auto& file : told_.ended) {
+        sound += soundPackets(file);
+    }
+    EXPECT_EQ(sound, soundPackets(film_));
+}
+
+TEST_F(RecorderTest, BeginsTheNextFileBehindASize) {
+    ASSERT_TRUE(recorder_.start(path("size.mp4"), {.fileBytes = 1}));
+    Feed feed(recorder_, film_);
+    feed.all();
+    recorder_.stop();
+    EXPECT_EQ(told_.begun.size(), (kPictures + kPerKeyFrame - 1) / kPerKeyFrame);
+    expectWhole(told_.ended);
+}
+
+TEST_F(RecorderTest, GoesOnInANewFileWherePacketsDoNotGoOn) {
+    ASSERT_TRUE(recorder_.start(path("cut.mp4")));
+    Feed feed(recorder_, film_);
+    feed.pictures(20);
+    feed.gap();
+    feed.pictures(20);  // of which the first 4 are for nobody
+    recorder_.stop();
+    EXPECT_THAT(told_.ended, ElementsAre(path("cut.mp4"), path("cut-2.mp4")));
+    EXPECT_EQ(readVideo(path("cut.mp4")).frames.size(), 20U);
+    EXPECT_EQ(readVideo(path("cut-2.mp4")).frames.size(), 16U);
+    EXPECT_EQ(complaintsOf(path("cut-2.mp4")), "");
+}
+
+TEST_F(RecorderTest, GoesOnInANewFileBehindARestartWithOtherStreams) {
+    ASSERT_TRUE(recorder_.start(path("camera.mp4")));
+    {
+        Feed feed(recorder_, film_);
+        feed.pictures(30);
+        feed.end();
+    }
+    Feed feed(recorder_, make("other.mp4", "-s 320x240 -an"));
+    feed.all();
+    recorder_.stop();
+    EXPECT_THAT(told_.ended, ElementsAre(path("camera.mp4"), path("camera-2.mp4")));
+    EXPECT_EQ(readVideo(path("camera.mp4")).frames.size(), 30U);
+    EXPECT_EQ(readVideo(path("camera-2.mp4")).frames.size(), static_cast<size_t>(kPictures));
+    EXPECT_EQ(readVideo(path("camera-2.mp4")).width, 320);
+    EXPECT_EQ(complaintsOf(path("camera-2.mp4")), "");
+}
+
+TEST_F(RecorderTest, TakesTimesThatBeginAnewInMidStream) {
+    for (const char* const ending : {"mp4", "mkv", "ts"}) {
+        const std::string file = path(std::string("twice.") + ending);
+        ASSERT_TRUE(recorder_.start(file));
+        Feed feed(recorder_, film_);
+        feed.all();
+        feed.again();
+        feed.all();
+        recorder_.stop();
+        EXPECT_THAT(told_.failures, IsEmpty());
+        EXPECT_EQ(readVideo(file).frames.size(), static_cast<size_t>(2 * kPictures));
+        EXPECT_EQ(complaintsOf(file), "");
+    }
+}
+
+TEST_F(RecorderTest, RecordsSoundAlone) {
+    ASSERT_TRUE(recorder_.start(path("sound.mp4"), {.fileMs = 1100}));
+    const std::string source = make("sound.m4a", "-vn");
+    Feed feed(recorder_, source);
+    feed.all();
+    recorder_.stop();
+    int sound = 0;
+    for (const auto& file : told_.ended) {
+        EXPECT_EQ(complaintsOf(file), "");
+        sound += soundPackets(file);
+    }
+    EXPECT_EQ(told_.ended.size(), 3U);
+    EXPECT_EQ(sound, soundPackets(source));
+}
+
+TEST_F(RecorderTest, LeavesSoundOutThatTheContainerCannotHold) {
+    LogCapture log(2);
+    ASSERT_TRUE(recorder_.start(path("no_sound.mp4")));
+    Feed feed(recorder_, make("alaw.mov", "-c:a pcm_alaw"));
+    feed.all();
+    recorder_.stop();
+    EXPECT_EQ(log.count("no_sound.mp4, sound of pcm_alaw doesn't go into it and is left out\n"), 1);
+    expectWhole({path("no_sound.mp4")});
+}
+
+TEST_F(RecorderTest, KeepsTheRotation) {
+    const std::string turned = path("turned.mp4");
+    runFFmpeg("-i " + film_ + " -c copy -metadata:s:v rotate=90 " + turned);
+    const std::string rotation = "ffprobe -v error -show_entries stream_side_data=rotation -of csv=p=0 ";
+    ASSERT_NE(outputOf(rotation + turned), "");
+    ASSERT_TRUE(recorder_.start(path("kept.mp4")));
+    Feed feed(recorder_, turned);
+    feed.all();
+    recorder_.stop();
+    EXPECT_EQ(outputOf(rotation + path("kept.mp4")), outputOf(rotation + turned));
+}
+
+TEST_F(RecorderTest, EndsWithAnEventWhenTheDiskIsFull) {
+    for (const std::string ending : {"mp4", "mkv", "ts"}) {
+        told_.failures.clear();
+        const std::string file = path("full." + ending);
+        std::filesystem::create_symlink("/dev/full", file);
+        LogCapture log(1);
+        ASSERT_TRUE(recorder_.start(file));
+        Feed feed(recorder_, film_);
+        feed.all();
+        feed.gap();
+        recorder_.stop();
+        EXPECT_THAT(told_.failures, ElementsAre(file + ": No space left on device"));
+        EXPECT_EQ(log.count(file + ", the recording has ended: No space left on device\n"), 1);
+    }
+    EXPECT_THAT(told_.ended, IsEmpty());
+    ASSERT_TRUE(recorder_.start(path("other.mp4")));
+    Feed feed(recorder_, film_);
+    feed.all();
+    recorder_.stop();
+    expectWhole({path("other.mp4")});
+}
+
+TEST_F(RecorderTest, EndsWithAnEventWhereNoFileCanBe) {
+    LogCapture log(1);
+    const std::string file = path("no/such/folder.mp4");
+    ASSERT_TRUE(recorder_.start(file));
+    Feed feed(recorder_, film_);
+    feed.all();
+    recorder_.stop();
+    EXPECT_THAT(told_.failures, ElementsAre(file + ": No such file or directory"));
+}
+
+TEST_F(RecorderTest, RefusesANameWithoutAContainerAndASecondStart) {
+    LogCapture log(1);
+    EXPECT_FALSE(recorder_.start(path("film.txt")));
+    EXPECT_EQ(log.count("[Recorder]: start, " + path("film.txt") + ", no container has this ending\n"), 1);
+    EXPECT_TRUE(recorder_.start(path("one.mp4")));
+    EXPECT_FALSE(recorder_.start(path("two.mp4")));
+    EXPECT_EQ(log.count("[Recorder]: start, " + path("two.mp4") + ", it records already\n"), 1);
+    recorder_.stop();
+    recorder_.stop();
+    EXPECT_THAT(told_.begun, IsEmpty());
+}
+
+// The file's thread is held up before its first packet, as by a disk that doesn't answer.
+TEST_F(RecorderTest, NeverHoldsUpTheReaderForASlowDisk) {
+    LogCapture log(2);
+    Gate mayWrite;
+    told_.inBegun = [&] { mayWrite.wait(); };
+    const auto size = static_cast<int64_t>(std::filesystem::file_size(film_));
+    ASSERT_TRUE(recorder_.start(path("slow.mp4"), {.waitingBytes = size / 2}));
+    Feed feed(recorder_, film_);
+    feed.pictures(60);
+    mayWrite.open();
+    // What waited is written some time; what comes then has room.
+    for (int i = 0; i < 500 && told_.lost == 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        feed.pictures(1);
+        if (!feed.pictures(kPerKeyFrame)) {
+            feed.again();
+        }
+        told_.lost += log.count("packets were left out: the disk is too slow") > 0;
+    }
+    recorder_.stop();
+    EXPECT_GT(told_.lost, 1);
+    ASSERT_GE(told_.ended.size(), 2U);
+    for (const auto& file : told_.ended) {
+        EXPECT_EQ(complaintsOf(file), "");
+        EXPECT_TRUE(readVideo(file).frames.front().keyFrame);
+    }
+}
+
+TEST_F(RecorderTest, LeavesAFileThatPlaysWhenTheProcessDies) {
+    for (const std::string ending : {"mp4", "mkv", "ts"}) {
+        const std::string file = path("killed." + ending);
+        const pid_t child = fork();
+        if (child == 0) {
+            Recorder recorder;
+            recorder.start(file);
+            Feed feed(recorder, film_);
+            feed.pictures(kPictures - 5);
+            // Until the file stays as it is.
+            for (uintmax_t size = 0, before = 1; size != before;) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(200));
+                std::error_code error;
+                before = std::exchange(size, std::filesystem::file_size(file, error));
+                before += size == 0;
+            }
+            kill(getpid(), SIGKILL);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        ASSERT_TRUE(WIFSIGNALED(status));
+        EXPECT_GT(readVideo(file).pictures.size(), static_cast<size_t>(kPictures - 5 - 25 - kPerKeyFrame)) << ending;
+    }
+}
+
+}  // namespace
+}  // namespace kelp::test

@@ -1,20 +1,28 @@
-// Prints how far behind its source a live source is shown: from the clock that the tests' RTSP server draws into its
-// pictures to the frame sink, on the same machine over the loopback address.
+// Measures how far behind its source a live source is shown: from the clock that the tests' RTSP server draws into its
+// pictures to the frame sink, on the same machine over the loopback address; and how soon that is so again behind a
+// standstill of the connection.
 //
-// usage: live_delay [SECONDS]. Each row is watched for that long, 20 s unless given, after the first 3 s. The first
-// row, a loop that reads and decodes and shows at once, is what server, network and decoder need without a player.
+// usage: live_delay [--quick | --smoke] [--rows FILE]. Each row is watched for 20, 8 or 1 s, after the first 3 s. What
+// a player needs more than a bare loop, which reads and decodes and shows at once, is the player's own. FILE gets what
+// stands on standard output, with tabs.
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "e2e/clock_picture.h"
 #include "e2e/playback.h"
 #include "e2e/recording_sink.h"
 #include "e2e/rtsp_server.h"
+#include "e2e/tcp_relay.h"
 #include "kelp_player/log.h"
 
 extern "C" {
@@ -29,11 +37,14 @@ using kelp::test::readClockPicture;
 
 constexpr int kFps = 25;
 constexpr int kWarmUpFrames = 3 * kFps;
+constexpr double kStandstillMs = 3000;
+constexpr double kBackMs = 20;  // a delay so much above the one before the standstill is that one again
 
 // One picture: when it was made and when it was there, in milliseconds.
 struct Sight {
     double made = 0;
     double shown = 0;
+    double delay() const { return shown - made; }
 };
 
 double quantile(std::vector<double> values, double part) {
@@ -41,24 +52,55 @@ double quantile(std::vector<double> values, double part) {
     return values.empty() ? 0 : values[static_cast<size_t>(part * static_cast<double>(values.size() - 1))];
 }
 
-void print(const std::string& name, const std::vector<Sight>& sights, size_t wanted) {
+double medianDelay(const std::vector<Sight>& sights) {
     std::vector<double> delays;
-    std::vector<double> jitter;  // how much the distance of two pictures differs from that of their making
-    for (size_t i = kWarmUpFrames; i < sights.size(); ++i) {
-        delays.push_back(sights[i].shown - sights[i].made);
-        jitter.push_back(std::abs((sights[i].shown - sights[i - 1].shown) - (sights[i].made - sights[i - 1].made)));
+    for (const Sight& sight : sights) {
+        delays.push_back(sight.delay());
     }
-    std::printf("%-34s %9.1f %9.1f %9.1f   %9.1f %9.1f   %4zu of %zu\n", name.c_str(), quantile(delays, 0.5),
-                quantile(delays, 0.99), quantile(delays, 1), quantile(jitter, 0.5), quantile(jitter, 0.99),
-                sights.size(), wanted);
-    std::fflush(stdout);
+    return quantile(delays, 0.5);
 }
 
-std::vector<Sight> bareLoop(const std::string& url, size_t wanted) {
+// Prints the rows, and writes them to a file for another program.
+class Rows {
+public:
+    explicit Rows(const char* path) {
+        if (path) {
+            file_.open(path);
+        }
+        std::printf("%-44s %9s %9s %9s   %9s %9s   %8s   %s\n", "", "median", "99th", "longest", "jitter", "99th",
+                    "pictures", "back after");
+    }
+
+    // `backMs`: after the end of a standstill.
+    void add(const std::string& name, const std::vector<Sight>& sights, std::optional<double> backMs = {}) {
+        std::vector<double> delays;
+        std::vector<double> jitter;  // how much the distance of two pictures differs from that of their making
+        for (size_t i = kWarmUpFrames; i < sights.size(); ++i) {
+            delays.push_back(sights[i].delay());
+            jitter.push_back(std::abs((sights[i].shown - sights[i - 1].shown) - (sights[i].made - sights[i - 1].made)));
+        }
+        const std::string back = backMs ? std::to_string(std::lround(*backMs)) : "";
+        const double figures[] = {quantile(delays, 0.5), quantile(delays, 0.99), quantile(delays, 1),
+                                  quantile(jitter, 0.5), quantile(jitter, 0.99), static_cast<double>(delays.size())};
+        std::printf("%-44s %9.1f %9.1f %9.1f   %9.1f %9.1f   %8.0f   %s\n", name.c_str(), figures[0], figures[1],
+                    figures[2], figures[3], figures[4], figures[5], back.c_str());
+        std::fflush(stdout);
+        file_ << name;
+        for (const double figure : figures) {
+            file_ << '\t' << figure;
+        }
+        file_ << '\t' << back << std::endl;
+    }
+
+private:
+    std::ofstream file_;
+};
+
+std::vector<Sight> bareLoop(const std::string& url, const char* transport, size_t wanted) {
     std::vector<Sight> sights;
     AVFormatContext* format = nullptr;
     AVDictionary* options = nullptr;
-    av_dict_set(&options, "rtsp_transport", "tcp", 0);
+    av_dict_set(&options, "rtsp_transport", transport, 0);
     av_dict_set(&options, "fflags", "nobuffer", 0);
     if (avformat_open_input(&format, url.c_str(), nullptr, &options) < 0 ||
         avformat_find_stream_info(format, nullptr) < 0) {
@@ -90,51 +132,123 @@ std::vector<Sight> bareLoop(const std::string& url, size_t wanted) {
     return sights;
 }
 
-std::vector<Sight> player(const std::string& url, const char* transport, kelp::SyncMasterMode master, size_t wanted) {
-    kelp::test::RecordingSink sink(kelp::test::RecordingSink::Keep::Bytes);
+struct Player {
+    kelp::test::RecordingSink sink{kelp::test::RecordingSink::Keep::Bytes};
     kelp::test::Playback playback;
-    playback.player().enableHwDecoder(false, kelp::HW_DECODE_NONE);
-    playback.player().setOption("rtsp_transport", transport);
-    playback.player().setAVSyncMode(master);
-    playback.player().addWindow(kelp::WINDOW_TYPE_EXTERN, static_cast<kelp::ExternFrameSink*>(&sink), 0, 0);
-    std::vector<Sight> sights;
-    if (!playback.open(url) || !playback.player().play()) {
+
+    bool play(const std::string& url, const char* transport, const char* delay, kelp::SyncMasterMode master) {
+        playback.player().enableHwDecoder(false, kelp::HW_DECODE_NONE);
+        playback.player().setOption("rtsp_transport", transport);
+        playback.player().setOption("live_delay", delay);
+        playback.player().setAVSyncMode(master);
+        playback.player().addWindow(kelp::WINDOW_TYPE_EXTERN, static_cast<kelp::ExternFrameSink*>(&sink), 0, 0);
+        return playback.open(url) && playback.player().play();
+    }
+    bool watch(size_t wanted) {
+        return sink.waitForFrames(static_cast<int>(wanted), static_cast<int>(wanted) * 1000 / kFps + 10000);
+    }
+    std::vector<Sight> sights() {
+        std::vector<Sight> sights;
+        for (const auto& frame : sink.frames()) {
+            const int64_t made = readClockPicture(frame.bytes.data(), frame.width, frame.width, frame.height);
+            sights.push_back({static_cast<double>(made), static_cast<double>(frame.atUs) / 1000});
+        }
         return sights;
     }
-    sink.waitForFrames(static_cast<int>(wanted), static_cast<int>(wanted) * 1000 / kFps + 10000);
-    for (const auto& frame : sink.frames()) {
-        const int64_t made = readClockPicture(frame.bytes.data(), frame.width, frame.width, frame.height);
-        sights.push_back({static_cast<double>(made), static_cast<double>(frame.atUs) / 1000});
+};
+
+std::vector<Sight> player(const std::string& url, const char* transport, const char* delay, kelp::SyncMasterMode master,
+                          size_t wanted) {
+    Player player;
+    if (player.play(url, transport, delay, master)) {
+        player.watch(wanted);
     }
-    return sights;
+    return player.sights();
+}
+
+// The connection stands for a while, and what the server sends meanwhile comes in one go.
+void standstill(Rows& rows, const std::string& name, const kelp::test::RtspServer& server, const std::string& stream,
+                const char* delay, kelp::SyncMasterMode master, size_t wanted) {
+    kelp::test::TcpRelay relay(server.port());
+    Player player;
+    if (!player.play("rtsp://127.0.0.1:" + std::to_string(relay.port()) + "/" + stream, "tcp", delay, master) ||
+        !player.watch(wanted)) {
+        return rows.add(name, {});
+    }
+    const auto before = player.sights();
+    const double usual = medianDelay({before.begin() + kWarmUpFrames, before.end()});
+    relay.hold(true);
+    std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(kStandstillMs));
+    const double end = static_cast<double>(kelp::test::steadyUs()) / 1000;
+    relay.hold(false);
+    std::this_thread::sleep_for(std::chrono::seconds(5));
+    // The first of those that stay as soon as ever: nine of ten, as a busy machine holds one up now and then.
+    const auto sights = player.sights();
+    double back = 5000;
+    size_t behind = 0;
+    size_t late = 0;
+    for (size_t i = sights.size(); i-- > 0 && sights[i].shown > end;) {
+        late += sights[i].delay() > usual + kBackMs;
+        if (late * 10 > ++behind) {
+            break;
+        }
+        back = sights[i].shown - end;
+    }
+    rows.add(name, before, back);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const int seconds = argc > 1 ? std::atoi(argv[1]) : 20;
+    int seconds = 20;
+    const char* path = nullptr;
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        seconds = word == "--quick" ? 8 : word == "--smoke" ? 1 : seconds;
+        path = word == "--rows" && i + 1 < argc ? argv[++i] : path;
+    }
+    const bool isSmoke = seconds == 1;
     const size_t wanted = static_cast<size_t>(seconds * kFps + kWarmUpFrames);
     setenv("SDL_AUDIODRIVER", "dummy", 0);
     kelp::Log::SetLevel(1);
     av_log_set_level(AV_LOG_QUIET);
     kelp::test::RtspServer server;
-    std::printf("milliseconds from the making of a picture to its showing; 320x180, %d pictures a second\n\n", kFps);
-    std::printf("%-34s %9s %9s %9s   %9s %9s   %s\n", "", "median", "99th", "longest", "jitter", "99th", "pictures");
-    print("bare loop, H.264, TCP", bareLoop(server.url("h264"), wanted), wanted);
-    struct Row {
+    Rows rows(path);
+    const auto kNone = kelp::SYNC_MASTER_VIDEO;
+    struct Picture {
         const char* name;
         const char* stream;
         const char* transport;
-        kelp::SyncMasterMode master;
     };
-    for (const Row& row : {Row{"H.264, TCP, no master", "h264", "tcp", kelp::SYNC_MASTER_VIDEO},
-                           Row{"H.264, UDP, no master", "h264", "udp", kelp::SYNC_MASTER_VIDEO},
-                           Row{"H.264, TCP, clock", "h264", "tcp", kelp::SYNC_MASTER_CLOCK},
-                           Row{"H.264 and AAC, TCP, no master", "h264-aac", "tcp", kelp::SYNC_MASTER_VIDEO},
-                           Row{"H.264 and AAC, TCP, clock", "h264-aac", "tcp", kelp::SYNC_MASTER_CLOCK},
-                           Row{"H.264 and AAC, TCP, sound", "h264-aac", "tcp", kelp::SYNC_MASTER_AUDIO},
-                           Row{"HEVC and A-law, TCP, no master", "hevc-alaw", "tcp", kelp::SYNC_MASTER_VIDEO}}) {
-        print(row.name, player(server.url(row.stream), row.transport, row.master, wanted), wanted);
+    for (const Picture& row : {Picture{"H.264, TCP", "h264", "tcp"}, Picture{"H.264, UDP", "h264", "udp"},
+                               Picture{"HEVC, TCP", "hevc", "tcp"}, Picture{"HEVC, UDP", "hevc", "udp"}}) {
+        const std::string name = row.name;
+        const std::string url = server.url(row.stream);
+        rows.add(name + ", bare loop", bareLoop(url, row.transport, wanted));
+        if (!isSmoke) {
+            rows.add(name + ", standard", player(url, row.transport, "standard", kNone, wanted));
+        }
+        rows.add(name + ", low", player(url, row.transport, "low", kNone, wanted));
+        if (isSmoke) {
+            return 0;
+        }
+    }
+    struct Master {
+        const char* name;
+        kelp::SyncMasterMode mode;
+    };
+    for (const char* delay : {"standard", "low"}) {
+        for (const Master& master : {Master{"no master", kNone}, Master{"clock", kelp::SYNC_MASTER_CLOCK},
+                                     Master{"sound", kelp::SYNC_MASTER_AUDIO}}) {
+            rows.add(std::string("H.264 and AAC, TCP, ") + master.name + ", " + delay,
+                     player(server.url("h264-aac"), "tcp", delay, master.mode, wanted));
+        }
+    }
+    for (const char* delay : {"standard", "low"}) {
+        for (const char* stream : {"h264", "h264-aac"}) {
+            standstill(rows, std::string(stream) + ", TCP, standstill, " + delay, server, stream, delay,
+                       kelp::SYNC_MASTER_AUDIO, wanted / 2 + kWarmUpFrames / 2);
+        }
     }
     return 0;
 }

@@ -64,6 +64,13 @@ constexpr PlaybackOption kOptions[] = {
      [](std::string_view value, PlaybackOptions& options) {
          return readWord(value, "wait", "silence", options.neverWaitsForDevice);
      }},
+    {"live_delay", "standard, low", "low",
+     "a picture of a live source is shown as soon as it is decoded, and its sound follows it, whoever the master is "
+     "but for a host's clock",
+     "next load",
+     [](std::string_view value, PlaybackOptions& options) {
+         return readWord(value, "standard", "low", options.lowLiveDelay);
+     }},
     {"pictures", "packed, shared", "shared",
      "a planar 4:2:0 picture of 8 bits is handed on in the decoder's own memory, uncopied: frame sinks meet rows that "
      "are longer than the width, and must not write",

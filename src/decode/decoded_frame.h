@@ -33,6 +33,7 @@ public:
     int64_t pts = 0;       // in milliseconds from the start of the input
     int fractionUs = 0;    // of a picture: by how many microseconds its time goes beyond pts
     int64_t duration = 0;  // in milliseconds
+    int64_t queuedUs = 0;  // when it came into the queue of its play thread, by the wall clock, in microseconds
     std::shared_ptr<FrameBuffer> buffer;
     std::function<void(std::shared_ptr<FrameBuffer>)> freeBuffer;           // gives a buffer back to its pool
     std::function<std::shared_ptr<FrameBuffer>(unsigned int)> allocBuffer;  // fetches one; on audio frames only

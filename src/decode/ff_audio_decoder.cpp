@@ -39,6 +39,7 @@ bool holdsItsSamples(const AVFrame* frame) {
 
 void FFAudioDecoder::setOptions(const PlaybackOptions& options) {
     allCodecs_ = options.allCodecs;
+    takesAtOnce_ = options.lowLiveDelay;
     resampler_ = FFResampler::make(options);
 }
 
@@ -154,8 +155,8 @@ void FFAudioDecoder::insertPacket(MediaPacket* packet) {
         av_strerror(ret, text, sizeof(text));
         Log::Error(kTag, "%s, avcodec_send_packet failed, ret:%d, %s\n", "insertPacket", ret, text);
     }
-    if (isEnd) {
-        deliverDecoded();  // what the codec held back; no packet will ask for it
+    if (isEnd || takesAtOnce_) {
+        deliverDecoded();  // of an end what the codec held back; no packet will ask for it
     }
 }
 

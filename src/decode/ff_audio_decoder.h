@@ -56,7 +56,8 @@ private:
     int64_t neededFromMs_ = INT64_MIN;  // packets before it aren't decoded
     bool hasGap_ = false;               // the packet before wasn't
     bool allCodecs_ = false;
-    int64_t nextPtsMs_ = 0;  // the end of the frame before
+    bool takesAtOnce_ = false;  // what a packet brings doesn't wait for the next one
+    int64_t nextPtsMs_ = 0;     // the end of the frame before
     std::unique_ptr<FFResampler> resampler_ = FFResampler::make({});
     std::atomic<bool> syncOpened_{false};  // onSpeedUpSamples is asked
 };

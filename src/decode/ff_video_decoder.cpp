@@ -116,6 +116,9 @@ void FFVideoDecoder::insertPacket(MediaPacket* packet) {
     }
     if (drain(nowMs) && packet->data) {
         send(*packet, nowMs);
+        if (delay_->takesAtOnce) {
+            drain(KelpTime::getTimeMs());
+        }
     }
 }
 

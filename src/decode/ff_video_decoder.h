@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 
+#include "decode/decoder_delay.h"
 #include "decode/hw_decode_tables.h"
 #include "decode/picture_converter.h"
 #include "decode/video_decoder.h"
@@ -33,7 +34,8 @@ public:
     bool resume() override { return false; }
     void close() override;
 
-    // `packet` is a VideoPacket. Its pictures come out with the next call, or with the end packet's.
+    // `packet` is a VideoPacket. Its pictures come out with the next call, or with the end packet's; at once where a
+    // low delay is wanted.
     void insertPacket(MediaPacket* packet) override;
     void flush() override;
     bool enableHardware(bool enable, HwDecodeMode mode) override;
@@ -91,7 +93,8 @@ private:
     bool hwEnabled_ = true;
     HwDecodeMode hwDecodeMode_ = HW_DECODE_ALL;
     PlaybackOptions options_;
-    bool isHardware_ = false;           // a hardware decoder, or one with a device
+    bool isHardware_ = false;                                              // a hardware decoder, or one with a device
+    const DecoderDelay* delay_ = &DecoderDelay::of(/*isLive=*/false, {});  // the form that `open` has chosen
     bool sharesPictures_ = false;       // wanted, and the decoder has memory without end
     AVFrame* frame_ = nullptr;          // what the codec fills
     AVFrame* transferFrame_ = nullptr;  // copy of a hardware picture in system memory

@@ -18,8 +18,6 @@ namespace kelp {
 namespace {
 
 constexpr char kTag[] = "FFVideoDecoder";
-constexpr int kLiveThreads = 1;
-constexpr int kFileThreads = 4;
 
 struct FreeContext {
     void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
@@ -100,8 +98,9 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
         codecContext_->pix_fmt = format;  // another codec's is what the parameters say: few have a number here
     }
     codecContext_->idct_algo = 0;
+    delay_ = &DecoderDelay::of(isLive, options_);
     if (software) {
-        codecContext_->thread_count = isLive ? kLiveThreads : kFileThreads;
+        delay_->setUp(*codecContext_);
         if (hwEnabled_) {
             accelerate(decoder, codecId);
         }

@@ -230,6 +230,8 @@ PlaybackOptions PlayTask::optionsToPlay() {
     PlaybackOptions wanted = options();
     wanted.allCodecs = loadOptions_.allCodecs;
     wanted.maxPixels = loadOptions_.maxPixels;
+    const auto streamInfo = streamInfo_.load();
+    wanted.lowLiveDelay = loadOptions_.lowLiveDelay && streamInfo && streamInfo->is_live;
     return wanted;
 }
 
@@ -248,6 +250,10 @@ void PlayTask::setExternSyncClock(std::shared_ptr<SyncObject> clock) {
 
 SyncMasterMode PlayTask::getSyncMasterMode() {
     SyncMasterMode mode = syncMasterMode_;
+    // What is shown at once follows nobody, unless the host has a time of its own.
+    if (isLowDelay_ && (mode != SYNC_MASTER_CLOCK || !hasHostClock_)) {
+        mode = SYNC_MASTER_VIDEO;
+    }
     // Video falls back to audio without asking whether there is any.
     if (mode == SYNC_MASTER_VIDEO) {
         return videoPlayThread_.load() ? SYNC_MASTER_VIDEO : SYNC_MASTER_AUDIO;
@@ -280,6 +286,8 @@ void PlayTask::updateSyncObject() {
     const auto videoPlay = videoPlayThread_.load();
     if (videoPlay && mode != SYNC_MASTER_VIDEO) {
         videoPlay->setSyncObject(master);
+    } else if (videoPlay && isLowDelay_) {
+        videoPlay->setSyncObject(nullptr);
     }
 }
 

@@ -142,8 +142,8 @@ private:
     int onAudioPakcet(std::shared_ptr<AudioPacket> packet) override;
     int onVideoPacket(std::shared_ptr<VideoPacket> packet) override;
     int onAudioPacketQueueSize() override;
-    int onVideoPacketQueueSize() override;
-    int onAudioFrameQueueSize() override;  // also from the audio decode thread
+    int onVideoPacketQueueSize() override;  // also from the video play thread
+    int onAudioFrameQueueSize() override;   // also from the audio decode thread
     bool isDecoding() override;
     int onVideoFrameQueueSize() override;  // also from the video decode thread
     void onSeekStart(int seekTimeMs) override;
@@ -200,7 +200,7 @@ private:
 
     // What the host wants by now.
     PlaybackOptions options();
-    // The same, but what is in force from a load on as it was at this one.
+    // The same, but what is in force from a load on as it was at this one, and a low delay for a live source alone.
     PlaybackOptions optionsToPlay();
 
     bool pauseStages(bool paused);
@@ -239,7 +239,7 @@ private:
     void postReplay(SeekTurns::Next next);
     void replaySeek(SeekTurns::Next next);
 
-    // What the wanted mode comes to with the streams that there are.
+    // What the wanted mode comes to with the streams that there are. settingMutex_ is held.
     SyncMasterMode getSyncMasterMode();
     std::shared_ptr<SyncObject> getSyncMasterObject();
     // Gives the master to the play threads that follow it; settingMutex_ is held.
@@ -303,6 +303,7 @@ private:
     AtomicSharedPtr<MasterClock> masterClock_;  // a new one for each `play`
     AtomicSharedPtr<SyncObject> syncObject_;    // the master if it isn't a play thread
     bool hasHostClock_ = false;                 // that is a clock of the host; guarded by settingMutex_
+    bool isLowDelay_ = false;                   // the pictures lead but for such a clock; guarded by settingMutex_
     std::atomic<SyncMasterMode> syncMasterMode_{SYNC_MASTER_CLOCK};
     // Held while the speed or the choice of a clock is stored and handed to the play threads, so that the last one
     // asked for is the one in force. The stages' threads never take it.

@@ -82,6 +82,7 @@ bool PlayTask::play() {
 void PlayTask::makeClock() {
     std::lock_guard lock(settingMutex_);
     const bool isExact = playOptions_.exactTiming;
+    isLowDelay_ = playOptions_.lowLiveDelay;
     const auto clock = isExact ? std::make_shared<ExactClock>(speed_) : std::make_shared<MasterClock>();
     masterClock_.store(clock);
     // The standard is that the first playback's clock is followed for good.

@@ -6,6 +6,7 @@
 #include "clock/wrapping_math.h"
 #include "kelp_player/log.h"
 #include "present/exact_timing.h"
+#include "present/low_delay_timing.h"
 #include "present/standard_timing.h"
 #include "runtime/kelp_time.h"
 
@@ -16,22 +17,23 @@ constexpr int64_t kServeUs = 15'000;  // windows are served that often while a f
 constexpr int64_t kDryMs = 500;
 constexpr int64_t kMaxRestUs = 50'000;  // a window's size and the wall clock may have changed, and nobody tells
 
-namespace {
-
-std::unique_ptr<PictureTiming> makeTiming(bool isLive, RenderTiming* renderTiming, const PlaybackOptions& options,
-                                          std::function<int()> queueSize) {
-    if (options.exactTiming) {
-        return std::make_unique<ExactTiming>(isLive, renderTiming, std::move(queueSize));
-    }
-    return std::make_unique<StandardTiming>(isLive, renderTiming, std::move(queueSize));
-}
-
-}  // namespace
-
 VideoPlayThread::VideoPlayThread(bool isLive, RenderTiming* renderTiming, const PlaybackOptions& options)
     : BasePlayThread("VideoPlayThread", /*keepFrames=*/0),
-      timing_(makeTiming(isLive, renderTiming, options, [this] { return getFrameQueueSize(); })),
+      timing_(makeTiming(isLive, renderTiming, options)),
       windows_([this] { return isStopRequested(); }) {
+}
+
+std::unique_ptr<PictureTiming> VideoPlayThread::makeTiming(bool isLive, RenderTiming* renderTiming,
+                                                           const PlaybackOptions& options) {
+    if (options.lowLiveDelay) {
+        return std::make_unique<LowDelayTiming>(
+            [this] { return getFrameQueueSize() + (observer_ ? observer_->onVideoPacketQueueSize() : 0); });
+    }
+    const auto queueSize = [this] { return getFrameQueueSize(); };
+    if (options.exactTiming) {
+        return std::make_unique<ExactTiming>(isLive, renderTiming, queueSize);
+    }
+    return std::make_unique<StandardTiming>(isLive, renderTiming, queueSize);
 }
 
 VideoPlayThread::~VideoPlayThread() {

@@ -29,6 +29,8 @@ public:
     virtual void onFirstVideoFrame(int64_t pts) = 0;
     // Frames have left the queue, `left` are in it. Comes first when the thread starts.
     virtual void onVideoFramesTaken(int /*left*/) {}
+    // Packets that wait for the decoder. No lock is held.
+    virtual int onVideoPacketQueueSize() { return 0; }
 };
 
 #pragma GCC diagnostic pop
@@ -112,6 +114,8 @@ private:
     void onLateStart(int64_t positionMs) override;
     void onExit() override;
     void onFramesTaken(int left) override;
+
+    std::unique_ptr<PictureTiming> makeTiming(bool isLive, RenderTiming* renderTiming, const PlaybackOptions& options);
 
     // Waits until the picture that has begun is due and returns the time then; earlier if the wait was broken off.
     int64_t waitUntilDue(int64_t nowUs);

@@ -15,6 +15,7 @@ struct PlaybackOptions {
 
     bool allCodecs = false;            // "codecs": all that libavcodec decodes is played
     bool exactTiming = false;          // sound and pictures are in step as exactly as can be, at every speed
+    bool lowLiveDelay = false;         // "live_delay": a live source is shown as soon as can be
     bool sharedPictures = false;       // "pictures": pictures stay in the decoder's memory where that can be
     bool closedLiveFails = false;      // "closed_live_source": the end of a live source is its loss
     bool rtspFallsBack = false;        // "rtsp_fallback": an RTSP server that refuses TCP is asked for UDP

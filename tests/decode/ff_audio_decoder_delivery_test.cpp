@@ -46,6 +46,20 @@ TEST_F(FFAudioDecoderDeliveryTest, CopiesAFrameThatHasTheOutputsForm) {
     EXPECT_EQ(out.duration, 23);
 }
 
+TEST_F(FFAudioDecoderDeliveryTest, DeliversWhatAPacketBringsAtOnceWhereALowDelayIsWanted) {
+    decoder.setOptions({.lowLiveDelay = true});
+    openFor(2, 44100);
+    audioFakes().sendPacket = [this](const AVPacket* packet) {
+        decoded.push_back(makeAudioFrame(AV_SAMPLE_FMT_S16, 2, 44100, 1024, packet->pts));
+        return 0;
+    };
+    for (const int64_t pts : {0, 23}) {
+        decoder.insertPacket(makeAudioPacket(pts).get());
+        ASSERT_FALSE(observer->frames.empty());
+        EXPECT_EQ(observer->frames.back()->pts, pts);
+    }
+}
+
 TEST_F(FFAudioDecoderDeliveryTest, TellsAFramesLengthInWholeMilliseconds) {
     openFor(2, 44100);
     feedS16(44100, 44100);

@@ -358,6 +358,21 @@ TEST_F(FFVideoDecoderOpen, UsesFourThreadsForAFileAndOneForALiveSource) {
     }
 }
 
+// What reorders its pictures isn't told to hurry: it might forget to.
+TEST_F(FFVideoDecoderOpen, LetsNoThreadHoldAPictureWhereALowDelayIsWanted) {
+    for (const auto& [type, reorders] : {std::pair{VIDEO_CODEC_MPEG4, true}, std::pair{VIDEO_CODEC_MJPEG, false}}) {
+        videoFakes() = {};
+        decoder_ = std::make_shared<FFVideoDecoder>();
+        decoder_->enableHardware(false, HW_DECODE_NONE);
+        decoder_->setOptions({.lowLiveDelay = true});
+        EXPECT_TRUE(open(type, nullptr, true));
+        EXPECT_EQ(lastOpened().threads, 4);
+        EXPECT_EQ(lastOpened().threadType, FF_THREAD_SLICE);
+        EXPECT_EQ((lastOpened().flags & AV_CODEC_FLAG_LOW_DELAY) == 0, reorders);
+        decoder_->close();
+    }
+}
+
 TEST_F(FFVideoDecoderOpen, HasAccelerationRowsForH264AndHevcOnly) {
     videoFakes().findByName = [](const char*) { return nullptr; };
     EXPECT_TRUE(open(VIDEO_CODEC_MJPEG));

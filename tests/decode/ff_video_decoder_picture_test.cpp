@@ -7,6 +7,7 @@
 
 #include "decode/decoded_frame.h"
 #include "decode/ff_video_decoder_fixture.h"
+#include "input/tick_math.h"
 #include "support/ffmpeg_release.h"
 
 extern "C" {
@@ -559,6 +560,31 @@ TEST_P(FFVideoDecoderStream, ComesOutAsTheCommandDecodesIt) {
         EXPECT_EQ(frame.width, row.width);
         EXPECT_EQ(frame.height, row.height);
         EXPECT_TRUE(planesOf(frame) == stream.expected(i)) << "picture " << i;
+    }
+}
+
+// A stream that reorders its pictures has them held back for that alone.
+TEST_P(FFVideoDecoderStream, ComesOutInTheSameOrderWithALowDelay) {
+    constexpr int kFrames = 12;
+    const auto& row = GetParam();
+    const auto stream = test::makeVideoStream(row.options, row.extension, row.width, row.height, kFrames);
+    decoder_->enableHardware(false, HW_DECODE_NONE);
+    decoder_->setOptions({.lowLiveDelay = true});
+    ASSERT_TRUE(open(stream.codecType, stream.parameters.get(), /*isLive=*/true, stream.pixFormat));
+    bool reorders = false;
+    for (const auto& packet : stream.packets) {
+        decoder_->insertPacket(packet.get());
+        reorders = reorders || packet->pts != packet->dts;
+        if (!reorders) {
+            ASSERT_FALSE(observer_->frames.empty());
+            EXPECT_EQ(observer_->frames.back()->pts, ticksToMs(packet->pts, packet->timeBaseNum, packet->timeBaseDen));
+        }
+    }
+    decoder_->insertPacket(test::makeEndPacket(true).get());
+    ASSERT_THAT(observer_->frames, SizeIs(kFrames));
+    for (size_t i = 0; i < kFrames; ++i) {
+        EXPECT_EQ(observer_->frames[i]->pts, observer_->frames[0]->pts + 40 * static_cast<int64_t>(i));
+        EXPECT_TRUE(planesOf(*observer_->frames[i]) == stream.expected(i)) << "picture " << i;
     }
 }
 

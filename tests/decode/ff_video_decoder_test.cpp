@@ -88,6 +88,26 @@ TEST_F(FFVideoDecoderTest, DeliversAllReadyPicturesBeforeItSends) {
     EXPECT_THAT(observer_->times(), ElementsAre(0, 40));
 }
 
+TEST_F(FFVideoDecoderTest, DeliversWhatAPacketBringsAtOnceWhereALowDelayIsWanted) {
+    decoder_->close();
+    decoder_ = std::make_shared<FFVideoDecoder>();
+    decoder_->enableHardware(false, HW_DECODE_NONE);
+    decoder_->setOptions({.lowLiveDelay = true});
+    ASSERT_TRUE(open(VIDEO_CODEC_MPEG4, nullptr, true));
+    script();
+    videoFakes().send = [](const AVPacket* packet) {
+        FakeTime::advanceMs(100);  // in which it is decoded
+        videoFakes().pictures.push_back(makePicture(packet->pts));
+        return 0;
+    };
+    for (const int64_t pts : {0, 40, 80}) {
+        send(pts);
+        EXPECT_EQ(observer_->frames.back()->pts, pts);
+    }
+    EXPECT_THAT(observer_->times(), ElementsAre(0, 40, 80));
+    EXPECT_GT(decoder_->getAvgDecodeTime(), 0);
+}
+
 TEST_F(FFVideoDecoderTest, FlushesTheCodecForAFlushPacketAndNothingElse) {
     send(0);
     videoFakes().calls.clear();

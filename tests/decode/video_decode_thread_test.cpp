@@ -308,6 +308,24 @@ TEST_F(VideoDecodeThreadTest, HandsItsSettingsToTheDecoder) {
     EXPECT_EQ(log.count("[VideoDecodeThread]: "), 0);
 }
 
+// No packet comes behind it that would push it out.
+TEST_F(VideoDecodeThreadTest, GivesOutThePictureOfTheLastPacketWhereALowDelayIsWanted) {
+    opened_ = thread_->open(VIDEO_CODEC_MPEG4, nullptr, PIX_FMT_YUV420P, false, HW_DECODE_NONE, true, observer_,
+                            {.lowLiveDelay = true});
+    ASSERT_TRUE(opened_);
+    videoFakes().queuePictures = true;
+    videoFakes().send = [](const AVPacket* packet) {
+        videoFakes().pictures.push_back(test::makePicture(packet->pts));
+        return 0;
+    };
+    start();
+    for (size_t count = 1; count <= 3; ++count) {
+        thread_->fillPacket(makeVideoPacket(static_cast<int64_t>(count) * 40));
+        ASSERT_THAT(observer_->waitForEvents(count), SizeIs(count));
+    }
+    EXPECT_THAT(observer_->waitForEvents(3), ElementsAre("frame 40", "frame 80", "frame 120"));
+}
+
 TEST_F(VideoDecodeThreadTest, LeavesTheHardwareAloneWhenThatIsOffWhateverTheMode) {
     videoFakes().findByName = [](const char*) { return test::realDecoder(AV_CODEC_ID_H264); };
     videoFakes().findDeviceType = [](const char*) { return AV_HWDEVICE_TYPE_VAAPI; };

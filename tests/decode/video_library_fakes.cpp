@@ -59,9 +59,10 @@ int __real_avcodec_open2(AVCodecContext* context, const AVCodec* codec, AVDictio
 int __wrap_avcodec_open2(AVCodecContext* context, const AVCodec* codec, AVDictionary** options) {
     auto& fakes = videoFakes();
     fakes.calls.push_back(std::string("open ") + codec->name);
-    fakes.opened.push_back({codec->name, context, context->thread_count, context->idct_algo, context->pix_fmt,
-                            context->width, context->height, context->extradata_size, context->hw_device_ctx != nullptr,
-                            context->opaque != nullptr, context->get_format == avcodec_default_get_format, 0});
+    fakes.opened.push_back({codec->name, context, context->thread_count, context->thread_type, context->flags,
+                            context->idct_algo, context->pix_fmt, context->width, context->height,
+                            context->extradata_size, context->hw_device_ctx != nullptr, context->opaque != nullptr,
+                            context->get_format == avcodec_default_get_format, 0});
     const int refused = fakes.openError ? fakes.openError() : 0;
     const int result = refused < 0 ? refused : __real_avcodec_open2(context, codec, options);
     fakes.opened.back().result = result;

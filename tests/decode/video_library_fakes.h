@@ -28,6 +28,8 @@ struct VideoLibraryFakes {
         std::string decoder;
         AVCodecContext* context;
         int threads;
+        int threadType;
+        int flags;
         int idctAlgo;
         AVPixelFormat pixFmt;
         int width;

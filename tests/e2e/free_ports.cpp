@@ -1,6 +1,6 @@
 #include "e2e/free_ports.h"
 
-#include <netinet/in.h>
+#include <arpa/inet.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -56,6 +56,14 @@ int freePortPair(int socketType) {
     }
     std::fprintf(stderr, "no two free ports in a row\n");
     std::abort();
+}
+
+sockaddr_in loopbackAddress(int port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    return address;
 }
 
 }  // namespace kelp::test

@@ -6,7 +6,7 @@ usage: rtsp_server.py [--port PORT] [--udp-only] [--file NAME=PATH]...
 Prints "ready PORT" when it answers, and "teardown" for each session that its client ends. It refuses TCP with
 --udp-only. It serves
 
-  /h264-aac  /h264-alaw  /hevc-aac  /hevc-alaw  /h264
+  /h264-aac  /h264-alaw  /hevc-aac  /hevc-alaw  /h264  /hevc
              live: a picture with the machine's monotonic clock in it (see ClockPicture), 320x180, 25 a second, a key
              frame every second, and a tone of 440 Hz
   /size-change-h264  /size-change-hevc
@@ -42,6 +42,7 @@ LIVE = ("appsrc name=clock is-live=true format=time do-timestamp=true max-buffer
         "queue")
 LIVE_MOUNTS = {
     "h264": (H264, ""),
+    "hevc": (HEVC, ""),
     "h264-aac": (H264, AAC),
     "h264-alaw": (H264, ALAW),
     "hevc-aac": (HEVC, AAC),

@@ -1,7 +1,5 @@
 #include "e2e/udp_relay.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -9,19 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "e2e/free_ports.h"
+
 namespace kelp::test {
-
-namespace {
-
-sockaddr_in loopback(int port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(static_cast<uint16_t>(port));
-    return address;
-}
-
-}  // namespace
 
 UdpRelay::UdpRelay() : thread_([this] { run(); }) {
 }
@@ -38,7 +26,7 @@ int UdpRelay::forward(int toPort) {
     Route route;
     route.toPort = toPort;
     route.socket = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(0);
+    sockaddr_in address = loopbackAddress(0);
     socklen_t length = sizeof address;
     if (bind(route.socket, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
         getsockname(route.socket, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
@@ -100,7 +88,7 @@ void UdpRelay::relay(Route& route) {
 }
 
 void UdpRelay::send(const Route& route, const char* data, size_t size) {
-    const sockaddr_in to = loopback(route.toPort);
+    const sockaddr_in to = loopbackAddress(route.toPort);
     // Nobody may listen yet, or any more: that is what datagrams are like.
     (void)sendto(route.socket, data, size, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
     ++passed_;

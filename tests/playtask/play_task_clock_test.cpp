@@ -83,6 +83,33 @@ TEST_F(PlayTaskClocks, LetAudioFollowVideoInModeTwo) {
     EXPECT_EQ(followedByVideo(), nullptr);
 }
 
+// Whatever mode is wanted; a host's clock alone has the say over what is shown at once.
+TEST_F(PlayTaskClocks, LetThePicturesLeadWithALowDelayButForAHostsClock) {
+    under.peer.setLowDelay();
+    addVideo();
+    addAudio();
+    for (const auto mode : {SYNC_MASTER_CLOCK, SYNC_MASTER_AUDIO, SYNC_MASTER_VIDEO}) {
+        under.task->setSyncMasterMode(mode);
+        EXPECT_EQ(followedByVideo(), nullptr);
+        EXPECT_EQ(followedByAudio(), video);
+    }
+    under.task->setExternSyncClock(clock);
+    EXPECT_EQ(followedByVideo(), nullptr) << "the pictures are wanted for the master";
+    under.task->setSyncMasterMode(SYNC_MASTER_CLOCK);
+    EXPECT_EQ(followedByVideo(), clock);
+    EXPECT_EQ(followedByAudio(), clock);
+    under.task->setExternSyncClock(nullptr);
+    EXPECT_EQ(followedByVideo(), nullptr);
+    EXPECT_EQ(followedByAudio(), video);
+}
+
+TEST_F(PlayTaskClocks, LetSoundAloneFollowNobodyWithALowDelay) {
+    under.peer.setLowDelay();
+    addAudio();
+    under.task->setSyncMasterMode(SYNC_MASTER_CLOCK);
+    EXPECT_EQ(followedByAudio(), nullptr);
+}
+
 TEST_F(PlayTaskClocks, LeaveAMasterItsFormerMaster) {
     addVideo();
     addAudio();

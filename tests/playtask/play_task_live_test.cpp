@@ -87,6 +87,29 @@ TEST_F(LivePlayback, IsPacedByItsArrivalWithoutAMaster) {
     }
 }
 
+// With each master. No picture waits for the packet behind it, nor for more than the arrivals ask for: a source that
+// comes like this has a jitter of 20 ms.
+TEST_F(LivePlayback, IsShownAsItComesWithALowDelay) {
+    for (const auto mode : {SYNC_MASTER_VIDEO, SYNC_MASTER_CLOCK, SYNC_MASTER_AUDIO}) {
+        arrivedMs_.clear();
+        under.task->changeOptions([](PlaybackOptions& options) { options.lowLiveDelay = true; });
+        under.task->setSyncMasterMode(mode);
+        const auto shown = play();
+        ASSERT_GE(shown.size(), kPictures);
+        for (size_t i = 1; i < kPictures; ++i) {
+            EXPECT_LE(shown[i].atMs, arrivedMs_[i - 1] + 21) << "picture " << i;
+        }
+    }
+}
+
+TEST_F(LivePlayback, TakesNoFileForALiveSource) {
+    under.task->changeOptions([](PlaybackOptions& options) { options.lowLiveDelay = true; });
+    load("video.mp4");
+    ASSERT_TRUE(under.task->play());
+    EXPECT_EQ(under.peer.effectiveMode(), SYNC_MASTER_CLOCK);
+    under.task->stop();
+}
+
 // The filter is fed, but nobody asks it.
 TEST_F(LivePlayback, FollowsItsMasterWhereThereIsOne) {
     under.task->setSyncMasterMode(SYNC_MASTER_CLOCK);

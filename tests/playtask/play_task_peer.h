@@ -40,6 +40,8 @@ public:
     std::shared_ptr<CodecInfo> codecInfo() { return task_.codecInfo_.load(); }
 
     SyncMasterMode effectiveMode() { return task_.getSyncMasterMode(); }
+    // As `play` has it where a live source is played with a low delay.
+    void setLowDelay() { task_.isLowDelay_ = true; }
     std::shared_ptr<SyncObject> master() { return task_.getSyncMasterObject(); }
 
     void raise(int type, int a, int b, int c) { task_.raise(static_cast<EventType>(type), a, b, c); }

@@ -4,6 +4,7 @@
 
 #include "decode/audio_frame_info.h"
 #include "decode/audio_output_spec.h"
+#include "present/device_clock.h"
 
 namespace kelp {
 
@@ -38,6 +39,10 @@ public:
 
     // Linear gain, 1.0 leaving the samples as they are.
     virtual bool setVolume(float volume) = 0;
+
+    // What of all that was handed over since `init` is heard at `nowUs`, microseconds by KelpTime. For an exact clock,
+    // which stands with an output that doesn't tell.
+    virtual HeardSound heard(int64_t /*nowUs*/) { return {}; }
 };
 
 }  // namespace kelp

@@ -2,19 +2,15 @@
 
 #include <algorithm>
 #include <bit>
-#include <cmath>
 #include <limits>
 #include <utility>
 
-#include "clock/wrapping_math.h"
 #include "kelp_player/log.h"
 #include "kelp_player/statistics.h"
+#include "present/exact_sound.h"
+#include "present/standard_sound.h"
+#include "present/tempo_library.h"
 #include "runtime/kelp_time.h"
-
-// The header leaves the linkage to the platform and says nothing of it here.
-extern "C" {
-#include "SoundTouchDLL.h"
-}
 
 namespace kelp {
 
@@ -22,13 +18,10 @@ namespace {
 
 constexpr const char* kTag = "AudioPlayThread";
 
-constexpr int kDiffAvgFrames = 20;  // differences before the average counts
-constexpr int kMinThresholdMs = 25;
-constexpr int kMaxThresholdMs = 100;
-
-// The tempo library makes 1 / tempo samples out of one and doesn't come back from a tempo of 0. Below zero it drops
-// samples and does come back.
-constexpr float kMinTempo = 0.0005f;
+// A piece is right in its middle only, so where time is exact the longer ones, up to 90 ms, that the library would
+// choose for lower speeds are too long.
+constexpr int kPieceSetting = 3;
+constexpr int kPieceMs = 40;
 
 // Cuts the frame down to the bytes that its buffer holds. False if it holds none.
 bool limitToBuffer(AudioFrameInfo& frame) {
@@ -46,8 +39,7 @@ short* samplesOf(const AudioFrameInfo& frame) {
 }  // namespace
 
 AudioPlayThread::AudioPlayThread()
-    : BasePlayThread("AudioPlayThread", /*keepFrames=*/0, Idle::Asleep),
-      diffAvgCoef_(std::exp(std::log(0.01) / kDiffAvgFrames)) {
+    : BasePlayThread("AudioPlayThread", /*keepFrames=*/0, Idle::Asleep), timing_(std::make_unique<StandardSound>()) {
 }
 
 AudioPlayThread::~AudioPlayThread() {
@@ -65,6 +57,7 @@ void AudioPlayThread::init(std::shared_ptr<AudioPlayThreadObserver> observer) {
 
 void AudioPlayThread::setOutputSpec(AudioOutputSpec spec) {
     outputSpec_ = spec;
+    timing_->setSpec(spec);
     if (void* soundTouch = soundTouch_) {
         soundtouch_setSampleRate(soundTouch, static_cast<unsigned int>(spec.sampleRate));
         soundtouch_setChannels(soundTouch, static_cast<unsigned int>(spec.channels));
@@ -75,10 +68,18 @@ void AudioPlayThread::setOutputSpec(AudioOutputSpec spec) {
 
 void AudioPlayThread::setOptions(const PlaybackOptions& options) {
     audioOutputFactory_ = std::make_shared<AudioOutputFactory>(options);
+    if (!options.exactTiming) {
+        return;
+    }
+    timing_ = std::make_unique<ExactSound>();
+    timing_->setSpec(outputSpec_);
+    if (void* soundTouch = soundTouch_) {
+        soundtouch_setSetting(soundTouch, kPieceSetting, kPieceMs);
+    }
 }
 
 void AudioPlayThread::setSpeed(float speed) {
-    speed_.store(speed, std::memory_order_relaxed);
+    timing_->setSpeed(speed);
     // The play thread sets the tempo before each frame anyway, and the library takes one thread at a time.
     if (isStarted()) {
         return;
@@ -101,6 +102,7 @@ bool AudioPlayThread::pause(bool paused) {
     if (const auto output = audioOutput_.load()) {
         output->pause(paused);
     }
+    timing_->setPaused(paused);
     return true;
 }
 
@@ -147,14 +149,14 @@ void AudioPlayThread::prepareStop() {
 void AudioPlayThread::stop() {
     BasePlayThread::stop();
     // Two threads that have followed each other would keep each other alive.
-    syncObject_.store(nullptr);
+    timing_->follow(nullptr);
 }
 
 void AudioPlayThread::onSeekStart(int seekTimeMs) {
     Log::Debug(kTag, "%s, seekTimeMs:%d\n", "onSeekStart", seekTimeMs);
     isFirstAwaited_ = false;
     needFlush_ = true;
-    clock_.set(seekTimeMs, KelpTime::getTimeMs());
+    timing_->seek(seekTimeMs);
 }
 
 void AudioPlayThread::onSeekFinish(int ptsMs) {
@@ -165,12 +167,13 @@ void AudioPlayThread::onSeekFinish(int ptsMs) {
 }
 
 void AudioPlayThread::onLateStart(int64_t positionMs) {
-    isFirstAwaited_ = isFirstAwaited_ || !clock_.hasTime();
-    clock_.set(positionMs, KelpTime::getTimeMs());
+    isFirstAwaited_ = isFirstAwaited_ || !hasTime();
+    timing_->runFrom(positionMs);
 }
 
 void AudioPlayThread::onExit() {
     Log::Debug(kTag, "onExit\n");
+    timing_->setOutput(nullptr);
     if (const auto output = audioOutput_.exchange(nullptr)) {
         output->close();
     }
@@ -197,44 +200,52 @@ bool AudioPlayThread::onOutput(std::shared_ptr<DecodedFrame> frame) {
     if (isPaused()) {
         return false;
     }
-    if ((std::exchange(isFirstAwaited_, false) || !clock_.hasTime()) && observer_) {
+    if ((std::exchange(isFirstAwaited_, false) || !hasTime()) && observer_) {
         observer_->onFirstAudioFrame(audioFrame->pts);
     }
 
-    const int64_t now = KelpTime::getTimeMs();
+    const int64_t nowMs = KelpTime::getTimeMs();
     void* const soundTouch = soundTouch_.load(std::memory_order_relaxed);
     auto output = audioOutput_.load();
     if (std::exchange(needFlush_, false)) {
-        if (output) {
-            output->flush();
-        }
-        if (soundTouch) {
-            soundtouch_flush(soundTouch);
-        }
+        timing_->empty(output.get(), soundTouch);
     }
     if (!output) {
         output = makeOutput();
     }
-
-    // The clock names the sample at the loudspeaker, not the one that enters the ring.
-    const int64_t ahead = output->getBufferDuration();
-    clock_.set(audioFrame->pts > ahead ? audioFrame->pts - ahead : 0, now);
-    computeUnSyncSamples(durationOf(*audioFrame));
-    if (const auto master = syncObject_.load(); master && master->isForceSync() && getUnSyncSamples() > 0) {
+    if (!isTimeFor(*audioFrame, *output, nowMs)) {
         return false;
     }
 
-    if (!limitToBuffer(*audioFrame) || (soundTouch && !stretch(soundTouch, *audioFrame))) {
+    if (!limitToBuffer(*audioFrame)) {
         return true;
     }
+    const int64_t put = framesOf(*audioFrame);
+    const bool hasSound = !soundTouch || stretch(soundTouch, *audioFrame);
+    timing_->handOver(soundTouch, put, hasSound ? framesOf(*audioFrame) : 0);
     // The last look before the write that may block, see `prepareStop`.
-    if (isStopRequested()) {
+    if (!hasSound || isStopRequested()) {
         return true;
     }
     output->fillFrame(audioFrame);
     counts_.blocks.add();
     counts_.underruns.set(output->underruns());
     return true;
+}
+
+bool AudioPlayThread::isTimeFor(AudioFrameInfo& frame, IAudioOutput& output, int64_t nowMs) {
+    for (;;) {
+        const int64_t waitUs = timing_->begin(frame, durationOf(frame), output, nowMs);
+        counts_.aheadOfMasterMs.set(timing_->aheadOfMasterMs());
+        if (waitUs <= 0 || waitUs >= SoundTiming::kRetryUs || isPaused() || isSeekPending() || isStopRequested()) {
+            return waitUs <= 0;
+        }
+        restUntilSeek(waitUs);
+    }
+}
+
+int64_t AudioPlayThread::framesOf(const AudioFrameInfo& frame) const {
+    return outputSpec_.channels < 1 ? 0 : frame.dataSize / (2 * static_cast<unsigned int>(outputSpec_.channels));
 }
 
 std::shared_ptr<IAudioOutput> AudioPlayThread::makeOutput() {
@@ -244,6 +255,7 @@ std::shared_ptr<IAudioOutput> AudioPlayThread::makeOutput() {
     auto output = audioOutputFactory_->create(outputSpec_);
     counts_.output.set(output->init(outputSpec_) ? SOUND_OUTPUT_DEVICE : SOUND_OUTPUT_NONE);
     audioOutput_.store(output);
+    timing_->setOutput(output);
 
     // What the control side asked for while it saw no output.
     float volume = 0;
@@ -266,7 +278,7 @@ bool AudioPlayThread::stretch(void* soundTouch, AudioFrameInfo& frame) {
         return true;
     }
     const auto frameBytes = 2 * static_cast<unsigned int>(outputSpec_.channels);
-    soundtouch_setTempo(soundTouch, tempo());
+    soundtouch_setTempo(soundTouch, timing_->tempo());
     soundtouch_putSamples_i16(soundTouch, samplesOf(frame), frame.dataSize / frameBytes);
     const unsigned int ready = soundtouch_numSamples(soundTouch);
     if (ready == 0) {
@@ -285,53 +297,6 @@ bool AudioPlayThread::stretch(void* soundTouch, AudioFrameInfo& frame) {
     }
     frame.dataSize = got * frameBytes;
     return true;
-}
-
-float AudioPlayThread::tempo() const {
-    const auto behind = static_cast<float>(-unSyncSamples_.load(std::memory_order_relaxed));
-    const float correction =
-        behind / static_cast<float>(outputSpec_.sampleRate) / static_cast<float>(outputSpec_.channels) * 2.0f;
-    const float tempo = correction + speed_.load(std::memory_order_relaxed);
-    return tempo >= 0.0f && tempo < kMinTempo ? kMinTempo : tempo;
-}
-
-void AudioPlayThread::computeUnSyncSamples(int64_t duration) {
-    const auto master = syncObject_.load();
-    if (!master) {
-        unSyncSamples_.store(0, std::memory_order_relaxed);
-        counts_.aheadOfMasterMs.set(0);
-        return;
-    }
-    const double diff = static_cast<double>(getSyncPts()) - static_cast<double>(master->getSyncPts());
-    counts_.aheadOfMasterMs.set(truncated<int64_t>(diff));
-    const int64_t noSync = std::max(kNoSyncThresholdMs, master->getNoSyncThreshold());
-    int result = 0;
-    if (std::abs(diff) < static_cast<double>(noSync)) {
-        diffCum_ = diffAvgCoef_ * diffCum_ + diff;
-        if (diffAvgCount_ < kDiffAvgFrames) {
-            ++diffAvgCount_;
-        } else {
-            const auto twice = static_cast<int>(2 * static_cast<uint32_t>(duration));
-            const int threshold = std::clamp(twice, kMinThresholdMs, kMaxThresholdMs);
-            // The mean decides whether to correct, the present difference by how much.
-            if (std::abs((1.0 - diffAvgCoef_) * diffCum_) >= threshold) {
-                result = toSamples(diff);
-            }
-        }
-    } else {
-        Log::Debug(kTag, "diff:%lf, no sync threshold:%lld, out of sync...\n", diff, static_cast<long long>(noSync));
-        diffAvgCount_ = 0;
-        diffCum_ = 0;
-    }
-    if (master->isForceSync() && diff > 0) {
-        result = toSamples(diff);
-    }
-    unSyncSamples_.store(result, std::memory_order_relaxed);
-}
-
-int AudioPlayThread::toSamples(double ms) const {
-    constexpr double kLimit = std::numeric_limits<int>::max();
-    return static_cast<int>(std::clamp(outputSpec_.sampleRate * ms / 1000.0, -kLimit, kLimit));
 }
 
 }  // namespace kelp

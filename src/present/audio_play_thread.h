@@ -10,7 +10,7 @@
 #include "present/audio_output.h"
 #include "present/audio_output_factory.h"
 #include "present/base_play_thread.h"
-#include "present/running_clock.h"
+#include "present/sound_timing.h"
 #include "runtime/atomic_shared_ptr.h"
 
 namespace kelp {
@@ -32,11 +32,11 @@ public:
 
 // Plays sound: takes decoded blocks, changes their tempo and writes them to the audio output, whose small ring blocks
 // the write and so paces the thread. It is a clock that others may follow, and it measures how far it is away from the
-// one that it follows itself; the tempo makes up for the difference.
+// one that it follows itself; the tempo makes up for the difference: SoundTiming decides by how much, this class waits.
 //
-// Calls in this order: `init`, `setOutputSpec`, `start`, then all others from the control side at will, then `stop`.
-// The clock and getUnSyncSamples may be read from any thread. The tempo library's object belongs to the play thread
-// from `start` on.
+// Calls in this order: `init`, `setOutputSpec`, `setOptions`, `start`, then all others from the
+// control side at will, then `stop`. The clock and getUnSyncSamples may be read from any thread. The tempo library's
+// object belongs to the play thread from `start` on.
 class AudioPlayThread : private BasePlayThread, public SyncObject {
 public:
     AudioPlayThread();
@@ -45,7 +45,7 @@ public:
 
     void init(std::shared_ptr<AudioPlayThreadObserver> observer);
     void setOutputSpec(AudioOutputSpec spec);
-    // What the host wants of the output; before the start.
+    // What the host wants of the output, and of the clock; behind the above, before the start.
     void setOptions(const PlaybackOptions& options);
 
     // Whether the tempo can be changed here. If not, the decoder is to make up for differences.
@@ -57,16 +57,16 @@ public:
     // Linear gain. False if there is no output yet, which then gets the value when it is made.
     bool setVolume(float volume);
 
-    // The position at the loudspeaker, in milliseconds, as of the last frame.
-    int64_t getCurrentTime() { return clock_.pts(); }
+    // The position at the loudspeaker, in milliseconds; in the standard form as of the last frame.
+    int64_t getCurrentTime() { return timing_->positionMs(); }
     // Whether there is one: not before the first frame.
-    bool hasTime() const { return clock_.hasTime(); }
+    bool hasTime() const { return timing_->hasTime(); }
 
     // What it counts; any thread, without a lock.
     const SoundCounts& counts() const { return counts_; }
 
     // By how many samples per channel the sound runs ahead of the clock that it follows; negative if it lags.
-    int getUnSyncSamples() { return unSyncSamples_.load(std::memory_order_relaxed); }
+    int getUnSyncSamples() { return timing_->unSyncSamples(); }
 
     using BasePlayThread::fillFrame;
     using BasePlayThread::getFrameQueueSize;
@@ -83,10 +83,11 @@ public:
     void stop() override;
     void prepareStop() override;
 
-    int64_t getNoSyncThreshold() override { return kNoSyncThresholdMs; }
+    int64_t getNoSyncThreshold() override { return 10000; }
     bool isForceSync() override { return false; }
-    int64_t getSyncPts() override { return clock_.read(); }
-    void setSyncObject(std::shared_ptr<SyncObject> syncObject) override { syncObject_.store(std::move(syncObject)); }
+    int64_t getSyncPts() override { return timing_->readMs(); }
+    int64_t getSyncPtsUs() override { return timing_->readUs(); }
+    void setSyncObject(std::shared_ptr<SyncObject> syncObject) override { timing_->follow(std::move(syncObject)); }
 
 private:
     friend class AudioPlayThreadPeer;  // lets tests drive the steps below without a thread
@@ -99,37 +100,26 @@ private:
     void onExit() override;
     void onFramesTaken(int left) override;
 
-    // Measures the distance to the clock that is followed, as a running average over about 20 frames. `duration` is
-    // the frame's, in milliseconds.
-    void computeUnSyncSamples(int64_t duration);
-    int toSamples(double ms) const;
-    // The tempo that makes up for the difference, on top of the speed.
-    float tempo() const;
-
     // Makes the output, opens it and only then lets the control side see it.
     std::shared_ptr<IAudioOutput> makeOutput();
+    // Whether `frame` is to be played now; waits for a while if it isn't.
+    bool isTimeFor(AudioFrameInfo& frame, IAudioOutput& output, int64_t nowMs);
+    // Samples per channel.
+    int64_t framesOf(const AudioFrameInfo& frame) const;
     // Replaces the frame's samples by what comes out of the tempo change. False if nothing did.
     bool stretch(void* soundTouch, AudioFrameInfo& frame);
     void destroySoundTouch();
 
-    static constexpr int64_t kNoSyncThresholdMs = 10000;
-
     AudioOutputSpec outputSpec_;  // of the samples that arrive; fixed from `start` on
     std::shared_ptr<AudioOutputFactory> audioOutputFactory_;
     AtomicSharedPtr<IAudioOutput> audioOutput_;  // from the first frame to onExit; written by the play thread
-    RunningClock clock_;                         // what is at the loudspeaker
-    AtomicSharedPtr<SyncObject> syncObject_;     // the clock to follow, or none
-    std::atomic<int> unSyncSamples_{0};          // per channel; positive means ahead
+    std::unique_ptr<SoundTiming> timing_;        // the clock and the tempo; of the standard form at first
     SoundCounts counts_;
-    const double diffAvgCoef_;     // weight of the past in diffCum_
-    double diffCum_ = 0;           // running weighted sum of the difference, in milliseconds
-    int diffAvgCount_ = 0;         // differences in diffCum_, up to 20
     bool isFirstAwaited_ = false;  // the clock goes on before the very first frame
     bool needFlush_ = false;       // the next frame flushes the output and the tempo change first
     std::shared_ptr<AudioPlayThreadObserver> observer_;
     std::atomic<float> volume_{1.0f};         // linear gain
     std::atomic<void*> soundTouch_{nullptr};  // owned, from `init` to onExit; null if the library gave none
-    std::atomic<float> speed_{1.0f};
 };
 
 }  // namespace kelp

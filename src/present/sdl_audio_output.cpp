@@ -10,6 +10,7 @@
 #include "kelp_player/log.h"
 #include "present/sdl_thread_storage.h"
 #include "runtime/cycle_buffer_wrapper.h"
+#include "runtime/kelp_time.h"
 
 namespace kelp {
 
@@ -70,6 +71,7 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
         return false;
     }
     wantedSpec_.format = format;
+    frameBytes_ = wantedSpec_.channels * SDL_AUDIO_BITSIZE(format) / 8;
 
     SDL_AudioSpec obtained{};
     const SDL_AudioDeviceID device =
@@ -81,6 +83,7 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
         }
         return false;
     }
+    openClock(obtained);
     {
         std::lock_guard lock(deviceMutex_);
         deviceId_ = device;
@@ -101,7 +104,19 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
     return true;
 }
 
+// The ring's bytes are taken as they are, so many of them per second as the device plays of its own.
+void SDLAudioOutput::openClock(const SDL_AudioSpec& obtained) {
+    const int deviceFrameBytes = obtained.channels * SDL_AUDIO_BITSIZE(obtained.format) / 8;
+    std::lock_guard lock(clockMutex_);
+    clock_.open(obtained.samples * deviceFrameBytes / frameBytes_,
+                static_cast<double>(obtained.freq) * deviceFrameBytes / frameBytes_);
+}
+
 bool SDLAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {
+    if (const int frameBytes = frameBytes_; frameBytes > 0) {
+        std::lock_guard lock(clockMutex_);
+        clock_.handOver(frame->dataSize / static_cast<unsigned>(frameBytes));
+    }
     if (wantedSpec_.format == AUDIO_S16LSB) {
         applyVolume(frame.get());
     }
@@ -110,6 +125,10 @@ bool SDLAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {
     if (flushRequested_) {
         // In this order: until the ring is empty, the device stays silent.
         cycleBuffer_->reset();
+        {
+            std::lock_guard lock(clockMutex_);
+            clock_.drop(KelpTime::getTimeUs());
+        }
         flushRequested_ = false;
         return true;
     }
@@ -186,21 +205,37 @@ bool SDLAudioOutput::setVolume(float volume) {
     return true;
 }
 
+HeardSound SDLAudioOutput::heard(int64_t nowUs) {
+    std::lock_guard lock(clockMutex_);
+    return clock_.heard(nowUs);
+}
+
 void SDLAudioOutput::sdlAudioCallback(void* userdata, unsigned char* stream, int len) {
     auto* output = static_cast<SDLAudioOutput*>(userdata);
-    if (!output || output->paused_) {
+    if (!output) {
         std::memset(stream, 0, static_cast<size_t>(len));
         return;
     }
-    const int got = output->cycleBuffer_->read_noblock(stream, len);
-    if (got < len) {
-        const int filled = std::max(got, 0);
-        std::memset(stream + filled, 0, static_cast<size_t>(len - filled));
+    const int64_t nowUs = KelpTime::getTimeUs();
+    const int got = output->takeSound(stream, len);
+    if (const int frameBytes = output->frameBytes_; frameBytes > 0) {
+        std::lock_guard lock(output->clockMutex_);
+        output->clock_.take(got / frameBytes, nowUs);
     }
-    output->watchForGap(got >= len);
+}
+
+int SDLAudioOutput::takeSound(unsigned char* stream, int len) {
+    if (paused_) {
+        std::memset(stream, 0, static_cast<size_t>(len));
+        return 0;
+    }
+    const int got = std::max(cycleBuffer_->read_noblock(stream, len), 0);
+    std::memset(stream + got, 0, static_cast<size_t>(len - got));
+    watchForGap(got >= len);
     if (got > 0 && got != len) {
         Log::Debug(kTag, "%s, req:%d, got:%d\n", "sdlAudioCallback", len, got);
     }
+    return got;
 }
 
 // Counted at its end: the end of the stream is none.

@@ -16,8 +16,8 @@ class CycleBufferWrapper;
 // Sound by SDL: a ring of 8192 bytes between the play thread, which waits for room in it, and the callback of the
 // device, which takes what is there and plays silence for the rest. Applies the volume before the ring.
 //
-// SDL's audio thread only touches the ring and the atomics. Without a device nobody empties the ring, so `fillFrame`
-// blocks until a flush or close comes; likewise while the device is paused.
+// SDL's audio thread only touches the ring, the atomics and the clock. Without a device nobody empties the ring, so
+// `fillFrame` blocks until a flush or close comes; likewise while the device is paused.
 class SDLAudioOutput : public IAudioOutput {
 public:
     // What is done about a device that isn't there any more, as SDL says or as it asks for no samples for a quarter of
@@ -45,6 +45,7 @@ public:
     // The device is silent from here on; the ring is emptied by the next `fillFrame`, whose frame goes with it.
     void flush() override;
     bool setVolume(float volume) override;
+    HeardSound heard(int64_t nowUs) override;
 
     // The device's callback; `userdata` is the output.
     static void sdlAudioCallback(void* userdata, unsigned char* stream, int len);
@@ -55,6 +56,9 @@ public:
 private:
     // The device has asked, and got all of it or not.
     void watchForGap(bool isWhole);
+    void openClock(const SDL_AudioSpec& obtained);
+    // Writes what the device asked for; how many bytes of it are sound.
+    int takeSound(unsigned char* stream, int len);
     void applyVolume(AudioFrameInfo* frame);
     void pauseDevice(bool paused);
     void closeDevice();
@@ -66,6 +70,9 @@ private:
     std::mutex deviceMutex_;           // keeps a pause from a device that is being closed; the callback never takes it
     std::atomic<bool> closed_{false};  // never cleared
     SDL_AudioSpec wantedSpec_{};       // as asked of SDL, not as obtained; the play thread's
+    std::atomic<int> frameBytes_{0};   // a sample of each channel, as they are handed over; 0 before `init`
+    DeviceClock clock_;                // guarded by clockMutex_
+    std::mutex clockMutex_;            // a leaf, held for a few lines of arithmetic
     std::atomic<bool> paused_{false};
     std::atomic<bool> flushRequested_{false};  // until the next fillFrame
     std::atomic<float> volume_{1.0F};

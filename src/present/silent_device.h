@@ -21,6 +21,8 @@ public:
 
     // How long what was handed over still plays.
     int64_t leftUs(int64_t nowUs);
+    // When it ends, or has ended.
+    int64_t endUs() const { return endUs_; }
 
 private:
     void look(int64_t nowUs);

@@ -56,6 +56,10 @@ bool SteadyAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {
     }
     const int64_t us = durationOf(frame->dataSize);
     const int64_t nowUs = KelpTime::getTimeUs();
+    {
+        std::lock_guard lock(silenceMutex_);
+        handedBytes_ += frame->dataSize;
+    }
     if (device) {
         const int64_t heldUs = int64_t{device->getBufferDuration() - deviceBufferMs()} * 1000;
         if (device->fillFrame(std::move(frame))) {
@@ -117,6 +121,22 @@ bool SteadyAudioOutput::setVolume(float volume) {
     return !device || device->setVolume(volume);
 }
 
+HeardSound SteadyAudioOutput::heard(int64_t nowUs) {
+    const double bytes = std::max(frameBytes(spec_), 1);
+    std::lock_guard lock(silenceMutex_);
+    if (const auto device = device_.load()) {
+        HeardSound heard = device->heard(nowUs);
+        heard.frames += static_cast<double>(deviceBytes_) / bytes;
+        return heard;
+    }
+    HeardSound heard;
+    heard.delayUs = silence_.leftUs(nowUs);
+    heard.dryFromUs = silence_.endUs();
+    heard.framesPerSecond = spec_.sampleRate;
+    heard.frames = static_cast<double>(handedBytes_ - bytesOf(heard.delayUs)) / bytes;
+    return heard;
+}
+
 void SteadyAudioOutput::take(const std::shared_ptr<IAudioOutput>& device) {
     int64_t leftUs = 0;
     {
@@ -124,10 +144,15 @@ void SteadyAudioOutput::take(const std::shared_ptr<IAudioOutput>& device) {
         leftUs = silence_.leftUs(KelpTime::getTimeUs());
     }
     // As much silence as is still due, so that the clock goes on evenly.
-    if (const int64_t bytes = std::min<int64_t>(bytesOf(leftUs), SDLAudioOutput::kRingBytes); bytes > 0) {
+    const int64_t bytes = std::min<int64_t>(bytesOf(leftUs), SDLAudioOutput::kRingBytes);
+    if (bytes > 0) {
         device->fillFrame(makeSilence(bytes));
     }
-    device_.store(device);
+    {
+        std::lock_guard lock(silenceMutex_);
+        deviceBytes_ = handedBytes_ - bytes;
+        device_.store(device);
+    }
 
     // What was asked for while nobody saw it.
     float volume = 0;
@@ -149,10 +174,10 @@ void SteadyAudioOutput::take(const std::shared_ptr<IAudioOutput>& device) {
 
 void SteadyAudioOutput::lose(std::shared_ptr<IAudioOutput> device, int64_t endUs) {
     Log::Warn(kTag, "the sound device is gone, going on in silence\n");
-    device_.store(nullptr);
     search_.begin(spec_, std::move(device));
     {
         std::lock_guard lock(silenceMutex_);
+        device_.store(nullptr);
         const int64_t nowUs = KelpTime::getTimeUs();
         silence_.begin(std::clamp(endUs, nowUs - kMaxHoleUs, nowUs + durationOf(SDLAudioOutput::kRingBytes)), nowUs);
     }

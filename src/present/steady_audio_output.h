@@ -34,6 +34,7 @@ public:
     void close() override;
     void flush() override;
     bool setVolume(float volume) override;
+    HeardSound heard(int64_t nowUs) override;
 
 private:
     // Gives the sound to a device from here on.
@@ -57,9 +58,11 @@ private:
     std::atomic<bool> paused_{false};
     std::atomic<bool> closed_{false};          // never cleared
     std::atomic<bool> flushRequested_{false};  // of a silent `fillFrame`
-    std::mutex silenceMutex_;
-    SilentDevice silence_;                  // while there is no device; guarded by silenceMutex_
-    std::atomic<unsigned int> changes_{0};  // of what waitInSilence looks at, counted when they are made
+    std::mutex silenceMutex_;                  // before a device's own; device_ is written with it held
+    SilentDevice silence_;                     // while there is no device; guarded by silenceMutex_, like the next
+    int64_t handedBytes_ = 0;                  // to this output
+    int64_t deviceBytes_ = 0;                  // of these, before the first that the present device was given
+    std::atomic<unsigned int> changes_{0};     // of what waitInSilence looks at, counted when they are made
     Rest rest_;
 };
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "playtask/play_task.h"
+#include "present/standard_sound.h"
 #include "runtime/worker.h"
 #include "support/log_capture.h"
 
@@ -113,9 +114,11 @@ public:
 
 class AudioPlayThreadPeer {
 public:
-    static std::shared_ptr<SyncObject> followed(AudioPlayThread& thread) { return thread.syncObject_.load(); }
-    static void setCurrentPts(AudioPlayThread& thread, int64_t pts) { thread.clock_.set(pts, /*nowMs=*/pts); }
-    static void setUnSyncSamples(AudioPlayThread& thread, int samples) { thread.unSyncSamples_ = samples; }
+    static std::shared_ptr<SyncObject> followed(AudioPlayThread& thread) { return thread.timing_->master_.load(); }
+    static void setCurrentPts(AudioPlayThread& thread, int64_t pts) {
+        dynamic_cast<StandardSound&>(*thread.timing_).clock_.set(pts, /*nowMs=*/pts);
+    }
+    static void setUnSyncSamples(AudioPlayThread& thread, int samples) { thread.timing_->unSyncSamples_ = samples; }
     static int64_t maxPts(AudioPlayThread& thread) { return thread.getMaxPtsMs(); }
 };
 

@@ -15,6 +15,7 @@
 #include "present/audio_output_factory.h"
 #include "present/audio_play_thread.h"
 #include "present/fake_master.h"
+#include "present/standard_sound.h"
 
 namespace kelp {
 
@@ -28,7 +29,7 @@ public:
     void seekStart(int ms) { thread_.onSeekStart(ms); }
     void seekFinish(int ms) { thread_.onSeekFinish(ms); }
     void exit() { thread_.onExit(); }
-    void compute(int64_t duration) { thread_.computeUnSyncSamples(duration); }
+    void compute(int64_t duration) { dynamic_cast<StandardSound&>(*thread_.timing_).computeUnSyncSamples(duration); }
     void useFactory(std::shared_ptr<AudioOutputFactory> factory) { thread_.audioOutputFactory_ = std::move(factory); }
     bool stopRequested() { return thread_.isStopRequested(); }
 

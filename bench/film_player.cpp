@@ -12,10 +12,11 @@ constexpr auto kPatience = std::chrono::seconds(60);  // with a player that show
 
 }  // namespace
 
-FilmPlayer::FilmPlayer(SyncMasterMode master, TarnSyncClock* clock)
+FilmPlayer::FilmPlayer(SyncMasterMode master, TarnSyncClock* clock, const std::string& timing)
     : player_(std::make_shared<KelpPlayer>()), clock_(clock) {
     failed_ = !player_->init(this);
     player_->setOption("log_level", "none");
+    player_->setOption("timing", timing.c_str());
     player_->enableHwDecoder(false, HW_DECODE_NONE);
     player_->setAVSyncMode(master);
     if (clock_) {

@@ -26,8 +26,8 @@ struct ShownPicture {
 class FilmPlayer final : private KelpPlayerObserver, private ExternFrameSink {
 public:
     // Takes SDL's drivers from the environment. With a clock, `master` is SYNC_MASTER_CLOCK; the clock is started by
-    // the first picture, and outlives this object.
-    explicit FilmPlayer(SyncMasterMode master, TarnSyncClock* clock = nullptr);
+    // the first picture, and outlives this object. `timing`: the option of that name.
+    explicit FilmPlayer(SyncMasterMode master, TarnSyncClock* clock = nullptr, const std::string& timing = "standard");
     ~FilmPlayer();
     FilmPlayer(const FilmPlayer&) = delete;
     FilmPlayer& operator=(const FilmPlayer&) = delete;

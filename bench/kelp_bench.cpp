@@ -28,6 +28,7 @@
 #include "players.h"
 #include "presentation.h"
 #include "report.h"
+#include "screens.h"
 #include "seek_latency.h"
 #include "settings.h"
 #include "udp_bench.h"
@@ -74,6 +75,7 @@ constexpr Row kRows[] = {
     {"seek-latency", seekLatencyRow},
     {"presentation", presentationRow},
     {"av-distance", avDistanceRow},
+    {"screens", screensRow},
     {"udp", udpRow},
 };
 

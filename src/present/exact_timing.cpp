@@ -16,7 +16,7 @@ constexpr char kTag[] = "VideoPlayThread";
 
 constexpr int64_t kNoSyncMs = 10'000;  // the least distance at which clocks mean nothing to each other
 constexpr int64_t kMostNoSyncMs = 1'000'000'000'000;
-constexpr int64_t kTooLateUs = 25'000;         // behind a master; what the eye and the ear begin to tell apart
+constexpr int64_t kTooLateUs = 25'000;         // at the least; less than that no eye and no ear tells apart
 constexpr int64_t kLateOnOwnTimeUs = 100'000;  // the line moves then, so that those which follow don't race
 constexpr int64_t kHoldUs = 500'000;           // beyond, a picture isn't waited for but offered again
 constexpr int64_t kStandstillUs = 500'000;     // so much longer a master that stands may hold a picture
@@ -155,10 +155,11 @@ int64_t ExactTiming::leftByOwnTime(int64_t nowUs) {
     return wallUs(wrappingSubtract(ptsUs_, line_.read(nowUs)));
 }
 
-void ExactTiming::step(const VideoFrameInfo& /*frame*/, int64_t /*durationMs*/, int64_t nowUs) {
+void ExactTiming::step(const VideoFrameInfo& /*frame*/, int64_t durationMs, int64_t nowUs) {
     if (isHeld_) {
         return;
     }
+    tooLateUs_ = std::max(kTooLateUs, wallUs(wrappingMultiply(durationMs, 1000)));
     if (!isFollowing_ && lateUs_ > kLateOnOwnTimeUs) {
         line_.set(ptsUs_, nowUs);
     }
@@ -169,7 +170,7 @@ void ExactTiming::step(const VideoFrameInfo& /*frame*/, int64_t /*durationMs*/, 
 }
 
 bool ExactTiming::isTooLate(const VideoFrameInfo& frame) {
-    if (isHeld_ || isFirst_ || isAgain_ || !isFollowing_ || lateUs_ <= kTooLateUs || queueSize_() < kTooLateMinQueued ||
+    if (isHeld_ || isFirst_ || isAgain_ || !isFollowing_ || lateUs_ <= tooLateUs_ || queueSize_() < kTooLateMinQueued ||
         frame.pixFormat == PIX_FMT_PACKET) {
         return false;
     }

@@ -61,6 +61,7 @@ private:
     int64_t periodUs_ = 0;   // between these two, of the film
     int64_t longestUs_ = 0;  // until when a master that doesn't insist may hold the present one
     int64_t lateUs_ = 0;     // by how much the present one has missed its time; 0 if it was in time, or didn't wait
+    int64_t tooLateUs_ = 0;  // by so much the next one should stand there
     bool isFirst_ = true;    // none was drawn since the start or the last seek
     bool isAgain_ = false;   // it is on the screen already
     bool isFollowing_ = false;

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "clock/clock_line.h"
@@ -19,6 +20,7 @@ namespace {
 
 using test::FakeTime;
 using test::kStart;
+using test::LogCapture;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Peer = VideoPlayThreadPeer;
@@ -308,6 +310,22 @@ TEST_F(ExactPictures, AreLeftOutEvenlyWhereThereIsNoTimeForThem) {
     }
 }
 
+TEST_F(ExactPictures, AreLeftOutWhenTheirOwnTimeHasPassed) {
+    follow("clock", 1);
+    for (int i = 0; i < 100; ++i) {
+        thread.fillFrame(test::makePicture(1'000'000));
+    }
+    output(0);
+    FakeTime::advanceMs(79);
+    output(40'000);
+    EXPECT_EQ(drawnAtUs(40'000), 79'000);
+    FakeTime::advanceMs(42);
+    output(80'000);
+    output(120'000);
+    EXPECT_EQ(drawnAtUs(80'000), -1);
+    EXPECT_EQ(drawnAtUs(120'000), 121'000);
+}
+
 TEST_F(ExactPictures, AreNeverLeftOutIfNoOtherWaits) {
     follow("clock", 1);
     output(0);
@@ -407,10 +425,52 @@ TEST_F(ExactPictures, AreAClockThatRunsAtTheSpeed) {
     EXPECT_EQ(asClock.getSyncPtsUs(), 9'040'000);
 }
 
+// A rest that began before must not last as long as the speed before would have it.
+TEST_F(ExactPictures, TakeAnotherSpeedInTheMiddleOfARest) {
+    follow("none", 0.1);
+    FakeTime::setManual(true);
+    thread.fillFrame(picture(0));
+    thread.fillFrame(picture(400'000));
+    thread.fillFrame(picture(9'000'000));  // for the thread to wait for it
+    thread.start(25);
+    ASSERT_TRUE(FakeTime::runFor(1, 1));
+    EXPECT_EQ(drawnAtUs(400'000), -1);
+    thread.setSpeed(1000);
+    ASSERT_TRUE(FakeTime::runFor(1, 1));
+    FakeTime::setManual(false);
+    thread.stop();
+    EXPECT_NEAR(static_cast<double>(drawnAtUs(400'000)), 1400, 1);
+}
+
+TEST_F(ExactPictures, TakeCommandsFromOtherThreadsWhileTheyPlay) {
+    LogCapture quiet(-1);
+    follow("clock", 1);
+    thread.start(25);
+    std::thread commander([&] {
+        SyncObject& asClock = thread;
+        for (int i = 0; i < 500; ++i) {
+            thread.setSpeed(1 + i % 3);
+            thread.pause(i % 2 == 0);
+            thread.setSyncObject(i % 4 == 0 ? nullptr : clock);
+            if (i % 10 == 0) {
+                thread.seek(i * 40, /*needFlush=*/true);
+            }
+            asClock.getSyncPtsUs();
+            thread.pause(false);
+        }
+    });
+    for (int i = 0; i < 2000; ++i) {
+        thread.fillFrame(picture(timeUs(i, 25)));
+    }
+    commander.join();
+    thread.stop();
+    EXPECT_FALSE(drawnUs.empty());
+}
+
 TEST_F(ExactPictures, TakeAnyTimesAndSpeeds) {
     constexpr auto kMin = std::numeric_limits<int64_t>::min();
     constexpr auto kMax = std::numeric_limits<int64_t>::max();
-    for (const float speed : {0.0f, -1.0f, std::nanf(""), INFINITY, 1e-30f}) {
+    for (const double speed : {0.0, -1.0, std::nan(""), HUGE_VAL, 1e-30}) {
         thread.setSpeed(speed);
         for (const int64_t masterPts : {kMin, int64_t{0}, kMax}) {
             const auto master = std::make_shared<test::FakeMaster>(masterPts);

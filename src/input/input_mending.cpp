@@ -1,6 +1,7 @@
 #include "input/input_mending.h"
 
 #include <algorithm>
+#include <utility>
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -62,6 +63,20 @@ bool InputMending::isShownUnmarked(const AVPacket& packet, const AVStream& video
     return marksNone_;
 }
 
+bool InputMending::keep(const AVPacket& packet) {
+    if (!isWanted_ || isMarked_) {
+        return false;
+    }
+    if (HeldPacket copy{av_packet_clone(&packet)}) {
+        kept_.push_back(std::move(copy));
+    }
+    return true;
+}
+
+std::vector<HeldPacket> InputMending::takeKept() {
+    return std::exchange(kept_, {});
+}
+
 void InputMending::fillTime(AVPacket& packet, const AVStream& stream, bool isVideo) {
     if (!isWanted_) {
         return;
@@ -75,6 +90,7 @@ void InputMending::fillTime(AVPacket& packet, const AVStream& stream, bool isVid
 }
 
 int InputMending::seek(AVFormatContext* input, int64_t targetUs, int64_t maxUs) {
+    kept_.clear();
     if (marksNone_) {
         const int64_t startUs = input->start_time == AV_NOPTS_VALUE ? 0 : input->start_time;
         const int64_t aheadUs = std::max(wrappingSubtract(targetUs, kLeadInUs), std::min(targetUs, startUs));

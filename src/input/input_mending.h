@@ -3,6 +3,9 @@
 #include <array>
 #include <cstdint>
 #include <limits>
+#include <vector>
+
+#include "input/held_packet.h"
 
 struct AVFormatContext;
 struct AVPacket;
@@ -30,6 +33,10 @@ public:
     // Whether `packet`, a picture that isn't marked as a key frame and comes before all that are, is to be shown as
     // one. Standard: never.
     bool isShownUnmarked(const AVPacket& packet, const AVStream& video);
+    // Keeps a copy of one that isn't shown yet, as long as no key frame was marked. False if it never will be shown.
+    bool keep(const AVPacket& packet);
+    // Those that were kept, in their order: none is marked, or there is nothing more to come.
+    std::vector<HeldPacket> takeKept();
     // A key frame is marked: the input tells them.
     void setMarked() { marksNone_ = false, isMarked_ = true; }
 
@@ -44,9 +51,10 @@ private:
     static constexpr int64_t kNone = std::numeric_limits<int64_t>::min();
 
     bool isWanted_ = false;
-    bool isMarked_ = false;              // a key frame was
-    bool marksNone_ = false;             // none will be: no more waiting for one
-    int64_t unmarkedSinceUs_ = kNone;    // the first picture that waits for a key frame
+    bool isMarked_ = false;            // a key frame was
+    bool marksNone_ = false;           // none will be: no more waiting for one
+    int64_t unmarkedSinceUs_ = kNone;  // the first picture that waits for a key frame
+    std::vector<HeldPacket> kept_;
     std::array<int64_t, 2> endTicks_{};  // of the last packet, in ticks; sound, video
 };
 

@@ -172,6 +172,7 @@ void StreamParser::handleEndOfFile() {
 }
 
 void StreamParser::sendEnds() {
+    showUnmarked();
     if (!held_.empty()) {
         takeNextVideo();
     }
@@ -257,15 +258,26 @@ void StreamParser::handlePacket(AVPacket* packet) {
         }
         disPatchPacket(packet);
     } else if (isKeyFrame(packet)) {
+        for (const auto& before : mending_.takeKept()) {
+            logDroppedPacket(before.get());
+        }
         mending_.setMarked();
         logFirstKeyFrame(packet);
         disPatchPacket(packet);
         foundKeyFrame_ = true;
     } else if (mending_.isShownUnmarked(*packet, *videoStream_)) {
+        showUnmarked();
         disPatchPacket(packet);
         foundKeyFrame_ = true;
-    } else {
+    } else if (!mending_.keep(*packet)) {
         logDroppedPacket(packet);
+    }
+}
+
+void StreamParser::showUnmarked() {
+    for (const auto& packet : mending_.takeKept()) {
+        disPatchPacket(packet.get());
+        foundKeyFrame_ = true;
     }
 }
 

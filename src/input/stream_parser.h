@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "input/held_packet.h"
 #include "input/input_mending.h"
 #include "input/media_packet.h"
 #include "input/packet_outlet.h"
@@ -74,11 +75,6 @@ protected:
     // Nobody deletes an observer through this interface.
     ~StreamParserObserver() = default;
 };
-
-struct FreeHeldPacket {
-    void operator()(AVPacket* packet) const;
-};
-using HeldPacket = std::unique_ptr<AVPacket, FreeHeldPacket>;
 
 struct FreeLeftBsf {
     void operator()(AVBSFContext* context) const;
@@ -234,6 +230,7 @@ private:
     void handlePacket(AVPacket* packet);
     void logFirstKeyFrame(const AVPacket* packet);
     void logDroppedPacket(const AVPacket* packet);
+    void showUnmarked();
 
     void handleReadError(int result);
     void handleEndOfFile();

@@ -186,6 +186,7 @@ void StreamParser::takeNextVideo() {
     }
     // The stream's parameters stay converted, so the filter has to stay with them.
     leftBsfs_[indexBefore].reset(bsfBefore);
+    mending_.takeKept();
     if (before) {
         before->discard = AVDISCARD_ALL;
     }

@@ -204,6 +204,43 @@ TEST_F(StreamParserRead, WaitsForAKeyFrameWhileAudioFlows) {
     EXPECT_THAT(logLines("found first"), ElementsAre("found first key frame, pts:7200, pts_ms:80, aq:7, vq:3\n"));
 }
 
+// What came before is shown as well, when it turns out that none is to be waited for.
+TEST_F(StreamParserRead, ShowsPicturesOfAnInputThatMarksNoKeyFrameFromTheFirstOn) {
+    parser->setPlaybackOptions({.allCodecs = true});
+    ASSERT_TRUE(open());
+    script.video(0).audio(0).video(90000).video(180000).video(183600);
+    runScript();
+    EXPECT_THAT(observer->events(), ElementsAre("audio 0", "first audio 0", "video 0", "video 90000 found",
+                                                "video 180000 found", "video 183600 found"));
+    EXPECT_THAT(logLines("not key frame"), IsEmpty());
+}
+
+TEST_F(StreamParserRead, ShowsThemAtTheEndOfAShortInput) {
+    parser->setPlaybackOptions({.allCodecs = true});
+    ASSERT_TRUE(open());
+    script.video(0).video(3600).endOfFile();
+    observer->onEvent = [this](const std::string& event) {
+        if (event == "completed") {
+            parser->requestStop();
+        }
+    };
+    script.install();
+    ASSERT_TRUE(parser->start());
+    ASSERT_TRUE(observer->waitFor("completed"));
+    parser->stop();
+    EXPECT_EQ(observer->count("video 3600 found"), 1);
+    EXPECT_EQ(observer->count("file end 40 -1"), 1);
+}
+
+TEST_F(StreamParserRead, ShowsNothingBeforeAKeyFrameThatIsMarked) {
+    parser->setPlaybackOptions({.allCodecs = true});
+    ASSERT_TRUE(open());
+    script.video(0).video(3600).key(7200).video(10800);
+    runScript();
+    EXPECT_THAT(observer->events(), ElementsAre("video 7200 key", "first video 7200", "video 10800 found"));
+    EXPECT_THAT(logLines("not key frame"), testing::SizeIs(2));
+}
+
 TEST_F(StreamParserRead, DoesNotLogAFirstKeyFrameWithoutTime) {
     ASSERT_TRUE(open());
     script.key(AV_NOPTS_VALUE).video(3600);

@@ -390,6 +390,8 @@ private:
     // The two halves of setExternSyncClock. The first one returns the clock to wait for, or null.
     KelpSyncClock* replaceExternSyncClock(KelpSyncClock* clock, int offsetMs);
     void waitUntilUnread(KelpSyncClock* clock);
+    // A `stop` that leaves the last picture on the windows, where it stands until the next playback has one.
+    bool stopForRestart();
 
     KelpPlayerObserver* observer_ = nullptr;  // not owned; set by init
     std::shared_ptr<PlayTask> playTask_;

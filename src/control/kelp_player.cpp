@@ -146,6 +146,10 @@ bool KelpPlayer::stop() {
     return playTask_->stop();
 }
 
+bool KelpPlayer::stopForRestart() {
+    return playTask_->stopForRestart();
+}
+
 bool KelpPlayer::pause() {
     return playTask_->pause();
 }

@@ -75,7 +75,8 @@ void TarnPlayer::restart(PlayerStates state, unsigned int plan) {
     }
     source_->restarted();
     state_ = PLAYER_STATE_STOPPED;
-    unload();
+    source_->setLoaded(false);
+    retryPace_->keepsPicture() ? player_->stopForRestart() : player_->stop();
     state_ = PLAYER_STATE_PREPARING;
     load(0);
     if (state == PLAYER_STATE_STARTED || state == PLAYER_STATE_PAUSED) {

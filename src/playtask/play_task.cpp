@@ -149,6 +149,14 @@ std::shared_ptr<VideoPlayThread> PlayTask::pictureThread() {
     return videoPlay ? videoPlay : coverPlayThread_.load();
 }
 
+void PlayTask::withWindows(const std::function<void(VideoPlayThread&)>& act) {
+    for (const auto& pictures : {pictureThread(), standingThread_.load()}) {
+        if (pictures) {
+            act(*pictures);
+        }
+    }
+}
+
 bool PlayTask::addWindow(WindowType type, void* handle, int width, int height) {
     {
         std::lock_guard lock(windowMutex_);
@@ -160,9 +168,7 @@ bool PlayTask::addWindow(WindowType type, void* handle, int width, int height) {
             windowInfos_.push_back({type, handle, width, height});
         }
     }
-    if (const auto pictures = pictureThread()) {
-        pictures->addWindow(type, handle, width, height);
-    }
+    withWindows([&](VideoPlayThread& pictures) { pictures.addWindow(type, handle, width, height); });
     return true;
 }
 
@@ -171,9 +177,7 @@ bool PlayTask::removeWindow(void* handle) {
         std::lock_guard lock(windowMutex_);
         std::erase_if(windowInfos_, [handle](const WindowInfo& info) { return info.handle == handle; });
     }
-    if (const auto pictures = pictureThread()) {
-        pictures->removeWindow(handle);
-    }
+    withWindows([&](VideoPlayThread& pictures) { pictures.removeWindow(handle); });
     return true;
 }
 
@@ -187,22 +191,16 @@ void PlayTask::updateWindowSize(void* handle, int width, int height) {
             }
         }
     }
-    if (const auto pictures = pictureThread()) {
-        pictures->updateWindowSize(handle, width, height);
-    }
+    withWindows([&](VideoPlayThread& pictures) { pictures.updateWindowSize(handle, width, height); });
 }
 
 bool PlayTask::pauseWindow(void* handle, bool pause) {
-    if (const auto pictures = pictureThread()) {
-        pictures->pauseWindow(handle, pause);
-    }
+    withWindows([&](VideoPlayThread& pictures) { pictures.pauseWindow(handle, pause); });
     return true;
 }
 
 void PlayTask::clearScreen() {
-    if (const auto pictures = pictureThread()) {
-        pictures->clearScreen();
-    }
+    withWindows([&](VideoPlayThread& pictures) { pictures.clearScreen(); });
 }
 
 void PlayTask::enableHwDecoder(bool enable, HwDecodeMode mode) {

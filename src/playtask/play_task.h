@@ -83,6 +83,10 @@ public:
     // thread of the load.
     bool stop();
 
+    // The same ahead of another load of this source: the last picture stands on the windows, and is served there, until
+    // the next playback has one, or a `stop`.
+    bool stopForRestart();
+
     bool pause();
     bool resume();
 
@@ -214,6 +218,13 @@ private:
     void startVideo(const StreamInfo& streamInfo, const CodecInfo& codecInfo);
     std::shared_ptr<VideoDecodeThread> startVideoDecode(const StreamInfo& streamInfo, const CodecInfo& codecInfo);
 
+    // The body of both stops.
+    bool end(WindowList::Leaving leaving);
+    // The play thread of the video is the one that stands from here on.
+    void standPicture();
+    // Ends that one, if there is one. Any thread.
+    void endStanding(WindowList::Leaving leaving);
+
     template <class DecodeThread>
     static void stopDecodeThread(AtomicSharedPtr<DecodeThread>& slot);
     template <class PlayThread>
@@ -221,6 +232,8 @@ private:
 
     // What draws: the video, or the cover.
     std::shared_ptr<VideoPlayThread> pictureThread();
+    // Does `act` with it, and with the thread that stands.
+    void withWindows(const std::function<void(VideoPlayThread&)>& act);
 
     // Queues the packet for display as it is, as a frame without size.
     void passThrough(const VideoPacket& packet);
@@ -286,6 +299,9 @@ private:
     // asks for the video's position, end, clock or queues finds none.
     AtomicSharedPtr<VideoDecodeThread> coverDecodeThread_;
     AtomicSharedPtr<VideoPlayThread> coverPlayThread_;
+
+    // Of a playback that was stopped for a restart: without frames, until the next one takes its windows over.
+    AtomicSharedPtr<VideoPlayThread> standingThread_;
 
     std::atomic<int64_t> durationMs_{0};  // as the source states it, then as its end shows it
     int64_t inputLengthMs_ = 0;           // the parser's thread's, and the load's before it

@@ -64,6 +64,9 @@ bool PlayTask::play() {
     if (streamInfo->has_video && codecInfo->videoCodecType != VIDEO_CODEC_NONE) {
         startVideo(*streamInfo, *codecInfo);
     }
+    if (!pictureThread()) {
+        endStanding(WindowList::Leaving::Black);
+    }
     if (!pictureThread() && !audioPlayThread_.load()) {
         Log::Error(kTag, "play, has no video and audio thread\n");
         return false;
@@ -153,6 +156,9 @@ void PlayTask::startVideo(const StreamInfo& streamInfo, const CodecInfo& codecIn
     if (takesOddStreams()) {
         videoPlay->takeOddStreams(loadTimeMs_);
     }
+    if (standingThread_.load()) {
+        videoPlay->takeOver([this] { endStanding(WindowList::Leaving::Picture); });
+    }
     if (!videoPlay->start(codecInfo.frameRate)) {
         Log::Error(kTag, "play, start video play thread failed\n");
         return;
@@ -190,6 +196,14 @@ std::shared_ptr<VideoDecodeThread> PlayTask::startVideoDecode(const StreamInfo& 
 }
 
 bool PlayTask::stop() {
+    return end(WindowList::Leaving::Black);
+}
+
+bool PlayTask::stopForRestart() {
+    return end(WindowList::Leaving::Picture);
+}
+
+bool PlayTask::end(WindowList::Leaving leaving) {
     Log::Info(kTag, "%s begin\n", "stop");
     // All come to their ends at the same time, the parser first: it doesn't take queues that a stop has emptied for the
     // end of the film.
@@ -204,7 +218,13 @@ bool PlayTask::stop() {
     prepare(videoDecodeThread_);
     prepare(coverDecodeThread_);
     prepare(audioDecodeThread_);
-    prepare(videoPlayThread_);
+    const auto videoPlay = videoPlayThread_.load();
+    const bool stands = leaving == WindowList::Leaving::Picture && videoPlay && videoPlay->hasDrawn();
+    if (videoPlay && !stands) {
+        // It may draw yet, and another one have left the windows to it.
+        videoPlay->setLeaving(leaving);
+        videoPlay->prepareStop();
+    }
     prepare(coverPlayThread_);
     prepare(audioPlayThread_);
 
@@ -231,9 +251,16 @@ bool PlayTask::stop() {
     stopDecodeThread(videoDecodeThread_);
     stopDecodeThread(coverDecodeThread_);
     stopDecodeThread(audioDecodeThread_);
-    stopPlayThread(videoPlayThread_);
+    if (stands) {
+        standPicture();
+    } else {
+        stopPlayThread(videoPlayThread_);
+    }
     stopPlayThread(coverPlayThread_);
     stopPlayThread(audioPlayThread_);
+    if (leaving == WindowList::Leaving::Black) {
+        endStanding(leaving);
+    }
 
     durationMs_ = playDetailWidth_ = playDetailHeight_ = playDetailRotate_ = playDetailFps_ = 0;
     seekTurns_.forget();
@@ -253,6 +280,23 @@ void PlayTask::stopDecodeThread(AtomicSharedPtr<DecodeThread>& slot) {
     if (const auto thread = slot.load()) {
         thread->stop();
         slot.store(nullptr);
+    }
+}
+
+void PlayTask::standPicture() {
+    const auto thread = videoPlayThread_.load();
+    thread->stand();
+    // Ahead of the other slot's end: a window that comes meanwhile is known to one of the two.
+    standingThread_.store(thread);
+    std::lock_guard lock(settingMutex_);
+    videoPlayThread_.store(nullptr);
+    thread->setSyncObject(nullptr);
+}
+
+void PlayTask::endStanding(WindowList::Leaving leaving) {
+    if (const auto thread = standingThread_.exchange(nullptr)) {
+        thread->setLeaving(leaving);
+        thread->stop();
     }
 }
 

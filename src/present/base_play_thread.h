@@ -107,6 +107,9 @@ protected:
     // this class's locks held.
     virtual void onFramesTaken(int /*left*/) {}
 
+    // Releases what is queued.
+    void dropFrames();
+
     // The frame's duration in milliseconds. To be read in this way outside of the queue's mutex: it changes when the
     // next frame comes in, also while this one is being presented.
     static int64_t durationOf(DecodedFrame& frame);
@@ -132,7 +135,6 @@ public:
     bool isStopRequested() { return BaseThread::isStopRequested(); }
 
 private:
-    void dropFrames();
     // For a frame that is filled with a splice asked for; false if it is too early. The queue's mutex is held.
     bool spliceIn(const DecodedFrame& frame);
     // Releases all frames. The queue's mutex is held.

@@ -33,6 +33,9 @@ public:
 
     // Lets the output and the picture go.
     virtual void close() = 0;
+
+    // The same, but the picture stays on the output for as long as that keeps it, rather than black.
+    virtual void leave() { close(); }
 };
 
 }  // namespace kelp

@@ -176,6 +176,16 @@ void SDLRender::close() {
         SDL_RenderClear(renderer_);
         SDL_RenderPresent(renderer_);
     }
+    freeAll();
+}
+
+void SDLRender::leave() {
+    std::lock_guard lock(mutex_);
+    Log::Debug(kTag, "leave, window_:%p\n", static_cast<void*>(window_));
+    freeAll();
+}
+
+void SDLRender::freeAll() {
     // The texture goes first: the renderer would take it along and leave the pointer to freed memory.
     if (texture_) {
         SDL_DestroyTexture(texture_);

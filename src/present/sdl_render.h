@@ -33,8 +33,10 @@ public:
 
     // Leaves the window black. A window of the host stays.
     void close() override;
+    void leave() override;
 
 private:
+    void freeAll();
     // Whether it is frame_, and the picture of then: blanking it lowers its time.
     bool isKnown(const VideoFrameInfo& frame) const { return &frame == frame_.get() && frame.pts == framePts_; }
     bool createRenderer();

@@ -145,7 +145,7 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
     }
     const bool held = timing_->isHeld(*frame);
     carryOutClearScreen();
-    windows_.draw(held ? lastFrame_.get() : frame, fps_);
+    draw(held ? lastFrame_.get() : frame);
     // In a pause the same one comes again and again.
     counts_.repeated.add(held);
     counts_.shown.add(!held && frame != lastFrame_.get());
@@ -182,12 +182,26 @@ int64_t VideoPlayThread::waitUntilDue(int64_t nowUs) {
 void VideoPlayThread::serveAndRest(unsigned int changes) {
     const bool wasAsked = serveAsked_.exchange(false);
     carryOutClearScreen();
-    const int64_t keptUs = int64_t{windows_.draw(lastFrame_.get(), fps_)} * 1000;
+    const int64_t keptUs = int64_t{draw(lastFrame_.get())} * 1000;
     const int64_t leftUs = timing_->leftUs(KelpTime::getTimeUs());
     const int64_t restUs = std::min({std::max(keptUs, kServeUs), kMaxRestUs, leftUs});
     const bool isOften = wasAsked || restUs <= kServeUs;
     restUntilSeek(isOften ? std::min(kServeUs, leftUs) : restUs,
                   [&] { return timing_->changes() != changes || (!isOften && serveAsked_); });
+}
+
+// Where the queue's mutex is held there is no first picture: what is shown then was shown before.
+int VideoPlayThread::draw(const std::shared_ptr<VideoFrameInfo>& frame) {
+    if (relieve_) {
+        if (!frame) {
+            return kMaxRestUs / 1000;
+        }
+        std::exchange(relieve_, nullptr)();
+    }
+    if (frame) {
+        hasDrawn_ = true;
+    }
+    return windows_.draw(frame, fps_);
 }
 
 void VideoPlayThread::askToServe() {
@@ -198,7 +212,7 @@ void VideoPlayThread::askToServe() {
 // This is what makes new windows, new sizes and a cleared screen show while no frames come. The queue's mutex is held.
 void VideoPlayThread::onOutput() {
     lastFrame_.carryOutBlanks(std::unique_lock<std::mutex>());
-    windows_.draw(lastFrame_.get(), fps_);
+    draw(lastFrame_.get());
 }
 
 void VideoPlayThread::onSeekStart(int seekTimeMs) {
@@ -219,12 +233,12 @@ void VideoPlayThread::onLateStart(int64_t positionMs) {
     isFirstAwaited_ = isFirstAwaited_ || !timing_->clock().hasTime();
     timing_->setTime(positionMs, KelpTime::getTimeUs());
     carryOutClearScreen();
-    windows_.draw(lastFrame_.get(), fps_);
+    draw(lastFrame_.get());
 }
 
 void VideoPlayThread::onExit() {
     Log::Debug(kTag, "onExit\n");
-    windows_.closeAll();
+    windows_.closeAll(leaving_);
 }
 
 void VideoPlayThread::onFramesTaken(int left) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <utility>
 
@@ -53,8 +54,21 @@ public:
 
     void init(std::shared_ptr<VideoPlayThreadObserver> observer) { observer_ = std::move(observer); }
 
+    // Before the start: the windows show the picture of a thread that stands. They are let be until there is one of
+    // this thread, which then calls `relieve` on its play thread, with no lock held, and draws when that returns.
+    void takeOver(std::function<void()> relieve) { relieve_ = std::move(relieve); }
+
     // `fps`: the stream's frame rate, for the renderers.
     bool start(int fps);
+
+    // Whether a picture was brought to the windows.
+    bool hasDrawn() const { return hasDrawn_; }
+
+    // When nothing comes any more: drops what is queued, and goes on showing the last picture until `stop`.
+    void stand() { dropFrames(); }
+
+    // What `stop` leaves on the windows: black, if nothing is said.
+    void setLeaving(WindowList::Leaving leaving) { leaving_ = leaving; }
 
     // Draws on `window` from the next picture on, a handle of kind `type`. For a window that is known already only
     // the size is taken over, and a removal that has not been carried out yet is taken back. All four are always true.
@@ -128,6 +142,9 @@ private:
     // After a request was noted that serveAndRest or the wait around it looks at. Any thread.
     void askToServe();
 
+    // Brings `frame`, or what is there if it is empty, to the windows. In how many milliseconds they want it again.
+    int draw(const std::shared_ptr<VideoFrameInfo>& frame);
+
     // Blanks lastFrame_ if that was asked for. To be called before a frame is looked at or drawn.
     void carryOutClearScreen();
 
@@ -137,6 +154,9 @@ private:
     ShownFrame lastFrame_;  // the picture on the screen
     PictureCounts counts_;
     std::atomic<bool> serveAsked_{false};
+    std::function<void()> relieve_;  // the play thread's; empty when the windows are its own
+    std::atomic<bool> hasDrawn_{false};
+    std::atomic<WindowList::Leaving> leaving_{WindowList::Leaving::Black};
     int fps_ = 0;                  // of the stream
     bool isFirstAwaited_ = false;  // the clock goes on before the very first picture; the play thread's
 };

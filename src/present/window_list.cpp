@@ -88,12 +88,12 @@ int WindowList::draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps) {
     return keptMs;
 }
 
-void WindowList::closeAll() {
+void WindowList::closeAll(Leaving leaving) {
     std::lock_guard lock(mutex_);
     Log::Debug(kTag, "%s, window info size:%d\n", "onExit", count());
     for (const auto& window : windows_) {
         if (window.render) {
-            window.render->close();
+            leaving == Leaving::Picture ? window.render->leave() : window.render->close();
         }
     }
     windows_.clear();

@@ -34,7 +34,9 @@ public:
     // renderers of new windows. In how many milliseconds the first of them wants to be drawn again; 0 for each time.
     int draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps);
 
-    void closeAll();
+    // What stays on the windows.
+    enum class Leaving { Black, Picture };
+    void closeAll(Leaving leaving = Leaving::Black);
 
 private:
     friend class WindowListPeer;  // lets tests look at the list

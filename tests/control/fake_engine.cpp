@@ -98,6 +98,9 @@ bool KelpPlayer::stop() {
     }
     return noteAndAnswer("stop");
 }
+bool KelpPlayer::stopForRestart() {
+    return noteAndAnswer("stopForRestart");
+}
 bool KelpPlayer::pause() {
     return noteAndAnswer("pause");
 }

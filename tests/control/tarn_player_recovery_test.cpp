@@ -298,6 +298,19 @@ TEST_F(TarnPlayerRecoveryTest, WaitsLongerFromTryToTryUntilSomethingIsShownWhere
     }
 }
 
+TEST_F(TarnPlayerRecoveryTest, LeavesThePictureOnTheWindowsWhereAClosedSourceHasFailed) {
+    player_->setOption("retry_when_failed", "2000");
+    player_->setOption("closed_live_source", "failed");
+    reach(PLAYER_STATE_STARTED);
+    events().onFailed(nullptr, 1, 1);
+    engine().takeCalls();
+    engine().fire(1);
+    EXPECT_THAT(engine().takeCalls(), ElementsAre("removeTimer(1)", "runInWorker()", "stopForRestart()",
+                                                  "runInWorker()", "loadFileAsync(source, 0)"));
+    EXPECT_TRUE(player_->stop());
+    EXPECT_THAT(engine().takeCalls(), ElementsAre("stop()"));
+}
+
 TEST_F(TarnPlayerRecoveryTest, CutsTheRetryIntervalTo32Bits) {
     player_->setOption("retry_when_failed", "4294967300");
     reach(PLAYER_STATE_STARTED);

@@ -156,6 +156,9 @@ bool KelpPlayer::stop() {
     engine().playing = false;
     return true;
 }
+bool KelpPlayer::stopForRestart() {
+    return stop();
+}
 bool KelpPlayer::pause() {
     const Alone alone("pause");
     return !engine().happens(engine().refusals);

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -16,6 +17,7 @@
 #include "e2e/managed_playback.h"
 #include "e2e/media.h"
 #include "e2e/playback.h"
+#include "e2e/rtsp_server.h"
 #include "support/temp_files.h"
 #include "support/x_screen.h"
 
@@ -314,6 +316,55 @@ TEST_F(Windows, ShowAStandingPictureAgainAfterTheyWereCovered) {
     EXPECT_TRUE(screen_.waitForPixel(160, 45, Rgb{128, 128, 128}));
     screen_.resizeWindow(cover, 1, 1);
     expectBars(0, 0, 320, 180);
+}
+
+// The camera is killed, isn't there for some attempts, and comes back; a window of each kind is looked at all the time.
+TEST_F(Windows, KeepTheirPictureWhileALiveSourceIsAway) {
+    RtspServer server({{"bars", mediaPath("bars.mp4")}});
+    ManagedPlayback playback;
+    TarnPlayer& player = playback.player();
+    player.setOption("closed_live_source", "failed");
+    player.setOption("retry_when_failed", "100");
+    player.setAVSyncMode(SYNC_MASTER_VIDEO);
+    const auto foreign = screen_.createWindow(20, 30, 700, 300);
+    SDL_Window* own = SDL_CreateWindow("bars", 40, 400, 640, 360, SDL_WINDOW_OPENGL | SDL_WINDOW_BORDERLESS);
+    if (own == nullptr) {
+        own = SDL_CreateWindow("bars", 40, 400, 640, 360, SDL_WINDOW_BORDERLESS);
+    }
+    player.addWindow(handleOf(foreign), WINDOW_TYPE_QT_WINID, 700, 300);
+    player.addWindow(own, WINDOW_TYPE_SDL, 640, 360);
+    ASSERT_TRUE(playback.open(server.url("bars")));
+    ASSERT_TRUE(player.start());
+    expectBars(20, 30, 700, 300);
+    expectBars(40, 400, 640, 360);
+
+    std::atomic<bool> ended{false};
+    int looks = 0;
+    int other = 0;
+    std::thread watching([&] {
+        for (; !ended; ++looks) {
+            const bool stands = screen_.waitForPixel(20 + 50, 30 + 75, kBars[0], 12, 0) &&
+                                screen_.waitForPixel(40 + 640 / 2, 400 + 90, kBars[3], 12, 0);
+            other += stands ? 0 : 1;
+            std::this_thread::sleep_for(std::chrono::milliseconds(4));
+        }
+    });
+    const int pictures = playback.count("picture");
+    server.kill();
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+    server.start();
+    EXPECT_TRUE(playback.waitFor("picture", pictures + 1));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    ended = true;
+    watching.join();
+    EXPECT_GT(looks, 50);
+    EXPECT_EQ(other, 0) << "of " << looks;
+    EXPECT_EQ(playback.count("completed") + playback.count("failed"), 0);
+
+    player.stop();
+    expectBlack(20, 30, 700, 300);
+    playback.destroy();
+    SDL_DestroyWindow(own);
 }
 
 }  // namespace

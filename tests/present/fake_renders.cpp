@@ -57,6 +57,10 @@ public:
         frame_.reset();
         add("close");
     }
+    void leave() override {
+        frame_.reset();
+        add("leave");
+    }
 
 private:
     void add(const std::string& call) {

@@ -53,6 +53,31 @@ TEST_F(VideoPlayThreadWindows, AreAllClosedAndForgottenAtTheEnd) {
                 ElementsAre("[VideoPlayThread]: onExit\n", "[VideoPlayThread]: onExit, window info size:3\n"));
 }
 
+TEST_F(VideoPlayThreadWindows, KeepTheirPictureAtTheEndIfThatIsWanted) {
+    output(40);
+    renders.clearCalls();
+    thread.setLeaving(WindowList::Leaving::Picture);
+    Peer::exit(thread);
+    EXPECT_THAT(renders.calls(), ElementsAre("1 leave", "1 gone"));
+}
+
+TEST_F(VideoPlayThreadWindows, AreLetBeUntilThereIsAPictureWhereAnotherOneStands) {
+    int relieved = 0;
+    thread.takeOver([&] {
+        EXPECT_TRUE(renders.calls().empty());
+        ++relieved;
+    });
+    EXPECT_TRUE(callsOfRedraw().empty());
+    EXPECT_FALSE(thread.hasDrawn());
+    EXPECT_EQ(relieved, 0);
+    output(40);
+    EXPECT_EQ(relieved, 1);
+    EXPECT_TRUE(thread.hasDrawn());
+    EXPECT_THAT(renders.calls(), ElementsAre("1 init type:1 window:0x1 640x480 fps:0", "1 fill 40", "1 refresh"));
+    output(80);
+    EXPECT_EQ(relieved, 1);
+}
+
 TEST_F(VideoPlayThreadWindows, AreServedWhileALongFrameWaits) {
     output(0);
     renders.onRefresh = [this](int64_t) {

@@ -20,6 +20,19 @@ protected:
         return input;
     }
 
+    // As runScript, for a script that ends with the end of the file.
+    void runToTheEnd() {
+        observer->onEvent = [this](const std::string& event) {
+            if (event == "completed") {
+                parser->requestStop();
+            }
+        };
+        script.install();
+        ASSERT_TRUE(parser->start());
+        ASSERT_TRUE(observer->waitFor("completed"));
+        parser->stop();
+    }
+
     // An input with one H.264 stream whose packets go through the filter.
     static SyntheticInput lengthPrefixedInput() {
         SyntheticInput input;
@@ -178,15 +191,7 @@ TEST_F(StreamParserRead, BearsTimesOfAnySize) {
 TEST_F(StreamParserRead, ReportsTheLargestTimesAtTheEnd) {
     ASSERT_TRUE(open());
     script.key(0).video(10890).video(3600).audio(44100).audio(1024).endOfFile();
-    observer->onEvent = [this](const std::string& event) {
-        if (event == "completed") {
-            parser->requestStop();
-        }
-    };
-    script.install();
-    ASSERT_TRUE(parser->start());
-    ASSERT_TRUE(observer->waitFor("completed"));
-    parser->stop();
+    runToTheEnd();
     EXPECT_EQ(observer->count("file end 121 1000"), 1);
 }
 
@@ -219,15 +224,7 @@ TEST_F(StreamParserRead, ShowsThemAtTheEndOfAShortInput) {
     parser->setPlaybackOptions({.allCodecs = true});
     ASSERT_TRUE(open());
     script.video(0).video(3600).endOfFile();
-    observer->onEvent = [this](const std::string& event) {
-        if (event == "completed") {
-            parser->requestStop();
-        }
-    };
-    script.install();
-    ASSERT_TRUE(parser->start());
-    ASSERT_TRUE(observer->waitFor("completed"));
-    parser->stop();
+    runToTheEnd();
     EXPECT_EQ(observer->count("video 3600 found"), 1);
     EXPECT_EQ(observer->count("file end 40 -1"), 1);
 }

@@ -54,7 +54,7 @@ enum KelpPlayerInfoType : int32_t {
 // onFirstPacket, onFirstVideoFrame and onFirstAudioFrame, the last two in either order; onDurationUpdated, for nearly
 // every file, when its end has been read, which is some seconds before it is played; and onCompleted when the last
 // frame has been played. After a `seek` the three first-events come again, or none of them where the target was already
-// decoded, or the frames' two where it was already read.
+// decoded, or the frames' two where it was already read; with the option "seek" = "exact" the frames' two always.
 class KelpPlayerObserver {
 public:
     // The size of the pictures before they are turned, in pixels, and their clockwise rotation for display in degrees,
@@ -216,10 +216,13 @@ public:
     // Goes on from `seekTimeMs`, cut to the range from 0 to the duration. True says that the request was taken: it is
     // done when the first frame from there comes, see KelpPlayerObserver. Of requests that come during a seek only the
     // last one is carried out, after it; one that comes at that very moment may go ahead of it, and the end of the film
-    // drops it, so ask again if the position isn't the one asked for. False if the source can't seek: a live one, or
-    // none; the log's last line is [PlayTask] "seek, seekTimeMs:TIME, seekable:0". A demuxer that fails at it later
-    // writes [StreamParser] "processSeekRequest, seek failed, ret:CODE", and playback goes on from what is read next,
-    // or from the target if that is later.
+    // drops it, so ask again if the position isn't the one asked for. With the option "seek" = "exact" neither is so:
+    // the picture shown is the one that holds the target, the sound begins there, and each seek ends with one
+    // onFirstVideoFrame, or onFirstAudioFrame where there are no pictures, unless a newer one takes its place.
+    //
+    // False if the source can't seek: a live one, or none; the log's last line is [PlayTask] "seek, seekTimeMs:TIME,
+    // seekable:0". A demuxer that fails at it later writes [StreamParser] "processSeekRequest, seek failed, ret:CODE",
+    // and playback goes on from what is read next, or from the target if that is later.
     bool seek(int seekTimeMs);
 
     // How fast the sound is played, 1.0 being its own tempo; the pitch stays. Above 0, in force from the next block of
@@ -233,7 +236,8 @@ public:
     bool setVolume(float volume);
 
     // The time of the picture that is shown, or without pictures of the sound that is heard, in milliseconds; the
-    // target while a seek is under way, 0 before the first frame and out of playback.
+    // target while a seek is under way, and behind an exact one until the next picture; 0 before the first frame and
+    // out of playback.
     int getCurrentTime();
 
     // In milliseconds. 0 before `onPrepared` and after `stop`, ten hours for a source that states none; corrected when

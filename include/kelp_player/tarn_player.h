@@ -132,8 +132,8 @@ public:
     bool resume();
 
     // Goes to `timeMs` on the host's clock; before the stream's zero that clears the screen and goes to the beginning.
-    // From the completed state playback begins again. Prepared, started, paused or completed only; false also if the
-    // source can't seek.
+    // With the option "seek" = "exact" to the picture that holds that time, see KelpPlayer::seek. From the completed
+    // state playback begins again. Prepared, started, paused or completed only; false also if the source can't seek.
     bool seek(int timeMs);
 
     // Ends playback and gives up a restart that is due. False when there is nothing to stop: idle or initialized.

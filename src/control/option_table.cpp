@@ -88,6 +88,18 @@ constexpr PlaybackOption kOptions[] = {
      [](std::string_view value, PlaybackOptions& options) {
          return readWord(value, "none", "udp", options.rtspFallsBack);
      }},
+    {"seek", "standard, exact", "exact",
+     "a seek shows the picture whose time holds the target, and the sound begins there; every seek ends with one first "
+     "picture, or first sound where there is none, and the newest one wins",
+     "next seek",
+     [](std::string_view value, PlaybackOptions& options) {
+         bool isExact = false;
+         if (!readWord(value, "standard", "exact", isExact)) {
+             return false;
+         }
+         options.seekRule = isExact ? SeekRule::Exact : SeekRule::Standard;
+         return true;
+     }},
     {"video_track", kTracks, nullptr, kTrackEffect, "next load",
      [](std::string_view value, PlaybackOptions& options) { return readTrack(value, options.videoTrack); }},
     {"audio_track", kTracks, nullptr, kTrackEffect, "next load",

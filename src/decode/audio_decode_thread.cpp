@@ -124,6 +124,9 @@ void AudioDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
         decoder_->setNeededFrom(neededFromMs());
         decoder_->insertPacket(packet.get());
     }
+    if (observer_ && !packet->data) {
+        observer_->onAudioDecodeEnd();
+    }
 }
 
 void AudioDecodeThread::onSeek(int seekTimeMs, bool flush) {

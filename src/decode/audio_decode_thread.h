@@ -33,6 +33,8 @@ public:
     virtual void onAudioPacketTaken() {}
 
     virtual void onAudioDecodeSeek(int seekTimeMs, bool flush) = 0;
+    // The input has ended, and all frames were handed on; until a seek, or another track.
+    virtual void onAudioDecodeEnd() {}
     // The frames from here on are of another track.
     virtual void onAudioDecodeTrack() {}
     virtual std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) = 0;
@@ -66,6 +68,7 @@ public:
     using BaseDecodeThread::level;
     using BaseDecodeThread::prepareStop;
     using BaseDecodeThread::seek;
+    using BaseDecodeThread::skipTo;
     using BaseDecodeThread::start;
     using BaseDecodeThread::stop;
 

@@ -132,6 +132,11 @@ std::unique_lock<std::mutex> BaseDecodeThread::aim(int seekTimeMs, bool flush) {
     return lock;
 }
 
+void BaseDecodeThread::skipTo(int seekTimeMs) {
+    std::lock_guard lock(queueMutex_);
+    seekSkip_.aim(seekTimeMs, /*flush=*/false);
+}
+
 void BaseDecodeThread::framesTaken() {
     ++taken_;
     endRest();

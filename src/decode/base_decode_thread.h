@@ -57,6 +57,10 @@ public:
     // packets stay.
     virtual bool clearBuffer(int seekTimeMs);
 
+    // For a target that the frames behind already skip to: what isn't needed on the way isn't decoded. The observer
+    // isn't told.
+    void skipTo(int seekTimeMs);
+
     // Frames have left the queue behind. Where that is told, from its beginning on, the thread that found no room rests
     // until then; where it never is, it looks again every 30 ms. Any thread, under any lock.
     void framesTaken();
@@ -83,6 +87,7 @@ protected:
     int64_t neededFromMs() const { return seekSkip_.neededFromMs(); }
     // How many packets behind the target of a seek were taken; see SeekSkip.
     int takenBehindTarget() const { return seekSkip_.takenBehind(); }
+    SeekSkip::Holder holder() const { return seekSkip_.holder(); }
 
 private:
     // May the loop take a packet now? Asked before each one.

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 
 namespace kelp {
@@ -32,7 +33,9 @@ public:
     int64_t frameTag = 0;  // or the packet's time in the stream's time base if it was not decoded
     int64_t pts = 0;       // in milliseconds from the start of the input
     int fractionUs = 0;    // of a picture: by how many microseconds its time goes beyond pts
-    int64_t duration = 0;  // in milliseconds
+    int64_t duration = 0;  // in milliseconds; a guess until the next frame is there
+    // No other frame begins up to this time, in milliseconds, as far as it is known for certain.
+    int64_t lastsToMs = std::numeric_limits<int64_t>::min();
     int64_t queuedUs = 0;  // when it came into the queue of its play thread, by the wall clock, in microseconds
     std::shared_ptr<FrameBuffer> buffer;
     std::function<void(std::shared_ptr<FrameBuffer>)> freeBuffer;           // gives a buffer back to its pool

@@ -212,6 +212,7 @@ void FFAudioDecoder::deliverAudioFrame(AVFrame* frame) {
     info->frameTag = 0;
     info->pts = pts;
     info->duration = durationMs;
+    info->lastsToMs = wrappingSubtract(wrappingAdd(pts, durationMs), 1);
     observer_->onAudioDecoded(std::move(info));
 }
 

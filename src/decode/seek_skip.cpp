@@ -26,11 +26,19 @@ void SeekSkip::aim(int64_t targetMs, bool flush) {
     if (flush) {
         neededFromMs_ = kNone;
         earliestMs_ = kNone;
+        lastTakenMs_ = kNone;
+        holder_ = {};
     }
+    heldMs_ = lastTakenMs_;
+    isHeldKnown_ = lastTakenMs_ <= targetMs;
 }
 
 void SeekSkip::take(const MediaPacket& packet, const Packets& behind) {
+    lastTakenMs_ = packet.size > 0 ? std::max(lastTakenMs_, timeMs(packet)) : lastTakenMs_;
     takenBehind_ = countBehind(packet, behind);
+    if (takenBehind_ != kNotYet && isHeldKnown_) {
+        holder_ = {heldMs_, awaitedMs_};
+    }
     if ((targetMs_ == kNone && neededFromMs_ == kNone) || !packet.data) {
         return;
     }
@@ -56,7 +64,11 @@ int SeekSkip::countBehind(const MediaPacket& packet, const Packets& behind) {
     if (awaitedMs_ == kNone) {
         return kNotYet;
     }
-    laterTaken_ += timeMs(packet) > awaitedMs_;
+    if (timeMs(packet) > awaitedMs_) {
+        ++laterTaken_;
+    } else if (packet.size > 0) {
+        heldMs_ = std::max(heldMs_, timeMs(packet));
+    }
     if (laterTaken_ > kMostReordered) {
         awaitedMs_ = kNone;
         return kNotYet;

@@ -26,7 +26,7 @@ class MediaPacket;
 //   What wasn't needed for that one isn't needed for a later one either.
 //
 // It tells as well when the one shown is in the decoder, with those behind it that its turn in the order of showing may
-// depend on.
+// depend on; and which one holds the target, by the times of all packets up to it.
 class SeekSkip {
 public:
     using Packets = std::deque<std::shared_ptr<MediaPacket>>;
@@ -51,6 +51,14 @@ public:
     // and when enough were counted. Only `take` changes it.
     int takenBehind() const { return takenBehind_; }
 
+    // A frame that holds a target: none that was taken or will come begins behind it and not behind the target.
+    struct Holder {
+        int64_t timeMs = kNone;
+        int64_t targetMs = kNone;
+    };
+    // The last one that was found. True of any seek, so it stays until the next is found, or a flush.
+    Holder holder() const { return holder_; }
+
     // Whether frames may be missing at this time.
     bool isLeftOut(int64_t timeMs) const { return timeMs < earliestMs_; }
 
@@ -62,9 +70,13 @@ private:
     int64_t targetMs_ = kNone;  // until it comes near
     int64_t lastDts_ = kNone;   // of the packets taken for it, in ticks
     int64_t neededFromMs_ = kNone;
-    int64_t earliestMs_ = kNone;  // the last target for which frames were left out
-    int64_t awaitedMs_ = kNone;   // target, until enough was taken behind it
-    int laterTaken_ = 0;          // packets behind it
+    int64_t earliestMs_ = kNone;   // the last target for which frames were left out
+    int64_t awaitedMs_ = kNone;    // target, until enough was taken behind it
+    int laterTaken_ = 0;           // packets behind it
+    int64_t lastTakenMs_ = kNone;  // the latest time of the packets taken since the last flush
+    int64_t heldMs_ = kNone;       // of those, the latest that isn't behind awaitedMs_
+    bool isHeldKnown_ = false;     // no packet was taken for an earlier target and lies behind this one
+    Holder holder_;
     int takenBehind_ = kNotYet;
 };
 

@@ -103,6 +103,9 @@ void VideoDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
         decoder_->insertPacket(packet.get());
         decoder_->setInsertedBehindTarget(takenBehindTarget());
     }
+    if (observer_ && !packet->data && !packet->flush) {
+        observer_->onVideoDecodeEnd();
+    }
 }
 
 void VideoDecodeThread::onSeek(int seekTimeMs, bool flush) {
@@ -134,6 +137,9 @@ void VideoDecodeThread::onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) {
     knownToMs_ = kNothing;
     deliveredMs_ = lastOutputPtsMs_ = frame->pts;
     counts_.frames.add();
+    if (const auto held = holder(); frame->pts == held.timeMs) {
+        frame->lastsToMs = held.targetMs;
+    }
     if (observer_) {
         observer_->onVideoDecoded(std::move(frame));
     }

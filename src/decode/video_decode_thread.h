@@ -24,6 +24,8 @@ public:
     virtual void onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) = 0;
     virtual void onVideoDecodeFailed() = 0;
     virtual void onVideoDecodeNoMoreFrame() = 0;
+    // The input has ended, and all frames were handed on; until a seek, or another track.
+    virtual void onVideoDecodeEnd() {}
     // Frames that wait for presentation.
     virtual int onVideoFrameQueueSize() = 0;
     // A packet has left the queue, and is about to be decoded.
@@ -60,6 +62,7 @@ public:
     using BaseDecodeThread::level;
     using BaseDecodeThread::prepareStop;
     using BaseDecodeThread::seek;
+    using BaseDecodeThread::skipTo;
     using BaseDecodeThread::start;
     using BaseDecodeThread::stop;
     // Refuse a time before the last frame that left the decoder: it isn't to be had from the queue any more. So does

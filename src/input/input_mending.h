@@ -37,6 +37,8 @@ public:
     bool keep(const AVPacket& packet);
     // Those that were kept, in their order: none is marked, or there is nothing more to come.
     std::vector<HeldPacket> takeKept();
+    // None will be, as it seems by now.
+    bool marksNone() const { return marksNone_; }
     // A key frame is marked: the input tells them.
     void setMarked() { marksNone_ = false, isMarked_ = true; }
 

@@ -23,6 +23,8 @@ constexpr const char* TAG = "StreamParser";
 
 constexpr int kMaxQueuedPackets = 200;  // video and audio together; nothing is read from there on
 constexpr int kFewQueuedPackets = 100;  // reading goes on at once
+constexpr int kFewQueuedPictures = 10;
+constexpr int kMostQueuedSound = 10'000;  // some minutes
 
 constexpr int kQueuesFullRestMs = 100;
 constexpr int kEndOfInputRestMs = 100;
@@ -50,7 +52,9 @@ void StreamParser::Run() {
         if (const auto seekPosUs = seekAsked_.take()) {
             processSeekRequest(*seekPosUs);
         }
-        changeTracks(GoBack::Allowed);
+        if (!reach_.isOpen()) {
+            changeTracks(GoBack::Allowed);
+        }
         if (areQueuesFull()) {
             rest(kQueuesFullRestMs, [this, told = lastPaused_] {
                 return untilLow_ <= 0 || seekAsked_.isPending() || isTrackAsked() || paused_ != told;
@@ -58,6 +62,9 @@ void StreamParser::Run() {
             continue;
         }
         const int result = av_read_frame(formatContext_, &packet);
+        if (result < 0 && result != AVERROR(EAGAIN) && goesBackFromEnd()) {
+            continue;
+        }
         if (result < 0) {
             handleReadError(result);
             rest(kReadErrorRestMs, [this] { return seekAsked_.isPending(); });
@@ -127,13 +134,42 @@ bool StreamParser::areQueuesFull() {
     if (!observer_ || readAgain_.isActive()) {
         return false;
     }
-    int packets = observer_->onVideoPacketQueueSize();
-    packets += observer_->onAudioPacketQueueSize();
+    const int pictures = observer_->onVideoPacketQueueSize();
+    const int packets = pictures + observer_->onAudioPacketQueueSize();
     observer_->onVideoFrameQueueSize();
     observer_->onAudioFrameQueueSize();
     // Those that were taken since the look aren't counted: the rest ends so many packets later, or by itself.
     untilLow_ = packets - kFewQueuedPackets;
-    return packets >= kMaxQueuedPackets;
+    if (packets < kMaxQueuedPackets) {
+        return false;
+    }
+    // Sound that is read ahead of the picture that a seek waits for: it may end before it, and be the last one.
+    if (pictures >= kFewQueuedPictures || !observer_->isPictureAwaited()) {
+        return true;
+    }
+    if (packets >= kMostQueuedSound) {
+        endPictures();
+    }
+    return packets >= kMostQueuedSound;
+}
+
+void StreamParser::endPictures() {
+    if (!videoStream_ || videoEnded_) {
+        return;
+    }
+    videoEnded_ = true;
+    sendVideoEnd();
+    auto flush = std::make_shared<VideoPacket>();
+    flush->flush = true;
+    observer_->onVideoPacket(std::move(flush));
+    foundKeyFrame_ = false;
+}
+
+// Without data: makes the decoder give out what it still holds.
+void StreamParser::sendVideoEnd() {
+    auto end = std::make_shared<VideoPacket>();
+    end->foundKeyFrame = foundKeyFrame_;
+    observer_->onVideoPacket(std::move(end));
 }
 
 void StreamParser::handleReadError(int result) {
@@ -179,12 +215,9 @@ void StreamParser::sendEnds() {
     observer_->onLastTimes(maxVideoPtsMs_, maxAudioPtsMs_);
     if (videoStream_ && !videoEnded_) {
         videoEnded_ = true;
-        // Without data: makes the decoder give out what it still holds.
-        auto end = std::make_shared<VideoPacket>();
-        end->foundKeyFrame = foundKeyFrame_;
-        observer_->onVideoPacket(std::move(end));
+        sendVideoEnd();
     }
-    if (audioStream_ && tellsSoundEnd_ && !soundEnded_) {
+    if (audioStream_ && (tellsSoundEnd_ || seeksExactly_) && !soundEnded_) {
         soundEnded_ = true;
         observer_->onAudioPakcet(std::make_shared<AudioPacket>());
     }
@@ -247,7 +280,7 @@ void StreamParser::handlePacket(AVPacket* packet) {
     }
     clearInputEnd();
 
-    if (holdNextVideo(*packet) || isForNobody(*packet)) {
+    if (holdUnsure(*packet) || holdNextVideo(*packet) || isForNobody(*packet)) {
         return;
     }
     const bool isVideo = packet->stream_index == videoStreamIndex_;

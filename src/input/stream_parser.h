@@ -16,6 +16,7 @@
 #include "input/packet_outlet.h"
 #include "input/read_again.h"
 #include "input/read_errors.h"
+#include "input/seek_reach.h"
 #include "input/source_options.h"
 #include "input/stream_info.h"
 #include "kelp_player/codec_info.h"
@@ -53,6 +54,8 @@ public:
     virtual int onVideoFrameQueueSize() = 0;
     // Whether a packet has left its queue and may still give a frame to another.
     virtual bool isDecoding() { return false; }
+    // Whether a seek waits for its picture: sound that was read far ahead then holds nothing up.
+    virtual bool isPictureAwaited() { return false; }
     // Before a seek: empty the packet queues. Reading goes on once both are empty.
     virtual void onSeekStart(int seekTimeMs) = 0;
     // After a seek, also a failed one.
@@ -105,7 +108,7 @@ struct StreamParserState {
     bool isLive_ = false;
     const StreamChoice* choice_ = nullptr;  // from `open` on
     bool keepsSideData_ = false;            // palettes, samples to be left out, and so on
-    bool tellsSoundEnd_ = false;            // with a packet without data, as it tells that of the pictures
+    bool tellsSoundEnd_ = false;            // with a packet without data, as that of the pictures and of exact seeks
 
     // The thread's own, like all below.
     ReadErrors readErrors_;
@@ -117,6 +120,13 @@ struct StreamParserState {
     int64_t maxKeyFrameDurationMs_ = 0;  // the largest distance of two key frames; never falls until `close`
     int64_t maxVideoPtsMs_ = -1;         // the largest times handed over; not lowered by a seek
     int64_t maxAudioPtsMs_ = -1;
+
+    // Of the last seek.
+    int64_t seekPosUs_ = 0;
+    bool seeksExactly_ = false;
+    SeekReach reach_;
+    bool isFarthestBack_ = false;     // there is nothing before what is read for it
+    std::vector<HeldPacket> unsure_;  // what was read while reach_ is open
 
     // Of changes of the tracks.
     std::shared_ptr<const CodecInfo> videoTrack_;  // for the packets; null until the first change
@@ -179,7 +189,8 @@ public:
     bool pause(bool paused);
 
     // Asks the thread to seek, to the end at most. Only the newest request that wasn't taken yet counts. Always true.
-    bool seek(int seekTimeMs);
+    // Exact: reading goes on from a key frame and from sound that aren't behind the target, if the input has such.
+    bool seek(int seekTimeMs, SeekRule rule = SeekRule::Standard);
 
     // Asks the thread to play track `number` of this kind in place of the one that is played: one that can be played.
     // Only the newest request for a kind counts. Sound follows from where it is heard, if the source can go back, and
@@ -270,7 +281,18 @@ private:
     // The input goes to any other place.
     void forgetReading();
 
+    // The pictures are over for now, as far as anybody waits for one; they go on with their next key frame.
+    void endPictures();
+    void sendVideoEnd();
+
     void processSeekRequest(int64_t seekPosUs);
+    // Whether `packet` is kept until it is known that the seek has gone back far enough.
+    bool holdUnsure(const AVPacket& packet);
+    SeekReach::Verdict judge(const AVPacket& packet);
+    // The input is over: whether it has gone back to a place before.
+    bool goesBackFromEnd();
+    void goFartherBack();
+    void handOnUnsure();
     // Moves the input to where `seekPosUs`, from its start, can be decoded.
     bool seekInput(int64_t seekPosUs);
     int64_t mpegTsSeekTarget(int64_t position, int64_t seekPosUs);
@@ -284,10 +306,11 @@ private:
     AVBSFContext* bsfContext_ = nullptr;  // null unless the video has to be converted
     std::mutex mutex_;                    // held through `open`; guards what an open finds. Never taken by the thread
 
-    std::atomic<int64_t> durationUs_{0};  // ten hours if it is unknown
-    std::atomic<bool> paused_{false};     // as requested
-    LatestTime seekAsked_;                // in microseconds
-    LatestTime videoAsked_;               // a track's number, likewise
+    std::atomic<int64_t> durationUs_{0};                  // ten hours if it is unknown
+    std::atomic<bool> paused_{false};                     // as requested
+    LatestTime seekAsked_;                                // in microseconds
+    std::atomic<SeekRule> seekRule_{SeekRule::Standard};  // of that
+    LatestTime videoAsked_;                               // a track's number, likewise
     LatestTime audioAsked_;
     ReadCounts videoRead_;
     ReadCounts audioRead_;

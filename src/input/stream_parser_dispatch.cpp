@@ -87,6 +87,7 @@ bool StreamParser::dispatchVideo(AVPacket* packet) {
     if (extrapolator_ && isLive_) {
         extrapolator_->update(videoPacket->pts);
     }
+    videoEnded_ = false;
     observer_->onVideoPacket(videoPacket);
     sendFirstPacket(videoPacket);
     return true;

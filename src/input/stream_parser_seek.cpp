@@ -1,12 +1,15 @@
 // Seeks of the parser: the request, and what its thread does about it.
 
 #include <algorithm>
+#include <utility>
 
 #include "clock/wrapping_math.h"
 #include "input/stream_parser.h"
+#include "input/tick_math.h"
 #include "kelp_player/log.h"
 
 extern "C" {
+#include <libavcodec/packet.h>
 #include <libavformat/avformat.h>
 }
 
@@ -23,12 +26,13 @@ constexpr int64_t kDefaultReserveUs = 10'000'000;
 
 }  // namespace
 
-bool StreamParser::seek(int seekTimeMs) {
+bool StreamParser::seek(int seekTimeMs, SeekRule rule) {
     Log::Debug(TAG, "seek to %d ms\n", seekTimeMs);
     const int64_t durationUs = durationUs_;
     const int64_t wantedUs = static_cast<int64_t>(seekTimeMs) * 1000;
     const int64_t seekPosUs = durationUs >= 1 ? std::min(wantedUs, durationUs) : wantedUs;
     Log::Debug(TAG, "seek to %lld us\n", static_cast<long long>(seekPosUs));
+    seekRule_ = rule;  // of one that is older and taken now as well: the newer one is next
     seekAsked_.post(seekPosUs);
     endRest();
     return true;
@@ -39,6 +43,8 @@ void StreamParser::processSeekRequest(int64_t seekPosUs) {
         observer_->onSeekStart(static_cast<int>(seekPosUs / 1000));
     }
     forgetReading();
+    seekPosUs_ = seekPosUs;
+    seeksExactly_ = seekRule_ == SeekRule::Exact;
     seekInput(seekPosUs);
     packets_->gap();
     waitQueueDrain();
@@ -49,6 +55,78 @@ void StreamParser::processSeekRequest(int64_t seekPosUs) {
     foundKeyFrame_ = false;
     firstPacketSent_ = false;
     lastKeyFramePts_ = -1;
+    unsure_.clear();
+    reach_.end();
+    if (seeksExactly_) {
+        isFarthestBack_ = seekPosUs == 0;
+        reach_.begin(seekPosUs / 1000, videoStream_ != nullptr, audioStream_ != nullptr);
+    }
+}
+
+bool StreamParser::holdUnsure(const AVPacket& packet) {
+    if (!reach_.isOpen()) {
+        return false;
+    }
+    if (HeldPacket copy{av_packet_clone(&packet)}) {
+        unsure_.push_back(std::move(copy));
+    }
+    const auto verdict = judge(packet);
+    if (verdict == SeekReach::Verdict::TooLate && !isFarthestBack_) {
+        goFartherBack();
+    } else if (verdict != SeekReach::Verdict::Open) {
+        handOnUnsure();
+    }
+    return true;
+}
+
+SeekReach::Verdict StreamParser::judge(const AVPacket& packet) {
+    const bool isVideo = packet.stream_index == videoStreamIndex_;
+    if (!isVideo && packet.stream_index != audioStreamIndex_) {
+        return SeekReach::Verdict::Open;
+    }
+    const AVRational base = (isVideo ? videoStream_ : audioStream_)->time_base;
+    const int64_t start = isVideo ? startTimeInVideoTimeBase_ : startTimeInAudioTimeBase_;
+    // Without a time it may be any.
+    const auto timeMs = [&](int64_t ticks, int64_t other) {
+        const int64_t best = ticks != AV_NOPTS_VALUE ? ticks : other;
+        return best == AV_NOPTS_VALUE ? best : ticksToMs(wrappingSubtract(best, start), base.num, base.den);
+    };
+    if (!isVideo) {
+        return reach_.takeSound(timeMs(packet.pts, packet.dts), ticksToMs(packet.duration, base.num, base.den));
+    }
+    const bool isKey = (packet.flags & AV_PKT_FLAG_KEY) != 0 || mending_.marksNone();
+    return reach_.takePicture(isKey, timeMs(packet.pts, packet.dts), timeMs(packet.dts, packet.pts));
+}
+
+bool StreamParser::goesBackFromEnd() {
+    if (!reach_.isOpen()) {
+        return false;
+    }
+    if (reach_.takeEnd() == SeekReach::Verdict::TooLate && !isFarthestBack_) {
+        goFartherBack();
+        return true;
+    }
+    handOnUnsure();
+    return false;
+}
+
+void StreamParser::goFartherBack() {
+    const int64_t posUs = std::max<int64_t>(seekPosUs_ - reach_.backMs() * 1000, 0);
+    unsure_.clear();
+    isFarthestBack_ = posUs == 0;
+    reach_.again();
+    if (!seekInput(posUs)) {
+        seekInput(seekPosUs_);
+        reach_.end();
+    }
+    clearInputEnd();
+}
+
+void StreamParser::handOnUnsure() {
+    reach_.end();
+    for (const auto unsure = std::exchange(unsure_, {}); const auto& packet : unsure) {
+        handlePacket(packet.get());
+    }
 }
 
 bool StreamParser::seekInput(int64_t seekPosUs) {

@@ -159,6 +159,7 @@ private:
     void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
     void onPlaybackCompleted() override;
     void onPlayFailed() override;
+    bool isPictureAwaited() override { return videoPlayThread_.load() && seekTurns_.isFrameAwaited(); }
 
     // From the video decode thread; seeks without flush from the thread that runs `seek`. The buffers' `alloc` calls,
     // here and below, let std::bad_alloc out.
@@ -166,6 +167,7 @@ private:
     void onVideoDecodeFailed() override;
     void onVideoPacketTaken() override { onPacketTaken(); }
     void onVideoDecodeNoMoreFrame() override;
+    void onVideoDecodeEnd() override;
     void onVideoDecodeSeek(int seekTimeMs, bool flush) override;
     std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) override { return pixPool_.alloc(size); }
     void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) override { pixPool_.free(std::move(buffer)); }
@@ -174,6 +176,7 @@ private:
     void onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) override;
     int onSpeedUpSamples() override;
     void onAudioPacketTaken() override { onPacketTaken(); }
+    void onAudioDecodeEnd() override;
     void onAudioDecodeSeek(int seekTimeMs, bool flush) override;
     void onAudioDecodeTrack() override;
     std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) override { return pcmPool_.alloc(size); }
@@ -247,6 +250,12 @@ private:
     int clampToDuration(int seekTimeMs) const;
     bool seekInFrameQueues(int seekTimeMs);
     bool seekInPacketQueues(int seekTimeMs);
+    // The first two in one for an exact seek, which runs until its first frame as any other. Nothing that plays at the
+    // target may be gone, and the sound is asked as well.
+    bool seekInQueues(int seekTimeMs);
+
+    // At an end of the input: whether it is to be told. If not, what waits goes on.
+    bool endSeeks(bool (SeekTurns::*ending)());
 
     // Starts the last request that has waited, on the worker.
     void postReplay(SeekTurns::Next next);

@@ -123,6 +123,21 @@ void PlayTask::onVideoDecodeNoMoreFrame() {
     Log::Debug(kTag, "%s\n", "onVideoDecodeNoMoreFrame");
     // No picture will end a seek that landed behind the last key frame.
     seekTurns_.noMoreFrame();
+    if (const auto next = seekTurns_.newest()) {
+        postReplay(*next);
+    }
+}
+
+void PlayTask::onVideoDecodeEnd() {
+    if (const auto videoPlay = videoPlayThread_.load()) {
+        videoPlay->endFrames();
+    }
+}
+
+void PlayTask::onAudioDecodeEnd() {
+    if (const auto audioPlay = audioPlayThread_.load()) {
+        audioPlay->endFrames();
+    }
 }
 
 void PlayTask::onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) {
@@ -203,13 +218,13 @@ void PlayTask::onPlaybackCompleted() {
     if (loadOptions_.allCodecs && !anyDecoded_) {
         Log::Error(kTag, "%s can't be played: nothing of it could be decoded\n", fileName_.c_str());
         onPlayFailed();
-    } else if (seekTurns_.completed()) {
+    } else if (endSeeks(&SeekTurns::completed)) {
         raise(EVENT_COMPLETED, 0, 0, 0);
     }
 }
 
 void PlayTask::onPlayFailed() {
-    if (!isStopping() && seekTurns_.failed()) {
+    if (!isStopping() && endSeeks(&SeekTurns::failed)) {
         raise(EVENT_FAILED, ERROR_TYPE_STREAM, 1, 0);
     }
 }

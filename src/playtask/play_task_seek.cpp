@@ -24,15 +24,18 @@ bool PlayTask::startSeek(int seekTimeMs) {
         return false;
     }
     seekTimeMs = clampToDuration(seekTimeMs);
+    const SeekRule rule = options().seekRule;
+    seekTurns_.setRule(rule);
     if (seekTurns_.request(seekTimeMs)) {
         return true;
     }
-    if (seekInFrameQueues(seekTimeMs)) {
+    if (rule == SeekRule::Standard && seekInFrameQueues(seekTimeMs)) {
         seekTurns_.served();
         return true;
     }
     seekTurns_.start(seekTimeMs);
-    return seekInPacketQueues(seekTimeMs) || (streamParser_ && streamParser_->seek(seekTimeMs));
+    const bool isQueued = rule == SeekRule::Standard ? seekInPacketQueues(seekTimeMs) : seekInQueues(seekTimeMs);
+    return isQueued || (streamParser_ && streamParser_->seek(seekTimeMs, rule));
 }
 
 int PlayTask::clampToDuration(int seekTimeMs) const {
@@ -85,6 +88,40 @@ bool PlayTask::seekInPacketQueues(int seekTimeMs) {
     return seekTurns_.isTaken();
 }
 
+bool PlayTask::seekInQueues(int seekTimeMs) {
+    const auto videoPlay = videoPlayThread_.load();
+    const auto audioPlay = audioPlayThread_.load();
+    const auto videoDecode = videoDecodeThread_.load();
+    const auto audioDecode = audioDecodeThread_.load();
+    const auto reaches = [seekTimeMs](auto& play, auto& decode) {
+        return play->checkBuffer(seekTimeMs) || (decode && decode->checkBuffer(seekTimeMs));
+    };
+    // What has left a queue since the look has gone on to the next one.
+    const auto seekIn = [&](auto& play, auto& decode) {
+        play->setSeekRule(SeekRule::Exact);
+        const bool isFound = play->seekInQueue(seekTimeMs, [this] { seekTurns_.arrived(); });
+        if (isFound && decode) {
+            decode->skipTo(seekTimeMs);
+        }
+        return isFound;
+    };
+    if (!videoPlay) {
+        return audioPlay && reaches(audioPlay, audioDecode) && seekIn(audioPlay, audioDecode);
+    }
+    if (!reaches(videoPlay, videoDecode) || (audioPlay && !audioPlay->holdsFrom(seekTimeMs)) ||
+        !seekIn(videoPlay, videoDecode)) {
+        return false;
+    }
+    if (audioPlay) {
+        audioPlay->setSeekRule(SeekRule::Exact);
+        audioPlay->seek(seekTimeMs, /*needFlush=*/false);
+        if (audioDecode) {
+            audioDecode->skipTo(seekTimeMs);
+        }
+    }
+    return true;
+}
+
 void PlayTask::onSeekStart(int seekTimeMs) {
     seekTurns_.taken();
     if (const auto videoDecode = videoDecodeThread_.load()) {
@@ -101,6 +138,7 @@ void PlayTask::onSeekCompleted() {
 
 void PlayTask::onVideoDecodeSeek(int seekTimeMs, bool flush) {
     if (const auto videoPlay = videoPlayThread_.load()) {
+        videoPlay->setSeekRule(seekTurns_.rule());
         seekTurns_.arrived();
         videoPlay->seek(seekTimeMs, flush);
     }
@@ -112,17 +150,26 @@ void PlayTask::onAudioDecodeSeek(int seekTimeMs, bool flush) {
         seekTurns_.arrived();
     }
     if (const auto audioPlay = audioPlayThread_.load()) {
+        audioPlay->setSeekRule(seekTurns_.rule());
         audioPlay->seek(seekTimeMs, flush);
     }
 }
 
 void PlayTask::finishSeek(int64_t framePtsMs) {
     if (const auto clock = masterClock_.load()) {
-        clock->rebase(framePtsMs);
+        clock->rebase(seekTurns_.positionAt(framePtsMs));
     }
     if (const auto next = seekTurns_.firstFrame()) {
         postReplay(*next);
     }
+}
+
+bool PlayTask::endSeeks(bool (SeekTurns::*ending)()) {
+    const bool isTold = (seekTurns_.*ending)();
+    if (const auto next = seekTurns_.newest()) {
+        postReplay(*next);
+    }
+    return isTold;
 }
 
 void PlayTask::postReplay(SeekTurns::Next next) {

@@ -1,10 +1,17 @@
 #include "playtask/seek_turns.h"
 
+#include <algorithm>
+
 #include "kelp_player/log.h"
 
 namespace kelp {
 
 constexpr const char* kTag = "PlayTask";
+
+void SeekTurns::setRule(SeekRule rule) {
+    std::lock_guard lock(mutex_);
+    nextRule_ = rule;
+}
 
 bool SeekTurns::request(int timeMs) {
     std::lock_guard lock(mutex_);
@@ -12,6 +19,7 @@ bool SeekTurns::request(int timeMs) {
         return true;
     }
     phase_ = Phase::Due;
+    rule_ = nextRule_;
     if (isExact()) {
         ++turn_;
         waiting_ = 0;
@@ -75,6 +83,10 @@ std::optional<SeekTurns::Next> SeekTurns::firstFrame() {
     if (isRunning() || waiting_ == 0) {
         return std::nullopt;
     }
+    return handOn();
+}
+
+SeekTurns::Next SeekTurns::handOn() {
     const Next next{newestMs_, waiting_, turn_};
     Log::Debug(kTag, "%s, startSeek seekTimeMs:%d, queueSize:%d\n", "processBufferedSeekRequest", next.timeMs,
                next.waiting);
@@ -96,7 +108,11 @@ bool SeekTurns::completed() {
     if (isExact() && (phase_ == Phase::Due || phase_ == Phase::Asked)) {
         return false;
     }
-    if (isExact() || isRunning()) {
+    if (isExact()) {
+        end();
+        return waiting_ == 0;
+    }
+    if (isRunning()) {
         end();
         waiting_ = 0;
     }
@@ -105,6 +121,11 @@ bool SeekTurns::completed() {
 
 bool SeekTurns::failed() {
     return !isExact() || completed();
+}
+
+std::optional<SeekTurns::Next> SeekTurns::newest() {
+    std::lock_guard lock(mutex_);
+    return isExact() && phase_ == Phase::Idle && waiting_ > 0 ? std::optional(handOn()) : std::nullopt;
 }
 
 void SeekTurns::forget() {
@@ -132,6 +153,21 @@ bool SeekTurns::isTaken() const {
 int SeekTurns::waiting() const {
     std::lock_guard lock(mutex_);
     return waiting_;
+}
+
+SeekRule SeekTurns::rule() const {
+    std::lock_guard lock(mutex_);
+    return rule_;
+}
+
+bool SeekTurns::isFrameAwaited() const {
+    std::lock_guard lock(mutex_);
+    return isExact() && isRunning();
+}
+
+int64_t SeekTurns::positionAt(int64_t framePtsMs) const {
+    std::lock_guard lock(mutex_);
+    return isExact() && phase_ == Phase::Arrived ? std::max<int64_t>(framePtsMs, targetMs_) : framePtsMs;
 }
 
 std::optional<int> SeekTurns::target() const {

@@ -1,31 +1,26 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <limits>
 #include <mutex>
 #include <optional>
 
-namespace kelp {
+#include "runtime/seek_rule.h"
 
-// How strictly a seek is held apart from what comes before and after it.
-enum class SeekRule {
-    // Any first frame ends the running seek, so does the end of the film; a replay that was overtaken waits its turn.
-    Standard,
-    // A stage's word ends a seek only if the seek has passed that stage, and the newest request is the one that counts.
-    Exact,
-};
+namespace kelp {
 
 // Whose turn it is among the seeks of one playback: one runs at a time, those that come meanwhile wait, and only the
 // newest of them runs next. Any thread may call, under any lock: the mutex in here is a leaf, but for the log's.
 //
 // docs/architecture.md has a table of what each call does in each phase under SeekRule::Standard. Under Exact a request
 // that doesn't wait drops what waits, and makes void the replay that was due; firstFrame and noMoreFrame do nothing
-// before the seek has arrived; completed is false while a seek is due or asked for, and drops what waits otherwise;
-// failed is as completed.
+// before the seek has arrived; completed is false while a seek is due or asked for, ends the seek otherwise, and is
+// false as well if one waits, which newest then hands on; failed is as completed.
 //
 // What follows from it: an accepted request is the running one, the one due, or the last that waits, until it is
-// served, overtaken by a newer one, or ended by the end of the film, by a stop or, under Standard, by the frame of
-// another one.
+// served, overtaken by a newer one, or ended by a stop, by the end of the film behind which no frame has come or, under
+// Standard, by any end of the film and by the frame of another one.
 class SeekTurns {
 public:
     // One that has waited: to be asked for anew, if isDue says so by then.
@@ -35,7 +30,10 @@ public:
         unsigned int turn;
     };
 
-    explicit SeekTurns(SeekRule rule) : rule_(rule) {}
+    explicit SeekTurns(SeekRule rule) : rule_(rule), nextRule_(rule) {}
+
+    // For the requests that go from here on.
+    void setRule(SeekRule rule);
 
     // True if a seek runs, and this request now waits for its end. Otherwise it goes at once: `served` or `start` are
     // next, before any other request may go.
@@ -54,12 +52,20 @@ public:
     // Whether that is to be told: not if an accepted seek goes first.
     bool completed();
     bool failed();
+    // What waits though no seek runs, where the end of one has left it. Standard leaves it to the next first frame.
+    std::optional<Next> newest();
     void forget();  // a stop
 
     bool isDue(unsigned int turn) const;
     // Whether a stage has the running seek, so that something will end it. Standard takes it for granted.
     bool isTaken() const;
     int waiting() const;
+    // Of the seek that went last.
+    SeekRule rule() const;
+    // Whether a first frame is to come that nothing but the end of the film keeps back. Never under Standard.
+    bool isFrameAwaited() const;
+    // Where playback goes on behind a first frame of this time: at the target that it holds, under Exact.
+    int64_t positionAt(int64_t framePtsMs) const;
     // Of the running seek. Takes no lock.
     std::optional<int> target() const;
 
@@ -69,14 +75,16 @@ private:
     enum class Phase { Idle, Due, Asked, Read, Arrived };
 
     bool isExact() const { return rule_ == SeekRule::Exact; }
+    Next handOn();
     bool isRunning() const { return phase_ >= Phase::Asked; }
     bool parkIfRunning(int timeMs);
     void end();
 
     static constexpr int kNone = std::numeric_limits<int>::min();
 
-    const SeekRule rule_;
     mutable std::mutex mutex_;  // guards what follows
+    SeekRule rule_;             // of the seek that went last
+    SeekRule nextRule_;
     Phase phase_ = Phase::Idle;
     int newestMs_ = 0;                  // the last that waits
     int waiting_ = 0;                   // how many; the same time twice in a row counts once

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -109,8 +110,20 @@ bool AudioPlayThread::pause(bool paused) {
 void AudioPlayThread::seek(int seekTimeMs, bool needFlush) {
     Log::Debug(kTag, "%s, seekTimeMs:%d, needFlush:%d\n", "seek", seekTimeMs, needFlush);
     BasePlayThread::seek(seekTimeMs, needFlush);
-    // Releases a write that is blocked, so that the loop gets to the seek. A write takes the order back only on its
-    // way out, so the loop comes round after each flush.
+    releaseWrite();
+}
+
+bool AudioPlayThread::seekInQueue(int seekTimeMs, const std::function<void()>& onFound) {
+    const bool isFound = BasePlayThread::seekInQueue(seekTimeMs, onFound);
+    if (isFound) {
+        releaseWrite();
+    }
+    return isFound;
+}
+
+void AudioPlayThread::releaseWrite() {
+    // So that the loop gets to the seek. A write takes the order back only on its way out, so the loop comes round
+    // after each flush.
     if (const auto output = audioOutput_.load()) {
         output->flush();
     }
@@ -164,6 +177,25 @@ void AudioPlayThread::onSeekFinish(int ptsMs) {
     if (observer_) {
         observer_->onFirstAudioFrame(ptsMs);
     }
+}
+
+void AudioPlayThread::cutTo(DecodedFrame& decodedFrame, int64_t timeMs) {
+    auto* const frame = dynamic_cast<AudioFrameInfo*>(&decodedFrame);
+    const auto sampleBytes = static_cast<int64_t>(sizeof(short)) * outputSpec_.channels;
+    if (!frame || !limitToBuffer(*frame) || sampleBytes < 1 || outputSpec_.sampleRate < 1) {
+        return;
+    }
+    const int64_t samples = frame->dataSize / sampleBytes;
+    const int64_t cutMs = std::min(timeMs - frame->pts, samples * 1000 / outputSpec_.sampleRate);
+    // One is left, so that there is something to play.
+    const int64_t cutBytes = std::min(cutMs * outputSpec_.sampleRate / 1000, samples - 1) * sampleBytes;
+    if (cutBytes <= 0) {
+        return;
+    }
+    frame->dataSize -= static_cast<unsigned int>(cutBytes);
+    std::memmove(frame->buffer->data, frame->buffer->data + cutBytes, frame->dataSize);
+    frame->pts += cutMs;
+    std::atomic_ref(frame->duration).fetch_sub(cutMs, std::memory_order_relaxed);
 }
 
 void AudioPlayThread::onLateStart(int64_t positionMs) {

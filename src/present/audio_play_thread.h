@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 #include "clock/sync_object.h"
@@ -68,10 +69,13 @@ public:
     // By how many samples per channel the sound runs ahead of the clock that it follows; negative if it lags.
     int getUnSyncSamples() { return timing_->unSyncSamples(); }
 
+    using BasePlayThread::endFrames;
     using BasePlayThread::fillFrame;
     using BasePlayThread::getFrameQueueSize;
+    using BasePlayThread::holdsFrom;
     using BasePlayThread::level;
     using BasePlayThread::setMaxPtsMs;
+    using BasePlayThread::setSeekRule;
     using BasePlayThread::splice;
     using BasePlayThread::start;
     using BasePlayThread::takeOddStreams;
@@ -82,6 +86,7 @@ public:
     // Drops the clock that is followed as well.
     void stop() override;
     void prepareStop() override;
+    bool seekInQueue(int seekTimeMs, const std::function<void()>& onFound);
 
     int64_t getNoSyncThreshold() override { return 10000; }
     bool isForceSync() override { return false; }
@@ -96,9 +101,13 @@ private:
     void onOutput() override {}
     void onSeekStart(int seekTimeMs) override;
     void onSeekFinish(int ptsMs) override;
+    void cutTo(DecodedFrame& frame, int64_t timeMs) override;
     void onLateStart(int64_t positionMs) override;
     void onExit() override;
     void onFramesTaken(int left) override;
+
+    // Lets a write that is blocked return, behind a seek that was posted.
+    void releaseWrite();
 
     // Makes the output, opens it and only then lets the control side see it.
     std::shared_ptr<IAudioOutput> makeOutput();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <limits>
 #include <utility>
 
 #include "clock/wrapping_math.h"
@@ -23,11 +24,6 @@ int64_t endOf(const DecodedFrame& frame) {
     return wrappingAdd(frame.pts, frame.duration);
 }
 
-// Whether `timeMs` lies within the frame, or before it.
-bool reaches(const DecodedFrame& frame, int64_t timeMs) {
-    return frame.pts == timeMs || wrappingSubtract(wrappingAdd(frame.pts, frame.duration), 1) >= timeMs;
-}
-
 }  // namespace
 
 BasePlayThread::BasePlayThread(std::string name, int keepFrames, Idle idle)
@@ -40,26 +36,25 @@ void BasePlayThread::Run() {
 
     onFramesTaken(getFrameQueueSize());
     while (!isStopRequested()) {
-        if (const unsigned int resumes = resumes_; paused_ && skipTargetMs_ == -1) {
+        if (const unsigned int resumes = resumes_; paused_ && !landing_.isRunning()) {
             restBeforeOffer(resumes);
             lateStart_.hold();
         }
 
         std::unique_lock lock(queueMutex_);
         startPendingSeeks(lock);
-        if (frameQueue_.empty()) {
+        if (frameQueue_.empty() || (landing_.isRunning() && judgeFront() == SeekLanding::Verdict::Wait)) {
             waitForFrame(lock);
             continue;
         }
         const size_t size = frameQueue_.size();
-        const auto frame = skipTargetMs_ == -1 ? frameQueue_.front() : skipToTarget();
+        const auto frame = landing_.isRunning() ? skipToTarget() : frameQueue_.front();
         if (frame) {
             presentedToMs_ = endOf(*frame);
         }
         unlockAndTell(lock, size);
         if (!frame) {
-            // All were skipped. The queue is waited for at once: a rest here would be one for each frame on the way to
-            // the target.
+            // The queue is waited for at once: a rest here would be one for each frame on the way to the target.
             continue;
         }
         if (!isDue(*frame)) {
@@ -68,7 +63,7 @@ void BasePlayThread::Run() {
         present(frame);
         if (!paused_) {
             lock.lock();
-            popPresented(lock);
+            popPresented(lock, *frame);
         }
     }
 
@@ -84,18 +79,18 @@ void BasePlayThread::dropFrames() {
 
 void BasePlayThread::startPendingSeeks(std::unique_lock<std::mutex>& lock) {
     while (const auto seekTimeMs = seekAsked_.take()) {
-        skipTargetMs_ = static_cast<int>(*seekTimeMs);
+        landing_ = SeekLanding(seekRule_, static_cast<int>(*seekTimeMs));
         skipCount_ = 0;
-        lateStart_.begin(skipTargetMs_);
+        lateStart_.begin(landing_.targetMs());
         lock.unlock();
-        onSeekStart(skipTargetMs_);
+        onSeekStart(landing_.targetMs());
         lock.lock();
     }
 }
 
 void BasePlayThread::waitForFrame(std::unique_lock<std::mutex>& lock) {
-    // A stop that is requested after this look takes the mutex before it wakes the wait. There is no frame and no seek,
-    // by looks under the mutex, which both take.
+    // A stop that is requested after this look takes the mutex before it wakes the wait. There is no seek and no frame
+    // but one that waits for another, or for the end, by looks under the mutex, which all of these take.
     if (isStopRequested()) {
         return;
     }
@@ -106,21 +101,39 @@ void BasePlayThread::waitForFrame(std::unique_lock<std::mutex>& lock) {
     }
 }
 
+int64_t BasePlayThread::skipLimit() const {
+    const int64_t maxPtsMs = maxPtsMs_;
+    const bool isEndKnown = maxPtsMs > 0 || (maxPtsMs == 0 && takesOddStreams());
+    return landing_.limitMs(isEndKnown ? maxPtsMs : std::numeric_limits<int64_t>::max());
+}
+
+SeekLanding::Verdict BasePlayThread::judgeFront() {
+    const auto behind = frameQueue_.size() > 1 ? SeekLanding::Behind::AFrame
+                        : isLast_              ? SeekLanding::Behind::Nothing
+                                               : SeekLanding::Behind::Unknown;
+    return landing_.judge(*frameQueue_.front(), behind, skipLimit());
+}
+
 std::shared_ptr<DecodedFrame> BasePlayThread::skipToTarget() {
     while (!frameQueue_.empty()) {
-        // A target behind the end of the stream ends at the last frame known.
-        const int64_t maxPtsMs = maxPtsMs_;
-        const bool isEndKnown = maxPtsMs > 0 || (maxPtsMs == 0 && takesOddStreams());
-        const int64_t skipLimit = isEndKnown && maxPtsMs < skipTargetMs_ ? maxPtsMs : skipTargetMs_;
-        if (const auto& front = frameQueue_.front(); reaches(*front, skipLimit)) {
+        const auto verdict = judgeFront();
+        if (verdict == SeekLanding::Verdict::Wait) {
+            return nullptr;
+        }
+        if (verdict == SeekLanding::Verdict::Land) {
+            const auto front = frameQueue_.front();
             Log::Info(kTag,
                       "[%s], %s, finish skip frame, skip count:%d, pts:%lld, duration:%lld, seekTime:%d, "
                       "skipLimit:%d, left q.size:%d\n",
                       threadName_.c_str(), "Run", skipCount_, static_cast<long long>(front->pts),
-                      static_cast<long long>(front->duration), skipTargetMs_, static_cast<int>(skipLimit),
+                      static_cast<long long>(front->duration), landing_.targetMs(), static_cast<int>(skipLimit()),
                       static_cast<int>(frameQueue_.size()));
+            landing_.land(*front);
+            if (const int64_t startMs = startOf(*front); startMs != front->pts) {
+                cutTo(*front, startMs);
+                landing_.land(*front);
+            }
             onSeekFinish(static_cast<int>(front->pts));
-            skipTargetMs_ = -1;
             return front;
         }
         frameQueue_.pop();
@@ -153,10 +166,13 @@ void BasePlayThread::restBeforeOffer(unsigned int resumes) {
     rest(isAsleep ? Rest::kForeverMs : kRetryMs, [&] { return seekAsked_.isPending() || resumes_ != resumes; });
 }
 
-void BasePlayThread::popPresented(std::unique_lock<std::mutex>& lock) {
+void BasePlayThread::popPresented(std::unique_lock<std::mutex>& lock, const DecodedFrame& frame) {
     const size_t size = frameQueue_.size();
     if (static_cast<int>(size) > keepFrames_) {
-        frameQueue_.pop();
+        const bool isAwaited = idle_ == Idle::Served && seekAsked_.isPending();  // sound that was played is used up
+        if (SeekLanding::mayLeave(seekRule_, frameQueue_.front().get() == &frame, isAwaited)) {
+            frameQueue_.pop();
+        }
     } else if (size > 0 && static_cast<int>(size) == keepFrames_) {
         // With the mutex held: producers and the control side wait as well.
         restUntilSeek(kKeepUs);
@@ -218,7 +234,9 @@ int BasePlayThread::fillFrame(std::shared_ptr<DecodedFrame> frame) {
     if (!frameQueue_.empty() && frame->pts > frameQueue_.back()->pts) {
         auto& last = *frameQueue_.back();
         std::atomic_ref(last.duration).store(wrappingSubtract(frame->pts, last.pts), std::memory_order_relaxed);
+        last.lastsToMs = wrappingSubtract(frame->pts, 1);
     }
+    isLast_ = false;
     frameQueue_.push(std::move(frame));
     queueCond_.notify_all();
     const size_t size = frameQueue_.size();
@@ -279,12 +297,42 @@ void BasePlayThread::seek(int seekTimeMs, bool needFlush) {
     }
     if (needFlush) {
         clearQueue(frameQueue_);
+        isLast_ = false;
     }
+    postSeek(seekTimeMs);
+    unlockAndTell(lock, size);
+}
+
+void BasePlayThread::postSeek(int seekTimeMs) {
     presentedToMs_ = -1;
     seekAsked_.post(seekTimeMs);
     endRest();
     queueCond_.notify_all();
-    unlockAndTell(lock, size);
+}
+
+bool BasePlayThread::beginsBy(int seekTimeMs) const {
+    return !frameQueue_.empty() && frameQueue_.front()->pts <= seekTimeMs;
+}
+
+bool BasePlayThread::holdsFrom(int seekTimeMs) {
+    std::lock_guard lock(queueMutex_);
+    return beginsBy(seekTimeMs);
+}
+
+bool BasePlayThread::seekInQueue(int seekTimeMs, const std::function<void()>& onFound) {
+    std::lock_guard lock(queueMutex_);
+    if (!beginsBy(seekTimeMs)) {
+        return false;
+    }
+    onFound();
+    postSeek(seekTimeMs);
+    return true;
+}
+
+void BasePlayThread::endFrames() {
+    std::lock_guard lock(queueMutex_);
+    isLast_ = true;
+    queueCond_.notify_all();
 }
 
 bool BasePlayThread::checkBuffer(int seekTimeMs) {
@@ -312,7 +360,7 @@ bool BasePlayThread::dropBefore(int seekTimeMs) {
         Log::Debug(kTag, "[%s], %s, frame pts:%lld, duration:%lld, seekTime:%d, bfsz:%d\n", threadName_.c_str(),
                    kOperation, static_cast<long long>(front.pts), static_cast<long long>(front.duration), seekTimeMs,
                    front.buffer ? static_cast<int>(front.buffer->size) : 0);
-        if (reaches(front, seekTimeMs)) {
+        if (SeekLanding::reaches(front, seekTimeMs)) {
             Log::Info(kTag, "[%s], %s, frame pts:%lld found\n", threadName_.c_str(), kOperation,
                       static_cast<long long>(front.pts));
             break;

@@ -11,14 +11,16 @@
 
 #include "decode/decoded_frame.h"
 #include "present/late_start.h"
+#include "present/seek_landing.h"
 #include "runtime/base_thread.h"
 #include "runtime/latest_time.h"
+#include "runtime/seek_rule.h"
 #include "runtime/stage_counts.h"
 
 namespace kelp {
 
 // Holds decoded frames until it is their time, hands them to the output of the derived class one by one, and carries
-// a seek out on them: frames are dropped until the target is reached.
+// a seek out on them: frames are dropped until the one comes that SeekLanding chooses.
 //
 // One thread, the play thread, runs the loop and calls all `on...` operations. `fillFrame` comes from the decode side
 // and never blocks or refuses; everything else comes from the control side. None of them is held up by a slow output:
@@ -66,6 +68,18 @@ public:
     // `needFlush` those that are queued now go at once.
     virtual void seek(int seekTimeMs, bool needFlush);
 
+    // For the seeks from here on, and for what leaves the queue.
+    void setSeekRule(SeekRule rule) { seekRule_ = rule; }
+
+    // Whether a queued frame begins at `seekTimeMs` or before, so that no earlier one is missing for a seek to there.
+    bool holdsFrom(int seekTimeMs);
+    // If so, calls `onFound` and seeks without a flush; the next frame goes out behind that. `onFound` comes with the
+    // queue's mutex held.
+    bool seekInQueue(int seekTimeMs, const std::function<void()>& onFound);
+
+    // No frame comes behind those that were filled, until a seek flushes.
+    void endFrames();
+
     // Whether the target lies between the first and the last queued frame.
     virtual bool checkBuffer(int seekTimeMs);
 
@@ -94,8 +108,11 @@ protected:
     // A seek was asked for; once for each, before any frame is dropped for it. No lock held.
     virtual void onSeekStart(int seekTimeMs) = 0;
 
-    // The frame with this time is the first at or past the target; it is offered next.
+    // The frame with this time is the one that the seek ends with; it is offered next.
     virtual void onSeekFinish(int ptsMs) = 0;
+
+    // `timeMs` lies behind the beginning of the frame that an exact seek ends with; right before onSeekFinish.
+    virtual void cutTo(DecodedFrame& /*frame*/, int64_t /*timeMs*/) {}
 
     // Playback has come to `positionMs`, before the first frame. Comes every 50 ms until that is due. No lock held.
     virtual void onLateStart(int64_t /*positionMs*/) {}
@@ -127,6 +144,10 @@ protected:
 
     bool takesOddStreams() const { return lateStart_.isWanted(); }
 
+    // See SeekLanding; for the play thread.
+    bool isLanded(const DecodedFrame& frame) const { return landing_.isLanded(frame); }
+    int64_t startOf(const DecodedFrame& frame) const { return landing_.startOf(frame); }
+
     // From `start` to the end of `stop`.
     bool isStarted() const { return started_.load(std::memory_order_relaxed); }
 
@@ -143,14 +164,20 @@ private:
     // The steps of the loop, with queueMutex_ held at call and return.
     void startPendingSeeks(std::unique_lock<std::mutex>& lock);
     void waitForFrame(std::unique_lock<std::mutex>& lock);
+    // What the running seek is to reach: a target behind the end of the stream ends at the last frame known.
+    int64_t skipLimit() const;
+    SeekLanding::Verdict judgeFront();
     std::shared_ptr<DecodedFrame> skipToTarget();
-    void popPresented(std::unique_lock<std::mutex>& lock);  // unlocks
+    void popPresented(std::unique_lock<std::mutex>& lock, const DecodedFrame& frame);  // unlocks
     // After a change of the queue, with its mutex held.
     void noteLevel();
     // Notes the level, unlocks, and tells if the queue is shorter than `before`.
     void unlockAndTell(std::unique_lock<std::mutex>& lock, size_t before);
     // Until the front frame is to be offered (again), or a pause has ended since `resumes_` was read. No lock held.
     void restBeforeOffer(unsigned int resumes);
+    // queueMutex_ is held, in all three.
+    void postSeek(int seekTimeMs);
+    bool beginsBy(int seekTimeMs) const;
     bool dropBefore(int seekTimeMs);
     // Whether the target lies in the queue's range; logs as `operation`.
     bool isInRange(int seekTimeMs, const char* operation);
@@ -167,16 +194,18 @@ private:
     std::mutex queueMutex_;
     QueueLevel level_;                   // of frameQueue_
     std::condition_variable queueCond_;  // a frame was queued, or a seek or a stop requested
-    bool splicing_ = false;              // guarded by queueMutex_, like the next
-    int64_t presentedToMs_ = -1;         // the end of the frame presented last; -1 when none was since the last seek
+    bool isLast_ = false;                // no frame comes behind the queue; guarded by queueMutex_, like the next two
+    bool splicing_ = false;
+    int64_t presentedToMs_ = -1;  // the end of the frame presented last; -1 when none was since the last seek
     std::atomic<bool> paused_{false};
     std::atomic<unsigned int> resumes_{0};  // pauses that have ended
     LatestTime seekAsked_;                  // in milliseconds; posted with queueMutex_ held, with what it flushes
-    int skipTargetMs_ = -1;              // the loop's, like the next: what the running seek skips to; -1 when none runs
-    int skipCount_ = 0;                  // frames dropped for it
-    LateStart lateStart_;                // the loop's, but whether it is wanted
-    std::atomic<int64_t> maxPtsMs_{-1};  // highest time known for the stream; -1 for none
-    std::atomic<bool> started_{false};   // written by the owner only
+    std::atomic<SeekRule> seekRule_{SeekRule::Standard};  // set before the seek that it is for
+    SeekLanding landing_;                                 // of the last seek; the loop's, like the next
+    int skipCount_ = 0;                                   // frames dropped for it
+    LateStart lateStart_;                                 // the loop's, but whether it is wanted
+    std::atomic<int64_t> maxPtsMs_{-1};                   // highest time known for the stream; -1 for none
+    std::atomic<bool> started_{false};                    // written by the owner only
 };
 
 }  // namespace kelp

@@ -1,6 +1,7 @@
 #include "present/video_play_thread.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "clock/wrapping_math.h"
@@ -129,21 +130,30 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
             observer_->onFirstVideoFrame(frame->pts);
         }
     }
-    timing_->begin(*frame, nowUs);
+    // An exact seek's picture is shown in any case, and counts from the target on, which lies within it.
+    std::optional<VideoFrameInfo> fromTarget;
+    if (isLanded(*frame)) {
+        fromTarget.emplace();
+        fromTarget->pts = startOf(*frame);
+        fromTarget->fractionUs = fromTarget->pts == frame->pts ? frame->fractionUs : 0;
+        fromTarget->pixFormat = frame->pixFormat;
+    }
+    const VideoFrameInfo& timed = fromTarget ? *fromTarget : *frame;
+    timing_->begin(timed, nowUs);
     counts_.aheadOfMasterMs.set(timing_->aheadOfMasterMs());
     nowUs = waitUntilDue(nowUs);
-    timing_->logIfLate(*frame, nowUs);
+    timing_->logIfLate(timed, nowUs);
     if (isStopRequested()) {
         return true;
     }
-    timing_->step(*frame, durationOf(*frame), nowUs);
+    timing_->step(timed, durationOf(*frame), nowUs);
 
-    if (timing_->isTooLate(*frame)) {
+    if (!fromTarget && timing_->isTooLate(*frame)) {
         timing_->setTime(frame->pts, nowUs);
         counts_.late.add();
         return true;
     }
-    const bool held = timing_->isHeld(*frame);
+    const bool held = timing_->isHeld(timed);
     carryOutClearScreen();
     draw(held ? lastFrame_.get() : frame);
     // In a pause the same one comes again and again.
@@ -152,7 +162,7 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
     if (!held) {
         lastFrame_.set(frame);
     }
-    timing_->setDrawn(*frame, nowUs);
+    timing_->setDrawn(timed, nowUs);
     return !held;
 }
 

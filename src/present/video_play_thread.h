@@ -89,7 +89,8 @@ public:
     // At which pictures go by; looked at by exact timing alone, the standard one knows its master's time.
     void setSpeed(double speed);
 
-    // The time of the picture on the screen, or the target of a seek, in milliseconds.
+    // The time of the picture on the screen, or the target of a seek, in milliseconds: of an exact one also while the
+    // picture that holds it is there.
     int64_t getCurrentTime() { return timing_->clock().pts(); }
 
     // What it counts; any thread, without a lock.
@@ -99,11 +100,15 @@ public:
     // odd streams alone.
     bool isDry();
 
+    using BasePlayThread::endFrames;
     using BasePlayThread::fillFrame;
     using BasePlayThread::getFrameQueueSize;
+    using BasePlayThread::holdsFrom;
     using BasePlayThread::level;
     using BasePlayThread::prepareStop;
+    using BasePlayThread::seekInQueue;
     using BasePlayThread::setMaxPtsMs;
+    using BasePlayThread::setSeekRule;
     using BasePlayThread::start;
     using BasePlayThread::stop;
     using BasePlayThread::takeOddStreams;

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "runtime/seek_rule.h"
+
 namespace kelp {
 
 // What a host wants done in another way than the standard one, read from the texts of KelpPlayer::setOption. A member
@@ -13,15 +15,16 @@ struct PlaybackOptions {
     static constexpr int kAutoTrack = -1;
     static constexpr int kNoTrack = -2;
 
-    bool allCodecs = false;            // "codecs": all that libavcodec decodes is played
-    bool exactTiming = false;          // sound and pictures are in step as exactly as can be, at every speed
-    bool lowLiveDelay = false;         // "live_delay": a live source is shown as soon as can be
-    bool sharedPictures = false;       // "pictures": pictures stay in the decoder's memory where that can be
-    bool closedLiveFails = false;      // "closed_live_source": the end of a live source is its loss
-    bool rtspFallsBack = false;        // "rtsp_fallback": an RTSP server that refuses TCP is asked for UDP
-    bool neverWaitsForDevice = false;  // "no_sound_device": sound goes on in silence while there is none
-    int64_t maxPixels = 0;             // "max_pixels": of a picture; 0 for no limit
-    int videoTrack = kAutoTrack;       // "video_track" and so on: the number of a track, or one of the above
+    bool allCodecs = false;                  // "codecs": all that libavcodec decodes is played
+    bool exactTiming = false;                // sound and pictures are in step as exactly as can be, at every speed
+    bool lowLiveDelay = false;               // "live_delay": a live source is shown as soon as can be
+    bool sharedPictures = false;             // "pictures": pictures stay in the decoder's memory where that can be
+    bool closedLiveFails = false;            // "closed_live_source": the end of a live source is its loss
+    bool rtspFallsBack = false;              // "rtsp_fallback": an RTSP server that refuses TCP is asked for UDP
+    bool neverWaitsForDevice = false;        // "no_sound_device": sound goes on in silence while there is none
+    int64_t maxPixels = 0;                   // "max_pixels": of a picture; 0 for no limit
+    int videoTrack = kAutoTrack;             // "video_track" and so on: the number of a track, or one of the above
+    SeekRule seekRule = SeekRule::Standard;  // "seek": of the seeks from here on
     int audioTrack = kAutoTrack;
 
     bool operator==(const PlaybackOptions&) const = default;

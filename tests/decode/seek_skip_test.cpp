@@ -230,5 +230,42 @@ TEST(SeekSkip, TakesAnyTimeOfADamagedStream) {
     }
 }
 
+TEST(SeekSkip, KnowsTheFrameThatHoldsTheTarget) {
+    Taken taken;
+    taken.skip.aim(1900, /*flush=*/true);
+    // In the order of decoding; the last one that isn't behind the target is the second of them.
+    taken.queue(0, 0);
+    taken.queue(1000, 1);
+    taken.queue(500, 2);
+    taken.queue(3000, 1500);
+    taken.queue(2000, 1950);
+    taken.takeTo(1000);
+    EXPECT_EQ(taken.skip.holder().timeMs, kAll) << "the next one is in time";
+    taken.take();
+    EXPECT_EQ(taken.skip.holder().timeMs, 1000);
+    EXPECT_EQ(taken.skip.holder().targetMs, 1900);
+    taken.take();
+    EXPECT_EQ(taken.skip.holder().timeMs, 1000) << "until another seek";
+    taken.skip.aim(100, /*flush=*/true);
+    EXPECT_EQ(taken.skip.holder().timeMs, kAll);
+}
+
+// What was taken for an earlier target counts as well; where it lies behind the new one, nothing is known.
+TEST(SeekSkip, KnowsTheFrameOfASeekWithoutFlush) {
+    for (const bool isKnown : {true, false}) {
+        Taken taken;
+        taken.skip.aim(100, /*flush=*/true);
+        taken.queue(0, 0);
+        taken.queue(isKnown ? 400 : 600, 0);
+        taken.queue(200, 0);
+        taken.queue(800, 700);
+        taken.queue(900, 800);
+        taken.takeTo(isKnown ? 400 : 600);
+        taken.skip.aim(500, /*flush=*/false);
+        taken.take();
+        EXPECT_EQ(taken.skip.holder().timeMs, isKnown ? 400 : 0) << "which was the first target's";
+    }
+}
+
 }  // namespace
 }  // namespace kelp

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "e2e/odd_media.h"
+#include "e2e/seek_media.h"
 
 namespace kelp::test {
 
@@ -22,7 +23,7 @@ std::vector<MediaFile> with(const std::vector<MediaFile>& more, std::vector<Medi
 
 // clang-format off
 const std::vector<MediaFile>& mediaTable() {
-    static const std::vector<MediaFile> table = with(oddMediaTable(), {
+    static const std::vector<MediaFile> table = with(oddMediaTable(), with(seekMediaTable(), {
         {"everyday.mp4", "the everyday case: H.264 with B-frames, AAC",
          "ffmpeg -f lavfi -i testsrc2=size=1920x1080:rate=30:duration=4 "
          "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=4 -ac 2 "
@@ -216,7 +217,7 @@ const std::vector<MediaFile>& mediaTable() {
          "-f lavfi -i sine=frequency=440:sample_rate=48000:duration=40 -ac 2 -filter:a volume=4 "
          "-c:v libx264 -preset ultrafast -g 25 -pix_fmt yuv420p -c:a aac -b:a 64k {out}",
          640, 360, 1000, 40000, true, 440},
-    });
+    }));
     return table;
 }
 // clang-format on

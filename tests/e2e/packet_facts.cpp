@@ -10,7 +10,10 @@ extern "C" {
 
 namespace kelp::test {
 
-PacketFacts packetFacts(const std::string& path) {
+namespace {
+
+// `takesNegative`: an input that begins before 0 counts from its beginning, too.
+PacketFacts read(const std::string& path, bool takesNegative, std::vector<int64_t>& pictures) {
     PacketFacts facts;
     AVFormatContext* context = nullptr;
     if (avformat_open_input(&context, path.c_str(), nullptr, nullptr) < 0) {
@@ -39,7 +42,7 @@ PacketFacts packetFacts(const std::string& path) {
             continue;
         }
         const AVRational base = context->streams[index]->time_base;
-        const int64_t start = startUs > 0 ? base.den * startUs / base.num / 1000000 : 0;
+        const int64_t start = startUs > 0 || takesNegative ? base.den * startUs / base.num / 1000000 : 0;
         const int64_t best = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
         const int ms = static_cast<int>(((best == AV_NOPTS_VALUE ? 0 : best) - start) * base.num * 1000 / base.den);
         if (!sawFirst) {
@@ -48,12 +51,27 @@ PacketFacts packetFacts(const std::string& path) {
         }
         if (isVideo) {
             facts.firstVideoFrameMs = std::min(facts.firstVideoFrameMs, ms);
+            pictures.push_back(ms);
         }
         facts.lastPtsMs = std::max(facts.lastPtsMs, ms);
     }
     av_packet_free(&packet);
     avformat_close_input(&context);
     return facts;
+}
+
+}  // namespace
+
+PacketFacts packetFacts(const std::string& path) {
+    std::vector<int64_t> pictures;
+    return read(path, /*takesNegative=*/false, pictures);
+}
+
+std::vector<int64_t> pictureTimes(const std::string& path) {
+    std::vector<int64_t> pictures;
+    read(path, /*takesNegative=*/true, pictures);
+    std::sort(pictures.begin(), pictures.end());
+    return pictures;
 }
 
 }  // namespace kelp::test

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <vector>
 
 namespace kelp::test {
 
@@ -18,5 +20,8 @@ struct PacketFacts {
 };
 
 PacketFacts packetFacts(const std::string& path);
+
+// The times of the pictures from the first key frame on, in the order of showing, with the option "codecs" = "all".
+std::vector<int64_t> pictureTimes(const std::string& path);
 
 }  // namespace kelp::test

@@ -30,6 +30,7 @@ public:
     int onAudioFrameQueueSize() override;
     int onVideoFrameQueueSize() override;
     bool isDecoding() override { return isDecoding_; }
+    bool isPictureAwaited() override { return isPictureAwaited_; }
     void onSeekStart(int seekTimeMs) override;
     void onSeekCompleted() override;
     int64_t audibleTimeMs() override { return audibleMs; }
@@ -54,6 +55,7 @@ public:
     std::atomic<int> videoFrames_{0};
     std::atomic<int> audioFrames_{0};
     std::atomic<bool> isDecoding_{false};
+    std::atomic<bool> isPictureAwaited_{false};
 
     std::atomic<int64_t> audibleMs{-1};
 

@@ -470,5 +470,128 @@ TEST_F(PlayTaskSeek, RunsOneAtATime) {
     }
 }
 
+// Exact seeks.
+
+class PlayTaskExactSeek : public PlayTaskSeek {
+protected:
+    PlayTaskExactSeek() {
+        under.task->changeOptions([](PlaybackOptions& options) { options.seekRule = SeekRule::Exact; });
+    }
+};
+
+// It runs until its first frame, as any other.
+TEST_F(PlayTaskExactSeek, RunsAmongTheFrames) {
+    addVideoPlay(1000, 1200);
+    addAudioPlay(900, 1300);
+    const auto videoDecode = addVideoDecode();
+    LogCapture log;
+    EXPECT_TRUE(under.task->seek(1100));
+    EXPECT_TRUE(under.peer.isSeeking());
+    EXPECT_EQ(under.peer.seekPhase(), 4);
+    EXPECT_EQ(videoFrames(), 6);
+    EXPECT_THAT(videoDecode->calls, IsEmpty());
+    EXPECT_TRUE(log.has("[AudioPlayThread]: seek, seekTimeMs:1100, needFlush:0\n"));
+    EXPECT_FALSE(log.has("[StreamParser]"));
+    under.fromVideoPlay().onFirstVideoFrame(1080);
+    EXPECT_FALSE(under.peer.isSeeking());
+    EXPECT_THAT(under.eventsOf(EVENT_FIRST_VIDEO_FRAME), ElementsAre(Event{EVENT_FIRST_VIDEO_FRAME, 1080, 0, 0}));
+}
+
+TEST_F(PlayTaskExactSeek, RunsAmongThePackets) {
+    addVideoPlay(1000, 1080);
+    addAudioPlay(1000, 1080);
+    const auto videoDecode = addVideoDecode();
+    LogCapture log;
+    EXPECT_TRUE(under.task->seek(2000));
+    EXPECT_EQ(under.peer.seekPhase(), 4);
+    EXPECT_THAT(videoDecode->calls, ElementsAre("check 2000"));
+    EXPECT_FALSE(log.has("[StreamParser]"));
+}
+
+// A frame that has gone, of pictures or of sound, may be the one.
+TEST_F(PlayTaskExactSeek, GoesToTheDemuxerIfAFrameOfTheTargetMayBeGone) {
+    addVideoDecode();
+    LogCapture log;
+    addVideoPlay(1040, 1000);  // none
+    EXPECT_TRUE(under.task->seek(2000));
+    EXPECT_EQ(log.count("[StreamParser]: seek to 2000 ms\n"), 1);
+    EXPECT_EQ(under.peer.seekPhase(), 2);
+    under.task->stop();
+
+    under.peer.setSeekable(true, 60000);
+    addVideoDecode();
+    addVideoPlay(1000, 1200);
+    for (const int64_t firstSound : {1101, 9000}) {
+        addAudioPlay(firstSound, firstSound == 9000 ? 0 : 1300);
+        EXPECT_TRUE(under.task->seek(1100));
+        EXPECT_EQ(under.peer.seekPhase(), 2);
+        under.fromParser().onSeekStart(1100);
+        under.fromVideoDecode().onVideoDecodeSeek(1100, true);
+        under.fromVideoPlay().onFirstVideoFrame(1100);
+        addVideoPlay(1000, 1200);
+    }
+    EXPECT_EQ(log.count("[StreamParser]: seek to 1100 ms\n"), 2);
+}
+
+TEST_F(PlayTaskExactSeek, RunsAmongTheSoundWhereThereIsNoPicture) {
+    addAudioPlay(1000, 1200);
+    LogCapture log;
+    EXPECT_TRUE(under.task->seek(1100));
+    EXPECT_EQ(under.peer.seekPhase(), 4);
+    EXPECT_FALSE(log.has("[StreamParser]"));
+    under.fromAudioPlay().onFirstAudioFrame(1100);
+    EXPECT_TRUE(under.task->seek(900));
+    EXPECT_TRUE(log.has("[StreamParser]: seek to 900 ms\n"));
+}
+
+TEST_F(PlayTaskExactSeek, SetsTheClockToTheTarget) {
+    addVideoPlay(1000, 1080);
+    const auto clock = std::make_shared<MasterClock>();
+    under.peer.set(clock);
+    under.task->seek(25900);
+    under.fromVideoPlay().onFirstVideoFrame(0);
+    EXPECT_TRUE(under.peer.isSeeking()) << "that was the very first picture";
+    under.fromVideoDecode().onVideoDecodeSeek(25900, true);
+    under.fromVideoPlay().onFirstVideoFrame(25000);
+    EXPECT_EQ(clock->getSyncPts(), 25900);
+    EXPECT_FALSE(under.peer.isSeeking());
+}
+
+TEST_F(PlayTaskExactSeek, WaitsForAPictureWhereThereAreSome) {
+    under.task->seek(2000);
+    EXPECT_FALSE(under.fromParser().isPictureAwaited());
+    addVideoPlay(1000, 1080);
+    EXPECT_TRUE(under.fromParser().isPictureAwaited());
+    under.fromVideoDecode().onVideoDecodeSeek(2000, true);
+    under.fromVideoPlay().onFirstVideoFrame(2000);
+    EXPECT_FALSE(under.fromParser().isPictureAwaited());
+}
+
+// The film ends without a frame for the seek: the newest request goes on all the same, and no end is told.
+TEST_F(PlayTaskExactSeek, GoesOnWithTheNewestWhereTheFilmEnds) {
+    addVideoPlay(1000, 1080);
+    addVideoDecode();
+    for (const bool isFailure : {false, true}) {
+        under.task->seek(20000);
+        under.task->seek(30000);
+        under.task->seek(40000);
+        under.fromParser().onSeekStart(20000);
+        under.fromVideoDecode().onVideoDecodeSeek(20000, true);
+        LogCapture log;
+        isFailure ? under.fromParser().onPlayFailed() : under.fromParser().onPlaybackCompleted();
+        under.drainWorker();
+        EXPECT_TRUE(log.has("[StreamParser]: seek to 40000 ms\n"));
+        EXPECT_EQ(under.peer.seekingTimeMs(), 40000);
+        under.fromParser().onPlaybackCompleted();  // of what was read before
+        EXPECT_THAT(under.eventsOf(EVENT_COMPLETED), IsEmpty());
+        EXPECT_THAT(under.eventsOf(EVENT_FAILED), IsEmpty());
+        under.fromParser().onSeekStart(40000);
+        under.fromVideoDecode().onVideoDecodeSeek(40000, true);
+        under.fromVideoPlay().onFirstVideoFrame(40000);
+    }
+    under.fromParser().onPlaybackCompleted();
+    EXPECT_EQ(under.eventsOf(EVENT_COMPLETED).size(), 1U);
+}
+
 }  // namespace
 }  // namespace kelp::test

@@ -78,7 +78,7 @@ TEST_P(SeekTurnsTest, DoesWhatTheTableSays) {
     const std::array<std::string, 5> asRequested = {"goes -1/0", "goes -1/0", "waits 100/2", "waits 100/2",
                                                     "waits 100/2"};
     const std::array<std::string, 5> dropped = {"told -1/0", "told -1/0", "told -1/0", "told -1/0", "told -1/0"};
-    const std::array<std::string, 5> held = {"told -1/0", "held -1/0", "held 100/1", "told -1/0", "told -1/0"};
+    const std::array<std::string, 5> held = {"told -1/0", "held -1/0", "held 100/1", "held -1/1", "held -1/1"};
     const std::string next = "next 200 of 1 -1/0";
     const Row rows[] = {
         {"request", [](SeekTurns& t) { return t.request(300) ? "waits" : "goes"; }, asRequested, asRequested},
@@ -202,8 +202,45 @@ TEST_P(SeekTurnsTest, KeepsWhatWaitsWhenThereIsNoMoreFrame) {
     EXPECT_EQ(say(other.firstFrame()), "next 200 of 1");
     bring(other, "Arrived");
     other.noMoreFrame();
-    EXPECT_TRUE(other.completed());
-    EXPECT_EQ(other.waiting(), isExact() ? 0 : 1);
+    EXPECT_EQ(other.completed(), !isExact());
+    EXPECT_EQ(other.waiting(), 1);
+    EXPECT_EQ(say(other.newest()), isExact() ? "next 200 of 1" : "nothing");
+    EXPECT_EQ(say(other.newest()), "nothing");
+}
+
+// By the standard rule the end of the film drops it, and nobody hears of it.
+TEST_P(SeekTurnsTest, HandsOnWhatWaitsWhereTheFilmEnds) {
+    SeekTurns turns(GetParam());
+    EXPECT_EQ(say(turns.newest()), "nothing");
+    bring(turns, "Arrived");
+    EXPECT_EQ(say(turns.newest()), "nothing") << "it waits its turn";
+    EXPECT_EQ(turns.completed(), !isExact());
+    const auto next = turns.newest();
+    EXPECT_EQ(say(next), isExact() ? "next 200 of 1" : "nothing");
+    if (next) {
+        EXPECT_TRUE(turns.isDue(next->turn));
+    }
+}
+
+TEST_P(SeekTurnsTest, TakesARuleWithTheNextSeekThatGoes) {
+    const SeekRule other = isExact() ? SeekRule::Standard : SeekRule::Exact;
+    SeekTurns turns(GetParam());
+    bring(turns, "Asked");
+    turns.setRule(other);
+    turns.request(300);
+    EXPECT_EQ(turns.rule(), GetParam()) << "it waits";
+    EXPECT_EQ(turns.isFrameAwaited(), isExact());
+    turns.arrived();
+    EXPECT_EQ(turns.positionAt(70), isExact() ? 100 : 70);
+    EXPECT_EQ(turns.positionAt(130), 130);
+    const auto next = turns.firstFrame();
+    ASSERT_TRUE(next);
+    EXPECT_FALSE(turns.request(next->timeMs));
+    EXPECT_EQ(turns.rule(), other);
+    EXPECT_FALSE(turns.isFrameAwaited());
+    turns.start(next->timeMs);
+    EXPECT_EQ(turns.isFrameAwaited(), !isExact());
+    EXPECT_EQ(turns.positionAt(70), 70) << "a frame of before";
 }
 
 // The same by lists and flags.
@@ -258,14 +295,21 @@ public:
         }
     }
     bool completed() {
+        const bool wasRunning = running;
         if (exact_ && onItsWay && !(running && (isRead || isArrived))) {
             return false;
         }
         if (exact_ || running) {
             running = onItsWay = false;
+        }
+        if (!exact_ && wasRunning) {
             queue.clear();
         }
-        return true;
+        return !exact_ || queue.empty();
+    }
+    std::string newest() {
+        const bool isNext = exact_ && !onItsWay && !running && !queue.empty();
+        return isNext ? firstFrame() : "nothing";
     }
     bool failed() { return !exact_ || completed(); }
     void forget() {
@@ -292,7 +336,7 @@ private:
 };
 
 TEST_P(SeekTurnsTest, DoesWhatAModelDoes) {
-    constexpr int kCalls = 12;
+    constexpr int kCalls = 13;
     constexpr int kLength = 6;
     int sequences = 1;
     for (int i = 0; i < kLength; ++i) {
@@ -350,6 +394,12 @@ TEST_P(SeekTurnsTest, DoesWhatAModelDoes) {
                     turns.forget();
                     model.forget();
                     break;
+                case 11: {
+                    const auto next = turns.newest();
+                    same = say(next) == model.newest();
+                    posted = next ? next : posted;
+                    break;
+                }
                 default:  // the worker comes to the replay that was posted last
                     if (posted && turns.isDue(posted->turn)) {
                         same = model.isDue(model.lastReplay) &&

@@ -28,6 +28,7 @@ public:
     void idle() { thread_.onOutput(); }
     void seekStart(int ms) { thread_.onSeekStart(ms); }
     void seekFinish(int ms) { thread_.onSeekFinish(ms); }
+    void cut(DecodedFrame& frame, int64_t timeMs) { thread_.cutTo(frame, timeMs); }
     void exit() { thread_.onExit(); }
     void compute(int64_t duration) { dynamic_cast<StandardSound&>(*thread_.timing_).computeUnSyncSamples(duration); }
     void useFactory(std::shared_ptr<AudioOutputFactory> factory) { thread_.audioOutputFactory_ = std::move(factory); }

@@ -427,6 +427,42 @@ TEST_F(AudioPlayThreadTest, AFrameFromBeforeTheSeekDoesNotUseUpItsFlush) {
     EXPECT_THAT(calls.take(), ElementsAre("flush", "st flush", "tempo", "put 1024", "receive 1024", "fill 4096"));
 }
 
+// At 48 samples a millisecond, of two channels.
+TEST_F(AudioPlayThreadTest, CutsOffWhatLiesBeforeTheTarget) {
+    open();
+    const auto frame = makeAudioFrame(1000);
+    const auto* const samples = reinterpret_cast<const short*>(frame->buffer->data);
+    peer->cut(*frame, 1010);
+    EXPECT_EQ(frame->pts, 1010);
+    EXPECT_EQ(frame->duration, 11);
+    EXPECT_EQ(frame->dataSize, 4096U - 480 * 4);
+    EXPECT_EQ(samples[0], 961);
+    EXPECT_EQ(samples[2047 - 960], 2048);
+    // Behind its end: less than a millisecond is left, so that there is something to play.
+    for (int i = 0; i < 2; ++i) {
+        peer->cut(*frame, 9000);
+        EXPECT_EQ(frame->pts, 1021);
+        EXPECT_EQ(frame->dataSize, 64U);
+        EXPECT_EQ(samples[31], 2048);
+    }
+    DecodedFrame other;
+    peer->cut(other, 9000);
+}
+
+TEST_F(AudioPlayThreadTest, AnExactSeekBeginsAtItsTarget) {
+    open();
+    script(1024);
+    thread->setSeekRule(SeekRule::Exact);
+    thread->seek(5010, /*needFlush=*/true);
+    const auto frame = makeAudioFrame(5000);
+    frame->lastsToMs = 5020;
+    thread->fillFrame(frame);
+    thread->start();
+    EXPECT_TRUE(observer->waitForFirstFrame(5010));
+    thread->stop();
+    EXPECT_THAT(observer->firstFrames(), ElementsAre(5010));
+}
+
 TEST_F(AudioPlayThreadTest, ASeekWhileTheOutputIsOpenedFlushesIt) {
     open();
     script(1024);

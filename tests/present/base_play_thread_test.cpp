@@ -944,6 +944,120 @@ TEST_F(BasePlayThreadTest, ASeekThatComesAsAnotherFinishesIsNotLost) {
     EXPECT_THAT(thread.events(), ElementsAre("start 40", "finish 40", "out 40", "start 120", "finish 120", "out 120"));
 }
 
+// Exact seeks.
+
+class ExactPlayThread : public RecordingPlayThread {
+public:
+    explicit ExactPlayThread(Idle idleMode = Idle::Served) : RecordingPlayThread(/*keepFrames=*/0, idleMode) {
+        setSeekRule(SeekRule::Exact);
+    }
+};
+
+TEST_F(BasePlayThreadTest, AnExactSeekHoldsAFrameBackUntilTheNextOneTells) {
+    for (const auto idle : {BasePlayThread::Idle::Served, BasePlayThread::Idle::Asleep}) {
+        ExactPlayThread thread(idle);
+        thread.seek(1900, /*needFlush=*/true);
+        thread.start();
+        ASSERT_TRUE(thread.waitFor("start 1900"));
+        thread.fill({0});
+        thread.fill({1000});
+        // For real: nothing is to happen.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_THAT(thread.events(), ElementsAre("start 1900"));
+        EXPECT_EQ(thread.getFrameQueueSize(), 1) << "there is room for the next one";
+        thread.fill({2000});
+        ASSERT_TRUE(thread.waitFor("out 2000"));
+        EXPECT_THAT(thread.events(), ElementsAre("start 1900", "finish 1000", "out 1000", "out 2000"));
+    }
+}
+
+TEST_F(BasePlayThreadTest, AnExactSeekWaitsForNoOtherFrameWhereItIsKnownThatNoneComesInTime) {
+    ExactPlayThread thread(BasePlayThread::Idle::Asleep);
+    thread.seek(1900, /*needFlush=*/true);
+    thread.start();
+    const auto frame = makeFrame(1000);
+    frame->lastsToMs = 1900;
+    thread.fillFrame(frame);
+    ASSERT_TRUE(thread.waitFor("out 1000"));
+    EXPECT_THAT(thread.events(), ElementsAre("start 1900", "finish 1000", "out 1000"));
+}
+
+TEST_F(BasePlayThreadTest, AnExactSeekEndsWithTheLastFrameWhereTheFramesEnd) {
+    for (const auto idle : {BasePlayThread::Idle::Served, BasePlayThread::Idle::Asleep}) {
+        ExactPlayThread thread(idle);
+        thread.endFrames();  // of before the seek
+        thread.seek(9000, /*needFlush=*/true);
+        thread.start();
+        ASSERT_TRUE(thread.waitFor("start 9000"));
+        thread.endFrames();  // and before more frames, as of another track
+        thread.fill({7000});
+        thread.fill({8000});
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_THAT(thread.events(), ElementsAre("start 9000"));
+        thread.endFrames();
+        ASSERT_TRUE(thread.waitFor("out 8000"));
+        EXPECT_THAT(thread.events(), ElementsAre("start 9000", "finish 8000", "out 8000"));
+    }
+}
+
+TEST_F(BasePlayThreadTest, AnExactSeekEndsWithTheFirstFrameIfAllAreBehindTheTarget) {
+    ExactPlayThread thread;
+    thread.fill({500, 540});
+    thread.seek(100, /*needFlush=*/false);
+    thread.start();
+    ASSERT_TRUE(thread.waitFor("out 540"));
+    EXPECT_THAT(thread.events(), ElementsAre("start 100", "finish 500", "out 500", "out 540"));
+}
+
+// A frame that was on its way when the seek came takes none with it from behind the seek.
+TEST_F(BasePlayThreadTest, AnExactSeekLosesNoFrameToTheOneThatIsPresented) {
+    ExactPlayThread thread;
+    thread.output = [&](int64_t pts) {
+        if (pts == 0) {
+            thread.seek(1000, /*needFlush=*/true);
+            thread.fill({1000, 1040});
+        }
+        return true;
+    };
+    thread.fill({0});
+    thread.start();
+    ASSERT_TRUE(thread.waitFor("out 1040"));
+    EXPECT_THAT(thread.events(), ElementsAre("out 0", "start 1000", "finish 1000", "out 1000", "out 1040"));
+}
+
+// The frame that is presented may hold the target itself.
+TEST_F(BasePlayThreadTest, AnExactSeekInTheQueueEndsWithTheFrameThatIsPresented) {
+    ExactPlayThread thread;
+    std::atomic<int> found{0};
+    thread.output = [&](int64_t pts) {
+        if (pts == 1000 && found == 0) {
+            EXPECT_TRUE(thread.holdsFrom(1000));
+            EXPECT_TRUE(thread.seekInQueue(1900, [&] { ++found; }));
+        }
+        return true;
+    };
+    thread.fill({1000, 2000});
+    thread.start();
+    ASSERT_TRUE(thread.waitFor("out 2000"));
+    EXPECT_THAT(thread.events(), ElementsAre("out 1000", "start 1900", "finish 1000", "out 1000", "out 2000"));
+    EXPECT_EQ(found, 1);
+}
+
+TEST_F(BasePlayThreadTest, SeeksInTheQueueIfAFrameBeginsInTime) {
+    RecordingPlayThread thread;
+    const auto never = [] { ADD_FAILURE(); };
+    EXPECT_FALSE(thread.holdsFrom(0));
+    EXPECT_FALSE(thread.seekInQueue(0, never));
+    thread.fill({1000, 1040});
+    EXPECT_FALSE(thread.holdsFrom(999));
+    EXPECT_FALSE(thread.seekInQueue(999, never));
+    EXPECT_TRUE(thread.holdsFrom(1000));
+    EXPECT_TRUE(thread.seekInQueue(5000, [] {}));
+    EXPECT_EQ(thread.getFrameQueueSize(), 2);
+    thread.start();
+    ASSERT_TRUE(thread.waitFor("start 5000"));
+}
+
 // Counts what a seek needs to be served. The play thread writes, the test waits.
 class SeekRecord {
 public:

@@ -22,6 +22,10 @@ using SeekAsked = LatestTime BasePlayThread::*;
 SeekAsked privateMember(PrivateMember<struct SeekAskedTag, SeekAsked>);
 template struct ExposeMember<struct SeekAskedTag, &BasePlayThread::seekAsked_>;
 
+using Landing = SeekLanding BasePlayThread::*;
+Landing privateMember(PrivateMember<struct LandingTag, Landing>);
+template struct ExposeMember<struct LandingTag, &BasePlayThread::landing_>;
+
 }  // namespace kelp::test
 
 namespace kelp {
@@ -40,6 +44,13 @@ public:
         thread.onSeekStart(seekTimeMs);
     }
     static void seekFinish(VideoPlayThread& thread, int ptsMs) { thread.onSeekFinish(ptsMs); }
+    // An exact seek has ended in the frame at `pts`.
+    static void land(VideoPlayThread& thread, int seekTimeMs, int64_t pts) {
+        BasePlayThread& base = thread;
+        SeekLanding landing(SeekRule::Exact, seekTimeMs);
+        landing.land(*test::makePicture(pts));
+        base.*privateMember(test::PrivateMember<test::LandingTag, test::Landing>{}) = landing;
+    }
     static void exit(VideoPlayThread& thread) { thread.onExit(); }
     static int64_t frameTimer(VideoPlayThread& thread) {
         return dynamic_cast<StandardTiming&>(*thread.timing_).frameTimer();

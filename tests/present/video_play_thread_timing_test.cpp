@@ -73,6 +73,32 @@ TEST_F(VideoPlayThreadTiming, DrawsTheFirstFrameAfterASeekWithoutWaiting) {
     EXPECT_THAT(pictures(), ElementsAre(Shown{0, 0}, Shown{0, 5010}, Shown{40, 5050}));
 }
 
+// A slide that stands for a second, and is looked up in its last tenth.
+TEST_F(VideoPlayThreadTiming, GoesOnFromTheTargetOfAnExactSeek) {
+    const auto master = follow(5900, /*running=*/true);
+    Peer::seekStart(thread, 5900);
+    Peer::land(thread, 5900, 5000);
+    output(5000);
+    EXPECT_EQ(thread.getCurrentTime(), 5900);
+    output(5000);  // again, as in a pause
+    EXPECT_EQ(thread.getCurrentTime(), 5900);
+    output(6000);
+    EXPECT_EQ(thread.getCurrentTime(), 6000);
+    EXPECT_THAT(pictures(), ElementsAre(Shown{0, 5000}, Shown{100, 6000}));
+}
+
+TEST_F(VideoPlayThreadTiming, ShowsThePictureOfAnExactSeekHoweverLateItIs) {
+    follow(9000);
+    queue(2);
+    Peer::seekStart(thread, 5900);
+    output(5000);
+    EXPECT_THAT(pictures(), testing::IsEmpty());
+    Peer::seekStart(thread, 5900);
+    Peer::land(thread, 5900, 5000);
+    output(5000);
+    EXPECT_THAT(pictures(), ElementsAre(Shown{0, 5000}));
+}
+
 TEST_F(VideoPlayThreadTiming, WaitsForAForcingMasterAfterASeek) {
     output(0);
     const auto master = follow(5000 - 300);

@@ -66,7 +66,7 @@ constexpr PlaybackOption kOptions[] = {
      }},
     {"live_delay", "standard, low", "low",
      "a picture of a live source is shown as soon as it is decoded, and its sound follows it, whoever the master is "
-     "but for a host's clock",
+     "but for a host's clock; what of either falls behind is caught up with",
      "next load",
      [](std::string_view value, PlaybackOptions& options) {
          return readWord(value, "standard", "low", options.lowLiveDelay);

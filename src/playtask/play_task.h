@@ -145,7 +145,7 @@ private:
     void onFirstPakcet(std::shared_ptr<MediaPacket> packet) override;
     int onAudioPakcet(std::shared_ptr<AudioPacket> packet) override;
     int onVideoPacket(std::shared_ptr<VideoPacket> packet) override;
-    int onAudioPacketQueueSize() override;
+    int onAudioPacketQueueSize() override;  // also from the audio play thread
     int onVideoPacketQueueSize() override;  // also from the video play thread
     int onAudioFrameQueueSize() override;   // also from the audio decode thread
     bool isDecoding() override;

@@ -69,6 +69,7 @@ void AudioPlayThread::setOutputSpec(AudioOutputSpec spec) {
 
 void AudioPlayThread::setOptions(const PlaybackOptions& options) {
     audioOutputFactory_ = std::make_shared<AudioOutputFactory>(options);
+    catchUp_ = options.lowLiveDelay ? std::make_unique<SoundCatchUp>() : nullptr;
     if (!options.exactTiming) {
         return;
     }
@@ -236,6 +237,10 @@ bool AudioPlayThread::onOutput(std::shared_ptr<DecodedFrame> frame) {
         observer_->onFirstAudioFrame(audioFrame->pts);
     }
 
+    if (catchUp_ && !isWanted(*audioFrame)) {
+        needFlush_ = true;
+        return true;
+    }
     const int64_t nowMs = KelpTime::getTimeMs();
     void* const soundTouch = soundTouch_.load(std::memory_order_relaxed);
     auto output = audioOutput_.load();
@@ -262,6 +267,19 @@ bool AudioPlayThread::onOutput(std::shared_ptr<DecodedFrame> frame) {
     output->fillFrame(audioFrame);
     counts_.blocks.add();
     counts_.underruns.set(output->underruns());
+    return true;
+}
+
+bool AudioPlayThread::isWanted(const AudioFrameInfo& frame) {
+    const bool isFollowing = timing_->isFollowing();
+    const int64_t behindMs = isFollowing ? -timing_->aheadOfMasterMs() : std::numeric_limits<int64_t>::max();
+    const bool hasMore = getFrameQueueSize() > 1 || (observer_ && observer_->onAudioPacketQueueSize() > 0);
+    if (!catchUp_->isWanted(frame, KelpTime::getTimeUs(), queuedMs(), hasMore, behindMs)) {
+        return false;
+    }
+    // Alone it is as fast as it may be; what follows another one decides by itself.
+    const double fastest = catchUp_->fastest();
+    timing_->limitTempo(isFollowing ? SoundCatchUp::kSlowest : fastest, fastest);
     return true;
 }
 

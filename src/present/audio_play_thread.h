@@ -11,6 +11,7 @@
 #include "present/audio_output.h"
 #include "present/audio_output_factory.h"
 #include "present/base_play_thread.h"
+#include "present/sound_catch_up.h"
 #include "present/sound_timing.h"
 #include "runtime/atomic_shared_ptr.h"
 
@@ -27,6 +28,8 @@ public:
     virtual void onFirstAudioFrame(int64_t pts) = 0;
     // Frames have left the queue, `left` are in it. Comes first when the thread starts.
     virtual void onAudioFramesTaken(int /*left*/) {}
+    // Packets that wait for the decoder. No lock is held.
+    virtual int onAudioPacketQueueSize() { return 0; }
 };
 
 #pragma GCC diagnostic pop
@@ -111,6 +114,8 @@ private:
 
     // Makes the output, opens it and only then lets the control side see it.
     std::shared_ptr<IAudioOutput> makeOutput();
+    // Whether `frame` is not to be left out on the way back to the present; with catchUp_ only.
+    bool isWanted(const AudioFrameInfo& frame);
     // Whether `frame` is to be played now; waits for a while if it isn't.
     bool isTimeFor(AudioFrameInfo& frame, IAudioOutput& output, int64_t nowMs);
     // Samples per channel.
@@ -123,6 +128,7 @@ private:
     std::shared_ptr<AudioOutputFactory> audioOutputFactory_;
     AtomicSharedPtr<IAudioOutput> audioOutput_;  // from the first frame to onExit; written by the play thread
     std::unique_ptr<SoundTiming> timing_;        // the clock and the tempo; of the standard form at first
+    std::unique_ptr<SoundCatchUp> catchUp_;      // with a low delay only
     SoundCounts counts_;
     bool isFirstAwaited_ = false;  // the clock goes on before the very first frame
     bool needFlush_ = false;       // the next frame flushes the output and the tempo change first

@@ -276,6 +276,11 @@ int BasePlayThread::getFrameQueueSize() {
     return splicing_ ? std::min(size, 1) : size;
 }
 
+int64_t BasePlayThread::queuedMs() {
+    std::lock_guard lock(queueMutex_);
+    return frameQueue_.empty() ? 0 : wrappingSubtract(frameQueue_.back()->pts, frameQueue_.front()->pts);
+}
+
 bool BasePlayThread::pause(bool paused) {
     Log::Debug(kTag, "[%s], pause:%d\n", threadName_.c_str(), paused);
     if (paused_.exchange(paused) && !paused) {

@@ -142,6 +142,9 @@ protected:
     // A seek was asked for and the loop has not got to it yet.
     bool isSeekPending() const { return seekAsked_.isPending(); }
 
+    // From the beginning of the front frame to that of the last one, in milliseconds.
+    int64_t queuedMs();
+
     bool takesOddStreams() const { return lateStart_.isWanted(); }
 
     // See SeekLanding; for the play thread.

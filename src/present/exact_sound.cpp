@@ -158,7 +158,7 @@ int64_t ExactSound::begin(const AudioFrameInfo& frame, int64_t /*durationMs*/, I
     lock.unlock();
 
     const double speed = speed_.load(std::memory_order_relaxed);
-    tempo_ = speed;
+    tempo_ = limited(speed);
     unSyncSamples_.store(0, std::memory_order_relaxed);
     aheadOfMasterMs_ = 0;
     const auto master = master_.load();
@@ -189,7 +189,7 @@ int64_t ExactSound::begin(const AudioFrameInfo& frame, int64_t /*durationMs*/, I
         const double waitUs = std::min(aheadUs / std::max(pace, kSlowestPace), static_cast<double>(kRetryUs));
         return static_cast<int64_t>(waitUs);
     }
-    tempo_ = std::max(base * (1 + correction(aheadUs)), static_cast<double>(kMinTempo));
+    tempo_ = limited(std::max(base * (1 + correction(aheadUs)), static_cast<double>(kMinTempo)));
     unSyncSamples_.store(static_cast<int>(aheadUs * spec_.sampleRate / kSecondUs), std::memory_order_relaxed);
     return 0;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -33,6 +34,7 @@ public:
     // By how many samples per channel the sound runs ahead; negative if it lags.
     int unSyncSamples() const { return unSyncSamples_.load(std::memory_order_relaxed); }
 
+    bool isFollowing() const { return master_.load() != nullptr; }
     virtual void setSpeed(float speed) { speed_.store(speed, std::memory_order_relaxed); }
     virtual void setPaused(bool /*paused*/) {}
 
@@ -51,6 +53,11 @@ public:
     // Lets go of what is in the tempo library and on its way to the device; each may be null.
     virtual void empty(IAudioOutput* output, void* tempoLibrary) = 0;
 
+    // What the tempo may be at the least and at the most, as parts of the speed; none, until this is called.
+    void limitTempo(double least, double most) {
+        leastTempo_ = least;
+        mostTempo_ = most;
+    }
     // Sets the clock for the frame, which came at `nowMs`, and measures how far it is off. How long to wait before it
     // is offered again, in microseconds; 0 if it is to be played now.
     virtual int64_t begin(const AudioFrameInfo& frame, int64_t durationMs, IAudioOutput& output, int64_t nowMs) = 0;
@@ -69,11 +76,18 @@ protected:
     // samples and does come back.
     static constexpr float kMinTempo = 0.0005f;
 
+    double limited(double tempo) const {
+        const double speed = speed_.load(std::memory_order_relaxed);
+        return mostTempo_ > 0 ? std::clamp(tempo, leastTempo_ * speed, mostTempo_ * speed) : tempo;
+    }
+
     AudioOutputSpec spec_;
     AtomicSharedPtr<SyncObject> master_;  // the clock to follow, or none
     std::atomic<int> unSyncSamples_{0};
     std::atomic<float> speed_{1.0f};
-    int64_t aheadOfMasterMs_ = 0;  // the play thread's
+    int64_t aheadOfMasterMs_ = 0;  // the play thread's, like the next
+    double leastTempo_ = 0;
+    double mostTempo_ = 0;  // 0 for no limits
 };
 
 }  // namespace kelp

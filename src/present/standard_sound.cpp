@@ -49,7 +49,8 @@ float StandardSound::tempo() const {
     const auto behind = static_cast<float>(-unSyncSamples());
     const float correction = behind / static_cast<float>(spec_.sampleRate) / static_cast<float>(spec_.channels) * 2.0f;
     const float tempo = correction + speed_.load(std::memory_order_relaxed);
-    return tempo >= 0.0f && tempo < kMinTempo ? kMinTempo : tempo;
+    const float possible = tempo >= 0.0f && tempo < kMinTempo ? kMinTempo : tempo;
+    return static_cast<float>(limited(possible));
 }
 
 void StandardSound::computeUnSyncSamples(int64_t durationMs) {

@@ -13,6 +13,7 @@
 namespace kelp {
 namespace {
 
+using test::FakeOutputFactory;
 using test::FakeSoundTouch;
 using test::FakeTime;
 using test::LogCapture;
@@ -645,6 +646,36 @@ TEST_F(AudioPlayThreadTest, TellsThatThereIsNoDevice) {
     output->hasDevice = false;
     peer->output(makeAudioFrame(0));
     EXPECT_EQ(thread->counts().output.read(), SOUND_OUTPUT_NONE);
+}
+
+// Some seconds of sound in time, then three more of it at once.
+TEST_F(AudioPlayThreadTest, LeavesOutWhatIsTooFarBehindTheNewestWithALowDelay) {
+    open();
+    thread->setOptions({.lowLiveDelay = true});
+    peer->useFactory(std::make_shared<FakeOutputFactory>(calls, output));
+    const auto offer = [this](int64_t pts) {
+        const auto frame = makeAudioFrame(pts);
+        frame->queuedUs = FakeTime::nowMs() * 1000;
+        EXPECT_TRUE(peer->output(frame));
+        return calls.count("fill 4096") + calls.count("flush");
+    };
+    script(1024);
+    int64_t pts = 0;
+    for (int i = 0; i < 100; ++i, pts += 21) {
+        FakeTime::advanceMs(21);
+        EXPECT_EQ(offer(pts), i + 1);
+    }
+    FakeTime::advanceMs(3000);
+    for (int64_t later = pts; later < pts + 3000; later += 21) {
+        thread->fillFrame(makeAudioFrame(later));
+    }
+    EXPECT_EQ(offer(pts), 100);
+    EXPECT_EQ(offer(pts + 1000), 100);
+    // The newest is played, and what was on its way goes.
+    EXPECT_EQ(offer(pts + 2982), 102);
+    for (const float tempo : FakeSoundTouch::tempos) {
+        EXPECT_TRUE(tempo >= 0.9F && tempo <= 1.1F);
+    }
 }
 
 }  // namespace

@@ -1,0 +1,114 @@
+#include "present/sound_catch_up.h"
+
+#include <gtest/gtest.h>
+
+#include <deque>
+#include <limits>
+
+namespace kelp {
+namespace {
+
+constexpr int64_t kBlockMs = 20;
+constexpr int64_t kNoMaster = std::numeric_limits<int64_t>::max();
+
+// A source whose blocks of 20 ms come every 20 ms, and a player that plays one at a time, at the tempo that it may.
+class SoundCatchUpTest : public testing::Test {
+protected:
+    // Lets `ms` pass. While `stands` nothing comes, and then all of it at once.
+    void run(int ms, bool stands = false) {
+        for (const double endMs = nowMs_ + ms; nowMs_ < endMs; nowMs_ += 1) {
+            while (!stands && static_cast<double>(madeMs_) + kBlockMs <= nowMs_) {
+                DecodedFrame& frame = queue_.emplace_back();
+                frame.pts = madeMs_;
+                frame.duration = kBlockMs;
+                frame.queuedUs = us(nowMs_);
+                madeMs_ += kBlockMs;
+            }
+            while (!queue_.empty() && nowMs_ >= freeMs_) {
+                const int64_t queued = queue_.back().pts - queue_.front().pts;
+                if (catchUp_.isWanted(queue_.front(), us(nowMs_), queued, queue_.size() > 1, behindMasterMs_)) {
+                    lagMs_ = nowMs_ - static_cast<double>(queue_.front().pts);
+                    freeMs_ = std::max(freeMs_, nowMs_ - 1) + kBlockMs / catchUp_.fastest();
+                    EXPECT_LE(catchUp_.fastest(), 1.1);
+                    ++played_;
+                } else {
+                    ++leftOut_;
+                }
+                queue_.pop_front();
+            }
+        }
+    }
+    static int64_t us(double ms) { return 1'700'000'000'000'000 + static_cast<int64_t>(ms * 1000); }
+
+    SoundCatchUp catchUp_;
+    std::deque<DecodedFrame> queue_;
+    double nowMs_ = 0;
+    int64_t madeMs_ = 0;
+    double freeMs_ = 0;  // when the next block can be played
+    double lagMs_ = 0;   // of the last one
+    int64_t behindMasterMs_ = kNoMaster;
+    int played_ = 0;
+    int leftOut_ = 0;
+};
+
+TEST_F(SoundCatchUpTest, LeavesSoundThatComesInTimeAsItIs) {
+    run(10'000);
+    EXPECT_EQ(leftOut_, 0);
+    EXPECT_EQ(catchUp_.fastest(), 1);
+    EXPECT_NEAR(lagMs_, kBlockMs, 2);
+}
+
+TEST_F(SoundCatchUpTest, LeavesOutOnceWhatNoTempoTakesAwayInTwoSeconds) {
+    run(3000);
+    run(3000, /*stands=*/true);
+    run(100);
+    EXPECT_NEAR(leftOut_, 3000 / kBlockMs, 3);
+    EXPECT_LE(lagMs_, 2 * kBlockMs + 2);
+    const int before = leftOut_;
+    run(5000);
+    EXPECT_EQ(leftOut_, before);
+}
+
+TEST_F(SoundCatchUpTest, TakesASmallerOneAwayByTempoInTwoSeconds) {
+    run(3000);
+    run(180, /*stands=*/true);
+    run(200);
+    EXPECT_GT(lagMs_, 150);
+    EXPECT_EQ(leftOut_, 0);
+    run(3000);
+    EXPECT_LE(lagMs_, 80);
+    run(3000);
+    EXPECT_LE(lagMs_, 65);
+    EXPECT_EQ(catchUp_.fastest(), 1);
+    EXPECT_EQ(leftOut_, 0);
+}
+
+// The way from the source has become longer for good: nothing waits here.
+TEST_F(SoundCatchUpTest, HurriesNothingThatIsLateByItself) {
+    run(3000);
+    const int before = played_;
+    run(500, /*stands=*/true);
+    madeMs_ += 500 / kBlockMs * kBlockMs;
+    run(5000);
+    EXPECT_NEAR(played_ - before, 5000 / kBlockMs, 3);
+    nowMs_ += 300;
+    freeMs_ = nowMs_;
+    run(200);
+    const int left = leftOut_;
+    run(5000);
+    EXPECT_EQ(leftOut_, left);
+}
+
+TEST_F(SoundCatchUpTest, LeavesOutNothingThatIsInStepWithItsMaster) {
+    behindMasterMs_ = 0;
+    run(3000);
+    run(1000, /*stands=*/true);
+    run(1000);
+    EXPECT_EQ(leftOut_, 0);
+    behindMasterMs_ = 900;
+    run(100);
+    EXPECT_GT(leftOut_, 30);
+}
+
+}  // namespace
+}  // namespace kelp

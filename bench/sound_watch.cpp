@@ -73,11 +73,14 @@ void SoundWatch::stop() {
     }
 }
 
+// The driver's file is buffered: of two blocks it gets the first one only with the second.
 double SoundWatch::heardAtMs(int64_t byte) const {
-    const auto block = std::find_if(sizes_.begin(), sizes_.end(), [&](const auto& s) { return s.second > byte; });
-    const auto begin = byte / (kDeviceSamples * kFrameBytes) * (kDeviceSamples * kFrameBytes);
-    const auto within = static_cast<double>(byte - begin) / kFrameBytes;
-    return block->first + (kDeviceSamples + within) * 1000.0 / kRate;
+    constexpr int64_t kBlockBytes = kDeviceSamples * kFrameBytes;
+    const auto written = std::find_if(sizes_.begin(), sizes_.end(), [&](const auto& s) { return s.second > byte; });
+    const int64_t begin = byte / kBlockBytes * kBlockBytes;
+    const int64_t behind = (written->second - begin) / kBlockBytes - 1;
+    const auto samples = kDeviceSamples * (1 - behind) + (byte - begin) / kFrameBytes;
+    return written->first + static_cast<double>(samples) * 1000.0 / kRate;
 }
 
 }  // namespace kelp::bench

@@ -242,6 +242,36 @@ TEST_F(SDLAudioOutputTest, ReportsWhatLiesBeforeTheLoudspeaker) {
     EXPECT_EQ(output->getBufferDuration(), 42);
 }
 
+// Takes as many bytes per second as the device plays of its own form: here three times 44100 of what was handed over.
+TEST_F(SDLAudioOutputTest, TellsWhatIsHeardByWhatWasObtained) {
+    audioDevice().obtain = [](SDL_AudioSpec* obtained) {
+        obtained->channels = 6;
+        obtained->freq = 44100;
+        obtained->samples = 512;
+    };
+    ASSERT_TRUE(output->init({2, 48000, 1}));
+    EXPECT_NEAR(output->heard(0).framesPerSecond, 3 * 44100, 1);
+    constexpr int64_t kPeriodUs = 512 * 1'000'000 / 44100;
+    const int64_t beginUs = FakeTime::nowUs();
+    ASSERT_TRUE(output->fillFrame(makeFrameOf(6144)));
+    take(6144);
+    EXPECT_EQ(output->heard(beginUs).frames, 0);
+    EXPECT_NEAR(output->heard(beginUs + kPeriodUs * 3 / 2).frames, 1536 / 2, 1);
+    EXPECT_EQ(output->heard(beginUs + 3 * kPeriodUs).frames, 1536);
+}
+
+TEST_F(SDLAudioOutputTest, WhatAFlushHasThrownAwayCountsAsHeard) {
+    ASSERT_TRUE(output->init({2, 48000, 1}));
+    ASSERT_TRUE(output->fillFrame(makeFrameOf(4096)));
+    EXPECT_EQ(output->heard(FakeTime::nowUs()).frames, 0);
+    output->flush();
+    ASSERT_TRUE(output->fillFrame(makeFrameOf(0)));
+    EXPECT_EQ(output->heard(FakeTime::nowUs()).frames, 1024);
+    // A frame without samples has carried the flush out.
+    ASSERT_TRUE(output->fillFrame(makeFrameOf(400, 7)));
+    EXPECT_THAT(take(400), Each(7));
+}
+
 TEST_F(SDLAudioOutputTest, ReportsNothingForAFormatThatWasRefused) {
     EXPECT_FALSE(output->init({2, 48000, 4}));
     ASSERT_TRUE(output->fillFrame(makeFrameOf(100)));

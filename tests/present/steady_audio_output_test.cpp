@@ -34,6 +34,7 @@ using testing::Le;
 constexpr int kBlockBytes = 4096;
 constexpr int64_t kBlockUs = 21333;
 constexpr int64_t kRingUs = 42666;
+constexpr double kFramesPerUs = 0.048;
 constexpr int kHeldMs = 21;
 constexpr int kGoneAfterMs = 250;
 
@@ -75,7 +76,9 @@ public:
         return machine_.hasDevice;
     }
     bool fillFrame(std::shared_ptr<AudioFrameInfo> frame) override {
-        playing_.add(int64_t{frame->dataSize} * kBlockUs / kBlockBytes, KelpTime::getTimeUs());
+        const int64_t frameUs = int64_t{frame->dataSize} * kBlockUs / kBlockBytes;
+        handedUs_ += frameUs;
+        playing_.add(frameUs, KelpTime::getTimeUs());
         for (int64_t us = 0; (us = playing_.leftUs(KelpTime::getTimeUs()) - kRingUs) > 0;) {
             if (!machine_.hasDevice) {
                 KelpTime::sleepMs(kGoneAfterMs);
@@ -98,10 +101,15 @@ public:
         machine_.note("volume " + std::to_string(volume).substr(0, 3));
         return true;
     }
+    HeardSound heard(int64_t nowUs) override {
+        const int64_t leftUs = playing_.leftUs(nowUs);
+        return {static_cast<double>(handedUs_ - leftUs) * kFramesPerUs, leftUs, playing_.endUs(), 48000};
+    }
 
 private:
     Machine& machine_;
     SilentDevice playing_;
+    int64_t handedUs_ = 0;
 };
 
 const std::string kNone = "[SteadyAudioOutput]: there is no sound device, going on in silence\n";
@@ -330,6 +338,26 @@ TEST_F(SteadyAudioOutputTest, ADeviceThatTakesLongToOpenHoldsNothingUp) {
     EXPECT_THAT(handedMs(), AllOf(Ge(1230), Le(1310)));
     takeUp();
     EXPECT_THAT(log.lines(), ElementsAre(kNone, kThere));
+}
+
+TEST_F(SteadyAudioOutputTest, TellsWhatIsHeardWithADeviceAndWithoutOne) {
+    play();
+    const int64_t beginUs = KelpTime::getTimeUs();
+    const auto expectSteady = [&](int threads) {
+        for (int i = 0; i < 20; ++i) {
+            ASSERT_TRUE(FakeTime::runFor(37, threads));
+            const int64_t nowUs = KelpTime::getTimeUs();
+            const HeardSound heard = output->heard(nowUs);
+            EXPECT_NEAR(heard.frames / kFramesPerUs, static_cast<double>(nowUs - beginUs), 60e3) << i;
+            EXPECT_THAT(heard.delayUs, AllOf(Ge(0), Le(kRingUs + kBlockUs)));
+            EXPECT_EQ(heard.framesPerSecond, 48000);
+        }
+    };
+    expectSteady(kWithDevice);
+    loseDevice();
+    expectSteady(kWithoutDevice);
+    bringDevice();
+    expectSteady(kWithDevice);
 }
 
 TEST_F(SteadyAudioOutputTest, ClosesTheDeviceThatWasFoundLast) {

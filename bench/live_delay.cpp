@@ -2,7 +2,7 @@
 // pictures to the frame sink, on the same machine over the loopback address; and how soon that is so again behind a
 // standstill of the connection.
 //
-// usage: live_delay [--quick | --smoke] [--rows FILE]. Each row is watched for 20, 8 or 1 s, after the first 3 s. What
+// usage: live_delay [--quick] [--rows FILE]. Each row is watched for 20 s, or 8, after the first 3 s. What
 // a player needs more than a bare loop, which reads and decodes and shows at once, is the player's own. FILE gets what
 // stands on standard output, with tabs.
 
@@ -204,10 +204,9 @@ int main(int argc, char** argv) {
     const char* path = nullptr;
     for (int i = 1; i < argc; ++i) {
         const std::string word = argv[i];
-        seconds = word == "--quick" ? 8 : word == "--smoke" ? 1 : seconds;
+        seconds = word == "--quick" ? 8 : seconds;
         path = word == "--rows" && i + 1 < argc ? argv[++i] : path;
     }
-    const bool isSmoke = seconds == 1;
     const size_t wanted = static_cast<size_t>(seconds * kFps + kWarmUpFrames);
     setenv("SDL_AUDIODRIVER", "dummy", 0);
     kelp::Log::SetLevel(1);
@@ -225,13 +224,8 @@ int main(int argc, char** argv) {
         const std::string name = row.name;
         const std::string url = server.url(row.stream);
         rows.add(name + ", bare loop", bareLoop(url, row.transport, wanted));
-        if (!isSmoke) {
-            rows.add(name + ", standard", player(url, row.transport, "standard", kNone, wanted));
-        }
+        rows.add(name + ", standard", player(url, row.transport, "standard", kNone, wanted));
         rows.add(name + ", low", player(url, row.transport, "low", kNone, wanted));
-        if (isSmoke) {
-            return 0;
-        }
     }
     struct Master {
         const char* name;

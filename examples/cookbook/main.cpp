@@ -11,6 +11,7 @@
 #include "event_queue.h"
 #include "kelp_player/tarn_player.h"
 #include "log_pane.h"
+#include "packet_meter.h"
 #include "recorder.h"
 #include "track_menu.h"
 
@@ -60,6 +61,7 @@ private:
 
     const char* file_;
     LogPane log_;
+    PacketMeter meter_;
     EventQueue queue_;
     QueuedEvents events_;
     kelp::TarnPlayer* player_ = nullptr;
@@ -94,6 +96,7 @@ int App::run() {
     if (std::string(file_).find("://") == std::string::npos) {
         player_->setOption("retry_when_failed", "0");  // a file that can't be opened won't come by itself
     }
+    player_->setPacketSink(&meter_);
     player_->setDataSource(file_, 0, &events_);
     player_->prepareAsync();
     player_->start();
@@ -110,6 +113,7 @@ int App::run() {
     }
     player_->stop();
     kelp::TarnPlayer::destroy(player_);  // no event comes after this
+    std::printf("key frames are %.1f s apart at most\n", meter_.longest());
     SDL_DestroyWindow(small_);
     SDL_DestroyWindow(large_);
     return exitCode_;

@@ -4,30 +4,12 @@
 // ".mp4" in it, or an "rtsp://" or "rtp://" destination.
 #include <kelp_player/tarn_player.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <thread>
 
+#include "ended_events.h"
 #include "sink_recorder.h"
-
-namespace {
-
-struct Events final : kelp::TarnPlayerObserver {
-    std::atomic<bool> ended{false};
-    std::atomic<bool> failed{false};
-
-    void onCompleted() override { ended = true; }
-    void onFailed(int) override { ended = failed = true; }
-    void onVideoSizeUpdated(int, int, int) override {}
-    void onPrepared(bool, bool) override {}
-    void onStarted() override {}
-    void onFirstVideoFrame(int) override {}
-    void onFirstAudioFrame(int) override {}
-    void onDurationUpdated(int) override {}
-};
-
-}  // namespace
 
 int main(int argc, char** argv) {
     if (argc != 3) {

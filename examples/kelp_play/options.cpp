@@ -54,7 +54,8 @@ private:
                 return mistake("not a number of pictures: ", words_[next_]);
             }
             options_.snapshotFolder = words_[++next_];
-        } else if (word == "--retry" || word == "--master" || word == "--option" || word == "--log") {
+        } else if (word == "--record" || word == "--retry" || word == "--master" || word == "--option" ||
+                   word == "--log") {
             return hasValues(1) ? optionWithValue(word) : mistake(word, " takes a value");
         } else {
             return mistake("unknown option ", word);
@@ -67,7 +68,9 @@ private:
             return number(options_.retryMs, 0) || mistake("not a number of milliseconds: ", words_[next_]);
         }
         const std::string_view value = words_[++next_];
-        if (word == "--master") {
+        if (word == "--record") {
+            options_.recordFile = value;
+        } else if (word == "--master") {
             const auto found = std::find_if(kMasters.begin(), kMasters.end(),
                                             [&](const auto& master) { return master.first == value; });
             if (found == kMasters.end()) {
@@ -118,6 +121,7 @@ std::string usage() {
                "\n"
                "  --headless          play without a window\n"
                "  --snapshot N DIR    write N pictures, evenly spaced, as PNG files into DIR\n"
+               "  --record FILE       write what is played to an .mp4, .mov, .mkv or .ts file, without encoding\n"
                "  --retry MS          start a source that failed again, so many milliseconds later\n"
                "  --no-hw             decode in software only\n"
                "  --master WHICH      what picture and sound follow: clock, audio (the default), video or host\n"

@@ -13,7 +13,8 @@ struct Options {
     bool headless = false;
     int snapshots = 0;  // pictures to write; 0 for none
     std::string snapshotFolder;
-    int retryMs = 0;  // from a failure of the source to its restart; 0 for none
+    std::string recordFile;  // what is played is written there; empty for no record
+    int retryMs = 0;         // from a failure of the source to its restart; 0 for none
     bool hardware = true;
     Master master = Master::Audio;
     std::vector<std::pair<std::string, std::string>> playerOptions;  // keys and values for TarnPlayer::setOption

@@ -50,7 +50,7 @@ int PlayerApp::run() {
     std::signal(SIGTERM, onInterrupt);
     log_.install(/*shown=*/!options_.logLevel.empty() && options_.logLevel != "none");
     const bool windows = chooseDrivers("kelp_play", !options_.headless);
-    if (!createPlayer() || (windows && !openWindow())) {
+    if (!createPlayer() || !startRecording() || (windows && !openWindow())) {
         return exitCode_;
     }
     // Behind the window in the player's list: its first picture tells that the window is ready.
@@ -61,6 +61,9 @@ int PlayerApp::run() {
     }
     loop();
     player_->stop();
+    if (!endRecording() && exitCode_ == 0) {
+        exitCode_ = 1;
+    }
     if (exitCode_ == 0 && options_.snapshots > 0 && !writeSnapshots(completed_)) {
         exitCode_ = 1;
     }
@@ -91,6 +94,29 @@ bool PlayerApp::createPlayer() {
         player_->setOption(key.c_str(), value.c_str());
     }
     return true;
+}
+
+bool PlayerApp::startRecording() {
+    if (options_.recordFile.empty()) {
+        return true;
+    }
+    player_->setPacketSink(&recorder_);
+    if (!recorder_.start(options_.recordFile)) {
+        fail(options_.recordFile + ": a record is an .mp4, .mov, .mkv or .ts file");
+        return false;
+    }
+    return true;
+}
+
+// Whether all was recorded.
+bool PlayerApp::endRecording() {
+    recorder_.stop();
+    player_->setPacketSink(nullptr);
+    std::lock_guard lock(recordMutex_);
+    if (!recordProblem_.empty()) {
+        std::fprintf(stderr, "kelp_play: %s\n", recordProblem_.c_str());
+    }
+    return recordProblem_.empty();
 }
 
 // By default the libraries' own lines would break up the progress line. The engine's errors are kept for a message in
@@ -241,6 +267,16 @@ void PlayerApp::fail(const std::string& why) {
     std::fprintf(stderr, "kelp_play: %s: %s\n", options_.file.c_str(), why.c_str());
     exitCode_ = 1;
     quit_ = true;
+}
+
+void PlayerApp::onPacketsLost(int packets) {
+    std::lock_guard lock(recordMutex_);
+    recordProblem_ =
+        options_.recordFile + ": the disk is too slow, " + std::to_string(packets) + " packets are missing";
+}
+void PlayerApp::onRecordingFailed(const std::string& path, const std::string& reason) {
+    std::lock_guard lock(recordMutex_);
+    recordProblem_ = path + ": " + reason;
 }
 
 void PlayerApp::onVideoSizeUpdated(int, int, int) {

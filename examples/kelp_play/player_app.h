@@ -3,9 +3,11 @@
 #include <SDL.h>
 
 #include <atomic>
+#include <mutex>
 #include <string>
 
 #include "frame_counter.h"
+#include "kelp_player/recorder.h"
 #include "kelp_player/tarn_player.h"
 #include "options.h"
 #include "player_log.h"
@@ -16,7 +18,7 @@
 // progress line.
 //
 // What the player tells comes on its worker thread and is only noted there; the loop acts on it.
-class PlayerApp final : private kelp::TarnPlayerObserver {
+class PlayerApp final : private kelp::TarnPlayerObserver, private kelp::RecorderObserver {
 public:
     explicit PlayerApp(const Options& options);
     ~PlayerApp();
@@ -36,7 +38,12 @@ private:
     void onCompleted() override;
     void onDurationUpdated(int durationMs) override;
 
+    void onPacketsLost(int packets) override;
+    void onRecordingFailed(const std::string& path, const std::string& reason) override;
+
     bool createPlayer();
+    bool startRecording();
+    bool endRecording();
     void setLogLevel();
     bool openWindow();
     void loop();
@@ -55,6 +62,7 @@ private:
     FrameCounter counter_;
     ProgressLine progress_;
     RemoteControl control_;
+    kelp::Recorder recorder_{this};
     kelp::TarnPlayer* player_ = nullptr;
     SDL_Window* window_ = nullptr;
 
@@ -62,6 +70,9 @@ private:
     std::atomic<bool> hasVideo_{false};
     std::atomic<bool> failed_{false};
     std::atomic<bool> completed_{false};
+
+    std::mutex recordMutex_;
+    std::string recordProblem_;  // guarded by recordMutex_
 
     bool playing_ = false;
     Uint32 playedAtTicks_ = 0;

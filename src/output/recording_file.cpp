@@ -25,7 +25,8 @@ constexpr char kTag[] = "Recorder";
 
 constexpr AVRational kMicroseconds{1, AV_TIME_BASE};
 constexpr int64_t kLongestInterleavingUs = 1'000'000;  // for which a stream waits for the other
-constexpr int64_t kLargestJumpBackUs = 1'000'000;      // a time farther back is on another time line
+constexpr int64_t kLongestHeaderWaitUs = 2 * kLongestInterleavingUs;
+constexpr int64_t kLargestJumpBackUs = 1'000'000;  // a time farther back is on another time line
 
 constexpr char kNoMemory[] = "there is no memory";
 
@@ -59,15 +60,6 @@ bool takes(const AVOutputFormat& format, AVCodecID codec) {
 bool isFragmented(const AVOutputFormat& format) {
     const std::string_view name = format.name;
     return name == "mp4" || name == "mov";
-}
-
-// Whether the header of an MP4 can't be written without a packet of the stream.
-bool needsPacketForHeader(const AVCodecParameters& parameters) {
-    const bool isConfigured = parameters.extradata_size > 0;
-    return isIn({AV_CODEC_ID_AC3, AV_CODEC_ID_EAC3, AV_CODEC_ID_TRUEHD, AV_CODEC_ID_VP9}, parameters.codec_id) ||
-           (!isConfigured &&
-            isIn({AV_CODEC_ID_H264, AV_CODEC_ID_HEVC, AV_CODEC_ID_MPEG4, AV_CODEC_ID_AAC, AV_CODEC_ID_AV1},
-                 parameters.codec_id));
 }
 
 struct Options {
@@ -117,14 +109,10 @@ std::string RecordingFile::open() {
     }
     Options options;
     if (isFragmented(*context_->oformat)) {
-        const bool waits = std::ranges::any_of(tracks_, [](const Track& track) {
-            return track.stream && needsPacketForHeader(*track.source->parameters);
-        });
-        // A fragment for each key frame, and for each second where they lie farther apart.
-        options.set("movflags", waits ? "frag_keyframe+delay_moov+default_base_moof"
-                                      : "frag_keyframe+empty_moov+default_base_moof");
+        // A fragment for each key frame, and for each second where they lie farther apart. The header, which then knows
+        // where each stream begins, comes with the first one.
+        options.set("movflags", "frag_keyframe+delay_moov+default_base_moof");
         options.set("frag_duration", "1000000");
-        options.set("use_editlist", "0");
     } else if (muxer == "matroska") {
         options.set("cluster_time_limit", "1000");
     }
@@ -136,6 +124,7 @@ std::string RecordingFile::open() {
                                        : "the container doesn't take the streams: " + textOf(result);
     }
     headerWritten_ = true;
+    isHeaderDue_ = isFragmented(*context_->oformat);
     return "";
 }
 
@@ -195,7 +184,12 @@ std::string RecordingFile::write(AVPacket& packet) {
     }
     place(packet, *track);
     bytes_ += packet.size;
-    const int result = av_interleaved_write_frame(context_, &packet);
+    int result = av_interleaved_write_frame(context_, &packet);
+    // The header waits for all streams, but not for one that doesn't come.
+    if (result >= 0 && isHeaderDue_ && durationUs_ > kLongestHeaderWaitUs) {
+        isHeaderDue_ = false;
+        result = av_write_frame(context_, nullptr);
+    }
     return result < 0 ? textOf(result) : "";
 }
 

@@ -68,6 +68,7 @@ private:
     AVFormatContext* context_ = nullptr;  // owned
     std::vector<Track> tracks_;
     bool headerWritten_ = false;
+    bool isHeaderDue_ = false;  // it may wait for a stream
     bool hasOrigin_ = false;
     int64_t originUs_ = 0;  // the source's time that is 0 in the file
     int64_t durationUs_ = 0;

@@ -28,6 +28,8 @@ public:
 
     // How often the device asked for sound that came only later, but for what a flush had thrown away.
     virtual int64_t underruns() const { return 0; }
+    // It plays without a device for now.
+    virtual bool isSilent() const { return false; }
 
     virtual bool pause(bool paused) = 0;
 

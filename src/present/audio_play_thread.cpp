@@ -250,6 +250,9 @@ bool AudioPlayThread::onOutput(std::shared_ptr<DecodedFrame> frame) {
     if (!output) {
         output = makeOutput();
     }
+    if (counts_.output.read() != SOUND_OUTPUT_NONE) {
+        counts_.output.set(output->isSilent() ? SOUND_OUTPUT_SILENCE : SOUND_OUTPUT_DEVICE);
+    }
     if (!isTimeFor(*audioFrame, *output, nowMs)) {
         return false;
     }

@@ -174,6 +174,7 @@ void SteadyAudioOutput::take(const std::shared_ptr<IAudioOutput>& device) {
 
 void SteadyAudioOutput::lose(std::shared_ptr<IAudioOutput> device, int64_t endUs) {
     Log::Warn(kTag, "the sound device is gone, going on in silence\n");
+    lostUnderruns_.add(device->underruns());
     search_.begin(spec_, std::move(device));
     {
         std::lock_guard lock(silenceMutex_);
@@ -182,6 +183,11 @@ void SteadyAudioOutput::lose(std::shared_ptr<IAudioOutput> device, int64_t endUs
         silence_.begin(std::clamp(endUs, nowUs - kMaxHoleUs, nowUs + durationOf(SDLAudioOutput::kRingBytes)), nowUs);
     }
     waitInSilence();
+}
+
+int64_t SteadyAudioOutput::underruns() const {
+    const auto device = device_.load();
+    return lostUnderruns_.read() + (device ? device->underruns() : 0);
 }
 
 // No change is missed: who makes one counts it behind it, and the count was read before the look.

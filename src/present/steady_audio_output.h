@@ -12,6 +12,7 @@
 #include "present/silent_device.h"
 #include "runtime/atomic_shared_ptr.h"
 #include "runtime/rest.h"
+#include "runtime/stage_counts.h"
 
 namespace kelp {
 
@@ -29,6 +30,8 @@ public:
     // Always true.
     bool fillFrame(std::shared_ptr<AudioFrameInfo> frame) override;
     int getBufferDuration() override;
+    int64_t underruns() const override;
+    bool isSilent() const override { return !device_.load(); }
     bool pause(bool paused) override;
     // Waits for a device that is being opened.
     void close() override;
@@ -54,6 +57,7 @@ private:
     AudioOutputSpec spec_;  // the play thread's
     AudioDeviceSearch search_;
     AtomicSharedPtr<IAudioOutput> device_;  // empty while there is none
+    Count lostUnderruns_;                   // of devices that are gone
     std::atomic<float> volume_{1.0F};
     std::atomic<bool> paused_{false};
     std::atomic<bool> closed_{false};          // never cleared

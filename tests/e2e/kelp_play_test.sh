@@ -63,6 +63,30 @@ size=$(ffprobe -v error -show_entries stream=width,height -of csv=p=0 "$scratch/
 [ "$size" = 64,48 ] || fail "the snapshot of VP8 is $size"
 expect 1 --headless --option preset=standard "$media/codecs/vp8_opus.webm"
 
+# A record of what is played: every picture, and nothing to complain about.
+expect 0 --headless --record "$scratch/record.mkv" "$media/small.mp4"
+pictures=$(ffprobe -v error -count_packets -select_streams v -show_entries stream=nb_read_packets -of csv=p=0 "$scratch/record.mkv")
+[ "$pictures" = 75 ] || fail "the record holds $pictures pictures"
+complaint=$(ffmpeg -v error -nostdin -i "$scratch/record.mkv" -f null - 2>&1)
+[ -z "$complaint" ] || fail "the record: $complaint"
+# A full disk ends the record, not the playback.
+ln -s /dev/full "$scratch/full.mp4"
+expect 1 --headless --record "$scratch/full.mp4" "$media/small.mp4"
+grep -q '\] 00:02 / 00:03' "$scratch/out" || { fail "not played to the end"; cat "$scratch/out"; }
+one_line_about 'full.mp4: No space left on device'
+expect 1 --headless --record "$scratch/record.txt" "$media/small.mp4"
+# A player that is killed leaves a record that plays.
+timeout 60 "$program" --headless --record "$scratch/killed.mp4" "$media/long.mp4" >"$scratch/out" 2>&1 </dev/null &
+player=$!
+for _ in $(seq 100); do
+    [ "$(stat -c %s "$scratch/killed.mp4" 2>/dev/null || echo 0)" -gt 20000 ] && break
+    sleep 0.1
+done
+kill -9 "$(ps -o pid= --ppid $player)"
+wait $player 2>/dev/null
+pictures=$(ffprobe -v error -count_frames -select_streams v -show_entries stream=nb_read_frames -of csv=p=0 "$scratch/killed.mp4")
+[ "${pictures:-0}" -ge 20 ] || fail "the killed player left $pictures pictures"
+
 expect 0 --headless "$media/vorbis.ogg"
 expect 0 --headless "$media/vfr.mkv"
 
@@ -80,7 +104,7 @@ expect 2
 expect 2 --snapshot 0 "$scratch" "$media/short.mp4"
 expect 2 --snapshot 3
 expect 2 "$media/short.mp4" "$media/short.mp4"
-for mistake in "--master nobody" "--master" "--retry soon" "--retry -1" "--option novalue" "--option =x" "--log loud"; do
+for mistake in "--master nobody" "--master" "--retry soon" "--retry -1" "--option novalue" "--option =x" "--log loud" "--record"; do
     # shellcheck disable=SC2086
     expect 2 $mistake "$media/short.mp4"
 done

@@ -87,13 +87,16 @@ public:
         AVPacket* packet = av_packet_alloc();
         while (count > 0 && av_read_frame(context_, packet) >= 0) {
             count -= source_.video && packet->stream_index == source_.video->index;
-            outlet_.packet(source_, *packet);
+            if (!soundLeftOut_ || packet->stream_index == source_.video->index) {
+                outlet_.packet(source_, *packet);
+            }
             av_packet_unref(packet);
         }
         av_packet_free(&packet);
         return count == 0;
     }
     void all() { pictures(1 << 30); }
+    void leaveSoundOut() { soundLeftOut_ = true; }
     void again() { avformat_seek_file(context_, -1, INT64_MIN, 0, INT64_MAX, 0); }
     void gap() { outlet_.gap(); }
     void end() { outlet_.end(); }
@@ -103,6 +106,7 @@ private:
     PacketOutlet outlet_;
     AVFormatContext* context_ = nullptr;
     PacketSource source_{};
+    bool soundLeftOut_ = false;
 };
 
 std::string outputOf(const std::string& command) {
@@ -303,6 +307,22 @@ TEST_F(RecorderTest, LeavesSoundOutThatTheContainerCannotHold) {
     recorder_.stop();
     EXPECT_EQ(log.count("no_sound.mp4, sound of pcm_alaw doesn't go into it and is left out\n"), 1);
     expectWhole({path("no_sound.mp4")});
+}
+
+// A stream that is told of and doesn't come: what there is mustn't wait for it.
+TEST_F(RecorderTest, WritesPicturesWhoseSoundDoesNotCome) {
+    const std::string file = path("mute.mp4");
+    ASSERT_TRUE(recorder_.start(file));
+    Feed feed(recorder_, film_);
+    feed.leaveSoundOut();
+    feed.pictures(kPictures - 5);
+    for (int i = 0; i < 500 && !(std::filesystem::exists(file) && readVideo(file).frames.size() >= 30); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    EXPECT_GE(readVideo(file).frames.size(), 30U);
+    feed.all();
+    recorder_.stop();
+    expectWhole({file});
 }
 
 TEST_F(RecorderTest, KeepsTheRotation) {

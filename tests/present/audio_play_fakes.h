@@ -89,12 +89,14 @@ public:
     void flush() override;
     bool setVolume(float volume) override;
     int64_t underruns() const override { return gaps; }
+    bool isSilent() const override { return silent; }
 
     std::atomic<int> bufferDurationMs{0};
     std::atomic<bool> blocking{false};  // a fill waits for a flush or close, as with a full ring that nobody empties
     bool volumeResult = true;
     bool hasDevice = true;
     int64_t gaps = 0;
+    bool silent = false;
     std::function<void()> onInit = [] {};
     std::function<void()> onFlush = [] {};            // after a fill was released
     std::function<void()> onSetVolume = [] {};        // before the value is taken

@@ -641,6 +641,16 @@ TEST_F(AudioPlayThreadTest, CountsWhatItHandsToTheOutput) {
     EXPECT_EQ(thread->counts().aheadOfMasterMs.read(), 21 - 300);
 }
 
+TEST_F(AudioPlayThreadTest, TellsWhetherTheSoundIsSilent) {
+    open();
+    output->silent = true;
+    peer->output(makeAudioFrame(0));
+    EXPECT_EQ(thread->counts().output.read(), SOUND_OUTPUT_SILENCE);
+    output->silent = false;
+    peer->output(makeAudioFrame(21));
+    EXPECT_EQ(thread->counts().output.read(), SOUND_OUTPUT_DEVICE);
+}
+
 TEST_F(AudioPlayThreadTest, TellsThatThereIsNoDevice) {
     open();
     output->hasDevice = false;

@@ -95,6 +95,7 @@ public:
         machine_.note(paused ? "pause" : "resume");
         return true;
     }
+    int64_t underruns() const override { return 2; }
     void close() override { machine_.note("close"); }
     void flush() override { machine_.note("flush"); }
     bool setVolume(float volume) override {
@@ -222,6 +223,19 @@ TEST_F(SteadyAudioOutputTest, GoesOnAtItsPaceWithoutADevice) {
         EXPECT_THAT(aheadMs(), AllOf(Ge(-2), Le(2))) << s;
     }
     EXPECT_THAT(log.lines(), ElementsAre(kNone));
+}
+
+TEST_F(SteadyAudioOutputTest, TellsWhetherItIsSilentAndTheGapsOfAllItsDevices) {
+    play();
+    ASSERT_TRUE(FakeTime::runFor(100, kWithDevice));
+    EXPECT_FALSE(output->isSilent());
+    EXPECT_EQ(output->underruns(), 2);
+    loseDevice();
+    EXPECT_TRUE(output->isSilent());
+    EXPECT_EQ(output->underruns(), 2);
+    bringDevice();
+    EXPECT_FALSE(output->isSilent());
+    EXPECT_EQ(output->underruns(), 4);
 }
 
 TEST_F(SteadyAudioOutputTest, LooksForADeviceEveryTwoSeconds) {

@@ -109,7 +109,7 @@ void PlayTask::startAudio(const CodecInfo& codecInfo) {
     const auto audioPlay = std::make_shared<AudioPlayThread>();
     audioPlay->init(shared_from_this());
     audioPlay->setOutputSpec(audioOutputSpec_);
-    audioPlay->setOptions(optionsToPlay());
+    audioPlay->setOptions(playOptions_);
     if (takesOddStreams()) {
         audioPlay->takeOddStreams(loadTimeMs_);
     }

@@ -57,6 +57,14 @@ constexpr PlaybackOption kOptions[] = {
      [](std::string_view value, PlaybackOptions& options) {
          return readWord(value, "standard", "all", options.allCodecs);
      }},
+    {"timing", "standard, exact", "exact",
+     "clocks count what the tempo change and the device hold back; pictures are even at every speed; the internal "
+     "clock "
+     "begins with each playback and runs at its speed",
+     "next play",
+     [](std::string_view value, PlaybackOptions& options) {
+         return readWord(value, "standard", "exact", options.exactTiming);
+     }},
     {"no_sound_device", "wait, silence", "silence",
      "without a sound device, or when it is lost, the sound goes on in silence at its pace, and picture, seeks and the "
      "end with it; the device is taken when it comes (back)",

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "present/audio_play_fixture.h"
+#include "present/sdl_audio_output.h"
 #include "support/log_capture.h"
 
 // AudioPlayThread with its thread running: over the recording output, and over the real one with SDL's device replaced.
@@ -20,6 +21,7 @@ std::atomic<SDL_AudioDeviceID> device{0};
 std::atomic<int> openDevices{0};
 std::atomic<bool> devicePaused{false};
 std::function<void()> onOpenDevice = [] {};
+std::atomic<void*> openedFor{nullptr};  // what the device's callback gets
 
 }  // namespace
 
@@ -30,6 +32,7 @@ SDL_AudioDeviceID __wrap_SDL_OpenAudioDevice(const char* /*name*/, int /*capture
     onOpenDevice();
     *obtained = *desired;
     openDevices += device != 0;
+    openedFor = desired->userdata;
     return device;
 }
 
@@ -557,6 +560,77 @@ TEST_F(AudioPlayRealOutputTest, ServesThousandsOfSeeksInAnyInterleaving) {
     running = false;
     filler.join();
     pauser.join();
+    thread->stop();
+}
+
+// The device, the control side and a follower of the exact clock at the same time: for the thread sanitizer. The clock
+// tells the truth at the end.
+TEST_F(AudioPlayRealOutputTest, TheExactClockMayBeReadAtAnyTime) {
+    FakeSoundTouch::missing = false;
+    device = 2;
+    openedFor = nullptr;
+    openReal();
+    PlaybackOptions options;
+    options.exactTiming = true;
+    thread->setOptions(options);
+    thread->start();
+    std::atomic<bool> isDevicePlaying{true};
+    std::thread deviceThread([&] {
+        std::vector<unsigned char> block(4096);
+        while (isDevicePlaying) {
+            FakeTime::advanceUs(21'333);
+            if (void* const opened = openedFor) {
+                SDLAudioOutput::sdlAudioCallback(opened, block.data(), static_cast<int>(block.size()));
+            }
+            std::this_thread::yield();
+        }
+    });
+    std::atomic<bool> running{true};
+    std::thread control([&] {
+        for (int i = 0; running; ++i) {
+            thread->setSpeed(0.5f + 0.25f * static_cast<float>(i % 5));
+            thread->setSyncObject(i % 3 == 0 ? nullptr : master);
+            thread->pause(i % 7 == 0);
+            if (i % 50 == 0) {
+                thread->seek(i, /*needFlush=*/i % 100 == 0);
+            }
+            master->set(i);
+        }
+    });
+    std::thread reader([&] {
+        int64_t sum = 0;
+        while (running) {
+            sum += thread->getSyncPtsUs() + thread->getCurrentTime() + thread->hasTime();
+        }
+        EXPECT_NE(sum, -1);
+    });
+    const auto fill = [&](int64_t pts) {
+        while (thread->getFrameQueueSize() >= 20) {
+            std::this_thread::yield();
+        }
+        auto frame = makeAudioFrame(pts);
+        frame->allocBuffer = [](unsigned int size) { return test::makeBuffer(size); };
+        thread->fillFrame(frame);
+    };
+    for (int i = 0; i < 500; ++i) {
+        fill(21 * i);
+    }
+    running = false;
+    control.join();
+    reader.join();
+
+    thread->setSyncObject(nullptr);
+    thread->setSpeed(1.0f);
+    thread->pause(false);
+    constexpr int kTarget = 500'000;
+    thread->seek(kTarget, /*needFlush=*/true);
+    for (int i = 0; i < 50; ++i) {
+        fill(kTarget + 64 * i / 3);
+    }
+    EXPECT_TRUE(eventually([&] { return thread->getCurrentTime() > kTarget + 800; }));
+    EXPECT_LT(thread->getCurrentTime(), kTarget + 1100);
+    isDevicePlaying = false;
+    deviceThread.join();
     thread->stop();
 }
 

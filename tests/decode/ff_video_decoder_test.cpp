@@ -102,6 +102,7 @@ TEST_F(FFVideoDecoderTest, DeliversWhatAPacketBringsAtOnceWhereALowDelayIsWanted
     };
     for (const int64_t pts : {0, 40, 80}) {
         send(pts);
+        ASSERT_FALSE(observer_->frames.empty());
         EXPECT_EQ(observer_->frames.back()->pts, pts);
     }
     EXPECT_THAT(observer_->times(), ElementsAre(0, 40, 80));

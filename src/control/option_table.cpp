@@ -79,6 +79,10 @@ constexpr PlaybackOption kOptions[] = {
      [](std::string_view value, PlaybackOptions& options) {
          return readWord(value, "standard", "low", options.lowLiveDelay);
      }},
+    {"max_pixels", "0, or a number", "67108864",
+     "streams of larger pictures are left out, with an Error line; pictures that grow beyond it are not decoded",
+     "next load",
+     [](std::string_view value, PlaybackOptions& options) { return readNumber(value, options.maxPixels); }},
     {"pictures", "packed, shared", "shared",
      "a planar 4:2:0 picture of 8 bits is handed on in the decoder's own memory, uncopied: frame sinks meet rows that "
      "are longer than the width, and must not write",

@@ -58,6 +58,7 @@ private:
     // A hardware decoder that can be opened, or null.
     const AVCodec* findHardwareDecoder(AVCodecID codecId, AVPixelFormat format);
     // Attaches a device to the context if one can be had.
+    void limitPictures(AVCodecContext& context) const;
     void accelerate(const AVCodec* decoder, AVCodecID codecId);
     bool attachDevice(const AVCodec* decoder, const HWAccelInfo& info);
     // Sets rotate_ from a display matrix. The texts, with one "%f" each, tell the log the angle and what of it is

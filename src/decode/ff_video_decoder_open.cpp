@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -99,6 +100,7 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
     }
     codecContext_->idct_algo = 0;
     delay_ = &DecoderDelay::of(isLive, options_);
+    limitPictures(*codecContext_);
     if (software) {
         delay_->setUp(*codecContext_);
         if (hwEnabled_) {
@@ -127,6 +129,15 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
 
 const char* FFVideoDecoder::name() const {
     return codecContext_ && codecContext_->codec ? codecContext_->codec->name : "";
+}
+
+// Pictures of the size that the stream states were let in. The library counts rows that are as long as a decoder's, of
+// 64 pixels or a multiple.
+void FFVideoDecoder::limitPictures(AVCodecContext& context) const {
+    if (options_.maxPixels > 0) {
+        const int64_t stated = int64_t{FFALIGN(context.width, 64)} * FFALIGN(context.height, 64);
+        context.max_pixels = std::max(options_.maxPixels, stated);
+    }
 }
 
 const HWDecoderInfo* FFVideoDecoder::getHWDecoderInfo(const HWDecoderInfo* from, AVCodecID id) {

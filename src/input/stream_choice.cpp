@@ -34,6 +34,8 @@ const char* plainWords(const std::string& name, int error) {
         case AVERROR_EOF:
         case AVERROR(EIO):
             return "it ends too early, or can't be read";
+        case AVERROR(ERANGE):
+            return "its pictures are larger than is allowed";
         default:
             return nullptr;
     }

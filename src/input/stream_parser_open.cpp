@@ -1,5 +1,6 @@
 // The parser outside its thread: options, opening, choice of streams, closing, and what others ask.
 
+#include <cerrno>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -11,6 +12,7 @@
 #include "input/annexb.h"
 #include "input/awaited_pipe.h"
 #include "input/codec_tables.h"
+#include "input/picture_limit.h"
 #include "input/stream_choice.h"
 #include "input/stream_parser.h"
 #include "input/track_list.h"
@@ -107,9 +109,17 @@ bool StreamParser::open(std::string filePath, int64_t seekTimeMs) {
     if (seekTimeMs > 0) {
         seekAfterOpen(seekTimeMs);
     }
-    if (!selectStreams()) {
+    bool isFound = false;
+    bool isTooLarge = false;
+    {
+        const LargeStreamsHidden hidden(*formatContext_, playbackOptions_.maxPixels);
+        isFound = selectStreams();
+        isTooLarge = hidden.any();
+    }
+    if (!isFound) {
         Log::Error(TAG, "No avaliable stream have found\n");
-        choice_->explain(filePath_, AVERROR_STREAM_NOT_FOUND, formatContext_);
+        choice_->explain(filePath_, isTooLarge ? AVERROR(ERANGE) : AVERROR_STREAM_NOT_FOUND,
+                         isTooLarge ? nullptr : formatContext_);
         return false;
     }
     Log::Info(TAG, "open filePath:%s succeed\n", filePath_.c_str());
@@ -189,7 +199,7 @@ std::shared_ptr<StreamInfo> StreamParser::getStreamInfo() {
     info->seekable = !isLive_;
     if (formatContext_) {
         const int picture = coverStream_ ? coverStream_->index : videoStreamIndex_;
-        info->tracks = listTracks(*formatContext_, playbackOptions_.allCodecs);
+        info->tracks = listTracks(*formatContext_, playbackOptions_);
         for (Track& track : info->tracks) {
             track.isPlayed = track.isPlayable && (track.number == picture || track.number == audioStreamIndex_);
         }
@@ -250,7 +260,9 @@ bool StreamParser::openInput() {
         return false;
     }
     formatContext_->flags |= AVFMT_FLAG_GENPTS;
-    result = avformat_find_stream_info(formatContext_, nullptr);
+    ProbeOptions probeOptions(*formatContext_, playbackOptions_.maxPixels);
+    result = avformat_find_stream_info(formatContext_, probeOptions.get());
+    probeOptions.restoreSizes(*formatContext_);
     if (result < 0) {
         Log::Error(TAG, "find stream info %s failed!\n", filePath_.c_str());
         choice_->explain(filePath_, result, nullptr);

@@ -56,7 +56,7 @@ int StreamParser::chooseStream(TrackKind kind, int wanted, int related) {
     if (wanted != PlaybackOptions::kAutoTrack) {
         if (static_cast<unsigned int>(wanted) < formatContext_->nb_streams) {
             const AVStream& stream = *formatContext_->streams[wanted];
-            if (trackKindOf(stream) == kind && isPlayable(stream, playbackOptions_.allCodecs)) {
+            if (trackKindOf(stream) == kind && isPlayable(stream, playbackOptions_)) {
                 return wanted;
             }
         }

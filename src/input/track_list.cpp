@@ -1,5 +1,6 @@
 #include "input/track_list.h"
 
+#include "input/picture_limit.h"
 #include "input/stream_choice.h"
 
 extern "C" {
@@ -22,7 +23,7 @@ double rateOf(const AVStream& stream) {
     return rate.num > 0 && rate.den > 0 ? av_q2d(rate) : 0;
 }
 
-Track describe(const AVStream& stream, bool allCodecs) {
+Track describe(const AVStream& stream, const PlaybackOptions& options) {
     const AVCodecParameters& parameters = *stream.codecpar;
     Track track;
     track.number = stream.index;
@@ -35,7 +36,7 @@ Track describe(const AVStream& stream, bool allCodecs) {
     track.title = tag(stream, "title");
     track.isDefault = (stream.disposition & AV_DISPOSITION_DEFAULT) != 0;
     track.isAttachedPicture = (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0;
-    track.isPlayable = isPlayable(stream, allCodecs);
+    track.isPlayable = isPlayable(stream, options);
     if (track.kind == TRACK_KIND_VIDEO) {
         track.width = parameters.width;
         track.height = parameters.height;
@@ -62,14 +63,14 @@ TrackKind trackKindOf(const AVStream& stream) {
     }
 }
 
-bool isPlayable(const AVStream& stream, bool allCodecs) {
-    return !StreamChoice::of({.allCodecs = allCodecs}).obstacle(stream);
+bool isPlayable(const AVStream& stream, const PlaybackOptions& options) {
+    return isWithin(stream, options.maxPixels) && !StreamChoice::of(options).obstacle(stream);
 }
 
-std::vector<Track> listTracks(const AVFormatContext& context, bool allCodecs) {
+std::vector<Track> listTracks(const AVFormatContext& context, const PlaybackOptions& options) {
     std::vector<Track> tracks;
     for (unsigned int i = 0; i < context.nb_streams; ++i) {
-        tracks.push_back(describe(*context.streams[i], allCodecs));
+        tracks.push_back(describe(*context.streams[i], options));
     }
     return tracks;
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "kelp_player/tracks.h"
+#include "runtime/playback_options.h"
 
 struct AVFormatContext;
 struct AVStream;
@@ -15,11 +16,11 @@ namespace kelp {
 
 TrackKind trackKindOf(const AVStream& stream);
 
-// Whether pictures or sound come of it: `allCodecs` as in PlaybackOptions.
-bool isPlayable(const AVStream& stream, bool allCodecs);
+// Whether pictures or sound come of it, for a host that wants this.
+bool isPlayable(const AVStream& stream, const PlaybackOptions& options);
 
 // All of them, in their order; none is played yet.
-std::vector<Track> listTracks(const AVFormatContext& context, bool allCodecs);
+std::vector<Track> listTracks(const AVFormatContext& context, const PlaybackOptions& options);
 
 // `text` in UTF-8 whatever it holds.
 std::string readableUtf8(std::string_view text);

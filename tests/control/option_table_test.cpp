@@ -80,6 +80,16 @@ TEST(OptionTable, TakesTheNumberOfATrack) {
     EXPECT_EQ(options.audioTrack, PlaybackOptions::kNoTrack);
 }
 
+TEST(OptionTable, TakesANumberOfPixels) {
+    PlaybackOptions options;
+    const auto* const limit = findPlaybackOption("max_pixels");
+    EXPECT_TRUE(limit->read("9437184", options));
+    for (const char* wrong : {"", "-1", "-0", "+1", "1e6", "1 ", "99999999999999999999"}) {
+        EXPECT_FALSE(limit->read(wrong, options)) << wrong;
+        EXPECT_EQ(options.maxPixels, 9437184) << wrong;
+    }
+}
+
 TEST(OptionTable, FindsItsKeysAlone) {
     for (const auto& row : playbackOptions()) {
         EXPECT_EQ(findPlaybackOption(row.key), &row);

@@ -121,6 +121,20 @@ TEST(Pictures, OfASizeThatChangesTellTheSinkAndTheHost) {
     EXPECT_THAT(sink.sizes(), testing::ElementsAre(std::array<int, 3>{320, 180, 25}, std::array<int, 3>{640, 360, 25}));
 }
 
+TEST(Pictures, ThatGrowBeyondTheLimitAreNotDecoded) {
+    RecordingSink sink(RecordingSink::Keep::Nothing);
+    Playback playback;
+    playback.player().setOption("max_pixels", "100000");
+    playback.player().addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&sink), 0, 0);
+    ASSERT_TRUE(playback.open(mediaPath("hevc_size_change.ts")));
+    ASSERT_TRUE(playback.playToEnd());
+    const auto frames = sink.frames();
+    EXPECT_EQ(frames.size(), 38U);
+    for (const auto& frame : frames) {
+        EXPECT_EQ(frame.width, 320);
+    }
+}
+
 TEST(Pictures, OfARotatedFileCarryTheRotation) {
     RecordingSink sink;
     Playback playback;

@@ -90,6 +90,7 @@ constexpr Due kDue[] = {
     {kError, "StreamParser", "No avaliable stream have found"},
     {kWarn, "StreamParser", " isn't played: "},
     {kError, "StreamParser", " can't be played: "},
+    {kError, "StreamParser", " is left out: "},
     {kError, "PlayTask", "nothing of it could be decoded"},
     {kError, "StreamParser", "Could not copy codec params"},
     {kError, "StreamParser", "No codec could be found with id "},

@@ -369,7 +369,8 @@ public:
     // waits are bounded by "listen_timeout" (seconds, 10 unless set). Opening fails after one such wait, reading after
     // six in a row: `onFailed`. For "rtsp://" and ".sdp" sources "fflags" is "nobuffer", and for ".sdp" ones
     // "protocol_whitelist" is "file,udp,rtp", unless set here. Both stay for the sources that follow in the same
-    // player: behind an ".sdp" source that player opens nothing over TCP until the latter is set.
+    // player, unless "codecs" is "all": behind an ".sdp" source that player opens nothing over TCP until the latter is
+    // set.
     void setOption(const char* key, const char* value);
 
     // Runs `function` on the worker thread, after the events that are queued by now; what comes before `init` waits for

@@ -238,8 +238,11 @@ bool StreamParser::openInput() {
     Dictionary dictionary;
     {
         std::lock_guard lock(optionsMutex_);
-        addSourceOptions(options_, filePath_);
         OptionMap options = options_;
+        addSourceOptions(options, filePath_);
+        if (!playbackOptions_.allCodecs) {
+            options_ = options;  // the next source meets what was added, fit or not
+        }
         if (playbackOptions_.rtspFallsBack) {
             addRtspFallback(options);
         }

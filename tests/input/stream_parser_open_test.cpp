@@ -169,6 +169,18 @@ TEST_F(StreamParserOpen, KeepsItsOptionsOverAClose) {
                             "rtsp_transport=tcp", "stimeout=500000", "user_agent=kelp"));
 }
 
+TEST_F(StreamParserOpen, AddsNothingToTheNextSourceWhereAllIsPlayed) {
+    parser->setPlaybackOptions({.allCodecs = true});
+    EXPECT_THAT(optionsOf("/videos/camera.sdp"), testing::Contains("protocol_whitelist=file,udp,rtp"));
+    parser->close();
+    EXPECT_THAT(optionsOf("film"), testing::ElementsAreArray(kDefaults));
+    parser->close();
+    parser->setOption("fflags", "genpts");
+    optionsOf("rtsp://127.0.0.1/x");
+    parser->close();
+    EXPECT_THAT(optionsOf("film"), testing::Contains("fflags=genpts")) << "the host's stays";
+}
+
 TEST_F(StreamParserOpen, LogsTheWayOfAnOpen) {
     SyntheticInput input;
     input.startTimeUs = 1'400'000;

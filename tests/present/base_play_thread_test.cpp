@@ -951,6 +951,7 @@ public:
     explicit ExactPlayThread(Idle idleMode = Idle::Served) : RecordingPlayThread(/*keepFrames=*/0, idleMode) {
         setSeekRule(SeekRule::Exact);
     }
+    ~ExactPlayThread() override { stop(); }  // before it becomes what it derives from
 };
 
 TEST_F(BasePlayThreadTest, AnExactSeekHoldsAFrameBackUntilTheNextOneTells) {

@@ -56,8 +56,8 @@ protected:
         int packets = 0;
         PipelineFaults::atRead = [&] {
             TaskUnderTest::waitUntil(
-                [&] { return done || (arrivedMs_.size() < kPictures && timed.shown().size() >= arrivedMs_.size()); });
-            FakeTime::advanceMs(packets % 3 == 0 ? 25 : 5);
+                [&] { return done || (arrivedMs_.size() < kPictures && timed.shown().size() >= awaited_(packets)); });
+            FakeTime::advanceMs(msToPacket_(packets));
             if (++packets > 1) {
                 arrivedMs_.push_back(FakeTime::nowMs());
             }
@@ -71,6 +71,10 @@ protected:
     }
 
     std::vector<int64_t> arrivedMs_;
+    // How many pictures are shown before that packet is on its way.
+    std::function<size_t(int)> awaited_ = [](int packet) { return static_cast<size_t>(std::max(packet - 1, 0)); };
+    // From then to its arrival.
+    std::function<int(int)> msToPacket_ = [](int packet) { return packet % 3 == 0 ? 25 : 5; };
 };
 
 TEST_F(LivePlayback, IsPacedByItsArrivalWithoutAMaster) {
@@ -87,11 +91,16 @@ TEST_F(LivePlayback, IsPacedByItsArrivalWithoutAMaster) {
     }
 }
 
-// With each master. No picture waits for the packet behind it, nor for more than the arrivals ask for: a source that
-// comes like this has a jitter of 20 ms.
+// With each master. No picture waits for the packet behind it, nor for more than the arrivals ask for: of a source
+// whose packets come at their pace, each third one 20 ms later.
 TEST_F(LivePlayback, IsShownAsItComesWithALowDelay) {
     for (const auto mode : {SYNC_MASTER_VIDEO, SYNC_MASTER_CLOCK, SYNC_MASTER_AUDIO}) {
         arrivedMs_.clear();
+        awaited_ = [](int packet) { return static_cast<size_t>(packet); };
+        msToPacket_ = [beginMs = FakeTime::nowMs()](int packet) {
+            const int64_t arrivesMs = beginMs + 40 * packet + (packet % 3 == 0 ? 20 : 0);
+            return static_cast<int>(std::max<int64_t>(arrivesMs - FakeTime::nowMs(), 0));
+        };
         under.task->changeOptions([](PlaybackOptions& options) { options.lowLiveDelay = true; });
         under.task->setSyncMasterMode(mode);
         const auto shown = play();

@@ -38,6 +38,8 @@ XScreen::XScreen(int width, int height) : server_(width, height) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     // The graphics driver writes past its memory and races on threads of its own when windows come and go.
     setenv("SDL_RENDER_DRIVER", "software", 1);
+    // It would bring its pictures to the window by the same driver.
+    setenv("SDL_FRAMEBUFFER_ACCELERATION", "0", 1);
 #endif
     display_ = XOpenDisplay(name.c_str());
     if (display_ == nullptr) {

@@ -18,63 +18,77 @@ constexpr double kPaceRange = 0.1;     // by how much a device's pace may differ
 }  // namespace
 
 void DeviceClock::open(int blockFrames, double framesPerSecond) {
-    blockFrames_ = std::max(blockFrames, 1);
-    nominalUs_ = framesPerSecond > 0 ? blockFrames_ / framesPerSecond * kSecondUs : 0;
-    blockUs_ = nominalUs_;
-    const double turn = 2 * std::numbers::pi * kBandwidthHz * nominalUs_ / kSecondUs;
-    gain_ = std::min(std::numbers::sqrt2 * turn, 1.0);
-    paceGain_ = std::min(turn * turn, gain_ / 2);
-    isLocked_ = false;
-    playing_ = next_ = {taken_, 0};
+    Loop& loop = loop_;
+    loop.blockFrames = std::max(blockFrames, 1);
+    loop.nominalUs = framesPerSecond > 0 ? loop.blockFrames / framesPerSecond * kSecondUs : 0;
+    loop.blockUs = loop.nominalUs;
+    const double turn = 2 * std::numbers::pi * kBandwidthHz * loop.nominalUs / kSecondUs;
+    loop.gain = std::min(std::numbers::sqrt2 * turn, 1.0);
+    loop.paceGain = std::min(turn * turn, loop.gain / 2);
+    loop.isLocked = 0;
+    loop.playing = loop.next = {loop.taken, 0};
+    shown_.write(loop);
 }
 
 void DeviceClock::take(int64_t frames, int64_t nowUs) {
+    Loop& loop = loop_;
     const auto now = static_cast<double>(nowUs);
-    const double late = now - endUs_;
-    playing_ = next_;
-    if (!isLocked_ || late > kLateBlocks * blockUs_ || late < -kEarlyBlocks * blockUs_) {
-        if (!isLocked_ || late > 0) {
-            playing_ = {taken_, 0};
+    const double late = now - loop.endUs;
+    loop.taken = std::max(loop.taken, dropped_.load(std::memory_order_acquire));
+    loop.playing = loop.next;
+    if (loop.isLocked == 0 || late > kLateBlocks * loop.blockUs || late < -kEarlyBlocks * loop.blockUs) {
+        if (loop.isLocked == 0 || late > 0) {
+            loop.playing = {loop.taken, 0};
         }
-        isLocked_ = true;
-        beginUs_ = now;
-        endUs_ = now + blockUs_;
+        loop.isLocked = 1;
+        loop.beginUs = now;
+        loop.endUs = now + loop.blockUs;
     } else {
-        beginUs_ = endUs_;
-        endUs_ += gain_ * late + blockUs_;
-        blockUs_ =
-            std::clamp(blockUs_ + paceGain_ * late, (1 - kPaceRange) * nominalUs_, (1 + kPaceRange) * nominalUs_);
+        loop.beginUs = loop.endUs;
+        loop.endUs += loop.gain * late + loop.blockUs;
+        loop.blockUs = std::clamp(loop.blockUs + loop.paceGain * late, (1 - kPaceRange) * loop.nominalUs,
+                                  (1 + kPaceRange) * loop.nominalUs);
     }
     // What was dropped meanwhile isn't taken a second time.
-    frames = std::clamp<int64_t>(frames, 0, handed_ - taken_);
-    next_ = {taken_, frames};
-    taken_ += frames;
+    frames = std::clamp<int64_t>(frames, 0, handed_.read() - loop.taken);
+    loop.next = {loop.taken, frames};
+    loop.taken += frames;
     if (frames > 0) {
-        dryFromUs_ = static_cast<int64_t>(endUs_ + blockUs_ * static_cast<double>(frames) / blockFrames_);
+        loop.dryFromUs =
+            static_cast<int64_t>(loop.endUs + loop.blockUs * static_cast<double>(frames) / loop.blockFrames);
     }
+    shown_.write(loop);
 }
 
+// The device's thread may be in the midst of a step, so its loop is left alone: from here on all that was handed over
+// until now counts as taken and heard, whatever the loop says of it.
 void DeviceClock::drop(int64_t nowUs) {
-    taken_ = handed_;
-    playing_ = next_ = {taken_, 0};
-    dryFromUs_ = nowUs;
+    droppedUs_.store(nowUs, std::memory_order_relaxed);
+    dropped_.store(handed_.read(), std::memory_order_release);
 }
 
 HeardSound DeviceClock::heard(int64_t nowUs) const {
+    const Loop loop = shown_.read();
+    const int64_t dropped = dropped_.load(std::memory_order_acquire);
     const auto now = static_cast<double>(nowUs);
-    const double nextAskUs = isLocked_ ? std::max(endUs_, now) : now + blockUs_;
-    const double waitingBlocks = static_cast<double>(handed_ - taken_) / std::max(blockFrames_, 1.0);
+    const double nextAskUs = loop.isLocked != 0 ? std::max(loop.endUs, now) : now + loop.blockUs;
+    // Not below what the loop has taken: that was read first, and its thread had seen it handed over.
+    const int64_t waiting = handed_.read() - std::max(loop.taken, dropped);
+    const double waitingBlocks = static_cast<double>(waiting) / std::max(loop.blockFrames, 1.0);
     HeardSound heard;
-    heard.frames = now < endUs_ ? heardOf(playing_, (now - beginUs_) / std::max(endUs_ - beginUs_, 1.0))
-                                : heardOf(next_, (now - endUs_) / std::max(blockUs_, 1.0));
-    heard.delayUs = std::llround(nextAskUs - now + blockUs_ * (1 + waitingBlocks));
-    heard.dryFromUs = dryFromUs_;
-    heard.framesPerSecond = blockUs_ > 0 ? blockFrames_ / blockUs_ * kSecondUs : 0;
+    heard.frames = now < loop.endUs
+                       ? heardOf(loop, loop.playing, (now - loop.beginUs) / std::max(loop.endUs - loop.beginUs, 1.0))
+                       : heardOf(loop, loop.next, (now - loop.endUs) / std::max(loop.blockUs, 1.0));
+    heard.frames = std::max(heard.frames, static_cast<double>(dropped));
+    heard.delayUs = std::llround(nextAskUs - now + loop.blockUs * (1 + waitingBlocks));
+    heard.dryFromUs = loop.taken > dropped ? loop.dryFromUs : droppedUs_.load(std::memory_order_relaxed);
+    heard.framesPerSecond = loop.blockUs > 0 ? loop.blockFrames / loop.blockUs * kSecondUs : 0;
     return heard;
 }
 
-double DeviceClock::heardOf(const Block& block, double blocks) const {
-    return static_cast<double>(block.begin) + std::clamp(blocks * blockFrames_, 0.0, static_cast<double>(block.frames));
+double DeviceClock::heardOf(const Loop& loop, const Block& block, double blocks) {
+    return static_cast<double>(block.begin) +
+           std::clamp(blocks * loop.blockFrames, 0.0, static_cast<double>(block.frames));
 }
 
 }  // namespace kelp

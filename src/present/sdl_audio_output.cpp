@@ -107,14 +107,12 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
 // The ring's bytes are taken as they are, so many of them per second as the device plays of its own.
 void SDLAudioOutput::openClock(const SDL_AudioSpec& obtained) {
     const int deviceFrameBytes = obtained.channels * SDL_AUDIO_BITSIZE(obtained.format) / 8;
-    std::lock_guard lock(clockMutex_);
     clock_.open(obtained.samples * deviceFrameBytes / frameBytes_,
                 static_cast<double>(obtained.freq) * deviceFrameBytes / frameBytes_);
 }
 
 bool SDLAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {
     if (const int frameBytes = frameBytes_; frameBytes > 0) {
-        std::lock_guard lock(clockMutex_);
         clock_.handOver(frame->dataSize / static_cast<unsigned>(frameBytes));
     }
     if (wantedSpec_.format == AUDIO_S16LSB) {
@@ -125,10 +123,7 @@ bool SDLAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {
     if (flushRequested_) {
         // In this order: until the ring is empty, the device stays silent.
         cycleBuffer_->reset();
-        {
-            std::lock_guard lock(clockMutex_);
-            clock_.drop(KelpTime::getTimeUs());
-        }
+        clock_.drop(KelpTime::getTimeUs());
         flushRequested_ = false;
         return true;
     }
@@ -206,7 +201,6 @@ bool SDLAudioOutput::setVolume(float volume) {
 }
 
 HeardSound SDLAudioOutput::heard(int64_t nowUs) {
-    std::lock_guard lock(clockMutex_);
     return clock_.heard(nowUs);
 }
 
@@ -219,7 +213,6 @@ void SDLAudioOutput::sdlAudioCallback(void* userdata, unsigned char* stream, int
     const int64_t nowUs = KelpTime::getTimeUs();
     const int got = output->takeSound(stream, len);
     if (const int frameBytes = output->frameBytes_; frameBytes > 0) {
-        std::lock_guard lock(output->clockMutex_);
         output->clock_.take(got / frameBytes, nowUs);
     }
 }

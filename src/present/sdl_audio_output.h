@@ -16,8 +16,8 @@ class CycleBufferWrapper;
 // Sound by SDL: a ring of 8192 bytes between the play thread, which waits for room in it, and the callback of the
 // device, which takes what is there and plays silence for the rest. Applies the volume before the ring.
 //
-// SDL's audio thread only touches the ring, the atomics and the clock. Without a device nobody empties the ring, so
-// `fillFrame` blocks until a flush or close comes; likewise while the device is paused.
+// SDL's audio thread only touches the ring, the atomics and the clock, which nobody locks. Without a device nobody
+// empties the ring, so `fillFrame` blocks until a flush or close comes; likewise while the device is paused.
 class SDLAudioOutput : public IAudioOutput {
 public:
     // What is done about a device that isn't there any more, as SDL says or as it asks for no samples for a quarter of
@@ -71,8 +71,7 @@ private:
     std::atomic<bool> closed_{false};  // never cleared
     SDL_AudioSpec wantedSpec_{};       // as asked of SDL, not as obtained; the play thread's
     std::atomic<int> frameBytes_{0};   // a sample of each channel, as they are handed over; 0 before `init`
-    DeviceClock clock_;                // guarded by clockMutex_
-    std::mutex clockMutex_;            // a leaf, held for a few lines of arithmetic
+    DeviceClock clock_;
     std::atomic<bool> paused_{false};
     std::atomic<bool> flushRequested_{false};  // until the next fillFrame
     std::atomic<float> volume_{1.0F};

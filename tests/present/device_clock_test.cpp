@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
+#include <cstdint>
 #include <random>
+#include <thread>
 
 namespace kelp {
 namespace {
@@ -129,6 +132,36 @@ TEST_F(DeviceClockTest, TellsWhenWhatIsHandedOverNowIsHeard) {
     EXPECT_NEAR(static_cast<double>(clock.heard(us(asked + 5000)).delayUs), 2 * kBlockUs - 5000, 2);
     clock.handOver(2 * kBlock);
     EXPECT_NEAR(static_cast<double>(clock.heard(us(asked)).delayUs), 4 * kBlockUs, 2);
+}
+
+TEST_F(DeviceClockTest, IsReadWhileTheDeviceTakesAndTheWriterDrops) {
+    constexpr int kBlocks = 5000;
+    std::atomic<int64_t> nowUs{us(kBeginUs)};
+    std::atomic<bool> hasEnded{false};
+    std::thread device([&] {
+        for (int i = 0; i < kBlocks; ++i) {
+            nowUs += us(kBlockUs);
+            clock.take(kBlock, nowUs);
+        }
+        hasEnded = true;
+    });
+    std::thread writer([&] {
+        for (int i = 0; !hasEnded; ++i) {
+            clock.handOver(i % 100 == 0 ? 10 : kBlock);
+            if (i % 100 == 0) {
+                clock.drop(nowUs);
+            }
+        }
+    });
+    int wrong = 0;
+    for (double last = 0; !hasEnded;) {
+        const HeardSound heard = clock.heard(nowUs);
+        wrong += heard.frames < last - 1 || heard.delayUs < 0 ? 1 : 0;
+        last = heard.frames;
+    }
+    device.join();
+    writer.join();
+    EXPECT_EQ(wrong, 0);
 }
 
 TEST_F(DeviceClockTest, WithoutADeviceNothingIsHeard) {

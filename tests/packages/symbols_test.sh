@@ -3,7 +3,8 @@
 # third one the list is written anew.
 set -euo pipefail
 export LC_ALL=C
-exported=$(nm -DC --defined-only "$1" | cut -c 20- | sort -u)
+# The C++ symbols have a version of their own, which says nothing of any one of them.
+exported=$(nm -DC --defined-only "$1" | cut -c 20- | sed 's/@@KELP_PLAYER_CXX$//' | sort -u)
 if [ "${3:-}" = --update ]; then
     printf '%s\n' "$exported" >"$2"
     exit

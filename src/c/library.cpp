@@ -1,0 +1,45 @@
+// The library as a whole, and its log.
+#include "c/boundary.h"
+#include "kelp_player/log.h"
+#include "kelp_player/types.h"
+
+using namespace kelp::c;
+
+const char* kelp_version(void) {
+    return KELP_PLAYER_VERSION;
+}
+
+const char* kelp_last_error(void) {
+    return threadError();
+}
+
+int kelp_log_set_callback(void (*call)(void* user, const char* line), void* user, kelp_call release) {
+    return guarded(__func__, nullptr, 0, [&] {
+        const auto held = hold(user, release);
+        if (call) {
+            kelp::Log::SetLogCallback([call, held](const char* line) { call(held.get(), line); });
+        } else {
+            kelp::Log::SetLogCallback({});
+        }
+        return 1;
+    });
+}
+
+void kelp_log_set_level(int level) {
+    kelp::Log::SetLevel(level);
+}
+
+int kelp_log_get_level(void) {
+    return kelp::Log::GetLevel();
+}
+
+int kelp_log_write(int level, const char* tag, const char* text) {
+    if (level < KELP_LOG_FATAL || !tag || !text) {
+        fail(nullptr, __func__, level < KELP_LOG_FATAL ? "there is no such level" : kNoText);
+        return 0;
+    }
+    return guarded(__func__, nullptr, 0, [&] {
+        kelp::Log::Message(tag, level, "%s", text);
+        return 1;
+    });
+}

@@ -1,0 +1,186 @@
+#include "c/packet_sink.h"
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "c/player.h"
+
+using namespace kelp::c;
+
+static_assert(KELP_NO_TIME == kelp::Packet::kNoTime);
+
+namespace {
+
+kelp_packet_stream translated(const kelp::PacketStream& from) {
+    kelp_packet_stream to{};
+    to.size = sizeof(to);
+    to.track = from.track;
+    to.kind = from.kind;
+    to.codec = from.codec.c_str();
+    to.time_base_num = from.timeBaseNum;
+    to.time_base_den = from.timeBaseDen;
+    to.width = from.width;
+    to.height = from.height;
+    to.frame_rate = from.frameRate;
+    to.sample_rate = from.sampleRate;
+    to.channels = from.channels;
+    to.configuration = from.configuration;
+    to.configuration_size = from.configurationSize;
+    to.parameters = from.parameters;
+    return to;
+}
+
+kelp::PacketStream translated(const kelp_packet_stream& from) {
+    kelp::PacketStream to;
+    to.track = from.track;
+    to.kind = static_cast<kelp::TrackKind>(from.kind);
+    to.codec = from.codec ? from.codec : "";
+    to.timeBaseNum = from.time_base_num;
+    to.timeBaseDen = from.time_base_den;
+    to.width = from.width;
+    to.height = from.height;
+    to.frameRate = from.frame_rate;
+    to.sampleRate = from.sample_rate;
+    to.channels = from.channels;
+    to.configuration = from.configuration;
+    to.configurationSize = from.configuration_size;
+    to.parameters = from.parameters;
+    return to;
+}
+
+// Hands what is read to the host's callbacks.
+class HostPackets final : public kelp::ExternPacketSink {
+public:
+    explicit HostPackets(const kelp_packet_sink_calls& calls) : calls_(calls) {}
+
+    void onStreams(const std::vector<kelp::PacketStream>& streams) override {
+        if (!calls_.on_streams) {
+            return;
+        }
+        guarded("on_streams", nullptr, 0, [&] {
+            std::vector<kelp_packet_stream> known;
+            known.reserve(streams.size());
+            std::vector<const kelp_packet_stream*> pointers;
+            for (const auto& stream : streams) {
+                pointers.push_back(&known.emplace_back(translated(stream)));
+            }
+            calls_.on_streams(calls_.user, pointers.data(), pointers.size());
+            return 1;
+        });
+    }
+
+    void onPacket(const kelp::Packet& packet) override {
+        if (!calls_.on_packet) {
+            return;
+        }
+        kelp_packet known{};
+        known.size = sizeof(known);
+        known.track = packet.track;
+        known.kind = packet.kind;
+        known.data = packet.data;
+        known.data_size = packet.size;
+        known.is_key_frame = packet.isKeyFrame;
+        known.pts = packet.pts;
+        known.dts = packet.dts;
+        known.duration = packet.duration;
+        known.packet = packet.packet;
+        calls_.on_packet(calls_.user, &known);
+    }
+
+    void onGap() override {
+        if (calls_.on_gap) {
+            calls_.on_gap(calls_.user);
+        }
+    }
+
+    void onEnd() override {
+        if (calls_.on_end) {
+            calls_.on_end(calls_.user);
+        }
+    }
+
+private:
+    const kelp_packet_sink_calls calls_;
+};
+
+}  // namespace
+
+kelp_packet_sink* kelp_packet_sink_create(const kelp_packet_sink_calls* calls) {
+    return made<kelp_packet_sink>(__func__, [&] {
+        kelp_packet_sink_calls known{};
+        if (!take(calls, known)) {
+            throw std::invalid_argument(kNoSize);
+        }
+        auto handle = std::make_unique<kelp_packet_sink>();
+        handle->own = {new HostPackets(known),
+                       [](kelp::ExternPacketSink* sink) { delete static_cast<HostPackets*>(sink); }};
+        handle->sink = handle->own.get();
+        return handle;
+    });
+}
+
+void kelp_packet_sink_destroy(kelp_packet_sink* sink) {
+    if (sink && !sink->own) {
+        fail(nullptr, __func__, "a recorder's sink goes with the recorder");
+        return;
+    }
+    delete sink;
+}
+
+int kelp_player_set_packet_sink(kelp_player* player, kelp_packet_sink* sink) {
+    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
+        handle.player->setPacketSink(sink ? sink->sink : nullptr);
+        return nullptr;
+    });
+}
+
+int kelp_packet_sink_put_streams(kelp_packet_sink* sink, const kelp_packet_stream* const* streams, size_t count) {
+    return carryOut(__func__, sink, [&](kelp_packet_sink& handle) -> Reason {
+        std::vector<kelp::PacketStream> given;
+        for (size_t i = 0; i < count; ++i) {
+            kelp_packet_stream known{};
+            if (!streams || !take(streams[i], known)) {
+                return kNoSize;
+            }
+            given.push_back(translated(known));
+        }
+        handle.sink->onStreams(given);
+        return nullptr;
+    });
+}
+
+int kelp_packet_sink_put_packet(kelp_packet_sink* sink, const kelp_packet* packet) {
+    return carryOut(__func__, sink, [&](kelp_packet_sink& handle) -> Reason {
+        kelp_packet known{};
+        if (!take(packet, known)) {
+            return kNoSize;
+        }
+        kelp::Packet given;
+        given.track = known.track;
+        given.kind = static_cast<kelp::TrackKind>(known.kind);
+        given.data = known.data;
+        given.size = known.data_size;
+        given.pts = known.pts;
+        given.dts = known.dts;
+        given.duration = known.duration;
+        given.isKeyFrame = known.is_key_frame != 0;
+        given.packet = known.packet;
+        handle.sink->onPacket(given);
+        return nullptr;
+    });
+}
+
+int kelp_packet_sink_put_gap(kelp_packet_sink* sink) {
+    return carryOut(__func__, sink, [](kelp_packet_sink& handle) -> Reason {
+        handle.sink->onGap();
+        return nullptr;
+    });
+}
+
+int kelp_packet_sink_put_end(kelp_packet_sink* sink) {
+    return carryOut(__func__, sink, [](kelp_packet_sink& handle) -> Reason {
+        handle.sink->onEnd();
+        return nullptr;
+    });
+}

@@ -1,0 +1,179 @@
+#include "c/player.h"
+
+#include <stdexcept>
+
+using namespace kelp::c;
+
+static_assert(same(KELP_FAILURE_STREAM, kelp::ERROR_TYPE_STREAM));
+static_assert(same(KELP_FAILURE_VIDEO_DECODE, kelp::ERROR_TYPE_VIDEO_DECODE));
+static_assert(same(KELP_SYNC_MASTER_CLOCK, kelp::SYNC_MASTER_CLOCK));
+static_assert(same(KELP_SYNC_MASTER_AUDIO, kelp::SYNC_MASTER_AUDIO));
+static_assert(same(KELP_SYNC_MASTER_VIDEO, kelp::SYNC_MASTER_VIDEO));
+static_assert(same(KELP_HW_DECODE_NONE, kelp::HW_DECODE_NONE));
+static_assert(same(KELP_HW_DECODE_DECODER, kelp::HW_DECODE_DECODER));
+static_assert(same(KELP_HW_DECODE_ACCEL, kelp::HW_DECODE_ACCEL));
+static_assert(same(KELP_HW_DECODE_ALL, kelp::HW_DECODE_ALL));
+static_assert(same(KELP_INFO_DURATION, kelp::INFO_DURATION));
+static_assert(same(KELP_INFO_WIDTH, kelp::INFO_WIDTH));
+static_assert(same(KELP_INFO_HEIGHT, kelp::INFO_HEIGHT));
+static_assert(same(KELP_INFO_ROTATE, kelp::INFO_ROTATE));
+static_assert(same(KELP_INFO_FPS, kelp::INFO_FPS));
+
+kelp_player::kelp_player(const kelp_player_events& events) : player(kelp::TarnPlayer::create()), events_(events) {
+    if (!player) {
+        throw std::runtime_error("the engine can't be started; the log's last lines say why");
+    }
+}
+
+kelp_player::~kelp_player() {
+    kelp::TarnPlayer::destroy(player);
+}
+
+void kelp_player::onVideoSizeUpdated(int width, int height, int rotate) {
+    tell(events_.on_video_size, width, height, rotate);
+}
+
+void kelp_player::onPrepared(bool hasVideo, bool hasAudio) {
+    tell(events_.on_prepared, hasVideo, hasAudio);
+}
+
+void kelp_player::onStarted() {
+    tell(events_.on_started);
+}
+
+void kelp_player::onFailed(int errorType) {
+    error.set("on_failed", errorType == KELP_FAILURE_START    ? "playing couldn't be started"
+                           : errorType == KELP_FAILURE_STREAM ? "the source couldn't be opened or read"
+                                                              : "the video decoder gave up");
+    tell(events_.on_failed, errorType);
+}
+
+void kelp_player::onFirstVideoFrame(int ptsMs) {
+    tell(events_.on_first_video_frame, ptsMs);
+}
+
+void kelp_player::onFirstAudioFrame(int ptsMs) {
+    tell(events_.on_first_audio_frame, ptsMs);
+}
+
+void kelp_player::onCompleted() {
+    tell(events_.on_completed);
+}
+
+void kelp_player::onDurationUpdated(int durationMs) {
+    tell(events_.on_duration_updated, durationMs);
+}
+
+namespace {
+
+Reason unless(bool done) {
+    return done ? nullptr : kRefused;
+}
+
+}  // namespace
+
+kelp_player* kelp_player_create(const kelp_player_events* events) {
+    return made<kelp_player>(__func__, [&] {
+        kelp_player_events known{};
+        if (events && !take(events, known)) {
+            throw std::invalid_argument(kNoSize);
+        }
+        return std::make_unique<kelp_player>(known);
+    });
+}
+
+void kelp_player_destroy(kelp_player* player) {
+    guarded(__func__, nullptr, 0, [&] {
+        delete player;
+        return 1;
+    });
+}
+
+const char* kelp_player_last_error(const kelp_player* player) {
+    return player ? player->error.get() : threadError();
+}
+
+int kelp_player_set_data_source(kelp_player* player, const char* url, int offset_ms) {
+    return carryOut(__func__, player, [&](kelp_player& handle) {
+        return url ? unless(handle.player->setDataSource(url, offset_ms, handle.observer())) : kNoText;
+    });
+}
+
+int kelp_player_prepare_async(kelp_player* player) {
+    return carryOut(__func__, player, [](kelp_player& handle) { return unless(handle.player->prepareAsync()); });
+}
+
+int kelp_player_start(kelp_player* player) {
+    return carryOut(__func__, player, [](kelp_player& handle) { return unless(handle.player->start()); });
+}
+
+int kelp_player_pause(kelp_player* player) {
+    return carryOut(__func__, player, [](kelp_player& handle) { return unless(handle.player->pause()); });
+}
+
+int kelp_player_resume(kelp_player* player) {
+    return carryOut(__func__, player, [](kelp_player& handle) { return unless(handle.player->resume()); });
+}
+
+int kelp_player_seek(kelp_player* player, int time_ms) {
+    return carryOut(__func__, player, [&](kelp_player& handle) { return unless(handle.player->seek(time_ms)); });
+}
+
+int kelp_player_stop(kelp_player* player) {
+    return carryOut(__func__, player, [](kelp_player& handle) { return unless(handle.player->stop()); });
+}
+
+int kelp_player_reset(kelp_player* player) {
+    return carryOut(__func__, player, [](kelp_player& handle) { return unless(handle.player->reset()); });
+}
+
+int kelp_player_get_current_time(kelp_player* player) {
+    return valueOf(__func__, player, 0, [](kelp_player& handle) { return handle.player->getCurrentTime(); });
+}
+
+int kelp_player_get_duration(kelp_player* player) {
+    return valueOf(__func__, player, 0, [](kelp_player& handle) { return handle.player->getDuration(); });
+}
+
+int64_t kelp_player_get_info(kelp_player* player, int info) {
+    return valueOf(__func__, player, int64_t{0}, [&](kelp_player& handle) {
+        return handle.player->getPlayDetailInfo(static_cast<kelp::TarnPlayerInfoType>(info));
+    });
+}
+
+int kelp_player_set_volume(kelp_player* player, float volume) {
+    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
+        return handle.player->setVolume(volume) ? nullptr : "there is no sound that plays";
+    });
+}
+
+int kelp_player_set_speed(kelp_player* player, float speed) {
+    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
+        handle.player->setSpeed(speed);
+        return nullptr;
+    });
+}
+
+int kelp_player_enable_hw_decoder(kelp_player* player, int enable, int mode) {
+    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
+        handle.player->enableHwDecoder(enable != 0, static_cast<kelp::HwDecodeMode>(mode));
+        return nullptr;
+    });
+}
+
+int kelp_player_set_sync_master(kelp_player* player, int master) {
+    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
+        handle.player->setAVSyncMode(static_cast<kelp::SyncMasterMode>(master));
+        return nullptr;
+    });
+}
+
+int kelp_player_set_option(kelp_player* player, const char* key, const char* value) {
+    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
+        if (!key || !value) {
+            return kNoText;
+        }
+        handle.player->setOption(key, value);
+        return nullptr;
+    });
+}

@@ -1,0 +1,45 @@
+#include <string.h>
+
+#include "playback.h"
+#include "tests.h"
+
+/* Null handles and texts, calls that don't fit, and a source that isn't there: each leaves its text. */
+void failures_test(void) {
+    playback it;
+    kelp_player_events events;
+    CHECK(kelp_player_seek(NULL, 0) == 0);
+    CHECK(strstr(kelp_last_error(), "kelp_player_seek: the handle is null"));
+    CHECK(strcmp(kelp_player_last_error(NULL), kelp_last_error()) == 0);
+    CHECK(kelp_player_set_data_source(NULL, "x", 0) == 0 && kelp_player_prepare_async(NULL) == 0);
+    CHECK(kelp_player_start(NULL) == 0 && kelp_player_stop(NULL) == 0 && kelp_player_reset(NULL) == 0);
+    CHECK(kelp_player_pause(NULL) == 0 && kelp_player_resume(NULL) == 0);
+    CHECK(kelp_player_get_current_time(NULL) == 0 && kelp_player_get_duration(NULL) == 0);
+    CHECK(kelp_player_get_info(NULL, KELP_INFO_WIDTH) == 0);
+    CHECK(kelp_player_set_volume(NULL, 1) == 0 && kelp_player_set_speed(NULL, 1) == 0);
+    CHECK(kelp_player_enable_hw_decoder(NULL, 1, 3) == 0 && kelp_player_set_sync_master(NULL, 0) == 0);
+    CHECK(kelp_player_set_option(NULL, "a", "b") == 0 && kelp_player_remove_timer(NULL, 1) == 0);
+    CHECK(kelp_player_add_window(NULL, NULL, 1, 1, 1) == 0 && kelp_player_remove_window(NULL, NULL) == 0);
+    CHECK(kelp_player_pause_window(NULL, NULL, 1) == 0);
+    memset(&events, 0, sizeof(events)); /* a size of 0 */
+    CHECK(kelp_player_create(&events) == NULL);
+    CHECK(strstr(kelp_last_error(), "size"));
+    CHECK(kelp_frame_sink_create(NULL) == NULL);
+
+    playback_open(&it);
+    CHECK(strcmp(kelp_player_last_error(it.player), "") == 0);
+    CHECK(kelp_player_start(it.player) == 0 && kelp_player_stop(it.player) == 0);
+    CHECK(kelp_player_seek(it.player, 100) == 0 && kelp_player_set_volume(it.player, 1) == 0);
+    CHECK(strstr(kelp_player_last_error(it.player), "kelp_player_set_volume: "));
+    CHECK(kelp_player_set_data_source(it.player, NULL, 0) == 0);
+    CHECK(strstr(kelp_player_last_error(it.player), "kelp_player_set_data_source: a text is null"));
+    CHECK(kelp_player_set_option(it.player, "preset", NULL) == 0 && kelp_player_set_option(it.player, NULL, "") == 0);
+    CHECK(kelp_player_add_frame_sink(it.player, NULL) == 0 && kelp_player_add_frame_sink(NULL, it.sink) == 0);
+    CHECK(kelp_player_remove_frame_sink(it.player, NULL) == 0);
+    CHECK(kelp_player_pause_frame_sink(it.player, NULL, 1) == 0);
+
+    playback_begin(&it, path_in(media_folder, "missing.mp4"));
+    tally_wait(&it.told, FAILED, 1);
+    CHECK(it.failure == KELP_FAILURE_STREAM);
+    CHECK(strstr(kelp_player_last_error(it.player), "on_failed: the source"));
+    playback_close(&it);
+}

@@ -1,0 +1,32 @@
+/* Calls the library as a host in C does. Arguments: the folder of the media files; options are ignored. */
+#include <string.h>
+#include <unistd.h>
+
+#include "check.h"
+#include "tests.h"
+
+const char* media_folder = KELP_TEST_MEDIA_DIR;
+const char* scratch_folder;
+
+static const struct {
+    const char* name;
+    void (*run)(void);
+} kTests[] = {
+    {"library", library_test}, {"player", player_test},     {"events", events_test}, {"timers", timers_test},
+    {"sinks", sinks_test},     {"failures", failures_test}, {"tracks", tracks_test}, {"statistics", statistics_test},
+};
+
+int main(void) {
+    char folder[] = "/tmp/kelp_c_XXXXXX";
+    size_t i;
+    CHECK(scratch_folder = mkdtemp(folder));
+    CHECK(setenv("SDL_VIDEODRIVER", "dummy", 1) == 0);
+    CHECK(setenv("SDL_AUDIODRIVER", "dummy", 1) == 0);
+    for (i = 0; i < sizeof(kTests) / sizeof(kTests[0]); ++i) {
+        printf("%s\n", kTests[i].name);
+        fflush(stdout);
+        kTests[i].run();
+    }
+    CHECK(rmdir(folder) == 0);
+    return 0;
+}

@@ -9,12 +9,13 @@ namespace kelp {
 
 namespace {
 
-// Reads one of two words; the standard one stands for false.
-bool readWord(std::string_view value, std::string_view standard, std::string_view other, bool& field) {
+// Reads one of two words; the standard one stands for false, or for the first of two values.
+template <class Field>
+bool readWord(std::string_view value, std::string_view standard, std::string_view other, Field& field) {
     if (value != standard && value != other) {
         return false;
     }
-    field = value == other;
+    field = static_cast<Field>(value == other);
     return true;
 }
 
@@ -105,13 +106,11 @@ constexpr PlaybackOption kOptions[] = {
      "picture, or first sound where there is none, and the newest one wins",
      "next seek",
      [](std::string_view value, PlaybackOptions& options) {
-         bool isExact = false;
-         if (!readWord(value, "standard", "exact", isExact)) {
-             return false;
-         }
-         options.seekRule = isExact ? SeekRule::Exact : SeekRule::Standard;
-         return true;
+         return readWord(value, "standard", "exact", options.seekRule);
      }},
+    {"fit", "fill, keep", "keep",
+     "a window keeps the picture's ratio, with that of its pixels and its rotation, and is black beside it", "at once",
+     [](std::string_view value, PlaybackOptions& options) { return readWord(value, "fill", "keep", options.fit); }},
     {"video_track", kTracks, nullptr, kTrackEffect, "next load",
      [](std::string_view value, PlaybackOptions& options) { return readTrack(value, options.videoTrack); }},
     {"audio_track", kTracks, nullptr, kTrackEffect, "next load",

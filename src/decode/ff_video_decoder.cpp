@@ -258,6 +258,7 @@ void FFVideoDecoder::DeliverVideoFrame(AVFrame& picture, int64_t pts) {
     auto frame = std::make_shared<VideoFrameInfo>();
     frame->pixFormat = PIX_FMT_YUV420P;
     converter_->label(picture, *frame);
+    pixelRatio_.label(picture.sample_aspect_ratio, *frame);
     frame->width = picture.width;
     frame->height = picture.height;
     if (canShare(picture)) {

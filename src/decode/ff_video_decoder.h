@@ -7,6 +7,7 @@
 #include "decode/decoder_delay.h"
 #include "decode/hw_decode_tables.h"
 #include "decode/picture_converter.h"
+#include "decode/pixel_ratio.h"
 #include "decode/video_decoder.h"
 #include "kelp_player/types.h"
 
@@ -99,6 +100,7 @@ private:
     bool sharesPictures_ = false;       // wanted, and the decoder has memory without end
     AVFrame* frame_ = nullptr;          // what the codec fills
     AVFrame* transferFrame_ = nullptr;  // copy of a hardware picture in system memory
+    PixelRatio pixelRatio_;
     int32_t rotate_ = 0;                // clockwise, in degrees, 0 to 359
     int32_t decodeFailCount_ = 0;       // failed sends in a row
     int64_t lastPtsMs_ = -1;            // of the last frame that was delivered; -1 when there is none

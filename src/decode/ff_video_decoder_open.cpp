@@ -91,6 +91,7 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
         codecContext_->width = parameters->width;
         codecContext_->height = parameters->height;
         avcodec_parameters_to_context(codecContext_, parameters);
+        pixelRatio_ = PixelRatio(parameters->sample_aspect_ratio);
         if (const int32_t* matrix = compat::displayMatrix(parameters)) {
             setRotation(matrix, "open, theta 1:%f\n", "open, theta 2:%f\n");
         }

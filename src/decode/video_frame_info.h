@@ -32,6 +32,8 @@ public:
     int32_t linesize[8] = {};  // bytes per row, likewise; more than the width in the decoder's memory
     int32_t width = 0;         // in pixels
     int32_t height = 0;        // in pixels
+    int32_t pixelWidth = 1;    // one pixel as seen: so wide
+    int32_t pixelHeight = 1;   // and so high; of the picture before it is turned
     bool keyFrame = false;
     int32_t rotate = 0;  // clockwise rotation for display, 0 to 359 degrees
     // What the planes lie in where they weren't copied; `buffer` is empty then. The decoder reads it again: nobody

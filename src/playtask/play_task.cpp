@@ -216,7 +216,11 @@ void PlayTask::setOption(const char* key, const char* value) {
 
 void PlayTask::changeOptions(const std::function<void(PlaybackOptions&)>& change) {
     std::lock_guard lock(optionsMutex_);
+    const PictureFit fit = options_.fit;
     change(options_);
+    if (options_.fit != fit) {
+        withWindows([this](VideoPlayThread& pictures) { pictures.setFit(options_.fit); });
+    }
 }
 
 PlaybackOptions PlayTask::options() {

@@ -168,7 +168,11 @@ void PlayTask::startVideo(const StreamInfo& streamInfo, const CodecInfo& codecIn
         videoPlay->setSpeed(speed_);
         (streamInfo.is_cover ? coverPlayThread_ : videoPlayThread_).store(videoPlay);
     }
-    // Behind that: a window that the list doesn't have yet reaches the thread by itself.
+    // Behind that: what comes later reaches the thread by itself.
+    {
+        std::lock_guard lock(optionsMutex_);
+        videoPlay->setFit(options_.fit);
+    }
     std::lock_guard lock(windowMutex_);
     for (const auto& info : windowInfos_) {
         if (info.handle) {

@@ -4,6 +4,7 @@
 
 #include "decode/video_frame_info.h"
 #include "kelp_player/types.h"
+#include "runtime/picture_fit.h"
 
 namespace kelp {
 
@@ -20,6 +21,9 @@ public:
 
     // The window is to have another size, in pixels.
     virtual bool updateWindowSize(int width, int height) = 0;
+
+    // How the pictures from the next drawing on lie in the output; a sink gets them as they are.
+    virtual void setFit(PictureFit /*fit*/) {}
 
     // For how many milliseconds the output goes on showing `frame`, or what is there if it is empty, without being
     // drawn again; 0 if it is to be drawn now. An output that wants each drawing, as a frame sink, keeps nothing.

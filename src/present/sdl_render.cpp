@@ -8,6 +8,7 @@
 
 #include "decode/decoded_frame.h"
 #include "kelp_player/log.h"
+#include "present/fitted_rectangle.h"
 #include "present/sdl_thread_storage.h"
 #include "runtime/kelp_time.h"
 
@@ -121,6 +122,12 @@ bool SDLRender::updateWindowSize(int width, int height) {
     return true;
 }
 
+void SDLRender::setFit(PictureFit fit) {
+    std::lock_guard lock(mutex_);
+    fit_ = fit;
+    drawnMs_.reset();
+}
+
 int SDLRender::keepsForMs(const std::shared_ptr<VideoFrameInfo>& frame) {
     std::lock_guard lock(mutex_);
     if (!drawnMs_ || (frame && !isKnown(*frame)) || outputSize() != std::pair(width_, height_)) {
@@ -187,10 +194,7 @@ void SDLRender::leave() {
 
 void SDLRender::freeAll() {
     // The texture goes first: the renderer would take it along and leave the pointer to freed memory.
-    if (texture_) {
-        SDL_DestroyTexture(texture_);
-        texture_ = nullptr;
-    }
+    dropTexture();
     if (renderer_) {
         SDL_DestroyRenderer(renderer_);
         renderer_ = nullptr;
@@ -244,6 +248,10 @@ void SDLRender::followOutputSize() {
         return;
     }
     std::tie(width_, height_) = size;
+    dropTexture();
+}
+
+void SDLRender::dropTexture() {
     if (texture_) {
         SDL_DestroyTexture(texture_);
         texture_ = nullptr;
@@ -259,10 +267,9 @@ bool SDLRender::draw(const VideoFrameInfo& frame) {
         Log::Error(kTag, "SDL_UpdateYUVTexture failed\n");
         return false;
     }
-    const bool upright = frame.rotate % 180 == 0;
-    const SDL_Rect turned = turnedRect(frame.width, frame.height, width_, height_);
-    if (SDL_RenderCopyEx(renderer_, texture_, nullptr, upright ? nullptr : &turned, frame.rotate, nullptr,
-                         SDL_FLIP_NONE) < 0) {
+    const auto rect = destination(frame);
+    if (SDL_RenderCopyEx(renderer_, texture_, nullptr, rect ? &*rect : nullptr, frame.rotate, nullptr, SDL_FLIP_NONE) <
+        0) {
         Log::Error(kTag, "SDL_RenderCopyEx faield\n");
         return true;
     }
@@ -270,10 +277,24 @@ bool SDLRender::draw(const VideoFrameInfo& frame) {
     return true;
 }
 
-// A texture stays when pictures of another size come.
+std::optional<SDL_Rect> SDLRender::destination(const VideoFrameInfo& frame) const {
+    if (fit_ == PictureFit::Keep) {
+        const auto seen = FittedRectangle::of(frame, width_, height_);
+        const auto rect = isOnItsSide(frame.rotate) ? seen.beforeTurning() : seen;
+        return SDL_Rect{rect.x, rect.y, rect.width, rect.height};
+    }
+    if (frame.rotate % 180 == 0) {
+        return std::nullopt;
+    }
+    return turnedRect(frame.width, frame.height, width_, height_);
+}
+
 bool SDLRender::prepareTexture(const VideoFrameInfo& frame) {
     if (frame.pixFormat == PIX_FMT_PACKET) {
         return false;  // not a picture, and two of the planes are not even set
+    }
+    if (fit_ == PictureFit::Keep && (frame.width != textureWidth_ || frame.height != textureHeight_)) {
+        dropTexture();
     }
     if (texture_) {
         return true;

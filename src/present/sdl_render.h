@@ -14,8 +14,10 @@ namespace kelp {
 
 // Draws planar 4:2:0 pictures with SDL into a native window or an SDL window of the host.
 //
-// An upright picture fills the whole output, whatever its aspect ratio; one that is turned by 90 or 270 degrees keeps
-// its aspect ratio and is centred. Every operation holds `mutex_` from start to end.
+// With PictureFit::Fill an upright picture fills the whole output, whatever its aspect ratio, and one that is turned by
+// 90 or 270 degrees keeps that of its size and is centred; a texture stays when pictures of another size come. With
+// Keep each picture lies in its FittedRectangle, in a texture of its size. Every operation holds `mutex_` from start to
+// end.
 class SDLRender : public IRender {
 public:
     ~SDLRender() override;
@@ -23,6 +25,7 @@ public:
     // On failure what was made so far stays until `close`.
     bool init(WindowType type, void* window, int width, int height, int fps) override;
     bool updateWindowSize(int width, int height) override;
+    void setFit(PictureFit fit) override;
     // Not more than 100 ms from the last drawing, since nobody tells when a window was covered.
     int keepsForMs(const std::shared_ptr<VideoFrameInfo>& frame) override;
     bool fillFrame(std::shared_ptr<VideoFrameInfo> frame) override;
@@ -44,6 +47,9 @@ private:
     void followOutputSize();
     // Whether there is a picture to present.
     bool draw(const VideoFrameInfo& frame);
+    // Where the picture goes before SDL turns it about its centre; none for the whole output.
+    std::optional<SDL_Rect> destination(const VideoFrameInfo& frame) const;
+    void dropTexture();
     bool prepareTexture(const VideoFrameInfo& frame);
     bool updateTexture(const VideoFrameInfo& frame);
 
@@ -55,6 +61,7 @@ private:
     SDL_Texture* texture_ = nullptr;  // lives as long as the output's size stays; belongs to renderer_
     int textureWidth_ = 0;            // in pixels
     int textureHeight_ = 0;
+    PictureFit fit_ = PictureFit::Fill;
     std::shared_ptr<VideoFrameInfo> frame_;  // of the next refresh
     int64_t framePts_ = 0;                   // its time when it was given, in milliseconds
     bool isFilled_ = false;                  // texture_ holds frame_

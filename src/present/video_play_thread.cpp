@@ -71,6 +71,11 @@ void VideoPlayThread::updateWindowSize(void* window, int width, int height) {
     askToServe();
 }
 
+void VideoPlayThread::setFit(PictureFit fit) {
+    windows_.setFit(fit);
+    askToServe();
+}
+
 void VideoPlayThread::clearScreen() {
     lastFrame_.requestBlank();
     askToServe();

@@ -83,6 +83,9 @@ public:
     // The size is passed on at the next drawing.
     void updateWindowSize(void* window, int width, int height);
 
+    // How the pictures lie in the windows, from the next drawing on.
+    void setFit(PictureFit fit);
+
     // Turns the picture on the screen black from its next drawing on. Waits for nothing.
     void clearScreen();
 

@@ -22,7 +22,7 @@ void WindowList::add(WindowType type, void* window, int width, int height) {
         return;
     }
     windows_.push_back({type, window, width, height, width, height, /*removed=*/false, /*paused=*/false,
-                        /*wantsDrawing=*/true, nullptr});
+                        /*wantsDrawing=*/true, PictureFit::Fill, nullptr});
 }
 
 void WindowList::remove(void* window) {
@@ -52,6 +52,17 @@ void WindowList::resize(void* window, int width, int height) {
     }
 }
 
+void WindowList::setFit(PictureFit fit) {
+    std::lock_guard lock(mutex_);
+    if (fit == fit_) {
+        return;
+    }
+    fit_ = fit;
+    for (auto& window : windows_) {
+        window.wantsDrawing = true;
+    }
+}
+
 int WindowList::draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps) {
     {
         std::lock_guard lock(mutex_);
@@ -60,7 +71,7 @@ int WindowList::draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps) {
     }
     int keptMs = std::numeric_limits<int>::max();
     // Without the lock, so that slow drawing holds nobody up.
-    for (const auto& [window, created] : drawings_) {
+    for (const auto& [window, created, fit] : drawings_) {
         if (isStopped_()) {
             break;
         }
@@ -70,6 +81,9 @@ int WindowList::draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps) {
         const bool resized = window.width != window.newWidth || window.height != window.newHeight;
         if (resized && window.newWidth > 0 && window.newHeight > 0) {
             window.render->updateWindowSize(window.newWidth, window.newHeight);
+        }
+        if (window.fit != fit) {
+            window.render->setFit(fit);
         }
         if (window.paused) {
             continue;
@@ -129,10 +143,11 @@ void WindowList::collectDrawings() {
         if (!window.render) {
             continue;  // of an unknown type, or without a handle
         }
-        drawings_.push_back({window, created});
+        drawings_.push_back({window, created, fit_});
         window.width = window.newWidth;
         window.height = window.newHeight;
         window.wantsDrawing = false;
+        window.fit = fit_;
     }
 }
 

@@ -8,6 +8,7 @@
 
 #include "decode/video_frame_info.h"
 #include "kelp_player/types.h"
+#include "runtime/picture_fit.h"
 
 namespace kelp {
 
@@ -15,9 +16,9 @@ class IRender;
 
 // The windows of a playback, each with a renderer of its own, and what is drawn on them.
 //
-// `add`, `remove`, `pause` and `resize` come from any thread and only write down what is wanted: a drawing carries it
-// out. They don't wait for a picture being drawn, but for a window that is being closed. `draw` and `closeAll`, and
-// with them the renderers, belong to one thread.
+// `add`, `remove`, `pause`, `resize` and `setFit` come from any thread and only write down what is wanted: a drawing
+// carries it out. They don't wait for a picture being drawn, but for a window that is being closed. `draw` and
+// `closeAll`, and with them the renderers, belong to one thread.
 class WindowList {
 public:
     // `isStopped`: whether a drawing that runs is to leave the windows that remain.
@@ -29,6 +30,9 @@ public:
     void remove(void* window);
     void pause(void* window, bool paused);
     void resize(void* window, int width, int height);
+
+    // How the pictures lie in all of them, those to come too; from the next drawing on. Any thread.
+    void setFit(PictureFit fit);
 
     // Brings `frame`, or what is there if it is empty, to every window that doesn't show it as it is. `fps` is for the
     // renderers of new windows. In how many milliseconds the first of them wants to be drawn again; 0 for each time.
@@ -50,14 +54,16 @@ private:
         int newHeight;
         bool removed;                     // goes at the next drawing
         bool paused;                      // takes no more pictures
-        bool wantsDrawing;                // whatever its renderer keeps: its size or its pause may have changed
+        bool wantsDrawing;                // whatever its renderer keeps: its size, its pause or the fit may be new
+        PictureFit fit;                   // that the renderer knows of
         std::shared_ptr<IRender> render;  // empty until the first drawing
     };
 
     // A window as a drawing found it.
     struct Drawing {
         Window window;
-        bool created;  // the renderer is new and needs init
+        bool created;    // the renderer is new and needs init
+        PictureFit fit;  // that is wanted
     };
 
     // The three below and `count` with the mutex held.
@@ -67,7 +73,8 @@ private:
     void collectDrawings();
 
     const std::function<bool()> isStopped_;
-    std::vector<Window> windows_;  // in order of adding; guarded by mutex_
+    std::vector<Window> windows_;        // in order of adding; guarded by mutex_
+    PictureFit fit_ = PictureFit::Fill;  // likewise
     std::mutex mutex_;
     std::vector<Drawing> drawings_;  // of the drawing that runs; keeps its memory for the next
 };

@@ -50,6 +50,9 @@ AVCodecParameters* copyParameters(const AVStream* stream) {
     if (!copy || avcodec_parameters_copy(copy.get(), stream->codecpar) < 0) {
         return nullptr;
     }
+    if (stream->sample_aspect_ratio.num > 0) {
+        copy->sample_aspect_ratio = stream->sample_aspect_ratio;
+    }
 #if !KELP_PARAMETERS_HOLD_SIDE_DATA
     size_t size = 0;
     const uint8_t* data = av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, &size);

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "runtime/picture_fit.h"
 #include "runtime/seek_rule.h"
 
 namespace kelp {
@@ -26,6 +27,7 @@ struct PlaybackOptions {
     int videoTrack = kAutoTrack;             // "video_track" and so on: the number of a track, or one of the above
     SeekRule seekRule = SeekRule::Standard;  // "seek": of the seeks from here on
     int audioTrack = kAutoTrack;
+    PictureFit fit = PictureFit::Fill;  // "fit": of the windows, at once
 
     bool operator==(const PlaybackOptions&) const = default;
 };

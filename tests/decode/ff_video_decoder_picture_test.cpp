@@ -97,6 +97,27 @@ protected:
     std::vector<int> sideDataAtTransfer_;
 };
 
+TEST_F(FFVideoDecoderPicture, TellsTheShapeOfThePixels) {
+    auto picture = makePicture(120);
+    picture->sample_aspect_ratio = {128, 90};
+    show(std::move(picture));
+    EXPECT_EQ(lastFrame().pixelWidth, 64);
+    EXPECT_EQ(lastFrame().pixelHeight, 45);
+
+    // That of the container.
+    const test::VideoParametersPtr parameters(avcodec_parameters_alloc());
+    parameters->codec_type = AVMEDIA_TYPE_VIDEO;
+    parameters->codec_id = AV_CODEC_ID_MPEG4;
+    parameters->sample_aspect_ratio = {4, 3};
+    decoder_->close();
+    decoder_ = std::make_shared<FFVideoDecoder>();
+    ASSERT_TRUE(open(VIDEO_CODEC_MPEG4, parameters.get()));
+    script();
+    show(makePicture(160));
+    EXPECT_EQ(lastFrame().pixelWidth, 4);
+    EXPECT_EQ(lastFrame().pixelHeight, 3);
+}
+
 TEST_F(FFVideoDecoderPicture, FillsEveryFieldOfAFrame) {
     auto picture = makePicture(120);
     test::setKeyFrame(*picture, true);

@@ -172,6 +172,28 @@ TEST_F(Windows, ShowATurnedPictureCentredInItsShape) {
     EXPECT_TRUE(screen_.waitForPixel(597, 597, kBlack));
 }
 
+TEST_F(Windows, KeepTheRatioOfThePictureAndOfItsPixelsIfThatIsWanted) {
+    const auto window = screen_.createWindow(0, 0, 600, 300);
+    play("bars_narrow.mp4");
+    player().setOption("fit", "keep");
+    player().addWindow(WINDOW_TYPE_QT_WINID, handleOf(window), 600, 300);
+    ASSERT_TRUE(player().play());
+    // 320 by 360 as it is seen.
+    expectBars(167, 0, 267, 300);
+    EXPECT_TRUE(screen_.waitForPixel(165, 75, kBlack));
+    EXPECT_TRUE(screen_.waitForPixel(435, 75, kBlack));
+    // Another size, and another wish, while it stands.
+    player().pause();
+    player().updateWindowSize(handleOf(window), 320, 600);
+    expectBars(0, 120, 320, 360);
+    EXPECT_TRUE(screen_.waitForPixel(160, 118, kBlack));
+    EXPECT_TRUE(screen_.waitForPixel(160, 482, kBlack));
+    player().setOption("fit", "fill");
+    expectBars(0, 0, 320, 600);
+    player().setOption("preset", "recommended");
+    expectBars(0, 120, 320, 360);
+}
+
 TEST_F(Windows, ShowThePictureTogetherAndPauseByThemselves) {
     const auto first = screen_.createWindow(0, 0, 320, 180);
     const auto second = screen_.createWindow(400, 0, 320, 180);

@@ -36,6 +36,7 @@ public:
         add("size " + std::to_string(width) + "x" + std::to_string(height));
         return false;
     }
+    void setFit(PictureFit fit) override { add(fit == PictureFit::Keep ? "fit keep" : "fit fill"); }
     bool fillFrame(std::shared_ptr<VideoFrameInfo> frame) override {
         frame_ = std::move(frame);
         add("fill " + std::to_string(frame_->pts));

@@ -49,8 +49,8 @@ public:
     FakeRenders(const FakeRenders&) = delete;
     FakeRenders& operator=(const FakeRenders&) = delete;
 
-    // All calls in order, as "1 init type:1 window:0x1 640x480 fps:25", "1 size 800x600", "1 fill 40", "1 refresh",
-    // "1 close", "1 leave", "1 gone" (destroyed), with the number of the renderer, counted from 1.
+    // All calls in order, as "1 init type:1 window:0x1 640x480 fps:25", "1 size 800x600", "1 fit keep", "1 fill 40", "1
+    // refresh", "1 close", "1 leave", "1 gone" (destroyed), with the number of the renderer, counted from 1.
     std::vector<std::string> calls();
     void clearCalls();
 

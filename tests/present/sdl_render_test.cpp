@@ -20,6 +20,7 @@ using test::SdlCalls;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::IsSupersetOf;
 using testing::Not;
 
 const std::vector<std::string> kBlack{"GetRendererOutputSize", "SetRenderDrawColor 0 0 0 255", "RenderClear"};
@@ -419,6 +420,65 @@ TEST_F(SDLRenderTest, KeepsTheTextureForAPictureOfAnotherSize) {
     // A larger one shows its upper left corner, one that is only wider as much as there is.
     EXPECT_THAT(show(makePicture(80, 64, 32)), Contains("UpdateYUVTexture null pitch 64 32 32, u at 2048, v at 2560"));
     EXPECT_THAT(show(makePicture(80, 64, 8)), Contains("UpdateYUVTexture 0,0 32x8 pitch 64 32 32, u at 512, v at 640"));
+}
+
+TEST_F(SDLRenderTest, KeepsTheRatioOfThePictureAndItsPixels) {
+    init();
+    render.setFit(PictureFit::Keep);
+    sdl.outputSize = {800, 600};
+    const auto shown = [this](int rotate, int pixelWidth) {
+        const auto frame = makePicture(0, 32, 18);
+        frame->rotate = rotate;
+        frame->pixelWidth = pixelWidth;
+        return show(frame);
+    };
+    EXPECT_THAT(shown(0, 1), Contains("RenderCopyEx from null to 0,75 800x450 angle 0 center null flip 0"));
+    EXPECT_THAT(shown(180, 1), Contains("RenderCopyEx from null to 0,75 800x450 angle 180 center null flip 0"));
+    // 338 by 600 on its side.
+    EXPECT_THAT(shown(90, 1), Contains("RenderCopyEx from null to 100,131 600x338 angle 90 center null flip 0"));
+    EXPECT_THAT(shown(270, 1), Contains("RenderCopyEx from null to 100,131 600x338 angle 270 center null flip 0"));
+    EXPECT_THAT(shown(0, 2), Contains("RenderCopyEx from null to 0,187 800x225 angle 0 center null flip 0"));
+}
+
+TEST_F(SDLRenderTest, IsBlackBesideAPictureThatKeepsItsRatio) {
+    init();
+    render.setFit(PictureFit::Keep);
+    show(makePicture(0, 16, 8, {.y = 235, .u = 128, .v = 128}));  // 64 by 32 of 64 by 48
+    for (const auto& [y, light] : {std::pair{0, 0}, {7, 0}, {8, 255}, {39, 255}, {40, 0}, {47, 0}}) {
+        expectColor(1, y, {light, light, light});
+        expectColor(62, y, {light, light, light});
+    }
+    const auto frame = makePicture(40, 16, 8, {.y = 235, .u = 128, .v = 128});
+    frame->rotate = 90;
+    show(frame);  // 24 by 48
+    for (const auto& [x, light] : {std::pair{1, 0}, {19, 0}, {20, 255}, {43, 255}, {44, 0}, {62, 0}}) {
+        expectColor(x, 1, {light, light, light});
+        expectColor(x, 46, {light, light, light});
+    }
+}
+
+TEST_F(SDLRenderTest, MakesTheTextureAnewForAPictureOfAnotherSizeThatKeepsItsRatio) {
+    init();
+    render.setFit(PictureFit::Keep);
+    show(makePicture(0, 32, 16, {.y = 235, .u = 128, .v = 128}));
+    EXPECT_THAT(show(makePicture(40, 16, 8, {.y = 16, .u = 128, .v = 128})),
+                IsSupersetOf({"DestroyTexture", "CreateTexture SDL_PIXELFORMAT_IYUV 1 16x8"}));
+    expectColor(2, 24, {0, 0, 0});
+    expectColor(60, 24, {0, 0, 0});
+    EXPECT_THAT(show(makePicture(80, 16, 8)), Not(Contains("DestroyTexture")));
+    EXPECT_THAT(show(makePicture(120, 16, 6)), Contains("CreateTexture SDL_PIXELFORMAT_IYUV 1 16x6"));
+}
+
+TEST_F(SDLRenderTest, WantsToBeDrawnAgainForAnotherFit) {
+    init();
+    const auto frame = makePicture(0, 16, 8);
+    show(frame);
+    EXPECT_GT(render.keepsForMs(frame), 0);
+    render.setFit(PictureFit::Keep);
+    EXPECT_EQ(render.keepsForMs(frame), 0);
+    EXPECT_THAT(show(frame), Contains("RenderCopyEx from null to 0,8 64x32 angle 0 center null flip 0"));
+    render.setFit(PictureFit::Fill);
+    EXPECT_THAT(show(frame), Contains("RenderCopyEx from null to null angle 0 center null flip 0"));
 }
 
 TEST_F(SDLRenderTest, DrawsOddSizesWithinTheirBlock) {

@@ -150,6 +150,29 @@ TEST_F(WindowListDrawing, TakeASizeOf0WithoutTellingTheRenderer) {
     EXPECT_THAT(callsOfRedraw(), ElementsAre("1 size 640x480", "1 fill 40", "1 refresh"));
 }
 
+TEST_F(WindowListDrawing, LearnHowThePicturesLieInThemBeforeTheFirstOne) {
+    windows.setFit(PictureFit::Keep);
+    EXPECT_THAT(callsOfDrawing(40),
+                ElementsAre("1 init type:1 window:0x1 640x480 fps:0", "1 fit keep", "1 fill 40", "1 refresh"));
+    windows.add(WINDOW_TYPE_SDL, handle(9), 320, 240);
+    windows.setFit(PictureFit::Keep);
+    EXPECT_THAT(callsOfRedraw(), ElementsAre("1 fill 40", "1 refresh", "2 init type:2 window:0x9 320x240 fps:0",
+                                             "2 fit keep", "2 fill 40", "2 refresh"));
+}
+
+TEST_F(WindowListDrawing, LearnOfAnotherFitWhilePausedToo) {
+    windows.add(WINDOW_TYPE_SDL, handle(9), 320, 240);
+    draw(makePicture(40));
+    windows.pause(handle(9), true);
+    windows.setFit(PictureFit::Keep);
+    EXPECT_THAT(callsOfRedraw(), ElementsAre("1 fit keep", "1 fill 40", "1 refresh", "2 fit keep"));
+    windows.setFit(PictureFit::Fill);
+    windows.setFit(PictureFit::Keep);
+    EXPECT_THAT(callsOfRedraw(), ElementsAre("1 fill 40", "1 refresh"));
+    windows.setFit(PictureFit::Fill);
+    EXPECT_THAT(callsOfRedraw(), ElementsAre("1 fit fill", "1 fill 40", "1 refresh", "2 fit fill"));
+}
+
 TEST_F(WindowListDrawing, KeepTheirPictureWhilePaused) {
     draw(makePicture(40));
     LogCapture log;

@@ -84,6 +84,19 @@ TEST_F(FFmpegCompatTest, CopiesAStreamsParametersDeeply) {
     EXPECT_EQ(copy, nullptr);
 }
 
+TEST_F(FFmpegCompatTest, CopiesTheShapeOfThePixelsThatTheContainerStates) {
+    const auto copied = [this] {
+        AVCodecParameters* copy = compat::copyParameters(stream_);
+        const AVRational ratio = copy->sample_aspect_ratio;
+        compat::freeParameters(&copy);
+        return std::pair(ratio.num, ratio.den);
+    };
+    stream_->codecpar->sample_aspect_ratio = {16, 15};
+    EXPECT_EQ(copied(), std::pair(16, 15));
+    stream_->sample_aspect_ratio = {4, 3};
+    EXPECT_EQ(copied(), std::pair(4, 3));
+}
+
 TEST_F(FFmpegCompatTest, KeepsTheDisplayMatrixWithTheCopyOfTheParameters) {
     setRotation(90);
     AVCodecParameters* copy = compat::copyParameters(stream_);

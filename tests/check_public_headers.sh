@@ -14,5 +14,20 @@ for header in "$1"/include/kelp_player/*.h; do
         failed=1
     fi
 done
+# The C header alone by what hosts in C have, and by the C++ of long ago.
+c=$1/include/kelp_player/kelp_player_c.h
+for compiler in gcc clang; do
+    if ! command -v $compiler >/dev/null; then
+        echo "no $compiler here"
+        continue
+    fi
+    for language in "c -std=c99" "c++ -std=c++98"; do
+        # shellcheck disable=SC2086
+        if ! $compiler -x $language -Wall -Wextra -pedantic -Werror -fsyntax-only "$c"; then
+            echo "the C header doesn't compile with $compiler as $language"
+            failed=1
+        fi
+    done
+done
 echo "$count headers compiled"
 [ "$count" -gt 0 ] && exit $failed

@@ -77,7 +77,7 @@ KELP_C_API const char* kelp_last_error(void);
 // ---- The log: one for the process ----
 
 // How much is written: what is more than the level set isn't.
-enum {
+enum kelp_log_level {
     KELP_LOG_NONE = -1,    // nothing at all
     KELP_LOG_FATAL = 0,    // nothing that the library writes
     KELP_LOG_ERROR = 1,    // failures
@@ -103,21 +103,21 @@ KELP_C_API int kelp_log_write(int level, const char* tag, const char* text);
 // ---- Players ----
 
 // What went wrong, for `on_failed`.
-enum {
+enum kelp_failure {
     KELP_FAILURE_START = 0,        // playing could not be started
     KELP_FAILURE_STREAM = 1,       // opening the source, or reading it, failed
     KELP_FAILURE_VIDEO_DECODE = 2  // the video decoder gave up
 };
 
 // Whose clock the other streams follow.
-enum {
+enum kelp_sync_master {
     KELP_SYNC_MASTER_CLOCK = 0,  // the player's own, or the one of `kelp_player_set_clock`; at the start
     KELP_SYNC_MASTER_AUDIO = 1,  // the sound's
     KELP_SYNC_MASTER_VIDEO = 2   // the picture's
 };
 
 // Which kinds of hardware decoding are tried before software, as two bits.
-enum {
+enum kelp_hw_decode {
     KELP_HW_DECODE_NONE = 0,     // software only
     KELP_HW_DECODE_DECODER = 1,  // dedicated hardware decoders
     KELP_HW_DECODE_ACCEL = 2,    // hardware acceleration of the software decoder
@@ -125,13 +125,13 @@ enum {
 };
 
 // What a window's handle is.
-enum {
+enum kelp_window_type {
     KELP_WINDOW_TYPE_QT_WINID = 1,  // a native window id, on X11 the XID, cast to a pointer
     KELP_WINDOW_TYPE_SDL = 2        // an SDL_Window*, best made with SDL_WINDOW_OPENGL
 };
 
 // What `kelp_player_get_info` is asked for.
-enum {
+enum kelp_info {
     KELP_INFO_DURATION = 0,  // on the host's clock
     KELP_INFO_WIDTH = 1,     // of the picture before it is turned
     KELP_INFO_HEIGHT = 2,    // likewise
@@ -140,7 +140,7 @@ enum {
 };
 
 // What a track carries.
-enum {
+enum kelp_track_kind {
     KELP_TRACK_KIND_VIDEO = 0,     // pictures
     KELP_TRACK_KIND_AUDIO = 1,     // sound
     KELP_TRACK_KIND_SUBTITLE = 2,  // texts
@@ -264,7 +264,7 @@ KELP_C_API int kelp_player_remove_window(kelp_player* player, void* handle);
 KELP_C_API int kelp_player_pause_window(kelp_player* player, void* handle, int pause);
 
 // Layout of a picture.
-enum {
+enum kelp_pix_fmt {
     KELP_PIX_FMT_NONE = -1,      // none
     KELP_PIX_FMT_YUV420P = 0,    // planar 4:2:0, 8 bits: the layout of every decoded picture
     KELP_PIX_FMT_YUYV422 = 1,    // packed 4:2:2, 8 bits
@@ -356,7 +356,7 @@ KELP_C_API int kelp_player_select_track(kelp_player* player, int kind, int numbe
 // ---- Statistics ----
 
 // Where the sound goes.
-enum {
+enum kelp_sound_output {
     KELP_SOUND_OUTPUT_NONE = 0,    // no sound is played, it hasn't begun, or it waits for a device
     KELP_SOUND_OUTPUT_DEVICE = 1,  // to a sound device
     KELP_SOUND_OUTPUT_SILENCE = 2  // nowhere, for want of a device, at its pace all the same
@@ -599,7 +599,7 @@ KELP_C_API int kelp_get_sample_correction_percent_max(void);
 // ---- The muxer ----
 
 // Video codecs that have a number.
-enum {
+enum kelp_video_codec {
     KELP_VIDEO_CODEC_NONE = -1,      // none
     KELP_VIDEO_CODEC_MSMPEG4V1 = 0,  // Microsoft's MPEG-4, version 1
     KELP_VIDEO_CODEC_MSMPEG4V2 = 1,  // version 2

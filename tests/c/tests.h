@@ -10,5 +10,12 @@ void sinks_test(void);
 void failures_test(void);
 void tracks_test(void);
 void statistics_test(void);
+void packets_test(void);
+void recorder_test(void);
+void clock_test(void);
+void log_test(void);
+void muxer_test(void);
+void udp_test(void);
+void udp_failure_test(void);
 
 #endif

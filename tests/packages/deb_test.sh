@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs the .deb packages in a clean Debian root, builds a host there against them, plays a file with it, and takes
-# them off again. Needs root, debootstrap and the machine's Debian mirror, and ends with 77 where it can't have them; the
+# Installs the .deb packages in a clean Debian root, builds hosts there against them, in C++ and in C, plays a file with
+# each, and takes the packages off again. Needs root, debootstrap and the machine's Debian mirror, and ends with 77 where it can't have them; the
 # clean root is kept for the next time.
 # Arguments: the folder of the packages, one for the kept root, the folder of the host's sources, and a media file.
 set -euo pipefail
@@ -41,9 +41,10 @@ root=$(mktemp -d "$cache/root.XXXXXX")
 chmod 755 "$root"
 tar -C "$root" -xf "$clean"
 mount -t proc proc "$root/proc" 2>/dev/null || true
-mkdir "$root/packages" "$root/consumer"
+mkdir "$root/packages" "$root/consumer" "$root/c_consumer"
 cp "$packages"/*.deb "$root/packages/"
 cp "$consumer"/* "$root/consumer/"
+cp "$(dirname "$consumer")/c_consumer"/* "$root/c_consumer/"
 cp "$media" "$root/consumer/media"
 run apt-get update -q >"$cache/apt.log" 2>&1 || { tail -n 20 "$cache/apt.log"; echo "no mirror: apt-get update failed"; exit 77; }
 
@@ -66,8 +67,15 @@ say "a host with pkg-config"
 run sh -c 'g++ -std=c++20 /consumer/main.cpp $(pkg-config --cflags --libs kelp_player) -o /consumer/by_pkg_config'
 run /consumer/by_pkg_config /consumer/media
 
+say "hosts in C"
+run sh -c 'cmake -S /c_consumer -B /c_consumer/build >/c_consumer/log 2>&1 && cmake --build /c_consumer/build >>/c_consumer/log 2>&1' ||
+    { cat "$root/c_consumer/log"; exit 1; }
+run /c_consumer/build/c_consumer /consumer/media
+run sh -c 'gcc -std=c99 -Wall -Wextra -pedantic -Werror /c_consumer/main.c $(pkg-config --cflags --libs kelp_player) -pthread -o /c_consumer/by_pkg_config'
+run /c_consumer/by_pkg_config /consumer/media
+
 say "apt-get purge"
 run sh -c 'apt-get purge -y -q "libkelp-player*"' >>"$cache/apt.log" 2>&1
-left=$(run sh -c 'find / -xdev -path /packages -prune -o -path /consumer -prune -o -iname "*kelp*" -print')
+left=$(run sh -c 'find / -xdev -path /packages -prune -o -path /consumer -prune -o -path /c_consumer -prune -o -iname "*kelp*" -print')
 [ -z "$left" ] || { echo "left behind: $left"; exit 1; }
 say "all as expected"

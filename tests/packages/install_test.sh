@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs into a new prefix and builds a host against it in an empty folder, by CMake and by pkg-config; both play a
-# file. Arguments: the build folder, the folder of the host's sources, a media file, the compiler, the library's version
+# Installs into a new prefix and builds hosts against it in an empty folder, by CMake and by pkg-config, and one in C;
+# each plays a file. Arguments: the build folder, the folder of the host's sources, a media file, the compiler, the library's version
 # and its soname.
 set -euo pipefail
 build=$1 consumer=$2 media=$3 compiler=$4 version=$5 soname=$6
@@ -28,9 +28,10 @@ done
 objdump -p "$lib/libkelp_player.so" | grep -E "SONAME +$soname$" >/dev/null || fail "the soname isn't $soname"
 grep -rIlE "$scratch|$build" "$prefix" --include='*.cmake' --include='*.pc' && fail "paths of the build"
 
-mkdir "$scratch/cmake" "$scratch/pkg-config"
+mkdir "$scratch/cmake" "$scratch/pkg-config" "$scratch/c"
 cp "$consumer"/* "$scratch/cmake/"
 cp "$consumer/main.cpp" "$scratch/pkg-config/"
+cp "$(dirname "$consumer")/c_consumer"/* "$scratch/c/"
 
 cd "$scratch/cmake"
 cmake -B build -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_COMPILER="$compiler" >"$scratch/log" 2>&1 &&
@@ -46,4 +47,9 @@ export PKG_CONFIG_PATH=$lib/pkgconfig
 [ "$(pkg-config --modversion kelp_player)" = "$version" ] || fail "pkg-config knows another version"
 "$compiler" -std=c++20 main.cpp $(pkg-config --cflags --libs kelp_player) -o consumer
 LD_LIBRARY_PATH=$lib ./consumer "$media" || fail "the host made with pkg-config"
+
+cd "$scratch/c"
+cmake -B build -DCMAKE_PREFIX_PATH="$prefix" >"$scratch/log" 2>&1 && cmake --build build >>"$scratch/log" 2>&1 ||
+    { cat "$scratch/log"; fail "no host in C with CMake"; }
+build/c_consumer "$media" || fail "the host in C"
 echo "all as expected"

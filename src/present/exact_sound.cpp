@@ -158,7 +158,8 @@ int64_t ExactSound::begin(const AudioFrameInfo& frame, int64_t /*durationMs*/, I
     lock.unlock();
 
     const double speed = speed_.load(std::memory_order_relaxed);
-    tempo_ = limited(speed);
+    const double ownTempo = std::max<double>(kMinTempo, speed);
+    tempo_ = limited(ownTempo);
     unSyncSamples_.store(0, std::memory_order_relaxed);
     aheadOfMasterMs_ = 0;
     const auto master = master_.load();
@@ -168,7 +169,8 @@ int64_t ExactSound::begin(const AudioFrameInfo& frame, int64_t /*durationMs*/, I
     const int64_t masterUs = master->getSyncPtsUs();
     masterPace_.expect(master->getSyncSpeed().value_or(speed));
     masterPace_.read(masterUs, nowUs);
-    const double pace = masterPace_.pace();
+    const double pace = std::max(masterPace_.pace(), 0.0);
+    const bool isStanding = pace <= 0;
     // The device's clock isn't the master's.
     const double base = heardNow.framesPerSecond > 0 ? pace * spec_.sampleRate / heardNow.framesPerSecond : pace;
 
@@ -180,16 +182,20 @@ int64_t ExactSound::begin(const AudioFrameInfo& frame, int64_t /*durationMs*/, I
     if (!isForced && std::abs(aheadUs) >= static_cast<double>(noSyncMs) * 1000) {
         return 0;
     }
-    if (aheadUs > (isDry ? kShortestWaitUs : kTooFarAheadUs)) {
+    if (aheadUs > (isDry || isStanding ? kShortestWaitUs : kTooFarAheadUs)) {
         if (isDry) {
             lock.lock();
             clock_.stand(outUs_, SoundClock::kNeverUs);
             lock.unlock();
         }
-        const double waitUs = std::min(aheadUs / std::max(pace, kSlowestPace), static_cast<double>(kRetryUs));
+        const double waitUs =
+            isStanding ? kRetryUs : std::min<double>(aheadUs / std::max(pace, kSlowestPace), kRetryUs);
         return static_cast<int64_t>(waitUs);
     }
-    tempo_ = limited(std::max(base * (1 + correction(aheadUs)), static_cast<double>(kMinTempo)));
+    // To what stands ahead it goes at its own speed. Slower than this nothing can be heard, and one block would become
+    // many.
+    const double slowest = std::min(kSlowestPace, ownTempo);
+    tempo_ = limited(std::max(slowest, (isStanding ? ownTempo : base) * (1 + correction(aheadUs))));
     unSyncSamples_.store(static_cast<int>(aheadUs * spec_.sampleRate / kSecondUs), std::memory_order_relaxed);
     return 0;
 }

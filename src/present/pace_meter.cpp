@@ -26,6 +26,9 @@ void PaceMeter::expect(double pace) {
 
 // A clock that was set is off its pace once, one that was given another speed is so again and again.
 void PaceMeter::read(int64_t us, int64_t nowUs) {
+    if (expected_ <= 0) {
+        return;
+    }
     if (!readings_.empty()) {
         const Reading& last = readings_.back();
         const auto passedUs = static_cast<double>(nowUs - last.atUs);

@@ -8,7 +8,8 @@ namespace kelp {
 // Learns how fast a clock runs, from its readings. Times are microseconds. Knows no thread.
 class PaceMeter {
 public:
-    // What the clock is expected to run at, from now on; what has been learnt is that it runs so much faster.
+    // What the clock is expected to run at, from now on; what has been learnt is that it runs so much faster. Nothing
+    // is learnt while it is expected to stand, at 0.
     void expect(double pace);
 
     void read(int64_t us, int64_t nowUs);

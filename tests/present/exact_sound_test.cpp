@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <optional>
 #include <vector>
 
 #include "present/audio_play_fixture.h"
@@ -29,6 +30,7 @@ public:
     int64_t getNoSyncThreshold() override { return 10000; }
     bool isForceSync() override { return forcing; }
     int64_t getSyncPts() override { return static_cast<int64_t>(std::floor(us() / 1000)); }
+    std::optional<double> getSyncSpeed() override { return tellsSpeed ? std::optional(speed_) : std::nullopt; }
     void setSyncObject(std::shared_ptr<SyncObject>) override {}
 
     double us() const { return us_ + speed_ * static_cast<double>(FakeTime::nowUs() - fromUs_); }
@@ -39,6 +41,7 @@ public:
     }
 
     bool forcing = false;
+    bool tellsSpeed = false;
 
 private:
     double us_ = 0;
@@ -382,6 +385,28 @@ TEST_F(ExactSoundTest, SoundStandsWithAMasterThatStands) {
     const double soundUs = mediaUs();
     EXPECT_LT(std::abs(soundUs - us), 500'000);
     EXPECT_LT(std::abs(static_cast<double>(thread->getSyncPtsUs()) - us), 500'000);
+}
+
+TEST_F(ExactSoundTest, IsInStepAfterItsMasterStoodAndSaidSo) {
+    FakeSoundTouch::calls = &calls;
+    for (const double aheadMs : {-1000.0, -100.0, 0.0, 100.0, 1000.0}) {
+        begin();
+        master->forcing = true;
+        master->tellsSpeed = true;
+        thread->setSyncObject(master);
+        play(1000);
+        master->set(mediaUs() + aheadMs * 1000, 0);
+        play(3000);
+        EXPECT_NEAR(mediaUs(), master->us(), std::max(300.0, -aheadMs + 300) * 1000) << aheadMs;
+        EXPECT_GE(std::ranges::min(FakeSoundTouch::tempos), 0.1) << aheadMs;
+        master->set(mediaUs(), 1);
+        play(3000);
+        forget();
+        play(3000);
+        const auto off = offAtBeeps(masterReadings);
+        ASSERT_GE(off.size(), 3U) << aheadMs;
+        EXPECT_NEAR(median(off), 0, 10) << aheadMs;
+    }
 }
 
 TEST_F(ExactSoundTest, StaysInStepOverSeeksPausesAndChangesOfSpeed) {

@@ -54,6 +54,17 @@ TEST_F(PaceMeterTest, KeepsTheRatioToWhatIsExpected) {
     EXPECT_NEAR(meter.pace(), 2.2, 0.01);
 }
 
+TEST_F(PaceMeterTest, HasItsRatioAgainAfterItWasExpectedToStand) {
+    run(1.1, 1000);
+    meter.expect(0);
+    run(0, 1000);
+    EXPECT_EQ(meter.pace(), 0);
+    run(1, 1000);
+    EXPECT_EQ(meter.pace(), 0);
+    meter.expect(1);
+    EXPECT_NEAR(meter.pace(), 1.1, 0.01);
+}
+
 TEST_F(PaceMeterTest, OfAClockThatStandsNothingIsLearnt) {
     run(1.1, 1000);
     run(0, 1000);

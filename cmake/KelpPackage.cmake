@@ -41,6 +41,10 @@ foreach(text LGPL-2.1 GPL-2 GPL-3 Apache-2.0)
   endif()
 endforeach()
 
+# The Python package needs no compiler: it calls the library's C interface.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/kelp_player DESTINATION lib/python3/dist-packages COMPONENT python
+        FILES_MATCHING PATTERN "*.py" PATTERN "py.typed" PATTERN "__pycache__" EXCLUDE)
+
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME kelp-player)
 set(CPACK_PACKAGE_VENDOR "The kelp_player developers")
@@ -50,7 +54,7 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
                                                 WORLD_READ WORLD_EXECUTE)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_COMPONENTS_ALL runtime development python)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libkelp-player${PROJECT_VERSION_MAJOR})
@@ -65,4 +69,13 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkelp-player-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, CMake package and pkg-config file.")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-kelp-player)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "python3 (>= 3.9), ${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-numpy)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/python3/postinst
+                                              ${PROJECT_SOURCE_DIR}/packaging/python3/prerm)
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION "The library for Python.")
 include(CPack)

@@ -56,7 +56,7 @@ run sh -c 'apt-get install -y -q --download-only --no-install-recommends /packag
     { tail -n 30 "$cache/apt.log"; echo "no mirror: apt-get couldn't fetch what the packages need"; exit 77; }
 run sh -c 'apt-get install -y -q --no-install-recommends /packages/*.deb' >>"$cache/apt.log" 2>&1 ||
     { tail -n 30 "$cache/apt.log"; exit 1; }
-run dpkg-query -W -f '${Package} ${Version} ${db:Status-Status}\n' 'libkelp-player*'
+run dpkg-query -W -f '${Package} ${Version} ${db:Status-Status}\n' 'libkelp-player*' python3-kelp-player
 run sh -c 'ldconfig -p | grep -F libkelp_player.so'
 
 say "a host with CMake"
@@ -74,8 +74,11 @@ run /c_consumer/build/c_consumer /consumer/media
 run sh -c 'gcc -std=c99 -Wall -Wextra -pedantic -Werror /c_consumer/main.c $(pkg-config --cflags --libs kelp_player) -pthread -o /c_consumer/by_pkg_config'
 run /c_consumer/by_pkg_config /consumer/media
 
+say "a host in Python"
+run python3 /consumer/consumer.py /consumer/media
+
 say "apt-get purge"
-run sh -c 'apt-get purge -y -q "libkelp-player*"' >>"$cache/apt.log" 2>&1
+run sh -c 'apt-get purge -y -q "libkelp-player*" python3-kelp-player' >>"$cache/apt.log" 2>&1
 left=$(run sh -c 'find / -xdev -path /packages -prune -o -path /consumer -prune -o -path /c_consumer -prune -o -iname "*kelp*" -print')
 [ -z "$left" ] || { echo "left behind: $left"; exit 1; }
 say "all as expected"

@@ -1,0 +1,213 @@
+"""Who ends what: the host, the collector, or the interpreter with its end."""
+
+import gc
+import os
+import pathlib
+import resource
+import threading
+import time
+import weakref
+from typing import Any, List
+
+import kelp_player
+import pytest
+from conftest import LONG, OPTIONS, eventually, media, python
+from kelp_player import Clock, Completed, FirstVideoFrame, Player, Recorder
+from kelp_player import _lifetime
+
+HEAD = """
+import os, sys, time
+os.environ["SDL_VIDEODRIVER"] = os.environ["SDL_AUDIODRIVER"] = "dummy"
+import kelp_player
+from kelp_player import *
+"""
+
+
+def _threads() -> int:
+    return len(os.listdir("/proc/self/task"))
+
+
+def _descriptors() -> int:
+    return len(os.listdir("/proc/self/fd"))
+
+
+def _resident_kib() -> int:
+    return int(pathlib.Path("/proc/self/statm").read_text().split()[1]) * resource.getpagesize() // 1024
+
+
+def _all_ended() -> bool:
+    return not _lifetime._live
+
+
+def test_a_thousand_players_that_are_dropped_leave_nothing() -> None:
+    def drop(count: int) -> None:
+        for number in range(count):
+            player = Player(log_level="none")
+            player.on(Completed, lambda event, player=player: player.seek(0))  # a cycle
+            player.run_in_worker(lambda: None)
+            if number % 50 == 0:
+                player.add_frame_sink(lambda picture: None)
+                player.open(media("short.mp4"))
+                player.play()
+                player.wait_for(FirstVideoFrame, LONG)
+            if number % 100 == 99:
+                del player
+                gc.collect()
+                eventually(_all_ended, "the end of all players")
+
+    drop(200)  # what the first ones allocate for good
+    threads, descriptors, resident = _threads(), _descriptors(), _resident_kib()
+    drop(1000)
+    eventually(lambda: _threads() <= threads)
+    assert _descriptors() <= descriptors
+    assert len(_lifetime._hosts) == 0
+    if "LD_PRELOAD" not in os.environ:  # which holds memory back
+        print("KiB more:", _resident_kib() - resident)
+        assert _resident_kib() - resident < 64 * 1024
+
+
+def test_a_player_can_be_dropped_in_its_own_callback() -> None:
+    held: List[Any] = []
+    dropped = threading.Event()
+
+    def drop(_: object) -> None:
+        held.clear()
+        gc.collect()
+        dropped.set()
+
+    player = Player(**OPTIONS)
+    gone = weakref.ref(player)
+    player.add_frame_sink(drop)
+    player.open(media("small.mp4"))
+    held.append(player)
+    del player
+    held[0].play()
+    assert dropped.wait(LONG)
+    eventually(_all_ended)
+    assert gone() is None
+
+
+def test_a_player_can_be_closed_in_its_own_callback() -> None:
+    player = Player(media("small.mp4"), **OPTIONS)
+    player.on(FirstVideoFrame, lambda event: player.close())
+    player.play()
+    eventually(lambda: player.closed)
+    eventually(lambda: player._native not in _lifetime._live.values())
+
+
+def test_what_a_player_uses_may_be_dropped_before_it_or_with_it() -> None:
+    for _ in range(5):
+        player, clock, recorder = Player(media("short.mp4"), **OPTIONS), Clock(), Recorder()
+        player.set_clock(clock)
+        player.set_recorder(recorder)
+        player.play()
+        player.wait_for(FirstVideoFrame, LONG)
+        clock.close()
+        del player, clock, recorder
+    gc.collect()
+    eventually(_all_ended)
+
+
+def test_a_clock_outlives_many_players_without_growing() -> None:
+    with Clock() as clock:
+        for _ in range(20):
+            with Player(log_level="none") as player:
+                player.set_clock(clock)
+        assert not clock._native.detaches
+
+
+def test_calls_of_other_threads_are_waited_for() -> None:
+    for _ in range(20):
+        player = Player(media("short.mp4"), **OPTIONS)
+        player.play()
+
+        def ask() -> None:
+            try:
+                while True:
+                    player.statistics
+                    player.position_ms
+            except kelp_player.Closed:
+                pass
+
+        askers = [threading.Thread(target=ask) for _ in range(3)]
+        for asker in askers:
+            asker.start()
+        time.sleep(0.002)
+        player.close()
+        for asker in askers:
+            asker.join(LONG)
+            assert not asker.is_alive()
+
+
+def test_who_waits_is_told_of_the_end() -> None:
+    player = Player(media("small.mp4"), **OPTIONS)
+    raised: List[BaseException] = []
+
+    def wait() -> None:
+        try:
+            player.wait()
+        except BaseException as error:
+            raised.append(error)
+
+    waiter = threading.Thread(target=wait)
+    waiter.start()
+    player.close()
+    waiter.join(LONG)
+    assert [type(error) for error in raised] == [kelp_player.Closed]
+
+
+@pytest.mark.parametrize("end", ["pass", "sys.exit(0)", "raise SystemExit(0)", "del player; sys.exit(0)"])
+def test_an_interpreter_ends_while_a_player_plays(end: str) -> None:
+    code, text = python(
+        HEAD
+        + """
+player = Player(sys.argv[1], preset="recommended", log_level="debug")
+lines = []
+set_log_callback(lines.append)
+player.on(Event, lambda event: None)
+player.add_frame_sink(lambda picture: None, repaints=True)
+player.add_timer(1, lambda: None)
+frames = player.frames()
+receiver = UdpReceiver(lambda data: None)
+player.play()
+player.wait_for(FirstVideoFrame, 60)
+"""
+        + end,
+        media("numbers.mp4"),
+    )
+    assert (code, [line for line in text.splitlines() if "Error" in line or "rror:" in line]) == (0, []), text
+
+
+def test_a_recording_is_complete_when_the_interpreter_ends(tmp_path: pathlib.Path) -> None:
+    path = str(tmp_path / "film.mp4")
+    code, text = python(
+        HEAD
+        + """
+player = Player(sys.argv[1], preset="recommended", log_level="none")
+recorder = Recorder()
+player.set_recorder(recorder)
+recorder.start(sys.argv[2])
+player.play()
+player.wait_for(FirstVideoFrame, 60)
+""",
+        media("small.mp4"),
+        path,
+    )
+    assert code == 0, text
+    with kelp_player.FrameReader(path, timeout=LONG, log_level="none") as film:
+        assert film.duration_ms > 0
+        next(film)
+
+
+def test_an_interpreter_ends_with_an_exception_of_the_host() -> None:
+    code, text = python(
+        HEAD
+        + """
+player = Player(sys.argv[1], preset="recommended", log_level="none")
+player.play()
+for picture in player.frames():
+    raise RuntimeError("the host's own")
+""",
+        media("numbers.mp4"),
+    )
+    assert code == 1 and "the host's own" in text and "Fatal" not in text

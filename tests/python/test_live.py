@@ -1,0 +1,57 @@
+"""A camera that goes and comes back."""
+
+import subprocess
+from typing import Iterator, List
+
+import pytest
+from conftest import LONG, PYTHON, ROOT, TOOLS_ENVIRONMENT, eventually
+from kelp_player import Event, Failed, FirstVideoFrame, Player, Started
+
+
+class Camera:
+    """An RTSP server on a port of its own, which it has again when it is started again."""
+
+    def __init__(self) -> None:
+        self.port = 0
+        self.start()
+
+    def start(self) -> None:
+        words = [PYTHON, str(ROOT / "tests/e2e/rtsp_server.py"), "--port", str(self.port)]
+        self.process = subprocess.Popen(
+            words, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True, env=TOOLS_ENVIRONMENT
+        )
+        assert self.process.stdout
+        line = self.process.stdout.readline()
+        assert line.startswith("ready"), "are gir1.2-gst-rtsp-server-1.0, python3-gi and the plugins there?"
+        self.port = int(line.split()[1])
+
+    def stop(self) -> None:
+        self.process.kill()
+        self.process.communicate()
+
+
+@pytest.fixture
+def camera() -> Iterator[Camera]:
+    camera = Camera()
+    yield camera
+    camera.stop()
+
+
+def test_a_player_survives_the_loss_of_a_camera(camera: Camera) -> None:
+    heard: List[Event] = []
+    options = {"preset": "recommended", "log_level": "none", "timeout": 2000000, "retry_when_failed": 200}
+    with Player(f"rtsp://127.0.0.1:{camera.port}/h264", **options) as player:
+        player.on(Event, heard.append)
+        frames = player.frames(timeout=LONG)
+        player.play()
+        next(frames)
+        player.wait_for(FirstVideoFrame, LONG)
+        starts = heard.count(Started())
+        camera.stop()
+        eventually(lambda: player.statistics.restarts > 0)
+        camera.start()
+        eventually(lambda: heard.count(Started()) > starts)
+        del heard[:]
+        eventually(lambda: player.statistics.video.shown > 0)
+        next(frames)
+        assert not any(isinstance(event, Failed) for event in heard)

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "kelp_player/export.h"
@@ -233,7 +234,19 @@ public:
     // The volume as a linear factor, 1.0 at the start of each `play`; what becomes too loud by it is clipped. In force
     // only from `play` to `stop`. False without sound, and before its first block, which takes the value all the same;
     // nothing is logged.
+    //
+    // With the option "timing" = "exact" a new value comes over 10 milliseconds, so that no step is heard.
     bool setVolume(float volume);
+
+    // Silence while the volume stays what it is, and back; from the next block of sound on, within 10 milliseconds in
+    // which it fades. At any time from any thread, for this playback and those to come. False at first.
+    void setMute(bool muted);
+    bool isMuted();
+
+    // The names of the sound devices that there are by now, in UTF-8, for the option "audio_device". The same for all
+    // players; empty before the first `init` and on a machine without one. From any thread, but where none may be
+    // called: the sound system may be asked. Two devices of the same name are one to choose.
+    static std::vector<std::string> getAudioDevices();
 
     // The time of the picture that is shown, or without pictures of the sound that is heard, in milliseconds; the
     // target while a seek is under way, and behind an exact one until the next picture; 0 before the first frame and
@@ -354,6 +367,8 @@ public:
     //     "pictures"  "packed", "shared"                       the next `play`
     //     "video_track", "audio_track"                         the next load
     //                 "auto", "none", or a number of `getTracks`
+    //     "audio_device"                                       at once
+    //                 "default", or a name of `getAudioDevices`
     //
     // Any other key is an option of FFmpeg's demuxers and protocols and goes to the opens to come, unread; unknown ones
     // are ignored there. Before `init` it has no effect. These are set from the start:

@@ -162,9 +162,16 @@ public:
     // "video_track" or "audio_track" had been set, which stays for the next source too.
     bool selectTrack(TrackKind kind, int number);
 
-    // The volume, see KelpPlayer; 1.0 again after each start and restart. Started, paused or completed only, and false
-    // without sound.
+    // The volume, see KelpPlayer; 1.0 again after each start, and after each restart, which keeps it only if the option
+    // "closed_live_source" is "failed". Started, paused or completed only, and false without sound.
     bool setVolume(float volume);
+
+    // Silence and back, see KelpPlayer; in any state, and over a restart, a `stop` and a `reset`.
+    void setMute(bool muted);
+    bool isMuted();
+
+    // The names of the sound devices, see KelpPlayer.
+    static std::vector<std::string> getAudioDevices();
 
     // The tempo of the sound, see KelpPlayer, at any time.
     void setSpeed(float speed);

@@ -13,6 +13,7 @@
 #include "control/worker_end.h"
 #include "kelp_player/log.h"
 #include "playtask/play_task.h"
+#include "present/audio_device_list.h"
 #include "runtime/worker.h"
 
 extern "C" {
@@ -168,6 +169,18 @@ void KelpPlayer::setSpeed(float speed) {
 
 bool KelpPlayer::setVolume(float volume) {
     return playTask_->setVolume(volume);
+}
+
+void KelpPlayer::setMute(bool muted) {
+    playTask_->setMute(muted);
+}
+
+bool KelpPlayer::isMuted() {
+    return playTask_->isMuted();
+}
+
+std::vector<std::string> KelpPlayer::getAudioDevices() {
+    return audioDeviceNames();
 }
 
 int KelpPlayer::getCurrentTime() {

@@ -115,6 +115,18 @@ constexpr PlaybackOption kOptions[] = {
      [](std::string_view value, PlaybackOptions& options) { return readTrack(value, options.videoTrack); }},
     {"audio_track", kTracks, nullptr, kTrackEffect, "next load",
      [](std::string_view value, PlaybackOptions& options) { return readTrack(value, options.audioTrack); }},
+    {"audio_device", "default, or a name of `getAudioDevices`", nullptr,
+     "which sound device is played on, also while it plays; one that can't be opened is a Warn line, and what plays "
+     "goes "
+     "on",
+     "at once",
+     [](std::string_view value, PlaybackOptions& options) {
+         if (value.empty()) {
+             return false;
+         }
+         options.audioDevice = value == "default" ? std::string_view() : value;
+         return true;
+     }},
 };
 
 bool readPreset(std::string_view value, PlaybackOptions& options) {

@@ -282,6 +282,19 @@ bool TarnPlayer::setVolume(float volume) {
            player_->setVolume(volume);
 }
 
+void TarnPlayer::setMute(bool muted) {
+    std::lock_guard lock(mutex_);
+    player_->setMute(muted);
+}
+
+bool TarnPlayer::isMuted() {
+    return player_->isMuted();
+}
+
+std::vector<std::string> TarnPlayer::getAudioDevices() {
+    return KelpPlayer::getAudioDevices();
+}
+
 void TarnPlayer::setSpeed(float speed) {
     std::lock_guard lock(mutex_);
     player_->setSpeed(speed);

@@ -125,6 +125,14 @@ bool PlayTask::setVolume(float volume) {
     return audioPlay && audioPlay->setVolume(volume);
 }
 
+void PlayTask::setMute(bool muted) {
+    std::lock_guard lock(settingMutex_);
+    isMuted_ = muted;
+    if (const auto audioPlay = audioPlayThread_.load()) {
+        audioPlay->setMuted(muted);
+    }
+}
+
 int PlayTask::getCurrentTime() {
     if (const auto target = seekTurns_.target()) {
         return *target;
@@ -215,11 +223,32 @@ void PlayTask::setOption(const char* key, const char* value) {
 }
 
 void PlayTask::changeOptions(const std::function<void(PlaybackOptions&)>& change) {
-    std::lock_guard lock(optionsMutex_);
-    const PictureFit fit = options_.fit;
-    change(options_);
-    if (options_.fit != fit) {
-        withWindows([this](VideoPlayThread& pictures) { pictures.setFit(options_.fit); });
+    std::string deviceBefore;
+    {
+        std::lock_guard lock(optionsMutex_);
+        const PictureFit fit = options_.fit;
+        deviceBefore = options_.audioDevice;
+        change(options_);
+        if (options_.fit != fit) {
+            withWindows([this](VideoPlayThread& pictures) { pictures.setFit(options_.fit); });
+        }
+        if (options_.audioDevice == deviceBefore) {
+            return;
+        }
+    }
+    changeAudioDevice(deviceBefore);
+}
+
+// Whoever takes the lock last hands on what was asked for last: it was stored before.
+void PlayTask::changeAudioDevice(const std::string& before) {
+    std::lock_guard changing(audioDeviceMutex_);
+    const std::string wanted = options().audioDevice;
+    const auto audioPlay = audioPlayThread_.load();
+    if (audioPlay && !audioPlay->setDevice(wanted)) {
+        std::lock_guard lock(optionsMutex_);
+        if (options_.audioDevice == wanted) {
+            options_.audioDevice = before;
+        }
     }
 }
 

@@ -96,6 +96,9 @@ public:
 
     void setSpeed(float speed);
     bool setVolume(float volume);
+    // Silence, whatever the volume is, and back; also for the playbacks to come.
+    void setMute(bool muted);
+    bool isMuted() const { return isMuted_; }
 
     // The position in milliseconds; during a seek its target.
     int getCurrentTime();
@@ -120,7 +123,8 @@ public:
 
     // A demuxer option, for the opens to come.
     void setOption(const char* key, const char* value);
-    // Has `change` alter what the host wants in another way than the standard one; each field says when it is read.
+    // Has `change` alter what the host wants in another way than the standard one; each field says when it is read. A
+    // sound device is changed before this returns, or stays what it was if that can't be.
     void changeOptions(const std::function<void(PlaybackOptions&)>& change);
 
     // The host's sink for what is read, or none; not owned. The one before isn't called any more once this returns, see
@@ -211,6 +215,8 @@ private:
     PlaybackOptions optionsToPlay();
 
     bool pauseStages(bool paused);
+    // Has the sound play on the wanted device, or want `before` again.
+    void changeAudioDevice(const std::string& before);
 
     // The parts of `play`.
     void makeClock();
@@ -291,9 +297,12 @@ private:
 
     std::atomic<bool> enableHwDecoder_{true};
     std::atomic<HwDecodeMode> hwDecodeMode_{HW_DECODE_ALL};
-    float speed_ = 1.0f;       // guarded by settingMutex_
+    float speed_ = 1.0f;                // guarded by settingMutex_
+    std::atomic<bool> isMuted_{false};  // written with settingMutex_ held
+    float nextVolume_ = 1.0F;  // of the next playback: one that is a restart goes on with it; the caller's of `play`
     PlaybackOptions options_;  // guarded by optionsMutex_
     std::mutex optionsMutex_;
+    std::mutex audioDeviceMutex_;  // held through a change of the device, before optionsMutex_
     PlaybackOptions loadOptions_;  // as they were at the load; its caller's
     PlaybackOptions playOptions_;  // as they were when `play` began; its caller's
     int loadTimeMs_ = 0;           // where the load begins; its caller's

@@ -120,11 +120,15 @@ void PlayTask::startAudio(const CodecInfo& codecInfo) {
         audioPlay->setSpeed(speed_);
         audioDecode->openSync(false);
     }
+    audioPlay->setVolume(nextVolume_);
+    audioPlay->setMuted(isMuted_);
     if (!audioPlay->start()) {
         Log::Error(kTag, "play, start audio play thread failed\n");
         return;
     }
     audioPlayThread_.store(audioPlay);
+    // A device that was chosen meanwhile: there is no output yet, so this opens none.
+    changeAudioDevice(playOptions_.audioDevice);
 }
 
 std::shared_ptr<AudioDecodeThread> PlayTask::startAudioDecode(const CodecInfo& codecInfo) {
@@ -261,6 +265,12 @@ bool PlayTask::end(WindowList::Leaving leaving) {
         stopPlayThread(videoPlayThread_);
     }
     stopPlayThread(coverPlayThread_);
+    if (const auto audioPlay = audioPlayThread_.load()) {
+        nextVolume_ = audioPlay->volume();
+    }
+    if (leaving == WindowList::Leaving::Black) {
+        nextVolume_ = 1.0F;
+    }
     stopPlayThread(audioPlayThread_);
     if (leaving == WindowList::Leaving::Black) {
         endStanding(leaving);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "decode/audio_frame_info.h"
 #include "decode/audio_output_spec.h"
@@ -41,6 +42,14 @@ public:
 
     // Linear gain, 1.0 leaving the samples as they are.
     virtual bool setVolume(float volume) = 0;
+
+    // Silence, whatever the volume is, and back.
+    virtual void setMuted(bool /*muted*/) {}
+
+    // The device to play on, by its name, or the default one for an empty name: what `init` opens, and goes on without
+    // if that is only to be had; behind that it is changed for another one, which takes the sound that waits, or is
+    // kept where that can't be opened: false then. Takes as long as it takes to open it.
+    virtual bool setDevice(const std::string& /*name*/) { return true; }
 
     // What of all that was handed over since `init` is heard at `nowUs`, microseconds by KelpTime. For an exact clock,
     // which stands with an output that doesn't tell.

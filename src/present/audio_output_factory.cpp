@@ -6,13 +6,14 @@
 namespace kelp {
 
 std::shared_ptr<IAudioOutput> AudioOutputFactory::create(AudioOutputSpec /*spec*/) {
+    const auto changes = options_.exactTiming ? SampleGain::Changes::Ramped : SampleGain::Changes::AtOnce;
     if (!options_.neverWaitsForDevice) {
-        return std::make_shared<SDLAudioOutput>();
+        return std::make_shared<SDLAudioOutput>(SDLAudioOutput::Device::WaitedFor, changes);
     }
-    return std::make_shared<SteadyAudioOutput>([](AudioDeviceSearch::Attempt attempt) {
+    return std::make_shared<SteadyAudioOutput>([changes](AudioDeviceSearch::Attempt attempt) {
         const bool isFirst = attempt == AudioDeviceSearch::Attempt::First;
-        return std::make_shared<SDLAudioOutput>(isFirst ? SDLAudioOutput::Device::Watched
-                                                        : SDLAudioOutput::Device::TriedAgain);
+        return std::make_shared<SDLAudioOutput>(
+            isFirst ? SDLAudioOutput::Device::Watched : SDLAudioOutput::Device::TriedAgain, changes);
     });
 }
 

@@ -69,6 +69,7 @@ void AudioPlayThread::setOutputSpec(AudioOutputSpec spec) {
 
 void AudioPlayThread::setOptions(const PlaybackOptions& options) {
     audioOutputFactory_ = std::make_shared<AudioOutputFactory>(options);
+    setDevice(options.audioDevice);
     catchUp_ = options.lowLiveDelay ? std::make_unique<SoundCatchUp>() : nullptr;
     if (!options.exactTiming) {
         return;
@@ -95,6 +96,27 @@ bool AudioPlayThread::setVolume(float volume) {
     volume_ = volume;
     const auto output = audioOutput_.load();
     return output && output->setVolume(volume);
+}
+
+void AudioPlayThread::setMuted(bool muted) {
+    isMuted_ = muted;
+    if (const auto output = audioOutput_.load()) {
+        output->setMuted(muted);
+    }
+}
+
+bool AudioPlayThread::setDevice(const std::string& name) {
+    {
+        std::lock_guard lock(deviceMutex_);
+        deviceName_ = name;
+    }
+    const auto output = audioOutput_.load();
+    return !output || output->setDevice(name);
+}
+
+std::string AudioPlayThread::deviceName() {
+    std::lock_guard lock(deviceMutex_);
+    return deviceName_;
 }
 
 bool AudioPlayThread::pause(bool paused) {
@@ -306,6 +328,8 @@ std::shared_ptr<IAudioOutput> AudioPlayThread::makeOutput() {
         audioOutputFactory_ = std::make_shared<AudioOutputFactory>();
     }
     auto output = audioOutputFactory_->create(outputSpec_);
+    std::string device = deviceName();
+    output->setDevice(device);
     counts_.output.set(output->init(outputSpec_) ? SOUND_OUTPUT_DEVICE : SOUND_OUTPUT_NONE);
     audioOutput_.store(output);
     timing_->setOutput(output);
@@ -316,6 +340,13 @@ std::shared_ptr<IAudioOutput> AudioPlayThread::makeOutput() {
         volume = volume_;
         output->setVolume(volume);
     } while (std::bit_cast<uint32_t>(volume_.load()) != std::bit_cast<uint32_t>(volume));
+    for (bool muted = false; isMuted_ != muted;) {
+        muted = !muted;
+        output->setMuted(muted);
+    }
+    for (std::string wanted; (wanted = deviceName()) != device; device = wanted) {
+        output->setDevice(wanted);
+    }
     for (bool paused = false; isPaused() != paused;) {
         paused = !paused;
         output->pause(paused);

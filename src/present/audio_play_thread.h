@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <string>
 
 #include "clock/sync_object.h"
 #include "decode/audio_frame_info.h"
@@ -60,6 +62,15 @@ public:
 
     // Linear gain. False if there is no output yet, which then gets the value when it is made.
     bool setVolume(float volume);
+    float volume() const { return volume_; }
+
+    // Silence, whatever the volume is, and back.
+    void setMuted(bool muted);
+    bool isMuted() const { return isMuted_; }
+
+    // The sound device of this name, or the default one for an empty name. False if that can't be opened, and the one
+    // before goes on; one for the output that is still to be made is tried then. Returns when it is open.
+    bool setDevice(const std::string& name);
 
     // The position at the loudspeaker, in milliseconds; in the standard form as of the last frame.
     int64_t getCurrentTime() { return timing_->positionMs(); }
@@ -112,6 +123,7 @@ private:
     // Lets a write that is blocked return, behind a seek that was posted.
     void releaseWrite();
 
+    std::string deviceName();
     // Makes the output, opens it and only then lets the control side see it.
     std::shared_ptr<IAudioOutput> makeOutput();
     // Whether `frame` is not to be left out on the way back to the present; with catchUp_ only.
@@ -133,7 +145,10 @@ private:
     bool isFirstAwaited_ = false;  // the clock goes on before the very first frame
     bool needFlush_ = false;       // the next frame flushes the output and the tempo change first
     std::shared_ptr<AudioPlayThreadObserver> observer_;
-    std::atomic<float> volume_{1.0f};         // linear gain
+    std::atomic<float> volume_{1.0f};  // linear gain
+    std::atomic<bool> isMuted_{false};
+    std::mutex deviceMutex_;                  // a leaf
+    std::string deviceName_;                  // guarded by deviceMutex_
     std::atomic<void*> soundTouch_{nullptr};  // owned, from `init` to onExit; null if the library gave none
 };
 

@@ -1,11 +1,10 @@
 #include "present/sdl_audio_output.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
-#include <limits>
+#include <utility>
 
 #include "kelp_player/log.h"
 #include "present/sdl_thread_storage.h"
@@ -25,19 +24,16 @@ SDL_AudioFormat sdlFormat(int sampleFormat) {
     return sampleFormat >= 0 && sampleFormat < static_cast<int>(std::size(kFormats)) ? kFormats[sampleFormat] : 0;
 }
 
-// Truncated toward zero and held in the range; a volume that is no number gives silence.
-int16_t scaleSample(int16_t sample, float volume) {
-    const float scaled = static_cast<float>(sample) * volume;
-    if (std::isnan(scaled)) {
-        return 0;
-    }
-    return static_cast<int16_t>(
-        std::clamp<float>(scaled, std::numeric_limits<int16_t>::min(), std::numeric_limits<int16_t>::max()));
+// SDL looks for a free place for a device long before it takes that place: openings that meet would share it.
+std::mutex& openingMutex() {
+    static std::mutex mutex;
+    return mutex;
 }
 
 }  // namespace
 
-SDLAudioOutput::SDLAudioOutput(Device device) : device_(device), cycleBuffer_(std::make_shared<CycleBufferWrapper>()) {
+SDLAudioOutput::SDLAudioOutput(Device device, SampleGain::Changes volumeChanges)
+    : device_(device), cycleBuffer_(std::make_shared<CycleBufferWrapper>()), gain_(volumeChanges) {
 }
 
 // A device that is still open would call into an object that is gone.
@@ -46,6 +42,7 @@ SDLAudioOutput::~SDLAudioOutput() {
 }
 
 bool SDLAudioOutput::init(AudioOutputSpec spec) {
+    std::lock_guard opening(openMutex_);
     const bool isSilent = device_ == Device::TriedAgain;
     if (!isSilent) {
         Log::Info(kTag, "%s, ch:%d, freg:%d, fmt:%d\n", "init", spec.channels, spec.sampleRate, spec.sampleFormat);
@@ -73,10 +70,18 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
     wantedSpec_.format = format;
     frameBytes_ = wantedSpec_.channels * SDL_AUDIO_BITSIZE(format) / 8;
 
+    gain_.open(wantedSpec_.channels, wantedSpec_.freq);
+    isInitialized_ = true;
+
     SDL_AudioSpec obtained{};
-    const SDL_AudioDeviceID device =
-        SDL_OpenAudioDevice(nullptr, /*iscapture=*/0, &wantedSpec_, &obtained,
-                            /*allowed_changes=*/SDL_AUDIO_ALLOW_FREQUENCY_CHANGE | SDL_AUDIO_ALLOW_CHANNELS_CHANGE);
+    SDL_AudioDeviceID device = openDevice(deviceName_, obtained);
+    if (device == 0 && !deviceName_.empty()) {
+        if (!isSilent) {
+            Log::Warn(kTag, "the sound device \"%s\" can't be opened: %s, taking the default one\n",
+                      deviceName_.c_str(), SDL_GetError());
+        }
+        device = openDevice({}, obtained);
+    }
     if (device == 0) {
         if (!isSilent) {
             Log::Error(kTag, "SDL_OpenAudioDevice failed! %s\n", SDL_GetError());
@@ -104,6 +109,54 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
     return true;
 }
 
+SDL_AudioDeviceID SDLAudioOutput::openDevice(const std::string& name, SDL_AudioSpec& obtained) const {
+    std::lock_guard lock(openingMutex());
+    return SDL_OpenAudioDevice(name.empty() ? nullptr : name.c_str(), /*iscapture=*/0, &wantedSpec_, &obtained,
+                               /*allowed_changes=*/SDL_AUDIO_ALLOW_FREQUENCY_CHANGE | SDL_AUDIO_ALLOW_CHANNELS_CHANGE);
+}
+
+bool SDLAudioOutput::setDevice(const std::string& name) {
+    std::lock_guard opening(openMutex_);
+    if (isInitialized_ && name != deviceName_) {
+        SDL_AudioSpec obtained{};
+        const SDL_AudioDeviceID device = openDevice(name, obtained);
+        const bool isRightForm = obtained.format == wantedSpec_.format;
+        if (device == 0 || !isRightForm) {
+            Log::Warn(kTag, "the sound device \"%s\" can't be opened: %s, going on as before\n",
+                      name.empty() ? "default" : name.c_str(), device == 0 ? SDL_GetError() : "it takes other samples");
+            if (device != 0) {
+                SDL_CloseAudioDevice(device);
+            }
+            return false;
+        }
+        Log::Info(kTag, "going on with the sound device \"%s\"\n", name.empty() ? "default" : name.c_str());
+        changeTo(device, obtained);
+    }
+    deviceName_ = name;
+    return true;
+}
+
+// A pause waits for a callback that runs, so the two devices never ask at the same time, and the clock is free
+// meanwhile.
+void SDLAudioOutput::changeTo(SDL_AudioDeviceID device, const SDL_AudioSpec& obtained) {
+    SDL_AudioDeviceID leaving = device;
+    {
+        std::lock_guard lock(deviceMutex_);
+        // A close that comes later closes this one.
+        if (!closed_) {
+            leaving = std::exchange(deviceId_, device);
+            if (leaving != 0) {
+                SDL_PauseAudioDevice(leaving, 1);
+            }
+            openClock(obtained);
+            SDL_PauseAudioDevice(device, paused_);
+        }
+    }
+    if (leaving != 0) {
+        SDL_CloseAudioDevice(leaving);
+    }
+}
+
 // The ring's bytes are taken as they are, so many of them per second as the device plays of its own.
 void SDLAudioOutput::openClock(const SDL_AudioSpec& obtained) {
     const int deviceFrameBytes = obtained.channels * SDL_AUDIO_BITSIZE(obtained.format) / 8;
@@ -116,7 +169,7 @@ bool SDLAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {
         clock_.handOver(frame->dataSize / static_cast<unsigned>(frameBytes));
     }
     if (wantedSpec_.format == AUDIO_S16LSB) {
-        applyVolume(frame.get());
+        gain_.apply(frame->buffer->data, frame->dataSize / sizeof(int16_t));
     }
     const auto size = static_cast<int>(frame->dataSize);
     const int written = cycleBuffer_->write(frame->buffer->data, size);
@@ -134,17 +187,6 @@ bool SDLAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {
 bool SDLAudioOutput::isDeviceGone() {
     std::lock_guard lock(deviceMutex_);
     return deviceId_ != 0 && SDL_GetAudioDeviceStatus(deviceId_) == SDL_AUDIO_STOPPED;
-}
-
-void SDLAudioOutput::applyVolume(AudioFrameInfo* frame) {
-    unsigned char* bytes = frame->buffer->data;
-    const size_t count = frame->dataSize / sizeof(int16_t);
-    for (size_t i = 0; i < count; ++i, bytes += sizeof(int16_t)) {
-        int16_t sample;
-        std::memcpy(&sample, bytes, sizeof(sample));
-        sample = scaleSample(sample, volume_.load(std::memory_order_relaxed));
-        std::memcpy(bytes, &sample, sizeof(sample));
-    }
 }
 
 int SDLAudioOutput::getBufferDuration() {
@@ -196,8 +238,12 @@ void SDLAudioOutput::flush() {
 }
 
 bool SDLAudioOutput::setVolume(float volume) {
-    volume_.store(volume, std::memory_order_relaxed);
+    gain_.setVolume(volume);
     return true;
+}
+
+void SDLAudioOutput::setMuted(bool muted) {
+    gain_.setMuted(muted);
 }
 
 HeardSound SDLAudioOutput::heard(int64_t nowUs) {

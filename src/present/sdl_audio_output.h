@@ -5,8 +5,10 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <string>
 
 #include "present/audio_output.h"
+#include "present/sample_gain.h"
 #include "runtime/stage_counts.h"
 
 namespace kelp {
@@ -28,7 +30,8 @@ public:
     static constexpr int kRingBytes = 8192;
     static constexpr int kDeviceBufferSamples = 1024;  // for each channel
 
-    explicit SDLAudioOutput(Device device = Device::WaitedFor);
+    explicit SDLAudioOutput(Device device = Device::WaitedFor,
+                            SampleGain::Changes volumeChanges = SampleGain::Changes::AtOnce);
     ~SDLAudioOutput() override;
 
     bool init(AudioOutputSpec spec) override;
@@ -45,6 +48,9 @@ public:
     // The device is silent from here on; the ring is emptied by the next `fillFrame`, whose frame goes with it.
     void flush() override;
     bool setVolume(float volume) override;
+    void setMuted(bool muted) override;
+    // The ring stays, and the next device goes on where the one before stopped.
+    bool setDevice(const std::string& name) override;
     HeardSound heard(int64_t nowUs) override;
 
     // The device's callback; `userdata` is the output.
@@ -56,10 +62,14 @@ public:
 private:
     // The device has asked, and got all of it or not.
     void watchForGap(bool isWhole);
+    // Opens the device of this name, which stands still at first. 0 if there is none for the samples, and SDL's error
+    // says why.
+    SDL_AudioDeviceID openDevice(const std::string& name, SDL_AudioSpec& obtained) const;
+    // Gives the ring to this one in place of that before, which is closed.
+    void changeTo(SDL_AudioDeviceID device, const SDL_AudioSpec& obtained);
     void openClock(const SDL_AudioSpec& obtained);
     // Writes what the device asked for; how many bytes of it are sound.
     int takeSound(unsigned char* stream, int len);
-    void applyVolume(AudioFrameInfo* frame);
     void pauseDevice(bool paused);
     void closeDevice();
     bool isDeviceGone();
@@ -68,13 +78,16 @@ private:
     std::shared_ptr<CycleBufferWrapper> cycleBuffer_;
     SDL_AudioDeviceID deviceId_ = 0;   // 0 if none is open; guarded by deviceMutex_
     std::mutex deviceMutex_;           // keeps a pause from a device that is being closed; the callback never takes it
+    std::mutex openMutex_;             // held through each opening, before deviceMutex_
+    std::string deviceName_;           // empty for the default one; guarded by openMutex_, like the next
+    bool isInitialized_ = false;       // there is a form of samples to open a device for
     std::atomic<bool> closed_{false};  // never cleared
-    SDL_AudioSpec wantedSpec_{};       // as asked of SDL, not as obtained; the play thread's
+    SDL_AudioSpec wantedSpec_{};       // as asked of SDL, not as obtained; fixed from `init` on
     std::atomic<int> frameBytes_{0};   // a sample of each channel, as they are handed over; 0 before `init`
     DeviceClock clock_;
     std::atomic<bool> paused_{false};
     std::atomic<bool> flushRequested_{false};  // until the next fillFrame
-    std::atomic<float> volume_{1.0F};
+    SampleGain gain_;
     std::atomic<unsigned int> flushes_{0};
     // SDL's thread's, but that others read the first one.
     Count underruns_;

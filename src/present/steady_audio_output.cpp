@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <utility>
 
 #include "kelp_player/log.h"
 #include "present/sdl_audio_output.h"
@@ -30,6 +31,14 @@ std::shared_ptr<AudioFrameInfo> makeSilence(int64_t bytes) {
 }
 
 }  // namespace
+
+SteadyAudioOutput::SteadyAudioOutput(AudioDeviceSearch::MakeOutput makeOutput)
+    : search_([this, makeOutput = std::move(makeOutput)](AudioDeviceSearch::Attempt attempt) {
+          auto output = makeOutput(attempt);
+          output->setDevice(deviceName());
+          return output;
+      }) {
+}
 
 SteadyAudioOutput::~SteadyAudioOutput() {
     SteadyAudioOutput::close();
@@ -121,6 +130,33 @@ bool SteadyAudioOutput::setVolume(float volume) {
     return !device || device->setVolume(volume);
 }
 
+void SteadyAudioOutput::setMuted(bool muted) {
+    isMuted_ = muted;
+    if (const auto device = device_.load()) {
+        device->setMuted(muted);
+    }
+}
+
+bool SteadyAudioOutput::setDevice(const std::string& name) {
+    std::string before = name;
+    {
+        std::lock_guard lock(nameMutex_);
+        deviceName_.swap(before);
+    }
+    const auto device = device_.load();
+    if (!device || device->setDevice(name)) {
+        return true;
+    }
+    std::lock_guard lock(nameMutex_);
+    deviceName_ = std::move(before);
+    return false;
+}
+
+std::string SteadyAudioOutput::deviceName() {
+    std::lock_guard lock(nameMutex_);
+    return deviceName_;
+}
+
 HeardSound SteadyAudioOutput::heard(int64_t nowUs) {
     const double bytes = std::max(frameBytes(spec_), 1);
     std::lock_guard lock(silenceMutex_);
@@ -160,10 +196,19 @@ void SteadyAudioOutput::take(const std::shared_ptr<IAudioOutput>& device) {
         volume = volume_;
         device->setVolume(volume);
     } while (std::bit_cast<uint32_t>(volume_.load()) != std::bit_cast<uint32_t>(volume));
+    for (bool muted = false; isMuted_ != muted;) {
+        muted = !muted;
+        device->setMuted(muted);
+    }
     for (bool paused = false; paused_ != paused;) {
         paused = !paused;
         device->pause(paused);
     }
+    std::string name;
+    do {
+        name = deviceName();
+        device->setDevice(name);
+    } while (deviceName() != name);
     if (flushRequested_) {
         device->flush();
     }

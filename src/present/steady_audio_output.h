@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <utility>
+#include <string>
 
 #include "present/audio_device_search.h"
 #include "present/audio_output.h"
@@ -22,7 +22,7 @@ namespace kelp {
 // The outputs that it is given say in `fillFrame` when theirs is lost.
 class SteadyAudioOutput : public IAudioOutput {
 public:
-    explicit SteadyAudioOutput(AudioDeviceSearch::MakeOutput makeOutput) : search_(std::move(makeOutput)) {}
+    explicit SteadyAudioOutput(AudioDeviceSearch::MakeOutput makeOutput);
     ~SteadyAudioOutput() override;
 
     // Always true, after 250 milliseconds at most: a device that takes longer to open is taken up when it is there.
@@ -37,6 +37,9 @@ public:
     void close() override;
     void flush() override;
     bool setVolume(float volume) override;
+    void setMuted(bool muted) override;
+    // Without a device: which one is looked for.
+    bool setDevice(const std::string& name) override;
     HeardSound heard(int64_t nowUs) override;
 
 private:
@@ -46,6 +49,7 @@ private:
     void lose(std::shared_ptr<IAudioOutput> device, int64_t endUs);
     // Returns when what was handed over but for a ring's content has been played, or a flush or close came.
     void waitInSilence();
+    std::string deviceName();
     // Lets it look again, after something has changed.
     void endRest();
     // In microseconds, and back.
@@ -54,11 +58,14 @@ private:
     // What a device is taken to hold at all times.
     int deviceBufferMs() const;
 
-    AudioOutputSpec spec_;  // the play thread's
+    AudioOutputSpec spec_;    // the play thread's
+    std::mutex nameMutex_;    // a leaf
+    std::string deviceName_;  // of the wanted device; guarded by nameMutex_
     AudioDeviceSearch search_;
     AtomicSharedPtr<IAudioOutput> device_;  // empty while there is none
     Count lostUnderruns_;                   // of devices that are gone
     std::atomic<float> volume_{1.0F};
+    std::atomic<bool> isMuted_{false};
     std::atomic<bool> paused_{false};
     std::atomic<bool> closed_{false};          // never cleared
     std::atomic<bool> flushRequested_{false};  // of a silent `fillFrame`

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "runtime/picture_fit.h"
 #include "runtime/seek_rule.h"
@@ -28,6 +29,7 @@ struct PlaybackOptions {
     SeekRule seekRule = SeekRule::Standard;  // "seek": of the seeks from here on
     int audioTrack = kAutoTrack;
     PictureFit fit = PictureFit::Fill;  // "fit": of the windows, at once
+    std::string audioDevice{};          // "audio_device": a name; empty for the default one
 
     bool operator==(const PlaybackOptions&) const = default;
 };

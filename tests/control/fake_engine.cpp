@@ -116,6 +116,16 @@ void KelpPlayer::setSpeed(float speed) {
 bool KelpPlayer::setVolume(float volume) {
     return noteAndAnswer("setVolume", std::to_string(volume));
 }
+void KelpPlayer::setMute(bool muted) {
+    note("setMute(" + text(muted) + ")");
+    engine().isMuted = muted;
+}
+bool KelpPlayer::isMuted() {
+    return engine().isMuted;
+}
+std::vector<std::string> KelpPlayer::getAudioDevices() {
+    return {"Speaker"};
+}
 int KelpPlayer::getCurrentTime() {
     note("getCurrentTime()");
     return engine().currentTimeMs;

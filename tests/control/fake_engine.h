@@ -29,6 +29,7 @@ struct FakeEngine {
     int64_t durationMs = 0;
     std::vector<Track> tracks;
     Statistics statistics;
+    bool isMuted = false;
     ExternPacketSink* packetSink = nullptr;
     KelpPlayerObserver* observer = nullptr;
     std::vector<void*> handles;  // of the windows, one for each call that names one

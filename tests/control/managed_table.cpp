@@ -185,6 +185,12 @@ std::vector<TableStep> plainSteps() {
           {outOfPlayback, "false", kSameState, {}, {}, {}}},
          "the engine refuses setVolume",
          [](Stage& s) { refuse(s, "setVolume"); }},
+        {"setMute(true)",
+         [](Stage& s) {
+             s.player.setMute(true);
+             return text(s.player.isMuted());
+         },
+         {everywhere("true", {"setMute(1)"})}},
         {"setSpeed(1.5)",
          [](Stage& s) {
              s.player.setSpeed(1.5F);

@@ -390,6 +390,10 @@ TEST_F(TarnPlayerTest, TellsTheStatisticsWithoutItsLock) {
     EXPECT_EQ(told.restarts, 0);
 }
 
+TEST_F(TarnPlayerTest, TellsTheSoundDevicesOfTheEngine) {
+    EXPECT_THAT(TarnPlayer::getAudioDevices(), ElementsAre("Speaker"));
+}
+
 TEST_F(TarnPlayerTest, TakesThePacketSinkBackWithoutItsLock) {
     reach(PLAYER_STATE_STARTED);
     int any = 0;

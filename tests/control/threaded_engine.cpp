@@ -195,6 +195,15 @@ std::vector<Track> KelpPlayer::getTracks() {
 void KelpPlayer::setPacketSink(ExternPacketSink* sink) {
     static_cast<void>(sink);
 }
+void KelpPlayer::setMute(bool) {
+    const Alone alone("setMute");
+}
+bool KelpPlayer::isMuted() {
+    return false;
+}
+std::vector<std::string> KelpPlayer::getAudioDevices() {
+    return {};
+}
 Statistics KelpPlayer::getStatistics() {
     return {};
 }

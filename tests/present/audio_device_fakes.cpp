@@ -1,3 +1,5 @@
+#include <mutex>
+
 #include "present/audio_device_fixture.h"
 #include "runtime/cycle_buffer_wrapper.h"
 
@@ -12,6 +14,12 @@ AudioDeviceFakes& audioDevice() {
 
 using kelp::test::audioDevice;
 
+static void note(const std::string& call) {
+    static std::mutex mutex;
+    std::lock_guard lock(mutex);
+    audioDevice().calls.push_back(call);
+}
+
 extern "C" {
 
 SDL_AudioDeviceID __real_SDL_OpenAudioDevice(const char* name, int capture, const SDL_AudioSpec* wanted,
@@ -23,8 +31,8 @@ SDL_AudioStatus __real_SDL_GetAudioDeviceStatus(SDL_AudioDeviceID device);
 SDL_AudioDeviceID __wrap_SDL_OpenAudioDevice(const char* name, int capture, const SDL_AudioSpec* wanted,
                                              SDL_AudioSpec* obtained, int allowedChanges) {
     audioDevice().wanted = *wanted;
-    audioDevice().calls.push_back(std::string("open ") + (name ? name : "default") + " " + std::to_string(capture) +
-                                  " " + std::to_string(allowedChanges));
+    note(std::string("open ") + (name ? name : "default") + " " + std::to_string(capture) + " " +
+         std::to_string(allowedChanges));
     if (audioDevice().real) {
         return __real_SDL_OpenAudioDevice(name, capture, wanted, obtained, allowedChanges);
     }
@@ -32,21 +40,22 @@ SDL_AudioDeviceID __wrap_SDL_OpenAudioDevice(const char* name, int capture, cons
     if (audioDevice().obtain) {
         audioDevice().obtain(obtained);
     }
-    if (audioDevice().device == 0) {
+    if (audioDevice().device == 0 || (name && name == audioDevice().missing)) {
         SDL_SetError("no such thing");
+        return 0;
     }
     return audioDevice().device;
 }
 
 void __wrap_SDL_PauseAudioDevice(SDL_AudioDeviceID device, int pause) {
-    audioDevice().calls.push_back("pause " + std::to_string(device) + " " + std::to_string(pause));
+    note("pause " + std::to_string(device) + " " + std::to_string(pause));
     if (audioDevice().real) {
         __real_SDL_PauseAudioDevice(device, pause);
     }
 }
 
 void __wrap_SDL_CloseAudioDevice(SDL_AudioDeviceID device) {
-    audioDevice().calls.push_back("close " + std::to_string(device));
+    note("close " + std::to_string(device));
     if (audioDevice().real) {
         __real_SDL_CloseAudioDevice(device);
     }

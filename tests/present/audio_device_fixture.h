@@ -19,6 +19,7 @@ namespace kelp::test {
 struct AudioDeviceFakes {
     bool real = false;
     SDL_AudioDeviceID device = 2;
+    std::string missing;  // the name of a device that can't be opened
     SDL_AudioStatus status = SDL_AUDIO_PLAYING;
     SDL_AudioSpec wanted{};
     std::function<void(SDL_AudioSpec*)> obtain;  // changes what was obtained, a copy of what was wanted
@@ -27,7 +28,7 @@ struct AudioDeviceFakes {
     std::vector<std::string> calls;
 };
 
-// The one set of fakes of the program. Not locked: the output makes its calls one at a time.
+// The one set of fakes of the program. Not locked, but for the notes of the calls.
 AudioDeviceFakes& audioDevice();
 
 inline std::shared_ptr<AudioFrameInfo> makeFrame(const std::vector<unsigned char>& bytes) {

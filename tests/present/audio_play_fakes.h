@@ -88,6 +88,11 @@ public:
     void close() override;
     void flush() override;
     bool setVolume(float volume) override;
+    void setMuted(bool muted) override { isMuted = muted; }
+    bool setDevice(const std::string& name) override {
+        device = name;
+        return name != "missing";
+    }
     int64_t underruns() const override { return gaps; }
     bool isSilent() const override { return silent; }
 
@@ -102,6 +107,8 @@ public:
     std::function<void()> onSetVolume = [] {};        // before the value is taken
     std::function<void(bool)> onPause = [](bool) {};  // before it is recorded
     std::atomic<float> volume{-1.0f};
+    bool isMuted = false;
+    std::string device;
     std::vector<unsigned char> written;  // of the last fill
 
 private:

@@ -558,6 +558,22 @@ TEST_F(AudioPlayThreadTest, AVolumeThatComesWhileTheOutputIsMadeIsNotLost) {
     EXPECT_THAT(calls.take(), testing::Contains("volume 0.5"));
 }
 
+TEST_F(AudioPlayThreadTest, GivesTheOutputTheDeviceAndTheMuteThatWereAskedForBeforeAndWhileItIsMade) {
+    open();
+    EXPECT_TRUE(thread->setDevice("Headset"));
+    output->onInit = [&] {
+        EXPECT_EQ(output->device, "Headset");
+        EXPECT_TRUE(thread->setDevice("Hall"));
+        thread->setMuted(true);
+    };
+    peer->output(makeAudioFrame(0));
+    EXPECT_EQ(output->device, "Hall");
+    EXPECT_TRUE(output->isMuted);
+    EXPECT_FALSE(thread->setDevice("missing"));
+    thread->setMuted(false);
+    EXPECT_FALSE(output->isMuted);
+}
+
 TEST_F(AudioPlayThreadTest, AVolumeThatIsNoNumberEndsNowhereElse) {
     open();
     thread->setVolume(std::numeric_limits<float>::quiet_NaN());

@@ -157,6 +157,8 @@ constexpr Due kDue[] = {
     {kInfo, "BasePlayThread", " found\n"},
 
     {kInfo, "SDLAudioOutput", "init, ch:"},
+    {kInfo, "SDLAudioOutput", "going on with the sound device "},
+    {kWarn, "SDLAudioOutput", "the sound device "},
     {kError, "SDLAudioOutput", "Invalid sample rate or channel count!"},
     {kError, "SDLAudioOutput", "Invalid sample format!"},
     {kError, "SDLAudioOutput", "SDL_OpenAudioDevice failed! "},

@@ -15,19 +15,24 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "e2e/media.h"
 #include "kelp_player/frame_sink.h"
 #include "kelp_player/kelp_player.h"
 #include "kelp_player/log.h"
+#include "kelp_player/recorder.h"
+#include "kelp_player/statistics.h"
 #include "kelp_player/sync_clock.h"
 #include "kelp_player/tarn_player.h"
+#include "kelp_player/tracks.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -39,8 +44,25 @@ using namespace kelp;
 
 constexpr int kPlayersOfAKind = 2;
 constexpr int kHangSeconds = 120;
-constexpr std::array<const char*, 6> kFiles = {"short.mp4",  "small.mp4", "mpeg4.avi",
-                                               "vorbis.ogg", "vfr.mkv",   "text.mp4"};
+constexpr std::array<const char*, 7> kFiles = {"short.mp4", "small.mp4", "mpeg4.avi",     "vorbis.ogg",
+                                               "vfr.mkv",   "text.mp4",  "two_tracks.mkv"};
+// The engine's own options, in and out; those of a preset more often.
+constexpr std::array<std::pair<const char*, const char*>, 14> kOptions = {{
+    {"preset", "recommended"},
+    {"preset", "recommended"},
+    {"preset", "recommended"},
+    {"preset", "standard"},
+    {"timing", "exact"},
+    {"timing", "standard"},
+    {"seek", "exact"},
+    {"seek", "standard"},
+    {"no_sound_device", "silence"},
+    {"pictures", "shared"},
+    {"video_track", "none"},
+    {"video_track", "auto"},
+    {"audio_track", "1"},
+    {"audio_track", "auto"},
+}};
 
 std::atomic<int64_t> g_calls{0};
 
@@ -68,6 +90,63 @@ std::string fileOf(Random& random) {
     return test::mediaPath(kFiles.at(static_cast<size_t>(random.below(static_cast<int>(kFiles.size())))));
 }
 
+std::string recordingPath(const Recorder* recorder) {
+    const auto number = std::to_string(getpid()) + "_" + std::to_string(reinterpret_cast<uintptr_t>(recorder));
+    return (std::filesystem::temp_directory_path() / ("kelp_stress_" + number + ".mkv")).string();
+}
+
+class StressRecorder {
+public:
+    ~StressRecorder() {
+        recorder.stop();
+        std::filesystem::remove(recordingPath(&recorder));
+    }
+    Recorder recorder;
+};
+
+// What both players do alike, and what is done to a clock that one of them may follow.
+template <class Player>
+void stepOfBoth(Player& player, TarnSyncClock& clock, Recorder& recorder, Random& random) {
+    switch (random.below(10)) {
+        case 0:
+        case 1: {
+            const auto& [key, value] =
+                kOptions.at(static_cast<size_t>(random.below(static_cast<int>(kOptions.size()))));
+            player.setOption(key, value);
+            break;
+        }
+        case 2:
+            clock.pause();
+            break;
+        case 3:
+            clock.resume();
+            break;
+        case 4:
+            clock.setSpeed(random.below(9) / 4.0);
+            break;
+        case 5:
+            clock.reset(random.below(4000));
+            break;
+        case 6:
+            player.selectTrack(static_cast<TrackKind>(random.below(2)), random.below(4) - 1);
+            break;
+        case 7:
+            player.getTracks();
+            player.getStatistics();
+            break;
+        case 8:
+            player.setPacketSink(random.below(2) == 0 ? &recorder : nullptr);
+            break;
+        default:
+            if (random.below(2) == 0) {
+                recorder.start(recordingPath(&recorder));
+            } else {
+                recorder.stop();
+            }
+            break;
+    }
+}
+
 class Engine final : public KelpPlayerObserver {
 public:
     Engine() : player_(std::make_shared<KelpPlayer>()) { player_->init(this); }
@@ -89,7 +168,7 @@ public:
         KelpPlayer& player = *player_;
         Sink& sink = sinks_.at(static_cast<size_t>(random.below(2)));
         auto* handle = static_cast<ExternFrameSink*>(&sink);
-        switch (random.below(22)) {
+        switch (random.below(28)) {
             case 0:
             case 1: {
                 std::lock_guard lock(lifeMutex_);
@@ -158,9 +237,12 @@ public:
                 player.setOption("max_delay", std::to_string(random.below(1000000)).c_str());
                 player.runInWorker([] { ++g_calls; });
                 break;
-            default:
+            case 21:
                 player.removeTimer(player.addTimer(static_cast<unsigned int>(random.below(30)), random.below(2) == 0,
                                                    [] { ++g_calls; }));
+                break;
+            default:
+                stepOfBoth(player, *clock_, recorder_.recorder, random);
                 break;
         }
     }
@@ -186,6 +268,7 @@ private:
     void onDurationUpdated(std::shared_ptr<KelpPlayer>, int) override {}
 
     std::array<Sink, 2> sinks_;
+    StressRecorder recorder_;
     TarnSyncClock* clock_ = TarnSyncClock::create(0, 1000);
     std::mutex lifeMutex_;  // held through load, play and stop; guards what follows
     bool playing_ = false;
@@ -208,7 +291,7 @@ public:
         TarnPlayer& player = *player_;
         Sink& sink = sinks_.at(static_cast<size_t>(random.below(2)));
         auto* handle = static_cast<ExternFrameSink*>(&sink);
-        switch (random.below(26)) {
+        switch (random.below(32)) {
             case 0: {
                 // Resetting doesn't end playback, and a second source must not be opened before that.
                 std::lock_guard lock(lifeMutex_);
@@ -293,9 +376,12 @@ public:
                 player.setOption("retry_when_failed", std::to_string(random.below(60) - 20).c_str());
                 player.runInWorker([] { ++g_calls; });
                 break;
-            default:
+            case 25:
                 player.removeTimer(player.addTimer(static_cast<unsigned int>(random.below(30)), random.below(2) == 0,
                                                    [] { ++g_calls; }));
+                break;
+            default:
+                stepOfBoth(player, *clock_, recorder_.recorder, random);
                 break;
         }
     }
@@ -311,6 +397,7 @@ private:
     void onDurationUpdated(int) override {}
 
     std::array<Sink, 2> sinks_;
+    StressRecorder recorder_;
     TarnSyncClock* clock_ = TarnSyncClock::create(0, 1000);
     std::mutex lifeMutex_;    // held through prepareAsync and reset
     std::mutex offsetMutex_;  // held through setOffsetToClockMs

@@ -113,6 +113,7 @@ bool SeekStress::round() {
         playback_->player().addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(sink_.get()), 0, 0);
     }
     KelpPlayer& player = playback_->player();
+    player.setOption("preset", chance(50) ? "recommended" : "standard");
     player.setAVSyncMode(static_cast<SyncMasterMode>(pick(0, 2)));
     watch_.reset(file_->hasVideo);
     paused_ = false;

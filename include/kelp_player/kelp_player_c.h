@@ -6,20 +6,19 @@
 //
 // - Handles are opaque. What a `_create` returns is the host's, until the `_destroy` of the same name; null where it
 //   failed. Destroying null does nothing. No handle owns another one, and none may go while another one uses it.
-// - An int that nothing else is said of is 1 where the call did what it is for, and 0 where it didn't: then the text of
-//   `kelp_last_error`, or of the handle's own `_last_error`, says why, and so, mostly, does the log. Null for a handle
-//   or a text is such a failure, unless it says what a null means. A call without a result does nothing with a null.
+// - An int that nothing else is said of is 1 where the call did what it is for, and 0 where it didn't: then the text
+//   of `kelp_last_error`, or of the handle's own `_last_error`, says why, in the words of the log if that has the
+//   level "error". Null for a handle or a text is such a failure, unless it says what a null means. A call without a
+//   result does nothing with a null.
 // - Texts are UTF-8 and end with a zero. Those that a call is given are copied, those that a callback is given are
-// valid
-//   during the callback.
-// - A struct begins with its size, which who fills it sets: the host `sizeof` of it, before it hands the struct in or
-// has
-//   it filled; all else may be 0. So later versions can add fields at the end. A struct with size 0 is a failure.
+//   valid during the callback.
+// - A struct begins with its size, which who fills it sets: the host `sizeof` of it, before it hands the struct in
+//   or has it filled; all else may be 0. So later versions can add fields at the end. A struct with size 0 is a
+//   failure.
 // - Callbacks get the host's `user` first. They come from threads of the library, see docs/threads.md, and null ones
-// are
-//   left out. `user` and what it points at must live as long as the handle that calls, unless a `release` is taken
-//   along with it: that is called once, on any thread, when the callback never comes again, also where the call has
-//   failed. No exception and no longjmp may leave a callback.
+//   are left out. `user` and what it points at must live as long as the handle that calls, unless a `release` is
+//   taken along with it: that is called once, on any thread, when the callback never comes again, also where the
+//   call has failed. No exception and no longjmp may leave a callback.
 // - Times are milliseconds and sizes of pictures are pixels, unless it says otherwise.
 // - Numbers named in enumerations are passed as int and are the same as those of the C++ headers.
 

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "kelp_player/kelp_player_c.h"
+#include "runtime/error_line.h"
 
 // What every function of the C interface stands on: no exception gets past these, and a failure leaves its text.
 namespace kelp::c {
@@ -19,10 +20,16 @@ constexpr size_t kErrorSize = 512;
 // Why a call failed; null where it didn't.
 using Reason = const char*;
 
-constexpr Reason kRefused = "refused in the present state; the log's last error line says more";
+// Where the library's own error line isn't written, it is this.
+inline constexpr char kRefused[] = "refused; at the log's level error its last line says why";
 constexpr Reason kNoText = "a text is null";
 constexpr Reason kNoSize = "a struct is null, or its size isn't set";
 constexpr Reason kNoCallback = "the callback is null";
+
+// What a call gives that the library refuses and logs.
+constexpr Reason unless(bool done) {
+    return done ? nullptr : kRefused;
+}
 
 // A number of the C interface and the one of the C++ interface that it stands for.
 constexpr bool same(int number, int original) {
@@ -81,13 +88,16 @@ Value valueOf(const char* operation, Handle* handle, Value otherwise, Body&& bod
     return guarded(operation, errorOf(*handle), otherwise, [&] { return body(*handle); });
 }
 
-// 1 where `body`, called with the handle, has no reason to give, otherwise 0.
+// 1 where `body`, called with the handle, has no reason to give, otherwise 0. For kRefused it is what the library has
+// logged meanwhile.
 template <typename Handle, typename Body>
 int carryOut(const char* operation, Handle* handle, Body&& body) noexcept {
     return valueOf(operation, handle, 0, [&](Handle& present) {
+        ErrorLine::forget();
         const Reason reason = body(present);
         if (reason) {
-            fail(errorOf(present), operation, reason);
+            const bool logged = reason == kRefused && *ErrorLine::get() != '\0';
+            fail(errorOf(present), operation, logged ? ErrorLine::get() : reason);
         }
         return reason ? 0 : 1;
     });

@@ -69,7 +69,7 @@ int withSink(const char* operation, kelp_player* player, kelp_frame_sink* sink, 
         if (!sink) {
             return "the sink is null";
         }
-        return body(*handle.player, sink->window()) ? nullptr : kRefused;
+        return unless(body(*handle.player, sink->window()));
     });
 }
 
@@ -80,20 +80,18 @@ int kelp_player_add_window(kelp_player* player, void* window, int type, int widt
         if (type != KELP_WINDOW_TYPE_QT_WINID && type != KELP_WINDOW_TYPE_SDL) {
             return "there is no such type of window";
         }
-        return handle.player->addWindow(window, static_cast<kelp::WindowType>(type), width, height) ? nullptr
-                                                                                                    : kRefused;
+        return unless(handle.player->addWindow(window, static_cast<kelp::WindowType>(type), width, height));
     });
 }
 
 int kelp_player_remove_window(kelp_player* player, void* window) {
-    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
-        return handle.player->removeWindow(window) ? nullptr : kRefused;
-    });
+    return carryOut(__func__, player,
+                    [&](kelp_player& handle) -> Reason { return unless(handle.player->removeWindow(window)); });
 }
 
 int kelp_player_pause_window(kelp_player* player, void* window, int pause) {
     return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
-        return handle.player->pauseWindow(window, pause != 0) ? nullptr : kRefused;
+        return unless(handle.player->pauseWindow(window, pause != 0));
     });
 }
 

@@ -67,9 +67,7 @@ int kelp_muxer_open(kelp_muxer* muxer, const char* path, const kelp_muxer_video*
                 throw std::bad_alloc();
             }
         }
-        return handle.muxer.open(path, info, time_base) ? nullptr
-                                                        : "the output couldn't be opened; the log's last error line "
-                                                          "says more";
+        return unless(handle.muxer.open(path, info, time_base));
     });
 }
 
@@ -77,9 +75,7 @@ int kelp_muxer_output_frame(kelp_muxer* muxer, const uint8_t* data, unsigned int
                             int is_key_frame) {
     return carryOut(__func__, muxer, [&](kelp_muxer& handle) -> Reason {
         // It is copied there, and not written to.
-        return handle.muxer.outputFrame(const_cast<uint8_t*>(data), data_size, pts_us, is_key_frame != 0)
-                   ? nullptr
-                   : "no output is open, there is no data, or the write failed; the log's last error line says more";
+        return unless(handle.muxer.outputFrame(const_cast<uint8_t*>(data), data_size, pts_us, is_key_frame != 0));
     });
 }
 

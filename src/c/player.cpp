@@ -64,14 +64,6 @@ void kelp_player::onDurationUpdated(int durationMs) {
     tell(events_.on_duration_updated, durationMs);
 }
 
-namespace {
-
-Reason unless(bool done) {
-    return done ? nullptr : kRefused;
-}
-
-}  // namespace
-
 kelp_player* kelp_player_create(const kelp_player_events* events) {
     return made<kelp_player>(__func__, [&] {
         kelp_player_events known{};

@@ -85,7 +85,7 @@ int kelp_recorder_start(kelp_recorder* recorder, const char* path, const kelp_re
         if (known.waiting_bytes != 0) {
             given.waitingBytes = known.waiting_bytes;
         }
-        return handle.recorder.start(path, given) ? nullptr : "it records already, or no container has this ending";
+        return unless(handle.recorder.start(path, given));
     });
 }
 

@@ -57,6 +57,6 @@ int kelp_tracks_get(const kelp_tracks* tracks, size_t index, kelp_track* track) 
 
 int kelp_player_select_track(kelp_player* player, int kind, int number) {
     return carryOut(__func__, player, [&](kelp_player& handle) {
-        return handle.player->selectTrack(static_cast<kelp::TrackKind>(kind), number) ? nullptr : kRefused;
+        return unless(handle.player->selectTrack(static_cast<kelp::TrackKind>(kind), number));
     });
 }

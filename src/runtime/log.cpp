@@ -13,6 +13,7 @@
 
 #include "runtime/atomic_shared_ptr.h"
 #include "runtime/base_thread.h"
+#include "runtime/error_line.h"
 #include "runtime/kelp_time.h"
 #include "runtime/never_destroyed.h"
 
@@ -46,6 +47,9 @@ void MessageOfOneLine(const char* tag, int level, const char* format, va_list ar
     char message[kLineSize] = {};
     std::vsnprintf(message, kLineSize, format, args);
     message[kLineSize - 2] = '\n';
+    if (level == LEVEL_ERROR) {
+        ErrorLine::note(message);
+    }
     Log::Message(tag, level, "%s", message);
 }
 

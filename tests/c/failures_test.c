@@ -3,10 +3,16 @@
 #include "playback.h"
 #include "tests.h"
 
+static void swallow(void* user, const char* line) {
+    CHECK(strlen(line) > 0);
+    ++*(int*)user;
+}
+
 /* Null handles and texts, calls that don't fit, and a source that isn't there: each leaves its text. */
 void failures_test(void) {
     playback it;
     kelp_player_events events;
+    int lines = 0;
     CHECK(kelp_player_seek(NULL, 0) == 0);
     CHECK(strstr(kelp_last_error(), "kelp_player_seek: the handle is null"));
     CHECK(strcmp(kelp_player_last_error(NULL), kelp_last_error()) == 0);
@@ -36,6 +42,18 @@ void failures_test(void) {
     CHECK(kelp_player_add_frame_sink(it.player, NULL) == 0 && kelp_player_add_frame_sink(NULL, it.sink) == 0);
     CHECK(kelp_player_remove_frame_sink(it.player, NULL) == 0);
     CHECK(kelp_player_pause_frame_sink(it.player, NULL, 1) == 0);
+
+    /* In the log's words where it has some. */
+    CHECK(kelp_log_set_callback(swallow, &lines, NULL) == 1);
+    kelp_log_set_level(KELP_LOG_ERROR);
+    CHECK(kelp_player_start(it.player) == 0);
+    CHECK(strcmp(kelp_player_last_error(it.player), "kelp_player_start: start, error state:1") == 0);
+    CHECK(lines == 1);
+    kelp_log_set_level(KELP_LOG_NONE);
+    CHECK(kelp_player_start(it.player) == 0);
+    CHECK(strstr(kelp_player_last_error(it.player), "kelp_player_start: refused; at the log's level error"));
+    CHECK(lines == 1);
+    CHECK(kelp_log_set_callback(NULL, NULL, NULL) == 1);
 
     playback_begin(&it, path_in(media_folder, "missing.mp4"));
     tally_wait(&it.told, FAILED, 1);

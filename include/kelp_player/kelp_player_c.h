@@ -46,6 +46,8 @@ extern "C" {
 typedef struct kelp_player kelp_player;
 // All tracks of a source.
 typedef struct kelp_tracks kelp_tracks;
+// The names of the sound devices.
+typedef struct kelp_audio_devices kelp_audio_devices;
 // Takes pictures in place of a window.
 typedef struct kelp_frame_sink kelp_frame_sink;
 // Takes packets as they are read: the host's own, or a recorder's.
@@ -227,6 +229,26 @@ KELP_C_API int kelp_player_set_volume(kelp_player* player, float volume);
 
 // How fast the sound is played, above 0, 1.0 being its own tempo; the pitch stays.
 KELP_C_API int kelp_player_set_speed(kelp_player* player, float speed);
+
+// Silence, unless `muted` is 0, while the volume stays what it is; at any time, and for the playbacks to come.
+KELP_C_API int kelp_player_set_mute(kelp_player* player, int muted);
+
+// 1 while it is silent by that; 0 for null.
+KELP_C_API int kelp_player_is_muted(kelp_player* player);
+
+// The sound devices that there are by now, for the option "audio_device"; none before the first player and on a machine
+// without one. Not from a sink: the sound system may be asked. The host frees them with `kelp_audio_devices_free`. Null
+// without memory.
+KELP_C_API kelp_audio_devices* kelp_get_audio_devices(void);
+
+// Frees the names. Null is allowed.
+KELP_C_API void kelp_audio_devices_free(kelp_audio_devices* devices);
+
+// How many there are; 0 for null.
+KELP_C_API size_t kelp_audio_devices_count(const kelp_audio_devices* devices);
+
+// The name at `index`, from 0 on, valid as long as the names; null beyond them and for null.
+KELP_C_API const char* kelp_audio_devices_name(const kelp_audio_devices* devices, size_t index);
 
 // Whether hardware decoders are tried, and of which kinds, KELP_HW_DECODE; from the next start on.
 KELP_C_API int kelp_player_enable_hw_decoder(kelp_player* player, int enable, int mode);

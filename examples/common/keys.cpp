@@ -39,6 +39,8 @@ KeyCommand commandOf(const SDL_Keysym& key) {
             return {Command::NextSound};
         case SDLK_v:
             return {Command::NextVideo};
+        case SDLK_s:
+            return {Command::SaveSnapshot};
         case SDLK_i:
             return {Command::ShowStatistics};
         default:

@@ -18,6 +18,7 @@ enum class Command {
     SeekToEnd,
     NextSound,
     NextVideo,
+    SaveSnapshot,
     ShowStatistics
 };
 

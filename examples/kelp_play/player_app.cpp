@@ -9,6 +9,7 @@
 
 #include "kelp_player/log.h"
 #include "machine.h"
+#include "snapshot_file.h"
 #include "source_problem.h"
 #include "statistics_text.h"
 #include "window.h"
@@ -190,6 +191,10 @@ void PlayerApp::handleEvent(const SDL_Event& event) {
         } else if (command.command == Command::ShowStatistics) {
             progress_.finish();
             std::fputs(textOf(player_->getStatistics()).c_str(), stdout);
+        } else if (command.command == Command::SaveSnapshot) {
+            const std::string file = saveSnapshot(*player_, options_.file);
+            progress_.finish();
+            std::printf("%s\n", file.empty() ? "no picture was saved" : file.c_str());
         } else if (playing_) {
             control_.carryOut(command);
         }

@@ -130,6 +130,7 @@ void MainWindow::makeActions() {
         url_->setFocus(Qt::ShortcutFocusReason);
         url_->selectAll();
     });
+    makeAction(file, tr("&Save picture…"), {QKeySequence::Save}, [this] { chooseSnapshot(); });
     file->addSeparator();
     makeAction(file, tr("&Quit"), {Qt::CTRL | Qt::Key_Q}, [this] { close(); });
 
@@ -232,7 +233,6 @@ void MainWindow::connectPlayer() {
 // [embed] Windows: the native handle and its size in device pixels, again when the size has changed
 void MainWindow::connectPicture(VideoArea* area) {
     VideoSurface* const surface = area->surface();
-    connect(&player_, &PlayerController::pictureSizeChanged, area, &VideoArea::setPictureSize);
     connect(surface, &VideoSurface::resized, this, [this, surface] {
         if (surface->isVisible() && !closing_) {
             player_.showIn(surface->winId(), surface->pixelSize());
@@ -355,6 +355,15 @@ void MainWindow::chooseFile() {
         folder_ = QFileInfo(path).path();
         open(path);
     });
+    dialog->open();
+}
+
+void MainWindow::chooseSnapshot() {
+    auto* const dialog = new QFileDialog(this, tr("Save the picture"), folder_, tr("PNG files (*.png)"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setAcceptMode(QFileDialog::AcceptSave);
+    dialog->setDefaultSuffix(QStringLiteral("png"));
+    connect(dialog, &QFileDialog::fileSelected, &player_, &PlayerController::saveSnapshot);
     dialog->open();
 }
 

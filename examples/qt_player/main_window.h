@@ -56,6 +56,7 @@ private:
     void showHint(const QString& title, const QString& text);
     void showPicture(bool shown);
     void chooseFile();
+    void chooseSnapshot();
     void openUrl();
     void useSecondWindow(bool shown);
     void setFullScreen(bool fullScreen);

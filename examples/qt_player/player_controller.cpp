@@ -1,5 +1,6 @@
 #include "player_controller.h"
 
+#include <QFile>
 #include <QMetaObject>
 #include <future>
 #include <string>
@@ -278,6 +279,15 @@ void PlayerController::selectTrack(kelp::TrackKind kind, int number) {
     });
 }
 
+void PlayerController::saveSnapshot(const QString& path) {
+    command([this, path](kelp::TarnPlayer& player) {
+        const bool isSaved = player.takeSnapshot(QFile::encodeName(path).constData());
+        report([this, path, isSaved] {
+            emit happened(isSaved ? tr("Saved %1").arg(path) : tr("There is no picture, or it can't be written there"));
+        });
+    });
+}
+
 void PlayerController::reportTracks(kelp::TarnPlayer& player) {
     for (const kelp::TrackKind kind : {kelp::TRACK_KIND_VIDEO, kelp::TRACK_KIND_AUDIO}) {
         report(ifUpToDate([this, kind, entries = trackMenu(player, kind)] { emit tracksChanged(kind, entries); }));
@@ -317,9 +327,6 @@ void PlayerController::connectEvents() {
         command([this](kelp::TarnPlayer& player) { reportTracks(player); });
         emit opened(info);
         emit durationChanged(durationMs_);
-        if (info.hasVideo) {
-            emit pictureSizeChanged({info.width, info.height});
-        }
     });
     connect(&events_, &PlayerEvents::started, this, [this] {
         if (!isUpToDate()) {
@@ -330,11 +337,6 @@ void PlayerController::connectEvents() {
         emit happened(tr("Playing %1").arg(source_));
         if (const int startAtMs = std::exchange(startAtMs_, 0); startAtMs > 0) {
             seek(startAtMs);
-        }
-    });
-    connect(&events_, &PlayerEvents::videoSizeUpdated, this, [this](int width, int height, int rotate) {
-        if (isUpToDate() && width > 0 && height > 0) {
-            emit pictureSizeChanged(rotate % 180 == 0 ? QSize(width, height) : QSize(height, width));
         }
     });
     connect(&events_, &PlayerEvents::firstFrame, this, [this](bool isVideo, int ptsMs) {

@@ -52,6 +52,8 @@ public:
     void setHardwareDecoding(bool enabled);
     // Plays another track of the source, by the number of its entry. The answer is `tracksChanged`.
     void selectTrack(kelp::TrackKind kind, int number);
+    // Writes the picture that is shown into a PNG file.
+    void saveSnapshot(const QString& path);
     // 0 for no retry.
     void setRetryInterval(int ms);
     // One of the words of KelpPlayer's option "log_level".
@@ -70,8 +72,6 @@ signals:
     void opened(const SourceInfo& info);
     // The tracks of a kind to choose from; none when there is no source.
     void tracksChanged(kelp::TrackKind kind, const std::vector<TrackEntry>& entries);
-    // As it is to be seen, that is, turned.
-    void pictureSizeChanged(QSize size);
     void timeChanged(int timeMs);
     void durationChanged(int durationMs);
     // The source can't be played: what happened, and why, as far as the log knows.

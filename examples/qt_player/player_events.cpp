@@ -18,10 +18,6 @@ void PlayerEvents::onStarted() {
 }
 // [embed end]
 
-void PlayerEvents::onVideoSizeUpdated(int width, int height, int rotate) {
-    emit videoSizeUpdated(width, height, rotate);
-}
-
 void PlayerEvents::onFailed(int errorType) {
     emit failed(errorType);
 }

@@ -28,7 +28,7 @@ public:
     // From any thread. Each playback begins at full volume, so this is set again whenever one has begun.
     void setVolume(float volume) { volume_ = volume; }
 
-    void onVideoSizeUpdated(int width, int height, int rotate) override;
+    void onVideoSizeUpdated(int, int, int) override {}
     void onPrepared(bool hasVideo, bool hasAudio) override;
     void onStarted() override;
     void onFailed(int errorType) override;
@@ -38,7 +38,6 @@ public:
     void onDurationUpdated(int durationMs) override;
 
 signals:
-    void videoSizeUpdated(int width, int height, int rotate);
     void prepared(const SourceInfo& info);
     void started();
     void failed(int errorType);

@@ -16,11 +16,6 @@ VideoArea::VideoArea(QWidget* parent) : QWidget(parent), frame_(new QWidget(this
     connect(surface_, &VideoSurface::pointerMoved, this, &VideoArea::pointerMoved);
 }
 
-void VideoArea::setPictureSize(QSize size) {
-    pictureSize_ = size;
-    placePicture();
-}
-
 void VideoArea::setPictureShown(bool shown) {
     frame_->setVisible(shown);
 }
@@ -51,7 +46,8 @@ void VideoArea::paintEvent(QPaintEvent* /*event*/) {
 }
 
 void VideoArea::resizeEvent(QResizeEvent* /*event*/) {
-    placePicture();
+    frame_->setGeometry(rect());
+    surface_->setGeometry(frame_->rect());
 }
 
 void VideoArea::mouseDoubleClickEvent(QMouseEvent* /*event*/) {
@@ -60,10 +56,4 @@ void VideoArea::mouseDoubleClickEvent(QMouseEvent* /*event*/) {
 
 void VideoArea::mouseMoveEvent(QMouseEvent* /*event*/) {
     emit pointerMoved();
-}
-
-void VideoArea::placePicture() {
-    const QSize size = pictureSize_.scaled(this->size(), Qt::KeepAspectRatio).expandedTo({2, 2});
-    frame_->setGeometry((width() - size.width()) / 2, (height() - size.height()) / 2, size.width(), size.height());
-    surface_->setGeometry(frame_->rect());
 }

@@ -268,6 +268,16 @@ public:
     // waits for none of them, and takes less than a microsecond.
     Statistics getStatistics();
 
+    // Writes the picture that is shown into the file at `path`, as PNG: in its own size, the pixels square and turned
+    // as it is seen, in the colours that its range and matrix stand for. It is the last one that was brought to all
+    // windows and sinks, or would have been without any; also while halted. A screen that was cleared is black.
+    //
+    // On the caller's thread, which takes some tenths of a second for a large picture; playback isn't held up. From any
+    // thread at any time. False, and a line in the log says why, where no picture has been shown since `play`, behind
+    // `stop`, and if the file can't be written. Where a sink writes into pictures that it was given before, the file
+    // may have a part of that.
+    bool takeSnapshot(const char* path);
+
     // Plays another track of the source in place of the one of this kind, TRACK_KIND_VIDEO or TRACK_KIND_AUDIO, that is
     // played; from `play` to `stop`, also while halted. Nothing is loaded anew, and no event comes but
     // onVideoSizeUpdated. True says that the request was taken, and `getTracks` calls the track played from here on;

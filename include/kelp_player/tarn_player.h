@@ -96,9 +96,9 @@ protected:
 // [TarnPlayer] "seek, error state:2", with the operation and the number of the state, see PlayerStates; `setVolume`
 // without the line.
 //
-// An ExternFrameSink and a KelpSyncClock may call `getTracks`, `getStatistics`, `runInWorker`, `addTimer` and
-// `removeTimer` alone: they run on threads of the player, which another thread's `stop` waits for under the lock. A log
-// callback may call nothing.
+// An ExternFrameSink and a KelpSyncClock may call `getTracks`, `getStatistics`, `takeSnapshot`, `runInWorker`,
+// `addTimer` and `removeTimer` alone: they run on threads of the player, which another thread's `stop` waits for under
+// the lock. A log callback may call nothing.
 class KELP_PLAYER_API TarnPlayer {
 public:
     // Makes a player in the idle state. The caller owns it. Null if SDL can't be started, see KelpPlayer::init; the
@@ -157,6 +157,10 @@ public:
 
     // How the playback goes, see KelpPlayer; in any state, and with the restarts of the player. Doesn't take the lock.
     Statistics getStatistics();
+
+    // Writes the picture that is shown into a PNG file, see KelpPlayer; also the one that stands while a source is
+    // started again. Doesn't take the lock.
+    bool takeSnapshot(const char* path);
 
     // Plays another track, see KelpPlayer. Started, paused or completed only. A restart keeps it, as if the option
     // "video_track" or "audio_track" had been set, which stays for the next source too.

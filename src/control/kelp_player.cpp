@@ -240,6 +240,14 @@ void KelpPlayer::clearScreen() {
     playTask_->clearScreen();
 }
 
+bool KelpPlayer::takeSnapshot(const char* path) {
+    if (!path) {
+        Log::Error(kTag, "takeSnapshot, no path\n");
+        return false;
+    }
+    return playTask_->takeSnapshot(path);
+}
+
 void KelpPlayer::enableHwDecoder(bool enable, HwDecodeMode mode) {
     playTask_->enableHwDecoder(enable, mode);
 }

@@ -258,11 +258,15 @@ std::vector<Track> TarnPlayer::getTracks() {
     return player_->getTracks();
 }
 
-// Nor this one.
+// Nor these.
 Statistics TarnPlayer::getStatistics() {
     Statistics statistics = player_->getStatistics();
     statistics.restarts = source_->restarts();
     return statistics;
+}
+
+bool TarnPlayer::takeSnapshot(const char* path) {
+    return player_->takeSnapshot(path);
 }
 
 bool TarnPlayer::selectTrack(TrackKind kind, int number) {

@@ -25,6 +25,11 @@ public:
     // rounded down.
     void layOutIn(unsigned char* block);
 
+    // The picture of `frame` as it is now, for a reader on another thread, without a copy of its bytes: fields and
+    // memory stay whatever its owner does to the frame, and the memory isn't given back to a pool before. Not its
+    // times. Null if there is no memory.
+    static std::shared_ptr<const VideoFrameInfo> share(std::shared_ptr<VideoFrameInfo> frame);
+
     PixFormat pixFormat = PIX_FMT_YUV420P;
     int32_t colorRange = 0;    // 0 not stated, 1 limited, 2 full
     int32_t colorSpace = 0;    // 0 not stated, 1 BT.709, 2 BT.601

@@ -5,6 +5,7 @@
 
 #include "kelp_player/kelp_player.h"
 #include "kelp_player/log.h"
+#include "present/snapshot.h"
 
 // The plain commands and the choice of the clock. Starting and stopping, events and seeks have sources of their own.
 
@@ -209,6 +210,16 @@ bool PlayTask::pauseWindow(void* handle, bool pause) {
 
 void PlayTask::clearScreen() {
     withWindows([&](VideoPlayThread& pictures) { pictures.clearScreen(); });
+}
+
+bool PlayTask::takeSnapshot(const std::string& path) {
+    for (const auto& pictures : {pictureThread(), standingThread_.load()}) {
+        if (const auto picture = pictures ? pictures->lendPicture() : nullptr) {
+            return writeSnapshot(*picture, path);
+        }
+    }
+    Log::Warn(kTag, "takeSnapshot, there is no picture\n");
+    return false;
 }
 
 void PlayTask::enableHwDecoder(bool enable, HwDecodeMode mode) {

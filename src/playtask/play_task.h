@@ -117,6 +117,8 @@ public:
     void updateWindowSize(void* handle, int width, int height);
     bool pauseWindow(void* handle, bool pause);
     void clearScreen();
+    // Writes the shown picture into a PNG file. False, with a line in the log, if there is none or that can't be done.
+    bool takeSnapshot(const std::string& path);
 
     // For the next `play`.
     void enableHwDecoder(bool enable, HwDecodeMode mode);

@@ -15,10 +15,10 @@ int scaled(int64_t length, int64_t part, int64_t whole) {
 
 }  // namespace
 
-bool isOnItsSide(int rotate) {
-    constexpr int kHalfTurn = 180;
-    const int angle = (rotate % kHalfTurn + kHalfTurn) % kHalfTurn;
-    return angle > 45 && angle < 135;
+int quarterTurns(int rotate) {
+    constexpr int kTurn = 360;
+    constexpr int kQuarter = 90;
+    return ((rotate % kTurn + kTurn) % kTurn + kQuarter / 2) / kQuarter % 4;
 }
 
 FittedRectangle FittedRectangle::of(const VideoFrameInfo& frame, int outputWidth, int outputHeight) {

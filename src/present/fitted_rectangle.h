@@ -4,9 +4,13 @@
 
 namespace kelp {
 
-// Whether a picture that is turned by this angle, in degrees, lies on its side. Angles between count as the nearest
-// quarter.
-bool isOnItsSide(int rotate);
+// The clockwise quarters of a turn, 0 to 3, that are nearest to this angle, in degrees.
+int quarterTurns(int rotate);
+
+// Whether a picture that is turned by this angle lies on its side, or nearly.
+inline bool isOnItsSide(int rotate) {
+    return quarterTurns(rotate) % 2 != 0;
+}
 
 // Where a picture is seen on an output, if it keeps its ratio: as large as can be, centred, upright edges on whole
 // pixels. Its ratio is that of its size, of its pixels, and of its rotation. All in pixels of the output.

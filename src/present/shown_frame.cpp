@@ -29,14 +29,14 @@ void blank(FrameBuffer& buffer, int32_t width, int32_t height) {
     std::memset(buffer.data + luma, kNoColor, static_cast<size_t>(chroma));
 }
 
-// Moves the picture out of the decoder's memory, which others read, into the block that is returned, for its buffer.
-std::shared_ptr<FrameBuffer> moveIntoOwnBlock(VideoFrameInfo& frame) {
+// Moves the picture out of memory that others read.
+void moveIntoOwnBlock(VideoFrameInfo& frame) {
     auto block = std::make_shared<FrameBuffer>();
     block->size = static_cast<unsigned int>(frame.width * frame.height * 3 / 2);
     block->data = new unsigned char[block->size]();
     frame.layOutIn(block->data);
+    frame.buffer = std::move(block);
     frame.decoderMemory = {};
-    return block;
 }
 
 }  // namespace
@@ -44,9 +44,23 @@ std::shared_ptr<FrameBuffer> moveIntoOwnBlock(VideoFrameInfo& frame) {
 // A picture that is shown again keeps its id, and with it the requests to blank it.
 void ShownFrame::set(const std::shared_ptr<VideoFrameInfo>& frame) {
     if (frame != frame_) {
-        frame_ = frame;
+        auto before = frame;  // and its block goes back behind the lock
+        {
+            std::lock_guard lock(mutex_);
+            frame_.swap(before);
+            isLent_ = false;
+        }
         id_.store(id_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     }
+}
+
+std::shared_ptr<const VideoFrameInfo> ShownFrame::lend() {
+    std::lock_guard lock(mutex_);
+    if (!frame_ || frame_->pixFormat == PIX_FMT_PACKET) {
+        return nullptr;
+    }
+    isLent_ = true;
+    return VideoFrameInfo::share(frame_);
 }
 
 void ShownFrame::requestBlank() {
@@ -72,14 +86,19 @@ void ShownFrame::carryOutBlanks(std::unique_lock<std::mutex> lock) {
         return;
     }
     const uint64_t count = request_.exchange(0, std::memory_order_relaxed) & kCountMask;
-    const auto block = frame_->decoderMemory[0] ? moveIntoOwnBlock(*frame_) : frame_->buffer;
-    if (block) {
-        blank(*block, frame_->width, frame_->height);
+    {
+        std::lock_guard own(mutex_);
+        if (frame_->decoderMemory[0] || (isLent_ && frame_->buffer)) {
+            moveIntoOwnBlock(*frame_);
+            isLent_ = false;
+        }
+        if (frame_->buffer) {
+            blank(*frame_->buffer, frame_->width, frame_->height);
+        }
     }
     if (lock.mutex()) {
         lock.lock();
     }
-    frame_->buffer = block;
     frame_->pts = wrappingSubtract(frame_->pts, static_cast<int64_t>(count));
 }
 

@@ -86,6 +86,9 @@ public:
     // How the pictures lie in the windows, from the next drawing on.
     void setFit(PictureFit fit);
 
+    // The picture that was brought to all windows and sinks last, as it is; null if there is none. Any thread.
+    std::shared_ptr<const VideoFrameInfo> lendPicture() { return lastFrame_.lend(); }
+
     // Turns the picture on the screen black from its next drawing on. Waits for nothing.
     void clearScreen();
 

@@ -147,6 +147,9 @@ void KelpPlayer::setPacketSink(ExternPacketSink* sink) {
 Statistics KelpPlayer::getStatistics() {
     return engine().statistics;
 }
+bool KelpPlayer::takeSnapshot(const char* path) {
+    return noteAndAnswer("takeSnapshot", path ? path : "none");
+}
 bool KelpPlayer::selectTrack(TrackKind kind, int number) {
     return noteAndAnswer("selectTrack", text(kind) + ", " + text(number));
 }

@@ -379,6 +379,16 @@ TEST_F(TarnPlayerTest, PassesOverAHostThatDoesNotListen) {
     EXPECT_EQ(state(), PLAYER_STATE_ERROR);
 }
 
+TEST_F(TarnPlayerTest, TakesASnapshotWithoutItsLock) {
+    reach(PLAYER_STATE_STARTED);
+    bool taken = false;
+    engine().inStop = [&] { taken = player_->takeSnapshot("picture.png"); };
+    EXPECT_TRUE(player_->stop());
+    engine().inStop = nullptr;
+    EXPECT_TRUE(taken);
+    EXPECT_THAT(engine().calls, Contains("takeSnapshot(picture.png)"));
+}
+
 TEST_F(TarnPlayerTest, TellsTheStatisticsWithoutItsLock) {
     reach(PLAYER_STATE_STARTED);
     engine().statistics.video.shown = 25;

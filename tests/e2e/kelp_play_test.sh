@@ -185,7 +185,7 @@ shows() { last_line | grep -qE "$1"; }
 # Nobody manages the windows of this screen: keys go to the one that has been given the focus. It bears the file's name
 # from when it is not made anew any more.
 start() { # ARGS...
-    timeout 180 "$program" "$@" "$media/long.mp4" >"$scratch/out" 2>"$scratch/err" </dev/null &
+    (cd "$scratch" && exec timeout 180 "$program" "$@" "$media/long.mp4") >"$scratch/out" 2>"$scratch/err" </dev/null &
     player=$!
     xdotool mousemove 700 450
     wait_for "$* doesn't start" between 1 20
@@ -243,6 +243,10 @@ wait_for "three seconds before the end" between 176 178
 statistics() { grep -qE '^video 0: h264 by h264, [0-9]+x[0-9]+, ' "$scratch/out" && grep -q '^sound 1: aac by aac, ' "$scratch/out"; }
 xdotool key i
 wait_for "no statistics" statistics
+# It stands where the program was started.
+xdotool key s
+saved() { [ "$(cd "$scratch" && ffprobe -v error -show_entries stream=codec_name -of csv=p=0 long-*.png)" = png ]; }
+wait_for "no picture was saved" saved
 quit
 
 # With the other masters the program takes a clock of its own that keeps the speed.

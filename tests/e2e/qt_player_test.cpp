@@ -6,6 +6,7 @@
 #include <QComboBox>
 #include <QDoubleSpinBox>
 #include <QDropEvent>
+#include <QFileDialog>
 #include <QFileInfo>
 #include <QLabel>
 #include <QLineEdit>
@@ -55,6 +56,7 @@ private slots:
     void startsAgainAtItsPositionWhenHardwareDecodingIsSwitched();
     void takesAnotherMaster();
     void playsAnotherTrackFromTheMenu();
+    void savesThePicture();
     void stopsAndPlaysAgain();
     void goesOnFromTheEnd();
     void saysWhyAFileCantBePlayed();
@@ -223,25 +225,28 @@ void QtPlayerTest::keepsTheShapeOfADroppedFilesPicture() {
     QApplication::sendEvent(window_.get(), &drop);
     EVENTUALLY(player().isOpen());
     // Turned upright, as high as there is room: the first bar is on top, the last one at the bottom.
-    const VideoSurface* const surface = area()->surface();
-    EVENTUALLY(surface->height() == area()->height() && std::abs(surface->width() - surface->height() * 9 / 16) <= 2);
     const auto near = [](QRgb pixel, int red, int green, int blue) {
         return std::abs(qRed(pixel) - red) < 12 && std::abs(qGreen(pixel) - green) < 12 &&
                std::abs(qBlue(pixel) - blue) < 12;
     };
     const auto isUpright = [&] {
-        const QImage image = shown(area());
+        const QImage whole = shown(area());
+        const int width = whole.height() * 9 / 16;
+        const int left = (whole.width() - width) / 2;
+        const QImage image = whole.copy(left, 0, width, whole.height());
         const int x = image.width() * 3 / 4;
         return near(image.pixel(x, image.height() / 14), 191, 191, 191) &&
                near(image.pixel(x, image.height() * 3 / 14), 191, 191, 0) &&
                near(image.pixel(x, image.height() - 6), 0, 0, 191) &&
-               near(image.pixel(image.width() - 3, 3), 191, 191, 191);
+               near(image.pixel(image.width() - 3, 3), 191, 191, 191) &&
+               near(whole.pixel(left - 3, image.height() / 2), 0, 0, 0) &&
+               near(whole.pixel(left + width + 3, image.height() / 2), 0, 0, 0);
     };
     EVENTUALLY(isUpright());
     // Also in another size of the window.
     const QSize size = window_->size();
     window_->resize(700, 500);
-    EVENTUALLY(window_->size() == QSize(700, 500) && surface->height() == area()->height());
+    EVENTUALLY(window_->size() == QSize(700, 500) && area()->surface()->size() == area()->size());
     EVENTUALLY(isUpright());
     window_->resize(size);
     EVENTUALLY(window_->size() == size && isUpright());
@@ -347,6 +352,21 @@ void QtPlayerTest::playsAnotherTrackFromTheMenu() {
     EVENTUALLY(isPicture(shown(area())));
     open("clicks.mp4");
     EVENTUALLY(find<QMenu>("soundTracks")->actions().size() == 1);
+}
+
+void QtPlayerTest::savesThePicture() {
+    open("bars_narrow.mp4");
+    const QString path = folder_.filePath(QStringLiteral("picture"));
+    for (QAction* const action : window_->actions()) {
+        if (action->shortcut() == QKeySequence(QKeySequence::Save)) {
+            action->trigger();
+        }
+    }
+    auto* const dialog = window_->findChild<QFileDialog*>();
+    QVERIFY(dialog);
+    dialog->selectFile(path);
+    QMetaObject::invokeMethod(dialog, "accept");
+    EVENTUALLY(QImage(path + QStringLiteral(".png")).size() == QSize(640, 720));
 }
 
 void QtPlayerTest::stopsAndPlaysAgain() {

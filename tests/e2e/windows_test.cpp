@@ -7,6 +7,8 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -192,6 +194,31 @@ TEST_F(Windows, KeepTheRatioOfThePictureAndOfItsPixelsIfThatIsWanted) {
     expectBars(0, 0, 320, 600);
     player().setOption("preset", "recommended");
     expectBars(0, 120, 320, 360);
+}
+
+TEST_F(Windows, AreNotNeededForASnapshot) {
+    const TempFolder folder;
+    const std::string path = folder.path("bars.png");
+    play("bars_narrow.mp4");
+    EXPECT_FALSE(player().takeSnapshot(path.c_str()));
+    ASSERT_TRUE(player().play());
+    for (int i = 0; i < 2000 && !player().takeSnapshot(path.c_str()); ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    // As high as it is seen.
+    runFFmpeg("-i " + path + " -f rawvideo -pix_fmt rgb24 " + folder.path("raw"));
+    std::ifstream file(folder.path("raw"), std::ios::binary);
+    const std::string pixels((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    ASSERT_EQ(pixels.size(), size_t{640} * 720 * 3);
+    for (size_t bar = 0; bar < kBars.size(); ++bar) {
+        const auto* const pixel =
+            reinterpret_cast<const uint8_t*>(&pixels[(size_t{100} * 640 + 640 * (2 * bar + 1) / 14) * 3]);
+        EXPECT_NEAR(pixel[0], kBars.at(bar)[0], 4) << "bar " << bar;
+        EXPECT_NEAR(pixel[1], kBars.at(bar)[1], 4) << "bar " << bar;
+        EXPECT_NEAR(pixel[2], kBars.at(bar)[2], 4) << "bar " << bar;
+    }
+    player().stop();
+    EXPECT_FALSE(player().takeSnapshot(path.c_str()));
 }
 
 TEST_F(Windows, ShowThePictureTogetherAndPauseByThemselves) {

@@ -109,11 +109,23 @@ TEST(FittedRectangle, LeavesAtLeastAPixelOfAnyPicture) {
 }
 
 TEST(FittedRectangle, TakesTheNearestQuarterOfATurn) {
-    for (const int rotate : {0, 45, 135, 180, 200, 360, -180, -30}) {
-        EXPECT_FALSE(isOnItsSide(rotate)) << rotate;
-    }
-    for (const int rotate : {46, 90, 134, 270, 300, -90, -270}) {
-        EXPECT_TRUE(isOnItsSide(rotate)) << rotate;
+    for (const auto& [rotate, quarters] : {std::pair{0, 0},
+                                           {44, 0},
+                                           {45, 1},
+                                           {90, 1},
+                                           {134, 1},
+                                           {135, 2},
+                                           {180, 2},
+                                           {270, 3},
+                                           {315, 0},
+                                           {360, 0},
+                                           {450, 1},
+                                           {-90, 3},
+                                           {-180, 2},
+                                           {-270, 1},
+                                           {-30, 0}}) {
+        EXPECT_EQ(quarterTurns(rotate), quarters) << rotate;
+        EXPECT_EQ(isOnItsSide(rotate), quarters % 2 == 1) << rotate;
     }
 }
 

@@ -238,6 +238,53 @@ TEST_F(VideoPlayThreadClearScreen, BlanksAPictureOfTheDecodersInABlockOfItsOwn) 
     av_buffer_unref(&memory);
 }
 
+TEST_F(VideoPlayThreadClearScreen, SparesAPictureThatWasLent) {
+    EXPECT_EQ(thread.lendPicture(), nullptr);
+    std::vector<std::shared_ptr<FrameBuffer>> pool;
+    auto frame = makePicture(1000);
+    frame->freeBuffer = [&](std::shared_ptr<FrameBuffer> block) { pool.push_back(std::move(block)); };
+    frame->rotate = 90;
+    frame->pixelWidth = 2;
+    const auto before = blockOf(*frame);
+    output(frame);
+    auto lent = thread.lendPicture();
+    ASSERT_TRUE(lent);
+    EXPECT_EQ(lent->rotate, 90);
+    EXPECT_EQ(lent->pixelWidth, 2);
+    thread.clearScreen();
+    Peer::idle(thread);
+    EXPECT_EQ(blockOf(*frame), blockWith(16 * 8, 0, 128));
+    EXPECT_EQ(frame->data[0], frame->buffer->data);
+    EXPECT_EQ(blockOf(*lent), before);
+    EXPECT_EQ(lent->data[0], lent->buffer->data);
+    EXPECT_EQ(lent->linesize[1], 8);
+    // The next look is at the black one, which is blanked again in a block that nobody else has.
+    const auto black = thread.lendPicture();
+    EXPECT_EQ(blockOf(*black), blockWith(16 * 8, 0, 128));
+    thread.clearScreen();
+    Peer::idle(thread);
+    EXPECT_EQ(blockOf(*black), blockWith(16 * 8, 0, 128));
+    EXPECT_NE(black->buffer, frame->buffer);
+    EXPECT_EQ(frame->pts, 998);
+    EXPECT_THAT(pool, IsEmpty());
+}
+
+TEST_F(VideoPlayThreadClearScreen, KeepsTheBlockOfALentPictureOutOfItsPool) {
+    std::vector<std::shared_ptr<FrameBuffer>> pool;
+    auto frame = makePicture(0);
+    frame->freeBuffer = [&](std::shared_ptr<FrameBuffer> block) { pool.push_back(std::move(block)); };
+    const auto* const block = frame->buffer.get();
+    output(frame);
+    frame.reset();
+    auto lent = thread.lendPicture();
+    output(40);
+    output(80);
+    EXPECT_THAT(pool, IsEmpty());
+    lent.reset();
+    ASSERT_EQ(pool.size(), 1U);
+    EXPECT_EQ(pool[0].get(), block);
+}
+
 TEST_F(VideoPlayThreadClearScreen, LowersTheTimeOfAPassThroughFrameOnly) {
     const auto frame = makePacketPicture(40, "bytes");
     const auto before = blockOf(*frame);
@@ -246,6 +293,7 @@ TEST_F(VideoPlayThreadClearScreen, LowersTheTimeOfAPassThroughFrameOnly) {
     Peer::idle(thread);
     EXPECT_EQ(blockOf(*frame), before);
     EXPECT_EQ(frame->pts, 39);
+    EXPECT_EQ(thread.lendPicture(), nullptr);
 }
 
 TEST_F(VideoPlayThreadClearScreen, SkipsTheBlackPictureOfAPauseIfMoreIsQueuedOnResume) {

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <future>
 #include <map>
 #include <thread>
@@ -12,6 +13,7 @@
 namespace kelp {
 namespace {
 
+using test::blockOf;
 using test::FakeTime;
 using test::handle;
 using test::kStart;
@@ -51,6 +53,25 @@ TEST_F(VideoPlayThreadThreads, TakeQueuedFramesToTheWindowsInOrder) {
     thread.stop();
     EXPECT_EQ(renders.countCalls("1 close"), 1);
     EXPECT_EQ(renders.calls().back(), "1 gone");
+}
+
+TEST_F(VideoPlayThreadThreads, LendPicturesThatNobodyWritesTo) {
+    fill({0, 40, 80});
+    ASSERT_TRUE(thread.start(25));
+    ASSERT_TRUE(renders.waitForPicture(0));
+    const auto reader = std::async(std::launch::async, [this] {
+        for (int i = 0; i < 300; ++i) {
+            if (const auto lent = thread.lendPicture()) {
+                const auto bytes = blockOf(*lent);
+                EXPECT_EQ(std::count(bytes.begin(), bytes.end(), bytes.front()), 16 * 8) << "partly black";
+            }
+        }
+    });
+    for (int i = 0; i < 300; ++i) {
+        thread.clearScreen();
+        std::this_thread::yield();
+    }
+    reader.wait();
 }
 
 TEST_F(VideoPlayThreadThreads, StartWithTheFrameRateKnownSoFar) {

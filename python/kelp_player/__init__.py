@@ -10,9 +10,11 @@
 numpy only for arrays.
 """
 
+from ._headless import headless
 from ._native import decoded as _decoded
 from ._native import lib as _lib
 from .clock import Clock, HostClock, get_sample_correction_percent_max, set_sample_correction_percent_max
+from .devices import audio_devices
 from .errors import Closed, FailureKind, KelpPlayerError, PlaybackFailed, Refused
 from .events import (
     Completed,
@@ -83,8 +85,10 @@ __all__ = [
     "VideoSizeUpdated",
     "VideoStatistics",
     "WindowType",
+    "audio_devices",
     "get_log_level",
     "get_sample_correction_percent_max",
+    "headless",
     "log_to",
     "set_log_callback",
     "set_log_level",

@@ -35,19 +35,20 @@ class Board:
             for kind in kinds or tuple(self._seen):
                 self._seen.pop(kind, None)
 
-    def has(self, kind: Type[Event]) -> bool:
+    def get(self, kind: Type[E]) -> Optional[E]:
         with self._changed:
-            return kind in self._seen
+            event = self._seen.get(kind)
+        return event if isinstance(event, kind) else None
 
     def wait_for(self, kind: Type[E], timeout: Optional[float]) -> E:
         """The newest event of ``kind``, there already or to come."""
         with self._changed:
             self._changed.wait_for(lambda: self._closed or kind in self._seen or Failed in self._seen, timeout)
-            event = self._seen.get(kind)
-            if isinstance(event, kind):
+            event = self.get(kind)
+            if event is not None:
                 return event
-            failed = self._seen.get(Failed)
-            if isinstance(failed, Failed):
+            failed = self.get(Failed)
+            if failed is not None:
                 raise PlaybackFailed(failed.kind, failed.reason)
             if self._closed:
                 raise Closed("the player was closed")
@@ -86,3 +87,12 @@ class Events(Iterator[Event]):
             self.put(None)
             raise StopIteration
         return event
+
+    def poll(self) -> Iterator[Event]:
+        """Those that have come by now, for a host with a loop of its own."""
+        while not self._queue.empty():
+            event = self._queue.get()
+            if event is None:
+                self.put(None)
+                return
+            yield event

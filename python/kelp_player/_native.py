@@ -271,6 +271,7 @@ _declare(
     player_destroy=[_handle],
     frame_sink_destroy=[_handle],
     tracks_free=[_handle],
+    audio_devices_free=[_handle],
     packet_sink_destroy=[_handle],
     recorder_destroy=[_handle],
     clock_destroy=[_handle],
@@ -284,6 +285,7 @@ _declare(
     player_create=[POINTER(kelp_player_events)],
     frame_sink_create=[POINTER(kelp_frame_sink_calls)],
     player_get_tracks=[_handle],
+    get_audio_devices=[],
     packet_sink_create=[POINTER(kelp_packet_sink_calls)],
     recorder_create=[POINTER(kelp_recorder_events)],
     recorder_get_sink=[_handle],
@@ -296,6 +298,7 @@ _declare(
 _declare(
     c_char_p,
     version=[],
+    audio_devices_name=[_handle, c_size_t],
     last_error=[],
     player_last_error=[_handle],
     recorder_last_error=[_handle],
@@ -304,7 +307,7 @@ _declare(
     udp_sender_last_error=[_handle],
 )
 _declare(c_int64, player_get_info=[_handle, c_int], clock_get_time_ms=[_handle])
-_declare(c_size_t, tracks_count=[_handle])
+_declare(c_size_t, tracks_count=[_handle], audio_devices_count=[_handle])
 _declare(c_uint, player_add_timer=[_handle, c_uint, c_int, call_type, c_void_p, call_type])
 _declare(
     c_int,
@@ -323,6 +326,8 @@ _declare(
     player_get_duration=[_handle],
     player_set_volume=[_handle, c_float],
     player_set_speed=[_handle, c_float],
+    player_set_mute=[_handle, c_int],
+    player_is_muted=[_handle],
     player_enable_hw_decoder=[_handle, c_int, c_int],
     player_set_sync_master=[_handle, c_int],
     player_set_option=[_handle, c_char_p, c_char_p],

@@ -250,9 +250,9 @@ class Player(Closable):
         return int(self._native.call(lib.kelp_player_get_info, info))
 
     @property
-    def has_completed(self) -> bool:
-        """The source has been played to its end, and no seek came since."""
-        return self._board.has(Completed)
+    def ended(self) -> Union[Completed, Failed, None]:
+        """How it has ended: played to the end, with no seek since, or failed; None while neither is so."""
+        return self._board.get(Failed) or self._board.get(Completed)
 
     def set_volume(self, volume: float) -> None:
         """A linear factor, 1.0 again after each start. Raises Refused out of playback and without sound."""
@@ -261,6 +261,15 @@ class Player(Closable):
     def set_speed(self, speed: float) -> None:
         """How fast the sound is played, above 0; the pitch stays. Pictures follow with the option ``timing``."""
         self._call(lib.kelp_player_set_speed, speed)
+
+    @property
+    def muted(self) -> bool:
+        """Silence while the volume stays what it is; at any time, and for the playbacks to come."""
+        return bool(self._native.call(lib.kelp_player_is_muted))
+
+    @muted.setter
+    def muted(self, muted: bool) -> None:
+        self._call(lib.kelp_player_set_mute, muted)
 
     def set_option(self, key: str, value: object) -> None:
         """Sets an option, see docs/options.md. A value that isn't one is a line in the log and changes nothing."""

@@ -69,7 +69,7 @@ class FrameReader(Iterator[Picture]):
 
     def seek(self, time_ms: int) -> Picture:
         """The picture that is on at ``time_ms``; behind the end the last one. Reading goes on behind it."""
-        if self._player.has_completed:  # a seek plays again: that it stands is to be asked for behind
+        if self._player.ended:  # a seek plays again: that it stands is to be asked for behind
             self._player.seek(time_ms)
         self._box.keep_newest(True)
         self._player.pause()

@@ -43,7 +43,7 @@ def test_a_thousand_players_that_are_dropped_leave_nothing() -> None:
     def drop(count: int) -> None:
         for number in range(count):
             player = Player(log_level="none")
-            player.on(Completed, lambda event, player=player: player.seek(0))  # a cycle
+            player.on(Completed, lambda event, again=player.seek: again(0))  # a cycle
             player.run_in_worker(lambda: None)
             if number % 50 == 0:
                 player.add_frame_sink(lambda picture: None)

@@ -309,8 +309,8 @@ typedef struct kelp_frame {
 } kelp_frame;
 
 // What a frame sink does. Both come on the player's video thread, which they hold up; all that may be called from there
-// is `kelp_player_get_tracks`, `kelp_player_get_statistics`, `kelp_player_run_in_worker`, `kelp_player_add_timer` and
-// `kelp_player_remove_timer`.
+// is `kelp_player_get_tracks`, `kelp_player_get_statistics`, `kelp_player_take_snapshot`, `kelp_player_run_in_worker`,
+// `kelp_player_add_timer` and `kelp_player_remove_timer`.
 typedef struct kelp_frame_sink_calls {
     size_t size;  // sizeof(kelp_frame_sink_calls)
     void* user;   // handed to each
@@ -335,6 +335,10 @@ KELP_C_API int kelp_player_remove_frame_sink(kelp_player* player, kelp_frame_sin
 
 // A frame sink gets no picture while `pause` isn't 0; for the running playback only.
 KELP_C_API int kelp_player_pause_frame_sink(kelp_player* player, kelp_frame_sink* sink, int pause);
+
+// Writes the picture that is shown into a PNG file, in its own size, as it is seen; from any thread at any time, and
+// from a sink. 0 where none has been shown since the start, and if the file can't be written.
+KELP_C_API int kelp_player_take_snapshot(kelp_player* player, const char* path);
 
 // ---- Tracks ----
 

@@ -430,6 +430,10 @@ class Player(Closable):
         check(self._native.call(lib.kelp_player_get_statistics, ctypes.byref(raw)))
         return read_statistics(raw)
 
+    def take_snapshot(self, path: Text) -> None:
+        """Writes the picture that is shown into a PNG file; from any thread at any time, and from a sink."""
+        check(self._native.call(lib.kelp_player_take_snapshot, encoded(path)))
+
     # ---- Packets, clocks ----
 
     def set_packet_sink(self, sink: Optional[PacketSink]) -> None:

@@ -160,6 +160,11 @@ int kelp_player_set_sync_master(kelp_player* player, int master) {
     });
 }
 
+int kelp_player_take_snapshot(kelp_player* player, const char* path) {
+    return carryOut(__func__, player,
+                    [&](kelp_player& handle) { return path ? unless(handle.player->takeSnapshot(path)) : kNoText; });
+}
+
 int kelp_player_set_option(kelp_player* player, const char* key, const char* value) {
     return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
         if (!key || !value) {

@@ -15,6 +15,7 @@ void recorder_test(void);
 void clock_test(void);
 void log_test(void);
 void muxer_test(void);
+void snapshot_test(void);
 void sound_test(void);
 void udp_test(void);
 void udp_failure_test(void);

@@ -315,6 +315,16 @@ def test_another_sound_is_selected_while_it_plays() -> None:
             player.select_track(TrackKind.AUDIO, 99)
 
 
+def test_the_shown_picture_becomes_a_file(tmp_path: Any) -> None:
+    with Player(media("short.mp4"), **OPTIONS) as player:
+        with pytest.raises(Refused):
+            player.take_snapshot(tmp_path / "shown.png")
+        player.play()
+        player.wait()
+        player.take_snapshot(tmp_path / "shown.png")
+    assert (tmp_path / "shown.png").read_bytes().startswith(b"\x89PNG")
+
+
 def test_sound_is_muted_and_devices_have_names() -> None:
     with Player(**OPTIONS) as player:
         assert not player.muted

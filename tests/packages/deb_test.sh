@@ -70,7 +70,6 @@ run /consumer/by_pkg_config /consumer/media
 say "hosts in C"
 run sh -c 'cmake -S /c_consumer -B /c_consumer/build >/c_consumer/log 2>&1 && cmake --build /c_consumer/build >>/c_consumer/log 2>&1' ||
     { cat "$root/c_consumer/log"; exit 1; }
-run /c_consumer/build/c_consumer /consumer/media
 run sh -c 'gcc -std=c99 -Wall -Wextra -pedantic -Werror /c_consumer/main.c $(pkg-config --cflags --libs kelp_player) -pthread -o /c_consumer/by_pkg_config'
 run /c_consumer/by_pkg_config /consumer/media
 

@@ -21,6 +21,12 @@ constexpr int kPlanes = 3;
 constexpr uint8_t kNoColor = 128;  // of a chroma sample
 constexpr int kMaxKeepMs = 100;
 
+// SDL's windows are in a list of the process, which two players' threads must not change at the same time.
+std::mutex& windowsMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
 // Where a turned picture goes before SDL turns it about the centre: it keeps its aspect ratio, and it is centred in
 // the output. `width` and `height` are the picture's.
 SDL_Rect turnedRect(int64_t width, int64_t height, int64_t outputWidth, int64_t outputHeight) {
@@ -94,6 +100,7 @@ SDLRender::~SDLRender() {
 bool SDLRender::init(WindowType type, void* window, int width, int height, int /*fps*/) {
     freeSdlStorageAtThreadEnd();
     std::lock_guard lock(mutex_);
+    std::lock_guard windows(windowsMutex());
     windowType_ = type;
     if (type == WINDOW_TYPE_QT_WINID) {
         Log::Info(kTag, "window type is QT winid, start create window:%p, %dx%d\n", window, width, height);
@@ -193,6 +200,7 @@ void SDLRender::leave() {
 }
 
 void SDLRender::freeAll() {
+    std::lock_guard windows(windowsMutex());
     // The texture goes first: the renderer would take it along and leave the pointer to freed memory.
     dropTexture();
     if (renderer_) {

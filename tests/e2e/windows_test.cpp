@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -194,6 +195,68 @@ TEST_F(Windows, KeepTheRatioOfThePictureAndOfItsPixelsIfThatIsWanted) {
     expectBars(0, 0, 320, 600);
     player().setOption("preset", "recommended");
     expectBars(0, 120, 320, 360);
+}
+
+TEST_F(Windows, OfThreeShapesKeepFourRatios) {
+    struct Film {
+        const char* name;
+        double ratio;
+        bool isTurned = false;
+    };
+    constexpr std::array kFilms = {Film{"bars_wide.mp4", 2.35}, Film{"bars.mp4", 16.0 / 9},
+                                   Film{"bars_narrow.mp4", 8.0 / 9}, Film{"bars_rotated.mp4", 9.0 / 16, true}};
+    struct Shape {
+        int y, width, height;
+    };
+    constexpr std::array kShapes = {Shape{10, 300, 130}, Shape{150, 200, 200}, Shape{360, 110, 220}};
+    constexpr int kColumn = 310;
+    constexpr int kMargin = 4;  // of an edge, whose pixels may be mixed
+    screen_.createWindow(0, 0, 4 * kColumn + 10, 590);
+    std::vector<std::unique_ptr<Playback>> playbacks;
+    for (size_t i = 0; i < kFilms.size(); ++i) {
+        playbacks.push_back(std::make_unique<Playback>());
+        KelpPlayer& player = playbacks.back()->player();
+        player.setOption("preset", "recommended");
+        for (const Shape& shape : kShapes) {
+            const auto window =
+                screen_.createWindow(10 + static_cast<int>(i) * kColumn, shape.y, shape.width, shape.height);
+            player.addWindow(WINDOW_TYPE_QT_WINID, handleOf(window), shape.width, shape.height);
+        }
+        ASSERT_TRUE(playbacks.back()->open(mediaPath(kFilms.at(i).name)));
+        ASSERT_TRUE(player.play());
+    }
+    for (size_t i = 0; i < kFilms.size(); ++i) {
+        const Film& film = kFilms.at(i);
+        for (const Shape& shape : kShapes) {
+            SCOPED_TRACE(std::string(film.name) + " in " + std::to_string(shape.width) + "x" +
+                         std::to_string(shape.height));
+            const int width = std::min(shape.width, static_cast<int>(shape.height * film.ratio));
+            const int height = std::min(shape.height, static_cast<int>(shape.width / film.ratio));
+            const int left = 10 + static_cast<int>(i) * kColumn + (shape.width - width) / 2;
+            const int top = shape.y + (shape.height - height) / 2;
+            const int right = left + width - 1;
+            const int bottom = top + height - 1;
+            // The first bar is on the left, or on top; where they begin is above, or on the right.
+            EXPECT_TRUE(
+                screen_.waitForPixel(right - kMargin, top + kMargin, film.isTurned ? kBars.front() : kBars.back()));
+            EXPECT_TRUE(film.isTurned ? screen_.waitForPixel(right - kMargin, bottom - kMargin, kBars.back())
+                                      : screen_.waitForPixel(left + kMargin, top + kMargin, kBars.front()));
+            if (shape.width > width + 2 * kMargin) {
+                EXPECT_TRUE(screen_.waitForPixel(left - kMargin, top + height / 2, kBlack));
+                EXPECT_TRUE(screen_.waitForPixel(right + kMargin, top + height / 2, kBlack));
+            }
+            if (shape.height > height + 2 * kMargin) {
+                EXPECT_TRUE(screen_.waitForPixel(left + width / 2, top - kMargin, kBlack));
+                EXPECT_TRUE(screen_.waitForPixel(left + width / 2, bottom + kMargin, kBlack));
+            }
+        }
+    }
+    // Not a part of the test: the picture of the documents.
+    if (const char* path = std::getenv("KELP_SCREENSHOT")) {
+        const auto bytes = screen_.grab(0, 0, 4 * kColumn + 10, 590);
+        std::ofstream(path, std::ios::binary) << "P6 " << 4 * kColumn + 10 << " 590 255\n"
+                                              << std::string(bytes.begin(), bytes.end());
+    }
 }
 
 TEST_F(Windows, AreNotNeededForASnapshot) {

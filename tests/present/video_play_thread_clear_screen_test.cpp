@@ -240,9 +240,9 @@ TEST_F(VideoPlayThreadClearScreen, BlanksAPictureOfTheDecodersInABlockOfItsOwn) 
 
 TEST_F(VideoPlayThreadClearScreen, SparesAPictureThatWasLent) {
     EXPECT_EQ(thread.lendPicture(), nullptr);
-    std::vector<std::shared_ptr<FrameBuffer>> pool;
+    const auto pool = std::make_shared<std::vector<std::shared_ptr<FrameBuffer>>>();  // until the last frame has gone
     auto frame = makePicture(1000);
-    frame->freeBuffer = [&](std::shared_ptr<FrameBuffer> block) { pool.push_back(std::move(block)); };
+    frame->freeBuffer = [pool](std::shared_ptr<FrameBuffer> block) { pool->push_back(std::move(block)); };
     frame->rotate = 90;
     frame->pixelWidth = 2;
     const auto before = blockOf(*frame);
@@ -266,23 +266,23 @@ TEST_F(VideoPlayThreadClearScreen, SparesAPictureThatWasLent) {
     EXPECT_EQ(blockOf(*black), blockWith(16 * 8, 0, 128));
     EXPECT_NE(black->buffer, frame->buffer);
     EXPECT_EQ(frame->pts, 998);
-    EXPECT_THAT(pool, IsEmpty());
+    EXPECT_THAT(*pool, IsEmpty());
 }
 
 TEST_F(VideoPlayThreadClearScreen, KeepsTheBlockOfALentPictureOutOfItsPool) {
-    std::vector<std::shared_ptr<FrameBuffer>> pool;
+    const auto pool = std::make_shared<std::vector<std::shared_ptr<FrameBuffer>>>();  // until the last frame has gone
     auto frame = makePicture(0);
-    frame->freeBuffer = [&](std::shared_ptr<FrameBuffer> block) { pool.push_back(std::move(block)); };
+    frame->freeBuffer = [pool](std::shared_ptr<FrameBuffer> block) { pool->push_back(std::move(block)); };
     const auto* const block = frame->buffer.get();
     output(frame);
     frame.reset();
     auto lent = thread.lendPicture();
     output(40);
     output(80);
-    EXPECT_THAT(pool, IsEmpty());
+    EXPECT_THAT(*pool, IsEmpty());
     lent.reset();
-    ASSERT_EQ(pool.size(), 1U);
-    EXPECT_EQ(pool[0].get(), block);
+    ASSERT_EQ(pool->size(), 1U);
+    EXPECT_EQ(pool->front().get(), block);
 }
 
 TEST_F(VideoPlayThreadClearScreen, LowersTheTimeOfAPassThroughFrameOnly) {

@@ -1,4 +1,4 @@
-/* A host in C with nothing but the library: plays a file into a frame sink and says how many pictures came. */
+/* A host in C with nothing but the library: plays a file into a frame sink until ten pictures have come. */
 #define _DEFAULT_SOURCE
 #include <kelp_player/kelp_player_c.h>
 #include <pthread.h>
@@ -31,7 +31,9 @@ static void on_failed(void* user, kelp_player* player, int failure) {
 
 static void on_frame(void* user, const kelp_frame* frame) {
     int64_t* const last = user;
-    pictures += frame->pts_ms != *last;
+    if (frame->pts_ms != *last && ++pictures == 10) {
+        set_result(0);
+    }
     *last = frame->pts_ms;
 }
 
@@ -66,5 +68,5 @@ int main(int argc, char** argv) {
     kelp_player_destroy(player);
     kelp_frame_sink_destroy(sink);
     printf("%d pictures, by version %s\n", pictures, kelp_version());
-    return result != 0 || pictures == 0;
+    return result != 0 || pictures < 10;
 }

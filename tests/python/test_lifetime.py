@@ -116,27 +116,45 @@ def test_a_clock_outlives_many_players_without_growing() -> None:
         assert not clock._native.detaches
 
 
-def test_calls_of_other_threads_are_waited_for() -> None:
-    for _ in range(20):
-        player = Player(media("short.mp4"), **OPTIONS)
-        player.play()
+def test_an_object_ends_when_the_calls_of_other_threads_have_returned() -> None:
+    class Owner:
+        pass
 
-        def ask() -> None:
-            try:
-                while True:
-                    player.statistics
-                    player.position_ms
-            except kelp_player.Closed:
-                pass
+    steps: List[str] = []
+    called, goes_on, wakes = threading.Event(), threading.Event(), threading.Event()
 
-        askers = [threading.Thread(target=ask) for _ in range(3)]
-        for asker in askers:
-            asker.start()
-        time.sleep(0.002)
-        player.close()
-        for asker in askers:
-            asker.join(LONG)
-            assert not asker.is_alive()
+    def call(handle: int) -> None:
+        called.set()
+        assert goes_on.wait(LONG)
+        steps.append(f"call {handle}")
+
+    owner = Owner()
+    native = _lifetime.Native(owner, 7, lambda handle: steps.append(f"end {handle}"))
+    native.wakes.append(wakes.set)
+    caller = threading.Thread(target=native.call, args=(call,))
+    caller.start()
+    assert called.wait(LONG)
+    ender = threading.Thread(target=native.close)
+    ender.start()
+    assert wakes.wait(LONG)
+    with pytest.raises(kelp_player.Closed):
+        native.call(call)
+    goes_on.set()
+    ender.join()
+    caller.join()
+    assert steps == ["call 7", "end 7"]
+
+
+def test_an_object_that_is_dropped_is_ended_by_another_thread() -> None:
+    class Owner:
+        pass
+
+    threads: List[int] = []
+    owner = Owner()
+    _lifetime.Native(owner, 7, lambda handle: threads.append(threading.get_ident()))
+    del owner
+    eventually(lambda: threads)
+    assert threads != [threading.get_ident()]
 
 
 def test_who_waits_is_told_of_the_end() -> None:
@@ -168,6 +186,10 @@ player.on(Event, lambda event: None)
 player.add_frame_sink(lambda picture: None, repaints=True)
 player.add_timer(1, lambda: None)
 frames = player.frames()
+class Slow:
+    def __del__(self, sleep=time.sleep):
+        sleep(0.3)  # the interpreter is about to go, and callbacks would come
+sys.slow = Slow()
 receiver = UdpReceiver(lambda data: None)
 player.play()
 player.wait_for(FirstVideoFrame, 60)
@@ -183,17 +205,20 @@ def test_a_recording_is_complete_when_the_interpreter_ends(tmp_path: pathlib.Pat
     code, text = python(
         HEAD
         + """
+class Told(Recorder):
+    def on_file_ended(self, path, duration_ms):
+        print("complete:", path)
 player = Player(sys.argv[1], preset="recommended", log_level="none")
-recorder = Recorder()
+recorder = Told()
 player.set_recorder(recorder)
 recorder.start(sys.argv[2])
 player.play()
 player.wait_for(FirstVideoFrame, 60)
 """,
-        media("small.mp4"),
+        media("numbers.mp4"),  # which isn't read to its end so soon
         path,
     )
-    assert code == 0, text
+    assert code == 0 and f"complete: {path}\n" in text, text
     with kelp_player.FrameReader(path, timeout=LONG, log_level="none") as film:
         assert film.duration_ms > 0
         next(film)

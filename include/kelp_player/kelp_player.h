@@ -226,6 +226,16 @@ public:
     // and playback goes on from what is read next, or from the target if that is later.
     bool seek(int seekTimeMs);
 
+    // While paused, shows the picture that lies `pictures` behind the one that is shown, or before it if negative: the
+    // last one, or the first, where there are fewer. It comes by itself, soon: forward in the time of a decoding, back
+    // in that of a seek at most. Calls that come meanwhile add up. `getCurrentTime` is the time of the picture that is
+    // shown. A step has no events, nor has what goes on behind it: a `resume` plays on from the picture that is shown,
+    // with the sound from there, and drops the steps that weren't made yet, as a `seek` does.
+    //
+    // False where nothing that has pictures is paused, and for a step back in a source that can't seek, with a Warn
+    // line of PlayTask: "stepFrame, REASON".
+    bool stepFrame(int pictures);
+
     // How fast the sound is played, 1.0 being its own tempo; the pitch stays. Above 0, in force from the next block of
     // sound on, and kept for the playbacks to come. Pictures follow if sound is the master or a host's clock that runs
     // at the same speed, see setAVSyncMode.

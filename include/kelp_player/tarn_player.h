@@ -136,6 +136,9 @@ public:
     // state playback begins again. Prepared, started, paused or completed only; false also if the source can't seek.
     bool seek(int timeMs);
 
+    // Shows another picture of those next to the one that is shown, see KelpPlayer. Paused only.
+    bool stepFrame(int pictures);
+
     // Ends playback and gives up a restart that is due. False when there is nothing to stop: idle or initialized.
     bool stop();
 

@@ -163,6 +163,10 @@ bool KelpPlayer::seek(int seekTimeMs) {
     return playTask_->seek(seekTimeMs);
 }
 
+bool KelpPlayer::stepFrame(int pictures) {
+    return playTask_->stepFrame(pictures);
+}
+
 void KelpPlayer::setSpeed(float speed) {
     playTask_->setSpeed(speed);
 }

@@ -202,6 +202,11 @@ bool TarnPlayer::seek(int timeMs) {
     return player_->seek(target);
 }
 
+bool TarnPlayer::stepFrame(int pictures) {
+    std::lock_guard lock(mutex_);
+    return isIn(PLAYER_STATE_PAUSED, "stepFrame") && player_->stepFrame(pictures);
+}
+
 bool TarnPlayer::stop() {
     std::lock_guard lock(mutex_);
     source_->hostActed();

@@ -79,6 +79,8 @@ void PlayTask::raise(EventType type, int a, int b, int c) {
 
 bool PlayTask::pause() {
     Log::Debug(kTag, "%s\n", "pause");
+    std::lock_guard lock(pauseMutex_);
+    resume_ = Resume::None;
     if (const auto clock = masterClock_.load()) {
         clock->save(-1);
     }
@@ -87,6 +89,15 @@ bool PlayTask::pause() {
 
 bool PlayTask::resume() {
     Log::Debug(kTag, "%s\n", "resume");
+    if (hasStepped_.exchange(false) && seekBehindSteps()) {
+        return true;
+    }
+    std::lock_guard lock(pauseMutex_);
+    return resumeStages();
+}
+
+bool PlayTask::resumeStages() {
+    resume_ = Resume::None;
     if (const auto clock = masterClock_.load()) {
         clock->restore();
     }
@@ -135,7 +146,8 @@ void PlayTask::setMute(bool muted) {
 }
 
 int PlayTask::getCurrentTime() {
-    if (const auto target = seekTurns_.target()) {
+    // A step is at the picture that is shown until the next one is.
+    if (const auto target = seekTurns_.target(); target && seekFor_ != SeekFor::Step) {
         return *target;
     }
     const auto videoPlay = videoPlayThread_.load();

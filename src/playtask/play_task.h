@@ -94,6 +94,10 @@ public:
     // ended, and only the last of those that wait is carried out. False only if the source can't seek.
     bool seek(int seekTimeMs);
 
+    // While paused, shows the picture that lies so many behind the one shown, or before it if negative. False, and a
+    // line in the log, if there is no pause, or no way back.
+    bool stepFrame(int pictures);
+
     void setSpeed(float speed);
     bool setVolume(float volume);
     // Silence, whatever the volume is, and back; also for the playbacks to come.
@@ -165,7 +169,7 @@ private:
     void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
     void onPlaybackCompleted() override;
     void onPlayFailed() override;
-    bool isPictureAwaited() override { return videoPlayThread_.load() && seekTurns_.isFrameAwaited(); }
+    bool isPictureAwaited() override { return videoPlayThread_.load() && (seekTurns_.isFrameAwaited() || hasStepped_); }
 
     // From the video decode thread; seeks without flush from the thread that runs `seek`. The buffers' `alloc` calls,
     // here and below, let std::bad_alloc out.
@@ -191,6 +195,9 @@ private:
     // From the play threads, at the very first frame and at the end of each seek, then with their queue mutex held.
     void onFirstVideoFrame(int64_t framePtsMs) override;
     void onFirstAudioFrame(int64_t framePtsMs) override;
+    void onStepped(int64_t pts) override;
+    void onStepSeek(int seekTimeMs) override;
+    bool isSeekUnderWay() override { return !seekTurns_.isIdle(); }
     // Room for the parser, and for the decode threads. From whoever took the frames, with no lock of a play thread
     // held.
     void onPacketTaken();
@@ -216,7 +223,9 @@ private:
     // The same, but what is in force from a load on as it was at this one, and a low delay for a live source alone.
     PlaybackOptions optionsToPlay();
 
+    // pauseMutex_ is held, in both.
     bool pauseStages(bool paused);
+    bool resumeStages();
     // Has the sound play on the wanted device, or want `before` again.
     void changeAudioDevice(const std::string& before);
 
@@ -254,6 +263,9 @@ private:
 
     // The levels of a seek, from the nearest to the farthest place that holds the target; seekRunMutex_ is held.
     bool startSeek(int seekTimeMs);
+    // The host is told of its own seeks alone.
+    enum class SeekFor { Host, Step, Resume };
+    bool startSeek(int seekTimeMs, SeekRule rule, SeekFor seekFor);
     void logSeek(int seekTimeMs) const;
     int clampToDuration(int seekTimeMs) const;
     bool seekInFrameQueues(int seekTimeMs);
@@ -261,6 +273,17 @@ private:
     // The first two in one for an exact seek, which runs until its first frame as any other. Nothing that plays at the
     // target may be gone, and the sound is asked as well.
     bool seekInQueues(int seekTimeMs);
+
+    // Goes on behind a step, unless that was given up.
+    void seekForStep(int seekTimeMs);
+    // Brings all to the picture that steps have led to, and goes on from there. False if it isn't on its way.
+    bool seekBehindSteps();
+    // A seek is over, and none is next.
+    void resumeBehindSeek();
+    void dropSteps();
+
+    // Whether the host is told of the first packet and frames that come now.
+    bool isHostSeek() const { return seekFor_ == SeekFor::Host && !hasStepped_; }
 
     // At an end of the input: whether it is to be told. If not, what waits goes on.
     bool endSeeks(bool (SeekTurns::*ending)());
@@ -276,6 +299,7 @@ private:
     void updateSyncObject();
 
     static constexpr const char* kTag = "PlayTask";
+    static constexpr int kStepsBackMs = 250;  // how far steps go back at most among the pictures that are there
 
     // Set by `init`, for good.
     EventCallback eventCallback_;
@@ -346,8 +370,15 @@ private:
     std::mutex settingMutex_;
 
     SeekTurns seekTurns_{SeekRule::Standard};
-    std::mutex seekRunMutex_;  // held through a seek on the control side: one at a time
-    bool isRead_ = false;      // between `play` and `stop`; guarded by seekRunMutex_
+    // Held while the stages are paused or resumed, so that what the host asked for last is in force.
+    std::mutex pauseMutex_;
+    // Whether the end of a seek is that of the pause: one that has begun, or is about to begin and may end before.
+    enum class Resume { None, Starting, Over, BehindSeek };
+    Resume resume_ = Resume::None;                 // guarded by pauseMutex_
+    std::mutex seekRunMutex_;                      // held through a seek on the control side: one at a time
+    std::atomic<SeekFor> seekFor_{SeekFor::Host};  // the seek that went last; written under seekRunMutex_
+    std::atomic<bool> hasStepped_{false};          // since the last seek of the host's, or resume
+    bool isRead_ = false;                          // between `play` and `stop`; guarded by seekRunMutex_
     // Video and sound, in place of those of the load; -1 for none.
     std::array<std::atomic<int>, 2> selectedTracks_{-1, -1};
 

@@ -20,7 +20,9 @@ void PlayTask::onFirstPakcet(std::shared_ptr<MediaPacket> packet) {
     }
     Log::Info(kTag, "%s, packet.info: %s\n", "onFirstPakcet", packet->toString().c_str());
     const int64_t ptsMs = ticksToMs(packet->pts, packet->timeBaseNum, packet->timeBaseDen);
-    raise(EVENT_FIRST_PACKET, static_cast<int>(ptsMs), 0, 0);
+    if (isHostSeek()) {
+        raise(EVENT_FIRST_PACKET, static_cast<int>(ptsMs), 0, 0);
+    }
 }
 
 int PlayTask::onAudioPakcet(std::shared_ptr<AudioPacket> packet) {
@@ -125,6 +127,8 @@ void PlayTask::onVideoDecodeNoMoreFrame() {
     seekTurns_.noMoreFrame();
     if (const auto next = seekTurns_.newest()) {
         postReplay(*next);
+    } else {
+        resumeBehindSeek();
     }
 }
 
@@ -155,7 +159,9 @@ int PlayTask::onSpeedUpSamples() {
 
 void PlayTask::onFirstVideoFrame(int64_t framePtsMs) {
     Log::Info(kTag, "%s, framePtsMs:%lld\n", "onFirstVideoFrame", static_cast<long long>(framePtsMs));
-    raise(EVENT_FIRST_VIDEO_FRAME, static_cast<int>(framePtsMs), 0, 0);
+    if (isHostSeek()) {
+        raise(EVENT_FIRST_VIDEO_FRAME, static_cast<int>(framePtsMs), 0, 0);
+    }
     if (!coverPlayThread_.load()) {
         finishSeek(framePtsMs);
     }
@@ -163,7 +169,9 @@ void PlayTask::onFirstVideoFrame(int64_t framePtsMs) {
 
 void PlayTask::onFirstAudioFrame(int64_t framePtsMs) {
     Log::Info(kTag, "%s, framePtsMs:%lld\n", "onFirstAudioFrame", static_cast<long long>(framePtsMs));
-    raise(EVENT_FIRST_AUDIO_FRAME, static_cast<int>(framePtsMs), 0, 0);
+    if (isHostSeek()) {
+        raise(EVENT_FIRST_AUDIO_FRAME, static_cast<int>(framePtsMs), 0, 0);
+    }
     // Video, where there is any, has the say over the clock and the seek.
     if (!videoPlayThread_.load()) {
         finishSeek(framePtsMs);

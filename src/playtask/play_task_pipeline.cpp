@@ -278,6 +278,12 @@ bool PlayTask::end(WindowList::Leaving leaving) {
 
     durationMs_ = playDetailWidth_ = playDetailHeight_ = playDetailRotate_ = playDetailFps_ = 0;
     seekTurns_.forget();
+    seekFor_ = SeekFor::Host;
+    hasStepped_ = false;
+    {
+        std::lock_guard lock(pauseMutex_);
+        resume_ = Resume::None;
+    }
 
     // All threads have ended, so no frame comes back behind this.
     pixPool_.clear();

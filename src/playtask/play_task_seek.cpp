@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "kelp_player/log.h"
 #include "playtask/play_task.h"
 
@@ -7,6 +9,9 @@ namespace kelp {
 
 bool PlayTask::seek(int seekTimeMs) {
     logSeek(seekTimeMs);
+    if (hasStepped_.exchange(false)) {
+        dropSteps();
+    }
     // One that only waits isn't held up by the one that is on its way to the stages.
     if (seekable_ && seekTurns_.park(clampToDuration(seekTimeMs))) {
         return true;
@@ -20,15 +25,18 @@ void PlayTask::logSeek(int seekTimeMs) const {
 }
 
 bool PlayTask::startSeek(int seekTimeMs) {
+    return startSeek(clampToDuration(seekTimeMs), options().seekRule, SeekFor::Host);
+}
+
+bool PlayTask::startSeek(int seekTimeMs, SeekRule rule, SeekFor seekFor) {
     if (!seekable_) {
         return false;
     }
-    seekTimeMs = clampToDuration(seekTimeMs);
-    const SeekRule rule = options().seekRule;
     seekTurns_.setRule(rule);
     if (seekTurns_.request(seekTimeMs)) {
         return true;
     }
+    seekFor_ = seekFor;
     if (rule == SeekRule::Standard && seekInFrameQueues(seekTimeMs)) {
         seekTurns_.served();
         return true;
@@ -151,7 +159,8 @@ void PlayTask::onAudioDecodeSeek(int seekTimeMs, bool flush) {
     }
     if (const auto audioPlay = audioPlayThread_.load()) {
         audioPlay->setSeekRule(seekTurns_.rule());
-        audioPlay->seek(seekTimeMs, flush);
+        // From where a step back among the pictures that are there may lead.
+        audioPlay->seek(seekFor_ == SeekFor::Step ? std::max(seekTimeMs - kStepsBackMs, 0) : seekTimeMs, flush);
     }
 }
 
@@ -161,6 +170,8 @@ void PlayTask::finishSeek(int64_t framePtsMs) {
     }
     if (const auto next = seekTurns_.firstFrame()) {
         postReplay(*next);
+    } else {
+        resumeBehindSeek();
     }
 }
 
@@ -168,6 +179,8 @@ bool PlayTask::endSeeks(bool (SeekTurns::*ending)()) {
     const bool isTold = (seekTurns_.*ending)();
     if (const auto next = seekTurns_.newest()) {
         postReplay(*next);
+    } else {
+        resumeBehindSeek();
     }
     return isTold;
 }

@@ -68,6 +68,8 @@ public:
     int64_t positionAt(int64_t framePtsMs) const;
     // Of the running seek. Takes no lock.
     std::optional<int> target() const;
+    // Whether none runs and none is due. Takes no lock.
+    bool isIdle() const { return phase_ == Phase::Idle; }
 
 private:
     friend class PlayTaskPeer;  // lets tests hold an end of a seek and a request apart
@@ -85,11 +87,11 @@ private:
     mutable std::mutex mutex_;  // guards what follows
     SeekRule rule_;             // of the seek that went last
     SeekRule nextRule_;
-    Phase phase_ = Phase::Idle;
-    int newestMs_ = 0;                  // the last that waits
-    int waiting_ = 0;                   // how many; the same time twice in a row counts once
-    unsigned int turn_ = 0;             // a replay of an older one is void
-    std::atomic<int> targetMs_{kNone};  // of the running seek; written under mutex_
+    std::atomic<Phase> phase_{Phase::Idle};  // written under mutex_
+    int newestMs_ = 0;                       // the last that waits
+    int waiting_ = 0;                        // how many; the same time twice in a row counts once
+    unsigned int turn_ = 0;                  // a replay of an older one is void
+    std::atomic<int> targetMs_{kNone};       // of the running seek; written under mutex_
 };
 
 }  // namespace kelp

@@ -36,13 +36,16 @@ void BasePlayThread::Run() {
 
     onFramesTaken(getFrameQueueSize());
     while (!isStopRequested()) {
-        if (const unsigned int resumes = resumes_; paused_ && !landing_.isRunning()) {
+        if (const unsigned int resumes = resumes_; paused_ && !landing_.isRunning() && !isStepDue()) {
             restBeforeOffer(resumes);
             lateStart_.hold();
         }
 
         std::unique_lock lock(queueMutex_);
         startPendingSeeks(lock);
+        if (makeSteps(lock)) {
+            continue;
+        }
         if (frameQueue_.empty() || (landing_.isRunning() && judgeFront() == SeekLanding::Verdict::Wait)) {
             waitForFrame(lock);
             continue;
@@ -60,9 +63,13 @@ void BasePlayThread::Run() {
         if (!isDue(*frame)) {
             continue;
         }
-        present(frame);
-        if (!paused_) {
-            lock.lock();
+        if (!present(frame)) {
+            continue;
+        }
+        lock.lock();
+        if (paused_) {
+            steps_.showFront(frame->pts);
+        } else {
             popPresented(lock, *frame);
         }
     }
@@ -74,6 +81,8 @@ void BasePlayThread::Run() {
 void BasePlayThread::dropFrames() {
     std::lock_guard lock(queueMutex_);
     clearQueue(frameQueue_);
+    steps_.drop();
+    steps_.cut(frameQueue_);
     noteLevel();
 }
 
@@ -82,6 +91,7 @@ void BasePlayThread::startPendingSeeks(std::unique_lock<std::mutex>& lock) {
         landing_ = SeekLanding(seekRule_, static_cast<int>(*seekTimeMs));
         skipCount_ = 0;
         lateStart_.begin(landing_.targetMs());
+        steps_.begin(landing_.targetMs());
         lock.unlock();
         onSeekStart(landing_.targetMs());
         lock.lock();
@@ -129,6 +139,12 @@ std::shared_ptr<DecodedFrame> BasePlayThread::skipToTarget() {
                       static_cast<long long>(front->duration), landing_.targetMs(), static_cast<int>(skipLimit()),
                       static_cast<int>(frameQueue_.size()));
             landing_.land(*front);
+            if (isStepSeek()) {
+                landing_ = {};
+                steps_.land(*front);
+                onSeekFinish(static_cast<int>(front->pts));
+                return nullptr;
+            }
             if (const int64_t startMs = startOf(*front); startMs != front->pts) {
                 cutTo(*front, startMs);
                 landing_.land(*front);
@@ -136,6 +152,7 @@ std::shared_ptr<DecodedFrame> BasePlayThread::skipToTarget() {
             onSeekFinish(static_cast<int>(front->pts));
             return front;
         }
+        steps_.skip(frameQueue_.front());
         frameQueue_.pop();
         ++skipCount_;
     }
@@ -148,22 +165,27 @@ bool BasePlayThread::isDue(const DecodedFrame& frame) {
         return true;
     }
     onLateStart(lateStart_.positionMs());
-    restUntilSeek(std::min<int64_t>(remainingMs, kRetryMs) * 1000);
+    restUntilSeek(std::min<int64_t>(remainingMs, kRetryMs) * 1000, [this] { return isStepDue(); });
     return false;
 }
 
-void BasePlayThread::present(const std::shared_ptr<DecodedFrame>& frame) {
+bool BasePlayThread::present(const std::shared_ptr<DecodedFrame>& frame) {
     for (unsigned int resumes = resumes_; !onOutput(frame); resumes = resumes_) {
         restBeforeOffer(resumes);
         if (isStopRequested() || seekAsked_.isPending()) {
-            return;
+            return true;
+        }
+        if (isStepDue()) {
+            return false;
         }
     }
+    return true;
 }
 
 void BasePlayThread::restBeforeOffer(unsigned int resumes) {
     const bool isAsleep = idle_ == Idle::Asleep && paused_;
-    rest(isAsleep ? Rest::kForeverMs : kRetryMs, [&] { return seekAsked_.isPending() || resumes_ != resumes; });
+    rest(isAsleep ? Rest::kForeverMs : kRetryMs,
+         [&] { return seekAsked_.isPending() || resumes_ != resumes || isStepDue(); });
 }
 
 void BasePlayThread::popPresented(std::unique_lock<std::mutex>& lock, const DecodedFrame& frame) {
@@ -173,6 +195,7 @@ void BasePlayThread::popPresented(std::unique_lock<std::mutex>& lock, const Deco
         if (SeekLanding::mayLeave(seekRule_, frameQueue_.front().get() == &frame, isAwaited)) {
             frameQueue_.pop();
         }
+        steps_.leave(frame.pts);
     } else if (size > 0 && static_cast<int>(size) == keepFrames_) {
         // With the mutex held: producers and the control side wait as well.
         restUntilSeek(kKeepUs);

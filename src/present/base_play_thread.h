@@ -10,6 +10,7 @@
 #include <string>
 
 #include "decode/decoded_frame.h"
+#include "present/frame_steps.h"
 #include "present/late_start.h"
 #include "present/seek_landing.h"
 #include "runtime/base_thread.h"
@@ -86,6 +87,15 @@ public:
     // Drops the queued frames before the target; all of them, with false, if it isn't in the queue.
     virtual bool clearBuffer(int seekTimeMs);
 
+    // Shows the frame that lies so many behind the one that is shown, or before it if negative, for a thread that is
+    // paused; the last one, or the first, where there are fewer. Those asked for during a seek go on from its end, and
+    // none beyond the pause's.
+    void step(int frames);
+    // Forgets the steps that were not made yet.
+    void dropSteps();
+    // Whether a step waits for a seek to `seekTimeMs`.
+    bool isStepAwaited(int seekTimeMs) const { return steps_.isAwaited(seekTimeMs); }
+
     // Ends the play thread and waits for it; the queue is empty then.
     virtual void stop();
 
@@ -114,6 +124,13 @@ protected:
     // `timeMs` lies behind the beginning of the frame that an exact seek ends with; right before onSeekFinish.
     virtual void cutTo(DecodedFrame& /*frame*/, int64_t /*timeMs*/) {}
 
+    // Shows `frame`, to which a step in a pause has led. No lock held.
+    virtual void onStep(const std::shared_ptr<DecodedFrame>& /*frame*/) {}
+    // A step goes on behind an exact seek to `seekTimeMs`. No lock held.
+    virtual void onStepSeek(int /*seekTimeMs*/) {}
+    // Whether a seek was asked for that hasn't ended: steps wait for that. Looks at atomics alone.
+    virtual bool isSeekUnderWay() const { return false; }
+
     // Playback has come to `positionMs`, before the first frame. Comes every 50 ms until that is due. No lock held.
     virtual void onLateStart(int64_t /*positionMs*/) {}
 
@@ -141,6 +158,11 @@ protected:
 
     // A seek was asked for and the loop has not got to it yet.
     bool isSeekPending() const { return seekAsked_.isPending(); }
+
+    // A step is to be made now: what keeps the loop from it is to be broken off.
+    bool isStepDue() const { return steps_.isAsked() && steps_.hasShown() && !isSeekUnderWay(); }
+    // The seek that runs, for the play thread, is that of a step.
+    bool isStepSeek() const { return steps_.isLanding(); }
 
     // From the beginning of the front frame to that of the last one, in milliseconds.
     int64_t queuedMs();
@@ -187,8 +209,10 @@ private:
 
     // Whether it is time for `frame`, in a stream that may begin late; rests if not. No lock held.
     bool isDue(const DecodedFrame& frame);
-    // Offers `frame` until it is done with, or a stop or a seek comes. No lock held.
-    void present(const std::shared_ptr<DecodedFrame>& frame);
+    // Makes the steps that are due; false if there are none. The lock is held at call, and mostly not at return.
+    bool makeSteps(std::unique_lock<std::mutex>& lock);
+    // Offers `frame` until it is done with, or a stop, a seek or a step comes; false for a step. No lock held.
+    bool present(const std::shared_ptr<DecodedFrame>& frame);
 
     const std::string threadName_;
     const int keepFrames_;
@@ -207,8 +231,9 @@ private:
     SeekLanding landing_;                                 // of the last seek; the loop's, like the next
     int skipCount_ = 0;                                   // frames dropped for it
     LateStart lateStart_;                                 // the loop's, but whether it is wanted
-    std::atomic<int64_t> maxPtsMs_{-1};                   // highest time known for the stream; -1 for none
-    std::atomic<bool> started_{false};                    // written by the owner only
+    FrameSteps steps_;
+    std::atomic<int64_t> maxPtsMs_{-1};  // highest time known for the stream; -1 for none
+    std::atomic<bool> started_{false};   // written by the owner only
 };
 
 }  // namespace kelp

@@ -25,6 +25,7 @@ void BasePlayThread::seek(int seekTimeMs, bool needFlush) {
     }
     if (needFlush) {
         clearQueue(frameQueue_);
+        steps_.cut(frameQueue_);
         isLast_ = false;
     }
     postSeek(seekTimeMs);
@@ -73,6 +74,7 @@ bool BasePlayThread::clearBuffer(int seekTimeMs) {
     const size_t size = frameQueue_.size();
     const bool isFound = dropBefore(seekTimeMs);
     presentedToMs_ = std::max<int64_t>(presentedToMs_, seekTimeMs);
+    steps_.cut(frameQueue_);
     unlockAndTell(lock, size);
     return isFound;
 }

@@ -23,6 +23,9 @@ public:
     // How long the frame at `pts` has to wait; at most 0 if it is due, which all that follow it are, too.
     int64_t remaining(int64_t pts, int64_t nowMs, bool isPaused);
 
+    // A frame is shown all the same.
+    void end() { isOver_ = true; }
+
     // While a frame waits.
     int64_t positionMs() const { return positionMs_; }
 

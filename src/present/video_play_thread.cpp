@@ -146,7 +146,11 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
     const VideoFrameInfo& timed = fromTarget ? *fromTarget : *frame;
     timing_->begin(timed, nowUs);
     counts_.aheadOfMasterMs.set(timing_->aheadOfMasterMs());
-    nowUs = waitUntilDue(nowUs);
+    const auto dueUs = waitUntilDue(nowUs);
+    if (!dueUs) {
+        return false;
+    }
+    nowUs = *dueUs;
     timing_->logIfLate(timed, nowUs);
     if (isStopRequested()) {
         return true;
@@ -171,17 +175,20 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
     return !held;
 }
 
-int64_t VideoPlayThread::waitUntilDue(int64_t nowUs) {
+std::optional<int64_t> VideoPlayThread::waitUntilDue(int64_t nowUs) {
     while (!isStopRequested() && !isSeekPending()) {
         const unsigned int changes = timing_->changes();
         const int64_t leftUs = timing_->leftUs(nowUs);
         if (leftUs <= 0) {
             break;
         }
+        if (isStepDue()) {
+            return std::nullopt;
+        }
         if (leftUs > kServeUs) {
             serveAndRest(changes);
         } else {
-            restUntilSeek(leftUs, [&] { return timing_->changes() != changes; });
+            restUntilSeek(leftUs, [&] { return timing_->changes() != changes || isStepDue(); });
         }
         nowUs = KelpTime::getTimeUs();
         if (timing_->hasClockJumped(nowUs)) {
@@ -202,7 +209,7 @@ void VideoPlayThread::serveAndRest(unsigned int changes) {
     const int64_t restUs = std::min({std::max(keptUs, kServeUs), kMaxRestUs, leftUs});
     const bool isOften = wasAsked || restUs <= kServeUs;
     restUntilSeek(isOften ? std::min(kServeUs, leftUs) : restUs,
-                  [&] { return timing_->changes() != changes || (!isOften && serveAsked_); });
+                  [&] { return timing_->changes() != changes || isStepDue() || (!isOften && serveAsked_); });
 }
 
 // Where the queue's mutex is held there is no first picture: what is shown then was shown before.
@@ -234,7 +241,10 @@ void VideoPlayThread::onSeekStart(int seekTimeMs) {
     Log::Debug(kTag, "%s, seekTimeMs:%d\n", "onSeekStart", seekTimeMs);
     isFirstAwaited_ = false;
     timing_->restart();
-    timing_->setTime(seekTimeMs, KelpTime::getTimeUs());
+    // For a step the time stays that of the picture that is shown.
+    if (!isStepSeek()) {
+        timing_->setTime(seekTimeMs, KelpTime::getTimeUs());
+    }
 }
 
 void VideoPlayThread::onSeekFinish(int ptsMs) {
@@ -242,6 +252,32 @@ void VideoPlayThread::onSeekFinish(int ptsMs) {
     if (observer_) {
         observer_->onFirstVideoFrame(ptsMs);
     }
+}
+
+void VideoPlayThread::onStep(const std::shared_ptr<DecodedFrame>& decodedFrame) {
+    const auto frame = std::dynamic_pointer_cast<VideoFrameInfo>(decodedFrame);
+    if (!frame) {
+        return;
+    }
+    carryOutClearScreen();
+    timing_->restart();
+    timing_->setTime(frame->pts, KelpTime::getTimeUs());
+    draw(frame);
+    counts_.shown.add(frame != lastFrame_.get());
+    lastFrame_.set(frame);
+    if (observer_) {
+        observer_->onStepped(frame->pts);
+    }
+}
+
+void VideoPlayThread::onStepSeek(int seekTimeMs) {
+    if (observer_) {
+        observer_->onStepSeek(seekTimeMs);
+    }
+}
+
+bool VideoPlayThread::isSeekUnderWay() const {
+    return observer_ && observer_->isSeekUnderWay();
 }
 
 void VideoPlayThread::onLateStart(int64_t positionMs) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include "clock/sync_object.h"
@@ -32,6 +33,12 @@ public:
     virtual void onVideoFramesTaken(int /*left*/) {}
     // Packets that wait for the decoder. No lock is held.
     virtual int onVideoPacketQueueSize() { return 0; }
+    // A step has led to this picture, which is shown. No lock is held.
+    virtual void onStepped(int64_t /*pts*/) {}
+    // A step goes on behind an exact seek to `seekTimeMs`. No lock is held.
+    virtual void onStepSeek(int /*seekTimeMs*/) {}
+    // Whether a seek is under way, for steps; looks at atomics alone.
+    virtual bool isSeekUnderWay() { return false; }
 };
 
 #pragma GCC diagnostic pop
@@ -106,16 +113,20 @@ public:
     // odd streams alone.
     bool isDry();
 
+    using BasePlayThread::dropSteps;
     using BasePlayThread::endFrames;
     using BasePlayThread::fillFrame;
     using BasePlayThread::getFrameQueueSize;
     using BasePlayThread::holdsFrom;
+    using BasePlayThread::isPaused;
+    using BasePlayThread::isStepAwaited;
     using BasePlayThread::level;
     using BasePlayThread::prepareStop;
     using BasePlayThread::seekInQueue;
     using BasePlayThread::setMaxPtsMs;
     using BasePlayThread::setSeekRule;
     using BasePlayThread::start;
+    using BasePlayThread::step;
     using BasePlayThread::stop;
     using BasePlayThread::takeOddStreams;
     bool pause(bool paused) override;
@@ -136,6 +147,9 @@ private:
     void onOutput() override;
     void onSeekStart(int seekTimeMs) override;
     void onSeekFinish(int ptsMs) override;
+    void onStep(const std::shared_ptr<DecodedFrame>& frame) override;
+    void onStepSeek(int seekTimeMs) override;
+    bool isSeekUnderWay() const override;
     void onLateStart(int64_t positionMs) override;
     void onExit() override;
     void onFramesTaken(int left) override;
@@ -143,7 +157,8 @@ private:
     std::unique_ptr<PictureTiming> makeTiming(bool isLive, RenderTiming* renderTiming, const PlaybackOptions& options);
 
     // Waits until the picture that has begun is due and returns the time then; earlier if the wait was broken off.
-    int64_t waitUntilDue(int64_t nowUs);
+    // Nothing if a step goes before it.
+    std::optional<int64_t> waitUntilDue(int64_t nowUs);
 
     // A part of that wait: carries out what others asked for, and rests until the windows want a drawing or the picture
     // is due. A request ends the rest, but those that come thick and fast are served every 15 ms. `changes`: of the

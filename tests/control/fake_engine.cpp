@@ -153,6 +153,9 @@ bool KelpPlayer::takeSnapshot(const char* path) {
 bool KelpPlayer::selectTrack(TrackKind kind, int number) {
     return noteAndAnswer("selectTrack", text(kind) + ", " + text(number));
 }
+bool KelpPlayer::stepFrame(int pictures) {
+    return noteAndAnswer("stepFrame", text(pictures));
+}
 bool KelpPlayer::addWindow(WindowType type, void* handle, int width, int height) {
     engine().handles.push_back(handle);
     return noteAndAnswer("addWindow", text(type) + ", " + text(width) + ", " + text(height));

@@ -61,6 +61,16 @@ TEST_F(TarnPlayerTest, SelectsNoTrackOutOfPlayback) {
     }
 }
 
+TEST_F(TarnPlayerTest, StepsInAPauseAlone) {
+    for (const int state : kPlayerStates) {
+        renew();
+        reach(state);
+        const bool isPaused = state == PLAYER_STATE_PAUSED;
+        EXPECT_EQ(player_->stepFrame(-2), isPaused) << state;
+        EXPECT_EQ(engine().takeCalls(), isPaused ? Calls{"stepFrame(-2)"} : Calls{}) << state;
+    }
+}
+
 TEST_F(TarnPlayerTest, TakesADeferredPauseBack) {
     reach(PLAYER_STATE_PREPARING);
     EXPECT_TRUE(player_->pause());

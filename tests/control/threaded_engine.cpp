@@ -214,6 +214,10 @@ bool KelpPlayer::selectTrack(TrackKind, int) {
     const Alone alone("selectTrack");
     return true;
 }
+bool KelpPlayer::stepFrame(int) {
+    const Alone alone("stepFrame");
+    return true;
+}
 bool KelpPlayer::addWindow(WindowType, void*, int, int) {
     const Alone alone("addWindow");
     return true;

@@ -68,7 +68,7 @@ public:
     // 0 none, 1 one is due; how far the running one has come: 2 asked for, 3 read, 4 arrived at the play threads.
     int seekPhase() {
         const auto lock = lockSeekTurns();
-        return static_cast<int>(task_.seekTurns_.phase_);
+        return static_cast<int>(task_.seekTurns_.phase_.load());
     }
     int seeksWaiting() { return task_.seekTurns_.waiting(); }
     // The last one that waits.
@@ -110,6 +110,7 @@ public:
     static std::shared_ptr<SyncObject> followed(VideoPlayThread& thread) { return thread.timing_->master(); }
     static void setCurrentPts(VideoPlayThread& thread, int64_t pts) { thread.timing_->clock().set(pts, /*nowMs=*/pts); }
     static int64_t maxPts(VideoPlayThread& thread) { return thread.getMaxPtsMs(); }
+    static BasePlayThread& base(VideoPlayThread& thread) { return thread; }
 };
 
 class AudioPlayThreadPeer {

@@ -86,6 +86,7 @@ constexpr Due kDue[] = {
     {kInfo, "StreamParser", " is the sound now"},
     {kInfo, "StreamParser", " is the video now"},
     {kError, "PlayTask", "selectTrack, kind:"},
+    {kWarn, "PlayTask", "stepFrame, "},
     {kError, "VideoDecodeThread", "changeTrack, failed open video decoder"},
     {kError, "StreamParser", "No avaliable stream have found"},
     {kWarn, "StreamParser", " isn't played: "},

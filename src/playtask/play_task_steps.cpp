@@ -1,0 +1,103 @@
+#include "kelp_player/log.h"
+#include "playtask/play_task.h"
+
+// Steps from picture to picture in a pause. The play thread makes them; what it doesn't have comes by an exact seek to
+// right before the picture that is shown. The sound follows from afar, and begins at the picture with a resume.
+
+namespace kelp {
+
+bool PlayTask::stepFrame(int pictures) {
+    const auto videoPlay = videoPlayThread_.load();
+    const auto isResuming = [this] {
+        std::lock_guard lock(pauseMutex_);
+        return resume_ != Resume::None;
+    };
+    const char* const obstacle = !videoPlay || !videoPlay->isPaused() || isResuming() ? "no picture is paused"
+                                 : pictures < 0 && !seekable_                         ? "the source can't go back"
+                                                                                      : nullptr;
+    if (obstacle) {
+        Log::Warn(kTag, "%s, %s\n", "stepFrame", obstacle);
+        return false;
+    }
+    hasStepped_ = true;
+    videoPlay->step(pictures);
+    return true;
+}
+
+void PlayTask::dropSteps() {
+    if (const auto videoPlay = videoPlayThread_.load()) {
+        videoPlay->dropSteps();
+    }
+}
+
+void PlayTask::onStepped(int64_t pts) {
+    const auto audioPlay = audioPlayThread_.load();
+    const auto audioDecode = audioDecodeThread_.load();
+    // Sound that stayed behind would fill the queues.
+    if (!audioPlay || !audioDecode || !audioPlay->holdsFrom(static_cast<int>(pts) - 2 * kStepsBackMs)) {
+        return;
+    }
+    const int fromMs = static_cast<int>(pts) - kStepsBackMs;
+    audioPlay->setSeekRule(SeekRule::Exact);
+    audioPlay->seek(fromMs, /*needFlush=*/false);
+    audioDecode->skipTo(fromMs);
+}
+
+void PlayTask::onStepSeek(int seekTimeMs) {
+    worker_->task([weakTask = std::weak_ptr<PlayTask>(shared_from_this()), seekTimeMs] {
+        if (const auto task = weakTask.lock()) {
+            task->seekForStep(seekTimeMs);
+        }
+    });
+}
+
+void PlayTask::seekForStep(int seekTimeMs) {
+    std::lock_guard lock(seekRunMutex_);
+    const auto videoPlay = videoPlayThread_.load();
+    if (!videoPlay || !videoPlay->isStepAwaited(seekTimeMs)) {
+        return;
+    }
+    // A seek of the host's has the say.
+    if (!seekTurns_.isIdle() || !startSeek(seekTimeMs, SeekRule::Exact, SeekFor::Step)) {
+        videoPlay->dropSteps();
+    }
+}
+
+// Each seek that runs comes to an end, and to resumeBehindSeek with it. Sound and pictures stand until then: what they
+// hold is to be played no more.
+bool PlayTask::seekBehindSteps() {
+    std::lock_guard lock(seekRunMutex_);
+    const auto videoPlay = videoPlayThread_.load();
+    if (!videoPlay) {
+        return false;
+    }
+    videoPlay->dropSteps();
+    if (!seekable_ || (!seekTurns_.isIdle() && seekFor_ != SeekFor::Step)) {
+        return false;
+    }
+    {
+        std::lock_guard pauseLock(pauseMutex_);
+        resume_ = Resume::Starting;
+        streamParser_->pause(false);
+    }
+    // Behind one of a step it waits for that to end.
+    const bool isStarted = startSeek(static_cast<int>(videoPlay->getCurrentTime()), SeekRule::Exact, SeekFor::Resume);
+    std::lock_guard pauseLock(pauseMutex_);
+    if (resume_ == Resume::Over) {
+        resumeStages();
+    } else if (resume_ == Resume::Starting) {
+        resume_ = Resume::BehindSeek;
+    }
+    return isStarted;
+}
+
+void PlayTask::resumeBehindSeek() {
+    std::lock_guard lock(pauseMutex_);
+    if (resume_ == Resume::BehindSeek) {
+        resumeStages();
+    } else if (resume_ == Resume::Starting && seekFor_ == SeekFor::Resume) {
+        resume_ = Resume::Over;  // the sound isn't told of the seek yet
+    }
+}
+
+}  // namespace kelp

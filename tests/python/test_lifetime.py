@@ -12,7 +12,7 @@ from typing import Any, List
 import kelp_player
 import pytest
 from conftest import LONG, OPTIONS, eventually, media, python
-from kelp_player import Clock, Completed, FirstVideoFrame, Player, Recorder
+from kelp_player import Clock, Completed, FirstVideoFrame, FrameReader, Player, Recorder
 from kelp_player import _lifetime
 
 HEAD = """
@@ -93,6 +93,15 @@ def test_a_player_can_be_closed_in_its_own_callback() -> None:
     player.play()
     eventually(lambda: player.closed)
     eventually(lambda: player._native not in _lifetime._live.values())
+
+
+def test_a_reader_that_is_dropped_lets_go_of_the_thread_that_waits_for_its_host() -> None:
+    reader = FrameReader(media("numbers.mp4"), timeout=LONG, log_level="none")
+    box = reader._box
+    eventually(lambda: len(box._pictures) == 4)  # and the next one waits for room
+    del reader
+    gc.collect()
+    eventually(_all_ended)
 
 
 def test_what_a_player_uses_may_be_dropped_before_it_or_with_it() -> None:
@@ -198,6 +207,20 @@ player.wait_for(FirstVideoFrame, 60)
         media("numbers.mp4"),
     )
     assert (code, [line for line in text.splitlines() if "Error" in line or "rror:" in line]) == (0, []), text
+
+
+def test_an_interpreter_ends_while_a_reader_waits_for_its_host() -> None:
+    code, text = python(
+        HEAD
+        + """
+film = FrameReader(sys.argv[1], timeout=60, log_level="none")
+next(film)
+while len(film._box._pictures) < 4:
+    time.sleep(0.01)
+""",
+        media("numbers.mp4"),
+    )
+    assert code == 0 and "Error" not in text, text
 
 
 def test_a_recording_is_complete_when_the_interpreter_ends(tmp_path: pathlib.Path) -> None:

@@ -2,6 +2,7 @@
 
 import gc
 import logging
+import pathlib
 import threading
 from typing import Any, Callable, List
 
@@ -186,6 +187,19 @@ def test_a_source_that_is_not_there_fails_with_a_reason() -> None:
         assert raised.value.kind == FailureKind.STREAM and raised.value.reason
         with pytest.raises(PlaybackFailed):
             player.wait_for(Prepared, LONG)
+
+
+def test_a_source_that_comes_later_is_played_behind_a_stop(tmp_path: pathlib.Path) -> None:
+    path = tmp_path / "film.mp4"
+    with Player(path, **OPTIONS) as player:
+        player.play()
+        with pytest.raises(PlaybackFailed):
+            player.wait(LONG)
+        path.write_bytes(pathlib.Path(media("short.mp4")).read_bytes())
+        player.stop()
+        player.play()
+        player.wait(LONG)
+        assert player.ended == Completed()
 
 
 def test_what_does_not_fit_is_refused_with_a_reason() -> None:

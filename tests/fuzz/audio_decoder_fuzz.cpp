@@ -76,6 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     const auto observer = std::make_shared<Observer>();
     kelp::FFAudioDecoder decoder;
+    decoder.setOptions({.allCodecs = (head.codec & 4U) != 0});
     if (!decoder.open(type, parameters.get(), observer)) {
         return 0;
     }

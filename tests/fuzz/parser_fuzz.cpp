@@ -49,14 +49,14 @@ public:
 
     void onFirstPakcet(std::shared_ptr<MediaPacket> packet) override { require(packet != nullptr, "a first packet"); }
     int onAudioPakcet(std::shared_ptr<AudioPacket> packet) override {
-        require(packet->mediaType == 1 && packet->data, "a packet of sound has bytes");
+        require(packet->mediaType == 1 && (packet->data || tellsSoundEnd), "a packet of sound has bytes");
         take(*packet);
         return 0;
     }
     int onVideoPacket(std::shared_ptr<VideoPacket> packet) override {
         require(packet->mediaType == 0, "a packet of pictures");
         if (packet->data) {
-            require(packet->keyFrame || packet->foundKeyFrame, "a key frame comes first");
+            require(packet->keyFrame || packet->foundKeyFrame || marksNoKeyFrames, "a key frame comes first");
         }
         take(*packet);
         return 0;
@@ -83,6 +83,9 @@ public:
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [&] { return seeksDone_ >= seeks && (over_ || packets_ >= packets); });
     }
+
+    bool tellsSoundEnd = false;     // by a packet without any
+    bool marksNoKeyFrames = false;  // some formats, which are played all the same
 
 private:
     void take(MediaPacket& packet) {
@@ -131,6 +134,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     parser.init(observer);
     // Some formats name other files to open, or hosts to call.
     parser.setOption("protocol_whitelist", "file");
+    const bool playsAll = (choice & 4U) != 0;
+    const bool seeksExactly = (choice & 128U) != 0;
+    observer->marksNoKeyFrames = playsAll;
+    observer->tellsSoundEnd = playsAll || seeksExactly;
+    parser.setPlaybackOptions({.allCodecs = playsAll,
+                               .closedLiveFails = (choice & 8U) != 0,
+                               .maxPixels = (choice & 64U) != 0 ? 1 << 20 : 0,
+                               .seekRule = seeksExactly ? kelp::SeekRule::Exact : kelp::SeekRule::Standard});
     if (!parser.open(file.path(), choice % 4 == 0 ? static_cast<int64_t>(choice >> 20U) : 0)) {
         parser.close();
         return 0;

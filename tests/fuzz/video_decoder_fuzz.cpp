@@ -111,7 +111,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kelp::FFVideoDecoder decoder;
     decoder.enableHardware(false, kelp::HW_DECODE_NONE);
     const bool shares = (head.format & 4U) != 0;
-    decoder.setOptions({.sharedPictures = shares});
+    // Of the codec's number three bits name the codec.
+    decoder.setOptions({.allCodecs = (head.codec & 8U) != 0,
+                        .lowLiveDelay = (head.codec & 16U) != 0,
+                        .sharedPictures = shares,
+                        .seekRule = (head.codec & 32U) != 0 ? kelp::SeekRule::Exact : kelp::SeekRule::Standard});
     // Live ones have one thread, which is what most runs take: starting threads takes longer than decoding.
     const bool isLive = head.format < 240;
     if (!decoder.open(type, parameters.get(), static_cast<kelp::PixFormat>(head.format % 4), isLive, observer)) {

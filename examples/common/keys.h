@@ -11,14 +11,17 @@ enum class Command {
     Pause,
     Louder,
     Softer,
+    Mute,
     Faster,
     Slower,
+    NormalSpeed,
     SeekBy,
     SeekToStart,
     SeekToEnd,
     NextSound,
     NextVideo,
     SaveSnapshot,
+    NextDevice,
     ShowStatistics
 };
 

@@ -130,9 +130,8 @@ std::string usage() {
                "  --help              show this\n"
                "\n") +
            kKeysUsage +
-           "a and v go to the next sound and video of a file with several. s saves the picture as a PNG file, i shows "
-           "how the\n"
-           "playback goes.\n"
+           "a and v go to the next sound and video of a file with several, d to the next sound device. s saves the\n"
+           "picture as a PNG file, i shows how the playback goes.\n"
            "A click or drag in the window goes to that part of the time line.\n";
 }
 

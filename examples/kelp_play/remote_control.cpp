@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "device_menu.h"
 #include "kelp_player/sync_clock.h"
 #include "kelp_player/tarn_player.h"
 #include "speeds.h"
@@ -92,6 +93,15 @@ void RemoteControl::carryOut(const KeyCommand& command) {
         case Command::Softer:
             changeVolume(-kVolumeStep);
             break;
+        case Command::Mute:
+            player_->setMute(!player_->isMuted());
+            break;
+        case Command::NormalSpeed:
+            setSpeed(1.0);
+            break;
+        case Command::NextDevice:
+            useNextDevice();
+            break;
         case Command::Faster:
             setSpeed(fasterThan(speed_));
             break;
@@ -135,6 +145,12 @@ void RemoteControl::changeVolume(float step) {
     player_->setVolume(volume_);
 }
 
+// One that can't be opened is told by the log alone, and the next key press goes on from it.
+void RemoteControl::useNextDevice() {
+    device_ = deviceAfter(device_);
+    player_->setOption("audio_device", device_.c_str());
+}
+
 // Pictures follow the sound, if there is any and it is the master. Anything else takes a clock that runs faster.
 void RemoteControl::setSpeed(double speed) {
     speed_ = speed;
@@ -176,6 +192,12 @@ std::string RemoteControl::status() const {
     if (const int percent = static_cast<int>(std::lround(volume_ * 100)); percent != 100) {
         std::snprintf(figure, sizeof figure, "  volume %d%%", percent);
         text += figure;
+    }
+    if (player_->isMuted()) {
+        text += "  muted";
+    }
+    if (device_ != "default") {
+        text += "  to " + device_;
     }
     return paused_ ? text + "  paused" : text;
 }

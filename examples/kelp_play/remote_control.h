@@ -42,6 +42,7 @@ public:
 private:
     void togglePause();
     void changeVolume(float step);
+    void useNextDevice();
     void setSpeed(double speed);
     void seekBy(int64_t ms);
     void useClock(int64_t nowMs, bool paused);
@@ -57,6 +58,7 @@ private:
     std::atomic<float> volume_{1.0F};
 
     double speed_ = 1.0;
+    std::string device_ = "default";
     int64_t seekTargetMs_ = 0;  // of the last seek
     Uint32 seekTicks_ = 0;      // when that was
     bool hasSought_ = false;

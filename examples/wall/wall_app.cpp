@@ -113,6 +113,14 @@ void WallApp::carryOut(const KeyCommand& command) {
         case Command::Softer:
             changeVolume(-kVolumeStep);
             break;
+        case Command::Mute:
+            for (const auto& tile : tiles_) {
+                tile->player().setMute(!tile->player().isMuted());
+            }
+            break;
+        case Command::NormalSpeed:
+            setSpeed(1.0);
+            break;
         case Command::Faster:
             setSpeed(fasterThan(speed_));
             break;

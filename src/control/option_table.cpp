@@ -60,8 +60,7 @@ constexpr PlaybackOption kOptions[] = {
      }},
     {"timing", "standard, exact", "exact",
      "clocks count what the tempo change and the device hold back; pictures are even at every speed; the internal "
-     "clock "
-     "begins with each playback and runs at its speed",
+     "clock begins with each playback and runs at its speed; a new volume comes over 10 ms",
      "next play",
      [](std::string_view value, PlaybackOptions& options) {
          return readWord(value, "standard", "exact", options.exactTiming);

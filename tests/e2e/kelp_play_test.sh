@@ -221,8 +221,16 @@ xdotool key 0 0
 wait_for "volume up" shows 'volume 120%'
 xdotool key 9 9 9
 wait_for "volume down" shows 'volume 90%'
+xdotool key m
+wait_for "mute" shows 'volume 90%  muted  paused$'
+xdotool key m
+wait_for "no mute" shows 'volume 90%  paused$'
 xdotool key bracketright bracketright bracketright bracketright bracketright bracketright bracketright
 wait_for "the highest speed" shows 'x4.00'
+xdotool key BackSpace
+wait_for "the usual speed" shows '[^x]*90%  paused$'
+xdotool key bracketright bracketright bracketright bracketright bracketright bracketright bracketright
+wait_for "the highest speed again" shows 'x4.00'
 xdotool key space
 wait_for "goes on" shows '90%$'
 # 24 s of the film take 6 s, and 12 s at half that speed. A machine may be busy for a while, but not at all times.

@@ -2,10 +2,14 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <string>
+#include <thread>
+#include <utility>
 
 #include "e2e/media.h"
 #include "e2e/playback.h"
@@ -86,6 +90,51 @@ TEST(Sound, IsHalfAsLoudAtHalfTheVolume) {
     const double half = playAndHear("vorbis.ogg", SYNC_MASTER_AUDIO, 0.5F).rms;
     ASSERT_GT(full, 1000);
     EXPECT_NEAR(half / full, 0.5, 0.005);
+}
+
+// The samples that are part of the tone, which crosses zero seldom.
+double toneMs(const Heard& heard) {
+    return static_cast<double>(std::ranges::count_if(heard.samples, [](int16_t s) { return s < -40 || s > 40; })) *
+           1000 / kSoundRate;
+}
+
+// Plays a file to its end, and changes the device in its midst; what was heard on either. The driver takes a file for a
+// device, and its name for the device's.
+std::pair<Heard, Heard> playOnTwoDevices(const std::string& name) {
+    const std::string first = recordingPath("first_device");
+    const std::string second = recordingPath("second_device");
+    recordSoundTo(first);
+    std::pair<Heard, Heard> heard;
+    {
+        Playback playback;
+        playback.player().setAVSyncMode(SYNC_MASTER_AUDIO);
+        EXPECT_TRUE(playback.open(mediaPath(name)));
+        EXPECT_TRUE(playback.player().play());
+        for (int i = 0; i < 20000 && playback.player().getCurrentTime() < 500; ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        playback.player().setOption("audio_device", "/no/such/folder/file");
+        playback.player().setOption("audio_device", second.c_str());
+        EXPECT_TRUE(playback.waitFor(Happened::Completed, 60000));
+        playback.player().stop();
+        heard = {hear(first), hear(second)};
+    }
+    std::filesystem::remove(first);
+    std::filesystem::remove(second);
+    return heard;
+}
+
+// How much is lost doesn't depend on how busy the machine is, but where the change falls does.
+TEST(Sound, GoesOnOnAnotherDeviceWithoutLosingAny) {
+    const double wholeMs = toneMs(playAndHear("tone.mp3", SYNC_MASTER_AUDIO));
+    bool isInTheMidst = false;
+    for (int i = 0; i < 3 && !isInTheMidst; ++i) {
+        const auto [before, after] = playOnTwoDevices("tone.mp3");
+        std::printf("%.0f ms of %.0f, then %.0f\n", toneMs(before), wholeMs, toneMs(after));
+        EXPECT_NEAR(toneMs(before) + toneMs(after), wholeMs, 100) << "as much may wait in the ring at the end";
+        isInTheMidst = toneMs(before) > 300 && toneMs(after) > 300;
+    }
+    EXPECT_TRUE(isInTheMidst);
 }
 
 }  // namespace

@@ -209,6 +209,11 @@ KELP_C_API int kelp_player_resume(kelp_player* player);
 // seek. It is done with the next `on_first_video_frame`, or `on_first_audio_frame` where there are no pictures.
 KELP_C_API int kelp_player_seek(kelp_player* player, int time_ms);
 
+// While paused, shows the picture that lies so many behind the one that is shown, or before it if negative: the last
+// one, or the first, where there are fewer. It comes by itself, soon, and has no events. 0 where nothing that has
+// pictures is paused, and for a step back in a source that can't seek.
+KELP_C_API int kelp_player_step_frame(kelp_player* player, int pictures);
+
 // Ends playback and gives up a restart that is due; waits for the player's threads. 0 when there is nothing to stop.
 KELP_C_API int kelp_player_stop(kelp_player* player);
 

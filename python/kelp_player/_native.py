@@ -342,6 +342,7 @@ _declare(
     tracks_get=[_handle, c_size_t, POINTER(kelp_track)],
     player_select_track=[_handle, c_int, c_int],
     player_take_snapshot=[_handle, c_char_p],
+    player_step_frame=[_handle, c_int],
     player_get_statistics=[_handle, POINTER(kelp_statistics)],
     player_set_packet_sink=[_handle, _handle],
     packet_sink_put_streams=[_handle, POINTER(POINTER(kelp_packet_stream)), c_size_t],

@@ -216,6 +216,14 @@ class Player(Closable):
         self._sinks.begin()
         self._call(lib.kelp_player_seek, int(time_ms))
 
+    def step_frame(self, pictures: int = 1) -> None:
+        """While paused, shows the picture so many behind the one that is shown, or before it if negative.
+
+        It comes by itself, soon, and has no events. Raises Refused where nothing that has pictures is paused, and for a
+        step back in a source that can't seek.
+        """
+        self._call(lib.kelp_player_step_frame, pictures)
+
     def stop(self) -> bool:
         """Ends playback, or the opening of the source, and waits for the player's threads. ``play`` begins anew.
 

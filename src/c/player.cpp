@@ -111,6 +111,10 @@ int kelp_player_seek(kelp_player* player, int time_ms) {
     return carryOut(__func__, player, [&](kelp_player& handle) { return unless(handle.player->seek(time_ms)); });
 }
 
+int kelp_player_step_frame(kelp_player* player, int pictures) {
+    return carryOut(__func__, player, [&](kelp_player& handle) { return unless(handle.player->stepFrame(pictures)); });
+}
+
 int kelp_player_stop(kelp_player* player) {
     return carryOut(__func__, player, [](kelp_player& handle) { return unless(handle.player->stop()); });
 }

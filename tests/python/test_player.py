@@ -339,6 +339,30 @@ def test_the_shown_picture_becomes_a_file(tmp_path: Any) -> None:
     assert (tmp_path / "shown.png").read_bytes().startswith(b"\x89PNG")
 
 
+def stepped(player: Player, pictures: int) -> bool:
+    try:
+        player.step_frame(pictures)
+    except Refused:
+        return False
+    return True
+
+
+def test_a_step_shows_another_picture() -> None:
+    with Player(media("small.mp4"), **OPTIONS) as player:
+        with pytest.raises(Refused):
+            player.step_frame()
+        player.play()
+        player.wait_for(FirstVideoFrame, LONG)
+        player.pause()
+        # On a busy machine the film may have been at its end before the pause.
+        while not stepped(player, -100):
+            player.seek(0)
+            player.pause()
+        eventually(lambda: player.position_ms == 0)
+        player.step_frame(3)
+        eventually(lambda: player.position_ms == 120)
+
+
 def test_sound_is_muted_and_devices_have_names() -> None:
     with Player(**OPTIONS) as player:
         assert not player.muted

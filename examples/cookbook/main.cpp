@@ -13,6 +13,7 @@
 #include "log_pane.h"
 #include "packet_meter.h"
 #include "recorder.h"
+#include "stall_sign.h"
 #include "track_menu.h"
 
 namespace {
@@ -62,11 +63,13 @@ private:
     const char* file_;
     LogPane log_;
     PacketMeter meter_;
+    StallSign sign_;
     EventQueue queue_;
     QueuedEvents events_;
     kelp::TarnPlayer* player_ = nullptr;
     SDL_Window* large_ = nullptr;
     SDL_Window* small_ = nullptr;
+    std::string shownSign_;
     bool smallShown_ = true;
     float speed_ = 1.0F;
     bool quit_ = false;
@@ -97,6 +100,7 @@ int App::run() {
         player_->setOption("retry_when_failed", "0");  // a file that can't be opened won't come by itself
     }
     player_->setPacketSink(&meter_);
+    player_->setStallObserver(&sign_);
     player_->setDataSource(file_, 0, &events_);
     player_->prepareAsync();
     player_->start();
@@ -107,6 +111,10 @@ int App::run() {
             handle(event);
         }
         queue_.runAll();
+        if (const std::string text = sign_.text(); text != shownSign_) {
+            shownSign_ = text;
+            SDL_SetWindowTitle(large_, text.empty() ? "large" : text.c_str());
+        }
         for (const auto& line : log_.takeLines()) {
             std::printf("  log: %s\n", line.c_str());
         }

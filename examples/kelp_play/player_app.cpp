@@ -83,6 +83,7 @@ bool PlayerApp::createPlayer() {
         return false;
     }
     player_->setOption("preset", "recommended");
+    player_->setStallObserver(this);
     setLogLevel();
     control_.attach(player_);
     if (!options_.hardware) {
@@ -237,8 +238,13 @@ void PlayerApp::start() {
 void PlayerApp::showProgress() {
     char figures[64];
     std::snprintf(figures, sizeof figures, "%2d fps  %d frames", counter_.framesPerSecond(), counter_.frames());
-    progress_.show(player_->getCurrentTime(), player_->getDuration(), figures, control_.status());
+    progress_.show(player_->getCurrentTime(), player_->getDuration(), figures, control_.status() + stallText());
     updateTitle();
+}
+
+std::string PlayerApp::stallText() const {
+    const int percent = buffered_;
+    return percent < 0 ? "" : "  waits for data, " + std::to_string(percent) + "%";
 }
 
 void PlayerApp::updateTitle() {
@@ -246,7 +252,8 @@ void PlayerApp::updateTitle() {
         return;
     }
     const std::string title = std::filesystem::path(options_.file).filename().string() + "  " +
-                              clockText(player_->getCurrentTime()) + " / " + clockText(player_->getDuration());
+                              clockText(player_->getCurrentTime()) + " / " + clockText(player_->getDuration()) +
+                              stallText();
     if (title != title_) {
         title_ = title;
         SDL_SetWindowTitle(window_, title.c_str());
@@ -272,6 +279,16 @@ void PlayerApp::fail(const std::string& why) {
     std::fprintf(stderr, "kelp_play: %s: %s\n", options_.file.c_str(), why.c_str());
     exitCode_ = 1;
     quit_ = true;
+}
+
+void PlayerApp::onStalled() {
+    buffered_ = 0;
+}
+void PlayerApp::onBuffering(int, int percent) {
+    buffered_ = percent;
+}
+void PlayerApp::onStallEnded() {
+    buffered_ = -1;
 }
 
 void PlayerApp::onPacketsLost(int packets) {

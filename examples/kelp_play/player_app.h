@@ -8,6 +8,7 @@
 
 #include "frame_counter.h"
 #include "kelp_player/recorder.h"
+#include "kelp_player/stall_observer.h"
 #include "kelp_player/tarn_player.h"
 #include "options.h"
 #include "player_log.h"
@@ -18,7 +19,7 @@
 // progress line.
 //
 // What the player tells comes on its worker thread and is only noted there; the loop acts on it.
-class PlayerApp final : private kelp::TarnPlayerObserver, private kelp::RecorderObserver {
+class PlayerApp final : private kelp::TarnPlayerObserver, private kelp::RecorderObserver, private kelp::StallObserver {
 public:
     explicit PlayerApp(const Options& options);
     ~PlayerApp();
@@ -38,6 +39,10 @@ private:
     void onCompleted() override;
     void onDurationUpdated(int durationMs) override;
 
+    void onStalled() override;
+    void onBuffering(int waitingMs, int percent) override;
+    void onStallEnded() override;
+
     void onPacketsLost(int packets) override;
     void onRecordingFailed(const std::string& path, const std::string& reason) override;
 
@@ -54,6 +59,8 @@ private:
     void start();
     void showProgress();
     void updateTitle();
+    // What the user is told of a stall; empty while there is none.
+    std::string stallText() const;
     bool writeSnapshots(bool atEnd);
     void fail(const std::string& why);
 
@@ -70,6 +77,7 @@ private:
     std::atomic<bool> hasVideo_{false};
     std::atomic<bool> failed_{false};
     std::atomic<bool> completed_{false};
+    std::atomic<int> buffered_{-1};  // in percent, while playback stands; -1 while it doesn't
 
     std::mutex recordMutex_;
     std::string recordProblem_;  // guarded by recordMutex_

@@ -223,6 +223,9 @@ void MainWindow::connectPlayer() {
     connect(&player_, &PlayerController::failed, this, &MainWindow::showFailure);
     connect(&player_, &PlayerController::happened, this,
             [this](const QString& text) { statusBar()->showMessage(text, kMessageMs); });
+    connect(&player_, &PlayerController::stalled, this,
+            [this](int percent) { statusBar()->showMessage(tr("Waiting for data, %1 %").arg(percent)); });
+    connect(&player_, &PlayerController::stallEnded, statusBar(), &QStatusBar::clearMessage);
     connect(&player_, &PlayerController::shutDownDone, this, [this] {
         closed_ = true;
         close();

@@ -85,6 +85,7 @@ void PlayerController::createPlayer() {
     player_ = kelp::TarnPlayer::create();
     player_->setOption("preset", "recommended");
     events_.setPlayer(player_);
+    player_->setStallObserver(&events_);
 }
 
 void PlayerController::reportNoPlayer() {
@@ -359,6 +360,8 @@ void PlayerController::connectEvents() {
             emit happened(tr("The end"));
         }
     });
+    connect(&events_, &PlayerEvents::stalled, this, &PlayerController::stalled);
+    connect(&events_, &PlayerEvents::stallEnded, this, &PlayerController::stallEnded);
     connect(&events_, &PlayerEvents::failed, this, [this](int errorType) {
         if (isUpToDate()) {
             command([this](kelp::TarnPlayer&) { polls_ = false; });

@@ -78,6 +78,9 @@ signals:
     void failed(const QString& what, const QString& why);
     // For the status bar.
     void happened(const QString& text);
+    // Playback stands for want of data, and so many percent of what it takes are there; then it goes on.
+    void stalled(int percent);
+    void stallEnded();
     void shutDownDone();
 
 private:

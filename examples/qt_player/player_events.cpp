@@ -37,3 +37,15 @@ void PlayerEvents::onCompleted() {
 void PlayerEvents::onDurationUpdated(int durationMs) {
     emit durationUpdated(durationMs);
 }
+
+void PlayerEvents::onStalled() {
+    emit stalled(0);
+}
+
+void PlayerEvents::onBuffering(int /*waitingMs*/, int percent) {
+    emit stalled(percent);
+}
+
+void PlayerEvents::onStallEnded() {
+    emit stallEnded();
+}

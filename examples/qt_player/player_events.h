@@ -3,6 +3,7 @@
 #include <QObject>
 #include <atomic>
 
+#include "kelp_player/stall_observer.h"
 #include "kelp_player/tarn_player.h"
 
 // What is known of a source when it is open.
@@ -19,7 +20,7 @@ struct SourceInfo {
 //
 // The player calls its observer on its worker thread. A signal that is emitted there reaches the slots of objects of
 // the GUI thread through that thread's event queue, in order.
-class PlayerEvents : public QObject, public kelp::TarnPlayerObserver {
+class PlayerEvents : public QObject, public kelp::TarnPlayerObserver, public kelp::StallObserver {
     Q_OBJECT
 
 public:
@@ -37,6 +38,10 @@ public:
     void onCompleted() override;
     void onDurationUpdated(int durationMs) override;
 
+    void onStalled() override;
+    void onBuffering(int waitingMs, int percent) override;
+    void onStallEnded() override;
+
 signals:
     void prepared(const SourceInfo& info);
     void started();
@@ -44,6 +49,9 @@ signals:
     void firstFrame(bool isVideo, int ptsMs);
     void completed();
     void durationUpdated(int durationMs);
+    // Playback stands for want of data, and so much of what it takes is there.
+    void stalled(int percent);
+    void stallEnded();
 
 private:
     kelp::TarnPlayer* player_ = nullptr;

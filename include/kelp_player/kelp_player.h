@@ -20,6 +20,7 @@ class ExternPacketSink;
 class ExternSyncWrapper;
 class KelpPlayer;
 class PlayTask;
+class StallObserver;
 class Worker;
 class WorkerEnd;
 
@@ -365,6 +366,12 @@ public:
     // ...", and the sink must live until that call has returned.
     void setPacketSink(ExternPacketSink* sink);
 
+    // Who hears when playback stands for want of data, or with null nobody; at any time, from the next such event on,
+    // and for the playbacks to come. See stall_observer.h. The observer stays the host's: one that was replaced may
+    // still be in a call, and must live until a callable has run that went to `runInWorker` behind this; the last one
+    // as long as the observer of `init`.
+    void setStallObserver(StallObserver* observer);
+
     // Sets a string option. A null key or value is ignored.
     //
     // "log_level" sets the log of the whole process, the library's own and FFmpeg's, at once:
@@ -433,7 +440,8 @@ private:
     // A `stop` that leaves the last picture on the windows, where it stands until the next playback has one.
     bool stopForRestart();
 
-    KelpPlayerObserver* observer_ = nullptr;  // not owned; set by init
+    KelpPlayerObserver* observer_ = nullptr;              // not owned; set by init
+    std::atomic<StallObserver*> stallObserver_{nullptr};  // not owned
     std::shared_ptr<PlayTask> playTask_;
     std::shared_ptr<Worker> worker_;
     std::shared_ptr<ExternSyncWrapper> externSyncWrapper_;  // the one for all clocks of the host

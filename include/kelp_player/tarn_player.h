@@ -205,6 +205,10 @@ public:
     // which begins with `onStreams`. Doesn't take the lock.
     void setPacketSink(ExternPacketSink* sink);
 
+    // Who hears when playback stands for want of data, see KelpPlayer::setStallObserver; in any state. It stays over
+    // restarts, and must live until `destroy` has returned, or as said there. Doesn't take the lock.
+    void setStallObserver(StallObserver* observer);
+
     // Changes the offset of `setDataSource` during playback and seeks to where the clock is on the stream. For one
     // control thread. False if no clock is set: the calls then take the new value, the events keep the old one.
     bool setOffsetToClockMs(int offsetMs);

@@ -12,6 +12,7 @@
 #include "control/option_table.h"
 #include "control/worker_end.h"
 #include "kelp_player/log.h"
+#include "kelp_player/stall_observer.h"
 #include "playtask/play_task.h"
 #include "present/audio_device_list.h"
 #include "runtime/worker.h"
@@ -83,6 +84,22 @@ void tell(KelpPlayerObserver& observer, const std::shared_ptr<KelpPlayer>& playe
             return observer.onCompleted(player);
         case EVENT_DURATION_UPDATED:
             return observer.onDurationUpdated(player, a);
+        default:
+            return;
+    }
+}
+
+bool isOfStall(EventType type) {
+    return type == EVENT_STALLED || type == EVENT_BUFFERING || type == EVENT_STALL_ENDED;
+}
+
+void tell(StallObserver& observer, EventType type, int a, int b) {
+    if (type == EVENT_STALLED) {
+        observer.onStalled();
+    } else if (type == EVENT_BUFFERING) {
+        observer.onBuffering(a, b);
+    } else {
+        observer.onStallEnded();
     }
 }
 
@@ -111,12 +128,18 @@ bool KelpPlayer::init(KelpPlayerObserver* observer) {
     const std::weak_ptr<KelpPlayer> weakPlayer = shared_from_this();
     const auto onEvent = [weakPlayer](EventType type, int a, int b, int c) {
         const auto player = weakPlayer.lock();
-        if (!player || !player->observer_) {
+        if (!player || (isOfStall(type) ? !player->stallObserver_ : !player->observer_)) {
             return;
         }
         player->worker_->task([weakPlayer, type, a, b, c] {
-            if (const auto receiver = weakPlayer.lock()) {
+            const auto receiver = weakPlayer.lock();
+            if (!receiver) {
+                return;
+            }
+            if (!isOfStall(type)) {
                 tell(*receiver->observer_, receiver, type, a, b, c);
+            } else if (StallObserver* const host = receiver->stallObserver_) {
+                tell(*host, type, a, b);
             }
         });
     };
@@ -275,6 +298,10 @@ void KelpPlayer::waitUntilUnread(KelpSyncClock* clock) {
 
 void KelpPlayer::setPacketSink(ExternPacketSink* sink) {
     playTask_->setPacketSink(sink);
+}
+
+void KelpPlayer::setStallObserver(StallObserver* observer) {
+    stallObserver_ = observer;
 }
 
 void KelpPlayer::setOption(const char* key, const char* value) {

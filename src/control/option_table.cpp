@@ -79,6 +79,24 @@ constexpr PlaybackOption kOptions[] = {
      [](std::string_view value, PlaybackOptions& options) {
          return readWord(value, "standard", "low", options.lowLiveDelay);
      }},
+    {"read_ahead", "standard, or milliseconds", "10000",
+     "a source over a network that isn't live is read so far ahead, 64 MiB at most, instead of 200 packets; over HTTP "
+     "it "
+     "is asked again where the connection broke",
+     "next load",
+     [](std::string_view value, PlaybackOptions& options) {
+         int64_t ms = 0;
+         if (value != "standard" && (!readNumber(value, ms) || ms == 0)) {
+             return false;
+         }
+         options.readAheadMs = ms;
+         return true;
+     }},
+    {"rebuffer", "0, or milliseconds", "1000",
+     "such a source that runs dry stands, tells a `StallObserver`, and goes on when so much is there, or all that is "
+     "left",
+     "next play",
+     [](std::string_view value, PlaybackOptions& options) { return readNumber(value, options.rebufferMs); }},
     {"max_pixels", "0, or a number", "67108864",
      "streams of larger pictures are left out, with an Error line; pictures that grow beyond it are not decoded",
      "next load",

@@ -350,6 +350,10 @@ void TarnPlayer::setPacketSink(ExternPacketSink* sink) {
     player_->setPacketSink(sink);
 }
 
+void TarnPlayer::setStallObserver(StallObserver* observer) {
+    player_->setStallObserver(observer);
+}
+
 bool TarnPlayer::setOffsetToClockMs(int offsetMs) {
     const int oldOffsetMs = offsetToClockMs_;
     if (offsetMs == oldOffsetMs) {

@@ -15,6 +15,11 @@ namespace {
 
 constexpr char kTag[] = "BaseDecodeThread";
 constexpr int kNoRoomRestMs = 30;
+constexpr int64_t kPacketBytes = 256;  // that a packet takes beside its data
+
+int64_t bytesOf(const MediaPacket& packet) {
+    return packet.size + kPacketBytes;
+}
 
 // The packet's time in milliseconds, worked out in integers.
 long long logTimeMs(const MediaPacket& packet) {
@@ -56,6 +61,7 @@ void BaseDecodeThread::dropPackets() {
     std::lock_guard lock(queueMutex_);
     std::deque<std::shared_ptr<MediaPacket>> dropped;
     packetQueue_.swap(dropped);
+    queuedBytes_ = 0;
     noteLevel();
 }
 
@@ -74,6 +80,7 @@ std::shared_ptr<MediaPacket> BaseDecodeThread::takePacket() {
     }
     auto packet = std::move(packetQueue_.front());
     packetQueue_.pop_front();
+    queuedBytes_ -= bytesOf(*packet);
     noteLevel();
     decoding_ = true;
     seekSkip_.take(*packet, packetQueue_);
@@ -87,6 +94,7 @@ bool BaseDecodeThread::start() {
 
 int BaseDecodeThread::fillPacket(std::shared_ptr<MediaPacket> packet) {
     std::lock_guard lock(queueMutex_);
+    queuedBytes_ += bytesOf(*packet);
     packetQueue_.push_back(std::move(packet));
     noteLevel();
     const int size = static_cast<int>(packetQueue_.size());
@@ -109,6 +117,7 @@ void BaseDecodeThread::seek(int seekTimeMs) {
     }
     std::deque<std::shared_ptr<MediaPacket>> dropped;
     packetQueue_.swap(dropped);
+    queuedBytes_ = 0;
     noteLevel();
     seekAsked_.post(seekTimeMs);
     endRest();
@@ -123,7 +132,7 @@ void BaseDecodeThread::noteLevel() {
         const auto timeMs = [](const MediaPacket& packet) { return scaleTicks(packet.pts, msPerTick(packet)); };
         durationMs = wrappingSubtract(timeMs(**last), timeMs(*packetQueue_.front()));
     }
-    level_.set(packetQueue_.size(), durationMs);
+    level_.set(packetQueue_.size(), durationMs, queuedBytes_);
 }
 
 std::unique_lock<std::mutex> BaseDecodeThread::aim(int seekTimeMs, bool flush) {

@@ -108,6 +108,7 @@ private:
     const std::string threadName_;
     std::deque<std::shared_ptr<MediaPacket>> packetQueue_;  // oldest first; guarded by queueMutex_
     std::mutex queueMutex_;                                 // taken before a play thread's queue mutex
+    int64_t queuedBytes_ = 0;                               // in packetQueue_; likewise
     QueueLevel level_;                                      // of packetQueue_
     std::condition_variable queueCond_;                     // a packet came, or a stop
     SeekSkip seekSkip_;                   // guarded by queueMutex_, but that the thread may read what `take` tells

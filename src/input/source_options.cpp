@@ -1,6 +1,18 @@
 #include "input/source_options.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace kelp {
+
+namespace {
+
+// FFmpeg's names. Those of RTMP and MMS have further ones that begin with these.
+constexpr std::string_view kRemoteProtocols[] = {"http", "https",  "ftp",     "sftp", "smb", "tcp",
+                                                 "tls",  "gopher", "gophers", "ipfs", "ipns"};
+constexpr const char* kLongestReconnectS = "10";  // between two attempts: it is given up after about as long
+
+}  // namespace
 
 void setDefaultOptions(OptionMap& options) {
     options["buffer_size"] = "-1";
@@ -27,6 +39,25 @@ void addRtspFallback(OptionMap& options) {
         transport != options.end() && transport->second == "tcp") {
         transport->second = "tcp+udp";
         options["rtsp_flags"] += "+prefer_tcp";
+    }
+}
+
+// Another protocol may stand in front, as in "cache:http://".
+bool isRemote(std::string_view path) {
+    const size_t end = path.find("://");
+    if (end == std::string_view::npos) {
+        return false;
+    }
+    std::string_view protocol = path.substr(0, end);
+    protocol.remove_prefix(protocol.find_last_of(":+,") + 1);  // npos + 1 is 0
+    return std::ranges::find(kRemoteProtocols, protocol) != std::end(kRemoteProtocols) ||
+           protocol.starts_with("rtmp") || protocol.starts_with("mms");
+}
+
+void addReconnect(OptionMap& options, std::string_view path) {
+    if (path.starts_with("http://") || path.starts_with("https://")) {
+        options.try_emplace("reconnect", "1");
+        options.try_emplace("reconnect_delay_max", kLongestReconnectS);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace kelp {
 
@@ -16,5 +17,12 @@ void addSourceOptions(OptionMap& options, const std::string& path);
 
 // Has an RTSP server that is asked for TCP alone be asked for UDP if it refuses that.
 void addRtspFallback(OptionMap& options);
+
+// Whether `path` is read over a network at the reader's own pace: the sender waits. What comes as datagrams doesn't.
+bool isRemote(std::string_view path);
+
+// Has a server that drops the connection be asked again from there, if `path` names one that can be. A key that is set
+// already keeps its value.
+void addReconnect(OptionMap& options, std::string_view path);
 
 }  // namespace kelp

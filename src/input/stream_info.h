@@ -22,6 +22,7 @@ public:
     bool is_cover = false;   // has_video: it is a picture that goes with the sound, and has no time of its own
     bool has_audio = false;  // a usable audio stream was found
     bool is_live = false;    // the source is a live one
+    bool is_remote = false;  // it is read over a network, at the reader's own pace
     bool seekable = false;   // the opposite of is_live
     std::vector<Track> tracks;
 };

@@ -21,8 +21,6 @@ namespace {
 
 constexpr const char* TAG = "StreamParser";
 
-constexpr int kMaxQueuedPackets = 200;  // video and audio together; nothing is read from there on
-constexpr int kFewQueuedPackets = 100;  // reading goes on at once
 constexpr int kFewQueuedPictures = 10;
 constexpr int kMostQueuedSound = 10'000;  // some minutes
 
@@ -55,13 +53,18 @@ void StreamParser::Run() {
         if (!reach_.isOpen()) {
             changeTracks(GoBack::Allowed);
         }
-        if (areQueuesFull()) {
+        const bool isFull = areQueuesFull();
+        reading_.store(!isFull, std::memory_order_relaxed);
+        if (isFull) {
             rest(kQueuesFullRestMs, [this, told = lastPaused_] {
                 return untilLow_ <= 0 || seekAsked_.isPending() || isTrackAsked() || paused_ != told;
             });
             continue;
         }
-        const int result = av_read_frame(formatContext_, &packet);
+        const int result = readFrame(&packet);
+        if (isReadBreakable_ && result == AVERROR_EXIT && seekAsked_.isPending()) {
+            continue;
+        }
         if (result < 0 && result != AVERROR(EAGAIN) && goesBackFromEnd()) {
             continue;
         }
@@ -86,6 +89,23 @@ void StreamParser::Run() {
     }
     packets_->end();
     Log::Debug(TAG, "Run exit...\n");
+}
+
+int StreamParser::readFrame(AVPacket* packet) {
+    if (!isReadBreakable_) {
+        return av_read_frame(formatContext_, packet);
+    }
+    inBreakableRead_ = true;
+    const int result = av_read_frame(formatContext_, packet);
+    inBreakableRead_ = false;
+    if (!seekAsked_.isPending()) {
+        return result;
+    }
+    if (result >= 0) {
+        av_packet_unref(packet);
+    }
+    clearInputEnd();
+    return AVERROR_EXIT;
 }
 
 bool StreamParser::pause(bool paused) {
@@ -139,8 +159,9 @@ bool StreamParser::areQueuesFull() {
     observer_->onVideoFrameQueueSize();
     observer_->onAudioFrameQueueSize();
     // Those that were taken since the look aren't counted: the rest ends so many packets later, or by itself.
-    untilLow_ = packets - kFewQueuedPackets;
-    if (packets < kMaxQueuedPackets) {
+    untilLow_ = packets - readAhead_.few(packets);
+    const auto waiting = readAhead_.isByTime() ? observer_->waitingPackets() : WaitingPackets{};
+    if (!readAhead_.isEnough(packets, waiting)) {
         return false;
     }
     // Sound that is read ahead of the picture that a seek waits for: it may end before it, and be the last one.
@@ -229,6 +250,7 @@ int64_t StreamParser::lastPictureMs() const {
 }
 
 void StreamParser::waitAfterEnd(bool isFailed) {
+    reading_.store(false, std::memory_order_relaxed);
     packets_->end();
     bool isReported = false;
     int64_t heldMs = isFailed ? 0 : lastPictureMs();

@@ -15,6 +15,7 @@
 #include "input/media_packet.h"
 #include "input/packet_outlet.h"
 #include "input/read_again.h"
+#include "input/read_ahead.h"
 #include "input/read_errors.h"
 #include "input/seek_reach.h"
 #include "input/source_options.h"
@@ -52,6 +53,8 @@ public:
     virtual int onVideoPacketQueueSize() = 0;
     virtual int onAudioFrameQueueSize() = 0;
     virtual int onVideoFrameQueueSize() = 0;
+    // Asked for where a source is read ahead by time.
+    virtual WaitingPackets waitingPackets() { return {}; }
     // Whether a packet has left its queue and may still give a frame to another.
     virtual bool isDecoding() { return false; }
     // Whether a seek waits for its picture: sound that was read far ahead then holds nothing up.
@@ -106,6 +109,9 @@ struct StreamParserState {
     AudioCodecType audioCodecType_ = AUDIO_CODEC_NONE;
     PixFormat pixFormat_ = PIX_FMT_NONE;
     bool isLive_ = false;
+    bool isRemote_ = false;
+    ReadAhead readAhead_;
+    bool isReadBreakable_ = false;          // a seek doesn't wait for what a server doesn't send
     const StreamChoice* choice_ = nullptr;  // from `open` on
     bool keepsSideData_ = false;            // palettes, samples to be left out, and so on
     bool tellsSoundEnd_ = false;            // with a packet without data, as that of the pictures and of exact seeks
@@ -201,6 +207,9 @@ public:
     // are faster than its 100 ms. Any thread, under any lock.
     void packetTaken();
 
+    // Whether more is being read: the input isn't over, and not enough waits. Any thread.
+    bool isReading() const { return reading_.load(std::memory_order_relaxed); }
+
     // What was read since `start`; any thread, without a lock.
     const ReadCounts& counts(TrackKind kind) const { return kind == TRACK_KIND_VIDEO ? videoRead_ : audioRead_; }
 
@@ -213,6 +222,7 @@ private:
     static int interruptCallback(void* opaque);
 
     bool isToGiveUp();
+    bool isReadBroken() const { return inBreakableRead_ && seekAsked_.isPending(); }
 
     bool openInput();
     void closeInput();
@@ -235,6 +245,8 @@ private:
     // The rest runs on the parser's thread.
     void Run() override;
     void sendCover();
+    // av_read_frame. One that a seek has broken off gives AVERROR_EXIT, and what it has read of a packet is dropped.
+    int readFrame(AVPacket* packet);
     void applyPauseRequest();
     bool isReadingHeldByPause() const;
     bool areQueuesFull();
@@ -314,6 +326,8 @@ private:
     LatestTime audioAsked_;
     ReadCounts videoRead_;
     ReadCounts audioRead_;
+    std::atomic<bool> reading_{false};
+    std::atomic<bool> inBreakableRead_{false};  // the demuxer may ask on a thread of its own
     std::atomic<int> untilLow_{0};  // packets to be taken until the thread that rests before full queues reads on
 
     PlaybackOptions playbackOptions_;  // guarded by mutex_

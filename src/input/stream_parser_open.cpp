@@ -35,6 +35,11 @@ constexpr int64_t kUnknownDurationUs = 36'000'000'000;  // ten hours
 // A goodbye that the server doesn't take by then isn't sent. The library looks once in 100 ms.
 constexpr std::chrono::milliseconds kFarewell{50};
 
+// A host that asks for either of these wants to get through what a network does.
+bool isBuffered(const PlaybackOptions& options) {
+    return options.readAheadMs > 0 || options.rebufferMs > 0;
+}
+
 struct Dictionary {
     Dictionary() = default;
     Dictionary(const Dictionary&) = delete;
@@ -138,6 +143,7 @@ void StreamParser::close() {
     static_cast<StreamParserState&>(*this) = {};
     durationUs_ = 0;
     paused_ = false;
+    reading_ = false;
     seekAsked_.drop();
     videoAsked_.drop();
     audioAsked_.drop();
@@ -174,6 +180,7 @@ std::shared_ptr<StreamInfo> StreamParser::getStreamInfo() {
     info->is_cover = coverStream_ != nullptr;
     info->has_audio = audioStreamIndex_ >= 0;
     info->is_live = isLive_;
+    info->is_remote = isRemote_;
     info->seekable = !isLive_;
     if (formatContext_) {
         const int picture = coverStream_ ? coverStream_->index : videoStreamIndex_;
@@ -191,7 +198,7 @@ int StreamParser::interruptCallback(void* opaque) {
 }
 
 bool StreamParser::isToGiveUp() {
-    return isStopRequested() && std::chrono::steady_clock::now() >= farewellEnd_;
+    return isReadBroken() || (isStopRequested() && std::chrono::steady_clock::now() >= farewellEnd_);
 }
 
 // An RTSP server that isn't told would send on, and keep the session for a minute. The library writes TEARDOWN when it
@@ -223,6 +230,9 @@ bool StreamParser::openInput() {
         }
         if (playbackOptions_.rtspFallsBack) {
             addRtspFallback(options);
+        }
+        if (isBuffered(playbackOptions_)) {
+            addReconnect(options, filePath_);
         }
         for (const auto& [key, value] : options) {
             Log::Debug(TAG, "%s, set key:%s, value:%s\n", "open", key.c_str(), value.c_str());
@@ -257,6 +267,9 @@ bool StreamParser::openInput() {
 
 void StreamParser::readTimes() {
     isLive_ = isInputNamed("rtsp") || isInputNamed("sdp");
+    isRemote_ = !isLive_ && isRemote(filePath_);
+    isReadBreakable_ = isRemote_ && isBuffered(playbackOptions_);
+    readAhead_ = ReadAhead(isRemote_ ? playbackOptions_.readAheadMs : 0);
     // Where nobody knows a length, the end of a pipe can't be told from the death of who writes.
     const bool isEndless = isLive_ || (isPipe(filePath_) && formatContext_->duration == AV_NOPTS_VALUE);
     readErrors_ = ReadErrors(isEndless && playbackOptions_.closedLiveFails ? ReadErrors::EndIs::Loss

@@ -14,6 +14,9 @@ enum EventType : int32_t {
     EVENT_FIRST_AUDIO_FRAME = 5,   // time in ms
     EVENT_COMPLETED = 6,
     EVENT_DURATION_UPDATED = 7,  // duration in ms
+    EVENT_STALLED = 8,
+    EVENT_BUFFERING = 9,  // what waits in ms, the same in percent of what is enough
+    EVENT_STALL_ENDED = 10,
 };
 
 }  // namespace kelp

@@ -7,7 +7,8 @@
 #include "kelp_player/log.h"
 #include "present/snapshot.h"
 
-// The plain commands and the choice of the clock. Starting and stopping, events and seeks have sources of their own.
+// The plain commands and the choice of the clock. Starting and stopping, pauses, events and seeks have sources of their
+// own.
 
 namespace kelp {
 
@@ -75,46 +76,6 @@ void PlayTask::raise(EventType type, int a, int b, int c) {
     if (eventCallback_) {
         eventCallback_(type, a, b, c);
     }
-}
-
-bool PlayTask::pause() {
-    Log::Debug(kTag, "%s\n", "pause");
-    std::lock_guard lock(pauseMutex_);
-    resume_ = Resume::None;
-    if (const auto clock = masterClock_.load()) {
-        clock->save(-1);
-    }
-    return pauseStages(true);
-}
-
-bool PlayTask::resume() {
-    Log::Debug(kTag, "%s\n", "resume");
-    if (hasStepped_.exchange(false) && seekBehindSteps()) {
-        return true;
-    }
-    std::lock_guard lock(pauseMutex_);
-    return resumeStages();
-}
-
-bool PlayTask::resumeStages() {
-    resume_ = Resume::None;
-    if (const auto clock = masterClock_.load()) {
-        clock->restore();
-    }
-    return pauseStages(false);
-}
-
-bool PlayTask::pauseStages(bool paused) {
-    if (streamParser_) {
-        streamParser_->pause(paused);
-    }
-    if (const auto pictures = pictureThread()) {
-        pictures->pause(paused);
-    }
-    if (const auto audioPlay = audioPlayThread_.load()) {
-        audioPlay->pause(paused);
-    }
-    return true;
 }
 
 void PlayTask::setSpeed(float speed) {

@@ -29,7 +29,9 @@
 #include "kelp_player/types.h"
 #include "playtask/event_type.h"
 #include "playtask/frame_buffer_pool.h"
+#include "playtask/rebuffer.h"
 #include "playtask/seek_turns.h"
+#include "playtask/stall_watch.h"
 #include "present/audio_play_thread.h"
 #include "present/video_play_thread.h"
 #include "runtime/atomic_shared_ptr.h"
@@ -169,6 +171,7 @@ private:
     void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
     void onPlaybackCompleted() override;
     void onPlayFailed() override;
+    WaitingPackets waitingPackets() override;
     bool isPictureAwaited() override { return videoPlayThread_.load() && (seekTurns_.isFrameAwaited() || hasStepped_); }
 
     // From the video decode thread; seeks without flush from the thread that runs `seek`. The buffers' `alloc` calls,
@@ -223,11 +226,19 @@ private:
     // The same, but what is in force from a load on as it was at this one, and a low delay for a live source alone.
     PlaybackOptions optionsToPlay();
 
-    // pauseMutex_ is held, in both.
-    bool pauseStages(bool paused);
-    bool resumeStages();
     // Has the sound play on the wanted device, or want `before` again.
     void changeAudioDevice(const std::string& before);
+
+    // Playback stands for a pause or for want of data. The host sees nothing of the latter but by its observer, and
+    // its pause holds on behind it. pauseMutex_ is held in all of these but setStalled.
+    bool resumeStages();
+    bool setPaused(bool paused);
+    void setStalled(bool stalled);
+    void holdClock(bool held);
+    void pauseSource(bool paused);
+    void holdPlayThreads(bool held);
+    void startStallWatch(const StreamInfo& streamInfo);
+    DataLevel dataLevel();
 
     // The parts of `play`.
     void makeClock();
@@ -369,9 +380,14 @@ private:
     // asked for is the one in force. The stages' threads never take it.
     std::mutex settingMutex_;
 
+    std::atomic<bool> isShowing_{false};      // the first frame has come, of the playback or behind its last seek
+    std::unique_ptr<StallWatch> stallWatch_;  // where a source may run dry; from `play` to `stop`
+
     SeekTurns seekTurns_{SeekRule::Standard};
-    // Held while the stages are paused or resumed, so that what the host asked for last is in force.
+    // Held while the stages are paused or resumed, so that what was asked for last is in force.
     std::mutex pauseMutex_;
+    bool isPaused_ = false;   // by the host; guarded by pauseMutex_, like the next
+    bool isStalled_ = false;  // for want of data
     // Whether the end of a seek is that of the pause: one that has begun, or is about to begin and may end before.
     enum class Resume { None, Starting, Over, BehindSeek };
     Resume resume_ = Resume::None;                 // guarded by pauseMutex_

@@ -162,6 +162,7 @@ void PlayTask::onFirstVideoFrame(int64_t framePtsMs) {
     if (isHostSeek()) {
         raise(EVENT_FIRST_VIDEO_FRAME, static_cast<int>(framePtsMs), 0, 0);
     }
+    isShowing_ = true;
     if (!coverPlayThread_.load()) {
         finishSeek(framePtsMs);
     }
@@ -172,6 +173,7 @@ void PlayTask::onFirstAudioFrame(int64_t framePtsMs) {
     if (isHostSeek()) {
         raise(EVENT_FIRST_AUDIO_FRAME, static_cast<int>(framePtsMs), 0, 0);
     }
+    isShowing_ = true;
     // Video, where there is any, has the say over the clock and the seek.
     if (!videoPlayThread_.load()) {
         finishSeek(framePtsMs);

@@ -77,6 +77,7 @@ bool PlayTask::play() {
         std::lock_guard lock(settingMutex_);
         updateSyncObject();
     }
+    startStallWatch(*streamInfo);
     std::lock_guard lock(seekRunMutex_);
     isRead_ = streamParser_->start();
     return isRead_;
@@ -235,6 +236,7 @@ bool PlayTask::end(WindowList::Leaving leaving) {
     }
     prepare(coverPlayThread_);
     prepare(audioPlayThread_);
+    stallWatch_.reset();
 
     // From the source down: nothing can push into a stage that is gone.
     if (streamParser_) {
@@ -283,6 +285,7 @@ bool PlayTask::end(WindowList::Leaving leaving) {
     {
         std::lock_guard lock(pauseMutex_);
         resume_ = Resume::None;
+        isPaused_ = false;
     }
 
     // All threads have ended, so no frame comes back behind this.

@@ -132,6 +132,7 @@ bool PlayTask::seekInQueues(int seekTimeMs) {
 
 void PlayTask::onSeekStart(int seekTimeMs) {
     seekTurns_.taken();
+    isShowing_ = false;
     if (const auto videoDecode = videoDecodeThread_.load()) {
         videoDecode->seek(seekTimeMs);
     }

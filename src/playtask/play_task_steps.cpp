@@ -8,13 +8,14 @@ namespace kelp {
 
 bool PlayTask::stepFrame(int pictures) {
     const auto videoPlay = videoPlayThread_.load();
-    const auto isResuming = [this] {
+    // Not of pictures that stand for want of data, nor while a resume is on its way.
+    const auto isHostsPause = [this] {
         std::lock_guard lock(pauseMutex_);
-        return resume_ != Resume::None;
+        return isPaused_ && resume_ == Resume::None;
     };
-    const char* const obstacle = !videoPlay || !videoPlay->isPaused() || isResuming() ? "no picture is paused"
-                                 : pictures < 0 && !seekable_                         ? "the source can't go back"
-                                                                                      : nullptr;
+    const char* const obstacle = !videoPlay || !videoPlay->isPaused() || !isHostsPause() ? "no picture is paused"
+                                 : pictures < 0 && !seekable_                            ? "the source can't go back"
+                                                                                         : nullptr;
     if (obstacle) {
         Log::Warn(kTag, "%s, %s\n", "stepFrame", obstacle);
         return false;

@@ -24,6 +24,8 @@ struct PlaybackOptions {
     bool closedLiveFails = false;            // "closed_live_source": the end of a live source is its loss
     bool rtspFallsBack = false;              // "rtsp_fallback": an RTSP server that refuses TCP is asked for UDP
     bool neverWaitsForDevice = false;        // "no_sound_device": sound goes on in silence while there is none
+    int64_t readAheadMs = 0;                 // "read_ahead": so far is a remote source read ahead; 0 for 200 packets
+    int64_t rebufferMs = 0;                  // "rebuffer": so much is waited for when it runs dry; 0 for nothing
     int64_t maxPixels = 0;                   // "max_pixels": of a picture; 0 for no limit
     int videoTrack = kAutoTrack;             // "video_track" and so on: the number of a track, or one of the above
     SeekRule seekRule = SeekRule::Standard;  // "seek": of the seeks from here on

@@ -24,17 +24,20 @@ private:
 // How much waits in a queue.
 class QueueLevel {
 public:
-    // `durationMs`: from the time of the first to that of the last.
-    void set(size_t count, int64_t durationMs) {
+    // `durationMs`: from the time of the first to that of the last. `bytes`: of packets.
+    void set(size_t count, int64_t durationMs, int64_t bytes = 0) {
         count_.set(static_cast<int64_t>(count));
         durationMs_.set(durationMs);
+        bytes_.set(bytes);
     }
     int count() const { return static_cast<int>(count_.read()); }
     int64_t durationMs() const { return std::max<int64_t>(durationMs_.read(), 0); }
+    int64_t bytes() const { return bytes_.read(); }
 
 private:
     Count count_;
     Count durationMs_;
+    Count bytes_;
 };
 
 // Bytes of the last second, to a tenth of it.

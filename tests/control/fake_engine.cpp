@@ -144,6 +144,9 @@ std::vector<Track> KelpPlayer::getTracks() {
 void KelpPlayer::setPacketSink(ExternPacketSink* sink) {
     engine().packetSink = sink;
 }
+void KelpPlayer::setStallObserver(StallObserver* observer) {
+    engine().stallObserver = observer;
+}
 Statistics KelpPlayer::getStatistics() {
     return engine().statistics;
 }

@@ -31,6 +31,7 @@ struct FakeEngine {
     Statistics statistics;
     bool isMuted = false;
     ExternPacketSink* packetSink = nullptr;
+    StallObserver* stallObserver = nullptr;
     KelpPlayerObserver* observer = nullptr;
     std::vector<void*> handles;  // of the windows, one for each call that names one
     std::vector<std::function<void()>> worker;

@@ -108,6 +108,22 @@ TEST(OptionTable, TakesANumberOfPixels) {
     }
 }
 
+TEST(OptionTable, TakesMilliseconds) {
+    PlaybackOptions options;
+    const auto* const ahead = findPlaybackOption("read_ahead");
+    const auto* const rebuffer = findPlaybackOption("rebuffer");
+    EXPECT_TRUE(ahead->read("30000", options));
+    EXPECT_TRUE(rebuffer->read("500", options));
+    // With nothing ahead nothing would be read.
+    for (const char* wrong : {"", "0", "-1", "+1", "1s", "1 ", "99999999999999999999"}) {
+        EXPECT_FALSE(ahead->read(wrong, options)) << wrong;
+        EXPECT_EQ(options.readAheadMs, 30000) << wrong;
+    }
+    EXPECT_TRUE(ahead->read("standard", options));
+    EXPECT_EQ(options.readAheadMs, 0);
+    EXPECT_EQ(options.rebufferMs, 500);
+}
+
 TEST(OptionTable, FindsItsKeysAlone) {
     for (const auto& row : playbackOptions()) {
         EXPECT_EQ(findPlaybackOption(row.key), &row);

@@ -426,5 +426,17 @@ TEST_F(TarnPlayerTest, TakesThePacketSinkBackWithoutItsLock) {
     EXPECT_EQ(engine().packetSink, nullptr);
 }
 
+TEST_F(TarnPlayerTest, TakesAStallObserverWithoutItsLock) {
+    reach(PLAYER_STATE_STARTED);
+    int any = 0;
+    auto* const observer = reinterpret_cast<StallObserver*>(&any);
+    player_->setStallObserver(observer);
+    EXPECT_EQ(engine().stallObserver, observer);
+    engine().inStop = [&] { player_->setStallObserver(nullptr); };
+    EXPECT_TRUE(player_->stop());
+    engine().inStop = nullptr;
+    EXPECT_EQ(engine().stallObserver, nullptr);
+}
+
 }  // namespace
 }  // namespace kelp::test

@@ -204,6 +204,9 @@ bool KelpPlayer::isMuted() {
 std::vector<std::string> KelpPlayer::getAudioDevices() {
     return {};
 }
+void KelpPlayer::setStallObserver(StallObserver* observer) {
+    static_cast<void>(observer);
+}
 Statistics KelpPlayer::getStatistics() {
     return {};
 }

@@ -606,5 +606,30 @@ TEST_F(BaseDecodeThreadTest, TellsWithoutItsLockWhatWaits) {
     EXPECT_EQ(look.text(), "0 0");
 }
 
+// What a packet takes beside its data is counted too, so that many small ones are bounded as well.
+TEST_F(BaseDecodeThreadTest, TellsTheMemoryThatWaits) {
+    BaseDecodeThread& base = thread_;
+    const auto fill = [&](int size) {
+        auto packet = makePacket(0);
+        packet->size = size;
+        base.fillPacket(std::move(packet));
+        return base.level().bytes();
+    };
+    const int64_t empty = fill(0);
+    EXPECT_GT(empty, 0);
+    EXPECT_EQ(fill(1000), 2 * empty + 1000);
+    base.seek(0);
+    EXPECT_EQ(base.level().bytes(), 0);
+    EXPECT_EQ(fill(0), empty);
+    std::atomic<int64_t> left{-1};
+    thread_.onDecode = [&](MediaPacket&) { left = base.level().bytes(); };
+    thread_.start();
+    while (left < 0) {
+        std::this_thread::yield();
+    }
+    EXPECT_EQ(left, 0);
+    thread_.stop();
+}
+
 }  // namespace
 }  // namespace kelp

@@ -127,6 +127,8 @@ const std::vector<MediaFile>& mediaTable() {
         {"cut_faststart.mp4", "an MP4 without its second half, with its index in front, which promises 3 s",
          "ffmpeg -i {dir}/small.mp4 -c copy -movflags +faststart {tmp}/fast.mp4 && "
          "size=$(stat -c %s {tmp}/fast.mp4); head -c $((size / 2)) {tmp}/fast.mp4 > {out}", 320, 180, 0, 0, false, 0},
+        {"faststart.mp4", "the everyday case in small, with its index in front, as servers have it",
+         "ffmpeg -i {dir}/small.mp4 -c copy -movflags +faststart {out}", 320, 180, 75, 3000, true, 440},
         {"flipped.mp4", "an MP4 with 1% of its bytes changed",
          "perl -e 'binmode STDIN; binmode STDOUT; undef $/; $_ = <STDIN>; srand(7); "
          "for my $i (1 .. length($_) / 100) { substr($_, int(rand(length $_)), 1) = chr(int(rand(256))); } print' "

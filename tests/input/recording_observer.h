@@ -29,6 +29,7 @@ public:
     int onVideoPacketQueueSize() override;
     int onAudioFrameQueueSize() override;
     int onVideoFrameQueueSize() override;
+    WaitingPackets waitingPackets() override { return {waitingMs_, waitingBytes_}; }
     bool isDecoding() override { return isDecoding_; }
     bool isPictureAwaited() override { return isPictureAwaited_; }
     void onSeekStart(int seekTimeMs) override;
@@ -54,6 +55,8 @@ public:
     std::atomic<int> audioPackets_{0};
     std::atomic<int> videoFrames_{0};
     std::atomic<int> audioFrames_{0};
+    std::atomic<int64_t> waitingMs_{0};
+    std::atomic<int64_t> waitingBytes_{0};
     std::atomic<bool> isDecoding_{false};
     std::atomic<bool> isPictureAwaited_{false};
 

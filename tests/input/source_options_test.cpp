@@ -78,6 +78,33 @@ TEST(SourceOptions, LetAnRtspServerThatRefusesTcpBeAskedForUdp) {
     EXPECT_EQ(flags["rtsp_flags"], "filter_src+prefer_tcp");
 }
 
+TEST(SourceOptions, TellWhatIsReadOverANetworkAtItsOwnPace) {
+    for (const char* path : {"http://host/film.mp4", "https://host/", "ftp://host/film.mp4", "tcp://host:1", "mmsh://h",
+                             "rtmp://host/app", "rtmpte://host/app", "cache:http://host/film.mp4",
+                             "crypto+https://host/film.ts", "subfile,,start,1,end,2,,:http://host/film.mp4"}) {
+        EXPECT_TRUE(isRemote(path)) << path;
+    }
+    for (const char* path : {"", "film.mp4", "http:film", "/http/film.mp4", "file:///film.mp4", "rtsp://host/film",
+                             "udp://239.0.0.1:1", "rtp://host:1", "srt://host:1", "pipe:0", "://", "cache:film"}) {
+        EXPECT_FALSE(isRemote(path)) << path;
+    }
+}
+
+TEST(SourceOptions, HaveAServerOfHttpBeAskedAgain) {
+    for (const char* path : {"http://host/film.mp4", "https://host/film.mp4"}) {
+        OptionMap options;
+        addReconnect(options, path);
+        EXPECT_THAT(options, ElementsAre(Pair("reconnect", "1"), Pair("reconnect_delay_max", "10")));
+    }
+    OptionMap others;
+    addReconnect(others, "film.mp4");
+    addReconnect(others, "ftp://host/film.mp4");
+    EXPECT_THAT(others, IsEmpty());
+    OptionMap hosts{{"reconnect", "0"}, {"reconnect_delay_max", "60"}};
+    addReconnect(hosts, "http://host/film.mp4");
+    EXPECT_THAT(hosts, ElementsAre(Pair("reconnect", "0"), Pair("reconnect_delay_max", "60")));
+}
+
 TEST(SourceOptions, LeaveAValueThatIsSet) {
     OptionMap options{{"fflags", "genpts"}, {"protocol_whitelist", "file"}};
     addSourceOptions(options, "/tmp/camera.sdp");

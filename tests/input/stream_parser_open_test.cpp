@@ -181,6 +181,32 @@ TEST_F(StreamParserOpen, AddsNothingToTheNextSourceWhereAllIsPlayed) {
     EXPECT_THAT(optionsOf("film"), testing::Contains("fflags=genpts")) << "the host's stays";
 }
 
+TEST_F(StreamParserOpen, HasAServerThatDropsTheConnectionBeAskedAgainWhereThatIsWanted) {
+    const auto isReconnected = testing::Contains("reconnect=1");
+    for (const PlaybackOptions& options : {PlaybackOptions{.readAheadMs = 1}, PlaybackOptions{.rebufferMs = 1}}) {
+        parser->setPlaybackOptions(options);
+        EXPECT_THAT(optionsOf("http://127.0.0.1/film"), isReconnected);
+        parser->close();
+        EXPECT_THAT(optionsOf("film"), testing::ElementsAreArray(kDefaults)) << "it went with that source";
+        parser->close();
+    }
+    parser->setPlaybackOptions({});
+    EXPECT_THAT(optionsOf("http://127.0.0.1/film"), testing::ElementsAreArray(kDefaults));
+}
+
+TEST_F(StreamParserOpen, TellsARemoteSourceFromOthers) {
+    const auto isRemote = [&](const char* formatName, const char* path) {
+        parser->close();
+        SyntheticInput input;
+        input.formatName = formatName;
+        EXPECT_TRUE(open(input, path));
+        return parser->getStreamInfo()->is_remote;
+    };
+    EXPECT_TRUE(isRemote("mpegts", "http://127.0.0.1/film.ts"));
+    EXPECT_FALSE(isRemote("mpegts", "film.ts"));
+    EXPECT_FALSE(isRemote("sdp", "http://127.0.0.1/camera.sdp")) << "a live one";
+}
+
 TEST_F(StreamParserOpen, LogsTheWayOfAnOpen) {
     SyntheticInput input;
     input.startTimeUs = 1'400'000;

@@ -77,6 +77,100 @@ TEST_F(StreamParserRest, WhileTheQueuesAreFullEndsWhenTheyAreDownToAHalf) {
     EXPECT_EQ(FakeTime::nowMs(), 1'000'000);
 }
 
+class StreamParserAhead : public StreamParserRest {
+protected:
+    void openAhead(const std::string& path) {
+        parser->setPlaybackOptions({.readAheadMs = 10'000});
+        ASSERT_TRUE(open({}, path));
+    }
+
+    // Whether the demuxer is told to give up the first read, in which a seek comes. That one brings sound at 1 s, the
+    // next one at 2 s.
+    bool isReadBrokenOff(const PlaybackOptions& options, const std::string& path) {
+        parser->setPlaybackOptions(options);
+        EXPECT_TRUE(open({}, path));
+        bool isBroken = false;
+        hooks().readFrame = [&, reads = 0](AVFormatContext* context, AVPacket* packet) mutable {
+            if (++reads > 2) {
+                return AVERROR(EAGAIN);
+            }
+            if (reads == 1) {
+                parser->seek(1000);
+                isBroken = context->interrupt_callback.callback(context->interrupt_callback.opaque) != 0;
+            }
+            av_new_packet(packet, 4);
+            packet->stream_index = 1;
+            packet->pts = packet->dts = reads * 44100;
+            return 0;
+        };
+        EXPECT_TRUE(parser->start());
+        EXPECT_TRUE(observer->waitFor("audio 88200"));
+        parser->stop();
+        return isBroken;
+    }
+};
+
+TEST_F(StreamParserAhead, ReadsARemoteSourceUntilSoMuchTimeWaits) {
+    openAhead("http://127.0.0.1/film");
+    observer->videoPackets_ = 5000;
+    observer->waitingMs_ = 9999;
+    script.audio(0).then([&] { observer->waitingMs_ = 10'000; }).audio(44100).audio(88200);
+    EXPECT_FALSE(parser->isReading());
+    startStepping();
+    EXPECT_EQ(observer->count("audio 44100"), 1);
+    EXPECT_EQ(observer->count("audio 88200"), 0);
+    EXPECT_FALSE(parser->isReading());
+    observer->waitingMs_ = 9999;
+    FakeTime::advanceMs(100);
+    EXPECT_TRUE(observer->waitFor("audio 88200"));
+}
+
+TEST_F(StreamParserAhead, ReadsNoFurtherThanMemoryAllows) {
+    openAhead("http://127.0.0.1/film");
+    observer->videoPackets_ = 10;
+    observer->waitingBytes_ = ReadAhead::kMaxBytes;
+    script.audio(0);
+    startStepping();
+    EXPECT_THAT(observer->events(), IsEmpty());
+    observer->waitingBytes_ = ReadAhead::kMaxBytes - 1;
+    FakeTime::advanceMs(100);
+    EXPECT_TRUE(observer->waitFor("first audio 0"));
+}
+
+TEST_F(StreamParserAhead, ReadsAFileAsEver) {
+    openAhead("film");
+    observer->videoPackets_ = 200;
+    script.audio(0);
+    startStepping();
+    EXPECT_THAT(observer->events(), IsEmpty());
+}
+
+TEST_F(StreamParserAhead, BreaksOffAReadForASeekAndDropsWhatItBrought) {
+    EXPECT_TRUE(isReadBrokenOff({.rebufferMs = 1000}, "http://127.0.0.1/film"));
+    EXPECT_EQ(observer->count("audio 44100"), 0);
+    EXPECT_EQ(observer->count("seek completed"), 1);
+    EXPECT_THAT(logLines("Immediate exit"), IsEmpty());
+}
+
+TEST_F(StreamParserAhead, BreaksOffNoReadWhereThatIsNotWanted) {
+    EXPECT_FALSE(isReadBrokenOff({}, "http://127.0.0.1/film"));
+    EXPECT_EQ(observer->count("audio 44100"), 1);
+}
+
+TEST_F(StreamParserAhead, BreaksOffNoReadOfAFile) {
+    EXPECT_FALSE(isReadBrokenOff({.readAheadMs = 10'000, .rebufferMs = 1000}, "film"));
+    EXPECT_EQ(observer->count("audio 44100"), 1);
+}
+
+TEST_F(StreamParserAhead, IsNotReadingBehindTheEnd) {
+    openAhead("http://127.0.0.1/film");
+    script.audio(0).then([&] { EXPECT_TRUE(parser->isReading()); }).endOfFile();
+    observer->audioFrames_ = 1;
+    startStepping();
+    EXPECT_FALSE(parser->isReading());
+    EXPECT_EQ(observer->count("completed"), 0);
+}
+
 TEST_F(StreamParserRest, AfterTheEndEndsForASeekAndForAPausesEnd) {
     ASSERT_TRUE(open());
     script.endOfFile().audio(0);

@@ -17,6 +17,7 @@ template struct ExposeMember<struct ParserPausedTag, &StreamParser::paused_>;
 namespace {
 
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 using Notes = std::vector<std::string>;
 
@@ -146,6 +147,62 @@ TEST_F(PlayTaskCalls, PauseFromTheClockToTheSound) {
     EXPECT_THAT(notes, ElementsAre("clock keeps -1, reading 0", "video pauses behind a held parser",
                                    "audio pauses behind a held parser", "clock goes on, held 0",
                                    "video goes on behind a reading parser", "audio goes on behind a reading parser"));
+}
+
+TEST_F(PlayTaskCalls, StandForWantOfDataAsInAPauseButReadOn) {
+    under.peer.setStalled(true);
+    under.peer.setStalled(false);
+    EXPECT_THAT(notes, ElementsAre("clock keeps -1, reading 0", "video pauses behind a reading parser",
+                                   "audio pauses behind a reading parser", "clock goes on, reading 1",
+                                   "video goes on behind a reading parser", "audio goes on behind a reading parser"));
+    EXPECT_THAT(under.events(),
+                ElementsAre(test::Event{EVENT_STALLED, 0, 0, 0}, test::Event{EVENT_STALL_ENDED, 0, 0, 0}));
+}
+
+TEST_F(PlayTaskCalls, StayPausedWhenAStallEndsInAPause) {
+    under.peer.setStalled(true);
+    notes.clear();
+    under.task->pause();
+    EXPECT_TRUE(isParserPaused());
+    under.peer.setStalled(false);
+    EXPECT_THAT(notes, IsEmpty());
+    under.task->resume();
+    EXPECT_THAT(notes, ElementsAre("clock goes on, held 2", "video goes on behind a reading parser",
+                                   "audio goes on behind a reading parser"));
+}
+
+TEST_F(PlayTaskCalls, StandOnWhenAPauseEndsInAStall) {
+    under.peer.setStalled(true);
+    under.task->pause();
+    notes.clear();
+    under.task->resume();
+    EXPECT_FALSE(isParserPaused());
+    EXPECT_THAT(notes, IsEmpty());
+    under.peer.setStalled(false);
+    EXPECT_THAT(notes, ElementsAre("clock goes on, reading 1", "video goes on behind a reading parser",
+                                   "audio goes on behind a reading parser"));
+}
+
+TEST_F(PlayTaskCalls, CountAsPlayingFromTheFirstFrameToAPauseOrASeek) {
+    EXPECT_FALSE(under.peer.dataLevel().isPlaying);
+    under.fromVideoPlay().onFirstVideoFrame(0);
+    EXPECT_TRUE(under.peer.dataLevel().isPlaying);
+    under.task->pause();
+    EXPECT_FALSE(under.peer.dataLevel().isPlaying);
+    under.task->resume();
+    EXPECT_TRUE(under.peer.dataLevel().isPlaying);
+    under.fromParser().onSeekStart(2000);
+    EXPECT_FALSE(under.peer.dataLevel().isPlaying);
+    under.fromAudioPlay().onFirstAudioFrame(2000);
+    EXPECT_TRUE(under.peer.dataLevel().isPlaying);
+}
+
+TEST_F(PlayTaskCalls, DontCountAsPlayingByAClockThatCantHold) {
+    under.fromVideoPlay().onFirstVideoFrame(0);
+    under.task->setExternSyncClock(std::make_shared<MasterClock>());
+    EXPECT_FALSE(under.peer.dataLevel().isPlaying);
+    under.task->setSyncMasterMode(SYNC_MASTER_AUDIO);
+    EXPECT_TRUE(under.peer.dataLevel().isPlaying);
 }
 
 TEST_F(PlayTaskCalls, StopFromTheSourceDownAfterAllHaveHeardOfIt) {

@@ -63,6 +63,8 @@ public:
     std::unique_lock<std::mutex> lockSeekTurns() { return std::unique_lock(task_.seekTurns_.mutex_); }
     // With lockSeekTurns held.
     void endSeek() { task_.seekTurns_.end(); }
+    void setStalled(bool stalled) { task_.setStalled(stalled); }
+    DataLevel dataLevel() { return task_.dataLevel(); }
     bool isSeeking() { return task_.seekTurns_.target().has_value(); }
     int seekingTimeMs() { return task_.seekTurns_.target().value_or(-1); }
     // 0 none, 1 one is due; how far the running one has come: 2 asked for, 3 read, 4 arrived at the play threads.

@@ -37,8 +37,10 @@ TEST(QueueLevel, TellsNoDurationWhereTimesGoBack) {
     level.set(3, 80);
     EXPECT_EQ(level.count(), 3);
     EXPECT_EQ(level.durationMs(), 80);
-    level.set(2, -40);
+    EXPECT_EQ(level.bytes(), 0);
+    level.set(2, -40, 17);
     EXPECT_EQ(level.durationMs(), 0);
+    EXPECT_EQ(level.bytes(), 17);
 }
 
 TEST(ReadCounts, BeginAnew) {

@@ -1,0 +1,174 @@
+// Sources over a network that don't come fast enough, that are read ahead, and whose connection breaks.
+
+#include <gmock/gmock.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "e2e/http_server.h"
+#include "e2e/media.h"
+#include "e2e/playback.h"
+#include "e2e/recording_sink.h"
+#include "kelp_player/stall_observer.h"
+
+namespace kelp::test {
+namespace {
+
+constexpr int kAtMostMs = 20000;
+constexpr const char* kFilm = "faststart.mp4";
+
+class Stalls final : public StallObserver {
+public:
+    void onStalled() override { note("stalled"); }
+    void onBuffering(int waitingMs, int percent) override {
+        EXPECT_GE(waitingMs, 0);
+        EXPECT_GE(percent, 0);
+        EXPECT_LE(percent, 100);
+    }
+    void onStallEnded() override { note("ended"); }
+
+    bool waitFor(const std::string& what) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::milliseconds(kAtMostMs),
+                                 [&] { return !told_.empty() && told_.back() == what; });
+    }
+    // Whether each was told once, with its end.
+    bool arePaired() {
+        std::lock_guard lock(mutex_);
+        for (size_t i = 0; i < told_.size(); ++i) {
+            if (told_[i] != (i % 2 == 0 ? "stalled" : "ended")) {
+                return false;
+            }
+        }
+        return told_.size() % 2 == 0;
+    }
+
+private:
+    void note(const char* what) {
+        std::lock_guard lock(mutex_);
+        told_.emplace_back(what);
+        changed_.notify_all();
+    }
+
+    std::mutex mutex_;  // guards told_
+    std::condition_variable changed_;
+    std::vector<std::string> told_;
+};
+
+class Stall : public testing::Test {
+protected:
+    Stall() {
+        player().enableHwDecoder(false, HW_DECODE_NONE);
+        player().setOption("preset", "recommended");
+        player().setStallObserver(&stalls_);
+        player().addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&sink_), 0, 0);
+    }
+
+    KelpPlayer& player() { return playback_.player(); }
+    // Whether each picture came to its time. A machine that is busy may leave out some as late.
+    bool isAllPlayed() {
+        const MediaFile& film = mediaFile(kFilm);
+        const bool isLastShown = sink_.waitForPicture((film.frames - 1) * 40, kAtMostMs);
+        const VideoStatistics video = player().getStatistics().video;
+        return isLastShown && video.packets == film.frames && video.shown + video.late == film.frames;
+    }
+
+    HttpServer server_{mediaPath(kFilm)};
+    Stalls stalls_;
+    RecordingSink sink_{RecordingSink::Keep::Nothing};
+    Playback playback_;
+};
+
+TEST_F(Stall, HoldsPlaybackIsToldOnceAndLosesNoPicture) {
+    server_.holdAt(server_.size() / 2);
+    ASSERT_TRUE(playback_.open(server_.url()));
+    ASSERT_TRUE(player().play());
+    // It may have been near before, on a machine that is busy.
+    ASSERT_TRUE(stalls_.waitFor("stalled"));
+    const int heldMs = player().getCurrentTime();
+    const int shown = sink_.frameCount();
+    EXPECT_LT(heldMs, mediaFile(kFilm).durationMs / 2 + 500);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    EXPECT_EQ(player().getCurrentTime(), heldMs);
+    EXPECT_EQ(sink_.frameCount(), shown);
+    EXPECT_EQ(playback_.count(Happened::Completed), 0);
+    server_.release();
+    ASSERT_TRUE(stalls_.waitFor("ended"));
+    ASSERT_TRUE(playback_.waitFor(Happened::Completed, kAtMostMs));
+    EXPECT_TRUE(isAllPlayed());
+    EXPECT_TRUE(stalls_.arePaired());
+    EXPECT_EQ(server_.requests(), 1);
+    EXPECT_EQ(server_.sent(), server_.size());
+}
+
+TEST_F(Stall, LeavesPauseResumeAndSeekToTheHost) {
+    server_.holdAt(server_.size() / 2);
+    ASSERT_TRUE(playback_.open(server_.url()));
+    ASSERT_TRUE(player().play());
+    ASSERT_TRUE(stalls_.waitFor("stalled"));
+    ASSERT_TRUE(player().pause());
+    ASSERT_TRUE(player().resume());
+    ASSERT_TRUE(player().pause());
+    ASSERT_TRUE(player().seek(400));
+    // What comes anew for it may be enough to go on.
+    ASSERT_TRUE(playback_.waitFor(Happened::FirstVideoFrame, kAtMostMs, 2));
+    EXPECT_EQ(playback_.last(Happened::FirstVideoFrame).a, 400);
+    server_.release();
+    ASSERT_TRUE(stalls_.waitFor("ended"));
+    const int shown = sink_.frameCount();
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_EQ(sink_.frameCount(), shown) << "still in the host's pause";
+    ASSERT_TRUE(player().resume());
+    ASSERT_TRUE(playback_.waitFor(Happened::Completed, kAtMostMs));
+}
+
+TEST_F(Stall, EndsWithAStop) {
+    server_.holdAt(server_.size() / 2);
+    ASSERT_TRUE(playback_.open(server_.url()));
+    ASSERT_TRUE(player().play());
+    ASSERT_TRUE(stalls_.waitFor("stalled"));
+    ASSERT_TRUE(player().stop());
+    EXPECT_TRUE(stalls_.waitFor("ended"));
+    EXPECT_TRUE(stalls_.arePaired());
+}
+
+TEST_F(Stall, DoesNotComeOfASeekWithinWhatWasReadAhead) {
+    const int64_t heldAt = server_.size() * 9 / 10;
+    server_.holdAt(heldAt);
+    ASSERT_TRUE(playback_.open(server_.url()));
+    ASSERT_TRUE(player().play());
+    ASSERT_TRUE(playback_.waitFor(Happened::FirstVideoFrame, kAtMostMs));
+    ASSERT_TRUE(player().pause());
+    // In the pause all is read that comes, and frames of both are decoded as far as there is room.
+    const auto isReady = [&] {
+        const Statistics now = player().getStatistics();
+        return server_.sent() == heldAt && now.video.queue.durationMs > 1500 && now.video.pictures.count > 1 &&
+               now.audio.sound.count > 1;
+    };
+    for (int waitedMs = 0; !isReady() && waitedMs < kAtMostMs; waitedMs += 10) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_TRUE(isReady());
+    const int requests = server_.requests();
+    const int64_t sent = server_.sent();
+    ASSERT_TRUE(player().seek(1600));
+    ASSERT_TRUE(playback_.waitFor(Happened::FirstVideoFrame, kAtMostMs, 2));
+    EXPECT_EQ(playback_.last(Happened::FirstVideoFrame).a, 1600);
+    EXPECT_EQ(server_.requests(), requests);
+    EXPECT_EQ(server_.sent(), sent);
+}
+
+TEST_F(Stall, OfAConnectionThatBreaksIsAskedAgain) {
+    server_.dropAt(server_.size() / 2);
+    ASSERT_TRUE(playback_.open(server_.url()));
+    ASSERT_TRUE(player().play());
+    ASSERT_TRUE(playback_.waitFor(Happened::Completed, kAtMostMs));
+    EXPECT_TRUE(isAllPlayed());
+    EXPECT_EQ(server_.requests(), 2);
+    EXPECT_EQ(server_.sent(), server_.size());
+}
+
+}  // namespace
+}  // namespace kelp::test

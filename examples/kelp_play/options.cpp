@@ -82,12 +82,8 @@ private:
                 return mistake("no log level of that name: ", value);
             }
             options_.logLevel = value;
-        } else {
-            const auto equals = value.find('=');
-            if (equals == std::string_view::npos || equals == 0) {
-                return mistake("not KEY=VALUE: ", value);
-            }
-            options_.playerOptions.emplace_back(value.substr(0, equals), value.substr(equals + 1));
+        } else if (!addSetting(value, options_.playerOptions)) {
+            return mistake("not KEY=VALUE: ", value);
         }
         return true;
     }

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <string>
-#include <utility>
-#include <vector>
+
+#include "settings.h"
 
 // Whose clock picture and sound follow.
 enum class Master { Clock, Audio, Video, Host };
@@ -17,8 +17,8 @@ struct Options {
     int retryMs = 0;         // from a failure of the source to its restart; 0 for none
     bool hardware = true;
     Master master = Master::Audio;
-    std::vector<std::pair<std::string, std::string>> playerOptions;  // keys and values for TarnPlayer::setOption
-    std::string logLevel;                                            // a word of the option "log_level"; empty for none
+    Settings playerOptions;  // for TarnPlayer::setOption
+    std::string logLevel;    // a word of the option "log_level"; empty for none
     bool help = false;
 };
 

@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <charconv>
+#include <vector>
 
 const char* const kUsage =
     "usage: restream [OPTIONS] SOURCE DESTINATION\n"
@@ -14,6 +15,7 @@ const char* const kUsage =
     "\n"
     "  --udp HOST:PORT      send the bytes of SOURCE, a file with an MPEG transport stream, as datagrams; HOST is an\n"
     "                       IPv4 address or localhost\n"
+    "  --video-track N      the video of that number, where there are several\n"
     "  --fast               send as fast as it goes\n"
     "  --option KEY=VALUE   an option for the output, as FFmpeg's muxers take them\n"
     "  --help               show this\n";
@@ -33,6 +35,12 @@ bool parseUdp(const std::string& text, Options& options) {
     options.udpPort = static_cast<unsigned short>(port);
     return inet_pton(AF_INET, options.udpAddress.c_str(), &address) == 1 && parsed.ec == std::errc() &&
            parsed.ptr == end && port >= 1 && port <= 65535;
+}
+
+bool parseNumber(const std::string& text, int& number) {
+    const char* end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, number);
+    return parsed.ec == std::errc() && parsed.ptr == end && number >= 0;
 }
 
 }  // namespace
@@ -57,13 +65,15 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
                 return false;
             }
         } else if (argument == "--option") {
-            const std::string setting = hasValue ? argv[++i] : "";
-            const auto equals = setting.find('=');
-            if (equals == std::string::npos || equals == 0) {
+            if (!hasValue || !addSetting(argv[++i], options.settings)) {
                 error = "--option takes KEY=VALUE";
                 return false;
             }
-            options.settings.emplace_back(setting.substr(0, equals), setting.substr(equals + 1));
+        } else if (argument == "--video-track") {
+            if (!hasValue || !parseNumber(argv[++i], options.videoTrack)) {
+                error = "--video-track takes the number of a track";
+                return false;
+            }
         } else {
             error = "unknown option " + argument;
             return false;

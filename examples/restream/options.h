@@ -1,17 +1,18 @@
 #pragma once
 
 #include <string>
-#include <utility>
-#include <vector>
+
+#include "settings.h"
 
 // The command line of the restream program.
 struct Options {
     std::string source;
-    std::string destination;                                    // for StreamMuxer; empty with --udp
-    std::string udpAddress;                                     // dotted text; empty without --udp
-    unsigned short udpPort = 0;                                 //
-    bool fast = false;                                          // don't keep to the source's pace
-    std::vector<std::pair<std::string, std::string>> settings;  // for the muxer
+    std::string destination;     // for StreamMuxer; empty with --udp
+    std::string udpAddress;      // dotted text; empty without --udp
+    unsigned short udpPort = 0;  //
+    bool fast = false;           // don't keep to the source's pace
+    int videoTrack = -1;         // the number of the one to publish; -1 for FFmpeg's choice
+    Settings settings;           // for the muxer
     bool help = false;
 };
 

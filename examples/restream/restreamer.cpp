@@ -77,7 +77,7 @@ int Restreamer::run() {
 bool Restreamer::publish() {
     VideoSource source(interrupted);
     std::string error;
-    if (!source.open(options_.source, error)) {
+    if (!source.open(options_.source, options_.videoTrack, error)) {
         return interrupted() || fail(options_.source, error);
     }
     LastError lastError;

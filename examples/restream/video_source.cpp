@@ -36,7 +36,7 @@ kelp::VideoCodecType codecType(AVCodecID id) {
         case AV_CODEC_ID_MJPEG:
             return kelp::VIDEO_CODEC_MJPEG;
         default:
-            return kelp::VIDEO_CODEC_NONE;
+            return kelp::VIDEO_CODEC_OTHER;  // the parameters name it
     }
 }
 
@@ -82,7 +82,7 @@ VideoSource::~VideoSource() {
     avformat_close_input(&format_);
 }
 
-bool VideoSource::open(const std::string& url, std::string& error) {
+bool VideoSource::open(const std::string& url, int track, std::string& error) {
     format_ = avformat_alloc_context();
     format_->interrupt_callback = {
         [](void* self) { return static_cast<int>(static_cast<VideoSource*>(self)->interrupted_()); }, this};
@@ -100,9 +100,9 @@ bool VideoSource::open(const std::string& url, std::string& error) {
         error = errorText(result);
         return false;
     }
-    const int index = av_find_best_stream(format_, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+    const int index = av_find_best_stream(format_, AVMEDIA_TYPE_VIDEO, track, -1, nullptr, 0);
     if (index < 0) {
-        error = "there is no video in it";
+        error = track < 0 ? "there is no video in it" : "there is no video of that number in it";
         return false;
     }
     for (unsigned int i = 0; i < format_->nb_streams; ++i) {
@@ -114,10 +114,12 @@ bool VideoSource::open(const std::string& url, std::string& error) {
     codecInfo_->width = parameters.width;
     codecInfo_->height = parameters.height;
     codecInfo_->pixFormat = pixFormat(parameters.format);
-    if (codecInfo_->videoCodecType == kelp::VIDEO_CODEC_NONE) {
-        error = std::string("its video can't be published: ") + avcodec_get_name(parameters.codec_id);
+    codecInfo_->videoParameters = avcodec_parameters_alloc();
+    if (codecInfo_->videoParameters == nullptr) {
+        error = errorText(AVERROR(ENOMEM));
         return false;
     }
+    avcodec_parameters_copy(codecInfo_->videoParameters, &parameters);
     return openFilter(error);
 }
 

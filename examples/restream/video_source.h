@@ -22,8 +22,8 @@ public:
     VideoSource(const VideoSource&) = delete;
     VideoSource& operator=(const VideoSource&) = delete;
 
-    // On failure it says why in `error` and gives false.
-    bool open(const std::string& url, std::string& error);
+    // `track`: the number of a video in it; -1 for FFmpeg's choice. On failure it says why in `error` and gives false.
+    bool open(const std::string& url, int track, std::string& error);
 
     std::shared_ptr<kelp::CodecInfo> codecInfo() const { return codecInfo_; }
     // 0 if it isn't known.

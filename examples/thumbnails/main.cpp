@@ -1,7 +1,7 @@
-// A contact sheet of a file: thumbnails FILE N OUT.png
+// A contact sheet of a file: thumbnails [--option KEY=VALUE]... FILE N OUT.png
 //
 // N pictures from evenly spaced times, each got by a seek. There is no window and no sound: SDL's dummy drivers take
-// their place, so that it also runs where there is no screen.
+// their place, so that it also runs where there is no screen. An option is one of the player's, as video_track=1.
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -11,6 +11,7 @@
 
 #include "kelp_player/kelp_player.h"
 #include "picture_taker.h"
+#include "settings.h"
 
 namespace {
 
@@ -65,9 +66,15 @@ int takePictures(kelp::KelpPlayer& player, PictureTaker& taker, int count) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    Settings settings;
+    while (argc > 5 && std::string_view(argv[1]) == "--option" && addSetting(argv[2], settings)) {
+        argv += 2;
+        argc -= 2;
+    }
     const int count = argc == 4 ? std::atoi(argv[2]) : 0;
     if (count < 1 || count > kPicturesMax) {
-        std::fprintf(stderr, "usage: thumbnails FILE N OUT.png, with N from 1 to %d\n", kPicturesMax);
+        std::fprintf(stderr, "usage: thumbnails [--option KEY=VALUE]... FILE N OUT.png, with N from 1 to %d\n",
+                     kPicturesMax);
         return 2;
     }
     const std::string file = argv[1];
@@ -85,6 +92,9 @@ int main(int argc, char** argv) {
     player->setOption("preset", "recommended");
     player->addWindow(kelp::WINDOW_TYPE_EXTERN, static_cast<kelp::ExternFrameSink*>(&taker), 0, 0);
     // [/player]
+    for (const auto& [key, value] : settings) {
+        player->setOption(key.c_str(), value.c_str());
+    }
     int taken = 0;
     if (player->loadFileAsync(file.c_str(), 0) && events.waitUntilPrepared() && player->play()) {
         taken = takePictures(*player, taker, count);

@@ -24,10 +24,11 @@ std::string usage() {
                "\n"
                "Shows the files side by side, all at the same time of one clock.\n"
                "\n"
-               "  --tiles N    so many tiles, which take the files in turn; as many as files by default\n"
-               "  --sound N    the tile that is heard, 1 by default, 0 for none\n"
-               "  --headless   without a window\n"
-               "  --help       show this\n"
+               "  --tiles N            so many tiles, which take the files in turn; as many as files by default\n"
+               "  --sound N            the tile that is heard, 1 by default, 0 for none\n"
+               "  --option KEY=VALUE   an option of all players, such as audio_track=2; may be given again and again\n"
+               "  --headless           without a window\n"
+               "  --help               show this\n"
                "\n") +
            kKeysUsage;
 }
@@ -49,6 +50,11 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
         } else if (word == "--tiles" || word == "--sound") {
             if (++i == argc || !number(argv[i], kMostTiles, word == "--tiles" ? tiles : options.soundTile)) {
                 error = std::string(word) + " takes a number up to " + std::to_string(kMostTiles);
+                return false;
+            }
+        } else if (word == "--option") {
+            if (++i == argc || !addSetting(argv[i], options.settings)) {
+                error = "--option takes KEY=VALUE";
                 return false;
             }
         } else {

@@ -3,10 +3,13 @@
 #include <string>
 #include <vector>
 
+#include "settings.h"
+
 // The command line of the video wall.
 struct Options {
     std::vector<std::string> files;  // one for each tile
     int soundTile = 1;               // the one that is heard; 0 for none
+    Settings settings;               // for each player
     bool headless = false;
     bool help = false;
 };

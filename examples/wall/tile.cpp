@@ -3,10 +3,14 @@
 #include <cstring>
 #include <utility>
 
-Tile::Tile(const std::string& file, kelp::TarnSyncClock* clock, bool withSound, bool keepPictures)
+Tile::Tile(const std::string& file, const Settings& settings, kelp::TarnSyncClock* clock, bool withSound,
+           bool keepPictures)
     : file_(file), keepPictures_(keepPictures), player_(kelp::TarnPlayer::create()), volume_(withSound ? 1.0F : 0.0F) {
     player_->setOption("preset", "recommended");
     player_->setOption("log_level", "none");
+    for (const auto& [key, value] : settings) {
+        player_->setOption(key.c_str(), value.c_str());
+    }
     player_->setSyncClock(clock);
     player_->addWindow(static_cast<kelp::ExternFrameSink*>(this), kelp::WINDOW_TYPE_EXTERN, 0, 0);
     if (!player_->setDataSource(file.c_str(), 0, this) || !player_->prepareAsync() || !player_->start()) {

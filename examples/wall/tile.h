@@ -10,6 +10,7 @@
 #include "kelp_player/frame_sink.h"
 #include "kelp_player/sync_clock.h"
 #include "kelp_player/tarn_player.h"
+#include "settings.h"
 
 // One film of the wall: a player, and the picture that it shows last.
 //
@@ -23,9 +24,10 @@ public:
         std::array<std::vector<uint8_t>, 3> planes;
     };
 
-    // Plays `file` on `clock` as soon as it is open. `withSound`: whether it is heard. `keepPictures`: whether somebody
-    // will take them.
-    Tile(const std::string& file, kelp::TarnSyncClock* clock, bool withSound, bool keepPictures);
+    // Plays `file` on `clock` as soon as it is open, with these options. `withSound`: whether it is heard.
+    // `keepPictures`: whether somebody will take them.
+    Tile(const std::string& file, const Settings& settings, kelp::TarnSyncClock* clock, bool withSound,
+         bool keepPictures);
     ~Tile();
     Tile(const Tile&) = delete;
     Tile& operator=(const Tile&) = delete;

@@ -62,7 +62,7 @@ int WallApp::run() {
     clock_->pause();
     for (size_t i = 0; i < options_.files.size(); ++i) {
         const bool heard = static_cast<int>(i) + 1 == options_.soundTile;
-        tiles_.push_back(std::make_unique<Tile>(options_.files[i], clock_, heard, screen_.isOpen()));
+        tiles_.push_back(std::make_unique<Tile>(options_.files[i], options_.settings, clock_, heard, screen_.isOpen()));
     }
     told_.resize(tiles_.size());
     loop();

@@ -253,7 +253,7 @@ xdotool key i
 wait_for "no statistics" statistics
 # It stands where the program was started.
 xdotool key s
-saved() { [ "$(cd "$scratch" && ffprobe -v error -show_entries stream=codec_name -of csv=p=0 long-*.png)" = png ]; }
+saved() { [ "$(cd "$scratch" && ffprobe -v error -show_entries stream=codec_name -of csv=p=0 long-*.png 2>/dev/null)" = png ]; }
 wait_for "no picture was saved" saved
 quit
 

@@ -117,6 +117,27 @@ TEST_F(Restream, WritesAFileThatHoldsTheSourcesVideo) {
     }
 }
 
+TEST_F(Restream, PublishesWhatTheContainerHolds) {
+    const std::string path = scratch_.path("out.mp4");
+    const EncodedVideo source = test::readVideo(test::mediaPath("vp9_aac.mkv"));
+    EXPECT_EQ(run({"--fast", test::mediaPath("vp9_aac.mkv"), path}), 0) << errors();
+    const EncodedVideo written = test::readVideo(path);
+    EXPECT_EQ(written.codecId, source.codecId);
+    EXPECT_FALSE(written.pictures.empty());
+    EXPECT_EQ(written.pictures, source.pictures);
+}
+
+TEST_F(Restream, PublishesTheVideoThatIsAskedFor) {
+    const std::string path = scratch_.path("out.mp4");
+    const std::string two = scratch_.path("two.mkv");
+    test::outputOf({"ffmpeg", "-nostdin", "-v", "error", "-i", folder_->path("plain.mp4"), "-map", "0:v", "-map", "0:v",
+                    "-c", "copy", "-c:v:1", "mpeg4", "-s:v:1", "80x60", two});
+    EXPECT_EQ(run({"--fast", "--video-track", "1", two, path}), 0) << errors();
+    const EncodedVideo written = test::readVideo(path);
+    EXPECT_EQ(written.width, 80);
+    EXPECT_EQ(written.pictures.size(), static_cast<size_t>(kFrames));
+}
+
 TEST_F(Restream, PublishesToAListeningFfmpegCommandAtTheSourcesPace) {
     const int port = test::freePortPair(SOCK_STREAM);
     const std::string url = "rtsp://127.0.0.1:" + std::to_string(port) + "/live";
@@ -233,7 +254,9 @@ TEST_F(Restream, FailsWithOneLine) {
         {{scratch_.path("missing.mp4"), scratch_.path("out.mp4")}, "missing.mp4: No such file or directory\n"},
         {{test::mediaPath("text.mp4"), scratch_.path("out.mp4")}, "text.mp4: Invalid data found"},
         {{test::mediaPath("tone.mp3"), scratch_.path("out.mp4")}, "tone.mp3: there is no video in it\n"},
-        {{test::mediaPath("vp9_aac.mkv"), scratch_.path("out.mp4")}, "its video can't be published: vp9\n"},
+        {{test::mediaPath("codecs/ffv1_flac.mkv"), scratch_.path("out.mp4")},
+         "out.mp4: open, Error occurred when opening output\n"},
+        {{"--video-track", "1", plain, scratch_.path("out.mp4")}, "there is no video of that number in it\n"},
         {{plain, scratch_.path("out.mkv")}, "out.mkv: open, error filePath "},
         {{plain, scratch_.path("missing/out.mp4")}, "out.mp4: open, Could not open output URL "},
         {{plain, "rtsp://127.0.0.1:" + std::to_string(port) + "/live"},

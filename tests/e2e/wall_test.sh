@@ -35,12 +35,15 @@ expect 2
 expect 2 --tiles many "$media/short.mp4"
 expect 2 --tiles 65 "$media/short.mp4"
 expect 2 --nonsense "$media/short.mp4"
+expect 2 --option novalue "$media/short.mp4"
 expect 1 "$media/short.mp4" "$media/missing.mp4"
 grep -q 'missing.mp4: no such file' "$scratch/err" || fail "no word of the missing file"
 
 # One file many times, to the end; a film that can't be played doesn't hold the others up.
 expect 0 --headless --tiles 4 --sound 0 "$media/short.mp4"
 grep -qE '^\[#*\.*\] 00:0. / 00:00  [0-9]+ pictures' "$scratch/out" || { fail "no progress line"; cat "$scratch/out"; }
+expect 0 --headless --option video_track=none "$media/short.mp4"
+tail -n 1 "$scratch/out" | grep -q '  0 pictures' || { fail "pictures in spite of the option"; cat "$scratch/out"; }
 expect 1 --headless "$media/short.mp4" "$media/text.mp4"
 grep -q 'text.mp4: can.t be played' "$scratch/err" || fail "no word of the film that isn't one"
 

@@ -50,6 +50,10 @@ tile "$media/rotated.mp4" 1500 0 1 180 320
 expect 0 "$media/codecs/vp9_flac.mp4" 1 "$scratch/sheet.png"
 tile "$media/codecs/vp9_flac.mp4" 500 0 1 64 48
 
+expect 0 --option video_track=2 "$media/two_tracks.mp4" 1 "$scratch/sheet.png"
+[ "$(size_of "$scratch/sheet.png")" = png,160,90 ] || fail "the second video's sheet is $(size_of "$scratch/sheet.png")"
+expect 2 --option novalue "$media/short.mp4" 1 "$scratch/none.png"
+
 expect 1 "$media/missing.mp4" 4 "$scratch/none.png"
 grep -q 'No such file or directory' "$scratch/out" || { fail "the log doesn't say why"; cat "$scratch/out"; }
 expect 1 "$media/tone.mp3" 4 "$scratch/none.png"

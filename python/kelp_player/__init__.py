@@ -27,11 +27,12 @@ from .events import (
     Started,
     VideoSizeUpdated,
 )
+from .kinds import HwDecode, Info, SyncMaster, WindowType
 from .log import LogLevel, get_log_level, log_to, set_log_callback, set_log_level, write_log
 from .muxer import PixFormat, StreamMuxer, VideoCodec
 from .packets import Packet, PacketSink, PacketStream
 from .pictures import Picture, Plane
-from .player import HwDecode, Info, Player, SyncMaster, WindowType
+from .player import Player
 from .reader import FrameReader
 from .recorder import Recorder
 from .sinks import Frames, FrameSink

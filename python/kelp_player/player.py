@@ -3,7 +3,6 @@
 from __future__ import annotations
 
 import ctypes
-import enum
 import threading
 import time
 from typing import Any, Callable, Dict, List, Optional, Set, Type, TypeVar, Union
@@ -12,7 +11,6 @@ from ._board import Board, Events
 from ._lifetime import Closable, Native, callback, logger, refuse_when_pinned, register
 from ._native import (
     Text,
-    call_type,
     decoded,
     encoded,
     event_1_type,
@@ -23,6 +21,7 @@ from ._native import (
     kelp_statistics,
     lib,
 )
+from ._worker_call import WorkerCall
 from .clock import Clock, HostClock
 from .errors import FailureKind, check
 from .events import (
@@ -36,6 +35,7 @@ from .events import (
     Started,
     VideoSizeUpdated,
 )
+from .kinds import HwDecode, Info, SyncMaster, WindowType
 from .packets import PacketOutlet, PacketSink
 from .pictures import Picture
 from .recorder import Recorder
@@ -44,59 +44,6 @@ from .statistics import Statistics, read_statistics
 from .tracks import Track, TrackKind, read_tracks
 
 E = TypeVar("E", bound=Event)
-Function = TypeVar("Function", bound=Callable[..., Any])
-
-
-class SyncMaster(enum.IntEnum):
-    """Whose clock the other streams follow."""
-
-    CLOCK = 0  #: the player's own, or that of ``set_clock``; at the start
-    AUDIO = 1
-    VIDEO = 2
-
-
-class HwDecode(enum.IntFlag):
-    """Which kinds of hardware decoding are tried before software."""
-
-    NONE = 0
-    DECODER = 1
-    ACCEL = 2
-    ALL = 3
-
-
-class WindowType(enum.IntEnum):
-    """What a window's handle is."""
-
-    NATIVE = 1  #: a native window id as a toolkit gives it out, on X11 the XID
-    SDL = 2  #: the address of an SDL_Window, best made with SDL_WINDOW_OPENGL
-
-
-class Info(enum.IntEnum):
-    """One fact of a source."""
-
-    DURATION = 0  #: in milliseconds, on the host's clock
-    WIDTH = 1  #: of the picture before it is turned, in pixels
-    HEIGHT = 2
-    ROTATE = 3  #: clockwise, in degrees from 0 to 359
-    FPS = 4  #: whole pictures per second, 30 if that isn't known
-
-
-class _Call:
-    """A callable for the player's worker."""
-
-    def __init__(self, calls: Dict[int, _Call], function: Callable[[], Any]) -> None:
-        self._calls = calls
-        self._function = function
-        self.number = register(self)
-        calls[self.number] = self
-
-    @callback(call_type)
-    def on_call(self) -> None:
-        self._function()
-
-    @callback(call_type)
-    def on_gone(self) -> None:
-        self._calls.pop(self.number, None)
 
 
 class Player(Closable):
@@ -130,7 +77,7 @@ class Player(Closable):
         self._prepared = False
         self._stopped = False
         self._has_source = False
-        self._calls: Dict[int, _Call] = {}
+        self._calls: Dict[int, WorkerCall] = {}
         self._frame_sinks: Set[FrameSink] = set()
         self._packet_outlet: Optional[PacketOutlet] = None
         self._follows: object = None  # the clock and the recorder, which stay as long as they are used
@@ -484,16 +431,16 @@ class Player(Closable):
 
         From any callback: it is the way to call what isn't allowed there.
         """
-        call = _Call(self._calls, function)
-        check(self._native.call(lib.kelp_player_run_in_worker, _Call.on_call, call.number, _Call.on_gone))
+        call = WorkerCall(self._calls, function)
+        check(self._native.call(lib.kelp_player_run_in_worker, WorkerCall.on_call, call.number, WorkerCall.on_gone))
 
     def add_timer(self, interval_ms: int, function: Callable[[], Any], one_shot: bool = False) -> int:
         """Calls ``function`` on the thread of the events after so long, 1 or more, and again and again.
 
         Returns the timer's number, for ``remove_timer``.
         """
-        call = _Call(self._calls, function)
-        arguments = (interval_ms, one_shot, _Call.on_call, call.number, _Call.on_gone)
+        call = WorkerCall(self._calls, function)
+        arguments = (interval_ms, one_shot, WorkerCall.on_call, call.number, WorkerCall.on_gone)
         return int(check(self._native.call(lib.kelp_player_add_timer, *arguments)))
 
     def remove_timer(self, timer: int) -> None:

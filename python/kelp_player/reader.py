@@ -8,8 +8,9 @@ from typing import Any, Dict, Iterator, Optional, Type
 from ._native import Text
 from .errors import FailureKind, PlaybackFailed
 from .events import FirstVideoFrame, Prepared
+from .kinds import SyncMaster
 from .pictures import Picture
-from .player import Player, SyncMaster
+from .player import Player
 from .sinks import BoxSink, Mailbox
 
 _WAITING = 4  # pictures

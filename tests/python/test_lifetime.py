@@ -5,7 +5,6 @@ import os
 import pathlib
 import resource
 import threading
-import time
 import weakref
 from typing import Any, List
 

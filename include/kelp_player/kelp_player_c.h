@@ -172,6 +172,14 @@ typedef struct kelp_player_events {
     void (*on_completed)(void* user, kelp_player* player);
     // The source has turned out to have another duration than it stated.
     void (*on_duration_updated)(void* user, kelp_player* player, int duration_ms);
+
+    // Playback stands, as a source over a network doesn't come fast enough; see the option "rebuffer". It isn't paused,
+    // and each is followed by one `on_stall_ended`.
+    void (*on_stalled)(void* user, kelp_player* player);
+    // Meanwhile: so much is read ahead of what is shown, and the same as a part of what is waited for, 0 to 100.
+    void (*on_buffering)(void* user, kelp_player* player, int waiting_ms, int percent);
+    // Playback goes on, or is stopped.
+    void (*on_stall_ended)(void* user, kelp_player* player);
 } kelp_player_events;
 
 // Makes a player with nothing to play. `events` is copied; null for none. Null if SDL can't be started, or there is no

@@ -17,6 +17,7 @@ from .clock import Clock, HostClock, get_sample_correction_percent_max, set_samp
 from .devices import audio_devices
 from .errors import Closed, FailureKind, KelpPlayerError, PlaybackFailed, Refused
 from .events import (
+    Buffering,
     Completed,
     DurationUpdated,
     Event,
@@ -24,6 +25,8 @@ from .events import (
     FirstAudioFrame,
     FirstVideoFrame,
     Prepared,
+    StallEnded,
+    Stalled,
     Started,
     VideoSizeUpdated,
 )
@@ -45,6 +48,7 @@ __version__: str = _decoded(_lib.kelp_version())
 
 __all__ = [
     "AudioStatistics",
+    "Buffering",
     "Clock",
     "Closed",
     "Completed",
@@ -74,6 +78,8 @@ __all__ = [
     "Recorder",
     "Refused",
     "SoundOutput",
+    "StallEnded",
+    "Stalled",
     "Started",
     "Statistics",
     "StreamMuxer",

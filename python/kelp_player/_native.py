@@ -76,6 +76,9 @@ class kelp_player_events(_Sized):
         ("on_first_audio_frame", event_1_type),
         ("on_completed", event_type),
         ("on_duration_updated", event_1_type),
+        ("on_stalled", event_type),
+        ("on_buffering", event_2_type),
+        ("on_stall_ended", event_type),
     ]
 
 

@@ -58,6 +58,24 @@ class DurationUpdated(Event):
 
 
 @dataclass(frozen=True)
+class Stalled(Event):
+    """Playback stands, as a source over a network doesn't come fast enough; ``StallEnded`` follows."""
+
+
+@dataclass(frozen=True)
+class Buffering(Event):
+    """Of a playback that stands: so much is read ahead, and the same as a part of what is waited for, 0 to 100."""
+
+    waiting_ms: int
+    percent: int
+
+
+@dataclass(frozen=True)
+class StallEnded(Event):
+    """A playback that stood goes on, or was stopped."""
+
+
+@dataclass(frozen=True)
 class Completed(Event):
     """The source has been played to its end. It stays open: a seek plays on."""
 

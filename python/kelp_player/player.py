@@ -25,6 +25,7 @@ from ._worker_call import WorkerCall
 from .clock import Clock, HostClock
 from .errors import FailureKind, check
 from .events import (
+    Buffering,
     Completed,
     DurationUpdated,
     Event,
@@ -32,6 +33,8 @@ from .events import (
     FirstAudioFrame,
     FirstVideoFrame,
     Prepared,
+    StallEnded,
+    Stalled,
     Started,
     VideoSizeUpdated,
 )
@@ -93,6 +96,9 @@ class Player(Closable):
             on_first_audio_frame=Player._on_first_audio_frame,
             on_completed=Player._on_completed,
             on_duration_updated=Player._on_duration_updated,
+            on_stalled=Player._on_stalled,
+            on_buffering=Player._on_buffering,
+            on_stall_ended=Player._on_stall_ended,
         )
         self._native = Native(self, check(lib.kelp_player_create(ctypes.byref(raw))), lib.kelp_player_destroy)
         self._native.wakes.append(self._board.close)
@@ -323,6 +329,18 @@ class Player(Closable):
     @callback(event_1_type)
     def _on_duration_updated(self, _: int, duration_ms: int) -> None:
         self._tell(DurationUpdated(duration_ms))
+
+    @callback(event_type)
+    def _on_stalled(self, _: int) -> None:
+        self._tell(Stalled())
+
+    @callback(event_2_type)
+    def _on_buffering(self, _: int, waiting_ms: int, percent: int) -> None:
+        self._tell(Buffering(waiting_ms, percent))
+
+    @callback(event_type)
+    def _on_stall_ended(self, _: int) -> None:
+        self._tell(StallEnded())
 
     @property
     def last_error(self) -> str:

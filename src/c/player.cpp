@@ -23,6 +23,9 @@ kelp_player::kelp_player(const kelp_player_events& events) : player(kelp::TarnPl
     if (!player) {
         throw std::runtime_error("the engine can't be started; the log's last lines say why");
     }
+    if (events_.on_stalled || events_.on_buffering || events_.on_stall_ended) {
+        player->setStallObserver(this);
+    }
 }
 
 kelp_player::~kelp_player() {
@@ -62,6 +65,18 @@ void kelp_player::onCompleted() {
 
 void kelp_player::onDurationUpdated(int durationMs) {
     tell(events_.on_duration_updated, durationMs);
+}
+
+void kelp_player::onStalled() {
+    tell(events_.on_stalled);
+}
+
+void kelp_player::onBuffering(int waitingMs, int percent) {
+    tell(events_.on_buffering, waitingMs, percent);
+}
+
+void kelp_player::onStallEnded() {
+    tell(events_.on_stall_ended);
 }
 
 kelp_player* kelp_player_create(const kelp_player_events* events) {

@@ -1,10 +1,11 @@
 #pragma once
 
 #include "c/boundary.h"
+#include "kelp_player/stall_observer.h"
 #include "kelp_player/tarn_player.h"
 
 // A player, and the host's events.
-struct kelp_player final : private kelp::TarnPlayerObserver {
+struct kelp_player final : private kelp::TarnPlayerObserver, private kelp::StallObserver {
     // Throws where the engine can't be started.
     explicit kelp_player(const kelp_player_events& events);
     kelp_player(const kelp_player&) = delete;
@@ -25,6 +26,9 @@ private:
     void onFirstAudioFrame(int ptsMs) override;
     void onCompleted() override;
     void onDurationUpdated(int durationMs) override;
+    void onStalled() override;
+    void onBuffering(int waitingMs, int percent) override;
+    void onStallEnded() override;
 
     template <typename... Parameters, typename... Arguments>
     void tell(void (*call)(void*, kelp_player*, Parameters...), Arguments... arguments) {

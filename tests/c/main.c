@@ -12,15 +12,25 @@ static const struct {
     const char* name;
     void (*run)(void);
 } kTests[] = {
-    {"library", library_test}, {"player", player_test},
-    {"events", events_test},   {"timers", timers_test},
-    {"sinks", sinks_test},     {"failures", failures_test},
-    {"tracks", tracks_test},   {"statistics", statistics_test},
-    {"packets", packets_test}, {"recorder", recorder_test},
-    {"clock", clock_test},     {"log", log_test},
-    {"muxer", muxer_test},     {"snapshot", snapshot_test},
-    {"step", step_test},       {"sound", sound_test},
-    {"udp", udp_test},         {"udp_failure", udp_failure_test},
+    {"library", library_test},
+    {"player", player_test},
+    {"events", events_test},
+    {"timers", timers_test},
+    {"sinks", sinks_test},
+    {"failures", failures_test},
+    {"tracks", tracks_test},
+    {"statistics", statistics_test},
+    {"packets", packets_test},
+    {"recorder", recorder_test},
+    {"clock", clock_test},
+    {"log", log_test},
+    {"muxer", muxer_test},
+    {"snapshot", snapshot_test},
+    {"step", step_test},
+    {"stall", stall_test},
+    {"sound", sound_test},
+    {"udp", udp_test},
+    {"udp_failure", udp_failure_test},
 };
 
 int main(void) {

@@ -16,6 +16,7 @@ void clock_test(void);
 void log_test(void);
 void muxer_test(void);
 void snapshot_test(void);
+void stall_test(void);
 void step_test(void);
 void sound_test(void);
 void udp_test(void);

@@ -1,11 +1,14 @@
 """A camera that goes and comes back."""
 
+import socket
 import subprocess
+import threading
+from pathlib import Path
 from typing import Iterator, List
 
 import pytest
-from conftest import LONG, PYTHON, ROOT, TOOLS_ENVIRONMENT, eventually
-from kelp_player import Event, Failed, FirstVideoFrame, Player, Started
+from conftest import LONG, PYTHON, ROOT, TOOLS_ENVIRONMENT, eventually, media
+from kelp_player import Event, Failed, FirstVideoFrame, Player, Stalled, StallEnded, Started
 
 
 class Camera:
@@ -55,3 +58,31 @@ def test_a_player_survives_the_loss_of_a_camera(camera: Camera) -> None:
         eventually(lambda: player.statistics.video.shown > 0)
         next(frames)
         assert not any(isinstance(event, Failed) for event in heard)
+
+
+def test_a_playback_that_stands_tells() -> None:
+    stalled = threading.Event()
+    content = Path(media("hevc.ts")).read_bytes()
+
+    def serve() -> None:
+        connection, _ = listener.accept()
+        with connection:
+            connection.recv(4096)
+            head = f"HTTP/1.0 200 OK\r\nContent-Type: video/mp2t\r\nContent-Length: {len(content)}\r\n\r\n"
+            connection.sendall(head.encode() + content[: len(content) // 2])
+            stalled.wait(LONG)
+            connection.sendall(content[len(content) // 2 :])
+
+    with socket.create_server(("127.0.0.1", 0)) as listener:
+        server = threading.Thread(target=serve)
+        server.start()
+        url = f"http://127.0.0.1:{listener.getsockname()[1]}/film.ts"
+        with Player(url, preset="recommended", log_level="none") as player:
+            heard: List[Event] = []
+            player.on(Event, heard.append)
+            player.on(Stalled, lambda _: stalled.set())
+            player.play()
+            player.wait(LONG)
+            kinds = [type(event) for event in heard]
+            assert 1 <= kinds.count(Stalled) == kinds.count(StallEnded)
+        server.join()

@@ -18,6 +18,8 @@ enum class Command {
     SeekBy,
     SeekToStart,
     SeekToEnd,
+    NextPicture,
+    PreviousPicture,
     NextSound,
     NextVideo,
     SaveSnapshot,

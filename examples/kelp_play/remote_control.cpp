@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 
 #include "device_menu.h"
 #include "kelp_player/sync_clock.h"
@@ -117,6 +118,12 @@ void RemoteControl::carryOut(const KeyCommand& command) {
         case Command::SeekToEnd:
             seekTo(player_->getDuration() - kBeforeEndMs);
             break;
+        case Command::NextPicture:
+            step(1);
+            break;
+        case Command::PreviousPicture:
+            step(-1);
+            break;
         case Command::NextSound:
             selectNext(*player_, kelp::TRACK_KIND_AUDIO);
             break;
@@ -131,6 +138,9 @@ void RemoteControl::carryOut(const KeyCommand& command) {
 void RemoteControl::togglePause() {
     std::lock_guard lock(clockMutex_);
     const bool pause = !paused_;
+    if (std::exchange(hasStepped_, false) && clock_ != nullptr) {
+        clock_->reset(player_->getCurrentTime());
+    }
     if (!(pause ? player_->pause() : player_->resume())) {
         return;
     }
@@ -139,6 +149,15 @@ void RemoteControl::togglePause() {
         pause ? clock_->pause() : clock_->resume();
     }
 }
+
+// [step]
+void RemoteControl::step(int pictures) {
+    if (!paused_) {
+        togglePause();
+    }
+    hasStepped_ = player_->stepFrame(pictures) || hasStepped_;
+}
+// [/step]
 
 void RemoteControl::changeVolume(float step) {
     volume_ = std::clamp(volume_ + step, 0.0F, kVolumeMax);

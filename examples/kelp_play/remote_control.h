@@ -41,6 +41,7 @@ public:
 
 private:
     void togglePause();
+    void step(int pictures);
     void changeVolume(float step);
     void useNextDevice();
     void setSpeed(double speed);
@@ -62,4 +63,5 @@ private:
     int64_t seekTargetMs_ = 0;  // of the last seek
     Uint32 seekTicks_ = 0;      // when that was
     bool hasSought_ = false;
+    bool hasStepped_ = false;  // in this pause
 };

@@ -146,6 +146,8 @@ void MainWindow::makeActions() {
     };
     makeAction(playback, tr("&Back 5 s"), {Qt::Key_Left}, [go] { go(-5000); });
     makeAction(playback, tr("&Forward 5 s"), {Qt::Key_Right}, [go] { go(5000); });
+    makeAction(playback, tr("Pre&vious picture"), {Qt::Key_Comma}, [this] { player_.step(-1); });
+    makeAction(playback, tr("Ne&xt picture"), {Qt::Key_Period}, [this] { player_.step(1); });
     playback->addSeparator();
     makeAction(playback, tr("Slo&wer"), {Qt::Key_BracketLeft}, [this] { controls_->changeSpeed(-1); });
     makeAction(playback, tr("Fas&ter"), {Qt::Key_BracketRight}, [this] { controls_->changeSpeed(1); });

@@ -192,6 +192,15 @@ void PlayerController::togglePlay() {
     }
 }
 
+void PlayerController::step(int pictures) {
+    if (state_ != State::Playing && state_ != State::Paused) {
+        return;
+    }
+    setWantsPause(true);
+    setState(State::Paused);
+    command([pictures](kelp::TarnPlayer& player) { player.stepFrame(pictures); });
+}
+
 void PlayerController::setWantsPause(bool wantsPause) {
     if (wantsPause_ == wantsPause) {
         return;

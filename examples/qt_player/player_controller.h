@@ -45,6 +45,8 @@ public:
     void togglePlay();
     void stop();
     void seek(int timeMs);
+    // Pauses, and shows another picture of those next to the one that is shown.
+    void step(int pictures);
     void setVolume(double factor);
     void setSpeed(double speed);
     void setMaster(kelp::SyncMasterMode mode);

@@ -107,7 +107,14 @@ public:
 // What both players do alike, and what is done to a clock that one of them may follow.
 template <class Player>
 void stepOfBoth(Player& player, TarnSyncClock& clock, Recorder& recorder, Random& random) {
-    switch (random.below(10)) {
+    switch (random.below(12)) {
+        case 10:
+            player.pause();
+            player.stepFrame(random.below(9) - 4);
+            break;
+        case 11:
+            player.stepFrame(1 - 2 * random.below(2));
+            break;
         case 0:
         case 1: {
             const auto& [key, value] =

@@ -81,8 +81,18 @@ bool PlayTask::seekBehindSteps() {
         resume_ = Resume::Starting;
         streamParser_->pause(false);
     }
+    const int timeMs = static_cast<int>(videoPlay->getCurrentTime());
+    const bool isIdle = seekTurns_.isIdle();
+    if (isIdle) {
+        seekFor_ = SeekFor::Resume;
+    }
+    // Where the input goes back, pictures may be there before the sound is told.
+    if (const auto audioPlay = audioPlayThread_.load(); audioPlay && isIdle && !audioPlay->holdsFrom(timeMs)) {
+        audioPlay->setSeekRule(SeekRule::Exact);
+        audioPlay->seek(timeMs, /*needFlush=*/true);
+    }
     // Behind one of a step it waits for that to end.
-    const bool isStarted = startSeek(static_cast<int>(videoPlay->getCurrentTime()), SeekRule::Exact, SeekFor::Resume);
+    const bool isStarted = startSeek(timeMs, SeekRule::Exact, SeekFor::Resume);
     std::lock_guard pauseLock(pauseMutex_);
     if (resume_ == Resume::Over) {
         resumeStages();

@@ -146,7 +146,7 @@ TEST_P(StepsBeforeAResume, AreNotToldAndPlayOnFromTheirPicture) {
     ASSERT_TRUE(stepping.sink.waitForFrames(15, kPatienceMs));
     ASSERT_TRUE(waitUntil([&] { return stepping.player().getCurrentTime() > (at + 20) * kNumberedFrameMs; }));
     const auto frames = stepping.sink.frames();
-    EXPECT_THAT(frames.front().number, testing::AnyOf(at, at + 1));
+    EXPECT_GE(frames.front().number, at);
     for (size_t i = 1; i < frames.size(); ++i) {
         EXPECT_GT(frames[i].number, frames[i - 1].number);
     }
@@ -155,7 +155,8 @@ TEST_P(StepsBeforeAResume, AreNotToldAndPlayOnFromTheirPicture) {
     const auto resumed =
         std::ranges::find_if(moments, [](const SoundMoment& moment) { return moment.streamMs > 2000; });
     ASSERT_NE(resumed, moments.end());
-    EXPECT_NEAR(static_cast<double>(resumed->streamMs), at * kNumberedFrameMs, 80);
+    EXPECT_GE(resumed->streamMs, at * kNumberedFrameMs - 40);
+    EXPECT_LE(resumed->streamMs, at * kNumberedFrameMs + 250);
     EXPECT_EQ(stepping.playback.count(Happened::FirstVideoFrame), events);
 }
 

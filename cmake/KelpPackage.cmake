@@ -28,7 +28,7 @@ install(FILES ${PROJECT_BINARY_DIR}/packaging/kelp_player.pc DESTINATION ${CMAKE
 
 # The notices of what is linked: an overview of our own, and the texts as this machine's packages have them.
 install(FILES ${PROJECT_SOURCE_DIR}/packaging/THIRD_PARTY_NOTICES.md DESTINATION ${KELP_DOC_DIR} COMPONENT runtime)
-foreach(notice libavformat-dev libsdl2-dev libsoundtouch-dev)
+foreach(notice libavformat-dev libsdl2-dev libsoundtouch-dev libass-dev)
   if(EXISTS /usr/share/doc/${notice}/copyright)
     install(FILES /usr/share/doc/${notice}/copyright DESTINATION ${KELP_DOC_DIR}/licenses RENAME ${notice}.txt
             COMPONENT runtime)
@@ -63,6 +63,7 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 # What isn't linked but loaded when it is needed. Its packages are named after the major version.
 string(REGEX MATCH "^[0-9]+" avfilter_major "${AVFILTER_VERSION}")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS libavfilter${avfilter_major})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libass9 (>= 1:0.17)")
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "The shared library.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkelp-player-dev)

@@ -112,7 +112,7 @@ endfunction()
 # The library: the objects of all rooms and the real time source.
 function(kelp_add_shared_library)
   set(objects "")
-  foreach(room runtime time clock input decode present playtask options control managed output c)
+  foreach(room runtime time clock input decode subtitle present playtask options control managed output c)
     list(APPEND objects $<TARGET_OBJECTS:kelp_${room}>)
   endforeach()
   add_library(kelp_player SHARED ${objects})

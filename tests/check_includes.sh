@@ -5,10 +5,11 @@ set -u
 bad=$(
     allowed() { # ROOM: the rooms that it may include
         case $1 in
-            control) echo "control playtask present decode input clock runtime" ;;
-            playtask) echo "playtask present decode input clock runtime" ;;
-            present) echo "present decode input clock runtime" ;;
+            control) echo "control playtask present subtitle decode input clock runtime" ;;
+            playtask) echo "playtask present subtitle decode input clock runtime" ;;
+            present) echo "present subtitle decode input clock runtime" ;;
             decode) echo "decode input clock runtime" ;;
+            subtitle) echo "subtitle input clock runtime" ;;
             input) echo "input clock runtime" ;;
             output) echo "output input clock runtime" ;;
             clock) echo "clock runtime" ;;
@@ -16,7 +17,7 @@ bad=$(
             c) echo "c runtime" ;;
         esac
     }
-    rooms="c control playtask present decode input output clock runtime"
+    rooms="c control playtask present subtitle decode input output clock runtime"
     for room in $rooms; do
         for other in $rooms; do
             case " $(allowed "$room") " in

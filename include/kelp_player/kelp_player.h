@@ -17,6 +17,7 @@
 namespace kelp {
 
 class ExternPacketSink;
+class ExternSubtitleSink;
 class ExternSyncWrapper;
 class KelpPlayer;
 class PlayTask;
@@ -290,14 +291,16 @@ public:
     bool takeSnapshot(const char* path);
 
     // Plays another track of the source in place of the one of this kind, TRACK_KIND_VIDEO or TRACK_KIND_AUDIO, that is
-    // played; from `play` to `stop`, also while halted. Nothing is loaded anew, and no event comes but
-    // onVideoSizeUpdated. True says that the request was taken, and `getTracks` calls the track played from here on;
-    // only the last request for a kind counts.
+    // played, or shows subtitles, TRACK_KIND_SUBTITLE, also where none were shown, or with -1 none any more; from
+    // `play` to `stop`, also while halted. Nothing is loaded anew, and no event comes but onVideoSizeUpdated. True says
+    // that the request was taken, and `getTracks` calls the track played from here on; only the last request for a kind
+    // counts.
     //
     // Sound of a file changes within 200 ms, without a gap: the file is read once more from what is heard, which takes
     // longer over a network. A video changes at the first key frame of the new one that is read from now on: some
     // seconds are read ahead. Where a source can't go back, as a live one, sound as well changes behind what is read.
-    // After the end of the source the track is for the next seek.
+    // After the end of the source the track is for the next seek. Subtitles change at once; those of a file that began
+    // up to ten seconds ago are there as well.
     //
     // False, and [PlayTask] "selectTrack, kind:KIND, number:NUMBER, REASON" at Error, where nothing is played, or no
     // track of this kind, and for a track that there isn't, that can't be played, or that is an attached picture. A
@@ -372,6 +375,11 @@ public:
     // as long as the observer of `init`.
     void setStallObserver(StallObserver* observer);
 
+    // Gives `sink` the subtitles that are shown, or with null nobody; at any time, and for the playbacks to come. See
+    // subtitle_sink.h. The sink stays the host's, and is let go of as a packet sink is, with a line of [SubtitleScreen]
+    // where that takes longer than a second.
+    void setSubtitleSink(ExternSubtitleSink* sink);
+
     // Sets a string option. A null key or value is ignored.
     //
     // "log_level" sets the log of the whole process, the library's own and FFmpeg's, at once:
@@ -392,7 +400,7 @@ public:
     //
     //     key         values, the first one holds unless set   from
     //     "pictures"  "packed", "shared"                       the next `play`
-    //     "video_track", "audio_track"                         the next load
+    //     "video_track", "audio_track", "subtitle_track"       the next load
     //                 "auto", "none", or a number of `getTracks`
     //     "audio_device"                                       at once
     //                 "default", or a name of `getAudioDevices`

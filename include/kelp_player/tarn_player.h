@@ -166,7 +166,7 @@ public:
     bool takeSnapshot(const char* path);
 
     // Plays another track, see KelpPlayer. Started, paused or completed only. A restart keeps it, as if the option
-    // "video_track" or "audio_track" had been set, which stays for the next source too.
+    // "video_track", "audio_track" or "subtitle_track" had been set, which stays for the next source too.
     bool selectTrack(TrackKind kind, int number);
 
     // The volume, see KelpPlayer; 1.0 again after each start, and after each restart, which keeps it only if the option
@@ -208,6 +208,10 @@ public:
     // Who hears when playback stands for want of data, see KelpPlayer::setStallObserver; in any state. It stays over
     // restarts, and must live until `destroy` has returned, or as said there. Doesn't take the lock.
     void setStallObserver(StallObserver* observer);
+
+    // Who gets the subtitles that are shown, see KelpPlayer::setSubtitleSink; in any state, and over a restart. Doesn't
+    // take the lock.
+    void setSubtitleSink(ExternSubtitleSink* sink);
 
     // Changes the offset of `setDataSource` during playback and seeks to where the clock is on the stream. For one
     // control thread. False if no clock is set: the calls then take the new value, the events keep the old one.

@@ -16,8 +16,8 @@ enum TrackKind : int32_t {
 // One track of a source, as its opening found it: all that a menu of tracks shows. A plain value, which stays valid
 // when the player is gone. Texts are UTF-8, also where the source's aren't: what can't be read becomes U+FFFD.
 struct Track {
-    // Of this track alone in its source, 0 or greater: what `selectTrack` and the options "video_track" and
-    // "audio_track" take.
+    // Of this track alone in its source, 0 or greater: what `selectTrack` and the options "video_track", "audio_track"
+    // and "subtitle_track" take.
     int number = -1;
     TrackKind kind = TRACK_KIND_OTHER;
     std::string codec;     // FFmpeg's short name: "h264", "aac"; "none" or "unknown_codec" for one that it doesn't know

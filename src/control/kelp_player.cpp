@@ -304,6 +304,10 @@ void KelpPlayer::setStallObserver(StallObserver* observer) {
     stallObserver_ = observer;
 }
 
+void KelpPlayer::setSubtitleSink(ExternSubtitleSink* sink) {
+    playTask_->setSubtitleSink(sink);
+}
+
 void KelpPlayer::setOption(const char* key, const char* value) {
     if (!key || !value) {
         return;

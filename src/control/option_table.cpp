@@ -144,6 +144,10 @@ constexpr PlaybackOption kOptions[] = {
          options.audioDevice = value == "default" ? std::string_view() : value;
          return true;
      }},
+    {"subtitle_track", kTracks, nullptr,
+     "which subtitles windows and a subtitle sink show, by the number in `getTracks`; `auto` shows none, as `none`",
+     "next load",
+     [](std::string_view value, PlaybackOptions& options) { return readTrack(value, options.subtitleTrack); }},
 };
 
 bool readPreset(std::string_view value, PlaybackOptions& options) {

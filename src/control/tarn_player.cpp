@@ -281,7 +281,10 @@ bool TarnPlayer::selectTrack(TrackKind kind, int number) {
         return false;
     }
     // For a restart.
-    player_->setOption(kind == TRACK_KIND_VIDEO ? "video_track" : "audio_track", std::to_string(number).c_str());
+    const char* const key = kind == TRACK_KIND_VIDEO   ? "video_track"
+                            : kind == TRACK_KIND_AUDIO ? "audio_track"
+                                                       : "subtitle_track";
+    player_->setOption(key, number < 0 ? "none" : std::to_string(number).c_str());
     return true;
 }
 
@@ -352,6 +355,11 @@ void TarnPlayer::setPacketSink(ExternPacketSink* sink) {
 
 void TarnPlayer::setStallObserver(StallObserver* observer) {
     player_->setStallObserver(observer);
+}
+
+// Nor this one.
+void TarnPlayer::setSubtitleSink(ExternSubtitleSink* sink) {
+    player_->setSubtitleSink(sink);
 }
 
 bool TarnPlayer::setOffsetToClockMs(int offsetMs) {

@@ -1,7 +1,6 @@
 #include "input/packet_outlet.h"
 
 #include <algorithm>
-#include <chrono>
 #include <utility>
 #include <vector>
 
@@ -21,7 +20,6 @@ namespace kelp {
 namespace {
 
 constexpr const char* kTag = "PacketOutlet";
-constexpr std::chrono::milliseconds kLongestWait{1000};
 
 static_assert(Packet::kNoTime == AV_NOPTS_VALUE);
 
@@ -84,58 +82,32 @@ void tellStreams(ExternPacketSink& sink, const PacketSource& source) {
 
 }  // namespace
 
-class PacketOutlet::Call {
+class PacketOutlet::Call : public SinkSlot<ExternPacketSink>::Call {
 public:
-    explicit Call(PacketOutlet& outlet) : outlet_(outlet), fromUs_(KelpTime::getTimeUs()) {
-        std::lock_guard lock(outlet_.mutex_);
-        sink = outlet_.sink_;
-        number = outlet_.number_;
-        outlet_.beingCalled_ = sink;
-        outlet_.caller_ = std::this_thread::get_id();
-    }
+    explicit Call(PacketOutlet& outlet)
+        : SinkSlot<ExternPacketSink>::Call(outlet.sink_), outlet_(outlet), fromUs_(KelpTime::getTimeUs()) {}
     Call(const Call&) = delete;
     Call& operator=(const Call&) = delete;
     ~Call() {
         const int64_t us = std::max<int64_t>(KelpTime::getTimeUs() - fromUs_, 0);
         outlet_.busyUs_.add(us);
         outlet_.longestUs_.set(std::max(outlet_.longestUs_.read(), us));
-        std::lock_guard lock(outlet_.mutex_);
-        outlet_.beingCalled_ = nullptr;
-        outlet_.called_.notify_all();
     }
-
-    ExternPacketSink* sink = nullptr;
-    unsigned int number = 0;
 
 private:
     PacketOutlet& outlet_;
     const int64_t fromUs_;
 };
 
-ExternPacketSink* PacketOutlet::set(ExternPacketSink* sink) {
-    std::lock_guard lock(mutex_);
-    ExternPacketSink* const replaced = std::exchange(sink_, sink);
-    ++number_;
-    hasSink_ = sink != nullptr;
-    return replaced != sink ? replaced : nullptr;
-}
-
-// The end of a call is noted under the mutex, under which this looks before it waits.
 void PacketOutlet::waitUntilUncalled(const ExternPacketSink* sink) {
-    std::unique_lock lock(mutex_);
-    if (beingCalled_ && caller_ == std::this_thread::get_id()) {
-        return;
-    }
-    const auto isUncalled = [&] { return sink_ == sink || beingCalled_ != sink; };
-    if (sink && !called_.wait_for(lock, kLongestWait, isUncalled)) {
-        lock.unlock();
+    if (!sink_.waitUntilUncalled(sink)) {
         Log::Error(kTag, "%s, the host's packet sink is still being called after %d ms, it must not end yet\n",
-                   "setPacketSink", static_cast<int>(kLongestWait.count()));
+                   "setPacketSink", static_cast<int>(sink_.kLongestWait.count()));
     }
 }
 
 void PacketOutlet::packet(const PacketSource& source, const AVPacket& packet) {
-    if (!hasSink_) {
+    if (!sink_.isSet()) {
         return;
     }
     const Call call(*this);
@@ -168,7 +140,7 @@ void PacketOutlet::end() {
 }
 
 void PacketOutlet::tell(const Told& told, void (ExternPacketSink::*what)()) {
-    if (!hasSink_) {
+    if (!sink_.isSet()) {
         return;
     }
     const Call call(*this);

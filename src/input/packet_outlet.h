@@ -1,11 +1,8 @@
 #pragma once
 
-#include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
-#include <thread>
 
+#include "runtime/sink_slot.h"
 #include "runtime/stage_counts.h"
 
 struct AVCodecParameters;
@@ -30,7 +27,7 @@ struct PacketSource {
 class PacketOutlet {
 public:
     // Calls `sink`, or none, from now on; it isn't owned. Returns the one that it replaces, to be waited for.
-    ExternPacketSink* set(ExternPacketSink* sink);
+    ExternPacketSink* set(ExternPacketSink* sink) { return sink_.set(sink); }
 
     // Waits until a call of `sink` that is under way has returned, unless it was set again or this comes from within
     // that call. For a second at most, as the call may wait for a lock that the caller holds; an Error line says so.
@@ -61,14 +58,8 @@ private:
     // Unless the sink that is set was told of nothing.
     void tell(const Told& told, void (ExternPacketSink::*what)());
 
-    std::atomic<bool> hasSink_{false};
-    std::mutex mutex_;  // never held while a sink is called; a leaf
-    std::condition_variable called_;
-    ExternPacketSink* sink_ = nullptr;  // guarded by mutex_, like the next three
-    unsigned int number_ = 0;           // of the sink: counts them
-    const ExternPacketSink* beingCalled_ = nullptr;
-    std::thread::id caller_;  // of that call
-    Told told_{};             // the reading thread's
+    SinkSlot<ExternPacketSink> sink_;
+    Told told_{};  // the reading thread's
     Count busyUs_;
     Count longestUs_;
 };

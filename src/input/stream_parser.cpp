@@ -151,7 +151,7 @@ bool StreamParser::isReadingHeldByPause() const {
 // All four are asked for, in this order; frames have no say in it.
 bool StreamParser::areQueuesFull() {
     // What is read again has been in the queues before.
-    if (!observer_ || readAgain_.isActive()) {
+    if (!observer_ || readAgain_.isActive() || soundReadAgain_.isActive()) {
         return false;
     }
     const int pictures = observer_->onVideoPacketQueueSize();
@@ -292,6 +292,10 @@ void StreamParser::clearInputEnd() {
 
 void StreamParser::handlePacket(AVPacket* packet) {
     if (coverStream_ && packet->stream_index == coverStream_->index) {
+        return;
+    }
+    if (packet->stream_index == subtitleStreamIndex_) {
+        subtitles_->onSubtitlePacket(*packet);
         return;
     }
     size_t size = 0;

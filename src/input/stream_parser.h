@@ -20,6 +20,7 @@
 #include "input/seek_reach.h"
 #include "input/source_options.h"
 #include "input/stream_info.h"
+#include "input/subtitle_taker.h"
 #include "kelp_player/codec_info.h"
 #include "kelp_player/tracks.h"
 #include "kelp_player/types.h"
@@ -65,6 +66,8 @@ public:
     virtual void onSeekCompleted() = 0;
     // The time that is heard, or the target of a seek that is under way, in milliseconds; -1 before there is one.
     virtual int64_t audibleTimeMs() { return -1; }
+    // The time that is seen, likewise.
+    virtual int64_t shownTimeMs() { return -1; }
     // The sound of another track comes, from before what waits: drop the packets of sound.
     virtual void onSoundReadAgain() {}
     // The same times as onFileEnd's, ahead of the end packets: what these bring out of a decoder is known for the last.
@@ -96,6 +99,7 @@ struct StreamParserState {
     int64_t startTimeInAudioTimeBase_ = 0;
     int videoStreamIndex_ = -1;
     int audioStreamIndex_ = -1;
+    int subtitleStreamIndex_ = -1;
     AVStream* videoStream_ = nullptr;
     AVStream* audioStream_ = nullptr;
     AVStream* coverStream_ = nullptr;  // its picture goes with the sound; there is no video stream then
@@ -142,7 +146,8 @@ struct StreamParserState {
     std::vector<HeldPacket> held_;  // its packets from there on, while the old one hasn't come as far
     std::map<int, std::unique_ptr<AVBSFContext, FreeLeftBsf>> leftBsfs_;  // of videos that were played, by their stream
     ReadAgain readAgain_;                                                 // of the video
-    int64_t lastVideoTicks_ = std::numeric_limits<int64_t>::min();        // of the last packet; none as FFmpeg has it
+    ReadAgain soundReadAgain_;
+    int64_t lastVideoTicks_ = std::numeric_limits<int64_t>::min();  // of the last packet; none as FFmpeg has it
     int64_t soundFromMs_ = -1;    // sound that is read again is needed from here on; -1 if all is
     int64_t firstPacketMs_ = -1;  // of the first packet since the open or the last seek; -1 before it
     int64_t lastSoundMs_ = -1;    // of the last packet of sound; likewise
@@ -164,9 +169,10 @@ struct StreamParserState {
 class StreamParser : public BaseThread, private StreamParserState {
 public:
     // `extrapolator`, not owned and possibly null, is fed with the video packets of live sources; `packets` gets what
-    // is read for the streams that are played.
+    // is read for the streams that are played, `subtitles` those of the subtitles that are chosen.
     explicit StreamParser(TimestampExtrapolator* extrapolator,
-                          std::shared_ptr<PacketOutlet> packets = std::make_shared<PacketOutlet>());
+                          std::shared_ptr<PacketOutlet> packets = std::make_shared<PacketOutlet>(),
+                          std::shared_ptr<SubtitleTaker> subtitles = nullptr);
     ~StreamParser() override;
 
     // Takes the observer and sets the default options over whatever values they had.
@@ -200,7 +206,8 @@ public:
 
     // Asks the thread to play track `number` of this kind in place of the one that is played: one that can be played.
     // Only the newest request for a kind counts. Sound follows from where it is heard, if the source can go back, and
-    // else behind what was read; a video from its next key frame on.
+    // else behind what was read; a video from its next key frame on. Subtitles may also be none, by a number below 0;
+    // they come from before what is seen, if the source can go back.
     void selectTrack(TrackKind kind, int number);
 
     // A packet has left a queue behind. Ends the rest before full queues when they are down to a half, for stages that
@@ -278,11 +285,19 @@ private:
     void fillMediaPacketInfo(std::shared_ptr<MediaPacket> packet, const AVPacket* source, const AVStream* stream,
                              bool isVideo);
 
-    bool isTrackAsked() const { return audioAsked_.isPending() || videoAsked_.isPending(); }
+    bool isTrackAsked() const {
+        return audioAsked_.isPending() || videoAsked_.isPending() || subtitleAsked_.isPending();
+    }
     enum class GoBack { Allowed, Forbidden };
     void changeTracks(GoBack goBack);
     void changeAudio(int number, GoBack goBack);
+    bool canGoBack() const;
     void goBackForSound();
+    void changeSubtitle(int number, GoBack goBack);
+    void goBackForSubtitles();
+    // The stream of subtitles that the options ask for is read from here on.
+    void chooseSubtitle();
+    void takeSubtitle(int number);
     void announceVideo(int number);
     // A packet that was handed on before, or isn't needed. To be asked once for each, in their order.
     bool isForNobody(const AVPacket& packet);
@@ -312,6 +327,7 @@ private:
 
     TimestampExtrapolator* extrapolator_;
     const std::shared_ptr<PacketOutlet> packets_;
+    const std::shared_ptr<SubtitleTaker> subtitles_;  // or null
     std::shared_ptr<StreamParserObserver> observer_;
     std::string filePath_;
     AVFormatContext* formatContext_ = nullptr;
@@ -324,6 +340,7 @@ private:
     std::atomic<SeekRule> seekRule_{SeekRule::Standard};  // of that
     LatestTime videoAsked_;                               // a track's number, likewise
     LatestTime audioAsked_;
+    LatestTime subtitleAsked_;
     ReadCounts videoRead_;
     ReadCounts audioRead_;
     std::atomic<bool> reading_{false};

@@ -51,8 +51,9 @@ struct Dictionary {
 
 }  // namespace
 
-StreamParser::StreamParser(TimestampExtrapolator* extrapolator, std::shared_ptr<PacketOutlet> packets)
-    : BaseThread(TAG), extrapolator_(extrapolator), packets_(std::move(packets)) {
+StreamParser::StreamParser(TimestampExtrapolator* extrapolator, std::shared_ptr<PacketOutlet> packets,
+                           std::shared_ptr<SubtitleTaker> subtitles)
+    : BaseThread(TAG), extrapolator_(extrapolator), packets_(std::move(packets)), subtitles_(std::move(subtitles)) {
     Log::Debug(TAG, "StreamParser()\n");
 }
 
@@ -147,6 +148,7 @@ void StreamParser::close() {
     seekAsked_.drop();
     videoAsked_.drop();
     audioAsked_.drop();
+    subtitleAsked_.drop();
     resetStopRequest();
 }
 
@@ -186,7 +188,8 @@ std::shared_ptr<StreamInfo> StreamParser::getStreamInfo() {
         const int picture = coverStream_ ? coverStream_->index : videoStreamIndex_;
         info->tracks = listTracks(*formatContext_, playbackOptions_);
         for (Track& track : info->tracks) {
-            track.isPlayed = track.isPlayable && (track.number == picture || track.number == audioStreamIndex_);
+            track.isPlayed = track.isPlayable && (track.number == picture || track.number == audioStreamIndex_ ||
+                                                  track.number == subtitleStreamIndex_);
         }
     }
     return info;

@@ -56,6 +56,7 @@ bool StreamParser::selectStreams() {
     tellsSoundEnd_ = keepsSideData_ = playbackOptions_.allCodecs;
     videoStreamIndex_ = findStream(video) ? video : -1;
     audioStreamIndex_ = findStream(audio) ? audio : -1;
+    chooseSubtitle();
     if (playbackOptions_.allCodecs && audioStreamIndex_ >= 0) {
         setCoverAside();
     }

@@ -27,8 +27,9 @@ namespace {
 
 constexpr const char* TAG = "StreamParser";
 
-constexpr int64_t kSoundLeadInMs = 200;  // sound is right only after some was decoded before it
-constexpr size_t kMaxHeldPackets = 200;  // of a video that waits for the old one to come as far
+constexpr int64_t kSoundLeadInMs = 200;        // sound is right only after some was decoded before it
+constexpr int64_t kSubtitleLeadInMs = 10'000;  // what began so long before what is seen may still stand
+constexpr size_t kMaxHeldPackets = 200;        // of a video that waits for the old one to come as far
 
 int64_t ticksOf(const AVPacket& packet) {
     return packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
@@ -67,7 +68,11 @@ int StreamParser::chooseStream(TrackKind kind, int wanted, int related) {
 }
 
 void StreamParser::selectTrack(TrackKind kind, int number) {
-    (kind == TRACK_KIND_VIDEO ? videoAsked_ : audioAsked_).post(number);
+    if (kind == TRACK_KIND_SUBTITLE) {
+        subtitleAsked_.post(number);
+    } else {
+        (kind == TRACK_KIND_VIDEO ? videoAsked_ : audioAsked_).post(number);
+    }
     endRest();
 }
 
@@ -77,6 +82,9 @@ void StreamParser::changeTracks(GoBack goBack) {
     }
     if (const auto number = videoAsked_.take()) {
         announceVideo(static_cast<int>(*number));
+    }
+    if (const auto number = subtitleAsked_.take()) {
+        changeSubtitle(static_cast<int>(*number), goBack);
     }
 }
 
@@ -89,6 +97,7 @@ void StreamParser::changeAudio(int number, GoBack goBack) {
         before->discard = AVDISCARD_ALL;
     }
     audioStreamIndex_ = number;
+    soundReadAgain_.forget();
     auto track = std::make_shared<CodecInfo>();
     track->audioCodecType = audioCodecType_;
     track->audioParameters = compat::copyParameters(audioStream_);
@@ -101,13 +110,16 @@ void StreamParser::changeAudio(int number, GoBack goBack) {
     }
 }
 
-void StreamParser::goBackForSound() {
+// If not, the new track is played when what was read has been.
+bool StreamParser::canGoBack() const {
     const AVIOContext* const pb = formatContext_->pb;
-    if (isLive_ || !pb || (pb->seekable & AVIO_SEEKABLE_NORMAL) == 0) {
-        return;  // it is heard when what was read has been played
-    }
-    if (firstPacketMs_ < 0) {
-        return;  // nothing was read
+    const bool isAnythingRead = firstPacketMs_ >= 0;
+    return isAnythingRead && !isLive_ && pb && (pb->seekable & AVIO_SEEKABLE_NORMAL) != 0;
+}
+
+void StreamParser::goBackForSound() {
+    if (!canGoBack()) {
+        return;
     }
     // A time out of what was read is one from before a seek.
     const int64_t heardMs = observer_->audibleTimeMs();
@@ -119,6 +131,63 @@ void StreamParser::goBackForSound() {
     readAgain_.begin();
     held_.clear();
     observer_->onSoundReadAgain();
+}
+
+void StreamParser::chooseSubtitle() {
+    const int wanted = playbackOptions_.subtitleTrack;
+    if (!subtitles_ || wanted == PlaybackOptions::kAutoTrack || wanted == PlaybackOptions::kNoTrack) {
+        return;
+    }
+    const bool isThere = static_cast<unsigned int>(wanted) < formatContext_->nb_streams;
+    if (isThere && trackKindOf(*formatContext_->streams[wanted]) == TRACK_KIND_SUBTITLE &&
+        isPlayable(*formatContext_->streams[wanted], playbackOptions_)) {
+        takeSubtitle(wanted);
+        return;
+    }
+    Log::Warn(TAG, "%s %d is none that can be played, taking auto\n", "subtitle_track", wanted);
+}
+
+void StreamParser::takeSubtitle(int number) {
+    subtitleStreamIndex_ = number;
+    if (number >= 0) {
+        AVStream& stream = *formatContext_->streams[number];
+        stream.discard = AVDISCARD_DEFAULT;
+        subtitles_->onSubtitleStream(*formatContext_, stream, originUs_);
+    }
+}
+
+void StreamParser::changeSubtitle(int number, GoBack goBack) {
+    if (!subtitles_ || number == subtitleStreamIndex_) {
+        return;
+    }
+    if (subtitleStreamIndex_ >= 0) {
+        formatContext_->streams[subtitleStreamIndex_]->discard = AVDISCARD_ALL;
+    }
+    tracksChanged_ = true;
+    takeSubtitle(number);
+    subtitles_->onSubtitleGap();
+    if (number < 0) {
+        Log::Info(TAG, "no subtitles are read now\n");
+        return;
+    }
+    Log::Info(TAG, "track %d is the subtitles now\n", number);
+    if (goBack == GoBack::Allowed && observer_ && !seekAsked_.isPending()) {
+        goBackForSubtitles();
+    }
+}
+
+// Nothing else is handed on twice, so it costs no more than the reading.
+void StreamParser::goBackForSubtitles() {
+    if (!canGoBack()) {
+        return;
+    }
+    const int64_t fromMs = std::max<int64_t>(observer_->shownTimeMs() - kSubtitleLeadInMs, 0);
+    if (!seekInput(fromMs * 1000)) {
+        return;
+    }
+    readAgain_.begin();
+    soundReadAgain_.begin();
+    held_.clear();
 }
 
 void StreamParser::announceVideo(int number) {
@@ -142,9 +211,15 @@ bool StreamParser::isForNobody(const AVPacket& packet) {
         return false;
     }
     if (packet.stream_index == audioStreamIndex_) {
+        if (soundReadAgain_.wasHandedOn(packet)) {
+            return true;
+        }
         const int64_t us = soundFromMs_ >= 0 ? ticksToUs(ticksOf(packet), *audioStream_) : AV_NOPTS_VALUE;
         const bool isEarly = us != AV_NOPTS_VALUE && us - std::max<int64_t>(startTimeUs_, 0) < soundFromMs_ * 1000;
-        soundFromMs_ = isEarly ? soundFromMs_ : -1;
+        if (!isEarly) {
+            soundFromMs_ = -1;
+            soundReadAgain_.note(packet);
+        }
         return isEarly;
     }
     // What the demuxer has read of a track that was left since.
@@ -208,6 +283,10 @@ void StreamParser::takeNextVideo() {
 
 void StreamParser::forgetReading() {
     readAgain_.forget();
+    soundReadAgain_.forget();
+    if (subtitleStreamIndex_ >= 0) {
+        subtitles_->onSubtitleGap();
+    }
     soundFromMs_ = firstPacketMs_ = lastSoundMs_ = -1;
     videoEnded_ = soundEnded_ = false;
     held_.clear();

@@ -64,6 +64,9 @@ TrackKind trackKindOf(const AVStream& stream) {
 }
 
 bool isPlayable(const AVStream& stream, const PlaybackOptions& options) {
+    if (trackKindOf(stream) == TRACK_KIND_SUBTITLE) {
+        return avcodec_find_decoder(stream.codecpar->codec_id) != nullptr;
+    }
     return isWithin(stream, options.maxPixels) && !StreamChoice::of(options).obstacle(stream);
 }
 

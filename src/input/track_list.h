@@ -16,7 +16,7 @@ namespace kelp {
 
 TrackKind trackKindOf(const AVStream& stream);
 
-// Whether pictures or sound come of it, for a host that wants this.
+// Whether pictures, sound or subtitles come of it, for a host that wants this.
 bool isPlayable(const AVStream& stream, const PlaybackOptions& options);
 
 // All of them, in their order; none is played yet.

@@ -17,7 +17,7 @@ void PlayTask::init(EventCallback callback, std::shared_ptr<Worker> worker) {
     worker_ = std::move(worker);
     timestampExtrapolator_ = std::make_shared<TimestampExtrapolator>();
     renderTiming_ = std::make_shared<RenderTiming>(timestampExtrapolator_.get());
-    streamParser_ = std::make_shared<StreamParser>(timestampExtrapolator_.get(), packets_);
+    streamParser_ = std::make_shared<StreamParser>(timestampExtrapolator_.get(), packets_, subtitles_);
     streamParser_->init(shared_from_this());
 }
 
@@ -55,6 +55,7 @@ void PlayTask::load(const std::string& fileName, int seekTime, const PlaybackOpt
     for (auto& track : selectedTracks_) {
         track = -1;
     }
+    chooseSubtitle(*streamInfo);
     streamInfo_.store(streamInfo);
     codecInfo_.store(codecInfo);
     durationMs_ = streamInfo->duration;

@@ -37,6 +37,8 @@
 #include "runtime/atomic_shared_ptr.h"
 #include "runtime/playback_options.h"
 #include "runtime/worker.h"
+#include "subtitle/subtitle_screen.h"
+#include "subtitle/subtitle_tracks.h"
 
 namespace kelp {
 
@@ -139,6 +141,9 @@ public:
     // PacketOutlet. Any thread.
     void setPacketSink(ExternPacketSink* sink) { packets_->waitUntilUncalled(packets_->set(sink)); }
 
+    // The host's sink for subtitles, or none; likewise.
+    void setSubtitleSink(ExternSubtitleSink* sink) { subtitleScreen_->setSink(sink); }
+
     void setSyncMasterMode(SyncMasterMode mode);
     // The clock to follow in place of the master clock; none to return to that.
     void setExternSyncClock(std::shared_ptr<SyncObject> clock);
@@ -165,6 +170,7 @@ private:
     void onSeekStart(int seekTimeMs) override;
     void onSeekCompleted() override;
     int64_t audibleTimeMs() override;
+    int64_t shownTimeMs() override { return getCurrentTime(); }
     void onSoundReadAgain() override;
     void onLastTimes(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
     void onInputLength(int64_t lengthMs) override { inputLengthMs_ = lengthMs; }
@@ -216,6 +222,10 @@ private:
 
     // Why the track can't be selected; null if it can. seekRunMutex_ is held.
     const char* obstacleTo(TrackKind kind, int number);
+    // The subtitles that the load has chosen, if any.
+    void chooseSubtitle(const StreamInfo& streamInfo);
+    // Shows track `number`, or none; seekRunMutex_ is held.
+    void selectSubtitle(int number);
     // The track of this kind that is played; null if there is none.
     const Track* playedTrack(const StreamInfo& streamInfo, TrackKind kind);
     // The slot of selectedTracks_.
@@ -321,6 +331,8 @@ private:
     std::shared_ptr<TimestampExtrapolator> timestampExtrapolator_;  // the next two hold its raw pointer
     std::shared_ptr<RenderTiming> renderTiming_;
     const std::shared_ptr<PacketOutlet> packets_ = std::make_shared<PacketOutlet>();
+    const std::shared_ptr<SubtitleTracks> subtitles_ = std::make_shared<SubtitleTracks>();
+    const std::shared_ptr<SubtitleScreen> subtitleScreen_ = std::make_shared<SubtitleScreen>(subtitles_);
     std::shared_ptr<StreamParser> streamParser_;
 
     std::unique_ptr<std::thread> loadThread_;  // from `loadFileAsync` to `stop`

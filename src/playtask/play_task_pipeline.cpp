@@ -80,6 +80,9 @@ bool PlayTask::play() {
     startStallWatch(*streamInfo);
     std::lock_guard lock(seekRunMutex_);
     isRead_ = streamParser_->start();
+    if (isRead_ && subtitleScreen_->isOn()) {
+        subtitleScreen_->begin();
+    }
     return isRead_;
 }
 
@@ -158,6 +161,9 @@ void PlayTask::startVideo(const StreamInfo& streamInfo, const CodecInfo& codecIn
     }
     const auto videoPlay = std::make_shared<VideoPlayThread>(streamInfo.is_live, renderTiming_.get(), playOptions_);
     videoPlay->init(shared_from_this());
+    if (!streamInfo.is_cover) {
+        videoPlay->setSubtitles(subtitleScreen_);
+    }
     if (takesOddStreams()) {
         videoPlay->takeOddStreams(loadTimeMs_);
     }
@@ -237,6 +243,7 @@ bool PlayTask::end(WindowList::Leaving leaving) {
     prepare(coverPlayThread_);
     prepare(audioPlayThread_);
     stallWatch_.reset();
+    subtitleScreen_->prepareEnd();
 
     // From the source down: nothing can push into a stage that is gone.
     if (streamParser_) {
@@ -257,6 +264,8 @@ bool PlayTask::end(WindowList::Leaving leaving) {
     }
     streamInfo_.store(nullptr);
     codecInfo_.store(nullptr);
+    subtitleScreen_->end();
+    subtitles_->forget();
 
     stopDecodeThread(videoDecodeThread_);
     stopDecodeThread(coverDecodeThread_);

@@ -18,6 +18,12 @@ std::vector<Track> PlayTask::getTracks() {
             }
         }
     }
+    const int subtitle = subtitles_->chosen();
+    for (Track& track : tracks) {
+        if (track.kind == TRACK_KIND_SUBTITLE) {
+            track.isPlayed = track.number == subtitle;
+        }
+    }
     return tracks;
 }
 
@@ -27,6 +33,10 @@ bool PlayTask::selectTrack(TrackKind kind, int number) {
     if (const char* const obstacle = obstacleTo(kind, number)) {
         Log::Error(kTag, "selectTrack, kind:%d, number:%d, %s\n", kind, number, obstacle);
         return false;
+    }
+    if (kind == TRACK_KIND_SUBTITLE) {
+        selectSubtitle(number);
+        return true;
     }
     selectedTrack(kind) = number;
     streamParser_->selectTrack(kind, number);
@@ -40,10 +50,15 @@ const char* PlayTask::obstacleTo(TrackKind kind, int number) {
         return "nothing is played";
     }
     const bool isVideo = kind == TRACK_KIND_VIDEO;
-    if (!isVideo && kind != TRACK_KIND_AUDIO) {
-        return "only video and sound can be changed";
+    const bool isSubtitle = kind == TRACK_KIND_SUBTITLE;
+    if (!isVideo && !isSubtitle && kind != TRACK_KIND_AUDIO) {
+        return "only video, sound and subtitles can be changed";
     }
-    if (isVideo ? !videoPlayThread_.load() : !audioPlayThread_.load()) {
+    if (isSubtitle && number == SubtitleTracks::kNone) {
+        return nullptr;
+    }
+    // Subtitles need no place of their own.
+    if (!isSubtitle && (isVideo ? !videoPlayThread_.load() : !audioPlayThread_.load())) {
         return "no track of this kind is played";
     }
     const auto track = std::ranges::find(streamInfo->tracks, number, &Track::number);
@@ -57,6 +72,22 @@ const char* PlayTask::obstacleTo(TrackKind kind, int number) {
         return "the video that is played isn't decoded";
     }
     return nullptr;
+}
+
+void PlayTask::chooseSubtitle(const StreamInfo& streamInfo) {
+    const auto played = std::ranges::find_if(
+        streamInfo.tracks, [](const Track& track) { return track.kind == TRACK_KIND_SUBTITLE && track.isPlayed; });
+    if (played != streamInfo.tracks.end()) {
+        subtitles_->choose(played->number);
+    }
+}
+
+void PlayTask::selectSubtitle(int number) {
+    subtitles_->choose(number);
+    streamParser_->selectTrack(TRACK_KIND_SUBTITLE, number);
+    if (number != SubtitleTracks::kNone) {
+        subtitleScreen_->begin();
+    }
 }
 
 int64_t PlayTask::audibleTimeMs() {

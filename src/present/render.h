@@ -8,6 +8,8 @@
 
 namespace kelp {
 
+class SubtitleScreen;
+
 // Puts pictures on one output. It shows what it is told when it is told; all timing lies with its owner.
 //
 // All operations are called on the video play thread: `init` once, then `fillFrame` and `refresh` for every drawing,
@@ -18,6 +20,9 @@ public:
 
     // `window` is a handle of kind `type`, `width` and `height` its size in pixels, `fps` the stream's frame rate.
     virtual bool init(WindowType type, void* window, int width, int height, int fps) = 0;
+
+    // What is to be shown over the pictures; behind `init`. An output that shows pictures alone doesn't look at it.
+    virtual void setSubtitles(const std::shared_ptr<SubtitleScreen>& /*subtitles*/) {}
 
     // The window is to have another size, in pixels.
     virtual bool updateWindowSize(int width, int height) = 0;

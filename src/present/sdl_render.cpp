@@ -122,6 +122,19 @@ bool SDLRender::init(WindowType type, void* window, int width, int height, int /
     return createRenderer();
 }
 
+void SDLRender::setSubtitles(const std::shared_ptr<SubtitleScreen>& subtitles) {
+    std::lock_guard lock(mutex_);
+    subtitles_.setSource(subtitles);
+}
+
+SubtitleLayer::Picture SDLRender::subtitlePicture() const {
+    const bool lies = isOnItsSide(frame_->rotate);
+    const FittedRectangle kept = fit_ == PictureFit::Keep ? FittedRectangle::of(*frame_, width_, height_)
+                                                          : FittedRectangle{0, 0, width_, height_};
+    return {frame_->pts, SDL_Rect{kept.x, kept.y, kept.width, kept.height}, lies ? frame_->height : frame_->width,
+            lies ? frame_->width : frame_->height};
+}
+
 bool SDLRender::updateWindowSize(int width, int height) {
     Log::Debug(kTag, "%s, %dx%d\n", "updateWindowSize", width, height);
     std::lock_guard lock(mutex_);
@@ -141,7 +154,8 @@ int SDLRender::keepsForMs(const std::shared_ptr<VideoFrameInfo>& frame) {
         return 0;
     }
     const int64_t sinceMs = KelpTime::getTimeMs() - *drawnMs_;  // of a clock that may be set
-    return sinceMs >= 0 && sinceMs < kMaxKeepMs ? static_cast<int>(kMaxKeepMs - sinceMs) : 0;
+    const int keptMs = sinceMs >= 0 && sinceMs < kMaxKeepMs ? static_cast<int>(kMaxKeepMs - sinceMs) : 0;
+    return frame_ ? std::min(keptMs, subtitles_.keepsForMs(subtitlePicture())) : keptMs;
 }
 
 bool SDLRender::fillFrame(std::shared_ptr<VideoFrameInfo> frame) {
@@ -177,6 +191,7 @@ bool SDLRender::refresh() {
         SDL_SetYUVConversionMode(SDL_YUV_CONVERSION_AUTOMATIC);
     }
     if (drawn) {
+        subtitles_.draw(renderer_, subtitlePicture());
         SDL_RenderPresent(renderer_);
     }
     return drawn;
@@ -201,7 +216,8 @@ void SDLRender::leave() {
 
 void SDLRender::freeAll() {
     std::lock_guard windows(windowsMutex());
-    // The texture goes first: the renderer would take it along and leave the pointer to freed memory.
+    // The textures go first: the renderer would take them along and leave the pointers to freed memory.
+    subtitles_.free();
     dropTexture();
     if (renderer_) {
         SDL_DestroyRenderer(renderer_);

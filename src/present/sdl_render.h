@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "present/render.h"
+#include "present/subtitle_layer.h"
 
 namespace kelp {
 
@@ -24,6 +25,7 @@ public:
 
     // On failure what was made so far stays until `close`.
     bool init(WindowType type, void* window, int width, int height, int fps) override;
+    void setSubtitles(const std::shared_ptr<SubtitleScreen>& subtitles) override;
     bool updateWindowSize(int width, int height) override;
     void setFit(PictureFit fit) override;
     // Not more than 100 ms from the last drawing, since nobody tells when a window was covered.
@@ -45,6 +47,8 @@ private:
     bool createRenderer();
     std::pair<int, int> outputSize();
     void followOutputSize();
+    // What the subtitles go with.
+    SubtitleLayer::Picture subtitlePicture() const;
     // Whether there is a picture to present.
     bool draw(const VideoFrameInfo& frame);
     // Where the picture goes before SDL turns it about its centre; none for the whole output.
@@ -66,7 +70,8 @@ private:
     int64_t framePts_ = 0;                   // its time when it was given, in milliseconds
     bool isFilled_ = false;                  // texture_ holds frame_
     std::optional<int64_t> drawnMs_;         // when that was drawn; empty if it wasn't
-    std::mutex mutex_;                       // guards all of the above
+    SubtitleLayer subtitles_;
+    std::mutex mutex_;  // guards all of the above
 };
 
 }  // namespace kelp

@@ -10,6 +10,7 @@
 #include "present/low_delay_timing.h"
 #include "present/standard_timing.h"
 #include "runtime/kelp_time.h"
+#include "subtitle/subtitle_screen.h"
 
 namespace kelp {
 
@@ -46,6 +47,11 @@ VideoPlayThread::~VideoPlayThread() {
 bool VideoPlayThread::start(int fps) {
     fps_ = fps;
     return BasePlayThread::start();
+}
+
+void VideoPlayThread::setSubtitles(std::shared_ptr<SubtitleScreen> subtitles) {
+    subtitles_ = subtitles;
+    windows_.setSubtitles(std::move(subtitles));
 }
 
 bool VideoPlayThread::addWindow(WindowType type, void* window, int width, int height) {
@@ -144,6 +150,9 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
         fromTarget->pixFormat = frame->pixFormat;
     }
     const VideoFrameInfo& timed = fromTarget ? *fromTarget : *frame;
+    if (subtitles_) {
+        subtitles_->prepare(frame->pts);
+    }
     timing_->begin(timed, nowUs);
     counts_.aheadOfMasterMs.set(timing_->aheadOfMasterMs());
     const auto dueUs = waitUntilDue(nowUs);
@@ -222,6 +231,9 @@ int VideoPlayThread::draw(const std::shared_ptr<VideoFrameInfo>& frame) {
     }
     if (frame) {
         hasDrawn_ = true;
+        if (subtitles_) {
+            subtitles_->shown(frame->pts);
+        }
     }
     return windows_.draw(frame, fps_);
 }

@@ -19,6 +19,7 @@
 namespace kelp {
 
 class RenderTiming;
+class SubtitleScreen;
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
@@ -67,6 +68,9 @@ public:
 
     // `fps`: the stream's frame rate, for the renderers.
     bool start(int fps);
+
+    // What the windows show over the pictures, or none; before the start.
+    void setSubtitles(std::shared_ptr<SubtitleScreen> subtitles);
 
     // Whether a picture was brought to the windows.
     bool hasDrawn() const { return hasDrawn_; }
@@ -176,6 +180,7 @@ private:
 
     const std::unique_ptr<PictureTiming> timing_;
     WindowList windows_;
+    std::shared_ptr<SubtitleScreen> subtitles_;  // or null
     std::shared_ptr<VideoPlayThreadObserver> observer_;
     ShownFrame lastFrame_;  // the picture on the screen
     PictureCounts counts_;

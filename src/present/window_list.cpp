@@ -77,6 +77,7 @@ int WindowList::draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps) {
         }
         if (created) {
             window.render->init(window.type, window.handle, window.width, window.height, fps);
+            window.render->setSubtitles(subtitles_);
         }
         const bool resized = window.width != window.newWidth || window.height != window.newHeight;
         if (resized && window.newWidth > 0 && window.newHeight > 0) {

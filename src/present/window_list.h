@@ -13,6 +13,7 @@
 namespace kelp {
 
 class IRender;
+class SubtitleScreen;
 
 // The windows of a playback, each with a renderer of its own, and what is drawn on them.
 //
@@ -23,6 +24,9 @@ class WindowList {
 public:
     // `isStopped`: whether a drawing that runs is to leave the windows that remain.
     explicit WindowList(std::function<bool()> isStopped) : isStopped_(std::move(isStopped)) {}
+
+    // What the windows show over the pictures; before the first drawing.
+    void setSubtitles(std::shared_ptr<SubtitleScreen> subtitles) { subtitles_ = std::move(subtitles); }
 
     // For a window that is known already only the size is taken over, and a removal that has not been carried out yet
     // is taken back.
@@ -73,8 +77,9 @@ private:
     void collectDrawings();
 
     const std::function<bool()> isStopped_;
-    std::vector<Window> windows_;        // in order of adding; guarded by mutex_
-    PictureFit fit_ = PictureFit::Fill;  // likewise
+    std::shared_ptr<SubtitleScreen> subtitles_;  // or null
+    std::vector<Window> windows_;                // in order of adding; guarded by mutex_
+    PictureFit fit_ = PictureFit::Fill;          // likewise
     std::mutex mutex_;
     std::vector<Drawing> drawings_;  // of the drawing that runs; keeps its memory for the next
 };

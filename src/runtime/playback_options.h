@@ -32,6 +32,7 @@ struct PlaybackOptions {
     int audioTrack = kAutoTrack;
     PictureFit fit = PictureFit::Fill;  // "fit": of the windows, at once
     std::string audioDevice{};          // "audio_device": a name; empty for the default one
+    int subtitleTrack = kAutoTrack;
 
     bool operator==(const PlaybackOptions&) const = default;
 };

@@ -147,6 +147,9 @@ void KelpPlayer::setPacketSink(ExternPacketSink* sink) {
 void KelpPlayer::setStallObserver(StallObserver* observer) {
     engine().stallObserver = observer;
 }
+void KelpPlayer::setSubtitleSink(ExternSubtitleSink* sink) {
+    engine().subtitleSink = sink;
+}
 Statistics KelpPlayer::getStatistics() {
     return engine().statistics;
 }

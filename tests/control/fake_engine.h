@@ -32,6 +32,7 @@ struct FakeEngine {
     bool isMuted = false;
     ExternPacketSink* packetSink = nullptr;
     StallObserver* stallObserver = nullptr;
+    ExternSubtitleSink* subtitleSink = nullptr;
     KelpPlayerObserver* observer = nullptr;
     std::vector<void*> handles;  // of the windows, one for each call that names one
     std::vector<std::function<void()>> worker;

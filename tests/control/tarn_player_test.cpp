@@ -44,8 +44,12 @@ TEST_F(TarnPlayerTest, SelectsATrackAndKeepsItForARestart) {
     reach(PLAYER_STATE_STARTED);
     EXPECT_TRUE(player_->selectTrack(TRACK_KIND_AUDIO, 3));
     EXPECT_TRUE(player_->selectTrack(TRACK_KIND_VIDEO, 2));
-    EXPECT_THAT(engine().takeCalls(), ElementsAre("selectTrack(1, 3)", "setOption(audio_track, 3)", "selectTrack(0, 2)",
-                                                  "setOption(video_track, 2)"));
+    EXPECT_TRUE(player_->selectTrack(TRACK_KIND_SUBTITLE, 4));
+    EXPECT_TRUE(player_->selectTrack(TRACK_KIND_SUBTITLE, -1));
+    EXPECT_THAT(engine().takeCalls(),
+                ElementsAre("selectTrack(1, 3)", "setOption(audio_track, 3)", "selectTrack(0, 2)",
+                            "setOption(video_track, 2)", "selectTrack(2, 4)", "setOption(subtitle_track, 4)",
+                            "selectTrack(2, -1)", "setOption(subtitle_track, none)"));
     engine().answers["selectTrack"] = false;
     EXPECT_FALSE(player_->selectTrack(TRACK_KIND_AUDIO, 1));
     EXPECT_THAT(engine().takeCalls(), ElementsAre("selectTrack(1, 1)"));

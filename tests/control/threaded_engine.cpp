@@ -192,6 +192,8 @@ int64_t KelpPlayer::getPlayDetailInfo(KelpPlayerInfoType) {
 std::vector<Track> KelpPlayer::getTracks() {
     return {};
 }
+void KelpPlayer::setSubtitleSink(ExternSubtitleSink*) {
+}
 void KelpPlayer::setPacketSink(ExternPacketSink* sink) {
     static_cast<void>(sink);
 }

@@ -312,7 +312,8 @@ TEST_F(Tracks, WhatCantBeChangedIsRefusedWithALine) {
     begin("two_tracks.mp4");
     refuses(TRACK_KIND_AUDIO, 0, "there is no such track");
     refuses(TRACK_KIND_VIDEO, 4, "there is no such track");
-    refuses(TRACK_KIND_SUBTITLE, 1, "only video and sound can be changed");
+    refuses(TRACK_KIND_SUBTITLE, 1, "there is no such track");
+    refuses(TRACK_KIND_OTHER, 1, "only video, sound and subtitles can be changed");
     EXPECT_TRUE(player().selectTrack(TRACK_KIND_AUDIO, kSounds[0]));
     player().stop();
     refuses(TRACK_KIND_AUDIO, 1, "nothing is played");

@@ -35,6 +35,7 @@ public:
     void onSeekStart(int seekTimeMs) override;
     void onSeekCompleted() override;
     int64_t audibleTimeMs() override { return audibleMs; }
+    int64_t shownTimeMs() override { return shownMs; }
     void onSoundReadAgain() override { record("sound read again"); }
     void onLastTimes(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
     void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
@@ -61,6 +62,7 @@ public:
     std::atomic<bool> isPictureAwaited_{false};
 
     std::atomic<int64_t> audibleMs{-1};
+    std::atomic<int64_t> shownMs{-1};
 
     bool recordPolls = false;
     bool recordLastTimes = false;

@@ -9,6 +9,7 @@
 #include "clock/timestamp_extrapolator.h"
 #include "input/demuxer_hooks.h"
 #include "input/recording_observer.h"
+#include "input/recording_taker.h"
 #include "input/stream_parser.h"
 #include "input/synthetic_input.h"
 #include "support/fake_time.h"
@@ -37,7 +38,8 @@ protected:
     std::shared_ptr<RecordingObserver> observer = std::make_shared<RecordingObserver>();
     TimestampExtrapolator extrapolator;
     std::shared_ptr<PacketOutlet> outlet = std::make_shared<PacketOutlet>();
-    std::unique_ptr<StreamParser> parser = std::make_unique<StreamParser>(&extrapolator, outlet);
+    std::shared_ptr<RecordingTaker> subtitles = std::make_shared<RecordingTaker>();
+    std::unique_ptr<StreamParser> parser = std::make_unique<StreamParser>(&extrapolator, outlet, subtitles);
     ReadScript script{*parser};
 };
 

@@ -99,7 +99,7 @@ TEST_F(TrackList, TellsSubtitlesAndDataFromPictureAndSound) {
     EXPECT_EQ(tracks[1].codec, "subrip");
     EXPECT_EQ(tracks[1].language, "");
     EXPECT_EQ(tracks[1].title, "Caf\uFFFD au lait");
-    EXPECT_FALSE(tracks[1].isPlayable);
+    EXPECT_TRUE(tracks[1].isPlayable);
     EXPECT_EQ(tracks[2].kind, TRACK_KIND_OTHER);
     EXPECT_FALSE(tracks[2].isPlayable);
 }

@@ -84,6 +84,8 @@ constexpr Due kDue[] = {
     {kWarn, "StreamParser", ": could not seek to position "},
     {kWarn, "StreamParser", " is none that can be played, taking auto"},
     {kInfo, "StreamParser", " is the sound now"},
+    {kInfo, "StreamParser", " is the subtitles now"},
+    {kInfo, "StreamParser", "no subtitles are read now"},
     {kInfo, "StreamParser", " is the video now"},
     {kError, "PlayTask", "selectTrack, kind:"},
     {kWarn, "PlayTask", "stepFrame, "},

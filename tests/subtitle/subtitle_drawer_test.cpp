@@ -1,0 +1,195 @@
+#include "subtitle/subtitle_drawer.h"
+
+#include <ass/ass.h>
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <cstdarg>
+
+#include "subtitle/subtitle_files.h"
+
+namespace kelp::test {
+namespace {
+
+struct Pixel {
+    double red = 0;
+    double green = 0;
+    double blue = 0;
+};
+
+constexpr double kBackground = 100;  // of each colour
+
+// What is drawn, over a gray screen.
+std::vector<Pixel> seen(const DrawnSubtitles& drawn, int width, int height) {
+    std::vector<Pixel> screen(static_cast<size_t>(width * height), {kBackground, kBackground, kBackground});
+    for (const auto& part : drawn ? drawn->parts : std::vector<SubtitleOverlay::Part>()) {
+        EXPECT_EQ(part.pixels.size(), static_cast<size_t>(part.pixelWidth * part.pixelHeight * 4));
+        for (int y = 0; y < part.pixelHeight; ++y) {
+            for (int x = 0; x < part.pixelWidth; ++x) {
+                const uint8_t* from = &part.pixels[static_cast<size_t>((y * part.pixelWidth + x) * 4)];
+                Pixel& to = screen[static_cast<size_t>((part.y + y) * width + part.x + x)];
+                const double covers = from[3] / 255.0;
+                to.red += (from[0] - to.red) * covers;
+                to.green += (from[1] - to.green) * covers;
+                to.blue += (from[2] - to.blue) * covers;
+            }
+        }
+    }
+    return screen;
+}
+
+// libass, called by itself with a whole script, for one screen.
+class Libass {
+public:
+    Libass(std::string script, int width, int height) : width_(width), height_(height) {
+        ass_set_message_cb(
+            library_, [](int, const char*, va_list, void*) {}, nullptr);
+        ass_set_fonts(renderer_, nullptr, "sans-serif", ASS_FONTPROVIDER_AUTODETECT, nullptr, 1);
+        ass_set_frame_size(renderer_, width, height);
+        ass_set_storage_size(renderer_, 640, 360);
+        track_ = ass_read_memory(library_, script.data(), script.size(), nullptr);
+    }
+    ~Libass() {
+        ass_free_track(track_);
+        ass_renderer_done(renderer_);
+        ass_library_done(library_);
+    }
+
+    std::vector<Pixel> draw(int64_t timeMs);
+
+private:
+    const int width_;
+    const int height_;
+    ASS_Library* const library_ = ass_library_init();
+    ASS_Renderer* const renderer_ = ass_renderer_init(library_);
+    ASS_Track* track_ = nullptr;
+};
+
+std::vector<Pixel> Libass::draw(int64_t timeMs) {
+    std::vector<Pixel> screen(static_cast<size_t>(width_ * height_), {kBackground, kBackground, kBackground});
+    for (const ASS_Image* image = ass_render_frame(renderer_, track_, timeMs, nullptr); image; image = image->next) {
+        for (int y = 0; y < image->h; ++y) {
+            for (int x = 0; x < image->w; ++x) {
+                const int atX = image->dst_x + x;
+                const int atY = image->dst_y + y;
+                if (atX < 0 || atY < 0 || atX >= width_ || atY >= height_) {
+                    continue;
+                }
+                Pixel& to = screen[static_cast<size_t>(atY * width_ + atX)];
+                const double covers =
+                    image->bitmap[y * image->stride + x] / 255.0 * (255 - (image->color & 0xFF)) / 255;
+                to.red += ((image->color >> 24) - to.red) * covers;
+                to.green += ((image->color >> 16 & 0xFF) - to.green) * covers;
+                to.blue += ((image->color >> 8 & 0xFF) - to.blue) * covers;
+            }
+        }
+    }
+    return screen;
+}
+
+double farthest(const std::vector<Pixel>& one, const std::vector<Pixel>& other) {
+    double most = one.size() == other.size() ? 0 : 1000;
+    for (size_t i = 0; i < one.size() && i < other.size(); ++i) {
+        most = std::max({most, std::abs(one[i].red - other[i].red), std::abs(one[i].green - other[i].green),
+                         std::abs(one[i].blue - other[i].blue)});
+    }
+    return most;
+}
+
+std::string script() {
+    return std::string(kScript) +
+           "Dialogue: 0,0:00:01.00,0:00:05.00,Default,,0,0,0,,Below {\\i1}slanted{\\i0} and {\\b1}bold\n"
+           "Dialogue: 0,0:00:02.00,0:00:06.00,Default,,0,0,0,,Above it, for as long as the other\n"
+           "Dialogue: 1,0:00:01.50,0:00:05.00,Sign,,0,0,0,,{\\pos(320,100)\\frz20}A sign\n"
+           "Dialogue: 0,0:00:07.00,0:00:09.00,Sign,,0,0,0,,{\\move(0,0,600,300)\\fad(500,500)}It moves\n"
+           "Dialogue: 0,0:00:10.00,0:00:11.00,Default,,0,0,0,,{\\p1}m 0 0 l 100 0 100 50 0 50{\\p0}\n";
+}
+
+TEST(SubtitleDrawer, DrawsTextAsLibassDoes) {
+    const auto track = readTrack(writeFile("drawn.ass", script()));
+    ASSERT_TRUE(track);
+    struct Screen {
+        int width;
+        int height;
+    };
+    for (const auto& [width, height] : {Screen{640, 360}, Screen{1001, 563}, Screen{400, 400}}) {
+        SubtitleDrawer drawer;
+        Libass libass(script(), width, height);
+        // In the order of the film, as what stood before decides where a line stands.
+        for (const int64_t timeMs : {500, 1200, 2500, 5500, 7100, 8000, 10'500}) {
+            const auto drawn = drawer.draw(track, timeMs, {width, height, 640, 360});
+            EXPECT_EQ(drawn == nullptr, timeMs == 500) << timeMs;
+            EXPECT_LE(farthest(seen(drawn, width, height), libass.draw(timeMs)), 4)
+                << timeMs << " ms, " << width << "x" << height;
+        }
+    }
+}
+
+TEST(SubtitleDrawer, GivesTheSameObjectWhileItLooksTheSame) {
+    const auto track = readTrack(writeFile("same.ass", script()));
+    SubtitleDrawer drawer;
+    const SubtitleScreenSize size{640, 360, 640, 360};
+    const auto first = drawer.draw(track, 1100, size);
+    ASSERT_TRUE(first);
+    EXPECT_EQ(drawer.draw(track, 1400, size), first);
+    EXPECT_NE(drawer.draw(track, 1600, size), first);
+    EXPECT_EQ(drawer.draw(track, 6500, size), nullptr);
+    EXPECT_NE(drawer.draw(track, 7200, size), drawer.draw(track, 7400, size));
+}
+
+TEST(SubtitleDrawer, DrawsWhatIsReadWhileItDraws) {
+    const auto whole = readTrack(writeFile("whole.ass", script()));
+    const auto growing = std::make_shared<SubtitleTrack>(whole->head());
+    SubtitleDrawer drawer;
+    SubtitleDrawer atOnce;
+    const SubtitleScreenSize size{640, 360, 640, 360};
+    size_t count = 0;
+    for (const auto& event : whole->all()) {
+        growing->add(*event);
+        const int64_t timeMs = event->startMs + 400;
+        const auto drawn = drawer.draw(growing, timeMs, size);
+        ASSERT_TRUE(drawn) << ++count;
+        EXPECT_EQ(*drawn, *atOnce.draw(whole, timeMs, size)) << timeMs;
+    }
+}
+
+TEST(SubtitleDrawer, KeepsPlainTextInShapeWhereThePictureIsStretched) {
+    const auto track = readTrack(writeFile("plain.srt", "1\n00:00:01,000 --> 00:00:02,000\nHHHHHHHH\n\n"));
+    SubtitleDrawer drawer;
+    const auto square = drawer.draw(track, 1500, {600, 600, 1920, 1080});
+    const auto same = SubtitleDrawer().draw(track, 1500, {600, 600, 600, 600});
+    ASSERT_TRUE(square && same);
+    EXPECT_EQ(square->parts[0].width, same->parts[0].width);
+    EXPECT_EQ(square->parts[0].height, same->parts[0].height);
+}
+
+TEST(SubtitleDrawer, PlacesPicturesOnTheScreenAsOnTheirCanvas) {
+    const auto track = std::make_shared<SubtitleTrack>(
+        SubtitleTrack::Head{.isText = false, .isStyled = false, .script = "", .fonts = nullptr});
+    SubtitleEvent event;
+    event.startMs = 1000;
+    event.endMs = 2000;
+    event.canvasWidth = 720;
+    event.canvasHeight = 576;
+    event.bitmaps.push_back({72, 288, 2, 1, {1, 2}, {0, 0xFF102030, 0x80405060}});
+    event.bitmaps[0].palette.resize(256);
+    track->add(event);
+    SubtitleDrawer drawer;
+    EXPECT_EQ(drawer.draw(track, 500, {1440, 1152, 0, 0}), nullptr);
+    const auto drawn = drawer.draw(track, 1500, {1440, 1152, 0, 0});
+    ASSERT_TRUE(drawn);
+    SubtitleOverlay::Part part{144, 576, 4, 2, 2, 1, {0x10, 0x20, 0x30, 0xFF, 0x40, 0x50, 0x60, 0x80}};
+    EXPECT_EQ(drawn->parts, std::vector<SubtitleOverlay::Part>{part});
+    EXPECT_EQ(drawer.draw(track, 1600, {1440, 1152, 0, 0}), drawn);
+    EXPECT_NE(drawer.draw(track, 1600, {720, 576, 0, 0}), drawn);
+    EXPECT_EQ(drawer.draw(track, 2000, {720, 576, 0, 0}), nullptr);
+}
+
+TEST(SubtitleDrawer, DrawsNothingOfNothing) {
+    SubtitleDrawer drawer;
+    EXPECT_EQ(drawer.draw(nullptr, 0, {640, 360, 640, 360}), nullptr);
+    EXPECT_EQ(drawer.draw(readTrack(writeFile("none.ass", script())), 1500, {0, 0, 640, 360}), nullptr);
+}
+
+}  // namespace
+}  // namespace kelp::test

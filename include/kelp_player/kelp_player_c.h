@@ -52,6 +52,8 @@ typedef struct kelp_audio_devices kelp_audio_devices;
 typedef struct kelp_frame_sink kelp_frame_sink;
 // Takes packets as they are read: the host's own, or a recorder's.
 typedef struct kelp_packet_sink kelp_packet_sink;
+// Takes subtitles, for a host that shows them itself.
+typedef struct kelp_subtitle_sink kelp_subtitle_sink;
 // A clock that players follow.
 typedef struct kelp_clock kelp_clock;
 // Writes what a player reads into files.
@@ -358,7 +360,7 @@ KELP_C_API int kelp_player_take_snapshot(kelp_player* player, const char* path);
 // One track of a source.
 typedef struct kelp_track {
     size_t size;              // sizeof(kelp_track)
-    int number;               // what `kelp_player_select_track` and the options "video_track" and "audio_track" take
+    int number;               // what `kelp_player_select_track` and the options "video_track" and so on take
     int kind;                 // one of KELP_TRACK_KIND
     const char* codec;        // FFmpeg's short name, such as "h264"; the texts are valid as long as the tracks
     const char* language;     // mostly three letters; empty where the source doesn't say
@@ -387,8 +389,9 @@ KELP_C_API size_t kelp_tracks_count(const kelp_tracks* tracks);
 // Fills `track`, whose size is set, with that at `index`, from 0 on.
 KELP_C_API int kelp_tracks_get(const kelp_tracks* tracks, size_t index, kelp_track* track);
 
-// Plays another track, KELP_TRACK_KIND_VIDEO or KELP_TRACK_KIND_AUDIO, in place of the one of its kind; in playback
-// only, and without a new load. 0 for a track that there isn't or that can't be played.
+// Plays another track, KELP_TRACK_KIND_VIDEO or KELP_TRACK_KIND_AUDIO, in place of the one of its kind, or shows those
+// of KELP_TRACK_KIND_SUBTITLE, of which -1 is none; in playback only, and without a new load. 0 for a track that there
+// isn't or that can't be played.
 KELP_C_API int kelp_player_select_track(kelp_player* player, int kind, int number);
 
 // ---- Statistics ----
@@ -534,6 +537,63 @@ KELP_C_API int kelp_packet_sink_put_packet(kelp_packet_sink* sink, const kelp_pa
 KELP_C_API int kelp_packet_sink_put_gap(kelp_packet_sink* sink);
 // Hands the end on.
 KELP_C_API int kelp_packet_sink_put_end(kelp_packet_sink* sink);
+
+// ---- Subtitles ----
+
+// One subtitle of text. Valid during the callback.
+typedef struct kelp_subtitle_line {
+    size_t size;         // as the library knows it
+    int64_t start_ms;    // on the stream's own time line
+    int64_t end_ms;      // the first moment at which it is gone; -1 where only the next one tells
+    const char* text;    // to be read, with "\n" between its lines
+    const char* styled;  // the same with its styles: a line of a script of ASS
+} kelp_subtitle_line;
+
+// A drawn part of what is to be seen. Valid during the callback.
+typedef struct kelp_subtitle_picture {
+    size_t size;            // as the library knows it
+    int x;                  // where it goes, on a screen of the size that `get_picture_size` has given
+    int y;                  // likewise
+    int width;              // likewise
+    int height;             // likewise
+    int pixel_width;        // its own size: that of above for text; for subtitles that are pictures their own, to be
+    int pixel_height;       // scaled
+    const uint8_t* pixels;  // rows without gaps, four bytes each: red, green, blue, and how much they cover, 0 to 255
+} kelp_subtitle_picture;
+
+// What is to be seen at a moment. Valid during the callback.
+typedef struct kelp_subtitles {
+    size_t size;                                   // as the library knows it
+    int64_t time_ms;                               // of the film's picture that it goes with
+    const char* script;                            // the head that the styled lines belong to
+    const kelp_subtitle_line* const* lines;        // by their start; none for subtitles that are pictures
+    size_t line_count;                             // of these
+    const kelp_subtitle_picture* const* pictures;  // the first one lowest; none unless they are wanted
+    size_t picture_count;                          // of these
+} kelp_subtitles;
+
+// What a subtitle sink does. Both come on the player's subtitle thread. What may be called from there is what a frame
+// sink may call, and `kelp_player_set_subtitle_sink`.
+typedef struct kelp_subtitle_sink_calls {
+    size_t size;  // sizeof(kelp_subtitle_sink_calls)
+    void* user;   // handed to each
+
+    // What is to be seen has changed: it is all that stands now, nothing where all has gone.
+    void (*on_subtitles)(void* user, const kelp_subtitles* subtitles);
+    // How large the screen is that subtitles are to be drawn for, 0 by 0 at first, for which nothing is drawn; asked
+    // before each drawing.
+    void (*get_picture_size)(void* user, int* width, int* height);
+} kelp_subtitle_sink_calls;
+
+// Makes a subtitle sink, for a host that shows subtitles itself; `calls` is copied. Null without memory, and for null.
+KELP_C_API kelp_subtitle_sink* kelp_subtitle_sink_create(const kelp_subtitle_sink_calls* calls);
+
+// Ends a subtitle sink. It was taken back from every player, or these were stopped and aren't played again.
+KELP_C_API void kelp_subtitle_sink_destroy(kelp_subtitle_sink* sink);
+
+// Gives `sink` the subtitles that are shown, or with null nobody; at any time. When this has returned, the sink before
+// isn't called any more; it waits for a call that is under way, for a second at most.
+KELP_C_API int kelp_player_set_subtitle_sink(kelp_player* player, kelp_subtitle_sink* sink);
 
 // ---- Recorders ----
 

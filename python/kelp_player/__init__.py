@@ -40,6 +40,7 @@ from .reader import FrameReader
 from .recorder import Recorder
 from .sinks import Frames, FrameSink
 from .statistics import AudioStatistics, SoundOutput, Statistics, VideoStatistics
+from .subtitles import SubtitleLine, SubtitlePicture, Subtitles
 from .tracks import Track, TrackKind
 from .udp import UdpReceiver, UdpSender
 
@@ -83,6 +84,9 @@ __all__ = [
     "Started",
     "Statistics",
     "StreamMuxer",
+    "SubtitleLine",
+    "SubtitlePicture",
+    "Subtitles",
     "SyncMaster",
     "Track",
     "TrackKind",

@@ -221,6 +221,54 @@ class kelp_packet_sink_calls(_Sized):
     ]
 
 
+class kelp_subtitle_line(_Sized):
+    _fields_ = [
+        ("size", c_size_t),
+        ("start_ms", c_int64),
+        ("end_ms", c_int64),
+        ("text", c_char_p),
+        ("styled", c_char_p),
+    ]
+
+
+class kelp_subtitle_picture(_Sized):
+    _fields_ = [
+        ("size", c_size_t),
+        ("x", c_int),
+        ("y", c_int),
+        ("width", c_int),
+        ("height", c_int),
+        ("pixel_width", c_int),
+        ("pixel_height", c_int),
+        ("pixels", c_void_p),
+    ]
+
+
+class kelp_subtitles(_Sized):
+    _fields_ = [
+        ("size", c_size_t),
+        ("time_ms", c_int64),
+        ("script", c_char_p),
+        ("lines", POINTER(POINTER(kelp_subtitle_line))),
+        ("line_count", c_size_t),
+        ("pictures", POINTER(POINTER(kelp_subtitle_picture))),
+        ("picture_count", c_size_t),
+    ]
+
+
+subtitles_type = CFUNCTYPE(None, c_void_p, POINTER(kelp_subtitles))
+picture_size_type = CFUNCTYPE(None, c_void_p, POINTER(c_int), POINTER(c_int))
+
+
+class kelp_subtitle_sink_calls(_Sized):
+    _fields_ = [
+        ("size", c_size_t),
+        ("user", c_void_p),
+        ("on_subtitles", subtitles_type),
+        ("get_picture_size", picture_size_type),
+    ]
+
+
 class kelp_recorder_events(_Sized):
     _fields_ = [
         ("size", c_size_t),
@@ -276,6 +324,7 @@ _declare(
     tracks_free=[_handle],
     audio_devices_free=[_handle],
     packet_sink_destroy=[_handle],
+    subtitle_sink_destroy=[_handle],
     recorder_destroy=[_handle],
     clock_destroy=[_handle],
     set_sample_correction_percent_max=[c_int],
@@ -290,6 +339,7 @@ _declare(
     player_get_tracks=[_handle],
     get_audio_devices=[],
     packet_sink_create=[POINTER(kelp_packet_sink_calls)],
+    subtitle_sink_create=[POINTER(kelp_subtitle_sink_calls)],
     recorder_create=[POINTER(kelp_recorder_events)],
     recorder_get_sink=[_handle],
     clock_create=[c_int64, c_int64],
@@ -348,6 +398,7 @@ _declare(
     player_step_frame=[_handle, c_int],
     player_get_statistics=[_handle, POINTER(kelp_statistics)],
     player_set_packet_sink=[_handle, _handle],
+    player_set_subtitle_sink=[_handle, _handle],
     packet_sink_put_streams=[_handle, POINTER(POINTER(kelp_packet_stream)), c_size_t],
     packet_sink_put_packet=[_handle, POINTER(kelp_packet)],
     packet_sink_put_gap=[_handle],

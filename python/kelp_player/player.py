@@ -5,7 +5,7 @@ from __future__ import annotations
 import ctypes
 import threading
 import time
-from typing import Any, Callable, Dict, List, Optional, Set, Type, TypeVar, Union
+from typing import Any, Callable, Dict, List, Optional, Set, Tuple, Type, TypeVar, Union
 
 from ._board import Board, Events
 from ._lifetime import Closable, Native, callback, logger, refuse_when_pinned, register
@@ -44,6 +44,7 @@ from .pictures import Picture
 from .recorder import Recorder
 from .sinks import Frames, FrameSink, SinkShelf
 from .statistics import Statistics, read_statistics
+from .subtitles import SubtitleOutlet, Subtitles
 from .tracks import Track, TrackKind, read_tracks
 
 E = TypeVar("E", bound=Event)
@@ -83,6 +84,7 @@ class Player(Closable):
         self._calls: Dict[int, WorkerCall] = {}
         self._frame_sinks: Set[FrameSink] = set()
         self._packet_outlet: Optional[PacketOutlet] = None
+        self._subtitle_outlet: Optional[SubtitleOutlet] = None
         self._follows: object = None  # the clock and the recorder, which stay as long as they are used
         self._records: object = None
         self._number = register(self)
@@ -424,6 +426,19 @@ class Player(Closable):
         native = recorder._native if recorder is not None else None
         self._native.use("packets", lib.kelp_player_set_packet_sink, native, handle)
         self._packet_outlet, self._records = None, recorder
+
+    def set_subtitle_sink(
+        self, function: Optional[Callable[[Subtitles], Any]], picture_size: Tuple[int, int] = (0, 0)
+    ) -> None:
+        """Has ``function`` called with all that is to be seen whenever it changes; None for nobody. At any time.
+
+        It comes on the player's subtitle thread, and pictures come with it where ``picture_size`` says how large the
+        screen is. Windows draw subtitles in any case. From there ``tracks``, ``statistics``, ``run_in_worker``,
+        ``add_timer`` and ``remove_timer`` alone may be called.
+        """
+        outlet = SubtitleOutlet(function, picture_size, self._native) if function is not None else None
+        self._native.use("subtitles", lib.kelp_player_set_subtitle_sink, None, outlet.handle if outlet else None)
+        self._subtitle_outlet = outlet
 
     def set_clock(self, clock: Union[Clock, HostClock, None]) -> None:
         """Follows a clock with ``SyncMaster.CLOCK``; with None the player's own.

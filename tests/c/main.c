@@ -28,6 +28,7 @@ static const struct {
     {"snapshot", snapshot_test},
     {"step", step_test},
     {"stall", stall_test},
+    {"subtitles", subtitles_test},
     {"sound", sound_test},
     {"udp", udp_test},
     {"udp_failure", udp_failure_test},

@@ -18,6 +18,7 @@ void muxer_test(void);
 void snapshot_test(void);
 void stall_test(void);
 void step_test(void);
+void subtitles_test(void);
 void sound_test(void);
 void udp_test(void);
 void udp_failure_test(void);

@@ -67,7 +67,7 @@ def _fits(kind: str, bound: Any) -> bool:
     assert kind.endswith("*"), kind
     if bound in (ctypes.c_void_p, ctypes.c_char_p):
         return kind == "uint8_t*" or (bound is ctypes.c_void_p and not hasattr(_native, kind[:-1]))
-    return bool(_fits(kind[:-1], bound._type_) if kind.endswith("**") else bound._type_.__name__ == kind[:-1])
+    return bool(_fits(kind[:-1], bound._type_) if kind.endswith("**") or kind[:-1] in _TYPES else bound._type_.__name__ == kind[:-1])
 
 
 def _functions() -> Dict[str, Tuple[str, List[str]]]:

@@ -9,7 +9,7 @@ from typing import Any, Callable, List
 import kelp_player
 import numpy
 import pytest
-from conftest import LONG, OPTIONS, eventually, media, raw_pictures
+from conftest import LONG, OPTIONS, eventually, media, raw_pictures, tool
 from kelp_player import (
     Clock,
     Completed,
@@ -339,6 +339,22 @@ def test_the_shown_picture_becomes_a_file(tmp_path: Any) -> None:
         player.wait()
         player.take_snapshot(tmp_path / "shown.png")
     assert (tmp_path / "shown.png").read_bytes().startswith(b"\x89PNG")
+
+
+def test_subtitles_come_as_texts_and_as_pictures(tmp_path: Any) -> None:
+    (tmp_path / "film.srt").write_text("1\n00:00:00,000 --> 00:00:02,500\nGrüß dich\n", encoding="utf-8")
+    inputs = ["-i", media("small.mp4"), "-i", str(tmp_path / "film.srt")]
+    tool("ffmpeg", "-v", "error", *inputs, "-map", "0", "-map", "1", "-c", "copy", str(tmp_path / "film.mkv"))
+    heard: List[kelp_player.Subtitles] = []
+    with Player(tmp_path / "film.mkv", subtitle_track=2, **OPTIONS) as player:
+        player.set_subtitle_sink(heard.append, (320, 180))
+        player.play()
+        eventually(lambda: heard)
+        player.set_subtitle_sink(None)
+    (line,) = heard[0].lines
+    assert line.text == "Grüß dich" and (line.end_ms or 0) > line.start_ms
+    for part in heard[0].pictures:
+        assert len(part.pixels) == 4 * part.pixel_width * part.pixel_height > 0
 
 
 def stepped(player: Player, pictures: int) -> bool:

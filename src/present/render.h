@@ -27,7 +27,8 @@ public:
     // The window is to have another size, in pixels.
     virtual bool updateWindowSize(int width, int height) = 0;
 
-    // How the pictures from the next drawing on lie in the output; a sink gets them as they are.
+    // How the pictures from the next drawing on lie in the output, which keeps nothing from here on; a sink gets them
+    // as they are.
     virtual void setFit(PictureFit /*fit*/) {}
 
     // For how many milliseconds the output goes on showing `frame`, or what is there if it is empty, without being

@@ -54,13 +54,7 @@ void WindowList::resize(void* window, int width, int height) {
 
 void WindowList::setFit(PictureFit fit) {
     std::lock_guard lock(mutex_);
-    if (fit == fit_) {
-        return;
-    }
     fit_ = fit;
-    for (auto& window : windows_) {
-        window.wantsDrawing = true;
-    }
 }
 
 int WindowList::draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps) {

@@ -58,7 +58,7 @@ private:
         int newHeight;
         bool removed;                     // goes at the next drawing
         bool paused;                      // takes no more pictures
-        bool wantsDrawing;                // whatever its renderer keeps: its size, its pause or the fit may be new
+        bool wantsDrawing;                // whatever its renderer keeps: its size or its pause may have changed
         PictureFit fit;                   // that the renderer knows of
         std::shared_ptr<IRender> render;  // empty until the first drawing
     };

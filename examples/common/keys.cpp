@@ -54,6 +54,8 @@ KeyCommand commandOf(const SDL_Keysym& key) {
             return {Command::NextSound};
         case SDLK_v:
             return {Command::NextVideo};
+        case SDLK_j:
+            return {Command::NextSubtitles};
         case SDLK_s:
             return {Command::SaveSnapshot};
         case SDLK_d:

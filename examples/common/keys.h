@@ -22,6 +22,7 @@ enum class Command {
     PreviousPicture,
     NextSound,
     NextVideo,
+    NextSubtitles,
     SaveSnapshot,
     NextDevice,
     ShowStatistics

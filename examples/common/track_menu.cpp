@@ -1,5 +1,6 @@
 #include "track_menu.h"
 
+#include <algorithm>
 #include <utility>
 
 // [menu]
@@ -14,6 +15,10 @@ std::vector<TrackEntry> trackMenu(kelp::TarnPlayer& player, kelp::TrackKind kind
             label += " [" + track.language + "]";
         }
         entries.push_back({std::move(label), track.number, track.isPlayed});
+    }
+    if (kind == kelp::TRACK_KIND_SUBTITLE && !entries.empty()) {
+        const bool isAny = std::ranges::any_of(entries, &TrackEntry::isChecked);
+        entries.insert(entries.begin(), {"None", -1, !isAny});
     }
     return entries;
 }

@@ -8,7 +8,7 @@
 // One entry of a menu of tracks.
 struct TrackEntry {
     std::string label;  // in UTF-8
-    int number = 0;     // what the options "video_track" and "audio_track" take
+    int number = 0;     // what `selectTrack` takes
     bool isChecked = false;
 };
 

@@ -130,6 +130,9 @@ void RemoteControl::carryOut(const KeyCommand& command) {
         case Command::NextVideo:
             selectNext(*player_, kelp::TRACK_KIND_VIDEO);
             break;
+        case Command::NextSubtitles:
+            selectNext(*player_, kelp::TRACK_KIND_SUBTITLE);
+            break;
         default:
             break;
     }

@@ -159,6 +159,7 @@ void MainWindow::makeActions() {
     playback->addSeparator();
     addTracks(playback, tr("&Video track"), kelp::TRACK_KIND_VIDEO, "videoTracks");
     addTracks(playback, tr("Soun&d track"), kelp::TRACK_KIND_AUDIO, "soundTracks");
+    addTracks(playback, tr("S&ubtitles"), kelp::TRACK_KIND_SUBTITLE, "subtitleTracks");
 
     QMenu* const view = menuBar()->addMenu(tr("&View"));
     fullScreenAction_ = makeAction(view, tr("&Full screen"), {Qt::Key_F, Qt::Key_F11},

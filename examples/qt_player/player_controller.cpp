@@ -299,7 +299,7 @@ void PlayerController::saveSnapshot(const QString& path) {
 }
 
 void PlayerController::reportTracks(kelp::TarnPlayer& player) {
-    for (const kelp::TrackKind kind : {kelp::TRACK_KIND_VIDEO, kelp::TRACK_KIND_AUDIO}) {
+    for (const kelp::TrackKind kind : {kelp::TRACK_KIND_VIDEO, kelp::TRACK_KIND_AUDIO, kelp::TRACK_KIND_SUBTITLE}) {
         report(ifUpToDate([this, kind, entries = trackMenu(player, kind)] { emit tracksChanged(kind, entries); }));
     }
 }

@@ -268,7 +268,11 @@ void QtPlayerTest::showsTheSamePicturesInASecondWindow() {
     takeScreenshot(QStringLiteral("two_windows.png"));
     // The same picture, in another size.
     const auto smaller = [](const QImage& image) {
-        return image.scaled(32, 18, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+        // Without what is black beside it.
+        QRect picture(QPoint(), QSize(16, 9).scaled(image.size(), Qt::KeepAspectRatio));
+        picture.moveCenter(image.rect().center());
+        return image.copy(picture)
+            .scaled(32, 18, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
             .convertToFormat(QImage::Format_Grayscale8);
     };
     const auto difference = [&] {

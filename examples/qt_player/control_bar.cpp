@@ -129,7 +129,8 @@ void ControlBar::toggleMuted() {
 void ControlBar::applyVolume() {
     const bool silent = mute_->isChecked() || volume_->value() == 0;
     mute_->setIcon(signIcon(silent ? Sign::Muted : Sign::Loud, palette().color(QPalette::ButtonText)));
-    emit volumeChanged(mute_->isChecked() ? 0.0 : volume_->value() / 100.0);
+    emit volumeChanged(volume_->value() / 100.0);
+    emit mutedChanged(mute_->isChecked());
 }
 
 void ControlBar::changeSpeed(int steps) {

@@ -35,8 +35,8 @@ signals:
     void playClicked();
     void stopClicked();
     void seekRequested(int timeMs);
-    // The gain: 0 when muted.
     void volumeChanged(double gain);
+    void mutedChanged(bool muted);
     void speedChanged(double speed);
 
 private:

@@ -69,6 +69,9 @@ void drawSign(QPainter& painter, Sign sign, const QPen& line) {
                 painter.drawLine(QPointF(4, y), QPointF(end, y));
             }
             break;
+        case Sign::Record:
+            painter.drawEllipse(QPointF(12, 12), 7.5, 7.5);
+            break;
         case Sign::Open:
             fillShape(painter, {{3, 5}, {9, 5}, {11, 7.5}, {21, 7.5}, {21, 19}, {3, 19}});
             break;

@@ -21,6 +21,7 @@
 #include "log_pane.h"
 #include "options_panel.h"
 #include "second_window.h"
+#include "statistics_panel.h"
 #include "time_text.h"
 #include "tracks_menu.h"
 #include "video_area.h"
@@ -98,6 +99,9 @@ void MainWindow::makeWidgets() {
     options_ = new OptionsPanel;
     optionsDock_ = makeDock(tr("Options"), "optionsDock", options_);
     addDockWidget(Qt::RightDockWidgetArea, optionsDock_);
+    statistics_ = new StatisticsPanel;
+    statisticsDock_ = makeDock(tr("Statistics"), "statisticsDock", statistics_);
+    addDockWidget(Qt::RightDockWidgetArea, statisticsDock_);
     logPane_ = new LogPane;
     logDock_ = makeDock(tr("Log"), "logDock", logPane_);
     addDockWidget(Qt::BottomDockWidgetArea, logDock_);
@@ -160,6 +164,9 @@ void MainWindow::makeActions() {
     addTracks(playback, tr("&Video track"), kelp::TRACK_KIND_VIDEO, "videoTracks");
     addTracks(playback, tr("Soun&d track"), kelp::TRACK_KIND_AUDIO, "soundTracks");
     addTracks(playback, tr("S&ubtitles"), kelp::TRACK_KIND_SUBTITLE, "subtitleTracks");
+    addSoundDevices(playback);
+    playback->addSeparator();
+    addRecording(playback);
 
     QMenu* const view = menuBar()->addMenu(tr("&View"));
     fullScreenAction_ = makeAction(view, tr("&Full screen"), {Qt::Key_F, Qt::Key_F11},
@@ -182,6 +189,7 @@ void MainWindow::makeActions() {
     };
     addDock(optionsDock_, tr("&Options"), Qt::Key_F10, Sign::Options);
     addDock(logDock_, tr("&Log"), Qt::Key_F9, Sign::Log);
+    addDock(statisticsDock_, tr("S&tatistics"), Qt::Key_F8, Sign::Log);
     auto* const leave = new QAction(this);
     leave->setShortcut(Qt::Key_Escape);
     addAction(leave);
@@ -214,11 +222,13 @@ void MainWindow::connectPlayer() {
     connect(controls_, &ControlBar::stopClicked, &player_, &PlayerController::stop);
     connect(controls_, &ControlBar::seekRequested, &player_, &PlayerController::seek);
     connect(controls_, &ControlBar::volumeChanged, &player_, &PlayerController::setVolume);
+    connect(controls_, &ControlBar::mutedChanged, &player_, &PlayerController::setMuted);
     connect(controls_, &ControlBar::speedChanged, &player_, &PlayerController::setSpeed);
     connect(options_, &OptionsPanel::masterChanged, &player_, &PlayerController::setMaster);
     connect(options_, &OptionsPanel::hardwareDecodingChanged, &player_, &PlayerController::setHardwareDecoding);
     connect(options_, &OptionsPanel::retryIntervalChanged, &player_, &PlayerController::setRetryInterval);
 
+    connectStatistics();
     connect(&player_, &PlayerController::stateChanged, this, &MainWindow::showState);
     connect(&player_, &PlayerController::opened, this, &MainWindow::showSource);
     connect(&player_, &PlayerController::timeChanged, controls_, &ControlBar::showTime);
@@ -406,7 +416,8 @@ void MainWindow::setFullScreen(bool fullScreen) {
     }
     if (fullScreen) {
         hiddenInFullScreen_.clear();
-        for (QWidget* widget : QList<QWidget*>{menuBar(), toolBar_, controls_, statusBar(), optionsDock_, logDock_}) {
+        for (QWidget* widget :
+             QList<QWidget*>{menuBar(), toolBar_, controls_, statusBar(), optionsDock_, statisticsDock_, logDock_}) {
             if (widget->isVisible()) {
                 hiddenInFullScreen_.append(widget);
                 widget->hide();

@@ -18,6 +18,7 @@ class QMenu;
 class QMessageBox;
 class QToolBar;
 class SecondWindow;
+class StatisticsPanel;
 class VideoArea;
 
 // The program's window. It holds the player; closing it ends the player first and then the window.
@@ -48,6 +49,10 @@ private:
     void makeActions();
     QAction* makeAction(QMenu* menu, const QString& text, const QList<QKeySequence>& keys, std::function<void()> act);
     void addTracks(QMenu* menu, const QString& title, kelp::TrackKind kind, const char* name);
+    void addSoundDevices(QMenu* menu);
+    void addRecording(QMenu* menu);
+    void chooseRecording();
+    void connectStatistics();
     void connectPlayer();
     void connectPicture(VideoArea* area);
     void showState(PlayerController::State state);
@@ -71,7 +76,9 @@ private:
     ControlBar* controls_ = nullptr;
     OptionsPanel* options_ = nullptr;
     LogPane* logPane_ = nullptr;
+    StatisticsPanel* statistics_ = nullptr;
     QDockWidget* optionsDock_ = nullptr;
+    QDockWidget* statisticsDock_ = nullptr;
     QDockWidget* logDock_ = nullptr;
     QToolBar* toolBar_ = nullptr;
     QLineEdit* url_ = nullptr;

@@ -99,6 +99,7 @@ void PlayerController::shutDown() {
             if (hasSource_) {
                 player_->stop();
             }
+            recording_.stop(*player_);
             kelp::TarnPlayer::destroy(std::exchange(player_, nullptr));
         }
         report([this] { emit shutDownDone(); });
@@ -316,6 +317,9 @@ int PlayerController::pollTime() {
             emit timeChanged(timeMs);
         }
     });
+    if (watchesStatistics_) {
+        reportStatistics();
+    }
     return timeMs == 0 ? kSlowPollMs : kPollMs;
 }
 // [embed end]
@@ -329,6 +333,8 @@ std::function<void()> PlayerController::ifUpToDate(std::function<void()> functio
 }
 
 void PlayerController::connectEvents() {
+    connect(&recording_, &Recording::changed, this, &PlayerController::recordingChanged);
+    connect(&recording_, &Recording::happened, this, &PlayerController::happened);
     connect(&events_, &PlayerEvents::prepared, this, [this](const SourceInfo& info) {
         if (!isUpToDate()) {
             return;

@@ -3,6 +3,7 @@
 #include <QObject>
 #include <QSize>
 #include <QString>
+#include <QStringList>
 #include <QWindow>
 #include <functional>
 #include <memory>
@@ -11,6 +12,7 @@
 #include "command_thread.h"
 #include "kelp_player/tarn_player.h"
 #include "player_events.h"
+#include "recording.h"
 #include "track_menu.h"
 
 // The player as the GUI sees it: every operation returns at once, every answer comes as a signal on the GUI thread.
@@ -48,7 +50,18 @@ public:
     // Pauses, and shows another picture of those next to the one that is shown.
     void step(int pictures);
     void setVolume(double factor);
+    void setMuted(bool muted);
     void setSpeed(double speed);
+    // A value of the player's option "audio_device". What plays goes on there; one that can't be had is told by the
+    // log.
+    void setAudioDevice(const QString& name);
+    // The answer is `audioDevicesListed`.
+    void listAudioDevices();
+    // Records what is played, or will be, into an .mp4, .mov, .mkv or .ts file. The answers are `recordingChanged`.
+    void startRecording(const QString& path);
+    void stopRecording();
+    // Whether `statisticsChanged` is to come, ten times a second while there is a position.
+    void watchStatistics(bool watch);
     void setMaster(kelp::SyncMasterMode mode);
     // A source that plays is started again at its position.
     void setHardwareDecoding(bool enabled);
@@ -75,6 +88,9 @@ signals:
     // The tracks of a kind to choose from; none when there is no source.
     void tracksChanged(kelp::TrackKind kind, const std::vector<TrackEntry>& entries);
     void timeChanged(int timeMs);
+    void audioDevicesListed(const QStringList& names);
+    void recordingChanged(bool isRecording);
+    void statisticsChanged(const kelp::Statistics& statistics);
     void durationChanged(int durationMs);
     // The source can't be played: what happened, and why, as far as the log knows.
     void failed(const QString& what, const QString& why);
@@ -108,6 +124,7 @@ private:
     void reportNoPlayer();
     void openSource(kelp::TarnPlayer& player, const std::string& source, int number, bool pause);
     int pollTime();
+    void reportStatistics();
     void reportTracks(kelp::TarnPlayer& player);
 
     // GUI thread.
@@ -125,9 +142,11 @@ private:
     kelp::TarnPlayer* player_ = nullptr;
     bool hasSource_ = false;
     bool polls_ = false;
+    bool watchesStatistics_ = false;
     int polledSeek_ = 0;
     int polledSource_ = 0;
 
+    Recording recording_;
     PlayerEvents events_;
     std::unique_ptr<CommandThread> commands_;  // uses all of the above
 };

@@ -20,8 +20,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "devices_menu.h"
 #include "e2e/qt_player_fixture.h"
 #include "e2e/sound.h"
+#include "minute_plot.h"
 #include "support/x_screen.h"
 #include "theme.h"
 #include "time_slider.h"
@@ -50,6 +52,9 @@ private slots:
     void seeksWhileTheSliderIsDragged();
     void playsSlowerAndFaster();
     void changesTheVolumeAndMutes();
+    void drawsTheLastMinute();
+    void recordsWhatIsPlayed();
+    void playsOnAnotherDeviceFromTheMenu();
     void keepsTheShapeOfADroppedFilesPicture();
     void showsTheSamePicturesInASecondWindow();
     void fillsTheScreenAndComesBack();
@@ -212,6 +217,47 @@ void QtPlayerTest::changesTheVolumeAndMutes() {
     QVERIFY(!find<QToolButton>("mute")->isChecked());
     QCOMPARE(volume->value(), 100);
     EVENTUALLY(loudness() > 3000);
+}
+
+void QtPlayerTest::drawsTheLastMinute() {
+    press(Qt::Key_F8);
+    auto* const queues = find<MinutePlot>("queues");
+    EVENTUALLY(queues->isVisible() && queues->pointCount() > 5);
+    takeScreenshot(QStringLiteral("statistics.png"));
+    press(Qt::Key_F8);
+    EVENTUALLY(!queues->isVisible());
+}
+
+void QtPlayerTest::recordsWhatIsPlayed() {
+    const QString path = folder_.filePath(QStringLiteral("recorded.mkv"));
+    auto* const record = find<QAction>("record");
+    QVERIFY(!record->isChecked());
+    player().startRecording(path);
+    EVENTUALLY(record->isChecked());
+    // From the next key frame on.
+    EVENTUALLY(QFileInfo(path).size() > 0);
+    record->trigger();
+    EVENTUALLY(!record->isChecked());
+    QSignalSpy changes(&player(), &PlayerController::recordingChanged);
+    player().startRecording(folder_.filePath(QStringLiteral("recorded.txt")));
+    EVENTUALLY(!changes.isEmpty());
+    QVERIFY(!record->isChecked());
+}
+
+// The driver takes a file for a device, and its name for the device's.
+void QtPlayerTest::playsOnAnotherDeviceFromTheMenu() {
+    const QString other = folder_.filePath(QStringLiteral("other.raw"));
+    auto* const devices = find<DevicesMenu>("soundDevices");
+    devices->showDevices({other});
+    QCOMPARE(devices->actions().size(), 2);
+    QVERIFY(devices->actions().at(0)->isChecked());
+    devices->actions().at(1)->trigger();
+    EVENTUALLY(QFileInfo(other).size() > 0);
+    devices->showDevices({});
+    QVERIFY(devices->actions().at(1)->isChecked());
+    devices->actions().at(0)->trigger();
+    const qint64 size = QFileInfo(sound_).size();
+    EVENTUALLY(QFileInfo(sound_).size() != size);
 }
 
 void QtPlayerTest::keepsTheShapeOfADroppedFilesPicture() {

@@ -1,0 +1,43 @@
+#include <QFile>
+#include <string>
+
+#include "player_controller.h"
+
+// Mute, the sound devices, recordings and statistics.
+
+void PlayerController::setMuted(bool muted) {
+    command([muted](kelp::TarnPlayer& player) { player.setMute(muted); });
+}
+
+void PlayerController::setAudioDevice(const QString& name) {
+    // Takes as long as the device takes to open.
+    command([name = name.toStdString()](kelp::TarnPlayer& player) { player.setOption("audio_device", name.c_str()); });
+}
+
+void PlayerController::listAudioDevices() {
+    command([this](kelp::TarnPlayer&) {
+        QStringList names;
+        for (const std::string& name : kelp::TarnPlayer::getAudioDevices()) {
+            names.append(QString::fromStdString(name));
+        }
+        report([this, names] { emit audioDevicesListed(names); });
+    });
+}
+
+void PlayerController::startRecording(const QString& path) {
+    command([this, path = QFile::encodeName(path).toStdString()](kelp::TarnPlayer& player) {
+        recording_.start(player, path);
+    });
+}
+
+void PlayerController::stopRecording() {
+    command([this](kelp::TarnPlayer& player) { recording_.stop(player); });
+}
+
+void PlayerController::watchStatistics(bool watch) {
+    command([this, watch](kelp::TarnPlayer&) { watchesStatistics_ = watch; });
+}
+
+void PlayerController::reportStatistics() {
+    report(ifUpToDate([this, statistics = player_->getStatistics()] { emit statisticsChanged(statistics); }));
+}

@@ -18,13 +18,13 @@ struct SubtitleLine {
 
 // A drawn part of what is to be seen. Valid during the call.
 struct SubtitlePicture {
-    int x = 0;  // where it goes, on a screen of the size that `pictureSize` has given, in pixels
-    int y = 0;
-    int width = 0;
-    int height = 0;
+    int x = 0;       // where it goes, on a screen of the size that `pictureSize` has given, in pixels
+    int y = 0;       // likewise, from the top
+    int width = 0;   // how large it is there
+    int height = 0;  // likewise
     // Its own size: that of above for text; for subtitles that are pictures their own, to be scaled.
     int pixelWidth = 0;
-    int pixelHeight = 0;
+    int pixelHeight = 0;  // likewise
     // Rows of `pixelWidth` pixels without gaps, four bytes each: red, green, blue, and how much of what is below they
     // cover, 0 to 255. The colours aren't multiplied by that.
     const uint8_t* pixels = nullptr;
@@ -40,8 +40,8 @@ struct ShownSubtitles {
 
 // The size of a screen, in pixels.
 struct SubtitlePictureSize {
-    int width = 0;
-    int height = 0;
+    int width = 0;   // 0 by 0 for no pictures
+    int height = 0;  // likewise
 };
 
 // Takes the subtitles of the track that is played, for a host that shows them itself: the host implements it and hands

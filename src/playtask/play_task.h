@@ -302,9 +302,11 @@ private:
     // A seek is over, and none is next.
     void resumeBehindSeek();
     void dropSteps();
+    // No frame has ended the seek that went last: a step that waits for it is given up.
+    void dropStepOfSeek();
 
     // Whether the host is told of the first packet and frames that come now.
-    bool isHostSeek() const { return seekFor_ == SeekFor::Host && !hasStepped_; }
+    bool isHostSeek() const { return seekFor_ == SeekFor::Host; }
 
     // At an end of the input: whether it is to be told. If not, what waits goes on.
     bool endSeeks(bool (SeekTurns::*ending)());
@@ -406,6 +408,8 @@ private:
     std::mutex seekRunMutex_;                      // held through a seek on the control side: one at a time
     std::atomic<SeekFor> seekFor_{SeekFor::Host};  // the seek that went last; written under seekRunMutex_
     std::atomic<bool> hasStepped_{false};          // since the last seek of the host's, or resume
+    std::atomic<bool> isSoundOfStep_{false};       // what sounds next was sent after a step, and isn't told
+    std::atomic<bool> isResumeParked_{false};      // what waits for the end of a seek goes on behind steps
     bool isRead_ = false;                          // between `play` and `stop`; guarded by seekRunMutex_
     // Video and sound, in place of those of the load; -1 for none.
     std::array<std::atomic<int>, 2> selectedTracks_{-1, -1};

@@ -125,6 +125,7 @@ void PlayTask::onVideoDecodeNoMoreFrame() {
     Log::Debug(kTag, "%s\n", "onVideoDecodeNoMoreFrame");
     // No picture will end a seek that landed behind the last key frame.
     seekTurns_.noMoreFrame();
+    dropStepOfSeek();
     if (const auto next = seekTurns_.newest()) {
         postReplay(*next);
     } else {
@@ -170,7 +171,7 @@ void PlayTask::onFirstVideoFrame(int64_t framePtsMs) {
 
 void PlayTask::onFirstAudioFrame(int64_t framePtsMs) {
     Log::Info(kTag, "%s, framePtsMs:%lld\n", "onFirstAudioFrame", static_cast<long long>(framePtsMs));
-    if (isHostSeek()) {
+    if (isHostSeek() && !isSoundOfStep_) {
         raise(EVENT_FIRST_AUDIO_FRAME, static_cast<int>(framePtsMs), 0, 0);
     }
     isShowing_ = true;

@@ -290,7 +290,7 @@ bool PlayTask::end(WindowList::Leaving leaving) {
     durationMs_ = playDetailWidth_ = playDetailHeight_ = playDetailRotate_ = playDetailFps_ = 0;
     seekTurns_.forget();
     seekFor_ = SeekFor::Host;
-    hasStepped_ = false;
+    hasStepped_ = isSoundOfStep_ = isResumeParked_ = false;
     {
         std::lock_guard lock(pauseMutex_);
         resume_ = Resume::None;

@@ -12,8 +12,10 @@ bool PlayTask::seek(int seekTimeMs) {
     if (hasStepped_.exchange(false)) {
         dropSteps();
     }
+    isResumeParked_ = false;
     // One that only waits isn't held up by the one that is on its way to the stages.
     if (seekable_ && seekTurns_.park(clampToDuration(seekTimeMs))) {
+        isResumeParked_ = false;
         return true;
     }
     std::lock_guard lock(seekRunMutex_);
@@ -37,8 +39,12 @@ bool PlayTask::startSeek(int seekTimeMs, SeekRule rule, SeekFor seekFor) {
         return true;
     }
     seekFor_ = seekFor;
+    if (seekFor == SeekFor::Host) {
+        isSoundOfStep_ = false;
+    }
     if (rule == SeekRule::Standard && seekInFrameQueues(seekTimeMs)) {
         seekTurns_.served();
+        resumeBehindSeek();
         return true;
     }
     seekTurns_.start(seekTimeMs);
@@ -178,6 +184,7 @@ void PlayTask::finishSeek(int64_t framePtsMs) {
 
 bool PlayTask::endSeeks(bool (SeekTurns::*ending)()) {
     const bool isTold = (seekTurns_.*ending)();
+    dropStepOfSeek();
     if (const auto next = seekTurns_.newest()) {
         postReplay(*next);
     } else {
@@ -199,7 +206,11 @@ void PlayTask::replaySeek(SeekTurns::Next next) {
     std::lock_guard lock(seekRunMutex_);
     if (seekTurns_.isDue(next.turn)) {
         logSeek(next.timeMs);
-        startSeek(next.timeMs);
+        if (isResumeParked_.exchange(false)) {
+            startSeek(next.timeMs, SeekRule::Exact, SeekFor::Resume);
+        } else {
+            startSeek(next.timeMs);
+        }
     }
 }
 

@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 
+#include "clock/wrapping_math.h"
 #include "kelp_player/log.h"
 #include "playtask/play_task.h"
 
@@ -20,10 +21,13 @@ bool PlayTask::pause() {
 
 bool PlayTask::resume() {
     Log::Debug(kTag, "%s\n", "resume");
-    if (hasStepped_.exchange(false) && seekBehindSteps()) {
+    std::unique_lock lock(pauseMutex_);
+    const bool hasStepped = hasStepped_.exchange(false);
+    lock.unlock();
+    if (hasStepped && seekBehindSteps()) {
         return true;
     }
-    std::lock_guard lock(pauseMutex_);
+    lock.lock();
     return resumeStages();
 }
 
@@ -104,7 +108,7 @@ DataLevel PlayTask::dataLevel() {
         if (!play) {
             return std::nullopt;
         }
-        return play->level().durationMs() + (decode ? decode->level().durationMs() : 0);
+        return wrappingAdd(play->level().durationMs(), decode ? decode->level().durationMs() : 0);
     };
     DataLevel level;
     level.waitingMs = Rebuffer::together(waiting(videoDecodeThread_.load(), videoPlayThread_.load()),

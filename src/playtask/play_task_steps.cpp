@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <limits>
+
 #include "kelp_player/log.h"
 #include "playtask/play_task.h"
 
@@ -9,18 +12,18 @@ namespace kelp {
 bool PlayTask::stepFrame(int pictures) {
     const auto videoPlay = videoPlayThread_.load();
     // Not of pictures that stand for want of data, nor while a resume is on its way.
-    const auto isHostsPause = [this] {
-        std::lock_guard lock(pauseMutex_);
-        return isPaused_ && resume_ == Resume::None;
-    };
-    const char* const obstacle = !videoPlay || !videoPlay->isPaused() || !isHostsPause() ? "no picture is paused"
-                                 : pictures < 0 && !seekable_                            ? "the source can't go back"
-                                                                                         : nullptr;
+    std::unique_lock lock(pauseMutex_);
+    const bool isHostsPause = isPaused_ && resume_ == Resume::None;
+    const char* const obstacle = !videoPlay || !videoPlay->isPaused() || !isHostsPause ? "no picture is paused"
+                                 : pictures < 0 && !seekable_                          ? "the source can't go back"
+                                                                                       : nullptr;
     if (obstacle) {
+        lock.unlock();
         Log::Warn(kTag, "%s, %s\n", "stepFrame", obstacle);
         return false;
     }
     hasStepped_ = true;
+    lock.unlock();
     videoPlay->step(pictures);
     return true;
 }
@@ -31,14 +34,22 @@ void PlayTask::dropSteps() {
     }
 }
 
-void PlayTask::onStepped(int64_t pts) {
+void PlayTask::dropStepOfSeek() {
+    if (seekFor_ == SeekFor::Step) {
+        dropSteps();
+    }
+}
+
+void PlayTask::onStepped(int64_t framePtsMs) {
+    const int pts = static_cast<int>(std::clamp<int64_t>(framePtsMs, 0, std::numeric_limits<int>::max()));
     const auto audioPlay = audioPlayThread_.load();
     const auto audioDecode = audioDecodeThread_.load();
     // Sound that stayed behind would fill the queues.
-    if (!audioPlay || !audioDecode || !audioPlay->holdsFrom(static_cast<int>(pts) - 2 * kStepsBackMs)) {
+    if (!audioPlay || !audioDecode || !audioPlay->holdsFrom(pts - 2 * kStepsBackMs)) {
         return;
     }
-    const int fromMs = static_cast<int>(pts) - kStepsBackMs;
+    const int fromMs = pts - kStepsBackMs;
+    isSoundOfStep_ = true;
     audioPlay->setSeekRule(SeekRule::Exact);
     audioPlay->seek(fromMs, /*needFlush=*/false);
     audioDecode->skipTo(fromMs);
@@ -73,7 +84,9 @@ bool PlayTask::seekBehindSteps() {
         return false;
     }
     videoPlay->dropSteps();
-    if (!seekable_ || (!seekTurns_.isIdle() && seekFor_ != SeekFor::Step)) {
+    // A seek of the host's goes on by itself, and so does what has shown nothing yet.
+    const bool isHostsTurn = !seekTurns_.isIdle() && (seekFor_ != SeekFor::Step || seekTurns_.hasNext());
+    if (!seekable_ || isHostsTurn || !videoPlay->hasShown()) {
         return false;
     }
     {
@@ -92,6 +105,7 @@ bool PlayTask::seekBehindSteps() {
         audioPlay->seek(timeMs, /*needFlush=*/true);
     }
     // Behind one of a step it waits for that to end.
+    isResumeParked_ = !isIdle;
     const bool isStarted = startSeek(timeMs, SeekRule::Exact, SeekFor::Resume);
     std::lock_guard pauseLock(pauseMutex_);
     if (resume_ == Resume::Over) {

@@ -150,6 +150,11 @@ bool SeekTurns::isTaken() const {
     return !isExact() || phase_ != Phase::Asked;
 }
 
+bool SeekTurns::hasNext() const {
+    std::lock_guard lock(mutex_);
+    return waiting_ > 0 || phase_ == Phase::Due;
+}
+
 int SeekTurns::waiting() const {
     std::lock_guard lock(mutex_);
     return waiting_;

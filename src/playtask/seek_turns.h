@@ -70,6 +70,8 @@ public:
     std::optional<int> target() const;
     // Whether none runs and none is due. Takes no lock.
     bool isIdle() const { return phase_ == Phase::Idle; }
+    // Whether one waits, or is handed on.
+    bool hasNext() const;
 
 private:
     friend class PlayTaskPeer;  // lets tests hold an end of a seek and a request apart

@@ -95,6 +95,8 @@ public:
     void dropSteps();
     // Whether a step waits for a seek to `seekTimeMs`.
     bool isStepAwaited(int seekTimeMs) const { return steps_.isAwaited(seekTimeMs); }
+    // Whether a frame was shown since the start. Any thread.
+    bool hasShown() const { return steps_.hasShown(); }
 
     // Ends the play thread and waits for it; the queue is empty then.
     virtual void stop();

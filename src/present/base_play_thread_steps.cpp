@@ -18,13 +18,14 @@ void BasePlayThread::dropSteps() {
 }
 
 bool BasePlayThread::makeSteps(std::unique_lock<std::mutex>& lock) {
-    if (!isStepDue() || landing_.isRunning()) {
+    if (!isStepDue()) {
         return false;
     }
     if (!paused_) {
         steps_.drop();
         return false;
     }
+    landing_ = {};  // of a seek that has ended without a frame
     const size_t size = frameQueue_.size();
     switch (steps_.take(frameQueue_, isLast_)) {
         case FrameSteps::Outcome::Nothing:

@@ -17,7 +17,7 @@ class DecodedFrame;
 // limit, and go back to the front for a step back. Before the first of them a seek goes on: to right before it, of
 // which those are kept as well that are dropped on the way.
 //
-// `isAsked` and `isAwaited` may be read by any thread; the queue's mutex guards all else.
+// `isAsked`, `isAwaited` and `isLanding` may be read by any thread; the queue's mutex guards all else.
 class FrameSteps {
 public:
     using Queue = std::queue<std::shared_ptr<DecodedFrame>>;
@@ -65,7 +65,7 @@ private:
     std::atomic<bool> isShowDue_{false};     // a seek for a step has ended
     std::atomic<int64_t> awaitedMs_{kNone};  // the target of the seek that a step waits for
     int64_t beforeMs_ = kNone;               // the frame shown then
-    bool isLanding_ = false;
+    std::atomic<bool> isLanding_{false};
     bool isFrontShown_ = false;
     std::atomic<int64_t> shownMs_{kNone};               // none before the first frame
     std::deque<std::shared_ptr<DecodedFrame>> passed_;  // the last one is right before the queue's front

@@ -121,6 +121,7 @@ public:
     using BasePlayThread::endFrames;
     using BasePlayThread::fillFrame;
     using BasePlayThread::getFrameQueueSize;
+    using BasePlayThread::hasShown;
     using BasePlayThread::holdsFrom;
     using BasePlayThread::isPaused;
     using BasePlayThread::isStepAwaited;

@@ -131,6 +131,34 @@ TEST_F(PlayTaskSteps, PlayOnBehindASeekOfTheirOwn) {
     EXPECT_EQ(under.peer.seekingTimeMs(), 8000);
     endSeekAt(8000);
     EXPECT_FALSE(under.peer.videoPlay()->isPaused());
+    EXPECT_THAT(under.events(), IsEmpty());
+}
+
+TEST_F(PlayTaskSteps, PlayOnWhereASeekOfTheHostsGoes) {
+    beginStepBack(8000);
+    under.task->seek(500);
+    ASSERT_TRUE(under.task->stepFrame(1));
+    EXPECT_TRUE(under.task->resume());
+    EXPECT_FALSE(under.peer.videoPlay()->isPaused());
+    endSeekAt(7999);
+    under.drainWorker();
+    EXPECT_EQ(under.peer.seekingTimeMs(), 500);
+    endSeekAt(500);
+    EXPECT_EQ(under.events().size(), 3U) << "of that seek";
+}
+
+TEST_F(PlayTaskSteps, LeaveASeekItsEvents) {
+    under.task->seek(500);
+    ASSERT_TRUE(under.task->stepFrame(1));
+    endSeekAt(500);
+    EXPECT_EQ(under.events().size(), 3U);
+}
+
+TEST_F(PlayTaskSteps, PlayOnAsBeforeWhereNothingWasShown) {
+    ASSERT_TRUE(under.task->stepFrame(1));
+    EXPECT_TRUE(under.task->resume());
+    EXPECT_EQ(under.peer.seekingTimeMs(), -1);
+    EXPECT_FALSE(under.peer.videoPlay()->isPaused());
 }
 
 TEST_F(PlayTaskSteps, StayPausedIfThatWasAskedForLast) {

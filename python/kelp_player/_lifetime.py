@@ -11,6 +11,7 @@ the interpreter, behind which no callback may come.
 from __future__ import annotations
 
 import atexit
+import functools
 import itertools
 import logging
 import threading
@@ -51,17 +52,21 @@ def callback(kind: Any, default: Any = None, pinned: bool = False) -> Callable[[
     """
 
     def make(method: Callable[..., Any]) -> Any:
-        def call(number: int, *arguments: Any) -> Any:
+        def call_host(number: int, *arguments: Any) -> Any:
             host = _hosts.get(number)
             if host is None:
                 return default
-            _thread.callbacks += 1
-            _thread.pinned += pinned
             try:
                 return method(host, *arguments)
             except BaseException:  # nothing may go on into the library
                 logger.exception("exception in a callback, %s", method.__qualname__)
                 return default
+
+        def call(number: int, *arguments: Any) -> Any:  # refers to no host, whose __del__ is in the callback too
+            _thread.callbacks += 1
+            _thread.pinned += pinned
+            try:
+                return call_host(number, *arguments)
             finally:
                 _thread.callbacks -= 1
                 _thread.pinned -= pinned
@@ -94,6 +99,7 @@ class Native:
         self.detaches: Dict[Any, Callable[[], None]] = {}  # take it back from who uses it
         self.behind: List[Callable[[], Any]] = []  # what is done when it has gone
         self._used: Dict[str, Native] = {}  # what was handed to it, by what for
+        self._using = threading.RLock()  # held over a change of what the library uses, and of _used with it
         _live[id(self)] = self
         _start_reapers()
         finalizer = weakref.finalize(owner, reap, self.end)
@@ -138,6 +144,8 @@ class Native:
             step()
         with self._idle:
             self._idle.wait_for(lambda: not self._calls)
+        for step in (*self.detaches.values(),):  # of who was just being given it
+            step()
         self._end(handle)
         for purpose in list(self._used):
             self._let_go(purpose)
@@ -147,22 +155,29 @@ class Native:
         _live.pop(id(self), None)
 
     def use(self, purpose: str, function: Callable[..., Any], used: Optional[Native], handle: Optional[int]) -> None:
-        """Hands ``handle``, of ``used``, over by ``function``, and takes it back before ``used`` ends."""
-        self.call(function, handle)
-        self._let_go(purpose)
-        if used is not None:
-            self._used[purpose] = used
-            used.detaches[id(self), purpose] = lambda: self._take_back(purpose, function)
+        """Hands ``handle``, of ``used``, over by ``function``, and takes it back before ``used`` ends.
+
+        To be called in a call of ``used``, whose end waits for it. A callback that waits here does so for as long as
+        the library does for a callback, which is limited.
+        """
+        with self._using:
+            self.call(function, handle)
+            self._let_go(purpose)
+            if used is not None:
+                self._used[purpose] = used
+                used.detaches[id(self), purpose] = functools.partial(self._take_back, purpose, function, used)
 
     def _let_go(self, purpose: str) -> None:
         used = self._used.pop(purpose, None)
         if used is not None:
             used.detaches.pop((id(self), purpose), None)
 
-    def _take_back(self, purpose: str, function: Callable[..., Any]) -> None:
+    def _take_back(self, purpose: str, function: Callable[..., Any], used: Native) -> None:
         try:
-            self.call(function, None)
-            self._let_go(purpose)
+            with self._using:
+                if self._used.get(purpose) is used:
+                    self.call(function, None)
+                    self._let_go(purpose)
         except Closed:
             self._ended.wait()
 
@@ -195,6 +210,7 @@ _tasks: "SimpleQueue[Optional[Callable[[], None]]]" = SimpleQueue()
 _reapers: List[threading.Thread] = []
 _reapers_mutex = threading.Lock()
 _REAPERS = 4  # an end is mostly waiting for threads of the library
+_LONGEST_END_S = 10.0  # on another thread, that the end of the interpreter waits for
 
 
 def reap(task: Callable[[], None]) -> None:
@@ -236,5 +252,6 @@ def _end_all() -> None:
         reaper.join()
     for native in reversed(list(_live.values())):
         native.end()
+        native._ended.wait(_LONGEST_END_S)  # where another thread is just closing it
     for step in _last_steps:
         step()

@@ -422,9 +422,16 @@ class Player(Closable):
 
     def set_recorder(self, recorder: Optional[Recorder]) -> None:
         """Gives the packets of what is played to a recorder, in place of a packet sink; or with None to nobody."""
-        handle = check(recorder._native.call(lib.kelp_recorder_get_sink)) if recorder is not None else None
-        native = recorder._native if recorder is not None else None
-        self._native.use("packets", lib.kelp_player_set_packet_sink, native, handle)
+        if recorder is None:
+            self._native.use("packets", lib.kelp_player_set_packet_sink, None, None)
+        else:
+            used = recorder._native
+
+            def hand_over(handle: int) -> None:
+                sink = check(lib.kelp_recorder_get_sink(handle))
+                self._native.use("packets", lib.kelp_player_set_packet_sink, used, sink)
+
+            used.call(hand_over)
         self._packet_outlet, self._records = None, recorder
 
     def set_subtitle_sink(

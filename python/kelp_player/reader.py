@@ -54,6 +54,7 @@ class FrameReader(Iterator[Picture]):
             if not self._player.wait_for(Prepared, timeout).has_video:
                 raise PlaybackFailed(FailureKind.START, "there are no pictures")
             self._player.play()
+            self._player.wait_for(FirstVideoFrame, timeout)  # so that no seek takes it for its own
         except BaseException:
             self._player.close()
             raise
@@ -72,6 +73,8 @@ class FrameReader(Iterator[Picture]):
         """The picture that is on at ``time_ms``; behind the end the last one. Reading goes on behind it."""
         if self._player.ended:  # a seek plays again: that it stands is to be asked for behind
             self._player.seek(time_ms)
+            self._box.keep_newest(True)  # or the last picture may wait for room, and the first one behind it
+            self._player.wait_for(FirstVideoFrame, self._timeout)
         self._box.keep_newest(True)
         self._player.pause()
         self._halted = True

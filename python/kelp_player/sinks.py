@@ -11,7 +11,7 @@ import time
 import weakref
 from typing import Any, Callable, Deque, Iterator, List, Optional
 
-from ._lifetime import Native, callback, logger, reap, register
+from ._lifetime import Native, callback, logger, reap, refuse_when_pinned, register
 from ._native import frame_type, kelp_frame_sink_calls, lib, memory, size_type
 from .errors import Closed, check
 from .pictures import Picture, Plane
@@ -27,7 +27,7 @@ class FrameSink:
     The planes are **the player's memory, valid during the call only**: ``picture.copy()`` keeps them, and so does
     anything that is computed from them; an array on them that is kept is an error in the log, and reads what comes
     there next. From the callback a player's ``tracks``, ``statistics``, ``run_in_worker``, ``add_timer`` and
-    ``remove_timer`` alone may be called.
+    ``remove_timer`` alone may be called, and neither ``pause`` nor ``remove`` of a sink, which ``run_in_worker`` takes.
     """
 
     def __init__(
@@ -49,10 +49,12 @@ class FrameSink:
 
     def pause(self, pause: bool = True) -> None:
         """No picture comes while it is paused; for the running playback only."""
+        refuse_when_pinned("pause")
         check(self._shelf.player.call(lib.kelp_player_pause_frame_sink, self.handle, pause))
 
     def remove(self) -> None:
         """Takes it away from its player. A picture that is just coming still does."""
+        refuse_when_pinned("remove")
         self._function = _ignore
         self._shelf.remove(self.handle)
         self._removed(self)
@@ -140,13 +142,17 @@ class SinkShelf:
             self._boxes.add(box)
 
     def remove(self, handle: int) -> None:
-        with self._mutex:
-            if handle not in self._handles:
-                return
-            self._handles.remove(handle)
-            self._removed.append(handle)
-        with contextlib.suppress(Closed):
-            self.player.call(lib.kelp_player_remove_frame_sink, handle)
+        def take_away(player: int) -> None:
+            with self._mutex:
+                if handle not in self._handles:
+                    return
+                self._handles.remove(handle)
+            lib.kelp_player_remove_frame_sink(player, handle)
+            with self._mutex:
+                self._removed.append(handle)  # only now a stop may let it be destroyed
+
+        with contextlib.suppress(Closed):  # whose end destroys it
+            self.player.call(take_away)
 
     def forget_removed(self) -> None:
         """The player was stopped: what was removed before won't be drawn on."""
@@ -281,6 +287,7 @@ class Frames(Iterator[Picture]):
         return picture
 
     def close(self) -> None:
-        """No more come."""
+        """No more come. Not from the callback of a sink or a clock."""
+        refuse_when_pinned("close")
         self._sink.remove()
         self._box.close()

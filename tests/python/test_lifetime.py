@@ -6,7 +6,7 @@ import pathlib
 import resource
 import threading
 import weakref
-from typing import Any, List
+from typing import Any, List, Optional
 
 import kelp_player
 import pytest
@@ -151,6 +151,91 @@ def test_an_object_ends_when_the_calls_of_other_threads_have_returned() -> None:
     ender.join()
     caller.join()
     assert steps == ["call 7", "end 7"]
+
+
+def test_what_is_just_being_handed_over_is_taken_back_before_it_ends() -> None:
+    class Owner:
+        pass
+
+    steps: List[str] = []
+    called, goes_on, wakes = threading.Event(), threading.Event(), threading.Event()
+
+    def give(user: int, handle: Optional[int]) -> None:
+        if handle:
+            called.set()
+            assert goes_on.wait(LONG)
+        steps.append(f"{user} uses {handle}")
+
+    owners = Owner(), Owner()
+    user = _lifetime.Native(owners[0], 1, lambda handle: None)
+    used = _lifetime.Native(owners[1], 2, lambda handle: steps.append(f"end {handle}"))
+    used.wakes.append(wakes.set)
+    giver = threading.Thread(target=used.call, args=(lambda handle: user.use("test", give, used, handle),))
+    giver.start()
+    assert called.wait(LONG)
+    ender = threading.Thread(target=used.close)
+    ender.start()
+    assert wakes.wait(LONG)
+    goes_on.set()
+    ender.join()
+    giver.join()
+    user.close()
+    assert steps == ["1 uses 2", "1 uses None", "end 2"]
+
+
+def test_what_was_replaced_is_not_taken_back() -> None:
+    class Owner:
+        pass
+
+    steps: List[Optional[int]] = []
+    owners = Owner(), Owner(), Owner()
+    user, first, second = (_lifetime.Native(owner, index, lambda handle: None) for index, owner in enumerate(owners, 1))
+
+    def give(used: _lifetime.Native) -> None:
+        used.call(lambda handle: user.use("test", lambda _, given: steps.append(given), used, handle))
+
+    give(first)
+    first.wakes.append(lambda: give(second))  # while the first one is about to be taken back
+    first.close()
+    assert steps == [2, 3]
+    second.close()
+    assert steps == [2, 3, None]
+    user.close()
+
+
+def test_a_host_that_goes_with_its_callback_is_in_it_still() -> None:
+    in_callbacks: List[int] = []
+
+    class Host:
+        def __init__(self) -> None:
+            self.number = _lifetime.register(self)
+
+        def drop(self) -> None:
+            held.clear()
+
+        def __del__(self) -> None:
+            in_callbacks.append(_lifetime._thread.callbacks)
+
+    held = [Host()]
+    _lifetime.callback(lambda function: function)(Host.drop)(held[0].number)
+    assert in_callbacks == [1] and _lifetime._thread.callbacks == 0
+
+
+def test_an_interpreter_ends_behind_an_object_that_another_thread_is_closing() -> None:
+    code, text = python(
+        HEAD
+        + """
+import threading
+from kelp_player import _lifetime
+class Owner: pass
+owner = Owner()
+native = _lifetime.Native(owner, 7, lambda handle: (time.sleep(0.5), os.write(1, b"gone")))
+threading.Thread(target=native.close, daemon=True).start()
+while not native.closed:
+    time.sleep(0.01)
+"""
+    )
+    assert (code, text) == (0, "gone")
 
 
 def test_an_object_that_is_dropped_is_ended_by_another_thread() -> None:

@@ -29,6 +29,7 @@ from kelp_player import (
     SyncMaster,
     TrackKind,
     VideoSizeUpdated,
+    sinks,
 )
 
 Errors = Callable[[], List[str]]
@@ -43,6 +44,7 @@ def test_a_film_is_played_to_its_end_and_told_in_order(errors: Errors) -> None:
         player.play()
         player.wait(LONG)
         assert player.ended == Completed()
+        eventually(lambda: heard[-1:] == [Completed()])  # who waits is told first
         assert list(told.poll()) == heard and list(told.poll()) == []
         assert [track.kind for track in player.tracks] == [TrackKind.VIDEO, TrackKind.AUDIO]
         assert [track.codec for track in player.tracks] == ["h264", "aac"]
@@ -245,23 +247,43 @@ def test_a_sink_may_not_wait_for_its_player(errors: Errors) -> None:
 
     def take(picture: Picture) -> None:
         assert player.statistics.video.track == 0 and player.tracks
-        try:
-            player.stop()
-        except Refused as error:
-            raised.append(error)
+        for call in (player.stop, sink.remove, sink.pause, frames.close):
+            try:
+                call()
+            except Refused as error:
+                raised.append(error)
         player.run_in_worker(end)
 
     def end() -> None:
+        sink.remove()
         player.stop()
         done.set()
 
     with Player(**OPTIONS) as player:
-        player.add_frame_sink(take)
+        frames = player.frames()
+        sink = player.add_frame_sink(take)
         player.open(media("small.mp4"))
         player.play()
         assert done.wait(LONG)
-    assert raised and "run_in_worker" in str(raised[0])
+    assert len(raised) >= 4 and len(raised) % 4 == 0 and all("run_in_worker" in str(error) for error in raised)
     assert errors() == []
+
+
+def test_a_removed_sink_is_kept_until_the_player_has_been_told(monkeypatch: pytest.MonkeyPatch) -> None:
+    name = "kelp_player_remove_frame_sink"
+    remove = getattr(sinks.lib, name)
+    unused: List[List[int]] = []
+
+    def look_and_remove(handle: int, sink: int) -> Any:
+        unused.append(list(player._sinks._removed))
+        return remove(handle, sink)
+
+    with Player(**OPTIONS) as player:
+        sink = player.add_frame_sink(lambda picture: None)
+        monkeypatch.setattr(sinks.lib, name, look_and_remove)
+        sink.remove()
+        sink.remove()
+        assert unused == [[]] and player._sinks._removed == [sink.handle]
 
 
 def test_timers_run_on_the_worker_until_they_are_removed() -> None:

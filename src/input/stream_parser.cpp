@@ -150,12 +150,15 @@ bool StreamParser::isReadingHeldByPause() const {
 
 // All four are asked for, in this order; frames have no say in it.
 bool StreamParser::areQueuesFull() {
-    // What is read again has been in the queues before.
-    if (!observer_ || readAgain_.isActive() || soundReadAgain_.isActive()) {
+    if (!observer_) {
         return false;
     }
     const int pictures = observer_->onVideoPacketQueueSize();
     const int packets = pictures + observer_->onAudioPacketQueueSize();
+    // What is read again has been in the queues before. It never ends for a stream that is over.
+    if ((readAgain_.isActive() || soundReadAgain_.isActive()) && packets < mostReadAgain_) {
+        return false;
+    }
     observer_->onVideoFrameQueueSize();
     observer_->onAudioFrameQueueSize();
     // Those that were taken since the look aren't counted: the rest ends so many packets later, or by itself.

@@ -147,6 +147,7 @@ struct StreamParserState {
     std::map<int, std::unique_ptr<AVBSFContext, FreeLeftBsf>> leftBsfs_;  // of videos that were played, by their stream
     ReadAgain readAgain_;                                                 // of the video
     ReadAgain soundReadAgain_;
+    int mostReadAgain_ = 0;  // with so many packets in the queues what is read again doesn't keep them open
     int64_t lastVideoTicks_ = std::numeric_limits<int64_t>::min();  // of the last packet; none as FFmpeg has it
     int64_t soundFromMs_ = -1;    // sound that is read again is needed from here on; -1 if all is
     int64_t firstPacketMs_ = -1;  // of the first packet since the open or the last seek; -1 before it
@@ -295,6 +296,7 @@ private:
     void goBackForSound();
     void changeSubtitle(int number, GoBack goBack);
     void goBackForSubtitles();
+    int queuedPackets();
     // The stream of subtitles that the options ask for is read from here on.
     void chooseSubtitle();
     void takeSubtitle(int number);

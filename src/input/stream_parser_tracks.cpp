@@ -30,6 +30,10 @@ constexpr const char* TAG = "StreamParser";
 constexpr int64_t kSoundLeadInMs = 200;        // sound is right only after some was decoded before it
 constexpr int64_t kSubtitleLeadInMs = 10'000;  // what began so long before what is seen may still stand
 constexpr size_t kMaxHeldPackets = 200;        // of a video that waits for the old one to come as far
+// More than were queued when the input went back: of sound that takes the place of what was queued, and of whatever is
+// read between the last known video and the last known sound.
+constexpr int kMostSoundAgain = 2000;
+constexpr int kMostElseAgain = 200;
 
 int64_t ticksOf(const AVPacket& packet) {
     return packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
@@ -131,6 +135,12 @@ void StreamParser::goBackForSound() {
     readAgain_.begin();
     held_.clear();
     observer_->onSoundReadAgain();
+    mostReadAgain_ = queuedPackets() + kMostSoundAgain;
+}
+
+int StreamParser::queuedPackets() {
+    const int pictures = observer_->onVideoPacketQueueSize();
+    return pictures + observer_->onAudioPacketQueueSize();
 }
 
 void StreamParser::chooseSubtitle() {
@@ -181,13 +191,15 @@ void StreamParser::goBackForSubtitles() {
     if (!canGoBack()) {
         return;
     }
-    const int64_t fromMs = std::max<int64_t>(observer_->shownTimeMs() - kSubtitleLeadInMs, 0);
-    if (!seekInput(fromMs * 1000)) {
+    // Nothing may have been shown yet.
+    const int64_t fromMs = std::max(observer_->shownTimeMs(), firstPacketMs_) - kSubtitleLeadInMs;
+    if (!seekInput(std::max<int64_t>(fromMs, 0) * 1000)) {
         return;
     }
     readAgain_.begin();
     soundReadAgain_.begin();
     held_.clear();
+    mostReadAgain_ = queuedPackets() + kMostElseAgain;
 }
 
 void StreamParser::announceVideo(int number) {

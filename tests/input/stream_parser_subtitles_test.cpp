@@ -124,6 +124,39 @@ TEST_F(StreamParserSubtitles, AreReadFromBeforeWhatIsSeenAndNothingElseTwice) {
                             "video 180000 found", "video 270000 found", "audio 88200"));
 }
 
+TEST_F(StreamParserSubtitles, AreReadFromBeforeTheFirstPictureWhereNoneHasBeenShown) {
+    openWith(PlaybackOptions::kAutoTrack);
+    script.key(0).then([this] { parser->seek(30'000); }).audio(0).key(2'700'000);
+    select(2);
+    script.audio(1'323'000).key(2'700'000);
+    runScript();
+    EXPECT_THAT(seeks, ElementsAre(30'000'000, 20'000'000));
+}
+
+// The sound is over, so that nothing of it is read once more.
+TEST_F(StreamParserSubtitles, LetTheQueuesBeFullThoughAStreamIsOver) {
+    openWith(PlaybackOptions::kAutoTrack);
+    observer->shownMs = 15'000;
+    observer->recordPolls = true;
+    int looks = 0;  // behind which the parser rests
+    observer->onEvent = [&](const std::string& event) {
+        if (event == "video 180000 found") {
+            observer->videoPackets_ = 1000;
+        } else if (event == "af" && observer->videoPackets_ == 1000) {
+            ++looks;
+            observer->videoPackets_ = 0;
+        }
+    };
+    script.key(0).audio(0).video(90000);
+    select(2);
+    script.video(93600);
+    script.video(90000).video(93600).video(180000).video(183600);
+    runScript();
+    EXPECT_THAT(seeks, ElementsAre(5'000'000));
+    EXPECT_EQ(looks, 1);
+    EXPECT_EQ(observer->count("video 183600 found"), 1);
+}
+
 TEST_F(StreamParserSubtitles, ComeWithWhatIsReadNextWhereTheSourceCantGoBack) {
     openWith(2, /*canGoBack=*/false);
     script.key(0);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <utility>
 
+#include "clock/wrapping_math.h"
 #include "kelp_player/log.h"
 
 extern "C" {
@@ -21,7 +22,8 @@ namespace {
 constexpr char kTag[] = "SubtitleDecoder";
 constexpr char kOldCharset[] = "WINDOWS-1252";
 constexpr size_t kColors = 256;
-constexpr int kMaxBitmapSide = 8192;  // in pixels
+constexpr int kMaxBitmapSide = 8192;              // in pixels
+constexpr int64_t kMaxBitmapPixels = 16'000'000;  // of all that one packet brings
 
 struct FreeSubtitle {
     AVSubtitle subtitle{};
@@ -48,6 +50,11 @@ bool isUtf8(const AVPacket& packet) {
 std::string withoutCount(const char* ass) {
     const char* const comma = std::strchr(ass, ',');
     return comma ? comma + 1 : "";
+}
+
+bool isBitmap(const AVSubtitleRect& rect) {
+    return rect.type == SUBTITLE_BITMAP && rect.data[0] && rect.data[1] && rect.w > 0 && rect.h > 0 &&
+           rect.w <= kMaxBitmapSide && rect.h <= kMaxBitmapSide;
 }
 
 SubtitleBitmap copyOf(const AVSubtitleRect& rect) {
@@ -179,21 +186,30 @@ void SubtitleDecoder::read(const AVSubtitle& subtitle, const AVPacket& packet,
         }
         us = av_rescale_q(ticks, context_->pkt_timebase, kMicroseconds);
     }
-    const int64_t timeMs = av_rescale(us - originUs_, 1, 1000);
+    // Up to here a time may be anything; in milliseconds it is far from the ends of its type.
+    const int64_t timeMs = av_rescale(wrappingSubtract(us, originUs_), 1, 1000);
     SubtitleEvent event;
     event.startMs = timeMs + subtitle.start_display_time;
     if (subtitle.end_display_time > subtitle.start_display_time && subtitle.end_display_time != UINT32_MAX) {
         event.endMs = timeMs + subtitle.end_display_time;
     } else if (isText() && packet.duration > 0) {
-        event.endMs = timeMs + av_rescale_q(packet.duration, context_->pkt_timebase, AVRational{1, 1000});
+        const int64_t lastsMs = av_rescale_q(packet.duration, context_->pkt_timebase, AVRational{1, 1000});
+        const int64_t longestMs = SubtitleEvent::kOpenEnd - std::max<int64_t>(timeMs, 0);
+        if (lastsMs >= subtitle.start_display_time && lastsMs <= longestMs) {
+            event.endMs = timeMs + lastsMs;
+        }
     }
     event.canvasWidth = std::max(context_->width, 0);
     event.canvasHeight = std::max(context_->height, 0);
+    int64_t pixels = 0;
     for (unsigned int i = 0; i < subtitle.num_rects; ++i) {
         const AVSubtitleRect& rect = *subtitle.rects[i];
-        if (rect.type == SUBTITLE_BITMAP && rect.data[0] && rect.data[1] && rect.w > 0 && rect.h > 0 &&
-            rect.w <= kMaxBitmapSide && rect.h <= kMaxBitmapSide) {
-            event.bitmaps.push_back(copyOf(rect));
+        if (isBitmap(rect)) {
+            const int64_t size = int64_t{rect.w} * rect.h;
+            if (pixels + size <= kMaxBitmapPixels) {
+                pixels += size;
+                event.bitmaps.push_back(copyOf(rect));
+            }
         } else if (rect.ass) {
             SubtitleEvent line = event;
             line.bitmaps.clear();

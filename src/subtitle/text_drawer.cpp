@@ -18,6 +18,7 @@ constexpr int kMaxGlyphs = 2000;          // kept from one picture to the next
 constexpr int kMaxBitmapsMiB = 32;        // likewise
 constexpr int kQuiet = 1;                 // what libass says up to there is an error of its own
 constexpr int64_t kLongestMs = 24 * 3600 * 1000;
+constexpr size_t kMaxLines = 500;  // at once: libass compares each with each, and can't be stopped
 
 void tell(int level, const char* format, va_list arguments, void*) {
     if (level <= kQuiet) {
@@ -183,6 +184,12 @@ void TextDrawer::setScreen(const SubtitleScreenSize& screen) {
 
 DrawnSubtitles TextDrawer::draw(int64_t timeMs, const SubtitleScreenSize& screen) {
     if (!isOpen_ || screen.width <= 0 || screen.height <= 0) {
+        return nullptr;
+    }
+    if (const size_t lines = source_->at(timeMs).events.size(); lines > kMaxLines) {
+        if (!std::exchange(isTold_, true)) {
+            Log::Warn(kTag, "%s, %d lines at once are too many and aren't drawn\n", "draw", static_cast<int>(lines));
+        }
         return nullptr;
     }
     takeEvents();

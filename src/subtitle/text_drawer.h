@@ -32,6 +32,7 @@ private:
     ASS_Renderer* renderer_ = nullptr;
     ASS_Track* track_ = nullptr;
     bool isOpen_ = false;
+    bool isTold_ = false;       // that there were too many lines
     unsigned int version_ = 0;  // of the track when its events were taken
     bool hasEvents_ = false;    // they were taken
     std::set<SubtitleTrack::Event> taken_;

@@ -7,6 +7,7 @@
 #include <cstdarg>
 
 #include "subtitle/subtitle_files.h"
+#include "support/log_capture.h"
 
 namespace kelp::test {
 namespace {
@@ -183,6 +184,22 @@ TEST(SubtitleDrawer, PlacesPicturesOnTheScreenAsOnTheirCanvas) {
     EXPECT_EQ(drawer.draw(track, 1600, {1440, 1152, 0, 0}), drawn);
     EXPECT_NE(drawer.draw(track, 1600, {720, 576, 0, 0}), drawn);
     EXPECT_EQ(drawer.draw(track, 2000, {720, 576, 0, 0}), nullptr);
+}
+
+TEST(SubtitleDrawer, LeavesOutThousandsOfLinesAtOnceAndSaysSoOnce) {
+    std::string crowd = script();
+    for (int i = 0; i < 501; ++i) {
+        crowd += "Dialogue: 0,0:00:12.00,0:00:13.00,Default,,0,0,0,,.\n";
+    }
+    const auto track = readTrack(writeFile("crowd.ass", crowd));
+    LogCapture log;
+    SubtitleDrawer drawer;
+    const SubtitleScreenSize size{640, 360, 640, 360};
+    EXPECT_TRUE(drawer.draw(track, 1100, size));
+    EXPECT_FALSE(drawer.draw(track, 12'100, size));
+    EXPECT_FALSE(drawer.draw(track, 12'500, size));
+    EXPECT_TRUE(drawer.draw(track, 1100, size));
+    EXPECT_EQ(log.count("[TextDrawer]: draw, 501 lines at once are too many and aren't drawn\n"), 1);
 }
 
 TEST(SubtitleDrawer, DrawsNothingOfNothing) {

@@ -177,10 +177,6 @@ SubtitleScreen::Answer SubtitleScreen::at(View& view, int64_t timeMs, const Subt
 
 void SubtitleScreen::setSink(ExternSubtitleSink* sink) {
     ExternSubtitleSink* const replaced = sink_.set(sink);
-    {
-        std::lock_guard lock(mutex_);
-        told_ = {};
-    }
     ask();
     if (!sink_.waitUntilUncalled(replaced)) {
         Log::Error(kTag, "%s, the host's subtitle sink is still being called after %d ms, it must not end yet\n",
@@ -201,13 +197,17 @@ void SubtitleScreen::Run() {
 }
 
 void SubtitleScreen::work() {
-    const Source now = source();
-    if (now.track) {
-        for (Job job = findJob(now); job.view && !isStopRequested(); job = findJob(now)) {
+    // A moving line may draw slower than the film goes on, so that there is always more.
+    bool isMore = false;
+    do {
+        const Source now = source();
+        const Job job = now.track ? findJob(now) : Job();
+        isMore = job.view != nullptr;
+        if (isMore) {
             carryOut(job, now);
         }
-    }
-    tellSink(now);
+        tellSink(now);
+    } while (isMore && !isStopRequested());
 }
 
 SubtitleScreen::Job SubtitleScreen::findJob(const Source& source) {
@@ -269,9 +269,10 @@ void SubtitleScreen::tellSink(const Source& source) {
     // A new sink knows of nothing, and needn't be told that there is nothing.
     const bool isKnown = isNew ? moment.events.empty() : moment.events == toldEvents_;
     toldEvents_ = moment.events;
-    if (isKnown && !moves) {
+    if (isKnown && (!moves || timeMs == toldMs_)) {
         return;
     }
+    toldMs_ = timeMs;
     size.width = wanted.width;
     size.height = wanted.height;
     const DrawnSubtitles drawn = sinkDrawer_.draw(source.track, timeMs, size);
@@ -282,13 +283,13 @@ void SubtitleScreen::tellEnd() {
     const SinkSlot<ExternSubtitleSink>::Call call(sink_);
     const auto events = std::exchange(toldEvents_, {});
     bool isKnown = false;
+    ShownSubtitles none;
     {
         std::lock_guard lock(mutex_);
         isKnown = told_.sink == call.number;
+        none.timeMs = shownMs_;
     }
     if (call.sink && isKnown && !events.empty()) {
-        ShownSubtitles none;
-        none.timeMs = events.back()->startMs;
         call.sink->onSubtitles(none);
     }
 }

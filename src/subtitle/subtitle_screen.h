@@ -107,6 +107,7 @@ private:
     // The thread's.
     SubtitleDrawer sinkDrawer_;
     std::vector<SubtitleTrack::Event> toldEvents_;
+    int64_t toldMs_ = kNoTime;  // the time that went with them
 
     bool isBegun_ = false;  // the owner's
 };

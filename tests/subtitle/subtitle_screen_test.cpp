@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <thread>
 
 #include "kelp_player/subtitle_sink.h"
@@ -49,6 +50,9 @@ public:
             picture.pixels = nullptr;
         }
         told_.notify_all();
+        if (onCall) {
+            onCall();
+        }
     }
     SubtitlePictureSize pictureSize() override { return size; }
 
@@ -63,6 +67,7 @@ public:
 
     SubtitlePictureSize size;
     ShownSubtitles last;
+    std::function<void()> onCall;
 
 private:
     std::mutex mutex_;
@@ -239,6 +244,31 @@ TEST_F(SubtitleScreenTest, DrawsForTheSinkInTheSizeThatItWants) {
     screen.setSink(nullptr);
 }
 
+TEST_F(SubtitleScreenTest, TellsTheSinkAndTakesAnotherTrackWhileThereIsAlwaysMoreToDraw) {
+    tracks->choose(kNumber);
+    WritingSink sink;
+    sink.size = {320, 180};
+    screen.setSink(&sink);
+    const auto view = screen.addView();
+    // Each picture of the line that moves is drawn, and the next one is there by then.
+    int64_t timeMs = 5000;
+    const auto next = [&] {
+        screen.shown(timeMs);
+        screen.at(*view, timeMs, kSize);
+    };
+    sink.onCall = [&] {
+        timeMs += 40;
+        if (timeMs == 5120) {
+            tracks->choose(SubtitleTracks::kNone);
+        }
+        next();
+    };
+    next();
+    work();
+    EXPECT_THAT(sink.take(), ElementsAre("5000 moves +1", "5040 moves +1", "5080 moves +1", "5120"));
+    screen.setSink(nullptr);
+}
+
 TEST_F(SubtitleScreenTest, TellsANewSinkWhatStandsAndAnOldOneTheEnd) {
     tracks->choose(kNumber);
     WritingSink first;
@@ -249,8 +279,9 @@ TEST_F(SubtitleScreenTest, TellsANewSinkWhatStandsAndAnOldOneTheEnd) {
     work();
     EXPECT_THAT(first.take(), ElementsAre("1500 one"));
     EXPECT_THAT(second.take(), ElementsAre("1500 one"));
+    screen.shown(1540);
     SubtitleScreenPeer::tellEnd(screen);
-    EXPECT_THAT(second.take(), ElementsAre("1000"));
+    EXPECT_THAT(second.take(), ElementsAre("1540"));
     SubtitleScreenPeer::tellEnd(screen);
     EXPECT_THAT(second.take(), IsEmpty());
     screen.setSink(nullptr);
@@ -274,7 +305,7 @@ TEST_F(SubtitleScreenTest, RunsOnAThreadOfItsOwnUntilItsEnd) {
     }
     EXPECT_TRUE(isDrawn);
     screen.end();
-    EXPECT_EQ(sink.take().back(), "3000");
+    EXPECT_EQ(sink.take().back(), "3500");
     // And once more.
     screen.begin();
     screen.shown(1500);

@@ -503,6 +503,7 @@ int main(int argc, char** argv) {
     // Windows change their size in here while they are drawn on; the graphics driver without hardware has been seen to
     // write past its memory then.
     setenv("SDL_RENDER_DRIVER", "software", 1);
+    setenv("SDL_FRAMEBUFFER_ACCELERATION", "0", 1);  // SDL's windows for that renderer are drawn by the driver, too
     QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
     applyTheme(application);

@@ -143,8 +143,9 @@ TEST_F(PlayTaskSteps, PlayOnWhereASeekOfTheHostsGoes) {
     endSeekAt(7999);
     under.drainWorker();
     EXPECT_EQ(under.peer.seekingTimeMs(), 500);
+    const size_t before = under.events().size();  // the sound of the step's seek may have come behind its end
     endSeekAt(500);
-    EXPECT_EQ(under.events().size(), 3U) << "of that seek";
+    EXPECT_EQ(under.events().size() - before, 3U) << "of that seek";
 }
 
 TEST_F(PlayTaskSteps, LeaveASeekItsEvents) {

@@ -21,7 +21,8 @@ std::atomic<SDL_AudioDeviceID> device{0};
 std::atomic<int> openDevices{0};
 std::atomic<bool> devicePaused{false};
 std::function<void()> onOpenDevice = [] {};
-std::atomic<void*> openedFor{nullptr};  // what the device's callback gets
+std::atomic<void*> callbackArgument{nullptr};
+std::atomic<void*> openedFor{nullptr};  // the same, from when the device asks for sound: it opens paused
 
 }  // namespace
 
@@ -32,7 +33,8 @@ SDL_AudioDeviceID __wrap_SDL_OpenAudioDevice(const char* /*name*/, int /*capture
     onOpenDevice();
     *obtained = *desired;
     openDevices += device != 0;
-    openedFor = desired->userdata;
+    openedFor = nullptr;
+    callbackArgument = desired->userdata;
     return device;
 }
 
@@ -43,6 +45,9 @@ const char* __wrap_SDL_GetError() {
 
 void __wrap_SDL_PauseAudioDevice(SDL_AudioDeviceID /*id*/, int paused) {
     devicePaused = paused != 0;
+    if (paused == 0) {
+        openedFor = callbackArgument.load();
+    }
 }
 
 void __wrap_SDL_CloseAudioDevice(SDL_AudioDeviceID /*id*/) {

@@ -71,7 +71,6 @@ public:
 namespace test {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -835,8 +834,8 @@ TEST_F(KelpPlayerTest, NamesTheValuesThatAnOptionHasIfItIsGivenAnother) {
     player->setOption("pictures", "shared");
     LogCapture log;
     player->setOption("pictures", "shard");
-    EXPECT_THAT(log.lines(),  // the worker's own may stand beside it
-                Contains("[KelpPlayer]: setOption, pictures can't be \"shard\", there is: packed, shared\n"));
+    EXPECT_THAT(linesOf(log),
+                ElementsAre("[KelpPlayer]: setOption, pictures can't be \"shard\", there is: packed, shared\n"));
     EXPECT_TRUE(PlayTaskPeer(*task()).options().sharedPictures);
     player->setOption("pictures", nullptr);
     EXPECT_TRUE(PlayTaskPeer(*task()).options().sharedPictures);

@@ -305,6 +305,9 @@ private:
     bool isForNobody(const AVPacket& packet);
     // Takes a packet of the video that is announced.
     bool holdNextVideo(const AVPacket& packet);
+    // How far such a packet lies behind the last one of the video that is played, in microseconds; none as FFmpeg has
+    // it.
+    int64_t usBehindVideo(const AVPacket& next) const;
     bool isNextVideoDue() const;
     void takeNextVideo();
     // The input goes to any other place.

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "clock/wrapping_math.h"
 #include "input/stream_choice.h"
 #include "input/stream_parser.h"
 #include "input/track_list.h"
@@ -30,6 +31,7 @@ constexpr const char* TAG = "StreamParser";
 constexpr int64_t kSoundLeadInMs = 200;        // sound is right only after some was decoded before it
 constexpr int64_t kSubtitleLeadInMs = 10'000;  // what began so long before what is seen may still stand
 constexpr size_t kMaxHeldPackets = 200;        // of a video that waits for the old one to come as far
+constexpr int64_t kVideoOverUs = 2'000'000;    // with nothing of it for so long the old one is over, or it rests
 // More than were queued when the input went back: of sound that takes the place of what was queued, and of whatever is
 // read between the last known video and the last known sound.
 constexpr int kMostSoundAgain = 2000;
@@ -243,7 +245,9 @@ bool StreamParser::holdNextVideo(const AVPacket& packet) {
         return false;
     }
     const bool isKey = (packet.flags & AV_PKT_FLAG_KEY) != 0;
-    if (!readAgain_.isActive() && (isKey || !held_.empty())) {
+    // The old one's last packet may not come again: it may be over.
+    const bool isUnseen = !readAgain_.isActive() || usBehindVideo(packet) >= 0;
+    if (isUnseen && (isKey || !held_.empty())) {
         if (HeldPacket copy{av_packet_clone(&packet)}) {
             held_.push_back(std::move(copy));
         }
@@ -251,14 +255,19 @@ bool StreamParser::holdNextVideo(const AVPacket& packet) {
     return true;
 }
 
+int64_t StreamParser::usBehindVideo(const AVPacket& next) const {
+    const int64_t nextUs = ticksToUs(ticksOf(next), *formatContext_->streams[nextVideoIndex_]);
+    const int64_t lastUs = ticksToUs(lastVideoTicks_, *videoStream_);
+    return nextUs == AV_NOPTS_VALUE || lastUs == AV_NOPTS_VALUE ? AV_NOPTS_VALUE : wrappingSubtract(nextUs, lastUs);
+}
+
 bool StreamParser::isNextVideoDue() const {
     if (held_.empty()) {
         return false;
     }
-    const int64_t nextUs = ticksToUs(ticksOf(*held_.front()), *formatContext_->streams[nextVideoIndex_]);
-    const int64_t lastUs = ticksToUs(lastVideoTicks_, *videoStream_);
-    return isLive_ || !foundKeyFrame_ || nextUs == AV_NOPTS_VALUE || lastUs == AV_NOPTS_VALUE || nextUs <= lastUs ||
-           held_.size() > kMaxHeldPackets;
+    // Without times it is due at once: the library's value for none lies below all.
+    return isLive_ || !foundKeyFrame_ || usBehindVideo(*held_.front()) <= 0 ||
+           usBehindVideo(*held_.back()) > kVideoOverUs || held_.size() > kMaxHeldPackets;
 }
 
 void StreamParser::takeNextVideo() {

@@ -211,6 +211,39 @@ TEST_F(StreamParserTrackChange, TakesTheVideoFromItsKeyFrameWhenTheOldOneHasCome
     EXPECT_THAT(seeks, IsEmpty());
 }
 
+TEST_F(StreamParserTrackChange, TakesTheVideoAtItsKeyFrameWhereTheOldOneIsOver) {
+    openInput(true);
+    script.key(0).video(3600);
+    select(TRACK_KIND_VIDEO, 2);
+    script.audio(441000).packet(2, 90000, AV_PKT_FLAG_KEY).packet(2, 93600, 0).audio(44100);
+    script.packet(2, 183600, 0).packet(2, 187200, 0).audio(88200).packet(2, 190800, 0);
+    runScript();
+    EXPECT_THAT(observer->events(),
+                ElementsAre("video 0 key", "first video 0", "video 3600 found", "audio 441000", "audio 44100",
+                            "video 90000 key found", "video 93600 found", "video 183600 found", "video 187200 found",
+                            "audio 88200", "video 190800 found"));
+}
+
+// No packet of the old one tells any more that what is read again ends here.
+TEST_F(StreamParserTrackChange, TakesTheVideoWhereTheOldOneIsOverWhileItIsReadAgain) {
+    openInput(true);
+    observer->audibleMs = 10000;
+    script.key(0).audio(0).video(90000).audio(441000).audio(485100);
+    select(TRACK_KIND_AUDIO, 3);
+    script.audio(529200).audio(441000, 3);
+    select(TRACK_KIND_VIDEO, 2);
+    // Behind a seek that missed its place; what has been seen isn't shown again.
+    script.audio(445100, 3).packet(2, 3600, AV_PKT_FLAG_KEY).packet(2, 7200, 0);
+    script.packet(2, 900000, AV_PKT_FLAG_KEY).packet(2, 903600, 0);
+    runScript();
+    EXPECT_THAT(seeks, ElementsAre(9'800'000));
+    EXPECT_THAT(observer->events(),
+                ElementsAre("video 0 key", "first video 0", "audio 0", "video 90000 found", "audio 441000",
+                            "audio 485100", "audio 529200", "sound read again", "audio 441000", "audio 445100",
+                            "video 900000 key found", "video 903600 found"));
+    EXPECT_EQ(observer->videoPackets().back()->track->videoCodecType, VIDEO_CODEC_HEVC);
+}
+
 TEST_F(StreamParserTrackChange, TakesTheVideoThatWaitsAtASeekAndAtTheEnd) {
     openInput(true);
     script.key(0);

@@ -257,6 +257,10 @@ AVPixelFormat FFVideoDecoder::getHwFormat(AVCodecContext* context, const AVPixel
             return *p;
         }
     }
+    if (decoder->options_.allCodecs) {
+        Log::Warn(kTag, "%s, no surfaces for this stream, it is decoded in software\n", "getHwFormat");
+        return avcodec_default_get_format(context, formats);
+    }
     Log::Error(kTag, "%s, Failed to get HW surface format.\n", "getHwFormat");
     if (decoder->observer_) {
         decoder->observer_->onVideoDecodeFailed();

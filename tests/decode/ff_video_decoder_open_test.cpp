@@ -285,6 +285,48 @@ TEST_F(FFVideoDecoderOpen, AnswersTheCodecWithItsSurfaceFormat) {
     EXPECT_EQ(observer_->failures, 2);
 }
 
+TEST_F(FFVideoDecoderOpen, GoesOnInSoftwareWithAllCodecsWhereTheHardwareHasNoSurfaces) {
+    giveDevices();
+    decoder_->setOptions({.allCodecs = true});
+    decoder_->enableHardware(true, HW_DECODE_ACCEL);
+    ASSERT_TRUE(open(VIDEO_CODEC_H264));
+    AVCodecContext* context = lastOpened().context;
+    const AVPixelFormat offered[] = {AV_PIX_FMT_VAAPI, AV_PIX_FMT_CUDA, AV_PIX_FMT_YUV420P, AV_PIX_FMT_NONE};
+    EXPECT_EQ(context->get_format(context, offered), AV_PIX_FMT_CUDA);
+    log_.clear();
+    const AVPixelFormat without[] = {AV_PIX_FMT_YUV422P10LE, AV_PIX_FMT_NONE};
+    EXPECT_EQ(context->get_format(context, without), AV_PIX_FMT_YUV422P10LE);
+    EXPECT_EQ(log_.count("[FFVideoDecoder]: getHwFormat, no surfaces for this stream, it is decoded in software\n"), 1);
+    EXPECT_EQ(observer_->failures, 0);
+}
+
+// Where it is cheaper by far than in software. The others that only all codecs bring are decoded there.
+TEST_F(FFVideoDecoderOpen, LooksForHardwareForVp9AndAv1) {
+    const auto tries = [this](AVCodecID codec) {
+        decoder_->close();
+        videoFakes().calls.clear();
+        const test::VideoParametersPtr parameters(avcodec_parameters_alloc());
+        parameters->codec_type = AVMEDIA_TYPE_VIDEO;
+        parameters->codec_id = codec;
+        EXPECT_TRUE(open(VIDEO_CODEC_OTHER, parameters.get()));
+        std::vector<std::string> found;
+        for (const auto& call : videoFakes().calls) {
+            if (call.starts_with("type ") || call.ends_with("_cuvid")) {
+                found.push_back(call);
+            }
+        }
+        return found;
+    };
+    videoFakes().findByName = [](const char*) { return nullptr; };
+    videoFakes().findDeviceType = [](const char*) { return AV_HWDEVICE_TYPE_NONE; };
+    decoder_->setOptions({.allCodecs = true});
+    decoder_->enableHardware(true, HW_DECODE_ALL);
+    EXPECT_THAT(tries(AV_CODEC_ID_VP9), ElementsAre("find vp9_cuvid", "type cuda", "type vaapi"));
+    EXPECT_THAT(tries(AV_CODEC_ID_AV1), ElementsAre("find av1_cuvid"));
+    EXPECT_THAT(tries(AV_CODEC_ID_VP8), IsEmpty());
+    EXPECT_THAT(tries(AV_CODEC_ID_MPEG2VIDEO), IsEmpty());
+}
+
 TEST_F(FFVideoDecoderOpen, AnswersTheCodecWithoutAnObserver) {
     giveDevices();
     observer_ = nullptr;

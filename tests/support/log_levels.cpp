@@ -128,6 +128,7 @@ constexpr Due kDue[] = {
     {kError, "FFVideoDecoder", "open, count not open video codec, type:"},
     {kError, "FFVideoDecoder", "open, count not alloc output frame"},
     {kInfo, "FFVideoDecoder", "open succeed, codecType:"},
+    {kWarn, "FFVideoDecoder", "getHwFormat, no surfaces for this stream"},
     {kError, "FFVideoDecoder", "getHwFormat, Failed to get HW surface format."},
     {kError, "FFVideoDecoder", "Error transferring the data to system memory"},
     {kError, "FFVideoDecoder", "notify onVideoDecodeFailed"},

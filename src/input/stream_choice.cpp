@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "input/codec_tables.h"
+#include "input/source_options.h"
 #include "kelp_player/log.h"
 
 extern "C" {
@@ -23,6 +24,12 @@ bool isEmptyFile(const std::string& name) {
     return std::filesystem::is_regular_file(name, error) && std::filesystem::file_size(name, error) == 0;
 }
 
+bool isFromServer(const std::string& name) {
+    return isRemote(name) || name.starts_with("rtsp");
+}
+
+constexpr const char* kUnreadable = "it ends too early, or can't be read";
+
 // What the system or a server says needs no other words.
 const char* plainWords(const std::string& name, int error) {
     if (isEmptyFile(name)) {
@@ -31,9 +38,11 @@ const char* plainWords(const std::string& name, int error) {
     switch (error) {
         case AVERROR_INVALIDDATA:
             return "it is damaged or cut off, or of a kind that isn't known";
-        case AVERROR_EOF:
         case AVERROR(EIO):
-            return "it ends too early, or can't be read";
+            // Also of a server whose name nobody knows.
+            return isFromServer(name) ? "its server can't be found, or doesn't answer as it should" : kUnreadable;
+        case AVERROR_EOF:
+            return kUnreadable;
         case AVERROR(ERANGE):
             return "its pictures are larger than is allowed";
         default:

@@ -1,6 +1,7 @@
 // Files that none can play: a host that wants all codecs is told so at once, and the log's last error line says why.
 
 #include <gmock/gmock.h>
+#include <sys/socket.h>
 
 #include <chrono>
 #include <fstream>
@@ -8,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "e2e/free_ports.h"
 #include "e2e/media.h"
 #include "e2e/playback.h"
 #include "support/log_capture.h"
@@ -46,6 +48,10 @@ protected:
 
     // Loads the file and plays it, if it can be loaded. It fails within two seconds, with these words in the end.
     void expectFailure(const std::string& path, const std::string& words) {
+        EXPECT_THAT(lastLineOf(path), testing::EndsWith(path + " can't be played: " + words + "\n"));
+    }
+    // The last error line.
+    std::string lastLineOf(const std::string& path) {
         SCOPED_TRACE(path);
         Playback playback;
         LogCapture log(1);  // behind the player: the first one of a process sets the level
@@ -58,8 +64,7 @@ protected:
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
         EXPECT_EQ(playback.last(Happened::Failed).a, ERROR_TYPE_STREAM);
         EXPECT_EQ(playback.count(Happened::Completed), 0);
-        ASSERT_FALSE(log.lines().empty());
-        EXPECT_THAT(log.lines().back(), testing::EndsWith(path + " can't be played: " + words + "\n"));
+        return log.lines().empty() ? std::string() : log.lines().back();
     }
 
     TempFolder folder_;
@@ -96,6 +101,14 @@ TEST_F(Unplayable, AFileThatIsNoMedia) {
     expectFailure(write("letter.mp4", "This is a letter, and no film.\n"),
                   "it is damaged or cut off, or of a kind that isn't known");
     expectFailure(write("film.srt", "1\n00:00:01,000 --> 00:00:02,000\nHello\n"), "it has neither pictures nor sound");
+}
+
+TEST_F(Unplayable, WhatTheSystemHasWordsFor) {
+    EXPECT_THAT(lastLineOf(folder_.path("nowhere.mp4")), testing::HasSubstr("No such file or directory"));
+    EXPECT_THAT(lastLineOf(folder_.path("")), testing::HasSubstr("Is a directory"));
+    const std::string server = "http://127.0.0.1:" + std::to_string(freePortPair(SOCK_STREAM)) + "/film.mp4";
+    EXPECT_THAT(lastLineOf(server), testing::HasSubstr("Connection refused"));
+    EXPECT_THAT(lastLineOf("nothing://film.mp4"), testing::HasSubstr("Protocol not found"));
 }
 
 TEST_F(Unplayable, AFileWhoseBytesMeanNothing) {

@@ -184,6 +184,28 @@ TEST_F(StreamChoice, SaysInPlainWordsWhyAFileCannotBeOpened) {
 TEST_F(StreamChoice, LeavesTheSystemsWordsAsTheyAre) {
     EXPECT_FALSE(parser->open("/nowhere/film.mp4", 0));
     EXPECT_THAT(logLines("").back(), testing::HasSubstr("No such file or directory"));
+    parser->close();
+    EXPECT_FALSE(parser->open("/", 0));
+    EXPECT_THAT(logLines("").back(), testing::HasSubstr("Is a directory"));
+}
+
+// The library has one error for that and for a file that can't be read.
+TEST_F(StreamChoice, SaysThatAServerCannotBeFound) {
+    hooks().openInput = [](AVFormatContext** context, const char*, AVDictionary**) {
+        avformat_free_context(*context);
+        *context = nullptr;
+        return AVERROR(EIO);
+    };
+    const auto last = [this](const std::string& name) {
+        EXPECT_FALSE(parser->open(name, 0));
+        parser->close();
+        return logLines(" can't be played: ").back();
+    };
+    for (const std::string name :
+         {"http://server.invalid/film.mp4", "https://server.invalid/", "rtsp://server.invalid/"}) {
+        EXPECT_EQ(last(name), name + " can't be played: its server can't be found, or doesn't answer as it should\n");
+    }
+    EXPECT_EQ(last("/film.mp4"), "/film.mp4 can't be played: it ends too early, or can't be read\n");
 }
 
 TEST_F(StreamChoice, SaysWhyNoStreamIsPlayed) {

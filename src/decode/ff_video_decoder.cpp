@@ -188,6 +188,9 @@ void FFVideoDecoder::deliverPicture(AVFrame* picture, int64_t pts) {
 void FFVideoDecoder::send(const MediaPacket& packet, int64_t nowMs) {
     AVPacket avPacket;
     lendPacket(packet, &avPacket);
+    if (packet.isHopeless) {
+        codecContext_->flags |= AV_CODEC_FLAG_OUTPUT_CORRUPT;
+    }
     // A stream that reorders its pictures without telling their times shows the packets' in their place, all alike.
     tellsPictureTimes_ = tellsPictureTimes_ || packet.pts != packet.dts;
     if (avPacket.pts < neededFromMs_ && canDiscard_ && tellsPictureTimes_ &&

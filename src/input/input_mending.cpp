@@ -14,8 +14,9 @@ namespace kelp {
 
 namespace {
 
-constexpr int64_t kPatienceUs = 2'000'000;  // with pictures that come before the first key frame
-constexpr int64_t kLeadInUs = 10'000'000;   // in which a decoder finds its way without one
+constexpr int64_t kPatienceUs = 2'000'000;     // with pictures that come before the first key frame
+constexpr int64_t kLongestGapUs = 10'000'000;  // of key frames, where a stream is met in its midst
+constexpr int64_t kLeadInUs = 10'000'000;      // in which a decoder finds its way without one
 
 // Where an input has an index, it is one of pictures, and tells the key frames.
 bool hasIndexWithoutKeyFrame(const AVStream& stream) {
@@ -49,18 +50,32 @@ int64_t InputMending::durationUs(const AVFormatContext& input) const {
     return countsFromZero ? input.duration - startUs : input.duration;
 }
 
-bool InputMending::isShownUnmarked(const AVPacket& packet, const AVStream& video) {
-    if (!isWanted_ || isMarked_) {
-        return false;
-    }
+int64_t InputMending::unmarkedUs(const AVPacket& packet, const AVStream& video) {
     const int64_t ticks = packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
     const int64_t nowUs = av_rescale_q(ticks, video.time_base, AV_TIME_BASE_Q);
     if (unmarkedSinceUs_ == kNone) {
         unmarkedSinceUs_ = nowUs;
-        marksNone_ = hasIndexWithoutKeyFrame(video);
+        marksNone_ = isHopeless_ = hasIndexWithoutKeyFrame(video);
     }
-    marksNone_ = marksNone_ || wrappingSubtract(nowUs, unmarkedSinceUs_) >= kPatienceUs;
+    return wrappingSubtract(nowUs, unmarkedSinceUs_);
+}
+
+bool InputMending::isShownUnmarked(const AVPacket& packet, const AVStream& video) {
+    if (!showsUnmarked_ || isMarked_) {
+        return false;
+    }
+    const int64_t sinceUs = unmarkedUs(packet, video);
+    marksNone_ = marksNone_ || sinceUs >= (isLive_ ? kLongestGapUs : kPatienceUs);
     return marksNone_;
+}
+
+bool InputMending::isHopeless(const AVPacket& packet, const AVStream& video) {
+    hasKeyFrame_ = hasKeyFrame_ || (packet.flags & AV_PKT_FLAG_KEY) != 0;
+    if (!showsUnmarked_ || isMarked_ || hasKeyFrame_) {
+        return false;
+    }
+    isHopeless_ = isHopeless_ || unmarkedUs(packet, video) >= kLongestGapUs;
+    return isHopeless_;
 }
 
 bool InputMending::keep(const AVPacket& packet) {

@@ -19,7 +19,9 @@ namespace kelp {
 class InputMending {
 public:
     InputMending() = default;
-    explicit InputMending(bool isWanted) : isWanted_(isWanted) {}
+    // Of a live source it is only seen to that pictures are shown.
+    explicit InputMending(bool isWanted, bool isLive = false)
+        : isWanted_(isWanted && !isLive), showsUnmarked_(isWanted), isLive_(isLive) {}
 
     bool isWanted() const { return isWanted_; }
 
@@ -33,6 +35,9 @@ public:
     // Whether `packet`, a picture that isn't marked as a key frame and comes before all that are, is to be shown as
     // one. Standard: never.
     bool isShownUnmarked(const AVPacket& packet, const AVStream& video);
+    // Whether `packet`, the next picture that is handed on, is to be shown though what it builds on may be missing:
+    // none was a key frame, and none is to be hoped for. Standard: never.
+    bool isHopeless(const AVPacket& packet, const AVStream& video);
     // Keeps a copy of one that isn't shown yet, as long as no key frame was marked. False if it never will be shown.
     bool keep(const AVPacket& packet);
     // Those that were kept, in their order: none is marked, or there is nothing more to come.
@@ -50,9 +55,16 @@ public:
     int seek(AVFormatContext* input, int64_t targetUs, int64_t maxUs);
 
 private:
+    // For how long pictures have come without a key frame.
+    int64_t unmarkedUs(const AVPacket& packet, const AVStream& video);
+
     static constexpr int64_t kNone = std::numeric_limits<int64_t>::min();
 
     bool isWanted_ = false;
+    bool showsUnmarked_ = false;
+    bool isLive_ = false;
+    bool hasKeyFrame_ = false;         // one was handed on
+    bool isHopeless_ = false;          // none ever will be
     bool isMarked_ = false;            // a key frame was
     bool marksNone_ = false;           // none will be: no more waiting for one
     int64_t unmarkedSinceUs_ = kNone;  // the first picture that waits for a key frame

@@ -82,6 +82,7 @@ bool StreamParser::dispatchVideo(AVPacket* packet) {
     auto videoPacket = std::make_shared<VideoPacket>();
     videoPacket->keyFrame = isKeyFrame(packet);
     videoPacket->foundKeyFrame = foundKeyFrame_;
+    videoPacket->isHopeless = mending_.isHopeless(*packet, *videoStream_);
     videoPacket->track = videoTrack_;
     fillMediaPacketInfo(videoPacket, packet, videoStream_, /*isVideo=*/true);
     if (extrapolator_ && isLive_) {

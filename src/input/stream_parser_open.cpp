@@ -277,7 +277,7 @@ void StreamParser::readTimes() {
     const bool isEndless = isLive_ || (isPipe(filePath_) && formatContext_->duration == AV_NOPTS_VALUE);
     readErrors_ = ReadErrors(isEndless && playbackOptions_.closedLiveFails ? ReadErrors::EndIs::Loss
                                                                            : ReadErrors::EndIs::Completion);
-    mending_ = InputMending(playbackOptions_.allCodecs && !isLive_);
+    mending_ = InputMending(playbackOptions_.allCodecs, isLive_);
     if (formatContext_->start_time != AV_NOPTS_VALUE) {
         startTimeUs_ = formatContext_->start_time;
         originUs_ = mending_.originUs(startTimeUs_);

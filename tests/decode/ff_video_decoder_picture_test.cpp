@@ -625,6 +625,34 @@ INSTANTIATE_TEST_SUITE_P(
                     RealStream{"H264In422", "-c:v libx264 -pix_fmt yuv422p", "mp4", 100, 50, VIDEO_CODEC_H264}),
     [](const testing::TestParamInfo<RealStream>& row) { return row.param.name; });
 
+using FFVideoDecoderRefresh = test::FFVideoDecoderFixture;
+
+// H.264 that is met in its midst, whose pictures are refreshed part by part, and nothing says where it may begin.
+TEST_F(FFVideoDecoderRefresh, IsShownOnceThereIsNoHopeForAKeyFrame) {
+    constexpr int kFrames = 40;
+    const auto stream = test::makeVideoStream(
+        "-c:v libx264 -preset veryfast -bf 0 -pix_fmt yuv420p -x264-params intra-refresh=1:keyint=12 "
+        "-bsf:v filter_units=remove_types=6",
+        "mkv", 160, 96, kFrames);
+    ASSERT_EQ(stream.packets.size(), static_cast<size_t>(kFrames));
+    for (const bool isHopeless : {false, true}) {
+        decoder_->enableHardware(false, HW_DECODE_NONE);
+        ASSERT_TRUE(open(stream.codecType, stream.parameters.get(), false, stream.pixFormat));
+        for (size_t i = 1; i < kFrames; ++i) {
+            stream.packets[i]->isHopeless = isHopeless;
+            decoder_->insertPacket(stream.packets[i].get());
+        }
+        decoder_->insertPacket(test::makeEndPacket(true).get());
+        decoder_->close();
+        if (!isHopeless) {
+            EXPECT_THAT(observer_->frames, IsEmpty());
+            continue;
+        }
+        ASSERT_THAT(observer_->frames, SizeIs(kFrames - 1));
+        EXPECT_TRUE(planesOf(*observer_->frames.back()) == stream.expected(kFrames - 1)) << "not refreshed";
+    }
+}
+
 TEST_F(FFVideoDecoderPicture, TurnsAsAStreamSaysFromWithin) {
     const auto stream = test::makeVideoStream(
         "-c:v libx264 -bf 0 -bsf:v h264_metadata=display_orientation=insert:rotate=90", "h264", 64, 48, 2);

@@ -76,6 +76,37 @@ TEST_F(InputMendingTest, WaitsTwoSecondsForAKeyFrameAndThenForNone) {
     EXPECT_TRUE(mending.isShownUnmarked(packetAt(100), *stream_));
 }
 
+// What a decoder can't make sense of isn't shown before, as a key frame may come.
+TEST_F(InputMendingTest, HopesForAKeyFrameForTenSeconds) {
+    InputMending mending(true);
+    EXPECT_FALSE(mending.isHopeless(packetAt(7000), *stream_));
+    EXPECT_FALSE(mending.isHopeless(packetAt(16'999), *stream_));
+    EXPECT_TRUE(mending.isHopeless(packetAt(17'000), *stream_));
+    // Behind a seek.
+    EXPECT_TRUE(mending.isHopeless(packetAt(100), *stream_));
+    AVPacket key = packetAt(20'000);
+    key.flags = AV_PKT_FLAG_KEY;
+    EXPECT_FALSE(mending.isHopeless(key, *stream_));
+    EXPECT_FALSE(mending.isHopeless(packetAt(40'000), *stream_));
+    InputMending standard;
+    EXPECT_FALSE(standard.isHopeless(packetAt(0), *stream_));
+    EXPECT_FALSE(standard.isHopeless(packetAt(60'000), *stream_));
+}
+
+// A camera that is met between two key frames has these up to ten seconds apart.
+TEST_F(InputMendingTest, WaitsLongerForThoseOfALiveSourceAndMendsNothingElse) {
+    InputMending mending(true, /*isLive=*/true);
+    EXPECT_FALSE(mending.isWanted());
+    EXPECT_FALSE(mending.isShownUnmarked(packetAt(0), *stream_));
+    EXPECT_FALSE(mending.keep(packetAt(0)));
+    EXPECT_FALSE(mending.isShownUnmarked(packetAt(9999), *stream_));
+    EXPECT_TRUE(mending.isShownUnmarked(packetAt(10'000), *stream_));
+    EXPECT_TRUE(mending.isHopeless(packetAt(10'000), *stream_));
+    InputMending standard(false, true);
+    EXPECT_FALSE(standard.isShownUnmarked(packetAt(0), *stream_));
+    EXPECT_FALSE(standard.isShownUnmarked(packetAt(60'000), *stream_));
+}
+
 TEST_F(InputMendingTest, WaitsForKeyFramesWhereThereAreSome) {
     InputMending mending(true);
     mending.setMarked();

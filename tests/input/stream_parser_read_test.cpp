@@ -220,6 +220,33 @@ TEST_F(StreamParserRead, ShowsPicturesOfAnInputThatMarksNoKeyFrameFromTheFirstOn
     EXPECT_THAT(logLines("not key frame"), IsEmpty());
 }
 
+TEST_F(StreamParserRead, TellsTheDecoderThatThereIsNoHopeForAKeyFrame) {
+    for (const bool isLive : {false, true}) {
+        parser->close();
+        parser->setPlaybackOptions({.allCodecs = true});
+        SyntheticInput input;
+        input.formatName = isLive ? "rtsp" : "mpegts";
+        ASSERT_TRUE(open(input));
+        const size_t before = observer->videoPackets().size();
+        ReadScript own(*parser);
+        own.video(0).video(180000).video(899999).video(900000).video(903600);
+        own.install();
+        ASSERT_TRUE(parser->start());
+        ASSERT_TRUE(own.waitUntilDone());
+        parser->stop();
+        std::vector<bool> hopeless;
+        for (const auto& packet : observer->videoPackets()) {
+            hopeless.push_back(packet->isHopeless);
+        }
+        hopeless.erase(hopeless.begin(), hopeless.begin() + static_cast<ptrdiff_t>(before));
+        if (isLive) {
+            EXPECT_THAT(hopeless, ElementsAre(true, true));
+        } else {
+            EXPECT_THAT(hopeless, ElementsAre(false, false, false, true, true));
+        }
+    }
+}
+
 TEST_F(StreamParserRead, ShowsThemAtTheEndOfAShortInput) {
     parser->setPlaybackOptions({.allCodecs = true});
     ASSERT_TRUE(open());

@@ -52,9 +52,7 @@ void PlayTask::load(const std::string& fileName, int seekTime, const PlaybackOpt
 
     const auto streamInfo = streamParser_->getStreamInfo();
     const auto codecInfo = streamParser_->getCodecInfo();
-    for (auto& track : selectedTracks_) {
-        track = -1;
-    }
+    selectedTracks_.forget();
     chooseSubtitle(*streamInfo);
     streamInfo_.store(streamInfo);
     codecInfo_.store(codecInfo);
@@ -62,9 +60,7 @@ void PlayTask::load(const std::string& fileName, int seekTime, const PlaybackOpt
     inputLengthMs_ = 0;
     seekable_ = streamInfo->seekable;
     if (streamInfo->has_video) {
-        playDetailWidth_ = codecInfo->width;
-        playDetailHeight_ = codecInfo->height;
-        playDetailFps_ = codecInfo->frameRate;
+        detail_.state(codecInfo->width, codecInfo->height, codecInfo->frameRate);
         raise(EVENT_VIDEO_SIZE_UPDATED, codecInfo->width, codecInfo->height, 0);
     }
     raise(EVENT_PREPARED, streamInfo->has_video, streamInfo->has_audio, 0);
@@ -123,10 +119,6 @@ int PlayTask::getCurrentTime() {
     return static_cast<int>(isSoundAlone ? std::max(pictureMs, audioPlay->getCurrentTime()) : pictureMs);
 }
 
-PlayDetailInfo PlayTask::getPlayDetailInfo() {
-    return {playDetailWidth_, playDetailHeight_, playDetailRotate_, playDetailFps_, durationMs_};
-}
-
 std::shared_ptr<VideoPlayThread> PlayTask::pictureThread() {
     const auto videoPlay = videoPlayThread_.load();
     return videoPlay ? videoPlay : coverPlayThread_.load();
@@ -141,39 +133,19 @@ void PlayTask::withWindows(const std::function<void(VideoPlayThread&)>& act) {
 }
 
 bool PlayTask::addWindow(WindowType type, void* handle, int width, int height) {
-    {
-        std::lock_guard lock(windowMutex_);
-        const auto known = std::ranges::find(windowInfos_, handle, &WindowInfo::handle);
-        if (known != windowInfos_.end()) {
-            known->width = width;
-            known->height = height;
-        } else {
-            windowInfos_.push_back({type, handle, width, height});
-        }
-    }
+    windows_.add({type, handle, width, height});
     withWindows([&](VideoPlayThread& pictures) { pictures.addWindow(type, handle, width, height); });
     return true;
 }
 
 bool PlayTask::removeWindow(void* handle) {
-    {
-        std::lock_guard lock(windowMutex_);
-        std::erase_if(windowInfos_, [handle](const WindowInfo& info) { return info.handle == handle; });
-    }
+    windows_.remove(handle);
     withWindows([&](VideoPlayThread& pictures) { pictures.removeWindow(handle); });
     return true;
 }
 
 void PlayTask::updateWindowSize(void* handle, int width, int height) {
-    {
-        std::lock_guard lock(windowMutex_);
-        for (auto& info : windowInfos_) {
-            if (info.handle == handle) {
-                info.width = width;
-                info.height = height;
-            }
-        }
-    }
+    windows_.resize(handle, width, height);
     withWindows([&](VideoPlayThread& pictures) { pictures.updateWindowSize(handle, width, height); });
 }
 

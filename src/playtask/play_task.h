@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -11,7 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "clock/exact_clock.h"
 #include "clock/master_clock.h"
 #include "clock/render_timing.h"
 #include "clock/sync_object.h"
@@ -29,8 +27,11 @@
 #include "kelp_player/types.h"
 #include "playtask/event_type.h"
 #include "playtask/frame_buffer_pool.h"
+#include "playtask/host_windows.h"
+#include "playtask/play_detail.h"
 #include "playtask/rebuffer.h"
 #include "playtask/seek_turns.h"
+#include "playtask/selected_tracks.h"
 #include "playtask/stall_watch.h"
 #include "present/audio_play_thread.h"
 #include "present/video_play_thread.h"
@@ -41,15 +42,6 @@
 #include "subtitle/subtitle_tracks.h"
 
 namespace kelp {
-
-// What is known of a playback at one moment.
-struct PlayDetailInfo {
-    int width = 0;         // of the picture, in pixels
-    int height = 0;        // of the picture, in pixels
-    int rotate = 0;        // clockwise, in degrees; 0 until the first decoded picture
-    int fps = 0;           // whole pictures per second
-    int64_t duration = 0;  // in milliseconds
-};
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"  // of the observer interfaces
@@ -111,7 +103,7 @@ public:
     // The position in milliseconds; during a seek its target.
     int getCurrentTime();
     int getDuration() { return static_cast<int>(durationMs_); }
-    PlayDetailInfo getPlayDetailInfo();
+    PlayDetailInfo getPlayDetailInfo() { return detail_.read(durationMs_); }
     // From the end of the load to `stop`.
     std::vector<Track> getTracks();
     // A snapshot of what the stages count.
@@ -150,13 +142,6 @@ public:
 
 private:
     friend class PlayTaskPeer;  // lets tests look at the stages and the seek state
-
-    struct WindowInfo {
-        WindowType type;
-        void* handle;  // the key of the list
-        int width;     // in pixels
-        int height;    // in pixels
-    };
 
     // From the parser, on its thread.
     void onFirstPakcet(std::shared_ptr<MediaPacket> packet) override;
@@ -226,10 +211,6 @@ private:
     void chooseSubtitle(const StreamInfo& streamInfo);
     // Shows track `number`, or none; seekRunMutex_ is held.
     void selectSubtitle(int number);
-    // The track of this kind that is played; null if there is none.
-    const Track* playedTrack(const StreamInfo& streamInfo, TrackKind kind);
-    // The slot of selectedTracks_.
-    std::atomic<int>& selectedTrack(TrackKind kind) { return selectedTracks_[kind == TRACK_KIND_VIDEO ? 0 : 1]; }
 
     // What the host wants by now.
     PlaybackOptions options();
@@ -375,15 +356,11 @@ private:
     std::atomic<int64_t> durationMs_{0};  // as the source states it, then as its end shows it
     int64_t inputLengthMs_ = 0;           // the parser's thread's, and the load's before it
     std::atomic<bool> seekable_{false};
-    std::atomic<int> lastFailure_{0};       // a KelpPlayerErrorType; 0 for none
-    std::atomic<bool> anyDecoded_{false};   // a picture or a piece of sound has come since `play`
-    std::atomic<int> playDetailWidth_{0};   // in pixels
-    std::atomic<int> playDetailHeight_{0};  // in pixels
-    std::atomic<int> playDetailRotate_{0};  // in degrees
-    std::atomic<int> playDetailFps_{0};
+    std::atomic<int> lastFailure_{0};      // a KelpPlayerErrorType; 0 for none
+    std::atomic<bool> anyDecoded_{false};  // a picture or a piece of sound has come since `play`
+    PlayDetail detail_;
 
-    std::vector<WindowInfo> windowInfos_;  // guarded by windowMutex_
-    std::mutex windowMutex_;
+    HostWindows windows_;
 
     AtomicSharedPtr<MasterClock> masterClock_;  // a new one for each `play`
     AtomicSharedPtr<SyncObject> syncObject_;    // the master if it isn't a play thread
@@ -411,8 +388,7 @@ private:
     std::atomic<bool> isSoundOfStep_{false};       // what sounds next was sent after a step, and isn't told
     std::atomic<bool> isResumeParked_{false};      // what waits for the end of a seek goes on behind steps
     bool isRead_ = false;                          // between `play` and `stop`; guarded by seekRunMutex_
-    // Video and sound, in place of those of the load; -1 for none.
-    std::array<std::atomic<int>, 2> selectedTracks_{-1, -1};
+    SelectedTracks selectedTracks_;
 
     FrameBufferPool pixPool_{100};
     FrameBufferPool pcmPool_{121};  // blocks of sound differ a little in length

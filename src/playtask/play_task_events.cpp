@@ -100,11 +100,7 @@ int PlayTask::onVideoFrameQueueSize() {
 void PlayTask::onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) {
     anyDecoded_.store(true, std::memory_order_relaxed);
     if (eventCallback_ && frame->width > 0 && frame->height > 0 &&
-        (frame->width != playDetailWidth_ || frame->height != playDetailHeight_ ||
-         frame->rotate != playDetailRotate_)) {
-        playDetailWidth_ = frame->width;
-        playDetailHeight_ = frame->height;
-        playDetailRotate_ = frame->rotate;
+        detail_.change(frame->width, frame->height, frame->rotate)) {
         raise(EVENT_VIDEO_SIZE_UPDATED, frame->width, frame->height, frame->rotate);
     }
     const auto pictures = pictureThread();

@@ -1,5 +1,6 @@
 #include <exception>
 
+#include "clock/exact_clock.h"
 #include "kelp_player/log.h"
 #include "playtask/play_task.h"
 
@@ -184,12 +185,11 @@ void PlayTask::startVideo(const StreamInfo& streamInfo, const CodecInfo& codecIn
         std::lock_guard lock(optionsMutex_);
         videoPlay->setFit(options_.fit);
     }
-    std::lock_guard lock(windowMutex_);
-    for (const auto& info : windowInfos_) {
-        if (info.handle) {
-            videoPlay->addWindow(info.type, info.handle, info.width, info.height);
+    windows_.forEach([&](const HostWindows::Window& window) {
+        if (window.handle) {
+            videoPlay->addWindow(window.type, window.handle, window.width, window.height);
         }
-    }
+    });
 }
 
 std::shared_ptr<VideoDecodeThread> PlayTask::startVideoDecode(const StreamInfo& streamInfo,
@@ -287,7 +287,8 @@ bool PlayTask::end(WindowList::Leaving leaving) {
         endStanding(leaving);
     }
 
-    durationMs_ = playDetailWidth_ = playDetailHeight_ = playDetailRotate_ = playDetailFps_ = 0;
+    durationMs_ = 0;
+    detail_.forget();
     seekTurns_.forget();
     seekFor_ = SeekFor::Host;
     hasStepped_ = isSoundOfStep_ = isResumeParked_ = false;

@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "playtask/play_task.h"
 #include "runtime/kelp_time.h"
 
@@ -49,14 +47,6 @@ void fill(AudioStatistics& target, const AudioPlayThread& thread) {
 
 }  // namespace
 
-const Track* PlayTask::playedTrack(const StreamInfo& streamInfo, TrackKind kind) {
-    const int selected = selectedTrack(kind);
-    const auto found = std::ranges::find_if(streamInfo.tracks, [&](const Track& track) {
-        return track.kind == kind && (selected >= 0 ? track.number == selected : track.isPlayed);
-    });
-    return found != streamInfo.tracks.end() ? &*found : nullptr;
-}
-
 Statistics PlayTask::getStatistics() {
     Statistics statistics;
     statistics.lastFailure = lastFailure_;
@@ -64,13 +54,14 @@ Statistics PlayTask::getStatistics() {
     if (!streamInfo) {
         return statistics;
     }
-    if (const Track* const track = playedTrack(*streamInfo, TRACK_KIND_VIDEO)) {
+    if (const Track* const track = selectedTracks_.played(streamInfo->tracks, TRACK_KIND_VIDEO)) {
         fill(statistics.video, *track, streamParser_->counts(TRACK_KIND_VIDEO));
-        statistics.video.width = playDetailWidth_;
-        statistics.video.height = playDetailHeight_;
+        const PlayDetailInfo detail = getPlayDetailInfo();
+        statistics.video.width = detail.width;
+        statistics.video.height = detail.height;
         statistics.video.frameRate = track->frameRate;
     }
-    if (const Track* const track = playedTrack(*streamInfo, TRACK_KIND_AUDIO)) {
+    if (const Track* const track = selectedTracks_.played(streamInfo->tracks, TRACK_KIND_AUDIO)) {
         fill(statistics.audio, *track, streamParser_->counts(TRACK_KIND_AUDIO));
         statistics.audio.sampleRate = track->sampleRate;
         statistics.audio.channels = track->channels;

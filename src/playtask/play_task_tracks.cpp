@@ -10,18 +10,12 @@ namespace kelp {
 std::vector<Track> PlayTask::getTracks() {
     const auto streamInfo = streamInfo_.load();
     auto tracks = streamInfo ? streamInfo->tracks : std::vector<Track>();
-    for (const TrackKind kind : {TRACK_KIND_VIDEO, TRACK_KIND_AUDIO}) {
-        const int selected = selectedTrack(kind);
-        for (Track& track : tracks) {
-            if (selected >= 0 && track.kind == kind) {
-                track.isPlayed = track.number == selected;
-            }
-        }
-    }
     const int subtitle = subtitles_->chosen();
     for (Track& track : tracks) {
         if (track.kind == TRACK_KIND_SUBTITLE) {
             track.isPlayed = track.number == subtitle;
+        } else if (track.kind != TRACK_KIND_OTHER) {
+            track.isPlayed = selectedTracks_.isPlayed(track);
         }
     }
     return tracks;
@@ -38,7 +32,7 @@ bool PlayTask::selectTrack(TrackKind kind, int number) {
         selectSubtitle(number);
         return true;
     }
-    selectedTrack(kind) = number;
+    selectedTracks_.select(kind, number);
     streamParser_->selectTrack(kind, number);
     return true;
 }

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <thread>
 
+#include "clock/exact_clock.h"
 #include "playtask/play_task_peer.h"
 #include "support/fake_time.h"
 

@@ -81,11 +81,10 @@ public:
 
     // Type, handle, width and height of the windows.
     std::vector<std::tuple<int, void*, int, int>> windows() {
-        std::lock_guard lock(task_.windowMutex_);
         std::vector<std::tuple<int, void*, int, int>> list;
-        for (const auto& info : task_.windowInfos_) {
-            list.emplace_back(info.type, info.handle, info.width, info.height);
-        }
+        task_.windows_.forEach([&](const HostWindows::Window& window) {
+            list.emplace_back(window.type, window.handle, window.width, window.height);
+        });
         return list;
     }
 

@@ -1,3 +1,4 @@
+#include "clock/exact_clock.h"
 #include "kelp_player/kelp_player.h"
 #include "playtask/pipeline_fixture.h"
 #include "support/private_member.h"

@@ -8,6 +8,7 @@
 
 #include "decode/decoded_frame.h"
 #include "kelp_player/log.h"
+#include "present/conversion_turn.h"
 #include "present/fitted_rectangle.h"
 #include "present/sdl_thread_storage.h"
 #include "runtime/kelp_time.h"
@@ -184,11 +185,10 @@ bool SDLRender::refresh() {
         return true;
     }
 
-    const SDL_YUV_CONVERSION_MODE mode = conversionMode(*frame_);
-    SDL_SetYUVConversionMode(mode);
-    const bool drawn = draw(*frame_);
-    if (drawn || mode != SDL_YUV_CONVERSION_AUTOMATIC) {  // it is the process's
-        SDL_SetYUVConversionMode(SDL_YUV_CONVERSION_AUTOMATIC);
+    bool drawn = false;
+    {
+        ConversionTurn turn(conversionMode(*frame_));
+        drawn = turn.drew(draw(*frame_));
     }
     if (drawn) {
         subtitles_.draw(renderer_, subtitlePicture());

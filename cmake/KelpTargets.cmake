@@ -102,11 +102,19 @@ function(kelp_disturb target)
   endforeach()
 endfunction()
 
-# kelp_add_room(NAME SOURCES...): the objects of one folder below src/, as target kelp_NAME.
+# kelp_add_room(NAME SOURCES...): the objects of one folder below src/, as target kelp_NAME. The first is `runtime`.
 function(kelp_add_room name)
   add_library(kelp_${name} OBJECT ${ARGN})
   target_link_libraries(kelp_${name} PRIVATE kelp_settings)
   target_compile_definitions(kelp_${name} PRIVATE KELP_PLAYER_BUILD)
+  # What is shipped, and built anew by the packages, takes none.
+  if(KELP_QUICK_BUILD AND KELP_SANITIZE)
+    if(name STREQUAL "runtime")
+      target_precompile_headers(kelp_runtime PRIVATE <runtime/precompiled.h>)
+    else()
+      target_precompile_headers(kelp_${name} REUSE_FROM kelp_runtime)
+    endif()
+  endif()
 endfunction()
 
 # The library: the objects of all rooms and the real time source.

@@ -11,3 +11,13 @@
 #ifndef KELP_THREAD_SANITIZER
 #define KELP_THREAD_SANITIZER 0
 #endif
+
+namespace kelp::test {
+
+// How many of `rounds` are enough where each takes several times as long, and the tool sees in few what a plain build
+// may show in many.
+constexpr int roundsWithThreadSanitizer(int rounds) {
+    return KELP_THREAD_SANITIZER ? rounds / 4 : rounds;
+}
+
+}  // namespace kelp::test

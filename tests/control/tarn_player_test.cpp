@@ -282,7 +282,7 @@ TEST_F(TarnPlayerTest, WaitsForAClockThatItGivesBackWithoutItsLock) {
     std::future<bool> other;
     engine().inClockWait = [&] {
         other = std::async(std::launch::async, [&] { return player_->resume(); });
-        EXPECT_EQ(other.wait_for(std::chrono::seconds(10)), std::future_status::ready) << "the lock is held";
+        EXPECT_EQ(other.wait_for(std::chrono::seconds(20)), std::future_status::ready) << "the lock is held";
     };
     player_->setSyncClock(nullptr);
     EXPECT_THAT(engine().waitedFor, ElementsAre(&clock));

@@ -43,7 +43,7 @@ public:
     // Waits in real time until there are `count` events, and gives them.
     std::vector<std::string> waitFor(size_t count) {
         std::unique_lock lock(mutex_);
-        changed_.wait_for(lock, std::chrono::seconds(10), [&] { return events_.size() >= count; });
+        changed_.wait_for(lock, std::chrono::seconds(20), [&] { return events_.size() >= count; });
         return events_;
     }
 

@@ -557,7 +557,7 @@ TEST(BaseDecodeThreadStress, SurvivesPacketsSeeksQueriesAndStops) {
             // One more seek and packet: both have to arrive.
             thread.seek(1000);
             thread.fillPacket(makePacket(1000));
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
             while (sequence != 1000 && std::chrono::steady_clock::now() < deadline) {
                 std::this_thread::yield();
             }

@@ -12,7 +12,7 @@ namespace kelp::test {
 
 namespace {
 
-constexpr auto kTimeout = std::chrono::seconds(5);
+constexpr auto kTimeout = std::chrono::seconds(20);
 
 // The system's letter for the thread's state; 'S' for one that sleeps.
 char threadState(unsigned int threadId) {

@@ -100,7 +100,7 @@ public:
     // Waits in real time, up to five seconds, for so many events; what there are then.
     std::vector<std::string> waitForEvents(size_t count) {
         std::unique_lock lock(mutex_);
-        changed_.wait_for(lock, std::chrono::seconds(5), [&] { return events_.size() >= count; });
+        changed_.wait_for(lock, std::chrono::seconds(20), [&] { return events_.size() >= count; });
         return events_;
     }
     void keepFrames() {
@@ -723,7 +723,7 @@ TEST_F(VideoDecodeThreadTest, SurvivesSeeksAndStopsAtAnyMoment) {
                 thread_->fillPacket(packet);
             }
             thread_->fillPacket(makeEndPacket(true));
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
             while (thread_->getQueuePacketSize() > 0 && std::chrono::steady_clock::now() < deadline) {
                 std::this_thread::yield();
             }

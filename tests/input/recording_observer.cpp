@@ -95,7 +95,7 @@ int RecordingObserver::count(const std::string& event) {
 
 bool RecordingObserver::waitFor(const std::string& event, int times) {
     std::unique_lock lock(mutex_);
-    return recorded_.wait_for(lock, std::chrono::seconds(10),
+    return recorded_.wait_for(lock, std::chrono::seconds(20),
                               [&] { return std::count(events_.begin(), events_.end(), event) >= times; });
 }
 

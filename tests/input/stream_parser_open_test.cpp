@@ -709,7 +709,7 @@ TEST_F(StreamParserOpen, StopCutsABlockingOpenShort) {
     const auto start = std::chrono::steady_clock::now();
     parser->stop();
     EXPECT_FALSE(opening.get());
-    EXPECT_LT(secondsSince(start), 2.0);
+    EXPECT_LT(secondsSince(start), 5.0);
     ASSERT_THAT(logLines("faield"), testing::SizeIs(1));
     EXPECT_THAT(logLines("faield").at(0), StartsWith("open input file " + server.url() + " faield! ret:"));
     EXPECT_THAT(logLines("faield").at(0), testing::EndsWith(", is stoped:1\n"));
@@ -723,7 +723,7 @@ TEST_F(StreamParserOpen, CloseCutsABlockingOpenShortAndAllowsTheNext) {
     const auto start = std::chrono::steady_clock::now();
     parser->close();
     EXPECT_FALSE(opening.get());
-    EXPECT_LT(secondsSince(start), 2.0);
+    EXPECT_LT(secondsSince(start), 5.0);
     EXPECT_TRUE(open());
     EXPECT_TRUE(parser->getStreamInfo()->has_video);
 }
@@ -739,12 +739,12 @@ TEST_F(StreamParserOpen, StopCutsTheWaitForAStreamShort) {
         return __real_avformat_find_stream_info(context, nullptr);
     };
     auto opening = std::async(std::launch::async, [&] { return parser->open(path, 0); });
-    ASSERT_EQ(probing.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+    ASSERT_EQ(probing.get_future().wait_for(std::chrono::seconds(20)), std::future_status::ready);
     const auto start = std::chrono::steady_clock::now();
     parser->stop();
     // The library may call what it has seen by then enough; playing is over in any case.
     opening.wait();
-    EXPECT_LT(secondsSince(start), 2.0);
+    EXPECT_LT(secondsSince(start), 5.0);
     EXPECT_FALSE(parser->start());
     unlink(path.c_str());
 }

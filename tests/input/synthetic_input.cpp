@@ -155,7 +155,7 @@ int ReadScript::readFrame(AVPacket* packet) {
 
 bool ReadScript::waitUntilDone() {
     std::unique_lock lock(mutex_);
-    return doneCond_.wait_for(lock, std::chrono::seconds(10), [&] { return done_; });
+    return doneCond_.wait_for(lock, std::chrono::seconds(20), [&] { return done_; });
 }
 
 }  // namespace kelp::test

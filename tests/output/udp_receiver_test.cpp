@@ -56,7 +56,7 @@ public:
     // Waits in real time until `count` datagrams have come, and gives them all.
     std::vector<std::string> waitFor(size_t count) {
         std::unique_lock lock(mutex_);
-        came_.wait_for(lock, std::chrono::seconds(10), [&] { return datagrams_.size() >= count; });
+        came_.wait_for(lock, std::chrono::seconds(20), [&] { return datagrams_.size() >= count; });
         return datagrams_;
     }
 
@@ -383,7 +383,7 @@ TEST_F(UdpReceiverTest, ClosesThePortBeforeItWaitsForTheThread) {
     wake();
     entered.get_future().wait();
     std::thread stopper([&] { receiver_->stopReceiver(); });
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (!portIsFree(port_) && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::yield();
     }

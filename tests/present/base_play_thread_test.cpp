@@ -445,19 +445,20 @@ TEST_F(BasePlayThreadTest, StopReleasesTheFramesThatAreLeftAndThenExits) {
 
 // Real 50 ms, since the wait for a frame is a timed one on the steady clock.
 TEST_F(BasePlayThreadTest, ReportsAnEmptyQueueAboutEvery50Ms) {
-    RecordingPlayThread thread;
-    std::vector<std::chrono::steady_clock::time_point> times;
-    thread.idle = [&] { times.push_back(std::chrono::steady_clock::now()); };
-    const auto begin = std::chrono::steady_clock::now();
-    thread.start();
-    ASSERT_TRUE(thread.waitFor("idle", 10));
-    thread.stop();
-    auto shortest = times[0] - begin;
-    for (size_t i = 1; i < times.size(); ++i) {
-        shortest = std::min(shortest, times[i] - times[i - 1]);
+    auto shortest = std::chrono::steady_clock::duration::max();
+    // A busy machine lengthens some of the waits, but not each of hundreds.
+    for (int tries = 0; tries < 20 && shortest >= std::chrono::milliseconds(75); ++tries) {
+        RecordingPlayThread thread;
+        std::vector<std::chrono::steady_clock::time_point> times{std::chrono::steady_clock::now()};
+        thread.idle = [&] { times.push_back(std::chrono::steady_clock::now()); };
+        thread.start();
+        ASSERT_TRUE(thread.waitFor("idle", 10));
+        thread.stop();
+        for (size_t i = 1; i < times.size(); ++i) {
+            shortest = std::min(shortest, times[i] - times[i - 1]);
+        }
     }
     EXPECT_GE(shortest, std::chrono::milliseconds(50));
-    // A busy machine lengthens some of the waits, but not each of ten.
     EXPECT_LT(shortest, std::chrono::milliseconds(75));
     EXPECT_EQ(FakeTime::sleepCount(), 0);
 }

@@ -12,8 +12,9 @@ namespace kelp {
 //
 // Both operations are called on the player's video thread, one at a time. A sink that blocks holds up presentation on
 // all windows of the player, and `stop`. Another thread may be waiting for this very call to return, so little may be
-// called from here: of a KelpPlayer the `get` operations, `clearScreen`, `runInWorker`, `addTimer` and `removeTimer`;
-// of a TarnPlayer, which holds a lock through its own `stop`, the last three, `getTracks` and `getStatistics` alone.
+// called from here: of a KelpPlayer the `get` operations, `clearScreen`, `takeSnapshot`, `runInWorker`, `addTimer` and
+// `removeTimer`; of a TarnPlayer, which holds a lock through its own `stop`, the last four, `getTracks` and
+// `getStatistics` alone.
 class ExternFrameSink {
 public:
     // The size of the pictures to come, in pixels, and the stream's whole frames per second, 30 if that isn't known;

@@ -104,7 +104,8 @@ public:
     virtual void onCompleted(std::shared_ptr<KelpPlayer> player) = 0;
 
     // The end of the source was met, and its last packet has another time, in milliseconds, than was announced as the
-    // duration: in most files a little less. It is the duration from here on.
+    // duration: in most files a little less. It is the duration from here on. With the option "codecs" = "all" it is
+    // where that packet ends, so that this comes only where what was announced is wrong.
     virtual void onDurationUpdated(std::shared_ptr<KelpPlayer> player, int durationMs) = 0;
 
 protected:
@@ -394,16 +395,27 @@ public:
     //
     // Another value changes nothing.
     //
-    // These change how the player works, from the moment on that is given; docs/options.md says more. They count before
-    // `init` too, and stay over a `stop`. Another value changes nothing and writes [KelpPlayer] "setOption, KEY can't
-    // be "VALUE", there is: VALUES" at Warn.
+    // These change how the player works, from the moment on that is given; docs/options.md says what each does. They
+    // count before `init` too, and stay over a `stop`. Another value changes nothing and writes [KelpPlayer]
+    // "setOption, KEY can't be "VALUE", there is: VALUES" at Warn. "preset" = "recommended" sets most of them.
     //
-    //     key         values, the first one holds unless set   from
-    //     "pictures"  "packed", "shared"                       the next `play`
-    //     "video_track", "audio_track", "subtitle_track"       the next load
-    //                 "auto", "none", or a number of `getTracks`
-    //     "audio_device"                                       at once
-    //                 "default", or a name of `getAudioDevices`
+    //     key                   values, the first one holds unless set    from
+    //     "preset"              "standard", "recommended"                 at once
+    //     "codecs"              "standard", "all"                         the next load
+    //     "timing"              "standard", "exact"                       the next `play`
+    //     "seek"                "standard", "exact"                       the next seek
+    //     "no_sound_device"     "wait", "silence"                         the next `play`
+    //     "closed_live_source"  "completed", "failed"                     the next load
+    //     "live_delay"          "standard", "low"                         the next load
+    //     "rtsp_fallback"       "none", "udp"                             the next load
+    //     "read_ahead"          "standard", or milliseconds               the next load
+    //     "rebuffer"            "0", or milliseconds                      the next `play`
+    //     "max_pixels"          "0", or a number                          the next load
+    //     "pictures"            "packed", "shared"                        the next `play`
+    //     "fit"                 "fill", "keep"                            at once
+    //     "video_track", "audio_track", "subtitle_track"                  the next load
+    //                           "auto", "none", or a number of `getTracks`
+    //     "audio_device"        "default", or a name of `getAudioDevices` at once
     //
     // Any other key is an option of FFmpeg's demuxers and protocols and goes to the opens to come, unread; unknown ones
     // are ignored there. Before `init` it has no effect. These are set from the start:

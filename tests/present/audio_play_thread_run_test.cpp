@@ -504,7 +504,7 @@ TEST_F(AudioPlayRealOutputTest, APauseWhileTheDeviceIsOpenedPausesIt) {
 }
 
 TEST_F(AudioPlayRealOutputTest, StopsHundredsOfTimesInAnyInterleaving) {
-    constexpr int kRuns = roundsWithThreadSanitizer(2000);
+    constexpr int kRuns = test::roundsWithThreadSanitizer(2000);
     const SlowLog log;
     for (int i = 0; i < kRuns; ++i) {
         device = i % 2 == 0 ? 0 : 7;
@@ -532,7 +532,7 @@ TEST_F(AudioPlayRealOutputTest, StopsHundredsOfTimesInAnyInterleaving) {
 }
 
 TEST_F(AudioPlayRealOutputTest, ServesHundredsOfSeeksInAnyInterleaving) {
-    constexpr int kLastTarget = 1000 * roundsWithThreadSanitizer(1000);
+    constexpr int kLastTarget = 1000 * test::roundsWithThreadSanitizer(1000);
     const SlowLog log;
     openReal();
     thread->start();

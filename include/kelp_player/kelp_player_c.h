@@ -8,13 +8,13 @@
 //   failed. Destroying null does nothing. No handle owns another one, and none may go while another one uses it.
 // - An int that nothing else is said of is 1 where the call did what it is for, and 0 where it didn't: then the text
 //   of `kelp_last_error`, or of the handle's own `_last_error`, says why, in the words of the log if that has the
-//   level "error". Null for a handle or a text is such a failure, unless it says what a null means. A call without a
-//   result does nothing with a null.
+//   level "error". Null for a handle, a text, a struct, data or a function is such a failure, unless it says what a
+//   null means, and so is a number that its enumeration doesn't have. A call without a result does nothing with a null.
 // - Texts are UTF-8 and end with a zero. Those that a call is given are copied, those that a callback is given are
-//   valid during the callback.
+//   valid during the callback. What a source says of itself is handed on as it is, and paths as the system has them.
 // - A struct begins with its size, which who fills it sets: the host `sizeof` of it, before it hands the struct in
-//   or has it filled; all else may be 0. So later versions can add fields at the end. A struct with size 0 is a
-//   failure.
+//   or has it filled; all else may be 0. So later versions can add fields at the end: those that a host's size leaves
+//   out count as 0 and aren't written. A struct with size 0 is a failure.
 // - Callbacks get the host's `user` first. They come from threads of the library, see docs/threads.md, and null ones
 //   are left out. `user` and what it points at must live as long as the handle that calls, unless a `release` is
 //   taken along with it: that is called once, on any thread, when the callback never comes again, also where the
@@ -242,7 +242,7 @@ KELP_C_API int64_t kelp_player_get_info(kelp_player* player, int info);
 // The volume as a linear factor, 1.0 again after each start. 0 out of playback and without sound.
 KELP_C_API int kelp_player_set_volume(kelp_player* player, float volume);
 
-// How fast the sound is played, above 0, 1.0 being its own tempo; the pitch stays.
+// How fast the sound is played, 1.0 being its own tempo; the pitch stays. 0 unless it is above 0.
 KELP_C_API int kelp_player_set_speed(kelp_player* player, float speed);
 
 // Silence, unless `muted` is 0, while the volume stays what it is; at any time, and for the playbacks to come.
@@ -290,13 +290,16 @@ KELP_C_API int kelp_player_remove_timer(kelp_player* player, unsigned int timer_
 // ---- Windows and frame sinks ----
 
 // Shows the pictures in a window, one of any number. `type` is one of KELP_WINDOW_TYPE. The window stays the host's and
-// must live until the player was stopped. A second call for a handle changes the size only.
+// must live until the player was stopped. A second call for a handle changes the size only, and one for a null handle
+// does nothing.
 KELP_C_API int kelp_player_add_window(kelp_player* player, void* handle, int type, int width, int height);
 
-// Takes a window away, which the player lets go of right before the next drawing. Null handles are ignored.
+// Takes a window away, which the player lets go of right before the next drawing. One that isn't there, and a null
+// handle, is ignored.
 KELP_C_API int kelp_player_remove_window(kelp_player* player, void* handle);
 
-// A window keeps its picture while `pause` isn't 0; for the running playback only.
+// A window keeps its picture while `pause` isn't 0; for the running playback only. One that isn't there, and a null
+// handle, is ignored.
 KELP_C_API int kelp_player_pause_window(kelp_player* player, void* handle, int pause);
 
 // Layout of a picture.

@@ -65,8 +65,8 @@ class PacketSink:
     """Takes packets from a player: derive from it, and hand an object to ``Player.set_packet_sink``.
 
     ``on_streams`` comes first, then the packets in the order in which they are read. All come on the thread that reads,
-    one at a time, and nothing is read meanwhile. Of the player ``tracks``, ``statistics``, ``set_packet_sink``,
-    ``run_in_worker``, ``add_timer`` and ``remove_timer`` alone may be called.
+    one at a time, and nothing is read meanwhile. Of the player ``tracks``, ``statistics``, ``take_snapshot``,
+    ``set_packet_sink``, ``run_in_worker``, ``add_timer`` and ``remove_timer`` alone may be called.
     """
 
     def on_streams(self, streams: List[PacketStream]) -> None:
@@ -86,7 +86,7 @@ class PacketSink:
         function, arguments = _now.call
         if function is None:
             raise ValueError("there is nothing to pass on but in a call of a packet sink")
-        
+
         def put(recorder_handle: int) -> Any:
             return function(lib.kelp_recorder_get_sink(recorder_handle), *arguments)
 

@@ -5,7 +5,7 @@ from __future__ import annotations
 import ctypes
 import threading
 import time
-from typing import Any, Callable, Dict, List, Optional, Set, Tuple, Type, TypeVar, Union
+from typing import Any, Callable, Dict, List, Optional, Set, Tuple, Type, TypeVar, Union, overload
 
 from ._board import Board, Events
 from ._lifetime import Closable, Native, callback, logger, refuse_when_pinned, register
@@ -48,6 +48,7 @@ from .subtitles import SubtitleOutlet, Subtitles
 from .tracks import Track, TrackKind, read_tracks
 
 E = TypeVar("E", bound=Event)
+R = TypeVar("R")
 
 
 class Player(Closable):
@@ -248,7 +249,13 @@ class Player(Closable):
 
     # ---- Events ----
 
-    def on(self, kind: Type[E], function: Optional[Callable[[E], Any]] = None) -> Any:
+    @overload
+    def on(self, kind: Type[E]) -> Callable[[Callable[[E], R]], Callable[[E], R]]: ...
+
+    @overload
+    def on(self, kind: Type[E], function: Callable[[E], R]) -> Callable[[E], R]: ...
+
+    def on(self, kind: Type[E], function: Optional[Callable[[E], R]] = None) -> Any:
         """Has ``function`` called for each event of ``kind``, or for every one with ``Event``; also as a decorator.
 
         ::
@@ -440,8 +447,8 @@ class Player(Closable):
         """Has ``function`` called with all that is to be seen whenever it changes; None for nobody. At any time.
 
         It comes on the player's subtitle thread, and pictures come with it where ``picture_size`` says how large the
-        screen is. Windows draw subtitles in any case. From there ``tracks``, ``statistics``, ``run_in_worker``,
-        ``add_timer`` and ``remove_timer`` alone may be called.
+        screen is. Windows draw subtitles in any case. From there ``tracks``, ``statistics``, ``take_snapshot``,
+        ``run_in_worker``, ``add_timer``, ``remove_timer`` and ``set_subtitle_sink`` alone may be called.
         """
         outlet = SubtitleOutlet(function, picture_size, self._native) if function is not None else None
         self._native.use("subtitles", lib.kelp_player_set_subtitle_sink, None, outlet.handle if outlet else None)

@@ -26,8 +26,9 @@ class FrameSink:
     The callback gets a :class:`Picture` on the player's video thread and holds up every window of the player meanwhile.
     The planes are **the player's memory, valid during the call only**: ``picture.copy()`` keeps them, and so does
     anything that is computed from them; an array on them that is kept is an error in the log, and reads what comes
-    there next. From the callback a player's ``tracks``, ``statistics``, ``run_in_worker``, ``add_timer`` and
-    ``remove_timer`` alone may be called, and neither ``pause`` nor ``remove`` of a sink, which ``run_in_worker`` takes.
+    there next. From the callback a player's ``tracks``, ``statistics``, ``take_snapshot``, ``run_in_worker``,
+    ``add_timer`` and ``remove_timer`` alone may be called, and neither ``pause`` nor ``remove`` of a sink, which
+    ``run_in_worker`` takes.
     """
 
     def __init__(

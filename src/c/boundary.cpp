@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "runtime/utf8.h"
+
 namespace kelp::c {
 
 namespace {
@@ -9,10 +11,15 @@ namespace {
 thread_local char t_last[kErrorSize] = {};   // the thread's last failure
 thread_local char t_given[kErrorSize] = {};  // what it has asked for
 
+void note(const char* operation, const char* reason) {
+    const size_t room = kErrorSize - sizeof(": ") - std::strlen(operation);
+    std::snprintf(t_last, kErrorSize, "%s: %.*s", operation, static_cast<int>(wholeCharacters(reason, room)), reason);
+}
+
 }  // namespace
 
 void LastError::set(const char* operation, const char* reason) noexcept {
-    std::snprintf(t_last, kErrorSize, "%s: %s", operation, reason);
+    note(operation, reason);
     std::lock_guard lock(mutex_);
     std::memcpy(text_, t_last, kErrorSize);
 }
@@ -27,7 +34,7 @@ void fail(LastError* error, const char* operation, const char* reason) noexcept 
     if (error) {
         error->set(operation, reason);
     } else {
-        std::snprintf(t_last, kErrorSize, "%s: %s", operation, reason);
+        note(operation, reason);
     }
 }
 

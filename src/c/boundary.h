@@ -6,7 +6,10 @@
 #include <exception>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "kelp_player/kelp_player_c.h"
 #include "runtime/error_line.h"
@@ -14,21 +17,20 @@
 // What every function of the C interface stands on: no exception gets past these, and a failure leaves its text.
 namespace kelp::c {
 
-// Bytes of an error's text, terminator included; what is longer is cut.
+// Bytes of an error's text, terminator included; what is longer is cut, between two characters.
 constexpr size_t kErrorSize = 512;
-
-// Why a call failed; null where it didn't.
-using Reason = const char*;
 
 // Where the library's own error line isn't written, it is this.
 inline constexpr char kRefused[] = "refused; at the log's level error its last line says why";
-constexpr Reason kNoText = "a text is null";
-constexpr Reason kNoSize = "a struct is null, or its size isn't set";
-constexpr Reason kNoCallback = "the callback is null";
+inline constexpr char kNoText[] = "a text is null";
+inline constexpr char kNoSize[] = "a struct is null, or its size isn't set";
+inline constexpr char kNoCallback[] = "the callback is null";
 
-// What a call gives that the library refuses and logs.
-constexpr Reason unless(bool done) {
-    return done ? nullptr : kRefused;
+// Throws `reason`, for the functions below to note, unless `fits`.
+inline void require(bool fits, const char* reason) {
+    if (!fits) {
+        throw std::invalid_argument(reason);
+    }
 }
 
 // A number of the C interface and the one of the C++ interface that it stands for.
@@ -54,6 +56,12 @@ void fail(LastError* error, const char* operation, const char* reason) noexcept;
 
 // The last failure of the calling thread, as a copy of the kind above.
 const char* threadError() noexcept;
+
+// The last failure of a handle, and for null that of the calling thread.
+template <typename Handle>
+const char* errorText(const Handle* handle) noexcept {
+    return handle ? handle->error.get() : threadError();
+}
 
 // What `body` returns, or `otherwise` where it throws.
 template <typename Value, typename Body>
@@ -88,18 +96,23 @@ Value valueOf(const char* operation, Handle* handle, Value otherwise, Body&& bod
     return guarded(operation, errorOf(*handle), otherwise, [&] { return body(*handle); });
 }
 
-// 1 where `body`, called with the handle, has no reason to give, otherwise 0. For kRefused it is what the library has
-// logged meanwhile.
+// 1 where `body`, called with the handle, returns true or nothing, otherwise 0. For false the reason is what the
+// library has logged meanwhile.
 template <typename Handle, typename Body>
 int carryOut(const char* operation, Handle* handle, Body&& body) noexcept {
     return valueOf(operation, handle, 0, [&](Handle& present) {
         ErrorLine::forget();
-        const Reason reason = body(present);
-        if (reason) {
-            const bool logged = reason == kRefused && *ErrorLine::get() != '\0';
-            fail(errorOf(present), operation, logged ? ErrorLine::get() : reason);
+        if constexpr (std::is_void_v<std::invoke_result_t<Body, Handle&>>) {
+            body(present);
+        } else {
+            static_assert(std::is_same_v<std::invoke_result_t<Body, Handle&>, bool>);
+            if (!body(present)) {
+                const char* const logged = ErrorLine::get();
+                fail(errorOf(present), operation, *logged != '\0' ? logged : kRefused);
+                return 0;
+            }
         }
-        return reason ? 0 : 1;
+        return 1;
     });
 }
 
@@ -109,29 +122,61 @@ Handle* made(const char* operation, Body&& body) noexcept {
     return guarded(operation, nullptr, static_cast<Handle*>(nullptr), [&]() -> Handle* { return body().release(); });
 }
 
-// Copies of a struct what both sides know; false where there is none, or where it has no size.
+// A text that a call can't do without.
+inline const char* needed(const char* text) {
+    require(text, kNoText);
+    return text;
+}
+
+// A struct that a call can't do without: what both sides know of it, and 0 for what the host doesn't.
 template <typename Struct>
-bool take(const Struct* from, Struct& to) {
-    if (!from || from->size < sizeof(from->size)) {
-        return false;
-    }
+Struct needed(const Struct* from) {
+    require(from && from->size >= sizeof(from->size), kNoSize);
+    Struct to{};
     std::memcpy(&to, from, std::min(from->size, sizeof(to)));
     to.size = sizeof(to);
-    return true;
+    return to;
+}
+
+// One that may be null, for nothing but zeros.
+template <typename Struct>
+Struct neededUnlessNull(const Struct* from) {
+    return from ? needed(from) : Struct{};
 }
 
 // The other way: what the host knows beyond this library becomes 0.
 template <typename Struct>
-bool fill(Struct from, Struct* to) {
-    if (!to || to->size < sizeof(to->size)) {
-        return false;
-    }
+void fill(Struct from, Struct* to) {
+    require(to && to->size >= sizeof(to->size), kNoSize);
     const size_t size = from.size = to->size;
     if (size > sizeof(from)) {
         std::memset(reinterpret_cast<char*>(to) + sizeof(from), 0, size - sizeof(from));
     }
     std::memcpy(to, &from, std::min(size, sizeof(from)));
-    return true;
+}
+
+// Structs of the C interface, each made of one of the C++ interface, and what points at each: an array of structs could
+// not grow.
+template <typename Struct>
+struct Translation {
+    template <typename Original>
+    Translation(const std::vector<Original>& originals, Struct (*translated)(const Original&)) {
+        structs.reserve(originals.size());
+        for (const auto& original : originals) {
+            pointers.push_back(&structs.emplace_back(translated(original)));
+        }
+    }
+
+    std::vector<Struct> structs;
+    std::vector<const Struct*> pointers;
+};
+
+// Calls one of the host's callbacks, unless it is null.
+template <typename... Parameters, typename... Arguments>
+void tell(void (*call)(void*, Parameters...), void* user, Arguments... arguments) {
+    if (call) {
+        call(user, arguments...);
+    }
 }
 
 // Calls the host's `release` for `user` when the last copy is gone, also where there is no memory for the first one.

@@ -1,6 +1,5 @@
 #include <atomic>
 #include <new>
-#include <stdexcept>
 
 #include "c/player.h"
 #include "kelp_player/sync_clock.h"
@@ -40,12 +39,9 @@ namespace {
 // What only a clock of the library can do.
 template <typename Body>
 int withReady(const char* operation, kelp_clock* clock, Body body) {
-    return carryOut(operation, clock, [&](kelp_clock& handle) -> Reason {
-        if (!handle.ready) {
-            return "the clock is the host's own";
-        }
+    return carryOut(operation, clock, [&](kelp_clock& handle) {
+        require(handle.ready != nullptr, "the clock is the host's own");
         body(*handle.ready);
-        return nullptr;
     });
 }
 
@@ -64,10 +60,8 @@ kelp_clock* kelp_clock_create(int64_t start_ms, int64_t no_sync_threshold_ms) {
 
 kelp_clock* kelp_clock_create_own(const kelp_clock_calls* calls) {
     return made<kelp_clock>(__func__, [&] {
-        kelp_clock_calls known{};
-        if (!take(calls, known) || !known.get_time_ms) {
-            throw std::invalid_argument(known.size ? kNoCallback : kNoSize);
-        }
+        const kelp_clock_calls known = needed(calls);
+        require(known.get_time_ms, kNoCallback);
         auto handle = std::make_unique<kelp_clock>();
         handle->own = std::make_unique<HostClock>(known);
         return handle;
@@ -99,15 +93,13 @@ int kelp_clock_set_speed(kelp_clock* clock, double speed) {
 }
 
 int kelp_player_set_clock(kelp_player* player, kelp_clock* clock) {
-    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
-        handle.player->setSyncClock(clock ? clock->clock() : nullptr);
-        return nullptr;
-    });
+    return carryOut(__func__, player,
+                    [&](kelp_player& handle) { handle.player->setSyncClock(clock ? clock->clock() : nullptr); });
 }
 
 int kelp_player_set_offset(kelp_player* player, int offset_ms) {
-    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
-        return handle.player->setOffsetToClockMs(offset_ms) ? nullptr : "no clock is set";
+    return carryOut(__func__, player, [&](kelp_player& handle) {
+        require(handle.player->setOffsetToClockMs(offset_ms), "no clock is set");
     });
 }
 

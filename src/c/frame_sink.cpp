@@ -1,8 +1,6 @@
 // Windows, and sinks in their place.
 #include "kelp_player/frame_sink.h"
 
-#include <stdexcept>
-
 #include "c/player.h"
 
 using namespace kelp::c;
@@ -27,9 +25,7 @@ private:
     void onVideoSize(int width, int height, int fps) override {
         width_ = width;
         height_ = height;
-        if (calls_.on_size) {
-            calls_.on_size(calls_.user, width, height, fps);
-        }
+        tell(calls_.on_size, calls_.user, width, height, fps);
     }
 
     bool onVideoFrame(int pixFormat, int64_t pts, uint8_t** data, int* linesize, int rotate,
@@ -65,44 +61,32 @@ namespace {
 // Carries `body` out with the player and the sink as it knows it.
 template <typename Body>
 int withSink(const char* operation, kelp_player* player, kelp_frame_sink* sink, Body body) {
-    return carryOut(operation, player, [&](kelp_player& handle) -> Reason {
-        if (!sink) {
-            return "the sink is null";
-        }
-        return unless(body(*handle.player, sink->window()));
+    return carryOut(operation, player, [&](kelp_player& handle) {
+        require(sink, "the sink is null");
+        return body(*handle.player, sink->window());
     });
 }
 
 }  // namespace
 
 int kelp_player_add_window(kelp_player* player, void* window, int type, int width, int height) {
-    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
-        if (type != KELP_WINDOW_TYPE_QT_WINID && type != KELP_WINDOW_TYPE_SDL) {
-            return "there is no such type of window";
-        }
-        return unless(handle.player->addWindow(window, static_cast<kelp::WindowType>(type), width, height));
+    return carryOut(__func__, player, [&](kelp_player& handle) {
+        require(type == KELP_WINDOW_TYPE_QT_WINID || type == KELP_WINDOW_TYPE_SDL, "there is no such type of window");
+        return handle.player->addWindow(window, static_cast<kelp::WindowType>(type), width, height);
     });
 }
 
 int kelp_player_remove_window(kelp_player* player, void* window) {
-    return carryOut(__func__, player,
-                    [&](kelp_player& handle) -> Reason { return unless(handle.player->removeWindow(window)); });
+    return carryOut(__func__, player, [&](kelp_player& handle) { return handle.player->removeWindow(window); });
 }
 
 int kelp_player_pause_window(kelp_player* player, void* window, int pause) {
-    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
-        return unless(handle.player->pauseWindow(window, pause != 0));
-    });
+    return carryOut(__func__, player,
+                    [&](kelp_player& handle) { return handle.player->pauseWindow(window, pause != 0); });
 }
 
 kelp_frame_sink* kelp_frame_sink_create(const kelp_frame_sink_calls* calls) {
-    return made<kelp_frame_sink>(__func__, [&] {
-        kelp_frame_sink_calls known{};
-        if (!take(calls, known)) {
-            throw std::invalid_argument(kNoSize);
-        }
-        return std::make_unique<kelp_frame_sink>(known);
-    });
+    return made<kelp_frame_sink>(__func__, [&] { return std::make_unique<kelp_frame_sink>(needed(calls)); });
 }
 
 void kelp_frame_sink_destroy(kelp_frame_sink* sink) {

@@ -34,12 +34,9 @@ int kelp_log_get_level(void) {
 }
 
 int kelp_log_write(int level, const char* tag, const char* text) {
-    if (level < KELP_LOG_FATAL || !tag || !text) {
-        fail(nullptr, __func__, level < KELP_LOG_FATAL ? "there is no such level" : kNoText);
-        return 0;
-    }
     return guarded(__func__, nullptr, 0, [&] {
-        kelp::Log::Message(tag, level, "%s", text);
+        require(level >= KELP_LOG_FATAL, "there is no such level");
+        kelp::Log::Message(needed(tag), level, "%s", needed(text));
         return 1;
     });
 }

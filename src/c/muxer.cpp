@@ -30,32 +30,20 @@ kelp_muxer* kelp_muxer_create(void) {
 }
 
 void kelp_muxer_destroy(kelp_muxer* muxer) {
-    guarded(__func__, nullptr, 0, [&] {
-        delete muxer;
-        return 1;
-    });
+    delete muxer;
 }
 
 const char* kelp_muxer_last_error(const kelp_muxer* muxer) {
-    return muxer ? muxer->error.get() : threadError();
+    return errorText(muxer);
 }
 
 int kelp_muxer_set_option(kelp_muxer* muxer, const char* key, const char* value) {
-    return carryOut(__func__, muxer, [&](kelp_muxer& handle) -> Reason {
-        if (!key || !value) {
-            return kNoText;
-        }
-        handle.muxer.setOption(key, value);
-        return nullptr;
-    });
+    return carryOut(__func__, muxer, [&](kelp_muxer& handle) { handle.muxer.setOption(needed(key), needed(value)); });
 }
 
 int kelp_muxer_open(kelp_muxer* muxer, const char* path, const kelp_muxer_video* video, int64_t time_base) {
-    return carryOut(__func__, muxer, [&](kelp_muxer& handle) -> Reason {
-        kelp_muxer_video known{};
-        if (!path || !take(video, known)) {
-            return path ? kNoSize : kNoText;
-        }
+    return carryOut(__func__, muxer, [&](kelp_muxer& handle) {
+        const kelp_muxer_video known = needed(video);
         const auto info = std::make_shared<kelp::CodecInfo>();
         info->videoCodecType = static_cast<kelp::VideoCodecType>(known.codec);
         info->width = known.width;
@@ -67,28 +55,22 @@ int kelp_muxer_open(kelp_muxer* muxer, const char* path, const kelp_muxer_video*
                 throw std::bad_alloc();
             }
         }
-        return unless(handle.muxer.open(path, info, time_base));
+        return handle.muxer.open(needed(path), info, time_base);
     });
 }
 
 int kelp_muxer_output_frame(kelp_muxer* muxer, const uint8_t* data, unsigned int data_size, int64_t pts_us,
                             int is_key_frame) {
-    return carryOut(__func__, muxer, [&](kelp_muxer& handle) -> Reason {
+    return carryOut(__func__, muxer, [&](kelp_muxer& handle) {
         // It is copied there, and not written to.
-        return unless(handle.muxer.outputFrame(const_cast<uint8_t*>(data), data_size, pts_us, is_key_frame != 0));
+        return handle.muxer.outputFrame(const_cast<uint8_t*>(data), data_size, pts_us, is_key_frame != 0);
     });
 }
 
 int kelp_muxer_stop(kelp_muxer* muxer) {
-    return carryOut(__func__, muxer, [](kelp_muxer& handle) -> Reason {
-        handle.muxer.stop();
-        return nullptr;
-    });
+    return carryOut(__func__, muxer, [](kelp_muxer& handle) { handle.muxer.stop(); });
 }
 
 int kelp_muxer_close(kelp_muxer* muxer) {
-    return carryOut(__func__, muxer, [](kelp_muxer& handle) -> Reason {
-        handle.muxer.close();
-        return nullptr;
-    });
+    return carryOut(__func__, muxer, [](kelp_muxer& handle) { handle.muxer.close(); });
 }

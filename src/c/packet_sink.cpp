@@ -1,7 +1,5 @@
 #include "c/packet_sink.h"
 
-#include <stdexcept>
-#include <string>
 #include <vector>
 
 #include "c/player.h"
@@ -59,13 +57,8 @@ public:
             return;
         }
         guarded("on_streams", nullptr, 0, [&] {
-            std::vector<kelp_packet_stream> known;
-            known.reserve(streams.size());
-            std::vector<const kelp_packet_stream*> pointers;
-            for (const auto& stream : streams) {
-                pointers.push_back(&known.emplace_back(translated(stream)));
-            }
-            calls_.on_streams(calls_.user, pointers.data(), pointers.size());
+            const Translation<kelp_packet_stream> known(streams, translated);
+            calls_.on_streams(calls_.user, known.pointers.data(), known.pointers.size());
             return 1;
         });
     }
@@ -88,17 +81,8 @@ public:
         calls_.on_packet(calls_.user, &known);
     }
 
-    void onGap() override {
-        if (calls_.on_gap) {
-            calls_.on_gap(calls_.user);
-        }
-    }
-
-    void onEnd() override {
-        if (calls_.on_end) {
-            calls_.on_end(calls_.user);
-        }
-    }
+    void onGap() override { tell(calls_.on_gap, calls_.user); }
+    void onEnd() override { tell(calls_.on_end, calls_.user); }
 
 private:
     const kelp_packet_sink_calls calls_;
@@ -108,12 +92,8 @@ private:
 
 kelp_packet_sink* kelp_packet_sink_create(const kelp_packet_sink_calls* calls) {
     return made<kelp_packet_sink>(__func__, [&] {
-        kelp_packet_sink_calls known{};
-        if (!take(calls, known)) {
-            throw std::invalid_argument(kNoSize);
-        }
         auto handle = std::make_unique<kelp_packet_sink>();
-        handle->own = {new HostPackets(known),
+        handle->own = {new HostPackets(needed(calls)),
                        [](kelp::ExternPacketSink* sink) { delete static_cast<HostPackets*>(sink); }};
         handle->sink = handle->own.get();
         return handle;
@@ -129,33 +109,23 @@ void kelp_packet_sink_destroy(kelp_packet_sink* sink) {
 }
 
 int kelp_player_set_packet_sink(kelp_player* player, kelp_packet_sink* sink) {
-    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
-        handle.player->setPacketSink(sink ? sink->sink : nullptr);
-        return nullptr;
-    });
+    return carryOut(__func__, player,
+                    [&](kelp_player& handle) { handle.player->setPacketSink(sink ? sink->sink : nullptr); });
 }
 
 int kelp_packet_sink_put_streams(kelp_packet_sink* sink, const kelp_packet_stream* const* streams, size_t count) {
-    return carryOut(__func__, sink, [&](kelp_packet_sink& handle) -> Reason {
+    return carryOut(__func__, sink, [&](kelp_packet_sink& handle) {
         std::vector<kelp::PacketStream> given;
         for (size_t i = 0; i < count; ++i) {
-            kelp_packet_stream known{};
-            if (!streams || !take(streams[i], known)) {
-                return kNoSize;
-            }
-            given.push_back(translated(known));
+            given.push_back(translated(needed(streams ? streams[i] : nullptr)));
         }
         handle.sink->onStreams(given);
-        return nullptr;
     });
 }
 
 int kelp_packet_sink_put_packet(kelp_packet_sink* sink, const kelp_packet* packet) {
-    return carryOut(__func__, sink, [&](kelp_packet_sink& handle) -> Reason {
-        kelp_packet known{};
-        if (!take(packet, known)) {
-            return kNoSize;
-        }
+    return carryOut(__func__, sink, [&](kelp_packet_sink& handle) {
+        const kelp_packet known = needed(packet);
         kelp::Packet given;
         given.track = known.track;
         given.kind = static_cast<kelp::TrackKind>(known.kind);
@@ -167,20 +137,13 @@ int kelp_packet_sink_put_packet(kelp_packet_sink* sink, const kelp_packet* packe
         given.isKeyFrame = known.is_key_frame != 0;
         given.packet = known.packet;
         handle.sink->onPacket(given);
-        return nullptr;
     });
 }
 
 int kelp_packet_sink_put_gap(kelp_packet_sink* sink) {
-    return carryOut(__func__, sink, [](kelp_packet_sink& handle) -> Reason {
-        handle.sink->onGap();
-        return nullptr;
-    });
+    return carryOut(__func__, sink, [](kelp_packet_sink& handle) { handle.sink->onGap(); });
 }
 
 int kelp_packet_sink_put_end(kelp_packet_sink* sink) {
-    return carryOut(__func__, sink, [](kelp_packet_sink& handle) -> Reason {
-        handle.sink->onEnd();
-        return nullptr;
-    });
+    return carryOut(__func__, sink, [](kelp_packet_sink& handle) { handle.sink->onEnd(); });
 }

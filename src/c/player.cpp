@@ -1,7 +1,5 @@
 #include "c/player.h"
 
-#include <stdexcept>
-
 using namespace kelp::c;
 
 static_assert(same(KELP_FAILURE_STREAM, kelp::ERROR_TYPE_STREAM));
@@ -80,62 +78,53 @@ void kelp_player::onStallEnded() {
 }
 
 kelp_player* kelp_player_create(const kelp_player_events* events) {
-    return made<kelp_player>(__func__, [&] {
-        kelp_player_events known{};
-        if (events && !take(events, known)) {
-            throw std::invalid_argument(kNoSize);
-        }
-        return std::make_unique<kelp_player>(known);
-    });
+    return made<kelp_player>(__func__, [&] { return std::make_unique<kelp_player>(neededUnlessNull(events)); });
 }
 
 void kelp_player_destroy(kelp_player* player) {
-    guarded(__func__, nullptr, 0, [&] {
-        delete player;
-        return 1;
-    });
+    delete player;
 }
 
 const char* kelp_player_last_error(const kelp_player* player) {
-    return player ? player->error.get() : threadError();
+    return errorText(player);
 }
 
 int kelp_player_set_data_source(kelp_player* player, const char* url, int offset_ms) {
     return carryOut(__func__, player, [&](kelp_player& handle) {
-        return url ? unless(handle.player->setDataSource(url, offset_ms, handle.observer())) : kNoText;
+        return handle.player->setDataSource(needed(url), offset_ms, handle.observer());
     });
 }
 
 int kelp_player_prepare_async(kelp_player* player) {
-    return carryOut(__func__, player, [](kelp_player& handle) { return unless(handle.player->prepareAsync()); });
+    return carryOut(__func__, player, [](kelp_player& handle) { return handle.player->prepareAsync(); });
 }
 
 int kelp_player_start(kelp_player* player) {
-    return carryOut(__func__, player, [](kelp_player& handle) { return unless(handle.player->start()); });
+    return carryOut(__func__, player, [](kelp_player& handle) { return handle.player->start(); });
 }
 
 int kelp_player_pause(kelp_player* player) {
-    return carryOut(__func__, player, [](kelp_player& handle) { return unless(handle.player->pause()); });
+    return carryOut(__func__, player, [](kelp_player& handle) { return handle.player->pause(); });
 }
 
 int kelp_player_resume(kelp_player* player) {
-    return carryOut(__func__, player, [](kelp_player& handle) { return unless(handle.player->resume()); });
+    return carryOut(__func__, player, [](kelp_player& handle) { return handle.player->resume(); });
 }
 
 int kelp_player_seek(kelp_player* player, int time_ms) {
-    return carryOut(__func__, player, [&](kelp_player& handle) { return unless(handle.player->seek(time_ms)); });
+    return carryOut(__func__, player, [&](kelp_player& handle) { return handle.player->seek(time_ms); });
 }
 
 int kelp_player_step_frame(kelp_player* player, int pictures) {
-    return carryOut(__func__, player, [&](kelp_player& handle) { return unless(handle.player->stepFrame(pictures)); });
+    return carryOut(__func__, player, [&](kelp_player& handle) { return handle.player->stepFrame(pictures); });
 }
 
 int kelp_player_stop(kelp_player* player) {
-    return carryOut(__func__, player, [](kelp_player& handle) { return unless(handle.player->stop()); });
+    return carryOut(__func__, player, [](kelp_player& handle) { return handle.player->stop(); });
 }
 
 int kelp_player_reset(kelp_player* player) {
-    return carryOut(__func__, player, [](kelp_player& handle) { return unless(handle.player->reset()); });
+    return carryOut(__func__, player, [](kelp_player& handle) { return handle.player->reset(); });
 }
 
 int kelp_player_get_current_time(kelp_player* player) {
@@ -153,43 +142,37 @@ int64_t kelp_player_get_info(kelp_player* player, int info) {
 }
 
 int kelp_player_set_volume(kelp_player* player, float volume) {
-    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
-        return handle.player->setVolume(volume) ? nullptr : "there is no sound that plays";
+    return carryOut(__func__, player, [&](kelp_player& handle) {
+        require(handle.player->setVolume(volume), "there is no sound that plays");
     });
 }
 
 int kelp_player_set_speed(kelp_player* player, float speed) {
-    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
+    return carryOut(__func__, player, [&](kelp_player& handle) {
+        require(speed > 0, "the speed isn't above 0");
         handle.player->setSpeed(speed);
-        return nullptr;
     });
 }
 
 int kelp_player_enable_hw_decoder(kelp_player* player, int enable, int mode) {
-    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
+    return carryOut(__func__, player, [&](kelp_player& handle) {
+        require(mode >= KELP_HW_DECODE_NONE && mode <= KELP_HW_DECODE_ALL, "there is no such mode");
         handle.player->enableHwDecoder(enable != 0, static_cast<kelp::HwDecodeMode>(mode));
-        return nullptr;
     });
 }
 
 int kelp_player_set_sync_master(kelp_player* player, int master) {
-    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
+    return carryOut(__func__, player, [&](kelp_player& handle) {
+        require(master >= KELP_SYNC_MASTER_CLOCK && master <= KELP_SYNC_MASTER_VIDEO, "there is no such master");
         handle.player->setAVSyncMode(static_cast<kelp::SyncMasterMode>(master));
-        return nullptr;
     });
 }
 
 int kelp_player_take_snapshot(kelp_player* player, const char* path) {
-    return carryOut(__func__, player,
-                    [&](kelp_player& handle) { return path ? unless(handle.player->takeSnapshot(path)) : kNoText; });
+    return carryOut(__func__, player, [&](kelp_player& handle) { return handle.player->takeSnapshot(needed(path)); });
 }
 
 int kelp_player_set_option(kelp_player* player, const char* key, const char* value) {
-    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
-        if (!key || !value) {
-            return kNoText;
-        }
-        handle.player->setOption(key, value);
-        return nullptr;
-    });
+    return carryOut(__func__, player,
+                    [&](kelp_player& handle) { handle.player->setOption(needed(key), needed(value)); });
 }

@@ -32,9 +32,7 @@ private:
 
     template <typename... Parameters, typename... Arguments>
     void tell(void (*call)(void*, kelp_player*, Parameters...), Arguments... arguments) {
-        if (call) {
-            call(events_.user, this, arguments...);
-        }
+        kelp::c::tell(call, events_.user, this, arguments...);
     }
 
     const kelp_player_events events_;

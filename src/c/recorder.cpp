@@ -1,7 +1,5 @@
 #include "kelp_player/recorder.h"
 
-#include <stdexcept>
-
 #include "c/packet_sink.h"
 
 using namespace kelp::c;
@@ -16,29 +14,17 @@ struct kelp_recorder final : private kelp::RecorderObserver {
     kelp_packet_sink sink;
 
 private:
-    void onFileBegun(const std::string& path) override {
-        if (events_.on_file_begun) {
-            events_.on_file_begun(events_.user, path.c_str());
-        }
-    }
+    void onFileBegun(const std::string& path) override { tell(events_.on_file_begun, events_.user, path.c_str()); }
 
     void onFileEnded(const std::string& path, int64_t durationMs) override {
-        if (events_.on_file_ended) {
-            events_.on_file_ended(events_.user, path.c_str(), durationMs);
-        }
+        tell(events_.on_file_ended, events_.user, path.c_str(), durationMs);
     }
 
-    void onPacketsLost(int packets) override {
-        if (events_.on_packets_lost) {
-            events_.on_packets_lost(events_.user, packets);
-        }
-    }
+    void onPacketsLost(int packets) override { tell(events_.on_packets_lost, events_.user, packets); }
 
     void onRecordingFailed(const std::string& path, const std::string& reason) override {
         error.set("on_failed", reason.c_str());
-        if (events_.on_failed) {
-            events_.on_failed(events_.user, path.c_str(), reason.c_str());
-        }
+        tell(events_.on_failed, events_.user, path.c_str(), reason.c_str());
     }
 
     const kelp_recorder_events events_;
@@ -48,24 +34,15 @@ public:
 };
 
 kelp_recorder* kelp_recorder_create(const kelp_recorder_events* events) {
-    return made<kelp_recorder>(__func__, [&] {
-        kelp_recorder_events known{};
-        if (events && !take(events, known)) {
-            throw std::invalid_argument(kNoSize);
-        }
-        return std::make_unique<kelp_recorder>(known);
-    });
+    return made<kelp_recorder>(__func__, [&] { return std::make_unique<kelp_recorder>(neededUnlessNull(events)); });
 }
 
 void kelp_recorder_destroy(kelp_recorder* recorder) {
-    guarded(__func__, nullptr, 0, [&] {
-        delete recorder;
-        return 1;
-    });
+    delete recorder;
 }
 
 const char* kelp_recorder_last_error(const kelp_recorder* recorder) {
-    return recorder ? recorder->error.get() : threadError();
+    return errorText(recorder);
 }
 
 kelp_packet_sink* kelp_recorder_get_sink(kelp_recorder* recorder) {
@@ -74,26 +51,20 @@ kelp_packet_sink* kelp_recorder_get_sink(kelp_recorder* recorder) {
 }
 
 int kelp_recorder_start(kelp_recorder* recorder, const char* path, const kelp_recorder_limits* limits) {
-    return carryOut(__func__, recorder, [&](kelp_recorder& handle) -> Reason {
-        kelp_recorder_limits known{};
-        if (!path || (limits && !take(limits, known))) {
-            return path ? kNoSize : kNoText;
-        }
+    return carryOut(__func__, recorder, [&](kelp_recorder& handle) {
+        const kelp_recorder_limits known = neededUnlessNull(limits);
         kelp::RecorderLimits given;
         given.fileMs = known.file_ms;
         given.fileBytes = known.file_bytes;
         if (known.waiting_bytes != 0) {
             given.waitingBytes = known.waiting_bytes;
         }
-        return unless(handle.recorder.start(path, given));
+        return handle.recorder.start(needed(path), given);
     });
 }
 
 int kelp_recorder_stop(kelp_recorder* recorder) {
-    return carryOut(__func__, recorder, [](kelp_recorder& handle) -> Reason {
-        handle.recorder.stop();
-        return nullptr;
-    });
+    return carryOut(__func__, recorder, [](kelp_recorder& handle) { handle.recorder.stop(); });
 }
 
 int kelp_recorder_is_recording(const kelp_recorder* recorder) {

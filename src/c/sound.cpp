@@ -9,10 +9,7 @@ struct kelp_audio_devices {
 };
 
 int kelp_player_set_mute(kelp_player* player, int muted) {
-    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
-        handle.player->setMute(muted != 0);
-        return nullptr;
-    });
+    return carryOut(__func__, player, [&](kelp_player& handle) { handle.player->setMute(muted != 0); });
 }
 
 int kelp_player_is_muted(kelp_player* player) {

@@ -70,7 +70,6 @@ kelp_statistics translated(const kelp::Statistics& from) {
 }  // namespace
 
 int kelp_player_get_statistics(kelp_player* player, kelp_statistics* statistics) {
-    return carryOut(__func__, player, [&](kelp_player& handle) {
-        return fill(translated(handle.player->getStatistics()), statistics) ? nullptr : kNoSize;
-    });
+    return carryOut(__func__, player,
+                    [&](kelp_player& handle) { fill(translated(handle.player->getStatistics()), statistics); });
 }

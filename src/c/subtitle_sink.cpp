@@ -1,8 +1,5 @@
 #include "kelp_player/subtitle_sink.h"
 
-#include <algorithm>
-#include <stdexcept>
-
 #include "c/player.h"
 
 using namespace kelp::c;
@@ -32,22 +29,6 @@ kelp_subtitle_picture translated(const kelp::SubtitlePicture& from) {
     return to;
 }
 
-// Structs of the C interface, and what points at each.
-template <typename Struct>
-struct Translation {
-    template <typename Original>
-    explicit Translation(const std::vector<Original>& originals) {
-        for (const auto& original : originals) {
-            structs.push_back(translated(original));
-        }
-        for (const auto& known : structs) {
-            pointers.push_back(&known);
-        }
-    }
-    std::vector<Struct> structs;
-    std::vector<const Struct*> pointers;
-};
-
 }  // namespace
 
 // Hands what is to be seen to the host's callbacks.
@@ -60,8 +41,8 @@ private:
             return;
         }
         guarded("on_subtitles", nullptr, 0, [&] {
-            const Translation<kelp_subtitle_line> lines(subtitles.lines);
-            const Translation<kelp_subtitle_picture> pictures(subtitles.pictures);
+            const Translation<kelp_subtitle_line> lines(subtitles.lines, translated);
+            const Translation<kelp_subtitle_picture> pictures(subtitles.pictures, translated);
             kelp_subtitles known{};
             known.size = sizeof(known);
             known.time_ms = subtitles.timeMs;
@@ -77,9 +58,7 @@ private:
 
     kelp::SubtitlePictureSize pictureSize() override {
         kelp::SubtitlePictureSize size;
-        if (calls_.get_picture_size) {
-            calls_.get_picture_size(calls_.user, &size.width, &size.height);
-        }
+        tell(calls_.get_picture_size, calls_.user, &size.width, &size.height);
         return size;
     }
 
@@ -87,13 +66,7 @@ private:
 };
 
 kelp_subtitle_sink* kelp_subtitle_sink_create(const kelp_subtitle_sink_calls* calls) {
-    return made<kelp_subtitle_sink>(__func__, [&] {
-        kelp_subtitle_sink_calls known{};
-        if (!take(calls, known)) {
-            throw std::invalid_argument(kNoSize);
-        }
-        return std::make_unique<kelp_subtitle_sink>(known);
-    });
+    return made<kelp_subtitle_sink>(__func__, [&] { return std::make_unique<kelp_subtitle_sink>(needed(calls)); });
 }
 
 void kelp_subtitle_sink_destroy(kelp_subtitle_sink* sink) {
@@ -101,8 +74,5 @@ void kelp_subtitle_sink_destroy(kelp_subtitle_sink* sink) {
 }
 
 int kelp_player_set_subtitle_sink(kelp_player* player, kelp_subtitle_sink* sink) {
-    return carryOut(__func__, player, [&](kelp_player& handle) -> Reason {
-        handle.player->setSubtitleSink(sink);
-        return nullptr;
-    });
+    return carryOut(__func__, player, [&](kelp_player& handle) { handle.player->setSubtitleSink(sink); });
 }

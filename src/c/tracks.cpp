@@ -31,10 +31,8 @@ size_t kelp_tracks_count(const kelp_tracks* tracks) {
 }
 
 int kelp_tracks_get(const kelp_tracks* tracks, size_t index, kelp_track* track) {
-    return carryOut(__func__, tracks, [&](const kelp_tracks& handle) -> Reason {
-        if (index >= handle.list.size()) {
-            return "there aren't so many tracks";
-        }
+    return carryOut(__func__, tracks, [&](const kelp_tracks& handle) {
+        require(index < handle.list.size(), "there aren't so many tracks");
         const kelp::Track& source = handle.list[index];
         kelp_track known{};
         known.number = source.number;
@@ -51,12 +49,12 @@ int kelp_tracks_get(const kelp_tracks* tracks, size_t index, kelp_track* track) 
         known.sample_rate = source.sampleRate;
         known.channels = source.channels;
         known.frame_rate = source.frameRate;
-        return fill(known, track) ? nullptr : kNoSize;
+        fill(known, track);
     });
 }
 
 int kelp_player_select_track(kelp_player* player, int kind, int number) {
     return carryOut(__func__, player, [&](kelp_player& handle) {
-        return unless(handle.player->selectTrack(static_cast<kelp::TrackKind>(kind), number));
+        return handle.player->selectTrack(static_cast<kelp::TrackKind>(kind), number);
     });
 }

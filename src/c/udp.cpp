@@ -53,27 +53,21 @@ kelp_udp_receiver* kelp_udp_receiver_create(void (*call)(void* user, const uint8
 }
 
 void kelp_udp_receiver_destroy(kelp_udp_receiver* receiver) {
-    guarded(__func__, nullptr, 0, [&] {
-        delete receiver;
-        return 1;
-    });
+    delete receiver;
 }
 
 const char* kelp_udp_receiver_last_error(const kelp_udp_receiver* receiver) {
-    return receiver ? receiver->error.get() : threadError();
+    return errorText(receiver);
 }
 
 int kelp_udp_receiver_start(kelp_udp_receiver* receiver, uint16_t port) {
-    return carryOut(__func__, receiver, [&](kelp_udp_receiver& handle) -> Reason {
-        return handle.receiver->startReceiver(port) ? nullptr : "the port can't be had";
+    return carryOut(__func__, receiver, [&](kelp_udp_receiver& handle) {
+        require(handle.receiver->startReceiver(port), "the port can't be had");
     });
 }
 
 int kelp_udp_receiver_stop(kelp_udp_receiver* receiver) {
-    return carryOut(__func__, receiver, [](kelp_udp_receiver& handle) -> Reason {
-        handle.receiver->stopReceiver();
-        return nullptr;
-    });
+    return carryOut(__func__, receiver, [](kelp_udp_receiver& handle) { handle.receiver->stopReceiver(); });
 }
 
 kelp_udp_sender* kelp_udp_sender_create(void) {
@@ -85,33 +79,28 @@ void kelp_udp_sender_destroy(kelp_udp_sender* sender) {
 }
 
 const char* kelp_udp_sender_last_error(const kelp_udp_sender* sender) {
-    return sender ? sender->error.get() : threadError();
+    return errorText(sender);
 }
 
 int kelp_udp_sender_start(kelp_udp_sender* sender, const char* address, uint16_t port) {
-    return carryOut(__func__, sender, [&](kelp_udp_sender& handle) -> Reason {
-        if (!address) {
-            return kNoText;
-        }
+    return carryOut(__func__, sender, [&](kelp_udp_sender& handle) {
+        const char* const destination = needed(address);
         handle.sender.stopSender();
-        return handle.sender.startSender(address, port) ? nullptr : "there is no socket to be had";
+        require(handle.sender.startSender(destination, port), "there is no socket to be had");
     });
 }
 
 int kelp_udp_sender_send(kelp_udp_sender* sender, const uint8_t* data, int data_size) {
     return valueOf(__func__, sender, -1, [&](kelp_udp_sender& handle) {
-        const int sent = data ? handle.sender.send(data, data_size) : -1;
+        require(data, "the data is null");
+        const int sent = handle.sender.send(data, data_size);
         if (sent < 0) {
-            fail(&handle.error, "kelp_udp_sender_send",
-                 data ? std::generic_category().message(errno).c_str() : "the data is null");
+            throw std::runtime_error(std::generic_category().message(errno));
         }
         return sent;
     });
 }
 
 int kelp_udp_sender_stop(kelp_udp_sender* sender) {
-    return carryOut(__func__, sender, [](kelp_udp_sender& handle) -> Reason {
-        handle.sender.stopSender();
-        return nullptr;
-    });
+    return carryOut(__func__, sender, [](kelp_udp_sender& handle) { handle.sender.stopSender(); });
 }

@@ -1,7 +1,8 @@
 #include "runtime/error_line.h"
 
-#include <algorithm>
 #include <cstring>
+
+#include "runtime/utf8.h"
 
 namespace kelp {
 
@@ -13,9 +14,10 @@ thread_local char t_line[kSize] = {};
 }  // namespace
 
 void ErrorLine::note(const char* message) {
-    const size_t length = std::min(std::strcspn(message, "\n"), kSize - 1);
+    const size_t length = wholeCharacters(message, kSize - 1);
     std::memcpy(t_line, message, length);
     t_line[length] = '\0';
+    t_line[std::strcspn(t_line, "\n")] = '\0';
 }
 
 void ErrorLine::forget() {

@@ -1,6 +1,8 @@
 #include "check.h"
 
+#include <arpa/inet.h>
 #include <errno.h>
+#include <sys/socket.h>
 #include <time.h>
 
 void tally_add(tally* counted, int what) {
@@ -31,6 +33,18 @@ void tally_wait(tally* counted, int what, int count) {
         }
     }
     pthread_mutex_unlock(&counted->mutex);
+}
+
+int bound_socket(int type, uint32_t address, int shared, uint16_t* port) {
+    struct sockaddr_in bound = {.sin_family = AF_INET, .sin_addr = {.s_addr = htonl(address)}};
+    socklen_t length = sizeof(bound);
+    const int made = socket(AF_INET, type, 0);
+    CHECK(made >= 0);
+    CHECK(setsockopt(made, SOL_SOCKET, SO_REUSEADDR, &shared, sizeof(shared)) == 0);
+    CHECK(bind(made, (const struct sockaddr*)&bound, length) == 0);
+    CHECK(getsockname(made, (struct sockaddr*)&bound, &length) == 0);
+    *port = ntohs(bound.sin_port);
+    return made;
 }
 
 const char* path_in(const char* folder, const char* name) {

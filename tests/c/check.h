@@ -3,6 +3,7 @@
 #define KELP_TESTS_C_CHECK_H
 
 #include <pthread.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -32,6 +33,10 @@ void tally_add(tally* counted, int what);
 int tally_get(tally* counted, int what);
 /* Waits until `what` was counted `count` times; ends the test when that takes a minute. */
 void tally_wait(tally* counted, int what, int count);
+
+/* A socket of a type of sockets, and a port that the system has given it at an address of this machine. Others may
+   share the port if `shared` isn't 0. */
+int bound_socket(int type, uint32_t address, int shared, uint16_t* port);
 
 /* The folder of the media files, and one of the test's own, without a slash at the end. */
 extern const char* media_folder;

@@ -29,7 +29,6 @@ static int is_force_sync(void* user) {
 
 void clock_test(void) {
     slow_clock asked = {TALLY_INITIALIZER, 1000};
-    kelp_clock_calls calls;
     kelp_clock *own, *ready;
     playback it;
 
@@ -44,9 +43,7 @@ void clock_test(void) {
     CHECK(kelp_get_sample_correction_percent_max() == 20);
     kelp_set_sample_correction_percent_max(10);
 
-    memset(&calls, 0, sizeof(calls));
-    calls.size = sizeof(calls);
-    calls.user = &asked;
+    kelp_clock_calls calls = {.size = sizeof(calls), .user = &asked};
     CHECK(kelp_clock_create_own(&calls) == NULL && kelp_clock_create_own(NULL) == NULL);
     calls.get_time_ms = get_time_ms;
     calls.get_no_sync_threshold_ms = get_no_sync_threshold_ms;

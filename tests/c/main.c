@@ -25,6 +25,7 @@ static const struct {
     {"clock", clock_test},
     {"log", log_test},
     {"muxer", muxer_test},
+    {"sizes", sizes_test},
     {"snapshot", snapshot_test},
     {"step", step_test},
     {"stall", stall_test},

@@ -45,21 +45,16 @@ static void on_failed(void* user, kelp_player* player, int failure) {
 void muxer_test(void) {
     writing it = {TALLY_INITIALIZER, NULL, 0};
     const char* const path = path_in(scratch_folder, "muxed.mp4");
-    kelp_muxer_video video;
-    kelp_packet_sink_calls calls;
-    kelp_player_events events;
     kelp_packet_sink* sink;
     playback source;
     kelp_player* player;
+    kelp_muxer_video video = {
+        .codec = KELP_VIDEO_CODEC_HEVC, .width = 640, .height = 360, .pix_format = KELP_PIX_FMT_YUV420P};
     CHECK(it.muxer = kelp_muxer_create());
-    memset(&video, 0, sizeof(video));
-    video.codec = KELP_VIDEO_CODEC_HEVC;
-    video.width = 640;
-    video.height = 360;
-    video.pix_format = KELP_PIX_FMT_YUV420P;
     CHECK(kelp_muxer_set_option(it.muxer, "use_editlist", "0") == 1);
     CHECK(kelp_muxer_set_option(it.muxer, NULL, "0") == 0);
     CHECK(kelp_muxer_output_frame(it.muxer, (const uint8_t*)"x", 1, 0, 1) == 0);
+    CHECK(kelp_muxer_output_frame(it.muxer, NULL, 1, 0, 1) == 0);
     CHECK(strstr(kelp_muxer_last_error(it.muxer), "kelp_muxer_output_frame: "));
     CHECK(kelp_muxer_open(it.muxer, path, &video, 90000) == 0); /* no size */
     video.size = sizeof(video);
@@ -67,11 +62,7 @@ void muxer_test(void) {
     CHECK(kelp_muxer_open(it.muxer, "nothing it knows", &video, 90000) == 0);
     CHECK(kelp_muxer_open(it.muxer, path, &video, 90000) == 1);
 
-    memset(&calls, 0, sizeof(calls));
-    calls.size = sizeof(calls);
-    calls.user = &it;
-    calls.on_packet = on_packet;
-    calls.on_end = on_end;
+    const kelp_packet_sink_calls calls = {.size = sizeof(calls), .user = &it, .on_packet = on_packet, .on_end = on_end};
     CHECK(sink = kelp_packet_sink_create(&calls));
     playback_open(&source);
     CHECK(kelp_player_set_packet_sink(source.player, sink) == 1);
@@ -83,11 +74,8 @@ void muxer_test(void) {
     CHECK(kelp_muxer_stop(it.muxer) == 1 && kelp_muxer_close(it.muxer) == 1);
     kelp_muxer_destroy(it.muxer);
 
-    memset(&events, 0, sizeof(events));
-    events.size = sizeof(events);
-    events.user = &it;
-    events.on_prepared = on_prepared;
-    events.on_failed = on_failed;
+    const kelp_player_events events = {
+        .size = sizeof(events), .user = &it, .on_prepared = on_prepared, .on_failed = on_failed};
     CHECK(player = kelp_player_create(&events));
     CHECK(kelp_player_set_data_source(player, path, 0) == 1 && kelp_player_prepare_async(player) == 1);
     tally_wait(&it.told, READY, 1);

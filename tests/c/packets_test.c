@@ -44,15 +44,13 @@ static void on_end(void* user) {
 }
 
 static kelp_packet_sink* make_tee(tee* made) {
-    kelp_packet_sink_calls calls;
     kelp_packet_sink* sink;
-    memset(&calls, 0, sizeof(calls));
-    calls.size = sizeof(calls);
-    calls.user = made;
-    calls.on_streams = on_streams;
-    calls.on_packet = on_packet;
-    calls.on_gap = on_gap;
-    calls.on_end = on_end;
+    const kelp_packet_sink_calls calls = {.size = sizeof(calls),
+                                          .user = made,
+                                          .on_streams = on_streams,
+                                          .on_packet = on_packet,
+                                          .on_gap = on_gap,
+                                          .on_end = on_end};
     CHECK(sink = kelp_packet_sink_create(&calls));
     return sink;
 }
@@ -78,15 +76,13 @@ static void on_recording_failed(void* user, const char* path, const char* reason
 }
 
 static kelp_recorder* make_recorder(tally* told) {
-    kelp_recorder_events events;
     kelp_recorder* recorder;
-    memset(&events, 0, sizeof(events));
-    events.size = sizeof(events);
-    events.user = told;
-    events.on_file_begun = on_file_begun;
-    events.on_file_ended = on_file_ended;
-    events.on_packets_lost = on_packets_lost;
-    events.on_failed = on_recording_failed;
+    const kelp_recorder_events events = {.size = sizeof(events),
+                                         .user = told,
+                                         .on_file_begun = on_file_begun,
+                                         .on_file_ended = on_file_ended,
+                                         .on_packets_lost = on_packets_lost,
+                                         .on_failed = on_recording_failed};
     CHECK(recorder = kelp_recorder_create(&events));
     return recorder;
 }
@@ -105,14 +101,13 @@ void packets_test(void) {
     tee first = {TALLY_INITIALIZER, NULL}, second = {TALLY_INITIALIZER, NULL};
     tally told = TALLY_INITIALIZER;
     kelp_recorder* const recorder = make_recorder(&told);
-    kelp_recorder_limits limits;
     kelp_packet_sink *one, *two;
     playback it;
     second.next = kelp_recorder_get_sink(recorder);
     first.next = two = make_tee(&second);
     one = make_tee(&first);
 
-    memset(&limits, 0, sizeof(limits));
+    kelp_recorder_limits limits = {0};
     CHECK(kelp_recorder_start(recorder, path_in(scratch_folder, "recorded.mp4"), &limits) == 0); /* no size */
     limits.size = sizeof(limits);
     CHECK(kelp_recorder_start(recorder, path_in(scratch_folder, "recorded.xyz"), &limits) == 0);

@@ -72,31 +72,25 @@ static void on_frame(void* user, const kelp_frame* frame) {
 
 void playback_open(playback* opened) {
     const tally empty = TALLY_INITIALIZER;
-    kelp_player_events events;
-    kelp_frame_sink_calls calls;
     memset(opened, 0, sizeof(*opened));
     opened->told = empty;
 
-    memset(&events, 0, sizeof(events));
-    events.size = sizeof(events);
-    events.user = opened;
-    events.on_video_size = on_video_size;
-    events.on_prepared = on_prepared;
-    events.on_started = on_started;
-    events.on_failed = on_failed;
-    events.on_first_video_frame = on_first_video_frame;
-    events.on_first_audio_frame = on_first_audio_frame;
-    events.on_completed = on_completed;
-    events.on_duration_updated = on_duration_updated;
+    const kelp_player_events events = {.size = sizeof(events),
+                                       .user = opened,
+                                       .on_video_size = on_video_size,
+                                       .on_prepared = on_prepared,
+                                       .on_started = on_started,
+                                       .on_failed = on_failed,
+                                       .on_first_video_frame = on_first_video_frame,
+                                       .on_first_audio_frame = on_first_audio_frame,
+                                       .on_completed = on_completed,
+                                       .on_duration_updated = on_duration_updated};
     CHECK(opened->player = kelp_player_create(&events));
     CHECK(kelp_player_set_option(opened->player, "log_level", "none") == 1);
     CHECK(kelp_player_set_option(opened->player, "preset", "recommended") == 1);
 
-    memset(&calls, 0, sizeof(calls));
-    calls.size = sizeof(calls);
-    calls.user = opened;
-    calls.on_size = on_size;
-    calls.on_frame = on_frame;
+    const kelp_frame_sink_calls calls = {
+        .size = sizeof(calls), .user = opened, .on_size = on_size, .on_frame = on_frame};
     CHECK(opened->sink = kelp_frame_sink_create(&calls));
     CHECK(kelp_player_add_frame_sink(opened->player, opened->sink) == 1);
 }

@@ -12,13 +12,9 @@ static void count(void* user, const kelp_frame* frame) {
 void sinks_test(void) {
     playback it;
     tally second = TALLY_INITIALIZER;
-    kelp_frame_sink_calls calls;
     kelp_frame_sink* sink;
     int frames;
-    memset(&calls, 0, sizeof(calls));
-    calls.size = sizeof(calls);
-    calls.user = &second;
-    calls.on_frame = count;
+    const kelp_frame_sink_calls calls = {.size = sizeof(calls), .user = &second, .on_frame = count};
     CHECK(sink = kelp_frame_sink_create(&calls));
 
     playback_open(&it);

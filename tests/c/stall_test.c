@@ -77,32 +77,24 @@ static void on_stall_ended(void* user, kelp_player* player) {
 
 void stall_test(void) {
     slow_server server = {TALLY_INITIALIZER, -1, NULL};
-    struct sockaddr_in address;
-    socklen_t length = sizeof(address);
-    kelp_player_events events;
+    uint16_t port;
     pthread_t thread;
     char url[64];
-    memset(&address, 0, sizeof(address));
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    CHECK((server.listener = socket(AF_INET, SOCK_STREAM, 0)) >= 0);
-    CHECK(bind(server.listener, (const struct sockaddr*)&address, sizeof(address)) == 0);
-    CHECK(getsockname(server.listener, (struct sockaddr*)&address, &length) == 0);
+    server.listener = bound_socket(SOCK_STREAM, INADDR_LOOPBACK, 0, &port);
     CHECK(listen(server.listener, 4) == 0);
     CHECK(pthread_create(&thread, NULL, serve, &server) == 0);
 
-    memset(&events, 0, sizeof(events));
-    events.size = sizeof(events);
-    events.user = &server;
-    events.on_prepared = on_prepared;
-    events.on_completed = on_completed;
-    events.on_stalled = on_stalled;
-    events.on_buffering = on_buffering;
-    events.on_stall_ended = on_stall_ended;
+    const kelp_player_events events = {.size = sizeof(events),
+                                       .user = &server,
+                                       .on_prepared = on_prepared,
+                                       .on_completed = on_completed,
+                                       .on_stalled = on_stalled,
+                                       .on_buffering = on_buffering,
+                                       .on_stall_ended = on_stall_ended};
     CHECK(server.player = kelp_player_create(&events));
     CHECK(kelp_player_set_option(server.player, "log_level", "none") == 1);
     CHECK(kelp_player_set_option(server.player, "preset", "recommended") == 1);
-    snprintf(url, sizeof(url), "http://127.0.0.1:%d/film.ts", ntohs(address.sin_port));
+    snprintf(url, sizeof(url), "http://127.0.0.1:%d/film.ts", port);
     CHECK(kelp_player_set_data_source(server.player, url, 0) == 1);
     CHECK(kelp_player_prepare_async(server.player) == 1);
     tally_wait(&server.told, PLAYED, 1);

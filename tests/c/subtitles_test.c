@@ -37,7 +37,8 @@ void subtitles_test(void) {
     tally told = TALLY_INITIALIZER;
     const char* const text = path_in(scratch_folder, "film.srt");
     const char* const path = path_in(scratch_folder, "film.mkv");
-    kelp_subtitle_sink_calls calls;
+    kelp_subtitle_sink_calls calls = {
+        .user = &told, .on_subtitles = on_subtitles, .get_picture_size = get_picture_size};
     kelp_subtitle_sink* sink;
     playback it;
     char command[4096];
@@ -49,12 +50,8 @@ void subtitles_test(void) {
              path_in(media_folder, "small.mp4"), text, path);
     CHECK(system(command) == 0);
 
-    memset(&calls, 0, sizeof(calls));
     CHECK(kelp_subtitle_sink_create(NULL) == NULL && kelp_subtitle_sink_create(&calls) == NULL);
     calls.size = sizeof(calls);
-    calls.user = &told;
-    calls.on_subtitles = on_subtitles;
-    calls.get_picture_size = get_picture_size;
     CHECK(sink = kelp_subtitle_sink_create(&calls));
     playback_open(&it);
     CHECK(kelp_player_set_option(it.player, "subtitle_track", "2") == 1);

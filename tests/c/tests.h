@@ -15,6 +15,7 @@ void recorder_test(void);
 void clock_test(void);
 void log_test(void);
 void muxer_test(void);
+void sizes_test(void);
 void snapshot_test(void);
 void stall_test(void);
 void step_test(void);

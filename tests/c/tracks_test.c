@@ -6,7 +6,7 @@
 void tracks_test(void) {
     playback it;
     kelp_tracks* tracks;
-    kelp_track track;
+    kelp_track track = {0};
     struct {
         kelp_track known;
         char later[32];
@@ -26,10 +26,11 @@ void tracks_test(void) {
     tally_wait(&it.told, FIRST_AUDIO, 1);
     CHECK(kelp_player_select_track(it.player, KELP_TRACK_KIND_AUDIO, 1) == 1);
     CHECK(kelp_player_select_track(it.player, KELP_TRACK_KIND_AUDIO, 7) == 0);
+    CHECK(kelp_player_select_track(it.player, KELP_TRACK_KIND_OTHER, 1) == 0);
+    CHECK(kelp_player_select_track(it.player, 99, 1) == 0);
     CHECK(tracks = kelp_player_get_tracks(it.player));
     playback_close(&it); /* they stay */
     CHECK(kelp_tracks_count(tracks) == 2);
-    memset(&track, 0, sizeof(track));
     CHECK(kelp_tracks_get(tracks, 0, &track) == 0); /* without a size */
     track.size = sizeof(track);
     CHECK(kelp_tracks_get(tracks, 0, &track) == 1);
@@ -61,8 +62,7 @@ void tracks_test(void) {
 
 void statistics_test(void) {
     playback it;
-    kelp_statistics statistics;
-    memset(&statistics, 0, sizeof(statistics));
+    kelp_statistics statistics = {0};
     playback_open(&it);
     CHECK(kelp_player_get_statistics(it.player, &statistics) == 0);
     CHECK(kelp_player_get_statistics(it.player, NULL) == 0 && kelp_player_get_statistics(NULL, &statistics) == 0);

@@ -14,24 +14,10 @@ static void on_data(void* user, const uint8_t* data, int data_size) {
     tally_add(user, data_size == 5 && memcmp(data, "hello", 5) == 0 ? DATAGRAM : OTHER);
 }
 
-/* A port that the system has just given, and holds for `holder`, whose address others may share. */
-static uint16_t free_port(int* holder) {
-    struct sockaddr_in address;
-    socklen_t length = sizeof(address);
-    const int on = 1;
-    memset(&address, 0, sizeof(address));
-    address.sin_family = AF_INET;
-    CHECK((*holder = socket(AF_INET, SOCK_DGRAM, 0)) >= 0);
-    CHECK(setsockopt(*holder, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)) == 0);
-    CHECK(bind(*holder, (const struct sockaddr*)&address, sizeof(address)) == 0);
-    CHECK(getsockname(*holder, (struct sockaddr*)&address, &length) == 0);
-    return ntohs(address.sin_port);
-}
-
 void udp_test(void) {
     tally told = TALLY_INITIALIZER;
-    int holder;
-    const uint16_t port = free_port(&holder);
+    uint16_t port;
+    const int holder = bound_socket(SOCK_DGRAM, INADDR_ANY, 1, &port);
     kelp_udp_receiver* const receiver = kelp_udp_receiver_create(on_data, &told);
     kelp_udp_sender* const sender = kelp_udp_sender_create();
     CHECK(receiver && sender);
@@ -61,16 +47,11 @@ void udp_test(void) {
 
 /* A port that somebody holds for himself. */
 void udp_failure_test(void) {
-    struct sockaddr_in address;
-    socklen_t length = sizeof(address);
-    const int holder = socket(AF_INET, SOCK_DGRAM, 0);
+    uint16_t port;
+    const int holder = bound_socket(SOCK_DGRAM, INADDR_ANY, 0, &port);
     kelp_udp_receiver* const receiver = kelp_udp_receiver_create(NULL, NULL);
-    CHECK(receiver && holder >= 0);
-    memset(&address, 0, sizeof(address));
-    address.sin_family = AF_INET;
-    CHECK(bind(holder, (const struct sockaddr*)&address, sizeof(address)) == 0);
-    CHECK(getsockname(holder, (struct sockaddr*)&address, &length) == 0);
-    CHECK(kelp_udp_receiver_start(receiver, ntohs(address.sin_port)) == 0);
+    CHECK(receiver);
+    CHECK(kelp_udp_receiver_start(receiver, port) == 0);
     CHECK(strstr(kelp_udp_receiver_last_error(receiver), "the port can't be had"));
     kelp_udp_receiver_destroy(receiver);
     close(holder);

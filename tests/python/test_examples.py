@@ -1,5 +1,7 @@
 """The programs in examples/python, as somebody at a terminal uses them, on a screen of their own."""
 
+import concurrent.futures
+import contextlib
 import fcntl
 import os
 import pathlib
@@ -33,59 +35,92 @@ def run(name: str, *arguments: str) -> List[str]:
     return [line for line in text.splitlines() if "(Info)" not in line and "(ERROR)" not in line]
 
 
-@pytest.fixture
-def screen() -> Iterator[Dict[str, str]]:
-    """A screen without hardware, in whose environment a program draws with software."""
-    reader, writer = os.pipe()
-    # Two servers that look for a free display at the same time may each get a half of one.
-    with open("/tmp/.kelp_test_xvfb.lock", "a") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX)
-        words = ["setpriv", "--pdeathsig", "TERM", "Xvfb", "-displayfd", str(writer), "-screen", "0", "1400x900x24", "-nolisten", "tcp", "-noreset"]
-        server = subprocess.Popen(
-            words, pass_fds=[writer], env=TOOLS_ENVIRONMENT, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL
-        )
-        os.close(writer)
-        with os.fdopen(reader) as displays:
-            display = ":" + displays.readline().strip()
-    yield {"DISPLAY": display, "SDL_RENDER_DRIVER": "software", "SDL_FRAMEBUFFER_ACCELERATION": "0"}
-    server.terminate()
-    server.wait()
+class Screen:
+    """A screen without hardware, on which a program draws with software."""
+
+    def __init__(self) -> None:
+        reader, writer = os.pipe()
+        # Two servers that look for a free display at the same time may each get a half of one.
+        with open("/tmp/.kelp_test_xvfb.lock", "a") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
+            words = ["setpriv", "--pdeathsig", "TERM", "Xvfb", "-displayfd", str(writer), "-screen", "0", "1400x900x24", "-nolisten", "tcp", "-noreset"]
+            self._server = subprocess.Popen(
+                words, pass_fds=[writer], env=TOOLS_ENVIRONMENT, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL
+            )
+            os.close(writer)
+            with os.fdopen(reader) as displays:
+                self.display = ":" + displays.readline().strip()
+
+    def start(self, name: str, *arguments: str) -> "subprocess.Popen[str]":
+        drawing = {"SDL_RENDER_DRIVER": "software", "SDL_FRAMEBUFFER_ACCELERATION": "0"}
+        return start({"DISPLAY": self.display, **drawing}, name, *arguments)
+
+    def shows_bars(self, process: "subprocess.Popen[str]") -> bool:
+        """Whether the second of seven colour bars, a yellow one, is there before the program ends."""
+        end = time.monotonic() + LONG
+        while time.monotonic() < end and process.poll() is None:
+            pixels = tool("ffmpeg", "-v", "error", "-f", "x11grab", "-video_size", "1400x900", "-i", self.display,
+                          "-frames:v", "1", "-pix_fmt", "rgb24", "-f", "rawvideo", "-")  # fmt: skip
+            if re.search(rb"(?:[\xa0-\xd0][\xa0-\xd0][\x00-\x30]){20}", pixels[250 * 1400 * 3 : 252 * 1400 * 3]):
+                return True
+            time.sleep(0.1)
+        return False
+
+    def close(self) -> None:
+        self._server.terminate()
+        self._server.wait()
 
 
-def shows_bars(process: "subprocess.Popen[str]", display: str) -> bool:
-    """Whether the second of seven colour bars, a yellow one, is on the screen before the program ends."""
-    end = time.monotonic() + LONG
-    while time.monotonic() < end and process.poll() is None:
-        pixels = tool("ffmpeg", "-v", "error", "-f", "x11grab", "-video_size", "1400x900", "-i", display,
-                      "-frames:v", "1", "-pix_fmt", "rgb24", "-f", "rawvideo", "-")  # fmt: skip
-        yellow = re.findall(rb"(?:[\xa0-\xd0][\xa0-\xd0][\x00-\x30]){20}", pixels[250 * 1400 * 3 : 252 * 1400 * 3])
-        if yellow:
-            return True
-        time.sleep(0.1)
-    return False
+class Showing:
+    """A program that shows the colour bars, watched from its start on."""
+
+    def __init__(self, pool: concurrent.futures.Executor, name: str, *arguments: str) -> None:
+        self._screen = Screen()
+        self.process = self._screen.start(name, *arguments)
+        self.shows_bars = pool.submit(self._screen.shows_bars, self.process)
+
+    def ends(self) -> str:
+        """What it has written when it has ended by itself."""
+        text = self.process.communicate(timeout=2 * LONG)[0]
+        assert self.process.returncode == 0, text
+        return text
+
+    def close(self) -> None:
+        self.process.kill()
+        self.process.communicate()
+        self._screen.close()
 
 
-def test_the_shortest_host_shows_a_film_and_ends_with_it(screen: Dict[str, str]) -> None:
-    assert sum(map(bool, (EXAMPLES / "minimal.py").read_text().splitlines())) < 20
-    process = start(screen, "minimal.py", media("bars.mp4"))
-    assert shows_bars(process, screen["DISPLAY"])
-    text = process.communicate(timeout=2 * LONG)[0]
-    assert process.returncode == 0, text
+@pytest.fixture(scope="module")
+def recording(tmp_path_factory: pytest.TempPathFactory) -> pathlib.Path:
+    return tmp_path_factory.mktemp("camera") / "camera.mp4"
 
 
-def test_the_desktop_player_shows_a_film(screen: Dict[str, str]) -> None:
-    process = start(screen, "tk_player.py", media("bars.mp4"))
-    assert shows_bars(process, screen["DISPLAY"])
-    process.kill()
-    process.communicate()
+@pytest.fixture(scope="module")
+def showing(recording: pathlib.Path) -> Iterator[Dict[str, Showing]]:
+    """All programs with a window, at once, as each takes as long as the film."""
+    film = media("bars.mp4")
+    with concurrent.futures.ThreadPoolExecutor() as pool, contextlib.ExitStack() as stack:
+        programs = {}
+        for name, *more in (("minimal.py",), ("camera.py", str(recording)), ("tk_player.py",)):
+            programs[name] = Showing(pool, name, film, *more)
+            stack.callback(programs[name].close)
+        yield programs
 
 
-def test_the_camera_is_watched_and_recorded(screen: Dict[str, str], tmp_path: pathlib.Path) -> None:
-    path = tmp_path / "camera.mp4"
-    process = start(screen, "camera.py", media("bars.mp4"), str(path))
-    assert shows_bars(process, screen["DISPLAY"])
-    text = process.communicate(timeout=2 * LONG)[0]
-    assert process.returncode == 0 and f"{path}: 4.0 s" in text, text
+def test_the_shortest_host_shows_a_film_and_ends_with_it(showing: Dict[str, Showing]) -> None:
+    assert len((EXAMPLES / "minimal.py").read_text().splitlines()) < 20
+    assert showing["minimal.py"].shows_bars.result()
+    showing["minimal.py"].ends()
+
+
+def test_the_camera_is_watched_and_recorded(showing: Dict[str, Showing], recording: pathlib.Path) -> None:
+    assert showing["camera.py"].shows_bars.result()
+    assert f"{recording}: 4.0 s" in showing["camera.py"].ends()
+
+
+def test_the_desktop_player_shows_a_film(showing: Dict[str, Showing]) -> None:
+    assert showing["tk_player.py"].shows_bars.result()
 
 
 def test_thumbnails_become_a_picture(tmp_path: pathlib.Path) -> None:

@@ -1,12 +1,13 @@
 """Who ends what: the host, the collector, or the interpreter with its end."""
 
+import concurrent.futures
 import gc
 import os
 import pathlib
 import resource
 import threading
 import weakref
-from typing import Any, List, Optional
+from typing import Any, Dict, List, Optional, Tuple
 
 import kelp_player
 import pytest
@@ -267,11 +268,8 @@ def test_who_waits_is_told_of_the_end() -> None:
     assert [type(error) for error in raised] == [kelp_player.Closed]
 
 
-@pytest.mark.parametrize("end", ["pass", "sys.exit(0)", "raise SystemExit(0)", "del player; sys.exit(0)"])
-def test_an_interpreter_ends_while_a_player_plays(end: str) -> None:
-    code, text = python(
-        HEAD
-        + """
+ENDS = ["pass", "sys.exit(0)", "raise SystemExit(0)", "del player; sys.exit(0)"]
+PLAYING = """
 player = Player(sys.argv[1], preset="recommended", log_level="debug")
 lines = []
 set_log_callback(lines.append)
@@ -287,9 +285,19 @@ receiver = UdpReceiver(lambda data: None)
 player.play()
 player.wait_for(FirstVideoFrame, 60)
 """
-        + end,
-        media("numbers.mp4"),
-    )
+
+
+@pytest.fixture(scope="module")
+def ended() -> Dict[str, Tuple[int, str]]:
+    """Interpreters that have ended in mid-playback, each in its own way, all at once."""
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        runs = {end: pool.submit(python, HEAD + PLAYING + end, media("numbers.mp4")) for end in ENDS}
+    return {end: run.result() for end, run in runs.items()}
+
+
+@pytest.mark.parametrize("end", ENDS)
+def test_an_interpreter_ends_while_a_player_plays(end: str, ended: Dict[str, Tuple[int, str]]) -> None:
+    code, text = ended[end]
     assert (code, [line for line in text.splitlines() if "Error" in line or "rror:" in line]) == (0, []), text
 
 

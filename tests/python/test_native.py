@@ -2,6 +2,7 @@
 
 import ctypes
 import enum
+import inspect
 import re
 from typing import Any, Dict, List, Tuple
 
@@ -127,6 +128,20 @@ def test_enumerations_have_the_numbers_of_the_header() -> None:
             assert numbers[prefix + name] == member.value, prefix + name
     assert numbers["KELP_WINDOW_TYPE_QT_WINID"] == kelp_player.WindowType.NATIVE
     assert numbers["KELP_WINDOW_TYPE_SDL"] == kelp_player.WindowType.SDL
+
+
+def test_everything_public_says_what_it_is() -> None:
+    silent = []
+    for name in kelp_player.__all__:
+        public = getattr(kelp_player, name)
+        if not inspect.getdoc(public):
+            silent.append(name)
+        for member, value in vars(public).items() if inspect.isclass(public) else ():
+            if not member.startswith("_") and (inspect.isfunction(value) or isinstance(value, property)):
+                if not inspect.getdoc(getattr(public, member)):
+                    silent.append(f"{name}.{member}")
+    assert silent == []
+    assert kelp_player.__doc__
 
 
 def test_the_package_has_the_version_of_the_library() -> None:

@@ -1,10 +1,11 @@
 """What the tests of the Python package share."""
 
+import concurrent.futures
 import os
 import pathlib
 import subprocess
 import time
-from typing import Callable, Dict, List, Tuple
+from typing import Any, Callable, Dict, List, Optional, Tuple
 
 import pytest
 
@@ -67,6 +68,38 @@ def python(code: str, *arguments: str) -> Tuple[int, str]:
         timeout=2 * LONG,
     )
     return done.returncode, done.stdout.decode("utf-8", "replace")
+
+
+# What plays waits for most of the time, so the tests of a file with this mark run beside each other, but for those that
+# have a fixture. Nothing else runs meanwhile.
+_beside: "Dict[str, concurrent.futures.Future[None]]" = {}
+_pool = concurrent.futures.ThreadPoolExecutor(6)
+
+
+def pytest_configure(config: pytest.Config) -> None:
+    config.addinivalue_line("markers", "beside_each_other: run the tests that have no fixture at the same time")
+
+
+def pytest_collection_modifyitems(items: List[Any]) -> None:
+    items.sort(key=lambda item: not _is_beside(item))
+
+
+def pytest_collection_finish(session: Any) -> None:
+    for item in session.items:
+        if _is_beside(item):
+            _beside[item.nodeid] = _pool.submit(item.obj)
+
+
+def pytest_pyfunc_call(pyfuncitem: Any) -> Optional[bool]:
+    if pyfuncitem.nodeid in _beside:
+        _beside[pyfuncitem.nodeid].result()
+        return True
+    concurrent.futures.wait(_beside.values())
+    return None
+
+
+def _is_beside(item: Any) -> bool:
+    return bool(item.get_closest_marker("beside_each_other")) and not item.fixturenames
 
 
 @pytest.fixture

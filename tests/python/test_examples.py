@@ -8,7 +8,7 @@ import pathlib
 import re
 import subprocess
 import time
-from typing import Dict, Iterator, List
+from typing import Any, Dict, Iterator, List
 
 import pytest
 from conftest import LONG, PYTHON, ROOT, TOOLS_ENVIRONMENT, media, tool
@@ -92,17 +92,27 @@ class Showing:
 
 
 @pytest.fixture(scope="module")
-def recording(tmp_path_factory: pytest.TempPathFactory) -> pathlib.Path:
-    return tmp_path_factory.mktemp("camera") / "camera.mp4"
+def folder(tmp_path_factory: pytest.TempPathFactory) -> pathlib.Path:
+    return tmp_path_factory.mktemp("examples")
 
 
 @pytest.fixture(scope="module")
-def showing(recording: pathlib.Path) -> Iterator[Dict[str, Showing]]:
+def computed(folder: pathlib.Path) -> "Iterator[Dict[str, concurrent.futures.Future[List[str]]]]":
+    """The lines of the programs without a window, which run beside the others."""
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        yield {
+            "thumbnails.py": pool.submit(run, "thumbnails.py", media("small.mp4"), "4", str(folder / "sheet.png")),
+            "brightness.py": pool.submit(run, "brightness.py", media("short.mp4"), "200"),
+        }
+
+
+@pytest.fixture(scope="module")
+def showing(folder: pathlib.Path, computed: Any) -> Iterator[Dict[str, Showing]]:
     """All programs with a window, at once, as each takes as long as the film."""
     film = media("bars.mp4")
     with concurrent.futures.ThreadPoolExecutor() as pool, contextlib.ExitStack() as stack:
         programs = {}
-        for name, *more in (("minimal.py",), ("camera.py", str(recording)), ("tk_player.py",)):
+        for name, *more in (("minimal.py",), ("camera.py", str(folder / "camera.mp4")), ("tk_player.py",)):
             programs[name] = Showing(pool, name, film, *more)
             stack.callback(programs[name].close)
         yield programs
@@ -114,24 +124,23 @@ def test_the_shortest_host_shows_a_film_and_ends_with_it(showing: Dict[str, Show
     showing["minimal.py"].ends()
 
 
-def test_the_camera_is_watched_and_recorded(showing: Dict[str, Showing], recording: pathlib.Path) -> None:
+def test_the_camera_is_watched_and_recorded(showing: Dict[str, Showing], folder: pathlib.Path) -> None:
     assert showing["camera.py"].shows_bars.result()
-    assert f"{recording}: 4.0 s" in showing["camera.py"].ends()
+    assert f"{folder / 'camera.mp4'}: 4.0 s" in showing["camera.py"].ends()
 
 
 def test_the_desktop_player_shows_a_film(showing: Dict[str, Showing]) -> None:
     assert showing["tk_player.py"].shows_bars.result()
 
 
-def test_thumbnails_become_a_picture(tmp_path: pathlib.Path) -> None:
-    path = str(tmp_path / "sheet.png")
-    run("thumbnails.py", media("small.mp4"), "4", path)
+def test_thumbnails_become_a_picture(computed: Dict[str, Any], folder: pathlib.Path) -> None:
+    computed["thumbnails.py"].result()
     assert tool("ffprobe", "-v", "error", "-show_entries", "stream=codec_name,width,height", "-of", "csv=p=0",
-                path) == b"png,640,90\n"  # fmt: skip
+                str(folder / "sheet.png")) == b"png,640,90\n"  # fmt: skip
 
 
-def test_brightness_is_read_by_time_and_in_order() -> None:
-    lines = run("brightness.py", media("short.mp4"), "200")
+def test_brightness_is_read_by_time_and_in_order(computed: Dict[str, Any]) -> None:
+    lines = computed["brightness.py"].result()
     assert re.fullmatch(r" +0 ms +[\d.]+", lines[0])
     times = [int(line.split()[0]) for line in lines[1:]]
     assert times == list(range(240, 520, 40))

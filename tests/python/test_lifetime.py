@@ -222,23 +222,6 @@ def test_a_host_that_goes_with_its_callback_is_in_it_still() -> None:
     assert in_callbacks == [1] and _lifetime._thread.callbacks == 0
 
 
-def test_an_interpreter_ends_behind_an_object_that_another_thread_is_closing() -> None:
-    code, text = python(
-        HEAD
-        + """
-import threading
-from kelp_player import _lifetime
-class Owner: pass
-owner = Owner()
-native = _lifetime.Native(owner, 7, lambda handle: (time.sleep(0.5), os.write(1, b"gone")))
-threading.Thread(target=native.close, daemon=True).start()
-while not native.closed:
-    time.sleep(0.01)
-"""
-    )
-    assert (code, text) == (0, "gone")
-
-
 def test_an_object_that_is_dropped_is_ended_by_another_thread() -> None:
     class Owner:
         pass
@@ -268,7 +251,6 @@ def test_who_waits_is_told_of_the_end() -> None:
     assert [type(error) for error in raised] == [kelp_player.Closed]
 
 
-ENDS = ["pass", "sys.exit(0)", "raise SystemExit(0)", "del player; sys.exit(0)"]
 PLAYING = """
 player = Player(sys.argv[1], preset="recommended", log_level="debug")
 lines = []
@@ -285,41 +267,28 @@ receiver = UdpReceiver(lambda data: None)
 player.play()
 player.wait_for(FirstVideoFrame, 60)
 """
+ENDS = ["pass", "sys.exit(0)", "raise SystemExit(0)", "del player; sys.exit(0)"]
 
-
-@pytest.fixture(scope="module")
-def ended() -> Dict[str, Tuple[int, str]]:
-    """Interpreters that have ended in mid-playback, each in its own way, all at once."""
-    with concurrent.futures.ThreadPoolExecutor() as pool:
-        runs = {end: pool.submit(python, HEAD + PLAYING + end, media("numbers.mp4")) for end in ENDS}
-    return {end: run.result() for end, run in runs.items()}
-
-
-@pytest.mark.parametrize("end", ENDS)
-def test_an_interpreter_ends_while_a_player_plays(end: str, ended: Dict[str, Tuple[int, str]]) -> None:
-    code, text = ended[end]
-    assert (code, [line for line in text.splitlines() if "Error" in line or "rror:" in line]) == (0, []), text
-
-
-def test_an_interpreter_ends_while_a_reader_waits_for_its_host() -> None:
-    code, text = python(
-        HEAD
-        + """
+# Interpreters that end in the middle of something. The last argument is a file to be written.
+PROGRAMS = {
+    **{end: PLAYING + end for end in ENDS},
+    "closing": """
+import threading
+from kelp_player import _lifetime
+class Owner: pass
+owner = Owner()
+native = _lifetime.Native(owner, 7, lambda handle: (time.sleep(0.5), os.write(1, b"gone")))
+threading.Thread(target=native.close, daemon=True).start()
+while not native.closed:
+    time.sleep(0.01)
+""",
+    "reading": """
 film = FrameReader(sys.argv[1], timeout=60, log_level="none")
 next(film)
 while len(film._box._pictures) < 4:
     time.sleep(0.01)
 """,
-        media("numbers.mp4"),
-    )
-    assert code == 0 and "Error" not in text, text
-
-
-def test_a_recording_is_complete_when_the_interpreter_ends(tmp_path: pathlib.Path) -> None:
-    path = str(tmp_path / "film.mp4")
-    code, text = python(
-        HEAD
-        + """
+    "recording": """
 class Told(Recorder):
     def on_file_ended(self, path, duration_ms):
         print("complete:", path)
@@ -328,26 +297,53 @@ recorder = Told()
 player.set_recorder(recorder)
 recorder.start(sys.argv[2])
 player.play()
-player.wait_for(FirstVideoFrame, 60)
+player.wait_for(FirstVideoFrame, 60)  # the file isn't read to its end so soon
 """,
-        media("numbers.mp4"),  # which isn't read to its end so soon
-        path,
-    )
-    assert code == 0 and f"complete: {path}\n" in text, text
-    with kelp_player.FrameReader(path, timeout=LONG, log_level="none") as film:
-        assert film.duration_ms > 0
-        next(film)
-
-
-def test_an_interpreter_ends_with_an_exception_of_the_host() -> None:
-    code, text = python(
-        HEAD
-        + """
+    "raising": """
 player = Player(sys.argv[1], preset="recommended", log_level="none")
 player.play()
 for picture in player.frames():
     raise RuntimeError("the host's own")
 """,
-        media("numbers.mp4"),
-    )
+}
+
+
+@pytest.fixture(scope="module")
+def recording(tmp_path_factory: pytest.TempPathFactory) -> str:
+    return str(tmp_path_factory.mktemp("recording") / "film.mp4")
+
+
+@pytest.fixture(scope="module")
+def ended(recording: str) -> Dict[str, Tuple[int, str]]:
+    """The exit code and the words of each of these interpreters, which run at the same time."""
+    with concurrent.futures.ThreadPoolExecutor(4) as pool:
+        runs = [pool.submit(python, HEAD + code, media("numbers.mp4"), recording) for code in PROGRAMS.values()]
+    return {name: run.result() for name, run in zip(PROGRAMS, runs)}
+
+
+@pytest.mark.parametrize("end", ENDS)
+def test_an_interpreter_ends_while_a_player_plays(end: str, ended: Dict[str, Tuple[int, str]]) -> None:
+    code, text = ended[end]
+    assert (code, [line for line in text.splitlines() if "Error" in line or "rror:" in line]) == (0, []), text
+
+
+def test_an_interpreter_ends_behind_an_object_that_another_thread_is_closing(ended: Dict[str, Tuple[int, str]]) -> None:
+    assert ended["closing"] == (0, "gone")
+
+
+def test_an_interpreter_ends_while_a_reader_waits_for_its_host(ended: Dict[str, Tuple[int, str]]) -> None:
+    code, text = ended["reading"]
+    assert code == 0 and "Error" not in text, text
+
+
+def test_a_recording_is_complete_when_the_interpreter_ends(ended: Dict[str, Tuple[int, str]], recording: str) -> None:
+    code, text = ended["recording"]
+    assert code == 0 and f"complete: {recording}\n" in text, text
+    with kelp_player.FrameReader(recording, timeout=LONG, log_level="none") as film:
+        assert film.duration_ms > 0
+        next(film)
+
+
+def test_an_interpreter_ends_with_an_exception_of_the_host(ended: Dict[str, Tuple[int, str]]) -> None:
+    code, text = ended["raising"]
     assert code == 1 and "the host's own" in text and "Fatal" not in text

@@ -4,11 +4,14 @@ import socket
 import subprocess
 import threading
 from pathlib import Path
-from typing import Iterator, List
+from typing import List
 
 import pytest
 from conftest import LONG, PYTHON, ROOT, TOOLS_ENVIRONMENT, eventually, media
 from kelp_player import Event, Failed, FirstVideoFrame, Player, Stalled, StallEnded, Started
+
+
+pytestmark = pytest.mark.beside_each_other
 
 
 class Camera:
@@ -32,18 +35,17 @@ class Camera:
         self.process.kill()
         self.process.communicate()
 
+    def __enter__(self) -> "Camera":
+        return self
 
-@pytest.fixture
-def camera() -> Iterator[Camera]:
-    camera = Camera()
-    yield camera
-    camera.stop()
+    def __exit__(self, *_: object) -> None:
+        self.stop()
 
 
-def test_a_player_survives_the_loss_of_a_camera(camera: Camera) -> None:
+def test_a_player_survives_the_loss_of_a_camera() -> None:
     heard: List[Event] = []
     options = {"preset": "recommended", "log_level": "none", "timeout": 2000000, "retry_when_failed": 200}
-    with Player(f"rtsp://127.0.0.1:{camera.port}/h264", **options) as player:
+    with Camera() as camera, Player(f"rtsp://127.0.0.1:{camera.port}/h264", **options) as player:
         player.on(Event, heard.append)
         frames = player.frames(timeout=LONG)
         player.play()
@@ -81,6 +83,7 @@ def test_a_playback_that_stands_tells() -> None:
             heard: List[Event] = []
             player.on(Event, heard.append)
             player.on(Stalled, lambda _: stalled.set())
+            player.set_speed(4.0)
             player.play()
             player.wait(LONG)
             kinds = [type(event) for event in heard]

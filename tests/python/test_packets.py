@@ -23,6 +23,9 @@ from kelp_player import (
 )
 
 
+pytestmark = pytest.mark.beside_each_other
+
+
 class Collector(PacketSink):
     def __init__(self) -> None:
         self.streams: List[PacketStream] = []

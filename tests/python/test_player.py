@@ -32,6 +32,7 @@ from kelp_player import (
     sinks,
 )
 
+pytestmark = pytest.mark.beside_each_other
 Errors = Callable[[], List[str]]
 
 

@@ -415,6 +415,7 @@ public:
     //     "fit"                 "fill", "keep"                            at once
     //     "video_track", "audio_track", "subtitle_track"                  the next load
     //                           "auto", "none", or a number of `getTracks`
+    //     "subtitle_file"       "none", or a path or URL                  the next load
     //     "audio_device"        "default", or a name of `getAudioDevices` at once
     //
     // Any other key is an option of FFmpeg's demuxers and protocols and goes to the opens to come, unread; unknown ones

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <iterator>
+#include <string>
 #include <utility>
 
 namespace kelp {
@@ -27,6 +28,15 @@ bool readNumber(std::string_view value, int64_t& field) {
         return false;
     }
     field = number;
+    return true;
+}
+
+// Any text; the standard one is empty in the field.
+bool readName(std::string_view value, std::string_view standard, std::string& field) {
+    if (value.empty()) {
+        return false;
+    }
+    field = value == standard ? std::string_view() : value;
     return true;
 }
 
@@ -137,17 +147,17 @@ constexpr PlaybackOption kOptions[] = {
      "goes "
      "on",
      "at once",
-     [](std::string_view value, PlaybackOptions& options) {
-         if (value.empty()) {
-             return false;
-         }
-         options.audioDevice = value == "default" ? std::string_view() : value;
-         return true;
-     }},
+     [](std::string_view value, PlaybackOptions& options) { return readName(value, "default", options.audioDevice); }},
     {"subtitle_track", kTracks, nullptr,
-     "which subtitles windows and a subtitle sink show, by the number in `getTracks`; `auto` shows none, as `none`",
+     "which subtitles windows and a subtitle sink show, by the number in `getTracks`; `auto` shows none, unless there "
+     "is a `subtitle_file`",
      "next load",
      [](std::string_view value, PlaybackOptions& options) { return readTrack(value, options.subtitleTrack); }},
+    {"subtitle_file", "none, or a name of a file, a path or URL", nullptr,
+     "a file whose subtitles are tracks of the source as well, behind its own; `subtitle_track` as `auto` shows the "
+     "first of them",
+     "next load",
+     [](std::string_view value, PlaybackOptions& options) { return readName(value, "none", options.subtitleFile); }},
 };
 
 bool readPreset(std::string_view value, PlaybackOptions& options) {

@@ -141,7 +141,7 @@ struct StreamParserState {
     // Of changes of the tracks.
     std::shared_ptr<const CodecInfo> videoTrack_;  // for the packets; null until the first change
     std::shared_ptr<const CodecInfo> audioTrack_;
-    bool tracksChanged_ = false;
+    bool leavesOthersOut_ = false;  // packets of streams that nobody has chosen are no mistake
     int nextVideoIndex_ = -1;       // the video that waits for its key frame; -1 for none
     std::vector<HeldPacket> held_;  // its packets from there on, while the old one hasn't come as far
     std::map<int, std::unique_ptr<AVBSFContext, FreeLeftBsf>> leftBsfs_;  // of videos that were played, by their stream
@@ -181,6 +181,9 @@ public:
 
     // An option for the demuxer, for the opens to come. A later value for a key replaces the earlier one.
     void setOption(const char* key, const char* value);
+
+    // All of them by now, for what is opened beside the input.
+    OptionMap options();
 
     // What the host wants in another way than the standard one, for the opens to come. From the thread that opens.
     void setPlaybackOptions(const PlaybackOptions& options);

@@ -76,6 +76,11 @@ void StreamParser::setOption(const char* key, const char* value) {
     options_[key] = value;
 }
 
+OptionMap StreamParser::options() {
+    std::lock_guard lock(optionsMutex_);
+    return options_;
+}
+
 void StreamParser::setPlaybackOptions(const PlaybackOptions& options) {
     std::lock_guard lock(mutex_);
     playbackOptions_ = options;

@@ -53,7 +53,7 @@ bool StreamParser::selectStreams() {
     const int video = chooseStream(TRACK_KIND_VIDEO, playbackOptions_.videoTrack, -1);
     const int audio = chooseStream(TRACK_KIND_AUDIO, playbackOptions_.audioTrack, video);
     av_dump_format(formatContext_, 0, filePath_.c_str(), 0);
-    tellsSoundEnd_ = keepsSideData_ = playbackOptions_.allCodecs;
+    tellsSoundEnd_ = keepsSideData_ = leavesOthersOut_ = playbackOptions_.allCodecs;
     videoStreamIndex_ = findStream(video) ? video : -1;
     audioStreamIndex_ = findStream(audio) ? audio : -1;
     chooseSubtitle();

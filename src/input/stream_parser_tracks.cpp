@@ -108,7 +108,7 @@ void StreamParser::changeAudio(int number, GoBack goBack) {
     track->audioCodecType = audioCodecType_;
     track->audioParameters = compat::copyParameters(audioStream_);
     audioTrack_ = std::move(track);
-    tracksChanged_ = true;
+    leavesOthersOut_ = true;
     Log::Info(TAG, "track %d is the sound now\n", number);
     // A seek that waits brings its own place.
     if (goBack == GoBack::Allowed && observer_ && !seekAsked_.isPending()) {
@@ -153,10 +153,14 @@ void StreamParser::chooseSubtitle() {
     const bool isThere = static_cast<unsigned int>(wanted) < formatContext_->nb_streams;
     if (isThere && trackKindOf(*formatContext_->streams[wanted]) == TRACK_KIND_SUBTITLE &&
         isPlayable(*formatContext_->streams[wanted], playbackOptions_)) {
+        leavesOthersOut_ = true;
         takeSubtitle(wanted);
         return;
     }
-    Log::Warn(TAG, "%s %d is none that can be played, taking auto\n", "subtitle_track", wanted);
+    // Behind the source's own come those of another file.
+    if (isThere || playbackOptions_.subtitleFile.empty()) {
+        Log::Warn(TAG, "%s %d is none that can be played, taking auto\n", "subtitle_track", wanted);
+    }
 }
 
 void StreamParser::takeSubtitle(int number) {
@@ -175,7 +179,7 @@ void StreamParser::changeSubtitle(int number, GoBack goBack) {
     if (subtitleStreamIndex_ >= 0) {
         formatContext_->streams[subtitleStreamIndex_]->discard = AVDISCARD_ALL;
     }
-    tracksChanged_ = true;
+    leavesOthersOut_ = true;
     takeSubtitle(number);
     subtitles_->onSubtitleGap();
     if (number < 0) {
@@ -236,8 +240,8 @@ bool StreamParser::isForNobody(const AVPacket& packet) {
         }
         return isEarly;
     }
-    // What the demuxer has read of a track that was left since.
-    return tracksChanged_ && formatContext_->streams[packet.stream_index]->discard >= AVDISCARD_ALL;
+    // What the demuxer has read of a track that was left since, or before its choice.
+    return leavesOthersOut_ && formatContext_->streams[packet.stream_index]->discard >= AVDISCARD_ALL;
 }
 
 bool StreamParser::holdNextVideo(const AVPacket& packet) {
@@ -292,7 +296,7 @@ void StreamParser::takeNextVideo() {
     track->pixFormat = pixFormat_;
     track->videoParameters = compat::copyParameters(videoStream_);
     videoTrack_ = std::move(track);
-    tracksChanged_ = true;
+    leavesOthersOut_ = true;
     videoEnded_ = false;
     readAgain_.forget();
     lastKeyFramePts_ = -1;

@@ -53,7 +53,10 @@ void PlayTask::load(const std::string& fileName, int seekTime, const PlaybackOpt
     const auto streamInfo = streamParser_->getStreamInfo();
     const auto codecInfo = streamParser_->getCodecInfo();
     selectedTracks_.forget();
-    chooseSubtitle(*streamInfo);
+    chooseSubtitle(options, *streamInfo);
+    if (!options.subtitleFile.empty() && isStopping()) {
+        return;  // that may have taken long
+    }
     streamInfo_.store(streamInfo);
     codecInfo_.store(codecInfo);
     durationMs_ = streamInfo->duration;

@@ -207,8 +207,8 @@ private:
 
     // Why the track can't be selected; null if it can. seekRunMutex_ is held.
     const char* obstacleTo(TrackKind kind, int number);
-    // The subtitles that the load has chosen, if any.
-    void chooseSubtitle(const StreamInfo& streamInfo);
+    // Adds the tracks of a second file, and chooses the subtitles that the options ask for, if any.
+    void chooseSubtitle(const PlaybackOptions& options, StreamInfo& streamInfo);
     // Shows track `number`, or none; seekRunMutex_ is held.
     void selectSubtitle(int number);
 

@@ -1,7 +1,9 @@
 #include <algorithm>
+#include <utility>
 
 #include "kelp_player/log.h"
 #include "playtask/play_task.h"
+#include "subtitle/subtitle_file.h"
 
 // The tracks of the source: which there are, and the change to another one.
 
@@ -68,17 +70,41 @@ const char* PlayTask::obstacleTo(TrackKind kind, int number) {
     return nullptr;
 }
 
-void PlayTask::chooseSubtitle(const StreamInfo& streamInfo) {
-    const auto played = std::ranges::find_if(
-        streamInfo.tracks, [](const Track& track) { return track.kind == TRACK_KIND_SUBTITLE && track.isPlayed; });
-    if (played != streamInfo.tracks.end()) {
-        subtitles_->choose(played->number);
+void PlayTask::chooseSubtitle(const PlaybackOptions& options, StreamInfo& streamInfo) {
+    auto& tracks = streamInfo.tracks;
+    const int firstOfFile = static_cast<int>(tracks.size());
+    const bool hasFile = !options.subtitleFile.empty();
+    if (hasFile) {
+        auto file = SubtitleFile::read(options.subtitleFile, streamParser_->options(), firstOfFile,
+                                       [this] { return isStopping(); });
+        for (auto& [track, known] : file.entries) {
+            if (known) {
+                subtitles_->add(track.number, std::move(known));
+            }
+            tracks.push_back(std::move(track));
+        }
+    }
+    // Of the source's own the parser has taken one, or said why not.
+    int chosen = SubtitleTracks::kNone;
+    const int wanted = options.subtitleTrack;
+    for (const Track& track : tracks) {
+        const bool isOfFile = wanted != PlaybackOptions::kNoTrack && subtitles_->isWhole(track.number);
+        if (track.kind == TRACK_KIND_SUBTITLE &&
+            (track.isPlayed || (isOfFile && (chosen == SubtitleTracks::kNone || track.number == wanted)))) {
+            chosen = track.number;
+        }
+    }
+    if (hasFile && wanted >= firstOfFile && chosen != wanted) {
+        Log::Warn(kTag, "%s %d is none that can be played, taking auto\n", "subtitle_track", wanted);
+    }
+    if (chosen != SubtitleTracks::kNone) {
+        subtitles_->choose(chosen);
     }
 }
 
 void PlayTask::selectSubtitle(int number) {
     subtitles_->choose(number);
-    streamParser_->selectTrack(TRACK_KIND_SUBTITLE, number);
+    streamParser_->selectTrack(TRACK_KIND_SUBTITLE, subtitles_->isWhole(number) ? SubtitleTracks::kNone : number);
     if (number != SubtitleTracks::kNone) {
         subtitleScreen_->begin();
     }

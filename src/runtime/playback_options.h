@@ -33,6 +33,7 @@ struct PlaybackOptions {
     PictureFit fit = PictureFit::Fill;  // "fit": of the windows, at once
     std::string audioDevice{};          // "audio_device": a name; empty for the default one
     int subtitleTrack = kAutoTrack;
+    std::string subtitleFile{};  // "subtitle_file": a path or URL; empty for none
 
     bool operator==(const PlaybackOptions&) const = default;
 };

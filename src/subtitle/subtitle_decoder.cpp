@@ -80,18 +80,18 @@ void SubtitleDecoder::FreeContext::operator()(AVCodecContext* context) const {
     avcodec_free_context(&context);
 }
 
-SubtitleDecoder::SubtitleDecoder(Context context, int64_t originUs)
-    : context_(std::move(context)), originUs_(originUs) {
+SubtitleDecoder::SubtitleDecoder(Context context, int64_t originUs, std::string charset)
+    : context_(std::move(context)), originUs_(originUs), charset_(std::move(charset)) {
 }
 
 std::unique_ptr<SubtitleDecoder> SubtitleDecoder::open(const AVCodecParameters& parameters, AVRational timeBase,
-                                                       int64_t originUs) {
+                                                       int64_t originUs, std::string charset) {
     Context context = openContext(parameters, timeBase, nullptr);
     if (!context) {
         Log::Error(kTag, "%s, no decoder for %s can be opened\n", "open", avcodec_get_name(parameters.codec_id));
         return nullptr;
     }
-    return std::unique_ptr<SubtitleDecoder>(new SubtitleDecoder(std::move(context), originUs));
+    return std::unique_ptr<SubtitleDecoder>(new SubtitleDecoder(std::move(context), originUs, std::move(charset)));
 }
 
 SubtitleDecoder::Context SubtitleDecoder::openContext(const AVCodecParameters& parameters, AVRational timeBase,
@@ -165,11 +165,17 @@ bool SubtitleDecoder::changeCharset(const AVPacket& packet) {
     if (!parameters || avcodec_parameters_from_context(parameters.get(), context_.get()) < 0) {
         return false;
     }
-    Context recoding = openContext(*parameters, context_->pkt_timebase, kOldCharset);
+    const char* charset = charset_.empty() ? kOldCharset : charset_.c_str();
+    Context recoding = openContext(*parameters, context_->pkt_timebase, charset);
+    if (!recoding && charset != kOldCharset) {
+        Log::Warn(kTag, "%s, there is no charset %s\n", "decode", charset);
+        charset = kOldCharset;
+        recoding = openContext(*parameters, context_->pkt_timebase, charset);
+    }
     if (!recoding) {
         return false;
     }
-    Log::Info(kTag, "%s, the text isn't UTF-8 and is taken for %s\n", "decode", kOldCharset);
+    Log::Info(kTag, "%s, the text isn't UTF-8 and is taken for %s\n", "decode", charset);
     context_ = std::move(recoding);
     isRecoded_ = true;
     return true;

@@ -1,10 +1,12 @@
 #include "subtitle/subtitle_file.h"
 
+#include <chrono>
 #include <filesystem>
 #include <utility>
 
 #include "input/track_list.h"
 #include "kelp_player/log.h"
+#include "subtitle/bounded_file.h"
 #include "subtitle/subtitle_decoder.h"
 
 extern "C" {
@@ -17,8 +19,10 @@ namespace kelp {
 namespace {
 
 constexpr char kTag[] = "SubtitleFile";
-constexpr int64_t kMaxBytes = int64_t{64} << 20;  // of packets
-constexpr int kMaxFailures = 100;                 // in a row
+constexpr int64_t kMaxFileBytes = int64_t{256} << 20;
+constexpr int64_t kMaxPacketBytes = int64_t{64} << 20;  // of all
+constexpr int kMaxFailures = 100;                       // in a row
+constexpr std::chrono::seconds kLongest{10};            // the film waits so long for its subtitles
 
 struct CloseInput {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
@@ -33,19 +37,36 @@ int interrupt(void* isToGiveUp) {
     return (*static_cast<const std::function<bool()>*>(isToGiveUp))() ? 1 : 0;
 }
 
+// A pipe may keep a reader waiting where nobody can end that.
+bool isReadable(const std::string& path) {
+    std::error_code error;
+    const auto status = std::filesystem::status(path, error);
+    return !std::filesystem::exists(status) || std::filesystem::is_regular_file(status);
+}
+
 Input open(const std::string& path, const std::map<std::string, std::string>& options,
-           const std::function<bool()>& isToGiveUp) {
+           const std::function<bool()>& isToGiveUp, BoundedFile& file) {
+    if (!isReadable(path)) {
+        Log::Error(kTag, "%s, %s is no file\n", "read", path.c_str());
+        return nullptr;
+    }
     AVFormatContext* context = avformat_alloc_context();
     if (!context) {
         return nullptr;
     }
     context->interrupt_callback = {interrupt, const_cast<std::function<bool()>*>(&isToGiveUp)};
-    AVDictionary* entries = nullptr;
-    for (const auto& [key, value] : options) {
-        av_dict_set(&entries, key.c_str(), value.c_str(), 0);
+    int result = file.open(path, options, context->interrupt_callback);
+    if (result < 0) {
+        avformat_free_context(context);
+    } else {
+        AVDictionary* entries = nullptr;
+        for (const auto& [key, value] : options) {
+            av_dict_set(&entries, key.c_str(), value.c_str(), 0);
+        }
+        context->pb = file.io();
+        result = avformat_open_input(&context, path.c_str(), nullptr, &entries);  // frees the context where it fails
+        av_dict_free(&entries);
     }
-    int result = avformat_open_input(&context, path.c_str(), nullptr, &entries);  // frees the context where it fails
-    av_dict_free(&entries);
     Input input(result >= 0 ? context : nullptr);
     // What it is of is known by now, but of what is cut into streams while it is read.
     if (input && (input->ctx_flags & AVFMTCTX_NOHEADER) != 0) {
@@ -63,12 +84,17 @@ Input open(const std::string& path, const std::map<std::string, std::string>& op
 }  // namespace
 
 SubtitleFile SubtitleFile::read(const std::string& path, const std::map<std::string, std::string>& options,
-                                int firstNumber, const std::function<bool()>& isToGiveUp) {
+                                int firstNumber, const std::function<bool()>& isStopped) {
     SubtitleFile file;
-    const Input input = open(path, options, isToGiveUp);
+    const std::function<bool()> isToGiveUp = [&, end = std::chrono::steady_clock::now() + kLongest] {
+        return isStopped() || std::chrono::steady_clock::now() >= end;
+    };
+    BoundedFile bytes(kMaxFileBytes);  // outlives the input
+    const Input input = open(path, options, isToGiveUp, bytes);
     if (!input) {
         return file;
     }
+    const auto charset = options.find("sub_charenc");
     std::map<int, std::pair<std::unique_ptr<SubtitleDecoder>, std::shared_ptr<SubtitleTrack>>> readers;
     for (Track& track : listTracks(*input, {})) {
         AVStream& stream = *input->streams[track.number];
@@ -76,11 +102,13 @@ SubtitleFile SubtitleFile::read(const std::string& path, const std::map<std::str
             stream.discard = AVDISCARD_ALL;
             continue;
         }
-        auto decoder = SubtitleDecoder::open(*stream.codecpar, stream.time_base, 0);
+        auto decoder = SubtitleDecoder::open(*stream.codecpar, stream.time_base, 0,
+                                             charset != options.end() ? charset->second : std::string());
         std::shared_ptr<SubtitleTrack> known;
         if (decoder) {
-            known = std::make_shared<SubtitleTrack>(
-                SubtitleTrack::Head{decoder->isText(), decoder->isStyled(), decoder->script(), nullptr});
+            known = std::make_shared<SubtitleTrack>(SubtitleTrack::Head{decoder->isText(), decoder->isStyled(),
+                                                                        decoder->script(),
+                                                                        decoder->isText() ? fontsOf(*input) : nullptr});
             readers[track.number] = {std::move(decoder), known};
         }
         track.isPlayable = known != nullptr;
@@ -95,11 +123,11 @@ SubtitleFile SubtitleFile::read(const std::string& path, const std::map<std::str
         return file;
     }
     const std::unique_ptr<AVPacket, FreePacket> packet(av_packet_alloc());
-    int64_t bytes = 0;
+    int64_t packetBytes = 0;
     int failures = 0;
-    while (packet && bytes < kMaxBytes && failures < kMaxFailures && !isToGiveUp()) {
+    while (packet && packetBytes < kMaxPacketBytes && failures < kMaxFailures && !isToGiveUp()) {
         const int result = av_read_frame(input.get(), packet.get());
-        if (result == AVERROR_EOF) {
+        if (result == AVERROR_EOF && !bytes.isCut()) {
             return file;
         }
         if (result < 0) {
@@ -107,7 +135,7 @@ SubtitleFile SubtitleFile::read(const std::string& path, const std::map<std::str
             continue;
         }
         failures = 0;
-        bytes += packet->size;
+        packetBytes += packet->size;
         if (const auto reader = readers.find(packet->stream_index); reader != readers.end()) {
             for (SubtitleEvent& event : reader->second.first->decode(*packet)) {
                 reader->second.second->add(std::move(event));

@@ -19,10 +19,11 @@ struct SubtitleFile {
     };
     std::vector<Entry> entries;
 
-    // Reads `path`, a path or URL, with `options` for the demuxer, until `isToGiveUp` holds; numbers its tracks from
-    // `firstNumber` on. Without any where it can't be read, and an Error line says why.
+    // Reads `path`, a path or URL, with `options` for protocol and demuxer, until `isStopped` holds or 10 s are over;
+    // numbers its tracks from `firstNumber` on. Text that isn't UTF-8 is in the charset of the option "sub_charenc".
+    // Without any track where it can't be read, and an Error line says why.
     static SubtitleFile read(const std::string& path, const std::map<std::string, std::string>& options,
-                             int firstNumber, const std::function<bool()>& isToGiveUp);
+                             int firstNumber, const std::function<bool()>& isStopped);
 };
 
 }  // namespace kelp

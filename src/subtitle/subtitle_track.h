@@ -10,15 +10,9 @@
 #include <vector>
 
 #include "subtitle/subtitle_event.h"
+#include "subtitle/subtitle_fonts.h"
 
 namespace kelp {
-
-// A font that came with a film.
-struct SubtitleFont {
-    std::string name;  // of the file
-    std::vector<char> data;
-};
-using SubtitleFonts = std::vector<SubtitleFont>;
 
 // What is known of one track of subtitles: its events in time, as many as fit into its memory. What is known stays
 // known, so it is there again after a seek back. Any thread.

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "kelp_player/log.h"
+#include "subtitle/subtitle_fonts.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -10,40 +10,6 @@ extern "C" {
 }
 
 namespace kelp {
-
-namespace {
-
-constexpr size_t kMaxFontBytes = size_t{64} << 20;  // of all fonts of a film
-
-bool isFont(const AVStream& stream) {
-    const AVCodecParameters& parameters = *stream.codecpar;
-    return parameters.codec_type == AVMEDIA_TYPE_ATTACHMENT && parameters.extradata_size > 0 &&
-           (parameters.codec_id == AV_CODEC_ID_TTF || parameters.codec_id == AV_CODEC_ID_OTF);
-}
-
-// Those that are attached to the film; null if there are none.
-std::shared_ptr<const SubtitleFonts> fontsOf(const AVFormatContext& input) {
-    auto fonts = std::make_shared<SubtitleFonts>();
-    size_t bytes = 0;
-    for (unsigned int i = 0; i < input.nb_streams; ++i) {
-        const AVStream& stream = *input.streams[i];
-        if (!isFont(stream)) {
-            continue;
-        }
-        const auto* const begin = reinterpret_cast<const char*>(stream.codecpar->extradata);
-        const auto size = static_cast<size_t>(stream.codecpar->extradata_size);
-        bytes += size;
-        if (bytes > kMaxFontBytes) {
-            Log::Warn("SubtitleTracks", "%s, the film's fonts are too large, some are left out\n", "fontsOf");
-            break;
-        }
-        const AVDictionaryEntry* const name = av_dict_get(stream.metadata, "filename", nullptr, 0);
-        fonts->push_back({name ? name->value : "font", {begin, begin + size}});
-    }
-    return fonts->empty() ? nullptr : fonts;
-}
-
-}  // namespace
 
 void SubtitleTracks::onSubtitleStream(const AVFormatContext& input, const AVStream& stream, int64_t originUs) {
     reading_ = nullptr;
@@ -85,6 +51,12 @@ void SubtitleTracks::choose(int number) {
 void SubtitleTracks::add(int number, std::shared_ptr<SubtitleTrack> track) {
     std::lock_guard lock(mutex_);
     tracks_[number] = std::move(track);
+    whole_.insert(number);
+}
+
+bool SubtitleTracks::isWhole(int number) const {
+    std::lock_guard lock(mutex_);
+    return whole_.contains(number);
 }
 
 std::shared_ptr<const SubtitleTrack> SubtitleTracks::current() const {
@@ -104,6 +76,7 @@ void SubtitleTracks::forget() {
     reading_ = nullptr;
     std::lock_guard lock(mutex_);
     tracks_.clear();
+    whole_.clear();
 }
 
 }  // namespace kelp

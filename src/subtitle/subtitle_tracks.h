@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 
 #include "input/subtitle_taker.h"
 #include "subtitle/subtitle_decoder.h"
@@ -25,7 +26,7 @@ public:
     void onSubtitlePacket(const AVPacket& packet) override;
     void onSubtitleGap() override;
 
-    // A track that is known whole.
+    // A track that is known whole, and that the parser doesn't know.
     void add(int number, std::shared_ptr<SubtitleTrack> track);
 
     // Shows track `number` from now on, once something of it was read.
@@ -33,6 +34,9 @@ public:
     int chosen() const { return chosen_; }
     // Whether one was chosen since the source was opened.
     bool isAny() const { return isAny_; }
+
+    // Whether `add` has brought it.
+    bool isWhole(int number) const;
 
     // The one that is shown; null if there is none.
     std::shared_ptr<const SubtitleTrack> current() const;
@@ -45,6 +49,7 @@ private:
     std::atomic<bool> isAny_{false};
     mutable std::mutex mutex_;                              // a leaf; guards the tracks
     std::map<int, std::shared_ptr<SubtitleTrack>> tracks_;  // by their numbers
+    std::set<int> whole_;                                   // likewise
 
     // The parser's.
     std::unique_ptr<SubtitleDecoder> decoder_;

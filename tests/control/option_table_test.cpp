@@ -87,6 +87,17 @@ TEST(OptionTable, TakesTheNumberOfATrack) {
     EXPECT_EQ(options.audioTrack, PlaybackOptions::kNoTrack);
 }
 
+TEST(OptionTable, TakesAnyNameOfASubtitleFile) {
+    PlaybackOptions options;
+    const auto* const file = findPlaybackOption("subtitle_file");
+    EXPECT_TRUE(file->read("/films/a film, of 2.srt", options));
+    EXPECT_EQ(options.subtitleFile, "/films/a film, of 2.srt");
+    EXPECT_FALSE(file->read("", options));
+    EXPECT_EQ(options.subtitleFile, "/films/a film, of 2.srt");
+    EXPECT_TRUE(file->read("none", options));
+    EXPECT_EQ(options.subtitleFile, "");
+}
+
 TEST(OptionTable, TakesAnyNameOfASoundDevice) {
     PlaybackOptions options;
     const auto* const device = findPlaybackOption("audio_device");

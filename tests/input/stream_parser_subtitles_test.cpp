@@ -82,12 +82,50 @@ TEST_F(StreamParserSubtitles, GoToTheirTakerAndNowhereElse) {
     EXPECT_THAT(logLines("unknown stream"), IsEmpty());
 }
 
+// A demuxer has read some of each stream before it is told which are wanted.
+TEST_F(StreamParserSubtitles, OfOtherTracksAreLeftOut) {
+    openWith(3);
+    script.key(0);
+    subtitle(700, 2);
+    subtitle(700, 3);
+    runScript();
+    EXPECT_THAT(subtitles->calls, ElementsAre("stream 3 0", "packet 700"));
+    EXPECT_THAT(logLines("unknown stream"), IsEmpty());
+}
+
+TEST_F(StreamParserSubtitles, AreLeftOutWithoutAWordWhereAllCodecsArePlayed) {
+    for (const bool playsAll : {false, true}) {
+        parser->setPlaybackOptions({.allCodecs = playsAll});
+        input.install();
+        ASSERT_TRUE(parser->open("input", 0));
+        script.key(0);
+        subtitle(700, 2);
+        runScript();
+        EXPECT_EQ(logLines("unknown stream").size(), playsAll ? 0U : 1U);
+        parser->close();
+        log.clear();
+    }
+    EXPECT_THAT(subtitles->calls, IsEmpty());
+}
+
 TEST_F(StreamParserSubtitles, AreNoneWhereTheTrackCantBeShown) {
     for (const int wrong : {0, 1, 4, 5, 1'000'000}) {
         openWith(wrong);
         EXPECT_THAT(played(), ElementsAre(0, 1)) << wrong;
         EXPECT_THAT(logLines("_track"), ElementsAre("subtitle_track " + std::to_string(wrong) +
                                                     " is none that can be played, taking auto\n"));
+        parser->close();
+        log.clear();
+    }
+    EXPECT_THAT(subtitles->calls, IsEmpty());
+}
+
+TEST_F(StreamParserSubtitles, MayBeOfAnotherFileBehindTheOwnTracks) {
+    for (const int wanted : {0, 4, 5, 1'000'000}) {
+        parser->setPlaybackOptions({.subtitleTrack = wanted, .subtitleFile = "beside.srt"});
+        input.install();
+        ASSERT_TRUE(parser->open("input", 0));
+        EXPECT_EQ(logLines("_track").size(), wanted < 5 ? 1U : 0U) << wanted;
         parser->close();
         log.clear();
     }

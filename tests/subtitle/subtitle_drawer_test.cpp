@@ -5,9 +5,17 @@
 
 #include <cmath>
 #include <cstdarg>
+#include <cstdio>
+#include <iterator>
 
+#include "subtitle/picture_subtitles.h"
 #include "subtitle/subtitle_files.h"
+#include "subtitle/subtitle_tracks.h"
 #include "support/log_capture.h"
+
+extern "C" {
+#include <libavformat/avformat.h>
+}
 
 namespace kelp::test {
 namespace {
@@ -97,6 +105,37 @@ double farthest(const std::vector<Pixel>& one, const std::vector<Pixel>& other) 
     return most;
 }
 
+// What the ffmpeg command draws over a gray film, in one of its pictures.
+std::vector<Pixel> drawnByCommand(const std::string& inputs, const std::string& graph, double atSeconds, int width,
+                                  int height) {
+    const std::string raw = subtitlePath("reference.rgb");
+    const std::string size = std::to_string(width) + "x" + std::to_string(height);
+    const std::string command = "ffmpeg -nostdin -loglevel error -y -f lavfi -i color=c=0x646464:size=" + size +
+                                ":rate=10:duration=12,format=rgb24 " + inputs + " -filter_complex \"" + graph +
+                                "\" -map '[out]' -ss " + std::to_string(atSeconds) +
+                                " -frames:v 1 -f rawvideo -pix_fmt rgb24 '" + raw + "'";
+    EXPECT_EQ(std::system(command.c_str()), 0) << command;
+    std::ifstream in(raw, std::ios::binary);
+    const std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
+    std::vector<Pixel> screen(static_cast<size_t>(width * height));
+    EXPECT_EQ(bytes.size(), screen.size() * 3);
+    for (size_t i = 0; i < screen.size() && i * 3 + 2 < bytes.size(); ++i) {
+        const auto color = [&](size_t at) { return static_cast<double>(static_cast<uint8_t>(bytes[i * 3 + at])); };
+        screen[i] = {color(0), color(1), color(2)};
+    }
+    return screen;
+}
+
+// Of all colours of all pixels.
+double meanDistance(const std::vector<Pixel>& one, const std::vector<Pixel>& other) {
+    double sum = 0;
+    for (size_t i = 0; i < one.size() && i < other.size(); ++i) {
+        sum += std::abs(one[i].red - other[i].red) + std::abs(one[i].green - other[i].green) +
+               std::abs(one[i].blue - other[i].blue);
+    }
+    return one.size() == other.size() ? sum / static_cast<double>(one.size() * 3) : 1000;
+}
+
 std::string script() {
     return std::string(kScript) +
            "Dialogue: 0,0:00:01.00,0:00:05.00,Default,,0,0,0,,Below {\\i1}slanted{\\i0} and {\\b1}bold\n"
@@ -124,6 +163,132 @@ TEST(SubtitleDrawer, DrawsTextAsLibassDoes) {
                 << timeMs << " ms, " << width << "x" << height;
         }
     }
+}
+
+TEST(SubtitleDrawer, DrawsTextAsTheFfmpegCommandDoes) {
+    const auto path = writeFile("reference.ass", script());
+    const auto track = readTrack(path);
+    ASSERT_TRUE(track);
+    for (const double atSeconds : {1.2, 2.5, 8.0}) {
+        SubtitleDrawer drawer;
+        const auto drawn =
+            seen(drawer.draw(track, static_cast<int64_t>(atSeconds * 1000), {640, 360, 640, 360}), 640, 360);
+        const auto wanted = drawnByCommand("", "[0:v]subtitles=" + path + "[out]", atSeconds, 640, 360);
+        // It has its own way to lay an edge over a picture.
+        const double whole = meanDistance(seen(nullptr, 640, 360), wanted);
+        EXPECT_GT(whole, 0.5) << atSeconds << ": there is something to see";
+        EXPECT_LE(meanDistance(drawn, wanted), whole / 10) << atSeconds;
+    }
+}
+
+class DrawnPictures : public testing::TestWithParam<AVCodecID> {};
+
+TEST_P(DrawnPictures, LieWhereTheFfmpegCommandLaysThem) {
+    const std::string name = avcodec_get_name(GetParam());
+    const std::vector<PictureSubtitle> subtitles = {{1000, 3000, 100, 400, 64, 32}, {4000, 5000, 200, 40, 32, 16}};
+    const bool isPgs = GetParam() == AV_CODEC_ID_HDMV_PGS_SUBTITLE;
+    const auto path = subtitlePath(name + (isPgs ? ".sup" : ".mkv"));
+    if (isPgs) {
+        writePgsSubtitles(path, subtitles);
+    } else {
+        writePictureSubtitles(path, GetParam(), subtitles);
+    }
+    const auto track = readTrack(path);
+    ASSERT_TRUE(track);
+    constexpr SubtitleScreenSize kScreen{kPictureCanvasWidth, kPictureCanvasHeight, 0, 0};
+    for (const double atSeconds : {2.0, 3.5, 4.5}) {
+        const auto drawn = seen(SubtitleDrawer().draw(track, static_cast<int64_t>(atSeconds * 1000), kScreen),
+                                kScreen.width, kScreen.height);
+        const auto wanted =
+            // It takes the first time of a file for 0.
+            drawnByCommand(std::string(isPgs ? "-itsoffset 1 " : "") + "-canvas_size 720x576 -i '" + path + "'",
+                           "[1:s]format=rgba[over];[0:v][over]overlay=format=rgb:eof_action=pass,format=rgb24[out]",
+                           atSeconds, kScreen.width, kScreen.height);
+        EXPECT_LE(farthest(drawn, wanted), 4) << atSeconds;
+        const bool isAny = meanDistance(seen(nullptr, kScreen.width, kScreen.height), wanted) > 0.01;
+        EXPECT_EQ(isAny, atSeconds != 3.5) << atSeconds;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(OfEachForm, DrawnPictures,
+                         testing::Values(AV_CODEC_ID_DVD_SUBTITLE, AV_CODEC_ID_DVB_SUBTITLE,
+                                         AV_CODEC_ID_HDMV_PGS_SUBTITLE),
+                         [](const auto& of) { return std::string(avcodec_get_name(of.param)); });
+
+// A font of this system under a name that it doesn't have here, so that it comes from the film or not at all.
+std::string writeUnknownFont() {
+    std::string path;
+    if (FILE* const answer = popen("fc-match -f '%{file}' 'DejaVu Serif:bold'", "r")) {
+        char text[500] = {};
+        path = std::fgets(text, sizeof(text), answer) ? text : "";
+        pclose(answer);
+    }
+    std::ifstream in(path, std::ios::binary);
+    std::string font((std::istreambuf_iterator<char>(in)), {});
+    const auto inTwoBytes = [](const std::string& name) {
+        std::string wide;
+        for (const char letter : name) {
+            wide += '\0';
+            wide += letter;
+        }
+        return wide;
+    };
+    int names = 0;
+    for (const auto& [before, after] :
+         {std::pair<std::string, std::string>{"DejaVu", "Nowher"}, {inTwoBytes("DejaVu"), inTwoBytes("Nowher")}}) {
+        for (size_t at = font.find(before); at != std::string::npos; at = font.find(before, at)) {
+            font.replace(at, before.size(), after);
+            ++names;
+        }
+    }
+    EXPECT_GT(names, 0) << path;
+    return writeFile("nowhere.ttf", font);
+}
+
+TEST(SubtitleDrawer, TakesTheFontsThatAreAttachedToTheFilm) {
+    const std::string text =
+        std::string(kScript) +
+        "Style: Film,Nowher Serif,60,&H00FFFFFF,&H000000FF,&H00000000,&H80000000,1,0,0,0,100,100,0,"
+        "0,1,0,0,5,20,20,20,1\n";
+    // Styles come before the events.
+    std::string styled = text;
+    const size_t events = styled.find("\n[Events]");
+    const size_t style = styled.find("Style: Film");
+    const std::string line = styled.substr(style);
+    styled.erase(style);
+    styled.insert(events, line);
+    const std::string dialogue = "Dialogue: 0,0:00:01.00,0:00:05.00,Film,,0,0,0,,Serifs\n";
+    const auto plain = convert(writeFile("font.ass", styled + dialogue), "without.mkv", "-c:s ass");
+    const auto with = subtitlePath("with.mkv");
+    const std::string command = "ffmpeg -nostdin -loglevel error -y -i '" + plain + "' -c copy -attach '" +
+                                writeUnknownFont() + "' -metadata:s:t mimetype=application/x-truetype-font '" + with +
+                                "'";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    constexpr SubtitleScreenSize kSize{640, 360, 640, 360};
+    const auto drawnOf = [&](const std::shared_ptr<const SubtitleTrack>& track) {
+        return seen(SubtitleDrawer().draw(track, 2000, kSize), 640, 360);
+    };
+    // The same letters from this system, under their own name.
+    std::string known = styled;
+    known.replace(known.find("Nowher Serif"), 12, "DejaVu Serif");
+    const auto wanted = drawnOf(readTrack(writeFile("known.ass", known + dialogue)));
+    EXPECT_GT(meanDistance(drawnOf(readTrack(plain)), wanted), 0.5) << "another one stands in for what isn't there";
+    EXPECT_LE(farthest(drawnOf(readTrack(with)), wanted), 4) << "of a file beside the film";
+
+    // The film's own, as the parser hands them on.
+    AVFormatContext* input = nullptr;
+    ASSERT_EQ(avformat_open_input(&input, with.c_str(), nullptr, nullptr), 0);
+    SubtitleTracks tracks;
+    tracks.onSubtitleStream(*input, *input->streams[0], 0);
+    AVPacket* packet = av_packet_alloc();
+    while (av_read_frame(input, packet) >= 0) {
+        tracks.onSubtitlePacket(*packet);
+        av_packet_unref(packet);
+    }
+    av_packet_free(&packet);
+    avformat_close_input(&input);
+    tracks.choose(0);
+    EXPECT_LE(farthest(drawnOf(tracks.current()), wanted), 4);
 }
 
 TEST(SubtitleDrawer, GivesTheSameObjectWhileItLooksTheSame) {

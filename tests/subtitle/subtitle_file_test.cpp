@@ -2,9 +2,16 @@
 
 #include <gmock/gmock.h>
 
+#include "subtitle/bounded_file.h"
 #include "subtitle/picture_subtitles.h"
 #include "subtitle/subtitle_files.h"
+#include "support/deaf_port.h"
 #include "support/log_capture.h"
+
+extern "C" {
+#include <libavformat/avio.h>
+#include <libavutil/error.h>
+}
 
 namespace kelp::test {
 namespace {
@@ -84,6 +91,24 @@ TEST(SubtitleFile, TakesTextThatIsNotUtf8ForThatOfOlderPrograms) {
     EXPECT_THAT(linesOf(readTrack(writeFile("wide.srt", wide)).get()), ElementsAre(Line{1000, 2000, "wide"}));
 }
 
+TEST(SubtitleFile, TakesTextThatIsNotUtf8ForThatOfTheCharsetThatIsAskedFor) {
+    // The word in Windows-1251.
+    const auto path = writeFile("old.srt", "1\n00:00:01,000 --> 00:00:02,000\n\xCC\xE8\xF0\n\n");
+    const auto textIn = [&](const std::string& charset) {
+        const auto file = SubtitleFile::read(path, {{"sub_charenc", charset}}, 0, [] { return false; });
+        const auto lines = linesOf(file.entries.empty() ? nullptr : file.entries[0].known.get());
+        return lines.empty() ? std::string() : lines[0].text;
+    };
+    EXPECT_EQ(textIn("CP1251"), "\u041C\u0438\u0440");
+    LogCapture log;
+    EXPECT_EQ(textIn("no such charset"), "\u00CC\u00E8\u00F0");
+    EXPECT_THAT(log.lines(), Contains(HasSubstr("there is no charset no such charset")));
+    const auto good =
+        SubtitleFile::read(writeFile("good.srt", kSrt), {{"sub_charenc", "CP1251"}}, 0, [] { return false; });
+    ASSERT_EQ(good.entries.size(), 1U);
+    EXPECT_EQ(linesOf(good.entries[0].known.get()).back().text, "S\u00FC\u00DF") << "UTF-8 stays what it is";
+}
+
 class PictureSubtitles : public testing::TestWithParam<AVCodecID> {
 protected:
     static std::string write(const std::vector<PictureSubtitle>& subtitles) {
@@ -158,6 +183,52 @@ TEST(SubtitleFile, ReadsWhatIsWholeOfADamagedOne) {
     const auto track = readTrack(writeFile("damaged.srt", damaged));
     ASSERT_TRUE(track);
     EXPECT_FALSE(track->at(3500).events.empty());
+}
+
+TEST(SubtitleFile, CallsNobodyThatAFileNames) {
+    DeafPort port;
+    ASSERT_TRUE(port.isOpen());
+    LogCapture log;
+    for (const auto& [name, text] : std::vector<std::pair<std::string, std::string>>{
+             {"list.m3u8", "#EXTM3U\n#EXT-X-TARGETDURATION:9\n#EXTINF:9,\n" + port.url("a.ts") + "\n#EXT-X-ENDLIST\n"},
+             {"list.ffconcat", "ffconcat version 1.0\nfile '" + port.url("a.srt") + "'\n"}}) {
+        int asked = 0;
+        // Not for long, if it does.
+        const auto file = SubtitleFile::read(writeFile(name, text), {{"safe", "0"}}, 0, [&] { return ++asked > 100; });
+        EXPECT_THAT(file.entries, IsEmpty()) << name;
+        EXPECT_FALSE(port.wasCalled()) << name;
+    }
+}
+
+TEST(SubtitleFile, OpensWhatTheHostAllowsAlone) {
+    LogCapture log;
+    const auto path = writeFile("hello.srt", kSrt);
+    const auto count = [&](const char* key, const char* value) {
+        return SubtitleFile::read(path, {{key, value}}, 0, [] { return false; }).entries.size();
+    };
+    EXPECT_EQ(count("protocol_whitelist", "file"), 1U);
+    EXPECT_EQ(count("protocol_whitelist", "http,tcp"), 0U);
+    EXPECT_EQ(count("format_whitelist", "srt,ass"), 1U);
+    EXPECT_EQ(count("format_whitelist", "matroska"), 0U);
+}
+
+TEST(SubtitleFile, EndsWhereItsBytesAreTooMany) {
+    const auto path = writeFile("long.srt", std::string(100'000, 'x'));
+    for (const int most : {0, 1, 65'536, 99'999, 100'000, 200'000}) {
+        BoundedFile file(most);
+        ASSERT_EQ(file.open(path, {}, {}), 0);
+        std::vector<unsigned char> bytes(300'000);
+        int read = 0;
+        for (int count = 1; count > 0;) {
+            count = avio_read(file.io(), bytes.data() + read, 30'000);
+            read += std::max(count, 0);
+        }
+        EXPECT_EQ(read, std::min(most, 100'000));
+        EXPECT_EQ(file.isCut(), most <= 100'000) << most;
+        EXPECT_EQ(avio_size(file.io()), 100'000);
+    }
+    BoundedFile none(1);
+    EXPECT_EQ(none.open(subtitlePath("missing.srt"), {}, {}), AVERROR(ENOENT));
 }
 
 TEST(SubtitleFile, GivesUpWhenAsked) {

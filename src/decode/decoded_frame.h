@@ -36,7 +36,8 @@ public:
     int64_t duration = 0;  // in milliseconds; a guess until the next frame is there
     // No other frame begins up to this time, in milliseconds, as far as it is known for certain.
     int64_t lastsToMs = std::numeric_limits<int64_t>::min();
-    int64_t queuedUs = 0;  // when it came into the queue of its play thread, by the wall clock, in microseconds
+    bool isBlanked = false;  // of a picture: it is black now, whatever was decoded
+    int64_t queuedUs = 0;    // when it came into the queue of its play thread, by the wall clock, in microseconds
     std::shared_ptr<FrameBuffer> buffer;
     std::function<void(std::shared_ptr<FrameBuffer>)> freeBuffer;           // gives a buffer back to its pool
     std::function<std::shared_ptr<FrameBuffer>(unsigned int)> allocBuffer;  // fetches one; on audio frames only

@@ -40,7 +40,8 @@ public:
     int32_t pixelWidth = 1;    // one pixel as seen: so wide
     int32_t pixelHeight = 1;   // and so high; of the picture before it is turned
     bool keyFrame = false;
-    int32_t rotate = 0;  // clockwise rotation for display, 0 to 359 degrees
+    int32_t rotate = 0;   // clockwise rotation for display, 0 to 359 degrees
+    bool isLent = false;  // others may read its memory; for whoever lends it to guard
     // What the planes lie in where they weren't copied; `buffer` is empty then. The decoder reads it again: nobody
     // writes to it.
     std::array<DecoderMemory, 3> decoderMemory;

@@ -72,7 +72,8 @@ FrameSteps::Outcome FrameSteps::goForward(Queue& queue, bool isLast, bool& hasMo
 
 FrameSteps::Outcome FrameSteps::goBack(Queue& queue, bool& hasMoved) {
     int& left = asked_.front();
-    for (; left < 0 && isFrontShown_ && !passed_.empty(); ++left) {
+    // Ahead of a picture that was blanked nothing is kept: it is to be decoded anew.
+    for (; left < 0 && isFrontShown_ && !passed_.empty() && !queue.front()->isBlanked; ++left) {
         passedBytes_ -= bytesOf(*passed_.back());
         Queue longer;
         longer.push(std::move(passed_.back()));
@@ -137,6 +138,10 @@ void FrameSteps::cut(const Queue& queue) {
 }
 
 void FrameSteps::pass(std::shared_ptr<DecodedFrame> frame) {
+    if (frame->isBlanked) {
+        forgetPassed();
+        return;
+    }
     passedBytes_ += bytesOf(*frame);
     passed_.push_back(std::move(frame));
     while (passed_.size() > kMostPassed || (passed_.size() > 1 && passedBytes_ > kMostPassedBytes)) {

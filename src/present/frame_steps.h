@@ -15,7 +15,7 @@ class DecodedFrame;
 //
 // The queue's front is the frame that is shown, once a step was made. Those that steps have passed are kept, up to a
 // limit, and go back to the front for a step back. Before the first of them a seek goes on: to right before it, of
-// which those are kept as well that are dropped on the way.
+// which those are kept as well that are dropped on the way. A picture that was blanked meanwhile isn't kept.
 //
 // `isAsked`, `isAwaited` and `isLanding` may be read by any thread; the queue's mutex guards all else.
 class FrameSteps {

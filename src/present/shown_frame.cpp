@@ -48,7 +48,6 @@ void ShownFrame::set(const std::shared_ptr<VideoFrameInfo>& frame) {
         {
             std::lock_guard lock(mutex_);
             frame_.swap(before);
-            isLent_ = false;
         }
         id_.store(id_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
     }
@@ -59,7 +58,7 @@ std::shared_ptr<const VideoFrameInfo> ShownFrame::lend() {
     if (!frame_ || frame_->pixFormat == PIX_FMT_PACKET) {
         return nullptr;
     }
-    isLent_ = true;
+    frame_->isLent = true;
     return VideoFrameInfo::share(frame_);
 }
 
@@ -88,9 +87,9 @@ void ShownFrame::carryOutBlanks(std::unique_lock<std::mutex> lock) {
     const uint64_t count = request_.exchange(0, std::memory_order_relaxed) & kCountMask;
     {
         std::lock_guard own(mutex_);
-        if (frame_->decoderMemory[0] || (isLent_ && frame_->buffer)) {
+        if (frame_->decoderMemory[0] || (frame_->isLent && frame_->buffer)) {
             moveIntoOwnBlock(*frame_);
-            isLent_ = false;
+            frame_->isLent = false;
         }
         if (frame_->buffer) {
             blank(*frame_->buffer, frame_->width, frame_->height);
@@ -100,6 +99,7 @@ void ShownFrame::carryOutBlanks(std::unique_lock<std::mutex> lock) {
         lock.lock();
     }
     frame_->pts = wrappingSubtract(frame_->pts, static_cast<int64_t>(count));
+    frame_->isBlanked = true;
 }
 
 }  // namespace kelp

@@ -32,9 +32,8 @@ public:
     void carryOutBlanks(std::unique_lock<std::mutex> lock);
 
 private:
-    std::mutex mutex_;                       // the innermost but for the log's
+    std::mutex mutex_;                       // the innermost but for the log's; guards what pictures are lent, too
     std::shared_ptr<VideoFrameInfo> frame_;  // written by the play thread under mutex_, its picture too
-    bool isLent_ = false;                    // its memory may be read by others; guarded by mutex_
     std::atomic<uint64_t> id_{0};            // counts the pictures; 0 before the first
     std::atomic<uint64_t> request_{0};       // the id_ to blank, and in the low 16 bits how often
 };

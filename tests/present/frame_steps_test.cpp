@@ -129,6 +129,32 @@ TEST_F(FrameStepsTest, GoesOnBackAmongThoseThatASeekHasDropped) {
     EXPECT_EQ(steps.seekTimeMs(), 4799);
 }
 
+TEST_F(FrameStepsTest, KeepsNoPictureThatWasBlanked) {
+    fill({0, 40, 80, 120});
+    steps.showFront(0);
+    step(2);
+    queue.front()->isBlanked = true;
+    EXPECT_EQ(step(1), Outcome::Show);
+    EXPECT_EQ(front(), 120);
+    EXPECT_EQ(step(-1), Outcome::Seek) << "for the blanked one, as it was";
+    EXPECT_EQ(steps.seekTimeMs(), 119);
+}
+
+TEST_F(FrameStepsTest, HasABlankedPictureDecodedAnewIfItGoesBackFromThere) {
+    fill({0, 40, 80, 120});
+    steps.showFront(0);
+    step(2);
+    queue.front()->isBlanked = true;
+    EXPECT_EQ(step(-1), Outcome::Seek);
+    EXPECT_EQ(steps.seekTimeMs(), 79);
+    land({0}, 40);
+    fill({80});
+    EXPECT_EQ(steps.take(queue, false), Outcome::Show);
+    EXPECT_EQ(step(1), Outcome::Show);
+    EXPECT_EQ(front(), 80);
+    EXPECT_FALSE(queue.front()->isBlanked);
+}
+
 TEST_F(FrameStepsTest, StaysAtTheFirstFrame) {
     fill({20});
     steps.showFront(20);

@@ -55,7 +55,7 @@ private:
             }
             options_.snapshotFolder = words_[++next_];
         } else if (word == "--record" || word == "--retry" || word == "--master" || word == "--option" ||
-                   word == "--log") {
+                   word == "--log" || word == "--subtitles") {
             return hasValues(1) ? optionWithValue(word) : mistake(word, " takes a value");
         } else {
             return mistake("unknown option ", word);
@@ -70,6 +70,8 @@ private:
         const std::string_view value = words_[++next_];
         if (word == "--record") {
             options_.recordFile = value;
+        } else if (word == "--subtitles") {
+            options_.subtitleFile = value;
         } else if (word == "--master") {
             const auto found = std::find_if(kMasters.begin(), kMasters.end(),
                                             [&](const auto& master) { return master.first == value; });
@@ -118,6 +120,7 @@ std::string usage() {
                "  --headless          play without a window\n"
                "  --snapshot N DIR    write N pictures, evenly spaced, as PNG files into DIR\n"
                "  --record FILE       write what is played to an .mp4, .mov, .mkv or .ts file, without encoding\n"
+               "  --subtitles FILE    show the subtitles of another file with it\n"
                "  --retry MS          start a source that failed again, so many milliseconds later\n"
                "  --no-hw             decode in software only\n"
                "  --master WHICH      what picture and sound follow: clock, audio (the default), video or host\n"

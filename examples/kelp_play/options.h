@@ -13,8 +13,9 @@ struct Options {
     bool headless = false;
     int snapshots = 0;  // pictures to write; 0 for none
     std::string snapshotFolder;
-    std::string recordFile;  // what is played is written there; empty for no record
-    int retryMs = 0;         // from a failure of the source to its restart; 0 for none
+    std::string recordFile;    // what is played is written there; empty for no record
+    std::string subtitleFile;  // that is shown with it; empty for none
+    int retryMs = 0;           // from a failure of the source to its restart; 0 for none
     bool hardware = true;
     Master master = Master::Audio;
     Settings playerOptions;  // for TarnPlayer::setOption

@@ -92,6 +92,9 @@ bool PlayerApp::createPlayer() {
     if (options_.retryMs > 0) {
         player_->setOption("retry_when_failed", std::to_string(options_.retryMs).c_str());
     }
+    if (!options_.subtitleFile.empty()) {
+        player_->setOption("subtitle_file", options_.subtitleFile.c_str());
+    }
     for (const auto& [key, value] : options_.playerOptions) {
         player_->setOption(key.c_str(), value.c_str());
     }

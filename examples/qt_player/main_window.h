@@ -29,8 +29,8 @@ public:
     MainWindow();
     ~MainWindow() override;
 
-    // A path or a URL.
-    void open(const QString& source);
+    // A path or a URL, and one of subtitles that go with it, if any.
+    void open(const QString& source, const QString& subtitles = {});
 
     PlayerController& player() { return player_; }
 
@@ -61,6 +61,7 @@ private:
     void showHint(const QString& title, const QString& text);
     void showPicture(bool shown);
     void chooseFile();
+    void chooseSubtitles();
     void chooseSnapshot();
     void openUrl();
     void useSecondWindow(bool shown);

@@ -121,8 +121,9 @@ bool PlayerController::isOpen() const {
     return state_ == State::Playing || state_ == State::Paused || state_ == State::Completed;
 }
 
-void PlayerController::open(const QString& source) {
+void PlayerController::open(const QString& source, const QString& subtitles) {
     source_ = source;
+    useSubtitles(subtitles);
     setWantsPause(false);
     start(0);
 }
@@ -132,13 +133,15 @@ void PlayerController::start(int fromMs) {
     timeMs_ = fromMs;
     const int number = ++requestedSource_;
     setState(State::Opening);
-    commands_->post([this, number, source = source_.toStdString(), pause = wantsPause_] {
-        if (player_) {
-            openSource(*player_, source, number, pause);
-        } else {
-            reportNoPlayer();
-        }
-    });
+    commands_->post(
+        [this, number, source = source_.toStdString(), subtitles = subtitles_.toStdString(), pause = wantsPause_] {
+            if (player_) {
+                player_->setOption("subtitle_file", subtitles.empty() ? "none" : subtitles.c_str());
+                openSource(*player_, source, number, pause);
+            } else {
+                reportNoPlayer();
+            }
+        });
 }
 
 // [embed] One player for one source after the other
@@ -281,15 +284,6 @@ void PlayerController::setLogLevel(const QString& word) {
     command([text = word.toStdString()](kelp::TarnPlayer& player) { player.setOption("log_level", text.c_str()); });
 }
 
-void PlayerController::selectTrack(kelp::TrackKind kind, int number) {
-    command([this, kind, number](kelp::TarnPlayer& player) {
-        if (!player.selectTrack(kind, number)) {
-            report(ifUpToDate([this] { emit happened(tr("This track can't be played")); }));
-        }
-        reportTracks(player);
-    });
-}
-
 void PlayerController::saveSnapshot(const QString& path) {
     command([this, path](kelp::TarnPlayer& player) {
         const bool isSaved = player.takeSnapshot(QFile::encodeName(path).constData());
@@ -297,12 +291,6 @@ void PlayerController::saveSnapshot(const QString& path) {
             emit happened(isSaved ? tr("Saved %1").arg(path) : tr("There is no picture, or it can't be written there"));
         });
     });
-}
-
-void PlayerController::reportTracks(kelp::TarnPlayer& player) {
-    for (const kelp::TrackKind kind : {kelp::TRACK_KIND_VIDEO, kelp::TRACK_KIND_AUDIO, kelp::TRACK_KIND_SUBTITLE}) {
-        report(ifUpToDate([this, kind, entries = trackMenu(player, kind)] { emit tracksChanged(kind, entries); }));
-    }
 }
 
 // [embed] The position, asked for where a call may wait

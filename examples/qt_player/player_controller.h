@@ -41,8 +41,11 @@ public:
     // Whether there is a position to go to.
     bool isOpen() const;
 
-    // A path or a URL. The answer is `opened` or `failed`; playback begins by itself.
-    void open(const QString& source);
+    // A path or a URL, and one of subtitles that go with it, if any. The answer is `opened` or `failed`; playback
+    // begins by itself.
+    void open(const QString& source, const QString& subtitles = {});
+    // Shows the subtitles of a file with the source that is open, which is opened anew at its position.
+    void addSubtitles(const QString& file);
     // Pauses or resumes; starts again what has ended, was stopped, or has failed.
     void togglePlay();
     void stop();
@@ -111,6 +114,7 @@ private:
     // Runs `function` on the GUI thread, behind the events that the player has reported by now.
     void report(std::function<void()> function);
     void start(int fromMs);
+    void useSubtitles(const QString& file);
     void setState(State state);
     void setWantsPause(bool wantsPause);
     void fail(const QString& what, const QString& why);
@@ -130,6 +134,7 @@ private:
     // GUI thread.
     State state_ = State::Idle;
     QString source_;
+    QString subtitles_;  // a file beside it; empty for none
     bool wantsPause_ = false;
     int requestedSource_ = 0;  // counts what was asked to be opened
     int reportedSource_ = 0;   // which of these the events are about

@@ -104,7 +104,7 @@ expect 2
 expect 2 --snapshot 0 "$scratch" "$media/short.mp4"
 expect 2 --snapshot 3
 expect 2 "$media/short.mp4" "$media/short.mp4"
-for mistake in "--master nobody" "--master" "--retry soon" "--retry -1" "--option novalue" "--option =x" "--log loud" "--record"; do
+for mistake in "--master nobody" "--master" "--retry soon" "--retry -1" "--option novalue" "--option =x" "--log loud" "--record" "--subtitles"; do
     # shellcheck disable=SC2086
     expect 2 $mistake "$media/short.mp4"
 done
@@ -123,6 +123,13 @@ grep -q 'key:max_delay, value:70000' "$scratch/err" && grep -q 'key:no_such_opti
 ! grep -q 'StreamParser' "$scratch/out" || fail "the log is on standard output"
 expect 0 --headless --log none "$media/short.mp4"
 ! grep -q . "$scratch/err" || { fail "a log that nobody asked for"; cat "$scratch/err"; }
+
+# Subtitles of a second file, and one that isn't there.
+printf '1\n00:00:00,000 --> 00:00:09,000\nbeside\n\n' >"$scratch/beside.srt"
+expect 0 --headless --log error --subtitles "$scratch/beside.srt" "$media/short.mp4"
+! grep -q 'SubtitleFile' "$scratch/err" || fail "the subtitles aren't read"
+expect 0 --headless --log error --subtitles "$scratch/missing.srt" "$media/short.mp4"
+grep -q "missing.srt can't be read" "$scratch/err" || fail "no word about missing subtitles"
 
 # A source that isn't there yet is tried again, until it is, or the user has enough.
 timeout 60 "$program" --headless --retry 200 "$scratch/later.mp4" >"$scratch/out" 2>"$scratch/err" </dev/null &

@@ -56,6 +56,7 @@ private slots:
     void recordsWhatIsPlayed();
     void playsOnAnotherDeviceFromTheMenu();
     void keepsTheShapeOfADroppedFilesPicture();
+    void showsTheSubtitlesOfADroppedFile();
     void showsTheSamePicturesInASecondWindow();
     void fillsTheScreenAndComesBack();
     void startsAgainAtItsPositionWhenHardwareDecodingIsSwitched();
@@ -260,15 +261,48 @@ void QtPlayerTest::playsOnAnotherDeviceFromTheMenu() {
     EVENTUALLY(QFileInfo(sound_).size() != size);
 }
 
-void QtPlayerTest::keepsTheShapeOfADroppedFilesPicture() {
+// Whether the window takes them.
+bool dropOn(QWidget& window, const QStringList& paths) {
+    QList<QUrl> urls;
+    for (const QString& path : paths) {
+        urls << QUrl::fromLocalFile(path);
+    }
     QMimeData files;
-    files.setUrls({QUrl::fromLocalFile(media("bars_rotated.mp4"))});
-    const QPoint middle = window_->rect().center();
+    files.setUrls(urls);
+    const QPoint middle = window.rect().center();
     QDragEnterEvent enter(middle, Qt::CopyAction, &files, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(window_.get(), &enter);
-    QVERIFY(enter.isAccepted());
+    QApplication::sendEvent(&window, &enter);
     QDropEvent drop(middle, Qt::CopyAction, &files, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(window_.get(), &drop);
+    QApplication::sendEvent(&window, &drop);
+    return enter.isAccepted() && drop.isAccepted();
+}
+
+void QtPlayerTest::showsTheSubtitlesOfADroppedFile() {
+    const QString subtitles = folder_.filePath(QStringLiteral("film.srt"));
+    {
+        QFile file(subtitles);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("1\n00:00:00,000 --> 00:00:20,000\nbeside\n\n");
+    }
+    open("two_tracks.mp4");
+    auto* const menu = find<QMenu>("subtitleTracks");
+    EVENTUALLY(menu->actions().isEmpty());
+    QVERIFY(dropOn(*window_, {subtitles}));
+    EVENTUALLY(menu->actions().size() == 2);  // none, and those
+    QVERIFY(menu->actions().back()->isChecked());
+    QCOMPARE(menu->actions().back()->text(), QStringLiteral("film.srt"));
+    EVENTUALLY(player().isOpen());
+    QCOMPARE(player().source(), media("two_tracks.mp4"));
+    // The next film hasn't any, and one that comes with them has.
+    open("clicks.mp4");
+    EVENTUALLY(menu->actions().isEmpty());
+    QVERIFY(dropOn(*window_, {subtitles, media("two_tracks.mp4")}));
+    EVENTUALLY(menu->actions().size() == 2 && menu->actions().back()->isChecked());
+    EVENTUALLY(player().isOpen());
+}
+
+void QtPlayerTest::keepsTheShapeOfADroppedFilesPicture() {
+    QVERIFY(dropOn(*window_, {media("bars_rotated.mp4")}));
     EVENTUALLY(player().isOpen());
     // Turned upright, as high as there is room: the first bar is on top, the last one at the bottom.
     const auto near = [](QRgb pixel, int red, int green, int blue) {

@@ -180,6 +180,14 @@ const std::vector<MediaFile>& mediaTable() {
          320, 180, 500, 20000, true, 0},
         {"two_tracks.ts", "the same in MPEG-TS", "ffmpeg -i {dir}/two_tracks.mp4 -map 0 -c copy {out}",
          320, 180, 500, 20000, true, 0},
+        {"subtitles.mkv", "numbers with two subtitles: plain text, and a script that moves",
+         "printf '1\\n00:00:00,000 --> 00:00:02,000\\nfirst\\n\\n2\\n00:00:02,500 --> 00:00:19,000\\nsecond\\n' "
+         "> {tmp}/plain.srt && printf '[Script Info]\\nScriptType: v4.00+\\nPlayResX: 320\\nPlayResY: 180\\n\\n"
+         "[V4+ Styles]\\nFormat: Name, Fontname, Fontsize, PrimaryColour\\nStyle: Default,Sans,20,&H00FFFFFF\\n\\n"
+         "[Events]\\nFormat: Layer, Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, Text\\n"
+         "Dialogue: 0,0:00:00.00,0:00:19.00,Default,,0,0,0,,{\\\\move(10,10,200,100)}moves\\n' > {tmp}/moving.ass && "
+         "ffmpeg -i {dir}/numbers.mp4 -i {tmp}/plain.srt -i {tmp}/moving.ass -map 0 -map 1 -map 2 -c copy {out}",
+         320, 180, 500, 20000, true, 0},
         // A decoder that fails: the slices of 150 pictures in a row have an unknown type.
         {"broken.avi", "AVI, H.264; pictures 10 to 159 of 235 are refused by the decoder",
          "ffmpeg -f lavfi -i testsrc2=size=160x90:rate=25:duration=9.4 "

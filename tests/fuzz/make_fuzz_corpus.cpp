@@ -1,10 +1,13 @@
-// Makes the targets' corpora out of the table of media files, into the folder given: files/, video/ and audio/.
+// Makes the targets' corpora out of the table of media files, into the folder given: files/, video/, audio/ and
+// subtitles/.
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "e2e/media.h"
@@ -31,6 +34,23 @@ template <class Number>
 void put(std::ofstream& out, Number number) {
     put(out, &number, sizeof(number));
 }
+
+// Text as programs write it.
+constexpr std::pair<const char*, const char*> kTexts[] = {
+    {"plain.srt",
+     "1\n00:00:01,000 --> 00:00:02,500\n<i>one</i> {\\an8}two\n\n2\n00:00:03,000 --> 00:00:04,000\n\xE9\n"},
+    {"cues.vtt",
+     "WEBVTT\n\n00:01.000 --> 00:02.000 line:10%\n<v Who>one <b>two</b>\n\n00:03.000 --> 00:04.000\nthree\n"},
+    {"styled.ass",
+     "[Script Info]\nScriptType: v4.00+\nPlayResX: 320\nPlayResY: 180\n\n[V4+ Styles]\nFormat: Name, Fontname, "
+     "Fontsize, "
+     "PrimaryColour\nStyle: Default,Sans,20,&H00FFFFFF\n\n[Events]\nFormat: Layer, Start, End, Style, Name, MarginL, "
+     "MarginR, MarginV, Effect, Text\nDialogue: 0,0:00:01.00,0:00:03.00,Default,,0,0,0,,"
+     "{\\move(0,0,99,99)\\t(0,500,\\frz90)\\clip(m 0 0 l 9 9 9 0)\\fad(9,9)}moves\nDialogue: 0,0:00:02.00,0:00:04.00,"
+     "Default,,0,0,0,Banner;9,{\\p1}m 0 0 l 99 0 b 99 9 9 9 0 0{\\p0}\\Nrest\n"},
+    {"frames.sub", "{1}{1}25\n{25}{50}one|two\n{60}{80}{y:i}three\n"},
+    {"page.smi", "<SAMI><BODY><SYNC Start=1000><P>one<br>two<SYNC Start=2000><P>&nbsp;</BODY></SAMI>\n"},
+};
 
 // The streams' first packets, one stream to a file.
 void writePackets(const std::string& path, const fs::path& folder, const std::string& name) {
@@ -86,7 +106,7 @@ int main(int argc, char** argv) {
     }
     av_log_set_level(AV_LOG_QUIET);
     const fs::path folder(argv[1]);
-    for (const char* part : {"files", "video", "audio"}) {
+    for (const char* part : {"files", "video", "audio", "subtitles"}) {
         fs::remove_all(folder / part);
         fs::create_directories(folder / part);
     }
@@ -96,8 +116,14 @@ int main(int argc, char** argv) {
         if (fs::exists(path) && fs::file_size(path) <= kMaxFileBytes) {
             fs::copy_file(path, folder / "files" / row.name);
             writePackets(path, folder, row.name);
+            if (std::string_view(row.name).starts_with("subtitles")) {
+                fs::copy_file(path, folder / "subtitles" / row.name);
+            }
             ++files;
         }
+    }
+    for (const auto& [name, text] : kTexts) {
+        std::ofstream(folder / "subtitles" / name, std::ios::binary) << text;
     }
     std::printf("%d files\n", files);
     return files > 0 ? 0 : 1;

@@ -1,16 +1,15 @@
 // A whole file through open, read and seek.
 
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
 
 #include "fuzz/fuzz_target.h"
+#include "fuzz/memory_file.h"
 #include "fuzz/quiet.h"
 #include "input/stream_parser.h"
+#include "subtitle/subtitle_tracks.h"
 
 using kelp::AudioPacket;
 using kelp::MediaPacket;
@@ -21,27 +20,6 @@ using kelp::test::require;
 namespace {
 
 constexpr int kMaxPackets = 120;  // of one run, between two seeks
-
-// A file without a name on any disk.
-class MemoryFile {
-public:
-    MemoryFile(const uint8_t* data, size_t size) : file_(memfd_create("fuzz", MFD_CLOEXEC)) {
-        size_t done = 0;
-        while (done < size) {
-            const ssize_t count = write(file_, data + done, size - done);
-            require(count > 0, "room for the file");
-            done += static_cast<size_t>(count);
-        }
-    }
-    MemoryFile(const MemoryFile&) = delete;
-    MemoryFile& operator=(const MemoryFile&) = delete;
-    ~MemoryFile() { close(file_); }
-
-    std::string path() const { return "/proc/self/fd/" + std::to_string(file_); }
-
-private:
-    int file_;
-};
 
 class Observer final : public kelp::StreamParserObserver {
 public:
@@ -114,23 +92,15 @@ private:
     unsigned char sum_ = 0;
 };
 
-// What the run does besides follows from the bytes, which stay a file as they are.
-uint32_t hash(const uint8_t* data, size_t size) {
-    uint32_t value = 2166136261U;
-    for (size_t i = 0; i < size; ++i) {
-        value = (value ^ data[i]) * 16777619U;
-    }
-    return value;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     kelp::test::quiet();
-    const MemoryFile file(data, size);
-    const uint32_t choice = hash(data, size);
+    const kelp::test::MemoryFile file(data, size);
+    const uint32_t choice = kelp::test::hashOf(data, size);
     const auto observer = std::make_shared<Observer>();
-    StreamParser parser(nullptr);
+    const auto subtitles = std::make_shared<kelp::SubtitleTracks>();
+    StreamParser parser(nullptr, std::make_shared<kelp::PacketOutlet>(), subtitles);
     parser.init(observer);
     // Some formats name other files to open, or hosts to call.
     parser.setOption("protocol_whitelist", "file");
@@ -141,7 +111,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     parser.setPlaybackOptions({.allCodecs = playsAll,
                                .closedLiveFails = (choice & 8U) != 0,
                                .maxPixels = (choice & 64U) != 0 ? 1 << 20 : 0,
-                               .seekRule = seeksExactly ? kelp::SeekRule::Exact : kelp::SeekRule::Standard});
+                               .seekRule = seeksExactly ? kelp::SeekRule::Exact : kelp::SeekRule::Standard,
+                               .subtitleTrack = static_cast<int>(choice >> 24U) % 4 - 1});
     if (!parser.open(file.path(), choice % 4 == 0 ? static_cast<int64_t>(choice >> 20U) : 0)) {
         parser.close();
         return 0;
@@ -155,6 +126,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     require(stream->is_live != stream->seekable && !stream->toString().empty(), "live ones can't seek");
 
     require(parser.start(), "an open input starts");
+    for (const auto& track : stream->tracks) {
+        if (track.kind == kelp::TRACK_KIND_SUBTITLE && track.isPlayable && (choice & (256U << track.number % 4)) != 0) {
+            subtitles->choose(track.number);
+            parser.selectTrack(kelp::TRACK_KIND_SUBTITLE, track.number);
+        }
+    }
     const int seeks = static_cast<int>((choice >> 4U) % 3);
     for (int i = 0; i < seeks; ++i) {
         observer->wait(static_cast<int>((choice >> 8U) % kMaxPackets), i);

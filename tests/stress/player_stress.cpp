@@ -33,6 +33,7 @@
 #include "kelp_player/sync_clock.h"
 #include "kelp_player/tarn_player.h"
 #include "kelp_player/tracks.h"
+#include "stress/subtitle_reader.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -44,10 +45,11 @@ using namespace kelp;
 
 constexpr int kPlayersOfAKind = 2;
 constexpr int kHangSeconds = 120;
-constexpr std::array<const char*, 7> kFiles = {"short.mp4", "small.mp4", "mpeg4.avi",     "vorbis.ogg",
-                                               "vfr.mkv",   "text.mp4",  "two_tracks.mkv"};
+constexpr std::array<const char*, 9> kFiles = {"short.mp4",      "small.mp4",     "mpeg4.avi",
+                                               "vorbis.ogg",     "vfr.mkv",       "text.mp4",
+                                               "two_tracks.mkv", "subtitles.mkv", "subtitles.mkv"};
 // The engine's own options, in and out; those of a preset more often.
-constexpr std::array<std::pair<const char*, const char*>, 14> kOptions = {{
+constexpr std::array<std::pair<const char*, const char*>, 17> kOptions = {{
     {"preset", "recommended"},
     {"preset", "recommended"},
     {"preset", "recommended"},
@@ -62,6 +64,9 @@ constexpr std::array<std::pair<const char*, const char*>, 14> kOptions = {{
     {"video_track", "auto"},
     {"audio_track", "1"},
     {"audio_track", "auto"},
+    {"subtitle_track", "2"},
+    {"subtitle_track", "auto"},
+    {"subtitle_file", "none"},
 }};
 
 std::atomic<int64_t> g_calls{0};
@@ -106,8 +111,18 @@ public:
 
 // What both players do alike, and what is done to a clock that one of them may follow.
 template <class Player>
-void stepOfBoth(Player& player, TarnSyncClock& clock, Recorder& recorder, Random& random) {
-    switch (random.below(12)) {
+void stepOfBoth(Player& player, TarnSyncClock& clock, Recorder& recorder, test::SubtitleReader& subtitles,
+                Random& random) {
+    switch (random.below(15)) {
+        case 12:
+            player.setSubtitleSink(random.below(3) == 0 ? nullptr : &subtitles);
+            break;
+        case 13:
+            player.selectTrack(TRACK_KIND_SUBTITLE, random.below(7) - 1);
+            break;
+        case 14:
+            player.setOption("subtitle_file", test::mediaPath("subtitles.mkv").c_str());
+            break;
         case 10:
             player.pause();
             player.stepFrame(random.below(9) - 4);
@@ -249,7 +264,7 @@ public:
                                                    [] { ++g_calls; }));
                 break;
             default:
-                stepOfBoth(player, *clock_, recorder_.recorder, random);
+                stepOfBoth(player, *clock_, recorder_.recorder, subtitles_, random);
                 break;
         }
     }
@@ -275,6 +290,7 @@ private:
     void onDurationUpdated(std::shared_ptr<KelpPlayer>, int) override {}
 
     std::array<Sink, 2> sinks_;
+    test::SubtitleReader subtitles_;
     StressRecorder recorder_;
     TarnSyncClock* clock_ = TarnSyncClock::create(0, 1000);
     std::mutex lifeMutex_;  // held through load, play and stop; guards what follows
@@ -388,7 +404,7 @@ public:
                                                    [] { ++g_calls; }));
                 break;
             default:
-                stepOfBoth(player, *clock_, recorder_.recorder, random);
+                stepOfBoth(player, *clock_, recorder_.recorder, subtitles_, random);
                 break;
         }
     }
@@ -404,6 +420,7 @@ private:
     void onDurationUpdated(int) override {}
 
     std::array<Sink, 2> sinks_;
+    test::SubtitleReader subtitles_;
     StressRecorder recorder_;
     TarnSyncClock* clock_ = TarnSyncClock::create(0, 1000);
     std::mutex lifeMutex_;    // held through prepareAsync and reset

@@ -48,6 +48,7 @@ const std::vector<SeekStress::File>& SeekStress::files() {
         {"numbers_one_key.mp4", 12000, true, true, 0},
         {"numbers_open_gop.mp4", 12000, true, true, 0},
         {"numbers_unknown.mkv", 8000, true, true, 21},
+        {"subtitles.mkv", 20000, true, true, 21},
         {"small.mp4", 3000, true, false, 0},
         {"hevc.ts", 3000, true, false, 0},
         {"hevc_size_change.ts", 3000, true, false, 0},
@@ -111,9 +112,11 @@ bool SeekStress::round() {
         playback_ = std::make_unique<Playback>();
         Log::SetLevel(4);  // the first player has set another one
         playback_->player().addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(sink_.get()), 0, 0);
+        playback_->player().setSubtitleSink(&subtitles_);
     }
     KelpPlayer& player = playback_->player();
     player.setOption("preset", chance(50) ? "recommended" : "standard");
+    player.setOption("subtitle_file", chance(30) ? mediaPath("subtitles.mkv").c_str() : "none");
     player.setAVSyncMode(static_cast<SyncMasterMode>(pick(0, 2)));
     watch_.reset(file_->hasVideo);
     paused_ = false;
@@ -193,6 +196,9 @@ void SeekStress::act() {
     } else if (what <= 91) {
         doing_ = "sync mode";
         player.setAVSyncMode(static_cast<SyncMasterMode>(pick(0, 2)));
+    } else if (what <= 94) {
+        doing_ = "subtitles";
+        player.selectTrack(TRACK_KIND_SUBTITLE, pick(-1, 4));
     } else {
         doing_ = "rest";
         rest(pick(1, 400));

@@ -11,6 +11,7 @@
 #include "e2e/numbered.h"
 #include "e2e/playback.h"
 #include "stress/seek_watch.h"
+#include "stress/subtitle_reader.h"
 
 namespace kelp::test {
 
@@ -62,6 +63,7 @@ private:
     const uint32_t seed_;
     std::mt19937 random_;
     SeekWatch watch_;
+    SubtitleReader subtitles_;
     std::unique_ptr<Playback> playback_;
     std::unique_ptr<NumberSink> sink_;
     const File* file_ = nullptr;

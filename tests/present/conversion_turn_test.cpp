@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <new>
 #include <optional>
 #include <thread>
@@ -27,7 +28,9 @@ protected:
             const ConversionTurn turn(mode);
             drawnBy_.push_back(SDL_GetYUVConversionMode());
         });
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (ConversionTurn::waiting() == before) {
+            ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "it doesn't wait";
             std::this_thread::yield();
         }
     }

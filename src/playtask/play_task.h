@@ -155,6 +155,8 @@ private:
     void onSeekStart(int seekTimeMs) override;
     void onSeekCompleted() override;
     int64_t audibleTimeMs() override;
+    int64_t heardMs() override;  // from the video play thread
+    int64_t seenMs() override;   // from the audio play thread
     int64_t shownTimeMs() override { return getCurrentTime(); }
     void onSoundReadAgain() override;
     void onLastTimes(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;

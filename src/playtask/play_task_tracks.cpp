@@ -114,8 +114,17 @@ int64_t PlayTask::audibleTimeMs() {
     if (const auto target = seekTurns_.target()) {
         return *target;
     }
+    return heardMs();
+}
+
+int64_t PlayTask::heardMs() {
     const auto audioPlay = audioPlayThread_.load();
     return audioPlay && audioPlay->hasTime() ? audioPlay->getCurrentTime() : -1;
+}
+
+int64_t PlayTask::seenMs() {
+    const auto videoPlay = videoPlayThread_.load();
+    return videoPlay && videoPlay->hasTime() ? videoPlay->getCurrentTime() : -1;
 }
 
 void PlayTask::onSoundReadAgain() {

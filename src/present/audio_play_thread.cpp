@@ -221,6 +221,10 @@ void AudioPlayThread::cutTo(DecodedFrame& decodedFrame, int64_t timeMs) {
     std::atomic_ref(frame->duration).fetch_sub(cutMs, std::memory_order_relaxed);
 }
 
+int64_t AudioPlayThread::otherTimeMs() {
+    return observer_ ? observer_->seenMs() : -1;
+}
+
 void AudioPlayThread::onLateStart(int64_t positionMs) {
     isFirstAwaited_ = isFirstAwaited_ || !hasTime();
     timing_->runFrom(positionMs);

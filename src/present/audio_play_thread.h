@@ -32,6 +32,8 @@ public:
     virtual void onAudioFramesTaken(int /*left*/) {}
     // Packets that wait for the decoder. No lock is held.
     virtual int onAudioPacketQueueSize() { return 0; }
+    // The time that is seen, in milliseconds; -1 if no picture has come. No lock is held.
+    virtual int64_t seenMs() { return -1; }
 };
 
 #pragma GCC diagnostic pop
@@ -116,6 +118,7 @@ private:
     void onSeekStart(int seekTimeMs) override;
     void onSeekFinish(int ptsMs) override;
     void cutTo(DecodedFrame& frame, int64_t timeMs) override;
+    int64_t otherTimeMs() override;
     void onLateStart(int64_t positionMs) override;
     void onExit() override;
     void onFramesTaken(int left) override;

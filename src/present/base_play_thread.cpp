@@ -160,6 +160,9 @@ std::shared_ptr<DecodedFrame> BasePlayThread::skipToTarget() {
 }
 
 bool BasePlayThread::isDue(const DecodedFrame& frame) {
+    if (lateStart_.isUnseen()) {
+        lateStart_.comeTo(otherTimeMs());
+    }
     const int64_t remainingMs = lateStart_.remaining(frame.pts, KelpTime::getTimeMs(), paused_);
     if (remainingMs <= 0) {
         return true;

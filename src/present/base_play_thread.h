@@ -133,6 +133,8 @@ protected:
     // Whether a seek was asked for that hasn't ended: steps wait for that. Looks at atomics alone.
     virtual bool isSeekUnderWay() const { return false; }
 
+    // Where the other stream has come to, in milliseconds; -1 if there is none, or it hasn't begun. No lock held.
+    virtual int64_t otherTimeMs() { return -1; }
     // Playback has come to `positionMs`, before the first frame. Comes every 50 ms until that is due. No lock held.
     virtual void onLateStart(int64_t /*positionMs*/) {}
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 
@@ -16,6 +17,10 @@ public:
 
     // Playback begins, or begins anew, at `positionMs`.
     void begin(int64_t positionMs);
+
+    // Between `begin` and the first look. The other stream may have begun meanwhile, and have come to `positionMs`.
+    bool isUnseen() const { return isWanted_ && !isOver_ && !isLate_; }
+    void comeTo(int64_t positionMs) { positionMs_ = std::max(positionMs_, positionMs); }
 
     // A pause was slept through: the time since the last look doesn't count.
     void hold() { lookedMs_.reset(); }

@@ -292,6 +292,10 @@ bool VideoPlayThread::isSeekUnderWay() const {
     return observer_ && observer_->isSeekUnderWay();
 }
 
+int64_t VideoPlayThread::otherTimeMs() {
+    return observer_ ? observer_->heardMs() : -1;
+}
+
 void VideoPlayThread::onLateStart(int64_t positionMs) {
     isFirstAwaited_ = isFirstAwaited_ || !timing_->clock().hasTime();
     timing_->setTime(positionMs, KelpTime::getTimeUs());

@@ -34,6 +34,8 @@ public:
     virtual void onVideoFramesTaken(int /*left*/) {}
     // Packets that wait for the decoder. No lock is held.
     virtual int onVideoPacketQueueSize() { return 0; }
+    // The time that is heard, in milliseconds; -1 if no sound has begun. No lock is held.
+    virtual int64_t heardMs() { return -1; }
     // A step has led to this picture, which is shown. No lock is held.
     virtual void onStepped(int64_t /*pts*/) {}
     // A step goes on behind an exact seek to `seekTimeMs`. No lock is held.
@@ -109,6 +111,7 @@ public:
     // The time of the picture on the screen, or the target of a seek, in milliseconds: of an exact one also while the
     // picture that holds it is there.
     int64_t getCurrentTime() { return timing_->clock().pts(); }
+    bool hasTime() { return timing_->clock().hasTime(); }
 
     // What it counts; any thread, without a lock.
     const PictureCounts& counts() const { return counts_; }
@@ -155,6 +158,7 @@ private:
     void onStep(const std::shared_ptr<DecodedFrame>& frame) override;
     void onStepSeek(int seekTimeMs) override;
     bool isSeekUnderWay() const override;
+    int64_t otherTimeMs() override;
     void onLateStart(int64_t positionMs) override;
     void onExit() override;
     void onFramesTaken(int left) override;

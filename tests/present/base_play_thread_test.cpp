@@ -53,6 +53,7 @@ public:
     std::function<void(int)> seekFinish = [](int) {};
     std::function<void()> idle = [] {};
     std::function<void(int)> taken = [](int) {};  // on the thread that took them
+    std::atomic<int64_t> otherMs{-1};             // where the other stream has come to
 
     void fill(std::initializer_list<int64_t> times) {
         for (const int64_t pts : times) {
@@ -97,6 +98,7 @@ private:
         note("finish " + std::to_string(ptsMs));
         seekFinish(ptsMs);
     }
+    int64_t otherTimeMs() override { return otherMs; }
     void onExit() override { note("exit"); }
     void onFramesTaken(int left) override { taken(left); }
 
@@ -125,6 +127,26 @@ protected:
 private:
     const int logLevel_ = Log::GetLevel();
 };
+
+// It was read when the other stream had been played for a while.
+TEST_F(BasePlayThreadTest, LetsALateFirstFrameWaitForItsTime) {
+    for (const auto& [otherMs, waitedMs] : {std::pair(6000, 1000), {-1, 7000}, {7200, 0}}) {
+        RecordingPlayThread thread;
+        thread.takeOddStreams(0);
+        thread.otherMs = otherMs;
+        std::atomic<int64_t> shownMs{0};
+        thread.output = [&](int64_t) {
+            shownMs = FakeTime::nowMs();
+            return true;
+        };
+        thread.fill({7000});
+        const int64_t beginMs = FakeTime::nowMs();
+        ASSERT_TRUE(thread.start());
+        ASSERT_TRUE(thread.waitFor("out 7000"));
+        thread.stop();
+        EXPECT_EQ(shownMs - beginMs, waitedMs) << otherMs;
+    }
+}
 
 // The queue, without a thread.
 

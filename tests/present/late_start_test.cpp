@@ -40,6 +40,23 @@ TEST(LateStart, GoesOnFromTheTargetOfASeek) {
     EXPECT_EQ(start.remaining(1000, kNowMs + 7400, false), 0);
 }
 
+// The first frame comes seconds after the other stream has begun, when so much of that was read.
+TEST(LateStart, CountsFromWhereTheOtherStreamHasCome) {
+    EXPECT_FALSE(LateStart().isUnseen());
+    LateStart start(true);
+    start.begin(0);
+    ASSERT_TRUE(start.isUnseen());
+    start.comeTo(6000);
+    EXPECT_EQ(start.remaining(10'000, kNowMs, false), 4000);
+    EXPECT_FALSE(start.isUnseen());
+    EXPECT_EQ(start.remaining(10'000, kNowMs + 900, false), 3100);
+    // One that hasn't begun tells nothing.
+    start.begin(600);
+    ASSERT_TRUE(start.isUnseen());
+    start.comeTo(-1);
+    EXPECT_EQ(start.remaining(1000, kNowMs + 900, false), 400);
+}
+
 TEST(LateStart, StandsInAPause) {
     LateStart start(true);
     start.begin(0);

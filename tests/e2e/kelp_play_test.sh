@@ -1,33 +1,8 @@
 #!/usr/bin/env bash
 # The player program as somebody at a terminal uses it. Arguments: the program and the folder of the media files.
 set -u
-program=$1
-media=$2
-# shellcheck source=tests/support/start_xvfb.sh
-. "$(dirname "$0")/../support/start_xvfb.sh"
-scratch=$(mktemp -d)
-xvfb=
-trap '[ -z "$xvfb" ] || kill "$xvfb" 2>/dev/null; rm -rf "$scratch"' EXIT
-failures=0
-unset DISPLAY WAYLAND_DISPLAY
-export SDL_AUDIODRIVER=dummy
-
-fail() {
-    echo "FAILED: $*"
-    failures=$((failures + 1))
-}
-
-# expect CODE ARGS...: runs the program; what it prints stands in $scratch/out and $scratch/err.
-expect() {
-    local code=$1 got
-    shift
-    timeout 60 "$program" "$@" >"$scratch/out" 2>"$scratch/err" </dev/null
-    got=$?
-    if [ "$got" != "$code" ]; then
-        fail "kelp_play $*: exit code $got, not $code"
-        cat "$scratch/out" "$scratch/err"
-    fi
-}
+# shellcheck source=tests/support/program_test.sh
+. "$(dirname "$0")/../support/program_test.sh"
 
 one_line_about() { # TEXT
     [ "$(wc -l <"$scratch/err")" = 1 ] && grep -q "$1" "$scratch/err" ||

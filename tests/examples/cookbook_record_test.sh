@@ -1,17 +1,9 @@
 #!/usr/bin/env bash
 # Records what is shown, and looks at the record. Arguments: the program and the folder of the media files.
 set -u
-program=$1
-media=$2
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-export SDL_VIDEODRIVER=dummy SDL_AUDIODRIVER=dummy
-failures=0
-
-fail() {
-    echo "FAILED: $*"
-    failures=$((failures + 1))
-}
+# shellcheck source=tests/support/program_test.sh
+. "$(dirname "$0")/../support/program_test.sh"
+export SDL_VIDEODRIVER=dummy
 
 "$program" "$media/small.mp4" "$scratch/shown.mp4" >"$scratch/out" 2>&1 || { fail "no record"; cat "$scratch/out"; }
 read -r pictures _ left _ < <(grep -oE '^[0-9]+ pictures, [0-9]+' "$scratch/out")

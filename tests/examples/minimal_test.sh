@@ -1,21 +1,8 @@
 #!/usr/bin/env bash
 # The shortest host, on a screen of its own. Arguments: the program and the folder of the media files.
 set -u
-program=$1
-media=$2
-# shellcheck source=tests/support/start_xvfb.sh
-. "$(dirname "$0")/../support/start_xvfb.sh"
-scratch=$(mktemp -d)
-xvfb=
-trap '[ -z "$xvfb" ] || kill "$xvfb" 2>/dev/null; rm -rf "$scratch"' EXIT
-unset WAYLAND_DISPLAY
-export SDL_AUDIODRIVER=dummy
-failures=0
-
-fail() {
-    echo "FAILED: $*"
-    failures=$((failures + 1))
-}
+# shellcheck source=tests/support/program_test.sh
+. "$(dirname "$0")/../support/program_test.sh"
 
 start_xvfb "$scratch"
 

@@ -2,26 +2,8 @@
 # Contact sheets against pictures that the ffmpeg command decodes. Arguments: the program and the folder of the media
 # files.
 set -u
-program=$1
-media=$2
-scratch=$(mktemp -d)
-trap 'rm -rf "$scratch"' EXIT
-unset DISPLAY WAYLAND_DISPLAY
-failures=0
-
-fail() {
-    echo "FAILED: $*"
-    failures=$((failures + 1))
-}
-
-# expect CODE ARGS...: runs the program; what it prints stands in $scratch/out.
-expect() {
-    local code=$1 got
-    shift
-    timeout 100 "$program" "$@" >"$scratch/out" 2>&1 </dev/null
-    got=$?
-    [ "$got" = "$code" ] || { fail "thumbnails $*: exit code $got, not $code"; cat "$scratch/out"; }
-}
+# shellcheck source=tests/support/program_test.sh
+. "$(dirname "$0")/../support/program_test.sh"
 
 size_of() { ffprobe -v error -show_entries stream=codec_name,width,height -of csv=p=0 "$1" 2>&1; }
 
@@ -37,7 +19,7 @@ tile() {
 }
 
 expect 0 "$media/small.mp4" 6 "$scratch/sheet.png"
-grep -q '^6 of 6 pictures$' "$scratch/out" || { fail "not six pictures"; cat "$scratch/out"; }
+grep -qh '^6 of 6 pictures$' "$scratch/out" "$scratch/err" || { fail "not six pictures"; cat "$scratch/out"; }
 [ "$(size_of "$scratch/sheet.png")" = png,960,360 ] || fail "the sheet is $(size_of "$scratch/sheet.png")"
 for n in 0 1 2 3 4 5; do
     tile "$media/small.mp4" $((3000 * (2 * n + 1) / 12)) "$n" 3 320 180
@@ -55,7 +37,7 @@ expect 0 --option video_track=2 "$media/two_tracks.mp4" 1 "$scratch/sheet.png"
 expect 2 --option novalue "$media/short.mp4" 1 "$scratch/none.png"
 
 expect 1 "$media/missing.mp4" 4 "$scratch/none.png"
-grep -q 'No such file or directory' "$scratch/out" || { fail "the log doesn't say why"; cat "$scratch/out"; }
+grep -qh 'No such file or directory' "$scratch/out" "$scratch/err" || { fail "the log doesn't say why"; cat "$scratch/err"; }
 expect 1 "$media/tone.mp3" 4 "$scratch/none.png"
 expect 1 "$media/short.mp4" 2 "$scratch/no/such/folder.png"
 expect 2 "$media/short.mp4" 0 "$scratch/none.png"

@@ -4,6 +4,7 @@ import concurrent.futures
 import os
 import pathlib
 import subprocess
+import tempfile
 import time
 from typing import Any, Callable, Dict, List, Optional, Tuple
 
@@ -71,13 +72,14 @@ def python(code: str, *arguments: str) -> Tuple[int, str]:
 
 
 # What plays waits for most of the time, so the tests of a file with this mark run beside each other, but for those that
-# have a fixture. Nothing else runs meanwhile.
+# have a fixture other than a folder. Nothing else runs meanwhile.
+_FOLDER = {"tmp_path", "tmp_path_factory", "request"}
 _beside: "Dict[str, concurrent.futures.Future[None]]" = {}
 _pool = concurrent.futures.ThreadPoolExecutor(6)
 
 
 def pytest_configure(config: pytest.Config) -> None:
-    config.addinivalue_line("markers", "beside_each_other: run the tests that have no fixture at the same time")
+    config.addinivalue_line("markers", "beside_each_other: run the tests without other fixtures than tmp_path at the same time")
 
 
 def pytest_collection_modifyitems(items: List[Any]) -> None:
@@ -87,7 +89,7 @@ def pytest_collection_modifyitems(items: List[Any]) -> None:
 def pytest_collection_finish(session: Any) -> None:
     for item in session.items:
         if _is_beside(item):
-            _beside[item.nodeid] = _pool.submit(item.obj)
+            _beside[item.nodeid] = _pool.submit(_run, item)
 
 
 def pytest_pyfunc_call(pyfuncitem: Any) -> Optional[bool]:
@@ -99,7 +101,12 @@ def pytest_pyfunc_call(pyfuncitem: Any) -> Optional[bool]:
 
 
 def _is_beside(item: Any) -> bool:
-    return bool(item.get_closest_marker("beside_each_other")) and not item.fixturenames
+    return bool(item.get_closest_marker("beside_each_other")) and set(item.fixturenames) <= _FOLDER
+
+
+def _run(item: Any) -> None:
+    with tempfile.TemporaryDirectory() as folder:
+        item.obj(*[pathlib.Path(folder)] if item.fixturenames else [])
 
 
 @pytest.fixture

@@ -16,7 +16,7 @@ public:
     // Forgets all, the speed as well.
     void restart() { *this = ClockLine(); }
 
-    // A reading, at `nowUs` of the wall clock.
+    // A reading, at `nowUs` of the steady clock.
     void add(int64_t readingMs, int64_t nowUs);
 
     // Where the line stands at the last reading, in microseconds.

@@ -6,32 +6,32 @@
 namespace kelp {
 
 ExactClock::ExactClock(double speed) {
-    const int64_t nowUs = KelpTime::getTimeUs();
+    const int64_t nowUs = KelpTime::getSteadyUs();
     time_.set(0, nowUs);
     time_.setSpeed(speed, nowUs);
 }
 
 int64_t ExactClock::getSyncPtsUs() {
-    return time_.read(KelpTime::getTimeUs());
+    return time_.read(KelpTime::getSteadyUs());
 }
 
 void ExactClock::save(int64_t pts) {
-    time_.stand(KelpTime::getTimeUs());
+    time_.stand(KelpTime::getSteadyUs());
     if (pts >= 0) {
         rebase(pts);
     }
 }
 
 void ExactClock::restore() {
-    time_.run(KelpTime::getTimeUs());
+    time_.run(KelpTime::getSteadyUs());
 }
 
 void ExactClock::rebase(int64_t pts) {
-    time_.set(wrappingMultiply(pts, 1000), KelpTime::getTimeUs());
+    time_.set(wrappingMultiply(pts, 1000), KelpTime::getSteadyUs());
 }
 
 void ExactClock::setSpeed(double speed) {
-    time_.setSpeed(speed, KelpTime::getTimeUs());
+    time_.setSpeed(speed, KelpTime::getSteadyUs());
 }
 
 }  // namespace kelp

@@ -15,7 +15,7 @@ namespace kelp {
 // performance bounds and algorithms", Multimedia Systems 6 (1998). As there, a spike is no jitter: what comes more than
 // 100 ms behind the fastest has stood somewhere, isn't counted, and doesn't age the others.
 //
-// One thread uses it. Times of the wall clock are microseconds, time stamps milliseconds.
+// One thread uses it. Times of the steady clock are microseconds, time stamps milliseconds.
 class PlayoutDelay {
 public:
     void add(int64_t ptsMs, int64_t arrivedUs);

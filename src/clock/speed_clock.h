@@ -5,7 +5,7 @@
 
 namespace kelp {
 
-// A time that runs with the wall clock, at a speed, or stands. All times are microseconds, `nowUs` the wall clock's.
+// A time that runs at a speed, or stands. All times are microseconds, `nowUs` the steady clock's.
 // Any thread may call any operation; a reading is never put together of an old and a new state.
 class SpeedClock {
 public:
@@ -15,7 +15,7 @@ public:
     void run(int64_t nowUs);
     void stand(int64_t nowUs);
 
-    // 1 is the wall clock's pace; from `nowUs` on, without a jump.
+    // 1 is the steady clock's pace; from `nowUs` on, without a jump.
     void setSpeed(double speed, int64_t nowUs);
     double speed() const;
 

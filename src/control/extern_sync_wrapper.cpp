@@ -61,7 +61,7 @@ int64_t ExternSyncWrapper::getSyncPtsUs() {
         return kOutOfReachMs;  // as far in microseconds
     }
     const int64_t readingMs = reading.clock->getSyncPts();
-    const int64_t nowUs = KelpTime::getTimeUs();
+    const int64_t nowUs = KelpTime::getSteadyUs();
     std::lock_guard lock(mutex_);
     // Another clock may stand here by now.
     ClockLine other;

@@ -17,7 +17,7 @@ struct HeardSound {
 };
 
 // Tells what is heard of a device that takes sound in blocks: while it asks for one, it begins to play the one before.
-// Times are microseconds by KelpTime.
+// Times are microseconds of KelpTime's steady clock.
 //
 // The device asks now a little early, now late, and its clock isn't the system's. So the times go through a
 // delay-locked loop of second order (F. Adriaensen, "Using a DLL to filter time", 2005), which learns the true pace,

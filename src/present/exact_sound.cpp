@@ -64,14 +64,14 @@ double heldBack(void* tempoLibrary, int sampleRate, double tempo) {
 
 void ExactSound::setSpeed(float speed) {
     SoundTiming::setSpeed(speed);
-    const int64_t nowUs = KelpTime::getTimeUs();
+    const int64_t nowUs = KelpTime::getSteadyUs();
     const HeardSound heardNow = heard(nowUs);
     std::lock_guard lock(mutex_);
     clock_.setSpeed(speed, heardNow, nowUs);
 }
 
 void ExactSound::setPaused(bool paused) {
-    const int64_t nowUs = KelpTime::getTimeUs();
+    const int64_t nowUs = KelpTime::getSteadyUs();
     const HeardSound heardNow = heard(nowUs);
     std::lock_guard lock(mutex_);
     clock_.pause(paused, heardNow, nowUs);
@@ -83,7 +83,7 @@ bool ExactSound::hasTime() const {
 }
 
 int64_t ExactSound::positionMs() const {
-    const HeardSound heardNow = heard(KelpTime::getTimeUs());
+    const HeardSound heardNow = heard(KelpTime::getSteadyUs());
     std::lock_guard lock(mutex_);
     return clock_.position(heardNow) / 1000;
 }
@@ -93,7 +93,7 @@ int64_t ExactSound::readMs() const {
 }
 
 int64_t ExactSound::readUs() const {
-    const int64_t nowUs = KelpTime::getTimeUs();
+    const int64_t nowUs = KelpTime::getSteadyUs();
     const HeardSound heardNow = heard(nowUs);
     std::lock_guard lock(mutex_);
     return clock_.read(heardNow, nowUs);
@@ -105,11 +105,11 @@ HeardSound ExactSound::heard(int64_t nowUs) const {
 }
 
 void ExactSound::seek(int64_t ms) {
-    stand(wrappingMultiply(ms, 1000), KelpTime::getTimeUs() + kGraceUs);
+    stand(wrappingMultiply(ms, 1000), KelpTime::getSteadyUs() + kGraceUs);
 }
 
 void ExactSound::runFrom(int64_t ms) {
-    stand(wrappingMultiply(ms, 1000), KelpTime::getTimeUs());
+    stand(wrappingMultiply(ms, 1000), KelpTime::getSteadyUs());
 }
 
 void ExactSound::stand(int64_t us, int64_t fromUs) {
@@ -142,7 +142,7 @@ int64_t ExactSound::beginOf(const AudioFrameInfo& frame) const {
 
 int64_t ExactSound::begin(const AudioFrameInfo& frame, int64_t /*durationMs*/, IAudioOutput& output,
                           int64_t /*nowMs*/) {
-    const int64_t nowUs = KelpTime::getTimeUs();
+    const int64_t nowUs = KelpTime::getSteadyUs();
     const HeardSound heardNow = output.heard(nowUs);
     beginUs_ = beginOf(frame);
     if (endUs_ == kNoTimeUs) {
@@ -208,7 +208,7 @@ void ExactSound::handOver(void* tempoLibrary, int64_t put, int64_t got) {
     const double held = tempoLibrary ? heldBack(tempoLibrary, spec_.sampleRate, tempo_) : 0;
     outUs_ = wrappingSubtract(endUs_, toUs(held));
     const int64_t outBeginUs = wrappingSubtract(outUs_, toUs(static_cast<double>(got) * tempo_));
-    const HeardSound heardNow = heard(KelpTime::getTimeUs());
+    const HeardSound heardNow = heard(KelpTime::getSteadyUs());
     std::lock_guard lock(mutex_);
     clock_.add(got, outBeginUs, outUs_, heardNow);
 }

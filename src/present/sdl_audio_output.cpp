@@ -176,7 +176,7 @@ bool SDLAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {
     if (flushRequested_) {
         // In this order: until the ring is empty, the device stays silent.
         cycleBuffer_->reset();
-        clock_.drop(KelpTime::getTimeUs());
+        clock_.drop(KelpTime::getSteadyUs());
         flushRequested_ = false;
         return true;
     }
@@ -256,7 +256,7 @@ void SDLAudioOutput::sdlAudioCallback(void* userdata, unsigned char* stream, int
         std::memset(stream, 0, static_cast<size_t>(len));
         return;
     }
-    const int64_t nowUs = KelpTime::getTimeUs();
+    const int64_t nowUs = KelpTime::getSteadyUs();
     const int got = output->takeSound(stream, len);
     if (const int frameBytes = output->frameBytes_; frameBytes > 0) {
         output->clock_.take(got / frameBytes, nowUs);

@@ -12,7 +12,7 @@ namespace kelp {
 // the output, and the output how much has been heard; in between the clock is as even as that, at the speed that each
 // piece was given. When all has been heard it runs on, so that pictures behind the last sound go on.
 //
-// It knows no thread; its owner guards it. `nowUs` is KelpTime's.
+// It knows no thread; its owner guards it. `nowUs` is KelpTime's steady one.
 class SoundClock {
 public:
     static constexpr int64_t kNeverUs = INT64_MAX;

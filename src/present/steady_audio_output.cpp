@@ -64,7 +64,7 @@ bool SteadyAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {
         take(device);
     }
     const int64_t us = durationOf(frame->dataSize);
-    const int64_t nowUs = KelpTime::getTimeUs();
+    const int64_t nowUs = KelpTime::getSteadyUs();
     {
         std::lock_guard lock(silenceMutex_);
         handedBytes_ += frame->dataSize;
@@ -91,14 +91,14 @@ int SteadyAudioOutput::getBufferDuration() {
         return device->getBufferDuration();
     }
     std::lock_guard lock(silenceMutex_);
-    return static_cast<int>(silence_.leftUs(KelpTime::getTimeUs()) / 1000) + deviceBufferMs();
+    return static_cast<int>(silence_.leftUs(KelpTime::getSteadyUs()) / 1000) + deviceBufferMs();
 }
 
 bool SteadyAudioOutput::pause(bool paused) {
     paused_ = paused;
     {
         std::lock_guard lock(silenceMutex_);
-        silence_.pause(paused, KelpTime::getTimeUs());
+        silence_.pause(paused, KelpTime::getSteadyUs());
     }
     endRest();
     if (const auto device = device_.load()) {
@@ -177,7 +177,7 @@ void SteadyAudioOutput::take(const std::shared_ptr<IAudioOutput>& device) {
     int64_t leftUs = 0;
     {
         std::lock_guard lock(silenceMutex_);
-        leftUs = silence_.leftUs(KelpTime::getTimeUs());
+        leftUs = silence_.leftUs(KelpTime::getSteadyUs());
     }
     // As much silence as is still due, so that the clock goes on evenly.
     const int64_t bytes = std::min<int64_t>(bytesOf(leftUs), SDLAudioOutput::kRingBytes);
@@ -224,7 +224,7 @@ void SteadyAudioOutput::lose(std::shared_ptr<IAudioOutput> device, int64_t endUs
     {
         std::lock_guard lock(silenceMutex_);
         device_.store(nullptr);
-        const int64_t nowUs = KelpTime::getTimeUs();
+        const int64_t nowUs = KelpTime::getSteadyUs();
         silence_.begin(std::clamp(endUs, nowUs - kMaxHoleUs, nowUs + durationOf(SDLAudioOutput::kRingBytes)), nowUs);
     }
     waitInSilence();
@@ -242,7 +242,7 @@ void SteadyAudioOutput::waitInSilence() {
         int restMs = Rest::kForeverMs;
         {
             std::lock_guard lock(silenceMutex_);
-            const int64_t nowUs = KelpTime::getTimeUs();
+            const int64_t nowUs = KelpTime::getSteadyUs();
             if (flushRequested_.exchange(false)) {
                 silence_.clear(nowUs);
                 return;

@@ -14,6 +14,11 @@ int64_t KelpTime::getTimeMs() {
     return getTimeUs() / 1000;
 }
 
+int64_t KelpTime::getSteadyUs() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+}
+
 void KelpTime::sleepMs(int ms) {
     // The product is 32 bits wide and wraps.
     sleepUs(static_cast<int>(static_cast<uint32_t>(ms) * 1000U));

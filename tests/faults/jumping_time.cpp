@@ -29,6 +29,11 @@ int64_t KelpTime::getTimeMs() {
     return getTimeUs() / 1000;
 }
 
+int64_t KelpTime::getSteadyUs() {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+}
+
 void KelpTime::sleepMs(int ms) {
     sleepUs(ms * 1000);
 }

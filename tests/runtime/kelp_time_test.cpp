@@ -38,6 +38,18 @@ TEST(KelpTime, CountsFromTheUsualOrigin) {
     EXPECT_LE(KelpTime::getTimeMs() / 1000, before + 60);
 }
 
+TEST(KelpTime, ReadsTheSteadyClock) {
+    const auto steadyUs = [] {
+        return std::chrono::duration_cast<std::chrono::microseconds>(
+                   std::chrono::steady_clock::now().time_since_epoch())
+            .count();
+    };
+    const int64_t before = steadyUs();
+    const int64_t now = KelpTime::getSteadyUs();
+    EXPECT_LE(before, now);
+    EXPECT_LE(now, steadyUs());
+}
+
 TEST(KelpTime, CutsMicrosecondsToMilliseconds) {
     for (int i = 0; i < 1000; ++i) {
         const int64_t before = KelpTime::getTimeUs() / 1000;

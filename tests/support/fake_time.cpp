@@ -44,6 +44,7 @@ public:
         std::lock_guard lock(mutex_);
         manual_ = false;
         now_ = nowUs;
+        dateUs_ = 0;
         wakeIf([](const Sleeper&) { return true; });
         sleptMs_ = 0;
         sleepCount_ = 0;
@@ -76,6 +77,9 @@ public:
     }
 
     int64_t now() const { return now_; }
+
+    void setDateBy(int64_t us) { dateUs_ += us; }
+    int64_t wall() const { return now_ + dateUs_; }
 
     bool waitForSleepers(int count, int realTimeoutMs) {
         std::unique_lock lock(mutex_);
@@ -189,6 +193,7 @@ private:
     std::condition_variable wake_;        // the sleepers wait here
     std::condition_variable asleep_;      // and those that wait for sleepers here
     std::atomic<int64_t> now_{kStartUs};  // microseconds; written with mutex_ held
+    std::atomic<int64_t> dateUs_{0};      // the wall clock's lead
     bool manual_ = false;
     std::vector<Sleeper*> sleepers_;
     int64_t sleptMs_ = 0;
@@ -225,6 +230,9 @@ int64_t FakeTime::nowMs() {
 int64_t FakeTime::nowUs() {
     return state().now();
 }
+void FakeTime::setDateBy(int64_t ms) {
+    state().setDateBy(ms * 1000);
+}
 bool FakeTime::waitForSleepers(int count, int realTimeoutMs) {
     return state().waitForSleepers(count, realTimeoutMs);
 }
@@ -246,11 +254,15 @@ std::vector<int> FakeTime::sleeps() {
 namespace kelp {
 
 int64_t KelpTime::getTimeUs() {
-    return test::state().now();
+    return test::state().wall();
 }
 
 int64_t KelpTime::getTimeMs() {
-    return test::state().now() / 1000;
+    return test::state().wall() / 1000;
+}
+
+int64_t KelpTime::getSteadyUs() {
+    return test::state().now();
 }
 
 void KelpTime::sleepMs(int ms) {

@@ -38,6 +38,10 @@ public:
     static int64_t nowMs();
     static int64_t nowUs();
 
+    // Sets the system's date forward, or back, until the next reset: the wall clock alone, under which what sleeps
+    // isn't moved.
+    static void setDateBy(int64_t ms);
+
     // Waits in real time, up to `realTimeoutMs`, until `count` threads or more sleep at once. Whether they did. A
     // thread whose wake-up time has come is awake, even if it hasn't run yet.
     static bool waitForSleepers(int count, int realTimeoutMs = 5000);

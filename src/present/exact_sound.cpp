@@ -18,7 +18,7 @@ constexpr int64_t kGraceUs = 200'000;  // that sound may take to come after a se
 constexpr int64_t kGapUs = 40'000;
 constexpr int64_t kFollowPart = 32;  // of the distance is made up for at each frame
 
-// What makes up for a distance, as a part of the tempo.
+// What makes up for a distance, of the time that the ear takes for it, as a part of the tempo.
 constexpr double kInStepUs = 10'000;  // within this, too little to be heard
 constexpr double kInStepPart = 0.03;
 constexpr double kCatchUpUs = 200'000;  // beyond it, a distance of this would take its time to go
@@ -195,7 +195,8 @@ int64_t ExactSound::begin(const AudioFrameInfo& frame, int64_t /*durationMs*/, I
     // To what stands ahead it goes at its own speed. Slower than this nothing can be heard, and one block would become
     // many.
     const double slowest = std::min(kSlowestPace, ownTempo);
-    tempo_ = limited(std::max(slowest, (isStanding ? ownTempo : base) * (1 + correction(aheadUs))));
+    const double pacedBy = isStanding ? ownTempo : base;
+    tempo_ = limited(std::max(slowest, pacedBy * (1 + correction(aheadUs / std::max(pacedBy, kSlowestPace)))));
     unSyncSamples_.store(static_cast<int>(aheadUs * spec_.sampleRate / kSecondUs), std::memory_order_relaxed);
     return 0;
 }

@@ -432,7 +432,7 @@ typedef struct kelp_statistics {
     double video_frame_rate;           // pictures per second, as the source states them; 0 where it doesn't
     int64_t video_decoded;             // pictures that left the decoder
     int64_t video_shown;               // of these, brought to the windows
-    int64_t video_late;                // left out, as they came more than half a second behind the master
+    int64_t video_late;                // left out, as they came far behind the master; see kelp_player/statistics.h
     int64_t video_repeated;            // times that a picture was drawn again as the next one was far too early
     int video_pictures_count;          // pictures that wait to be shown
     int64_t video_pictures_ms;         // from the first of them to the last

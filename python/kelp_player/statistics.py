@@ -36,7 +36,7 @@ class VideoStatistics:
     frame_rate: float  #: pictures per second, as the source states them; 0 where it doesn't
     decoded: int  #: pictures that left the decoder
     shown: int  #: of these, brought to the windows
-    late: int  #: left out, as they came more than half a second behind the master
+    late: int  #: left out, as they came far behind the master
     repeated: int  #: times that a picture was drawn again as the next one was far too early
     pictures_count: int  #: pictures that wait to be shown
     pictures_ms: int  #: from the first of them to the last

@@ -47,7 +47,11 @@ void BaseDecodeThread::Run() {
                  [&] { return seekAsked_.isPending() || taken_ != taken; });
             continue;
         }
-        if (auto packet = takePacket()) {
+        auto packet = takePacket();
+        if (dropped_ + undelivered_ > 0) {
+            onLeftOut(std::exchange(dropped_, 0), std::exchange(undelivered_, 0));
+        }
+        if (packet) {
             decode(std::move(packet));
             decoding_ = false;
         }
@@ -66,24 +70,35 @@ void BaseDecodeThread::dropPackets() {
 }
 
 std::shared_ptr<MediaPacket> BaseDecodeThread::takePacket() {
+    const auto due = dueMs();
     std::unique_lock lock(queueMutex_);
     // What is queued now came after that seek: the decoder has to be flushed first.
     if (seekAsked_.isPending()) {
         return nullptr;
     }
+    dropped_ = due ? seekSkip_.countDropped(packetQueue_, *due) : 0;
+    for (int i = 0; i < dropped_; ++i) {
+        popPacket();
+    }
     if (packetQueue_.empty()) {
         // A stop that came after the loop's test has given its signal already.
-        if (!isStopRequested()) {
+        if (!isStopRequested() && dropped_ == 0) {
             queueCond_.wait(lock);
         }
         return nullptr;
     }
+    auto packet = popPacket();
+    decoding_ = true;
+    seekSkip_.take(*packet, packetQueue_);
+    undelivered_ = due && seekSkip_.leaveOutIfLate(*packet, packetQueue_, *due);
+    return packet;
+}
+
+std::shared_ptr<MediaPacket> BaseDecodeThread::popPacket() {
     auto packet = std::move(packetQueue_.front());
     packetQueue_.pop_front();
     queuedBytes_ -= bytesOf(*packet);
     noteLevel();
-    decoding_ = true;
-    seekSkip_.take(*packet, packetQueue_);
     return packet;
 }
 
@@ -144,6 +159,11 @@ std::unique_lock<std::mutex> BaseDecodeThread::aim(int seekTimeMs, bool flush) {
 void BaseDecodeThread::skipTo(int seekTimeMs) {
     std::lock_guard lock(queueMutex_);
     seekSkip_.aim(seekTimeMs, /*flush=*/false);
+}
+
+bool BaseDecodeThread::isLeftOut(int64_t timeMs) {
+    std::lock_guard lock(queueMutex_);
+    return seekSkip_.isLeftOut(timeMs);
 }
 
 void BaseDecodeThread::framesTaken() {

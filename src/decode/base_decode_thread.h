@@ -5,6 +5,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "decode/seek_skip.h"
@@ -61,6 +62,9 @@ public:
     // isn't told.
     void skipTo(int seekTimeMs);
 
+    // Whether frames at this time may have been left out of what went on from here.
+    virtual bool isLeftOut(int64_t timeMs);
+
     // Frames have left the queue behind. Where that is told, from its beginning on, the thread that found no room rests
     // until then; where it never is, it looks again every 30 ms. Any thread, under any lock.
     void framesTaken();
@@ -92,6 +96,11 @@ protected:
 private:
     // May the loop take a packet now? Asked before each one.
     virtual bool canDecode() = 0;
+    // Which time is to be shown now, in milliseconds, so that what comes too late may be left out; nothing for all to
+    // be decoded. Asked before each packet, with no lock held.
+    virtual std::optional<int64_t> dueMs() { return std::nullopt; }
+    // So many packets were dropped for that, and so many are taken whose frames are for nobody.
+    virtual void onLeftOut(int /*dropped*/, int /*undelivered*/) {}
     virtual void decode(std::shared_ptr<MediaPacket> packet) = 0;
     // A seek is here. With `flush` the decode thread serves it; without, `clearBuffer` calls on its caller's thread
     // and with queueMutex_ held, so that nothing called from here may come back to this class.
@@ -101,6 +110,8 @@ private:
 
     // The oldest packet; waits for a wake-up if there is none, and gives none then.
     std::shared_ptr<MediaPacket> takePacket();
+    // queueMutex_ is held.
+    std::shared_ptr<MediaPacket> popPacket();
     bool reaches(const char* operation, int seekTimeMs);
     // After a change of the queue, with its mutex held.
     void noteLevel();
@@ -115,7 +126,9 @@ private:
     LatestTime seekAsked_;                // in milliseconds; posted under queueMutex_, as it goes with an emptied queue
     std::atomic<unsigned int> taken_{0};  // calls of framesTaken
     std::atomic<bool> decoding_{false};   // set under queueMutex_, as the queue gets shorter with it
-    bool running_ = false;                // between start and stop; the owner's
+    int dropped_ = 0;                     // with the last look at the queue; the thread's, like the next
+    int undelivered_ = 0;
+    bool running_ = false;  // between start and stop; the owner's
 };
 
 }  // namespace kelp

@@ -30,6 +30,9 @@ public:
     DecodedFrame& operator=(const DecodedFrame&) = delete;
     virtual ~DecodedFrame();
 
+    // The memory that it keeps from others.
+    virtual uint64_t bytes() const { return buffer ? buffer->size : 0; }
+
     int64_t frameTag = 0;  // or the packet's time in the stream's time base if it was not decoded
     int64_t pts = 0;       // in milliseconds from the start of the input
     int fractionUs = 0;    // of a picture: by how many microseconds its time goes beyond pts
@@ -37,7 +40,7 @@ public:
     // No other frame begins up to this time, in milliseconds, as far as it is known for certain.
     int64_t lastsToMs = std::numeric_limits<int64_t>::min();
     bool isBlanked = false;  // of a picture: it is black now, whatever was decoded
-    int64_t queuedUs = 0;    // when it came into the queue of its play thread, by the wall clock, in microseconds
+    int64_t queuedUs = 0;    // when it came into the queue of its play thread, by the steady clock, in microseconds
     std::shared_ptr<FrameBuffer> buffer;
     std::function<void(std::shared_ptr<FrameBuffer>)> freeBuffer;           // gives a buffer back to its pool
     std::function<std::shared_ptr<FrameBuffer>(unsigned int)> allocBuffer;  // fetches one; on audio frames only

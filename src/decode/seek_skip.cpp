@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "clock/wrapping_math.h"
 #include "decode/packet_time.h"
 #include "input/media_packet.h"
 
@@ -11,6 +12,7 @@ namespace {
 
 constexpr int kFramesBetween = 3;   // and the target
 constexpr int kMostReordered = 16;  // that a decoder holds back for the order of showing
+constexpr int64_t kHopelessMs = 2000;
 
 int64_t timeMs(const MediaPacket& packet) {
     return scaleTicks(packet.pts, msPerTick(packet));
@@ -26,11 +28,62 @@ void SeekSkip::aim(int64_t targetMs, bool flush) {
     if (flush) {
         neededFromMs_ = kNone;
         earliestMs_ = kNone;
+        isKeyAwaited_ = false;
         lastTakenMs_ = kNone;
         holder_ = {};
     }
     heldMs_ = lastTakenMs_;
     isHeldKnown_ = lastTakenMs_ <= targetMs;
+}
+
+int SeekSkip::countDropped(const Packets& waiting, int64_t dueMs) {
+    const bool isLate = !waiting.empty() && waiting.front()->data && timeMs(*waiting.front()) < dueMs;
+    if (!isLate && !isKeyAwaited_) {
+        return 0;
+    }
+    const bool isHopeless = isKeyAwaited_ || wrappingSubtract(dueMs, timeMs(*waiting.front())) > kHopelessMs;
+    size_t dropped = 0;
+    isKeyAwaited_ = isHopeless;
+    for (size_t i = 0; i < waiting.size(); ++i) {
+        const auto* const packet = dynamic_cast<const VideoPacket*>(waiting[i].get());
+        // The end, an order, or another track.
+        if (!packet || !packet->data || packet->track != waiting.front()->track) {
+            dropped = isKeyAwaited_ ? i : dropped;
+            isKeyAwaited_ = false;
+            break;
+        }
+        if (packet->keyFrame && (isKeyAwaited_ || timeMs(*packet) <= dueMs)) {
+            dropped = i;
+            isKeyAwaited_ = false;
+        }
+    }
+    dropped = isKeyAwaited_ ? waiting.size() : dropped;
+    for (size_t i = 0; i < dropped; ++i) {
+        leaveOut(timeMs(*waiting[i]) + 1);
+    }
+    return static_cast<int>(dropped);
+}
+
+bool SeekSkip::leaveOutIfLate(const MediaPacket& packet, const Packets& behind, int64_t dueMs) {
+    if (!packet.data || timeMs(packet) >= dueMs) {
+        return false;
+    }
+    const int64_t time = timeMs(packet);
+    for (const auto& other : behind) {
+        if (!other->data || other->track != packet.track) {
+            return false;
+        }
+        if (other->size > 0 && timeMs(*other) > time && timeMs(*other) <= dueMs) {
+            leaveOut(time + 1);
+            return true;
+        }
+    }
+    return false;
+}
+
+void SeekSkip::leaveOut(int64_t toMs) {
+    neededFromMs_ = std::max(neededFromMs_, toMs);
+    earliestMs_ = std::max(earliestMs_, toMs);
 }
 
 void SeekSkip::take(const MediaPacket& packet, const Packets& behind) {

@@ -9,8 +9,8 @@ namespace kelp {
 
 class MediaPacket;
 
-// Finds what a seek decodes for nobody: the frames on the way to its target that the play thread would drop unseen. The
-// owner's lock guards all of it.
+// Finds what is decoded for nobody: on the way to a seek's target, the frames that the play thread would drop unseen,
+// and behind playback, those that come too late. The owner's lock guards all of it.
 //
 // The play thread shows the frame that the target lies in. A frame ends where the next one starts, or, as long as that
 // one isn't queued, after what the decoder took from the frame before: 100 ms at most, and 40 behind a longer gap. So
@@ -24,6 +24,10 @@ class MediaPacket;
 //   the target may have been reached; so does one whose decoding time goes back, as its time may be any.
 // - A seek without flush may bring another target, but none before the one that frames were left out for: `isLeftOut`.
 //   What wasn't needed for that one isn't needed for a later one either.
+//
+// Where a decoder can't keep up, a frame comes too late if a newer one that waits is due by now. None of these is
+// delivered, and those are dropped undecoded that lie before a key frame that is due as well; or, if playback has got
+// two seconds ahead, before any.
 //
 // It tells as well when the one shown is in the decoder, with those behind it that its turn in the order of showing may
 // depend on; and which one holds the target, by the times of all packets up to it.
@@ -44,7 +48,14 @@ public:
     // `packet` goes to the decoder now; `behind` are those that wait.
     void take(const MediaPacket& packet, const Packets& behind);
 
-    // Frames before this time are for nobody. Only `take` and a flush change it.
+    // Playback is at `dueMs`: how many packets at the front of `waiting` aren't to be taken any more. They count as
+    // left out.
+    int countDropped(const Packets& waiting, int64_t dueMs);
+
+    // Behind `take`: leaves the frame of `packet` out if it comes too late. Whether it does.
+    bool leaveOutIfLate(const MediaPacket& packet, const Packets& behind, int64_t dueMs);
+
+    // Frames before this time are for nobody. A flush takes that back.
     int64_t neededFromMs() const { return neededFromMs_; }
 
     // How many packets behind the target were taken, all up to it included; kNotYet as long as one of these may come,
@@ -65,12 +76,14 @@ public:
 private:
     int countBehind(const MediaPacket& packet, const Packets& behind);
     bool isUnneeded(int64_t timeMs, int64_t dts, const Packets& behind) const;
+    void leaveOut(int64_t toMs);
 
     const int64_t leadInMs_;
     int64_t targetMs_ = kNone;  // until it comes near
     int64_t lastDts_ = kNone;   // of the packets taken for it, in ticks
     int64_t neededFromMs_ = kNone;
-    int64_t earliestMs_ = kNone;   // the last target for which frames were left out
+    int64_t earliestMs_ = kNone;   // of what may be found: frames before were left out
+    bool isKeyAwaited_ = false;    // all is dropped up to the next key frame
     int64_t awaitedMs_ = kNone;    // target, until enough was taken behind it
     int laterTaken_ = 0;           // packets behind it
     int64_t lastTakenMs_ = kNone;  // the latest time of the packets taken since the last flush

@@ -6,12 +6,14 @@
 #include "input/media_packet.h"
 #include "kelp_player/codec_info.h"
 #include "kelp_player/log.h"
+#include "runtime/kelp_time.h"
 
 namespace kelp {
 
 constexpr char kName[] = "VideoDecodeThread";  // of the thread, and the log tag
 constexpr int kMaxWaitingFrames = 3;
-constexpr int64_t kMaxOverlapMs = 5000;  // of two tracks; times farther back have nothing to do with each other
+constexpr int64_t kMaxOverlapMs = 5000;     // of two tracks; times farther back have nothing to do with each other
+constexpr int64_t kLongestGapUs = 200'000;  // between pictures while others come too late
 
 VideoDecodeThread::VideoDecodeThread()
     : BaseDecodeThread(kName), decoderFactory_(std::make_shared<VideoDecoderFactory>()) {
@@ -91,6 +93,19 @@ bool VideoDecodeThread::canDecode() {
     return observer_ && observer_->onVideoFrameQueueSize() < kMaxWaitingFrames;
 }
 
+// However slow it is, it gives out a picture now and then.
+std::optional<int64_t> VideoDecodeThread::dueMs() {
+    const bool isPictureWanted = KelpTime::getSteadyUs() - deliveredUs_ > kLongestGapUs;
+    return observer_ && !isPictureWanted ? observer_->onVideoDue() : std::nullopt;
+}
+
+void VideoDecodeThread::onLeftOut(int dropped, int undelivered) {
+    counts_.late.add(dropped + undelivered);
+    for (int i = 0; observer_ && i < dropped; ++i) {
+        observer_->onVideoPacketTaken();
+    }
+}
+
 void VideoDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
     if (observer_) {
         observer_->onVideoPacketTaken();
@@ -136,6 +151,7 @@ void VideoDecodeThread::onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) {
     }
     knownToMs_ = kNothing;
     deliveredMs_ = lastOutputPtsMs_ = frame->pts;
+    deliveredUs_ = KelpTime::getSteadyUs();
     counts_.frames.add();
     if (const auto held = holder(); frame->pts == held.timeMs) {
         frame->lastsToMs = held.targetMs;

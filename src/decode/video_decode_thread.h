@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <optional>
 
 #include "decode/base_decode_thread.h"
 #include "decode/video_decoder.h"
@@ -28,8 +29,10 @@ public:
     virtual void onVideoDecodeEnd() {}
     // Frames that wait for presentation.
     virtual int onVideoFrameQueueSize() = 0;
-    // A packet has left the queue, and is about to be decoded.
+    // A packet has left the queue, and is about to be decoded, or was left out.
     virtual void onVideoPacketTaken() {}
+    // Which time is to be shown now, in milliseconds; nothing where pictures may come as they do.
+    virtual std::optional<int64_t> onVideoDue() { return std::nullopt; }
     virtual void onVideoDecodeSeek(int seekTimeMs, bool flush) = 0;
     virtual std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) = 0;
     virtual void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) = 0;
@@ -59,6 +62,7 @@ public:
     using BaseDecodeThread::framesTaken;
     using BaseDecodeThread::getQueuePacketSize;
     using BaseDecodeThread::isDecoding;
+    using BaseDecodeThread::isLeftOut;
     using BaseDecodeThread::level;
     using BaseDecodeThread::prepareStop;
     using BaseDecodeThread::seek;
@@ -84,6 +88,8 @@ public:
 
 private:
     bool canDecode() override;
+    std::optional<int64_t> dueMs() override;
+    void onLeftOut(int dropped, int undelivered) override;
     void decode(std::shared_ptr<MediaPacket> packet) override;
     void onSeek(int seekTimeMs, bool flush) override;
     void onExit() override;
@@ -102,6 +108,7 @@ private:
     PlaybackOptions options_;
     static constexpr int64_t kNothing = std::numeric_limits<int64_t>::min();
     int64_t deliveredMs_ = kNothing;  // time of the last frame since the last flush; the decode thread's
+    int64_t deliveredUs_ = 0;         // when that was; likewise
     int64_t knownToMs_ = kNothing;    // frames up to here were delivered of the track before; likewise
     // Time of the last frame that left the decoder. A seek doesn't reset it.
     std::atomic<int64_t> lastOutputPtsMs_{std::numeric_limits<int64_t>::max()};

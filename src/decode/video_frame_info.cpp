@@ -22,6 +22,14 @@ void VideoFrameInfo::layOutIn(unsigned char* block) {
     linesize[1] = linesize[2] = width >> 1;
 }
 
+uint64_t VideoFrameInfo::bytes() const {
+    uint64_t sum = DecodedFrame::bytes();
+    for (const DecoderMemory& memory : decoderMemory) {
+        sum += memory ? memory->size : 0;
+    }
+    return sum;
+}
+
 std::shared_ptr<const VideoFrameInfo> VideoFrameInfo::share(std::shared_ptr<VideoFrameInfo> frame) {
     auto shared = std::make_shared<VideoFrameInfo>();
     shared->pixFormat = frame->pixFormat;

@@ -30,6 +30,8 @@ public:
     // times. Null if there is no memory.
     static std::shared_ptr<const VideoFrameInfo> share(std::shared_ptr<VideoFrameInfo> frame);
 
+    uint64_t bytes() const override;
+
     PixFormat pixFormat = PIX_FMT_YUV420P;
     int32_t colorRange = 0;    // 0 not stated, 1 limited, 2 full
     int32_t colorSpace = 0;    // 0 not stated, 1 BT.709, 2 BT.601

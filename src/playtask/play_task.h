@@ -5,6 +5,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -172,6 +173,7 @@ private:
     void onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) override;
     void onVideoDecodeFailed() override;
     void onVideoPacketTaken() override { onPacketTaken(); }
+    std::optional<int64_t> onVideoDue() override;
     void onVideoDecodeNoMoreFrame() override;
     void onVideoDecodeEnd() override;
     void onVideoDecodeSeek(int seekTimeMs, bool flush) override;
@@ -189,8 +191,12 @@ private:
     void freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) override { pcmPool_.free(std::move(buffer)); }
 
     // From the play threads, at the very first frame and at the end of each seek, then with their queue mutex held.
-    void onFirstVideoFrame(int64_t framePtsMs) override;
-    void onFirstAudioFrame(int64_t framePtsMs) override;
+    void onFirstVideoFrame(int64_t framePtsMs) override { firstVideoFrame(framePtsMs, SeekTurns::FrameOf::Seek); }
+    void onFirstAudioFrame(int64_t framePtsMs) override { firstAudioFrame(framePtsMs, SeekTurns::FrameOf::Seek); }
+    void onVeryFirstVideoFrame(int64_t framePtsMs) override { firstVideoFrame(framePtsMs, SeekTurns::FrameOf::Start); }
+    void onVeryFirstAudioFrame(int64_t framePtsMs) override { firstAudioFrame(framePtsMs, SeekTurns::FrameOf::Start); }
+    void firstVideoFrame(int64_t framePtsMs, SeekTurns::FrameOf of);
+    void firstAudioFrame(int64_t framePtsMs, SeekTurns::FrameOf of);
     void onStepped(int64_t pts) override;
     void onStepSeek(int seekTimeMs) override;
     bool isSeekUnderWay() override { return !seekTurns_.isIdle(); }
@@ -262,8 +268,8 @@ private:
     // Queues the packet for display as it is, as a frame without size.
     void passThrough(const VideoPacket& packet);
 
-    // The running seek has shown its first frame, `framePtsMs`.
-    void finishSeek(int64_t framePtsMs);
+    // The running seek, or a playback, has shown its first frame, `framePtsMs`.
+    void finishSeek(int64_t framePtsMs, SeekTurns::FrameOf of);
 
     // The levels of a seek, from the nearest to the farthest place that holds the target; seekRunMutex_ is held.
     bool startSeek(int seekTimeMs);
@@ -272,6 +278,8 @@ private:
     bool startSeek(int seekTimeMs, SeekRule rule, SeekFor seekFor);
     void logSeek(int seekTimeMs) const;
     int clampToDuration(int seekTimeMs) const;
+    // Steps move the picture alone: whether the sound at that time has gone by, where the picture is still there.
+    bool isSoundAway(int seekTimeMs) const;
     bool seekInFrameQueues(int seekTimeMs);
     bool seekInPacketQueues(int seekTimeMs);
     // The first two in one for an exact seek, which runs until its first frame as any other. Nothing that plays at the
@@ -387,6 +395,7 @@ private:
     std::mutex seekRunMutex_;                      // held through a seek on the control side: one at a time
     std::atomic<SeekFor> seekFor_{SeekFor::Host};  // the seek that went last; written under seekRunMutex_
     std::atomic<bool> hasStepped_{false};          // since the last seek of the host's, or resume
+    std::atomic<bool> isSoundApart_{false};        // a step was made, and no seek since has gone back in the input
     std::atomic<bool> isSoundOfStep_{false};       // what sounds next was sent after a step, and isn't told
     std::atomic<bool> isResumeParked_{false};      // what waits for the end of a seek goes on behind steps
     bool isRead_ = false;                          // between `play` and `stop`; guarded by seekRunMutex_

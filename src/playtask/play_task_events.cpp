@@ -154,18 +154,18 @@ int PlayTask::onSpeedUpSamples() {
     return audioPlay ? static_cast<int>(0u - static_cast<unsigned int>(audioPlay->getUnSyncSamples())) : 0;
 }
 
-void PlayTask::onFirstVideoFrame(int64_t framePtsMs) {
+void PlayTask::firstVideoFrame(int64_t framePtsMs, SeekTurns::FrameOf of) {
     Log::Info(kTag, "%s, framePtsMs:%lld\n", "onFirstVideoFrame", static_cast<long long>(framePtsMs));
     if (isHostSeek()) {
         raise(EVENT_FIRST_VIDEO_FRAME, static_cast<int>(framePtsMs), 0, 0);
     }
     isShowing_ = true;
     if (!coverPlayThread_.load()) {
-        finishSeek(framePtsMs);
+        finishSeek(framePtsMs, of);
     }
 }
 
-void PlayTask::onFirstAudioFrame(int64_t framePtsMs) {
+void PlayTask::firstAudioFrame(int64_t framePtsMs, SeekTurns::FrameOf of) {
     Log::Info(kTag, "%s, framePtsMs:%lld\n", "onFirstAudioFrame", static_cast<long long>(framePtsMs));
     if (isHostSeek() && !isSoundOfStep_) {
         raise(EVENT_FIRST_AUDIO_FRAME, static_cast<int>(framePtsMs), 0, 0);
@@ -173,7 +173,7 @@ void PlayTask::onFirstAudioFrame(int64_t framePtsMs) {
     isShowing_ = true;
     // Video, where there is any, has the say over the clock and the seek.
     if (!videoPlayThread_.load()) {
-        finishSeek(framePtsMs);
+        finishSeek(framePtsMs, of);
     }
 }
 
@@ -181,6 +181,12 @@ void PlayTask::onPacketTaken() {
     if (streamParser_) {
         streamParser_->packetTaken();
     }
+}
+
+// What is on its way to a seek's target, or among steps, is never late.
+std::optional<int64_t> PlayTask::onVideoDue() {
+    const auto videoPlay = videoPlayThread_.load();
+    return videoPlay && seekTurns_.isIdle() && !hasStepped_ ? videoPlay->dueMs() : std::nullopt;
 }
 
 void PlayTask::onVideoFramesTaken(int /*left*/) {

@@ -291,7 +291,7 @@ bool PlayTask::end(WindowList::Leaving leaving) {
     detail_.forget();
     seekTurns_.forget();
     seekFor_ = SeekFor::Host;
-    hasStepped_ = isSoundOfStep_ = isResumeParked_ = false;
+    hasStepped_ = isSoundApart_ = isSoundOfStep_ = isResumeParked_ = false;
     {
         std::lock_guard lock(pauseMutex_);
         resume_ = Resume::None;

@@ -42,13 +42,15 @@ bool PlayTask::startSeek(int seekTimeMs, SeekRule rule, SeekFor seekFor) {
     if (seekFor == SeekFor::Host) {
         isSoundOfStep_ = false;
     }
-    if (rule == SeekRule::Standard && seekInFrameQueues(seekTimeMs)) {
+    const bool isInQueues = rule == SeekRule::Exact || !isSoundAway(seekTimeMs);
+    if (rule == SeekRule::Standard && isInQueues && seekInFrameQueues(seekTimeMs)) {
         seekTurns_.served();
         resumeBehindSeek();
         return true;
     }
     seekTurns_.start(seekTimeMs);
-    const bool isQueued = rule == SeekRule::Standard ? seekInPacketQueues(seekTimeMs) : seekInQueues(seekTimeMs);
+    const bool isQueued =
+        rule == SeekRule::Standard ? isInQueues && seekInPacketQueues(seekTimeMs) : seekInQueues(seekTimeMs);
     return isQueued || (streamParser_ && streamParser_->seek(seekTimeMs, rule));
 }
 
@@ -58,6 +60,11 @@ int PlayTask::clampToDuration(int seekTimeMs) const {
     }
     const int64_t durationMs = durationMs_;
     return durationMs >= 1 && seekTimeMs > durationMs ? static_cast<int>(durationMs) : seekTimeMs;
+}
+
+bool PlayTask::isSoundAway(int seekTimeMs) const {
+    const auto audioPlay = audioPlayThread_.load();
+    return isSoundApart_ && audioPlay && !audioPlay->holdsFrom(seekTimeMs);
 }
 
 bool PlayTask::seekInFrameQueues(int seekTimeMs) {
@@ -110,6 +117,10 @@ bool PlayTask::seekInQueues(int seekTimeMs) {
     const auto reaches = [seekTimeMs](auto& play, auto& decode) {
         return play->checkBuffer(seekTimeMs) || (decode && decode->checkBuffer(seekTimeMs));
     };
+    // What came too late is missing between those that wait.
+    if (videoDecode && videoDecode->isLeftOut(seekTimeMs)) {
+        return false;
+    }
     // What has left a queue since the look has gone on to the next one.
     const auto seekIn = [&](auto& play, auto& decode) {
         play->setSeekRule(SeekRule::Exact);
@@ -139,6 +150,7 @@ bool PlayTask::seekInQueues(int seekTimeMs) {
 void PlayTask::onSeekStart(int seekTimeMs) {
     seekTurns_.taken();
     isShowing_ = false;
+    isSoundApart_ = isSoundApart_ && seekFor_ == SeekFor::Step;
     if (const auto videoDecode = videoDecodeThread_.load()) {
         videoDecode->seek(seekTimeMs);
     }
@@ -171,11 +183,11 @@ void PlayTask::onAudioDecodeSeek(int seekTimeMs, bool flush) {
     }
 }
 
-void PlayTask::finishSeek(int64_t framePtsMs) {
+void PlayTask::finishSeek(int64_t framePtsMs, SeekTurns::FrameOf of) {
     if (const auto clock = masterClock_.load()) {
-        clock->rebase(seekTurns_.positionAt(framePtsMs));
+        clock->rebase(of == SeekTurns::FrameOf::Seek ? seekTurns_.positionAt(framePtsMs) : framePtsMs);
     }
-    if (const auto next = seekTurns_.firstFrame()) {
+    if (const auto next = seekTurns_.firstFrame(of)) {
         postReplay(*next);
     } else {
         resumeBehindSeek();

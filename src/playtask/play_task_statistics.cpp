@@ -32,7 +32,7 @@ void fill(Target& target, const DecodeThread& thread) {
 void fill(VideoStatistics& target, const VideoPlayThread& thread) {
     target.pictures = read(thread.level());
     target.shown = thread.counts().shown.read();
-    target.late = thread.counts().late.read();
+    target.late += thread.counts().late.read();
     target.repeated = thread.counts().repeated.read();
     target.aheadOfMasterMs = thread.counts().aheadOfMasterMs.read();
 }
@@ -68,6 +68,7 @@ Statistics PlayTask::getStatistics() {
     }
     if (const auto thread = videoDecodeThread_.load()) {
         fill(statistics.video, *thread);
+        statistics.video.late = thread->counts().late.read();
     } else if (const auto cover = coverDecodeThread_.load()) {
         fill(statistics.video, *cover);
     }

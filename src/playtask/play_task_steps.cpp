@@ -22,7 +22,7 @@ bool PlayTask::stepFrame(int pictures) {
         Log::Warn(kTag, "%s, %s\n", "stepFrame", obstacle);
         return false;
     }
-    hasStepped_ = true;
+    hasStepped_ = isSoundApart_ = true;
     lock.unlock();
     videoPlay->step(pictures);
     return true;

@@ -74,9 +74,9 @@ void SeekTurns::arrived() {
     }
 }
 
-std::optional<SeekTurns::Next> SeekTurns::firstFrame() {
+std::optional<SeekTurns::Next> SeekTurns::firstFrame(FrameOf of) {
     std::lock_guard lock(mutex_);
-    if (isRunning() && (!isExact() || phase_ == Phase::Arrived)) {
+    if (isRunning() && (!isExact() || (phase_ == Phase::Arrived && of == FrameOf::Seek))) {
         end();
     }
     // Under Exact nothing waits while one is due.

@@ -15,8 +15,8 @@ namespace kelp {
 //
 // docs/architecture.md has a table of what each call does in each phase under SeekRule::Standard. Under Exact a request
 // that doesn't wait drops what waits, and makes void the replay that was due; firstFrame and noMoreFrame do nothing
-// before the seek has arrived; completed is false while a seek is due or asked for, ends the seek otherwise, and is
-// false as well if one waits, which newest then hands on; failed is as completed.
+// before the seek has arrived, and nor does the very first frame; completed is false while a seek is due or asked for,
+// ends the seek otherwise, and is false as well if one waits, which newest then hands on; failed is as completed.
 //
 // What follows from it: an accepted request is the running one, the one due, or the last that waits, until it is
 // served, overtaken by a newer one, or ended by a stop, by the end of the film behind which no frame has come or, under
@@ -47,7 +47,9 @@ public:
     void arrived();          // the play threads are told now
 
     // What ends a seek. The request that comes next is the caller's to post, after which isDue decides.
-    std::optional<Next> firstFrame();
+    // The very first frame of a playback is none of a seek's, which Standard doesn't tell apart.
+    enum class FrameOf { Seek, Start };
+    std::optional<Next> firstFrame(FrameOf of = FrameOf::Seek);
     void noMoreFrame();
     // Whether that is to be told: not if an accepted seek goes first.
     bool completed();

@@ -260,7 +260,7 @@ bool AudioPlayThread::onOutput(std::shared_ptr<DecodedFrame> frame) {
         return false;
     }
     if ((std::exchange(isFirstAwaited_, false) || !hasTime()) && observer_) {
-        observer_->onFirstAudioFrame(audioFrame->pts);
+        observer_->onVeryFirstAudioFrame(audioFrame->pts);
     }
 
     if (catchUp_ && !isWanted(*audioFrame)) {
@@ -303,7 +303,7 @@ bool AudioPlayThread::isWanted(const AudioFrameInfo& frame) {
     const bool isFollowing = timing_->isFollowing();
     const int64_t behindMs = isFollowing ? -timing_->aheadOfMasterMs() : std::numeric_limits<int64_t>::max();
     const bool hasMore = getFrameQueueSize() > 1 || (observer_ && observer_->onAudioPacketQueueSize() > 0);
-    if (!catchUp_->isWanted(frame, KelpTime::getTimeUs(), queuedMs(), hasMore, behindMs)) {
+    if (!catchUp_->isWanted(frame, KelpTime::getSteadyUs(), queuedMs(), hasMore, behindMs)) {
         return false;
     }
     // Alone it is as fast as it may be; what follows another one decides by itself.

@@ -28,6 +28,8 @@ class AudioPlayThreadObserver {
 public:
     // The first frame ever, or the first one after a seek; `pts` in milliseconds.
     virtual void onFirstAudioFrame(int64_t pts) = 0;
+    // The first frame ever, which may come while a seek is on its way; the one of the seek is told behind it.
+    virtual void onVeryFirstAudioFrame(int64_t pts) { onFirstAudioFrame(pts); }
     // Frames have left the queue, `left` are in it. Comes first when the thread starts.
     virtual void onAudioFramesTaken(int /*left*/) {}
     // Packets that wait for the decoder. No lock is held.

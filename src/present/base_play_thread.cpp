@@ -251,7 +251,7 @@ void BasePlayThread::prepareStop() {
 }
 
 int BasePlayThread::fillFrame(std::shared_ptr<DecodedFrame> frame) {
-    frame->queuedUs = KelpTime::getTimeUs();
+    frame->queuedUs = KelpTime::getSteadyUs();
     std::unique_lock lock(queueMutex_);
     const size_t before = frameQueue_.size();
     if (splicing_ && !spliceIn(*frame)) {

@@ -42,11 +42,16 @@ int64_t timeTaken(int64_t streamUs, double speed) {
 
 ExactTiming::ExactTiming(bool isLive, RenderTiming* renderTiming, std::function<int()> queueSize)
     : PictureTiming(std::move(queueSize)), isLive_(isLive), renderTiming_(renderTiming) {
-    line_.stand(KelpTime::getTimeUs());
+    line_.stand(KelpTime::getSteadyUs());
+}
+
+int64_t ExactTiming::nowUs() const {
+    return KelpTime::getSteadyUs();
 }
 
 void ExactTiming::follow(std::shared_ptr<SyncObject> master) {
     PictureTiming::follow(std::move(master));
+    isDueKnown_ = false;
     ++changes_;
 }
 
@@ -54,22 +59,32 @@ void ExactTiming::setPaused(bool paused) {
     {
         std::lock_guard lock(lineMutex_);
         paused_ = paused;
-        moveLine(KelpTime::getTimeUs());
+        moveLine(KelpTime::getSteadyUs());
     }
     ++changes_;
 }
 
 void ExactTiming::setSpeed(double speed) {
-    line_.setSpeed(speed, KelpTime::getTimeUs());
+    const int64_t nowUs = KelpTime::getSteadyUs();
+    line_.setSpeed(speed, nowUs);
+    due_.setSpeed(speed, nowUs);
     ++changes_;
 }
 
 int64_t ExactTiming::positionUs() {
-    return line_.read(KelpTime::getTimeUs());
+    return line_.read(KelpTime::getSteadyUs());
+}
+
+// A host's clock may stand meanwhile: it isn't thought to run on for long.
+std::optional<int64_t> ExactTiming::timeToShowMs() {
+    if (paused_ || !isDueKnown_) {
+        return std::nullopt;
+    }
+    return due_.read(std::min(KelpTime::getSteadyUs(), dueReadUs_ + kHoldUs)) / 1000;
 }
 
 void ExactTiming::setTime(int64_t pts, int64_t nowUs) {
-    PictureTiming::setTime(pts, nowUs);
+    clock_.set(pts, KelpTime::getTimeMs());
     if (isFirst_) {
         line_.set(wrappingMultiply(pts, 1000), nowUs);
     }
@@ -77,9 +92,10 @@ void ExactTiming::setTime(int64_t pts, int64_t nowUs) {
 
 void ExactTiming::restart() {
     isFirst_ = true;
+    isDueKnown_ = false;
     std::lock_guard lock(lineMutex_);
     isStarted_ = false;
-    moveLine(KelpTime::getTimeUs());
+    moveLine(KelpTime::getSteadyUs());
 }
 
 void ExactTiming::moveLine(int64_t nowUs) {
@@ -109,6 +125,7 @@ int64_t ExactTiming::leftUs(int64_t nowUs) {
     }
     const std::optional<int64_t> byMaster = leftByMaster(nowUs);
     isFollowing_ = byMaster.has_value();
+    isDueKnown_ = isFollowing_ && !isFirst_;
     const int64_t left = byMaster ? *byMaster : leftByOwnTime(nowUs);
     lateUs_ = std::max<int64_t>(0, -left);
     return isHeld_ ? 0 : left;
@@ -122,6 +139,8 @@ std::optional<int64_t> ExactTiming::leftByMaster(int64_t nowUs) {
     const int64_t noSyncUs = std::clamp(master->getNoSyncThreshold(), kNoSyncMs, kMostNoSyncMs) * 1000;
     const bool isForcing = master->isForceSync();
     const int64_t masterUs = master->getSyncPtsUs();
+    due_.set(masterUs, nowUs);
+    dueReadUs_ = nowUs;
     const int64_t aheadUs = wrappingSubtract(ptsUs_, masterUs);
     aheadOfMasterMs_ = wrappingSubtract(line_.read(nowUs), masterUs) / 1000;
     if (aheadUs <= -noSyncUs || (aheadUs >= noSyncUs && !isForcing)) {
@@ -145,11 +164,11 @@ int64_t ExactTiming::leftByOwnTime(int64_t nowUs) {
     }
     if (isLive_ && !master_.load()) {
         if (const int64_t renderTimeMs = renderTiming_->renderTime(ptsUs_ / 1000); renderTimeMs > 0) {
-            return std::min(renderTimeMs * 1000, longestUs_) - nowUs;
+            return std::min(renderTimeMs * 1000 - KelpTime::getTimeUs(), longestUs_ - nowUs);
         }
     }
     if (wrappingSubtract(ptsUs_, line_.read(nowUs)) >= kNoSyncMs * 1000) {
-        // The film's times jump, or the wall clock was set back.
+        // The film's times jump.
         line_.set(ptsUs_ - periodUs_, nowUs);
     }
     return wallUs(wrappingSubtract(ptsUs_, line_.read(nowUs)));
@@ -184,7 +203,7 @@ void ExactTiming::setDrawn(const VideoFrameInfo& frame, int64_t nowUs) {
         return;
     }
     hadOutput_ = true;
-    PictureTiming::setTime(frame.pts, nowUs);
+    clock_.set(frame.pts, KelpTime::getTimeMs());
     if (isFirst_ || isFollowing_) {
         line_.set(ptsUs_, nowUs - std::min(lateUs_, kTooLateUs));
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -18,18 +19,20 @@ class RenderTiming;
 // mean anything, they are due by a time of their own, which runs on from the first picture at the player's speed.
 //
 // The first picture after the start or a seek is due at once, unless its master insists. In a pause the picture on the
-// screen stays. All times are microseconds where nothing else is said.
+// screen stays. All times are microseconds where nothing else is said, `nowUs` the steady clock's.
 class ExactTiming : public PictureTiming {
 public:
     // `renderTiming` isn't owned and only asked if the source is live.
     ExactTiming(bool isLive, RenderTiming* renderTiming, std::function<int()> queueSize);
 
+    int64_t nowUs() const override;
     void follow(std::shared_ptr<SyncObject> master) override;
     void setPaused(bool paused) override;
     void setSpeed(double speed) override;
 
     int64_t positionMs() override { return positionUs() / 1000; }
     int64_t positionUs() override;
+    std::optional<int64_t> timeToShowMs() override;
     void setTime(int64_t pts, int64_t nowUs) override;
 
     void restart() override;
@@ -54,6 +57,9 @@ private:
     std::mutex lineMutex_;              // a change of the next two, with what it makes of the line; a leaf but for its
     bool isStarted_ = false;            // a picture was drawn since the start or the last seek
     SpeedClock line_;                   // the time of what is shown
+    SpeedClock due_;                    // the master's, from its last reading on; means nothing before a second picture
+    std::atomic<bool> isDueKnown_{false};
+    std::atomic<int64_t> dueReadUs_{0};  // when that was
 
     // The owner's.
     int64_t ptsUs_ = 0;      // of the present picture

@@ -15,10 +15,6 @@ constexpr uint64_t kMostPassedBytes = 64 << 20;
 constexpr size_t kMostAsked = 100;  // changes of direction
 constexpr int kFarthest = 1'000'000'000;
 
-uint64_t bytesOf(const DecodedFrame& frame) {
-    return frame.buffer ? frame.buffer->size : 0;
-}
-
 }  // namespace
 
 void FrameSteps::ask(int frames) {
@@ -74,7 +70,7 @@ FrameSteps::Outcome FrameSteps::goBack(Queue& queue, bool& hasMoved) {
     int& left = asked_.front();
     // Ahead of a picture that was blanked nothing is kept: it is to be decoded anew.
     for (; left < 0 && isFrontShown_ && !passed_.empty() && !queue.front()->isBlanked; ++left) {
-        passedBytes_ -= bytesOf(*passed_.back());
+        passedBytes_ -= passed_.back()->bytes();
         Queue longer;
         longer.push(std::move(passed_.back()));
         passed_.pop_back();
@@ -142,10 +138,10 @@ void FrameSteps::pass(std::shared_ptr<DecodedFrame> frame) {
         forgetPassed();
         return;
     }
-    passedBytes_ += bytesOf(*frame);
+    passedBytes_ += frame->bytes();
     passed_.push_back(std::move(frame));
     while (passed_.size() > kMostPassed || (passed_.size() > 1 && passedBytes_ > kMostPassedBytes)) {
-        passedBytes_ -= bytesOf(*passed_.front());
+        passedBytes_ -= passed_.front()->bytes();
         passed_.pop_front();
     }
 }

@@ -59,7 +59,7 @@ bool LowDelayTiming::isTooLate(const VideoFrameInfo& frame) {
 
 void LowDelayTiming::setDrawn(const VideoFrameInfo& frame, int64_t nowUs) {
     drawnUs_ = nowUs;
-    clock_.set(frame.pts, nowUs / 1000);
+    setTime(frame.pts, nowUs);
 }
 
 }  // namespace kelp

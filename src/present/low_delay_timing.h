@@ -5,6 +5,7 @@
 
 #include "clock/playout_delay.h"
 #include "present/picture_timing.h"
+#include "runtime/kelp_time.h"
 
 namespace kelp {
 
@@ -18,6 +19,9 @@ class LowDelayTiming : public PictureTiming {
 public:
     // `waiting` counts the pictures that are there, the present one among them, and the packets behind them.
     explicit LowDelayTiming(std::function<int()> waiting) : PictureTiming(std::move(waiting)) {}
+
+    int64_t nowUs() const override { return KelpTime::getSteadyUs(); }
+    void setTime(int64_t pts, int64_t /*nowUs*/) override { clock_.set(pts, KelpTime::getTimeMs()); }
 
     void restart() override {}
     void begin(const VideoFrameInfo& frame, int64_t nowUs) override;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include "clock/sync_object.h"
@@ -11,11 +12,12 @@
 #include "decode/video_frame_info.h"
 #include "present/running_clock.h"
 #include "runtime/atomic_shared_ptr.h"
+#include "runtime/kelp_time.h"
 
 namespace kelp {
 
 // When a picture is due, and whether it comes too late or too early to be shown at all. Knows no thread and no window:
-// its owner does the waiting and tells it the time, the wall clock's, in microseconds. Each form of it has rules of its
+// its owner does the waiting and tells it the time, that of `nowUs`. Each form of it has rules of its
 // own; one is chosen when playback begins.
 //
 // Three groups: what may come from any thread; the time of the picture on the screen, set by the owner and read by any
@@ -25,6 +27,10 @@ public:
     // `queueSize` counts the pictures that are there, the present one among them; it is asked for a late picture alone.
     explicit PictureTiming(std::function<int()> queueSize) : queueSize_(std::move(queueSize)) {}
     virtual ~PictureTiming() = default;
+
+    // The time that this form goes by, in microseconds: the wall clock's, if nothing else is said. RunningClock goes by
+    // that one anyway.
+    virtual int64_t nowUs() const { return KelpTime::getTimeUs(); }
 
     virtual void follow(std::shared_ptr<SyncObject> master) { master_.store(std::move(master)); }
     std::shared_ptr<SyncObject> master() const { return master_.load(); }
@@ -38,6 +44,9 @@ public:
     RunningClock& clock() { return clock_; }
     virtual int64_t positionMs() { return clock_.read(); }
     virtual int64_t positionUs() { return wrappingMultiply(clock_.read(), 1000); }
+    // Where playback is by what is followed, in milliseconds: what should be shown now. Nothing if that isn't known, or
+    // pictures go by their own time. Any thread.
+    virtual std::optional<int64_t> timeToShowMs() { return std::nullopt; }
     // Before a picture is drawn for it, or without one.
     virtual void setTime(int64_t pts, int64_t nowUs) { clock_.set(pts, nowUs / 1000); }
 

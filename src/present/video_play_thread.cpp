@@ -99,7 +99,7 @@ bool VideoPlayThread::isDry() {
     const int64_t pts = timing_->clock().pts();
     const int64_t lastPts = getMaxPtsMs();
     return (lastPts >= 0 && pts >= lastPts) ||
-           (getFrameQueueSize() == 0 && wrappingSubtract(timing_->clock().read(), pts) >= kDryMs);
+           (getFrameQueueSize() == 0 && wrappingSubtract(timing_->positionMs(), pts) >= kDryMs);
 }
 
 bool VideoPlayThread::pause(bool paused) {
@@ -134,11 +134,11 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
         return true;
     }
     carryOutClearScreen();
-    int64_t nowUs = KelpTime::getTimeUs();
+    int64_t nowUs = timing_->nowUs();
     if (std::exchange(isFirstAwaited_, false) || !timing_->clock().hasTime()) {
         timing_->setTime(frame->pts, nowUs);
         if (observer_) {
-            observer_->onFirstVideoFrame(frame->pts);
+            observer_->onVeryFirstVideoFrame(frame->pts);
         }
     }
     // An exact seek's picture is shown in any case, and counts from the target on, which lies within it.
@@ -199,7 +199,7 @@ std::optional<int64_t> VideoPlayThread::waitUntilDue(int64_t nowUs) {
         } else {
             restUntilSeek(leftUs, [&] { return timing_->changes() != changes || isStepDue(); });
         }
-        nowUs = KelpTime::getTimeUs();
+        nowUs = timing_->nowUs();
         if (timing_->hasClockJumped(nowUs)) {
             break;
         }
@@ -214,7 +214,7 @@ void VideoPlayThread::serveAndRest(unsigned int changes) {
     const bool wasAsked = serveAsked_.exchange(false);
     carryOutClearScreen();
     const int64_t keptUs = int64_t{draw(lastFrame_.get())} * 1000;
-    const int64_t leftUs = timing_->leftUs(KelpTime::getTimeUs());
+    const int64_t leftUs = timing_->leftUs(timing_->nowUs());
     const int64_t restUs = std::min({std::max(keptUs, kServeUs), kMaxRestUs, leftUs});
     const bool isOften = wasAsked || restUs <= kServeUs;
     restUntilSeek(isOften ? std::min(kServeUs, leftUs) : restUs,
@@ -255,7 +255,7 @@ void VideoPlayThread::onSeekStart(int seekTimeMs) {
     timing_->restart();
     // For a step the time stays that of the picture that is shown.
     if (!isStepSeek()) {
-        timing_->setTime(seekTimeMs, KelpTime::getTimeUs());
+        timing_->setTime(seekTimeMs, timing_->nowUs());
     }
 }
 
@@ -273,7 +273,7 @@ void VideoPlayThread::onStep(const std::shared_ptr<DecodedFrame>& decodedFrame) 
     }
     carryOutClearScreen();
     timing_->restart();
-    timing_->setTime(frame->pts, KelpTime::getTimeUs());
+    timing_->setTime(frame->pts, timing_->nowUs());
     draw(frame);
     counts_.shown.add(frame != lastFrame_.get());
     lastFrame_.set(frame);
@@ -298,7 +298,7 @@ int64_t VideoPlayThread::otherTimeMs() {
 
 void VideoPlayThread::onLateStart(int64_t positionMs) {
     isFirstAwaited_ = isFirstAwaited_ || !timing_->clock().hasTime();
-    timing_->setTime(positionMs, KelpTime::getTimeUs());
+    timing_->setTime(positionMs, timing_->nowUs());
     carryOutClearScreen();
     draw(lastFrame_.get());
 }

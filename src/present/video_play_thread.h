@@ -30,6 +30,8 @@ class VideoPlayThreadObserver {
 public:
     // The first picture ever, or the first one after a seek; `pts` in milliseconds.
     virtual void onFirstVideoFrame(int64_t pts) = 0;
+    // The first picture ever, which may come while a seek is on its way; the one of the seek is told behind it.
+    virtual void onVeryFirstVideoFrame(int64_t pts) { onFirstVideoFrame(pts); }
     // Frames have left the queue, `left` are in it. Comes first when the thread starts.
     virtual void onVideoFramesTaken(int /*left*/) {}
     // Packets that wait for the decoder. No lock is held.
@@ -112,6 +114,9 @@ public:
     // picture that holds it is there.
     int64_t getCurrentTime() { return timing_->clock().pts(); }
     bool hasTime() { return timing_->clock().hasTime(); }
+
+    // What should be shown now, in milliseconds; nothing if that isn't known. Any thread.
+    std::optional<int64_t> dueMs() { return isSeekPending() ? std::nullopt : timing_->timeToShowMs(); }
 
     // What it counts; any thread, without a lock.
     const PictureCounts& counts() const { return counts_; }

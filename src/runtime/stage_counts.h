@@ -93,6 +93,7 @@ struct DecodeCounts {
     std::atomic<const char*> decoder{""};  // its name, which lives for good
     std::atomic<bool> isHardware{false};
     Count frames;
+    Count late;  // pictures that were left out, as they would have come too late
 };
 
 struct PictureCounts {

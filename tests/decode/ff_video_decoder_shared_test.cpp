@@ -107,6 +107,7 @@ TEST_F(FFVideoDecoderShared, KeepsThreeBuffersForThreePlanes) {
         EXPECT_EQ(lastFrame().data[plane], planes[static_cast<size_t>(plane)]->data);
         EXPECT_EQ(referencesTo(planes[static_cast<size_t>(plane)]), 1);
     }
+    EXPECT_EQ(lastFrame().bytes(), 2U * 64 * 48);
     observer_->frames.clear();
     for (const auto& plane : planes) {
         EXPECT_EQ(referencesTo(plane), 0);

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <initializer_list>
 #include <limits>
 #include <memory>
 #include <string>
@@ -265,6 +267,66 @@ TEST(SeekSkip, KnowsTheFrameOfASeekWithoutFlush) {
         taken.take();
         EXPECT_EQ(taken.skip.holder().timeMs, isKnown ? 400 : 0) << "which was the first target's";
     }
+}
+
+TEST(SeekSkip, LeavesOutWhatComesTooLate) {
+    Taken taken;
+    taken.queueEvery(40, 0, 200);
+    const auto isLate = [&](int64_t dueMs) {
+        const auto packet = taken.packets.front();
+        taken.take();
+        return taken.skip.leaveOutIfLate(*packet, taken.packets, dueMs);
+    };
+    EXPECT_FALSE(isLate(39)) << "nothing else is due";
+    EXPECT_TRUE(isLate(80));
+    EXPECT_EQ(taken.skip.neededFromMs(), 41);
+    EXPECT_FALSE(isLate(119));
+    EXPECT_TRUE(isLate(1000));
+    EXPECT_EQ(taken.skip.neededFromMs(), 121);
+    EXPECT_TRUE(taken.skip.isLeftOut(120));
+    EXPECT_FALSE(taken.skip.isLeftOut(121));
+    EXPECT_TRUE(isLate(1000));
+    EXPECT_FALSE(isLate(1000)) << "none waits";
+    taken.skip.aim(0, /*flush=*/true);
+    EXPECT_EQ(taken.skip.neededFromMs(), kAll);
+    EXPECT_FALSE(taken.skip.isLeftOut(0));
+}
+
+// Packets 40 ms apart, key frames as named.
+SeekSkip::Packets packetsWithKeys(int64_t toMs, std::initializer_list<int64_t> keys) {
+    SeekSkip::Packets packets;
+    for (int64_t time = 0; time <= toMs; time += 40) {
+        const auto packet = makeVideoPacket(time);
+        packet->keyFrame = std::ranges::count(keys, time) > 0;
+        packets.push_back(packet);
+    }
+    return packets;
+}
+
+TEST(SeekSkip, DropsWhatLiesBeforeAKeyFrameThatIsDue) {
+    SeekSkip skip(200);
+    const auto packets = packetsWithKeys(800, {0, 200, 400, 600});
+    EXPECT_EQ(skip.countDropped(packets, 0), 0);
+    EXPECT_EQ(skip.countDropped(packets, 199), 0);
+    EXPECT_EQ(skip.countDropped(packets, 200), 5);
+    EXPECT_EQ(skip.neededFromMs(), 161);
+    EXPECT_EQ(skip.countDropped(packets, 599), 10);
+    EXPECT_TRUE(skip.isLeftOut(360));
+    EXPECT_FALSE(skip.isLeftOut(361));
+}
+
+TEST(SeekSkip, DropsUpToAnyKeyFrameFarBehindPlayback) {
+    SeekSkip skip(200);
+    EXPECT_EQ(skip.countDropped(packetsWithKeys(4000, {3000}), 2000), 0);
+    EXPECT_EQ(skip.countDropped(packetsWithKeys(4000, {3000}), 2001), 75);
+    EXPECT_EQ(skip.countDropped(packetsWithKeys(400, {}), 2001), 11);
+    EXPECT_EQ(skip.countDropped(packetsWithKeys(400, {}), 0), 11) << "none has come yet";
+    EXPECT_EQ(skip.countDropped(packetsWithKeys(400, {80}), 0), 2);
+    EXPECT_EQ(skip.countDropped(packetsWithKeys(400, {80}), 0), 0);
+    auto withEnd = packetsWithKeys(400, {});
+    withEnd.push_back(makeEndPacket(true));
+    EXPECT_EQ(skip.countDropped(withEnd, 9000), 11) << "not the end";
+    EXPECT_EQ(skip.countDropped({}, 9000), 0);
 }
 
 }  // namespace

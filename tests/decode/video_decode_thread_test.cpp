@@ -8,6 +8,7 @@
 #include <limits>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -82,6 +83,8 @@ public:
     void onVideoDecodeFailed() override { record("failed"); }
     void onVideoDecodeNoMoreFrame() override { record("no more"); }
     int onVideoFrameQueueSize() override { return waiting; }
+    void onVideoPacketTaken() override { ++taken; }
+    std::optional<int64_t> onVideoDue() override { return dueMs >= 0 ? std::optional(dueMs.load()) : std::nullopt; }
     void onVideoDecodeSeek(int seekTimeMs, bool flush) override {
         record("seek " + std::to_string(seekTimeMs) + (flush ? " flush" : ""));
     }
@@ -115,6 +118,8 @@ public:
     std::atomic<int> waiting{0};                // frames in the play thread's queue
     std::atomic<int> waitingFromNextFrame{-1};  // what `waiting` becomes with the next frame, unless negative
     std::atomic<int> returned{0};               // buffers given back
+    std::atomic<int> taken{0};                  // packets
+    std::atomic<int64_t> dueMs{-1};             // what is to be shown now, unless negative
     // The thread that the last event came on.
     std::thread::id lastThread() {
         std::lock_guard lock(mutex_);
@@ -256,6 +261,53 @@ TEST_F(VideoDecodeThreadTest, ChangesTheDecoderWithTheTrackAndShowsNoTimeTwice) 
     EXPECT_EQ(second->closes, 0);
     stop();
     second->observer.reset();
+}
+
+TEST_F(VideoDecodeThreadTest, LeavesOutWhatWouldComeTooLateButForOneNowAndThen) {
+    openScripted();
+    for (const int64_t pts : {0, 40, 80, 120, 160}) {
+        thread_->fillPacket(makeVideoPacket(pts));
+    }
+    observer_->dueMs = 130;
+    start();
+    ASSERT_THAT(observer_->waitForEvents(5), SizeIs(5));
+    EXPECT_THAT(scripted_->neededFrom, ElementsAre(SeekSkip::kNone, 41, 81, 81, 81)) << "none came before the first";
+    EXPECT_EQ(thread_->counts().late.read(), 2);
+    EXPECT_TRUE(thread_->isLeftOut(80));
+    EXPECT_FALSE(thread_->isLeftOut(81));
+    EXPECT_EQ(observer_->taken, 5);
+}
+
+TEST_F(VideoDecodeThreadTest, GoesOnAtAKeyFrameThatIsDue) {
+    openScripted();
+    for (const int64_t pts : {0, 40, 80, 120, 160}) {
+        const auto packet = makeVideoPacket(pts);
+        packet->keyFrame = pts == 120;
+        thread_->fillPacket(packet);
+    }
+    observer_->dueMs = 130;
+    start();
+    EXPECT_THAT(observer_->waitForEvents(3), ElementsAre("frame 0", "frame 120", "frame 160"));
+    stop();
+    EXPECT_EQ(thread_->counts().late.read(), 2);
+    EXPECT_EQ(observer_->taken, 5);
+}
+
+TEST_F(VideoDecodeThreadTest, WaitsForAKeyFrameWherePlaybackIsFarAhead) {
+    openScripted();
+    start();
+    thread_->fillPacket(makeVideoPacket(0));
+    ASSERT_THAT(observer_->waitForEvents(1), SizeIs(1));
+    observer_->dueMs = 5000;
+    for (const int64_t pts : {40, 80, 120, 160}) {
+        thread_->fillPacket(makeVideoPacket(pts));
+    }
+    observer_->dueMs = 5000;
+    const auto key = makeVideoPacket(6000);
+    key->keyFrame = true;
+    thread_->fillPacket(key);
+    EXPECT_THAT(observer_->waitForEvents(2), ElementsAre("frame 0", "frame 6000"));
+    EXPECT_EQ(thread_->counts().late.read(), 4);
 }
 
 TEST_F(VideoDecodeThreadTest, ShowsAllOfATrackThatBeginsBehindASeek) {

@@ -31,8 +31,10 @@ public:
         return observer != nullptr;
     }
     void seek(int seekTimeMs) override { calls.push_back("seek " + std::to_string(seekTimeMs)); }
+    bool isLeftOut(int64_t timeMs) override { return timeMs < leftOutBeforeMs; }
 
     bool reached = true;
+    int64_t leftOutBeforeMs = 0;
     VideoDecodeThreadObserver* observer = nullptr;  // told of the seek by clearBuffer
     std::vector<std::string> calls;
 };
@@ -555,6 +557,35 @@ TEST_F(PlayTaskExactSeek, SetsTheClockToTheTarget) {
     under.fromVideoPlay().onFirstVideoFrame(25000);
     EXPECT_EQ(clock->getSyncPts(), 25900);
     EXPECT_FALSE(under.peer.isSeeking());
+}
+
+TEST_F(PlayTaskExactSeek, IsntEndedByTheVeryFirstFrame) {
+    const auto clock = std::make_shared<MasterClock>();
+    under.peer.set(clock);
+    addAudioPlay(1000, 900);
+    for (const bool isSoundAlone : {true, false}) {
+        under.task->seek(25900);
+        isSoundAlone ? under.fromAudioDecode().onAudioDecodeSeek(25900, true)
+                     : under.fromVideoDecode().onVideoDecodeSeek(25900, true);
+        EXPECT_EQ(under.peer.seekPhase(), 4);
+        isSoundAlone ? under.fromAudioPlay().onVeryFirstAudioFrame(40)
+                     : under.fromVideoPlay().onVeryFirstVideoFrame(40);
+        EXPECT_TRUE(under.peer.isSeeking());
+        EXPECT_EQ(clock->getSyncPts(), 40);
+        isSoundAlone ? under.fromAudioPlay().onFirstAudioFrame(25900) : under.fromVideoPlay().onFirstVideoFrame(25900);
+        EXPECT_FALSE(under.peer.isSeeking());
+        addVideoPlay(1000, 900);
+    }
+    EXPECT_EQ(under.eventsOf(EVENT_FIRST_VIDEO_FRAME).size(), 2U);
+}
+
+TEST_F(PlayTaskExactSeek, GoesToTheDemuxerForWhatCameTooLate) {
+    addVideoPlay(1000, 1200);
+    const auto videoDecode = addVideoDecode();
+    videoDecode->leftOutBeforeMs = 1150;
+    LogCapture log;
+    EXPECT_TRUE(under.task->seek(1100));
+    EXPECT_EQ(log.count("[StreamParser]: seek to 1100 ms\n"), 1);
 }
 
 TEST_F(PlayTaskExactSeek, WaitsForAPictureWhereThereAreSome) {

@@ -102,6 +102,37 @@ TEST_F(PlayTaskSteps, GiveWayToASeek) {
     EXPECT_FALSE(under.peer.videoPlay()->isStepAwaited(7999));
 }
 
+// Steps back move the picture to where the sound has gone by.
+TEST_F(PlayTaskSteps, TakeNoSoundAwayFromASeekBehindThem) {
+    const auto fill = [&] {
+        for (int64_t pts = 1000; pts <= 1400; pts += 40) {
+            const auto picture = std::make_shared<VideoFrameInfo>();
+            picture->pts = pts;
+            under.peer.videoPlay()->fillFrame(picture);
+            const auto sound = std::make_shared<AudioFrameInfo>();
+            sound->pts = pts + 200;
+            under.peer.audioPlay()->fillFrame(sound);
+        }
+    };
+    fill();
+    ASSERT_TRUE(under.task->stepFrame(-1));
+    under.task->seek(1100);
+    EXPECT_EQ(under.peer.seekingTimeMs(), 1100) << "it goes to the demuxer";
+    EXPECT_EQ(under.peer.audioPlay()->getFrameQueueSize(), 11);
+    endSeekAt(1100);
+    fill();
+    under.task->seek(1100);
+    EXPECT_EQ(under.peer.seekingTimeMs(), -1) << "without a step the picture decides";
+    under.peer.set(std::make_shared<VideoPlayThread>(false, nullptr));
+    under.peer.set(std::make_shared<AudioPlayThread>());
+    under.peer.videoPlay()->pause(true);
+    fill();
+    ASSERT_TRUE(under.task->stepFrame(1));
+    under.task->seek(1300);
+    EXPECT_EQ(under.peer.seekingTimeMs(), -1) << "the sound is there";
+    EXPECT_GT(under.peer.audioPlay()->getFrameQueueSize(), 0);
+}
+
 TEST_F(PlayTaskSteps, AreForgottenWithASeek) {
     ASSERT_TRUE(under.task->stepFrame(-1));
     awaitStepSeek(8000);

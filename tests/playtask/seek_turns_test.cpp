@@ -123,6 +123,14 @@ TEST_P(SeekTurnsTest, DoesWhatTheTableSays) {
     }
 }
 
+// It may come when the seek has reached the play threads, and is none of its frames.
+TEST_P(SeekTurnsTest, KnowsTheVeryFirstFrame) {
+    SeekTurns turns(GetParam());
+    bring(turns, "Arrived");
+    EXPECT_EQ(say(turns.firstFrame(SeekTurns::FrameOf::Start)), isExact() ? "nothing" : "next 200 of 1");
+    EXPECT_EQ(state(turns), isExact() ? "100/1" : "-1/0");
+}
+
 // The phases that can't be told apart by the target: by what may end the seek then.
 TEST_P(SeekTurnsTest, PassesTheStagesInOrder) {
     const auto endsAFrame = [&](auto... calls) {

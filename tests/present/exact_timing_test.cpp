@@ -209,6 +209,17 @@ TEST_P(ExactPictureChanges, KeepTimeOverAPause) {
     }
 }
 
+TEST_P(ExactPictureChanges, KeepTimeWhateverTheDateIsSetTo) {
+    follow(GetParam(), 1);
+    for (int i = 0; i < 60; ++i) {
+        if (i % 20 == 10) {
+            FakeTime::setDateBy(i == 30 ? -7'200'000 : 3'600'000);
+        }
+        EXPECT_TRUE(output(timeUs(i, 25)));
+        EXPECT_NEAR(static_cast<double>(drawnAtUs(timeUs(i, 25))), i * 40'000, 1000) << i;
+    }
+}
+
 TEST_P(ExactPictureChanges, BeginAnewWithASeek) {
     follow(GetParam(), 0.5);
     for (int i = 0; i < 10; ++i) {
@@ -440,6 +451,31 @@ TEST_F(ExactPictures, TakeAnotherSpeedInTheMiddleOfARest) {
     FakeTime::setManual(false);
     thread.stop();
     EXPECT_NEAR(static_cast<double>(drawnAtUs(400'000)), 1400, 1);
+}
+
+TEST_F(ExactPictures, TellWhatIsToBeShownNow) {
+    follow("clock", 2);
+    EXPECT_EQ(thread.dueMs(), std::nullopt);
+    output(0);
+    EXPECT_EQ(thread.dueMs(), std::nullopt) << "what follows a start isn't late";
+    output(40'000);
+    EXPECT_NEAR(static_cast<double>(thread.dueMs().value_or(0)), 40, 1);
+    FakeTime::advanceMs(100);
+    EXPECT_NEAR(static_cast<double>(thread.dueMs().value_or(0)), 240, 1);
+    FakeTime::advanceMs(10'000);
+    EXPECT_NEAR(static_cast<double>(thread.dueMs().value_or(0)), 1040, 1) << "nobody has looked at the clock since";
+    pause(true);
+    EXPECT_EQ(thread.dueMs(), std::nullopt);
+    pause(false);
+    EXPECT_NE(thread.dueMs(), std::nullopt);
+    thread.seek(0, true);
+    EXPECT_EQ(thread.dueMs(), std::nullopt);
+    Peer::seekStart(thread, 0);
+    EXPECT_EQ(thread.dueMs(), std::nullopt);
+    follow("none", 1);
+    output(0);
+    output(40'000);
+    EXPECT_EQ(thread.dueMs(), std::nullopt) << "pictures that lead are never late";
 }
 
 TEST_F(ExactPictures, TakeCommandsFromOtherThreadsWhileTheyPlay) {

@@ -5,6 +5,11 @@
 #include <vector>
 
 #include "decode/decoded_frame.h"
+#include "decode/video_frame_info.h"
+
+extern "C" {
+#include <libavutil/buffer.h>
+}
 
 namespace kelp {
 namespace {
@@ -213,6 +218,19 @@ TEST_F(FrameStepsTest, KeepsFewFramesAndFewBytes) {
         queue.push(frameAt(1000 + i * 40, 30 << 20));
     }
     steps.begin(0);
+    steps.showFront(1000);
+    step(6);
+    EXPECT_EQ(step(-2), Outcome::Show);
+    EXPECT_EQ(step(-1), Outcome::Seek);
+}
+
+TEST_F(FrameStepsTest, CountsTheMemoryOfADecoder) {
+    for (int i = 0; i < 8; ++i) {
+        const auto frame = std::make_shared<VideoFrameInfo>();
+        frame->pts = 1000 + i * 40;
+        frame->decoderMemory[0].reset(av_buffer_alloc(30 << 20));
+        queue.push(frame);
+    }
     steps.showFront(1000);
     step(6);
     EXPECT_EQ(step(-2), Outcome::Show);

@@ -141,40 +141,41 @@ bool measureAvDistance(const Settings& settings, Report& report) {
     bool ok = true;
     double worstMedian = 0;
     std::vector<double> all;
-    const auto measure = [&](const std::string& timing, const std::string& master, const std::string& speed) {
-        const ChildResult row = runRow({"av-distance", clip, master, timing, speed});
-        const auto apart = row.facts.list("apart_ms");
-        ok = ok && row.ok;
-        if (apart.empty()) {
-            return;
+    using Words = std::vector<std::string>;
+    // All masters at the same time.
+    const auto measure = [&](const std::string& timing, const Words& masters, const std::string& speed) {
+        std::vector<Words> rows;
+        for (const std::string& master : masters) {
+            rows.push_back({"av-distance", clip, master, timing, speed});
         }
-        const double median = apart[apart.size() / 2];
-        const auto near = std::ranges::count_if(apart, [](double ms) { return std::abs(ms) <= kTogetherMs; });
-        table.addRow({timing, master, speed, median, apart.front(), apart.back(),
-                      100.0 * static_cast<double>(near) / static_cast<double>(apart.size()),
-                      static_cast<double>(apart.size()), row.facts.number("wall_s")});
-        if (timing == "exact") {
-            worstMedian = std::max(worstMedian, std::abs(median));
-            all.insert(all.end(), apart.begin(), apart.end());
+        const std::vector<ChildResult> results = runTogether(rows);
+        for (size_t i = 0; i < results.size(); ++i) {
+            const ChildResult& row = results[i];
+            const auto apart = row.facts.list("apart_ms");
+            ok = ok && row.ok;
+            if (apart.empty()) {
+                continue;
+            }
+            const double median = apart[apart.size() / 2];
+            const auto near = std::ranges::count_if(apart, [](double ms) { return std::abs(ms) <= kTogetherMs; });
+            table.addRow({timing, masters[i], speed, median, apart.front(), apart.back(),
+                          100.0 * static_cast<double>(near) / static_cast<double>(apart.size()),
+                          static_cast<double>(apart.size()), row.facts.number("wall_s")});
+            if (timing == "exact") {
+                worstMedian = std::max(worstMedian, std::abs(median));
+                all.insert(all.end(), apart.begin(), apart.end());
+            }
         }
     };
-    using Words = std::vector<std::string>;
-    const std::string kMasters[] = {"clock", "sound", "picture", "host"};
-    for (const std::string& master : kMasters) {
-        const bool isWanted = settings.length != Length::Smoke || master == "sound";
-        for (const std::string& speed : settings.choose<Words>({"1", "2"}, {"1"}, {})) {
-            if (settings.length == Length::Full || master == "sound") {
-                measure("standard", master, speed);
-            }
-        }
-        for (const std::string& speed : settings.choose<Words>({"0.5", "1", "1.5", "2"}, {"1", "2"}, {"2"})) {
-            if (isWanted) {
-                measure("exact", master, speed);
-            }
-        }
-        if (settings.length == Length::Full || (settings.length == Length::Quick && master == "sound")) {
-            measure("exact", master, "changes");
-        }
+    const Words kSound = {"sound"};
+    const Words kMasters =
+        settings.choose<Words>({"clock", "sound", "picture", "host"}, {"clock", "sound", "picture", "host"}, kSound);
+    for (const std::string& speed : settings.choose<Words>({"1", "2"}, {"1"}, {})) {
+        measure("standard", settings.choose(kMasters, kSound, kSound), speed);
+    }
+    for (const std::string& speed :
+         settings.choose<Words>({"0.5", "1", "1.5", "2", "changes"}, {"1", "2", "changes"}, {"2"})) {
+        measure("exact", speed == "changes" ? settings.choose(kMasters, kSound, kSound) : kMasters, speed);
     }
     if (settings.length != Length::Smoke && !all.empty()) {
         const auto far = std::ranges::count_if(all, [](double ms) { return std::abs(ms) > kTogetherMs; });

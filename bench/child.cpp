@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <future>
 
 #include "measures.h"
 
@@ -74,6 +75,18 @@ ChildResult runRow(const std::vector<std::string>& words) {
         std::fprintf(stderr, "kelp_bench --row%s failed, status %d\n", all.c_str(), status);
     }
     return result;
+}
+
+std::vector<ChildResult> runTogether(const std::vector<std::vector<std::string>>& rows) {
+    std::vector<std::future<ChildResult>> running;
+    for (const auto& words : rows) {
+        running.push_back(std::async(std::launch::async, [&words] { return runRow(words); }));
+    }
+    std::vector<ChildResult> results;
+    for (auto& row : running) {
+        results.push_back(row.get());
+    }
+    return results;
 }
 
 std::vector<ChildResult> runByTurns(const std::vector<std::vector<std::string>>& rows, int rounds, int block) {

@@ -19,6 +19,10 @@ struct ChildResult {
 // SDL has chosen are those of one row alone.
 ChildResult runRow(const std::vector<std::string>& words);
 
+// Runs rows at the same time, each in its process; their processor times mean nothing. For those that leave most of the
+// machine alone, and wait for most of the time.
+std::vector<ChildResult> runTogether(const std::vector<std::vector<std::string>>& rows);
+
 // Runs rows by turns, so that a slow minute hits each of them: again and again, with `block` rounds at most, until each
 // has had `rounds`. To a row's words come how many rounds, and the number of its turn. A result has the facts of all
 // turns, and is ok if each was.

@@ -6,10 +6,11 @@
 //     --quick       fewer and shorter measurements, in some minutes
 //     --smoke       hardly any, in less than one: shows that everything can be measured, and the figures mean nothing
 //     --file FILE   what `cost` and `latency` play, instead of clips that are made with the ffmpeg command
-//     --seconds N   of the film that `cost` plays
+//     --seconds N   of the film that `cost` plays, or how long `screens` are watched
 //     --out FOLDER  where the clips and bench.json, the same figures, go: build unless given
 //
-// Without a TOPIC all of them are measured, in the order of kTopics. Each row runs in a process of its own.
+// Without a TOPIC all of them but `screens` are measured, in the order of kTopics. Each row runs in a process of its
+// own.
 
 #include <cstdio>
 #include <cstdlib>
@@ -45,6 +46,7 @@ namespace {
 struct Topic {
     const char* name;
     bool (*measure)(const Settings& settings, Report& report);
+    bool isInAll = true;
 };
 
 // In the order of the report.
@@ -56,6 +58,7 @@ constexpr Topic kTopics[] = {
     {"wakes", measureWakes},
     {"latency", measureLatency},
     {"presentation", measurePresentation},
+    {"screens", measureScreensForLong, /*isInAll=*/false},
     {"udp", measureUdp},
     {"counts", measureCounts},
     {"micro", measureMicro},
@@ -104,7 +107,7 @@ int measureTopics(const Settings& settings, const std::vector<std::string>& name
     Report report;
     bool ok = true;
     for (const Topic& topic : kTopics) {
-        bool wanted = names.empty();
+        bool wanted = names.empty() && topic.isInAll;
         for (const std::string& name : names) {
             wanted = wanted || name == topic.name;
         }

@@ -85,10 +85,14 @@ bool screensRow(const std::vector<std::string>& words, Facts& facts) {
     return true;
 }
 
-bool measureScreens(const Settings& settings, Report& report) {
-    const int seconds = settings.choose(12, 4, 1);
-    const std::string sounding = clipPath(settings, {.fps = "25", .seconds = 40});
-    const std::string silent = clipPath(settings, {.fps = "25", .seconds = 40, .hasSound = false});
+namespace {
+
+// `seconds` are those of a row.
+bool measure(const Settings& settings, Report& report, int seconds, const std::vector<std::string>& standardSpeeds,
+             const std::vector<std::string>& exactSpeeds) {
+    const int clipSeconds = 40 + (seconds > 12 ? 2 * seconds : 0);
+    const std::string sounding = clipPath(settings, {.fps = "25", .seconds = clipSeconds});
+    const std::string silent = clipPath(settings, {.fps = "25", .seconds = clipSeconds, .hasSound = false});
     // The dummy driver has one device, this one many.
     setenv("SDL_AUDIODRIVER", "disk", 1);
     setenv("SDL_DISKAUDIOFILE", "/dev/null", 1);
@@ -103,7 +107,7 @@ bool measureScreens(const Settings& settings, Report& report) {
     bool ok = !sounding.empty() && !silent.empty();
     double worstFromClock = 0;
     double worstApart = 0;
-    const auto measure = [&](const std::string& timing, const std::string& speed) {
+    const auto add = [&](const std::string& timing, const std::string& speed) {
         const ChildResult row = runRow({"screens", sounding, silent, std::to_string(seconds), timing, speed});
         ok = ok && row.ok;
         const Spread fromClock = spreadOf(row.facts.list("clock_ms"));
@@ -115,12 +119,11 @@ bool measureScreens(const Settings& settings, Report& report) {
             worstApart = std::max(worstApart, apart.worst);
         }
     };
-    using Words = std::vector<std::string>;
-    for (const std::string& speed : settings.choose<Words>({"1"}, {"1"}, {})) {
-        measure("standard", speed);
+    for (const std::string& speed : standardSpeeds) {
+        add("standard", speed);
     }
-    for (const std::string& speed : settings.choose<Words>({"0.5", "1", "1.5"}, {"1"}, {"1"})) {
-        measure("exact", speed);
+    for (const std::string& speed : exactSpeeds) {
+        add("exact", speed);
     }
     if (settings.length != Length::Smoke) {
         report.expect("exact: four screens from their clock, ms, worst", worstFromClock, kPictureMs);
@@ -132,6 +135,20 @@ bool measureScreens(const Settings& settings, Report& report) {
         "40 ms from it for that moment.");
     report.add(table);
     return ok;
+}
+
+}  // namespace
+
+bool measureScreens(const Settings& settings, Report& report) {
+    using Words = std::vector<std::string>;
+    return measure(settings, report, settings.choose(8, 4, 1), settings.choose<Words>({"1"}, {"1"}, {}),
+                   settings.choose<Words>({"0.5", "1", "1.5"}, {"1"}, {"1"}));
+}
+
+bool measureScreensForLong(const Settings& settings, Report& report) {
+    const std::vector<std::string> speeds = {"0.5", "1", "1.5", "2"};
+    const int seconds = settings.seconds > 0 ? settings.seconds : 600;
+    return measure(settings, report, std::max(1, seconds / static_cast<int>(speeds.size())), {}, speeds);
 }
 
 }  // namespace kelp::bench

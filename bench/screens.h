@@ -13,6 +13,9 @@ namespace kelp::bench {
 // measured.
 bool measureScreens(const Settings& settings, Report& report);
 
+// The same over ten minutes, or `settings.seconds`, with exact timing at all speeds.
+bool measureScreensForLong(const Settings& settings, Report& report);
+
 // One row, in its process: a file with sound, one without, the seconds to watch, the timing and the speed.
 bool screensRow(const std::vector<std::string>& words, Facts& facts);
 

@@ -84,7 +84,12 @@ void ChildProcess::start(std::vector<std::string> words) {
     int error = pipe2(ends.data(), O_CLOEXEC) == 0 ? posix_spawn_file_actions_init(&actions) : errno;
     if (error == 0) {
         posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-        error = posix_spawnp(&process_, all[0].c_str(), &actions, nullptr, arguments.data(), environ);
+        // Who stops the test program and lets it go on leaves one alone that the test has stopped.
+        posix_spawnattr_t attributes;
+        posix_spawnattr_init(&attributes);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+        error = posix_spawnp(&process_, all[0].c_str(), &actions, &attributes, arguments.data(), environ);
+        posix_spawnattr_destroy(&attributes);
         posix_spawn_file_actions_destroy(&actions);
     }
     if (error != 0) {

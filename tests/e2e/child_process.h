@@ -34,10 +34,9 @@ public:
     // Stops it and lets it go on: meanwhile its connections stay, and nothing comes.
     void suspend();
     void proceed();
-
-private:
     void signal(int number);
 
+private:
     pid_t process_ = -1;  // -1 before the first start
     int output_ = -1;     // where its output is read
     int result_ = -1;     // of `wait`, once it has ended

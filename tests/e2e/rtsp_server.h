@@ -1,5 +1,6 @@
 #pragma once
 
+#include <csignal>
 #include <string>
 #include <utility>
 #include <vector>
@@ -29,6 +30,9 @@ public:
     // Starts it again after a kill, under the same port; with other files.
     void start();
     void start(Files files);
+
+    // Closes the connections of all clients, and serves on.
+    void hangUp() { process_.signal(SIGUSR1); }
 
     // Waits until a client, one more than the calls before, has ended its session; false after `timeoutMs`.
     bool waitForTeardown(int timeoutMs) { return process_.readLine(timeoutMs) == "teardown"; }

@@ -3,8 +3,8 @@
 
 usage: rtsp_server.py [--port PORT] [--udp-only] [--file NAME=PATH]...
 
-Prints "ready PORT" when it answers, and "teardown" for each session that its client ends. It refuses TCP with
---udp-only. It serves
+Prints "ready PORT" when it answers, and "teardown" for each session that its client ends. SIGUSR1 lets it hang up on
+all of its clients, and serve on. It refuses TCP with --udp-only. It serves
 
   /h264-aac  /h264-alaw  /hevc-aac  /hevc-alaw  /h264  /hevc
              live: a picture with the machine's monotonic clock in it (see ClockPicture), 320x180, 25 a second, a key
@@ -17,6 +17,7 @@ Each client gets a source of its own.
 """
 
 import argparse
+import signal
 import sys
 import threading
 import time
@@ -230,6 +231,12 @@ def main():
         add_mount(mounts, name, file.launch(), file.feed, options.udp_only)
     if server.attach(None) == 0:
         sys.exit(f"can't listen on port {options.port}")
+
+    def hang_up():
+        server.client_filter(lambda *_: GstRtspServer.RTSPFilterResult.REMOVE)
+        return GLib.SOURCE_CONTINUE
+
+    GLib.unix_signal_add(GLib.PRIORITY_DEFAULT, signal.SIGUSR1, hang_up)
     print(f"ready {server.get_bound_port()}", flush=True)
     GLib.MainLoop().run()
 

@@ -2,14 +2,14 @@
 //
 //   losses [N] [--interval MS]
 //
-// N losses (200), by turns: the camera's server is killed, falls silent, refuses connections for a while, answers half;
-// it comes back with the same streams, others, or without sound. Every fifth time the player is paused while it waits.
-// Each time it is to come back in its state without a word to the host. The program prints how long the first picture
-// took from the server's return, and fails if a loss wasn't got over, the median is above the interval and 1.5 s, or
+// N losses (200), by turns of all kinds in all states. The camera's server is killed, closes its connections, falls
+// silent, refuses connections for a while, answers half; it comes back with the same streams, others, or without sound.
+// Meanwhile the player plays, is paused, is asked to seek, or is recorded. Each time it is to come back in its state
+// without a word to the host, and a recording goes on in a new file. The program prints how long the first picture took
+// from the server's return, and fails if a loss wasn't got over, the median is above the interval and 1.5 s, or
 // descriptors, threads or the heap have grown.
 
 #include <arpa/inet.h>
-#include <malloc.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -21,7 +21,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -30,7 +29,10 @@
 #include "e2e/managed_playback.h"
 #include "e2e/media.h"
 #include "e2e/rtsp_server.h"
+#include "endurance/holdings.h"
 #include "kelp_player/log.h"
+#include "kelp_player/recorder.h"
+#include "support/temp_files.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -45,15 +47,17 @@ using Clock = std::chrono::steady_clock;
 constexpr int kLimitMs = 60000;
 constexpr int kMedianOverIntervalMs = 1500;
 constexpr long kHeapKbAllowed = 1024;
-constexpr std::array<const char*, 4> kKinds = {"killed", "silent", "refused", "half answered"};
+constexpr int kRecordedMs = 20000;  // at most until the first key frame
+
+enum Kind { Killed, Closed, Silent, Refused, HalfAnswered };
+enum State { Playing, Paused, Seeking, Recording };
+// Numbers without a common divisor: each kind meets each state and all streams within 60 losses.
+constexpr std::array<const char*, 5> kKinds = {"killed", "closed", "silent", "refused", "half answered"};
+constexpr std::array<const char*, 4> kStates = {"playing", "paused", "seeking", "recording"};
 constexpr std::array<const char*, 3> kStreams = {"small.mp4", "numbers_video.mp4", "hevc.ts"};
 
 void pauseFor(int ms) {
     std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
-
-int entriesOf(const char* folder) {
-    return static_cast<int>(std::distance(std::filesystem::directory_iterator(folder), {}));
 }
 
 // Listens on a port, begins an answer to whoever connects, and leaves them.
@@ -96,15 +100,27 @@ private:
     std::thread thread_;
 };
 
-struct Holdings {
-    int descriptors = entriesOf("/proc/self/fd");
-    int threads = entriesOf("/proc/self/task");
-    long heapKb = 0;
-
-    Holdings() {
-        malloc_trim(0);
-        heapKb = static_cast<long>((mallinfo2().uordblks + mallinfo2().hblkhd) / 1024);
+// Counts the files of recordings, and takes them away.
+class Files final : public RecorderObserver {
+public:
+    virtual ~Files() = default;
+    void onFileBegun(const std::string&) override { ++begun; }
+    void onFileEnded(const std::string& path, int64_t durationMs) override {
+        empty += durationMs <= 0;
+        std::filesystem::remove(path);
     }
+    void onRecordingFailed(const std::string&, const std::string&) override { ++failed; }
+
+    bool waitForBegun(int count) const {
+        for (int ms = 0; ms < kRecordedMs && begun < count; ms += 10) {
+            pauseFor(10);
+        }
+        return begun >= count;
+    }
+
+    std::atomic<int> begun{0};
+    std::atomic<int> empty{0};
+    std::atomic<int> failed{0};
 };
 
 class Losses {
@@ -121,16 +137,21 @@ public:
 
     bool run(int count) {
         if (!playback_.open(server_.url("camera")) || !player_.start() || !playback_.waitFor("picture", 1, kLimitMs)) {
-            return complain("the camera isn't played", 0);
+            return fail("the camera isn't played");
+        }
+        std::vector<size_t> streamsAfter;
+        for (int i = 0; i < count; ++i) {
+            streamsAfter.push_back(changesStreams(i) || i == 0 ? static_cast<size_t>(i) % kStreams.size()
+                                                               : streamsAfter.back());
         }
         Holdings early;
         for (int i = 0; i < count; ++i) {
             if (!lose(i)) {
                 return false;
             }
+            playback_.forget();
             // With the streams of the last one: what they take isn't the same.
-            const int streams = static_cast<int>(kStreams.size());
-            if (i <= std::max(count / 4, streams) && i % streams == (count - 1) % streams) {
+            if (i <= std::max(count / 4, 4) && streamsAfter[static_cast<size_t>(i)] == streamsAfter.back()) {
                 early = Holdings();
             }
         }
@@ -142,16 +163,26 @@ public:
             print(kKinds[kind], returnMs_[kind]);
             all.insert(all.end(), returnMs_[kind].begin(), returnMs_[kind].end());
         }
+        for (size_t state = 0; state < kStates.size(); ++state) {
+            print(kStates[state], stateReturnMs_[state]);
+        }
         print("all", all);
         const bool isQuick = all[all.size() / 2] <= intervalMs_ + kMedianOverIntervalMs;
         const bool isFlat = late.descriptors <= early.descriptors && late.threads <= early.threads + 1 &&
                             late.heapKb <= early.heapKb + kHeapKbAllowed;
-        return (isQuick || complain("the median is too long", count)) && (isFlat || complain("it grows", count));
+        return (isQuick || fail("the median is too long")) && (isFlat || fail("it grows"));
     }
 
 private:
+    using Moment = Clock::time_point;
+
+    static bool fail(const char* what) {
+        std::fprintf(stderr, "losses: %s\n", what);
+        return false;
+    }
     static bool complain(const char* what, int loss) {
-        std::fprintf(stderr, "losses: %s, at loss %d\n", what, loss);
+        std::fprintf(stderr, "losses: %s, at loss %d, %s while %s\n", what, loss, kKinds[kindOf(loss)],
+                     kStates[stateOf(loss)]);
         return false;
     }
 
@@ -163,36 +194,91 @@ private:
         }
     }
 
-    bool lose(int number) {
-        const size_t kind = static_cast<size_t>(number) % kKinds.size();
-        const bool isPaused = number % 5 == 4;
-        if (kind == 1) {
-            server_.suspend();
-            pauseFor(1500);
+    static size_t kindOf(int number) { return static_cast<size_t>(number) % kKinds.size(); }
+    static size_t stateOf(int number) { return static_cast<size_t>(number) % kStates.size(); }
+    // A server that closes its connections stays; one that is silent goes on, or is another one.
+    static bool changesStreams(int number) {
+        return kindOf(number) != Closed &&
+               (kindOf(number) != Silent || number / static_cast<int>(kKinds.size()) % 2 > 0);
+    }
+
+    // Ends the server's service. False if the player doesn't notice.
+    bool takeAway(int number) {
+        const size_t kind = kindOf(number);
+        if (kind == Closed) {
+            return true;  // that is over at once
         }
-        server_.kill();
-        pauseFor(kind == 2 ? 1500 : 200);
-        if (kind == 3) {
+        const int restarts = player_.getStatistics().restarts;
+        kind == Silent ? server_.suspend() : server_.kill();
+        for (int ms = 0; player_.getStatistics().restarts == restarts; ms += 10) {
+            if (ms > kLimitMs) {
+                return false;
+            }
+            pauseFor(10);
+        }
+        if (kind == Silent && changesStreams(number)) {
+            server_.kill();
+        }
+        pauseFor(kind == Refused ? 1500 : 200);
+        if (kind == HalfAnswered) {
             const HalfServer half(server_.port());
             pauseFor(600);
+        }
+        return true;
+    }
+
+    Moment bringBack(int number) {
+        const Moment begin = Clock::now();
+        if (kindOf(number) == Closed) {
+            server_.hangUp();
+            return begin;
+        }
+        if (!changesStreams(number)) {
+            server_.proceed();
+            return begin;
+        }
+        server_.start({{"camera", mediaPath(kStreams[static_cast<size_t>(number) % kStreams.size()])}});
+        return Clock::now();
+    }
+
+    bool lose(int number) {
+        const size_t state = stateOf(number);
+        const bool isPaused = state == Paused;
+        if (state == Recording) {
+            files_.begun = 0;
+            player_.setPacketSink(&recorder_);
+            if (!recorder_.start(folder_.path("camera.mp4")) || !files_.waitForBegun(1)) {
+                return complain("it isn't recorded", number);
+            }
+        }
+        if (!takeAway(number)) {
+            return complain("it isn't noticed", number);
         }
         if (isPaused) {
             player_.pause();
         }
+        if (state == Seeking) {
+            player_.seek(1000);  // which a camera can't
+        }
         // A paused RTSP source isn't read, so there is no new picture until it is resumed.
         const std::string sign = isPaused ? "started" : "picture";
         const int before = playback_.count(sign);
-        server_.start({{"camera", mediaPath(kStreams[static_cast<size_t>(number) % kStreams.size()])}});
-        const auto returned = Clock::now();
+        const Moment returned = bringBack(number);
+        if (isPaused && kindOf(number) == Closed) {
+            // Nor is its end met.
+            player_.resume();
+        }
         if (!playback_.waitFor(sign, before + 1, kLimitMs)) {
             return complain("it doesn't come back", number);
         }
         if (!isPaused) {
             const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - returned);
-            returnMs_[kind].push_back(static_cast<int>(took.count()));
+            returnMs_[kindOf(number)].push_back(static_cast<int>(took.count()));
+            stateReturnMs_[state].push_back(static_cast<int>(took.count()));
         }
         playback_.waitForWorker();
-        if (playback_.state() != (isPaused ? PLAYER_STATE_PAUSED : PLAYER_STATE_STARTED)) {
+        const bool isStillPaused = isPaused && kindOf(number) != Closed;
+        if (playback_.state() != (isStillPaused ? PLAYER_STATE_PAUSED : PLAYER_STATE_STARTED)) {
             return complain("it comes back in another state", number);
         }
         Log::SetLogCallback([](const char*) {});  // which the look at the state has taken
@@ -200,15 +286,30 @@ private:
         if (!playback_.sink().waitFor(playback_.sink().count() + 10, kLimitMs)) {
             return complain("it doesn't play on", number);
         }
+        if (state == Recording && !endRecording()) {
+            return complain("it isn't recorded on", number);
+        }
         return playback_.count("failed") + playback_.count("completed") == 0 ||
                complain("the host heard of it", number);
     }
 
+    // A file from before the loss and one from behind it.
+    bool endRecording() {
+        const bool isWhole = files_.waitForBegun(2) && recorder_.isRecording();
+        recorder_.stop();
+        player_.setPacketSink(nullptr);
+        return isWhole && files_.failed == 0 && files_.empty == 0;
+    }
+
     const int intervalMs_;
     RtspServer server_{{{"camera", mediaPath("small.mp4")}}};
+    const TempFolder folder_;
+    Files files_;
+    Recorder recorder_{&files_};
     ManagedPlayback playback_;
     TarnPlayer& player_ = playback_.player();
     std::array<std::vector<int>, kKinds.size()> returnMs_;
+    std::array<std::vector<int>, kStates.size()> stateReturnMs_;
 };
 
 }  // namespace

@@ -44,7 +44,8 @@ using namespace kelp;
 using namespace kelp::test;
 using Clock = std::chrono::steady_clock;
 
-constexpr int kLimitMs = 60000;
+constexpr int kLimitMs = 300000;  // whoever stops the program for a while has it go on afterwards
+constexpr int kReported = 20;     // losses for each line on the way
 constexpr int kMedianOverIntervalMs = 1500;
 constexpr long kHeapKbAllowed = 1024;
 constexpr int kRecordedMs = 20000;  // at most until the first key frame
@@ -150,6 +151,10 @@ public:
                 return false;
             }
             playback_.forget();
+            if ((i + 1) % kReported == 0) {
+                std::printf("losses: %d of %d\n", i + 1, count);
+                std::fflush(stdout);
+            }
             // With the streams of the last one: what they take isn't the same.
             if (i <= std::max(count / 4, 4) && streamsAfter[static_cast<size_t>(i)] == streamsAfter.back()) {
                 early = Holdings();

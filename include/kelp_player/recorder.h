@@ -59,8 +59,9 @@ struct RecorderLimits {
 // A recording begins with the first key frame that is read after `start`, and holds every packet from there on, in one
 // file as long as these go on from each other. A new file, whose name has "-2", "-3" and so on in front of its ending,
 // begins at a key frame: at a limit, with nothing lost between the two, and where the packets don't go on: behind a
-// seek, the pause of a live source, a change of the track, or when a camera that failed was opened anew. A source
-// without pictures needs no key frame. Each file begins at 0.
+// seek, the pause of a live source, a change of the track, or when a camera that failed was opened anew; and where HEVC
+// in MP4 or MOV changes its parameter sets, which stand in the header of the file. A source without pictures needs no
+// key frame. Each file begins at 0.
 //
 // What is played decides what is recorded: a file is read some seconds ahead of its pictures, and not faster than it is
 // played; tracks that aren't played aren't recorded, and neither is a cover. Sound of a codec that the container can't

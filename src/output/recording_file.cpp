@@ -15,6 +15,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/dict.h>
 #include <libavutil/mathematics.h>
+#include <libavutil/mem.h>
 }
 
 namespace kelp {
@@ -47,7 +48,7 @@ bool isIn(std::initializer_list<AVCodecID> codecs, AVCodecID codec) {
 }
 
 // MPEG-TS has no list that could be asked: it takes any bytes, and gives no player the means to know what they are.
-bool takes(const AVOutputFormat& format, AVCodecID codec) {
+bool canHold(const AVOutputFormat& format, AVCodecID codec) {
     if (std::string_view(format.name) == "mpegts") {
         return isIn({AV_CODEC_ID_H264, AV_CODEC_ID_HEVC, AV_CODEC_ID_MPEG4, AV_CODEC_ID_MPEG2VIDEO,
                      AV_CODEC_ID_MPEG1VIDEO, AV_CODEC_ID_AAC, AV_CODEC_ID_MP3, AV_CODEC_ID_MP2, AV_CODEC_ID_AC3,
@@ -95,7 +96,7 @@ RecordingFile::~RecordingFile() {
     }
 }
 
-std::string RecordingFile::open() {
+std::string RecordingFile::open(const AVPacket& first) {
     const std::string muxer = containerOf(path_);
     if (avformat_alloc_output_context2(&context_, nullptr, muxer.c_str(), path_.c_str()) < 0) {
         return kNoMemory;
@@ -104,7 +105,7 @@ std::string RecordingFile::open() {
     context_->flags |= AVFMT_FLAG_FLUSH_PACKETS;
     context_->max_interleave_delta = kLongestInterleavingUs;
     context_->avoid_negative_ts = AVFMT_AVOID_NEG_TS_MAKE_ZERO;
-    if (std::string why = addStreams(); !why.empty()) {
+    if (std::string why = addStreams(first); !why.empty()) {
         return why;
     }
     Options options;
@@ -128,12 +129,16 @@ std::string RecordingFile::open() {
     return "";
 }
 
-std::string RecordingFile::addStreams() {
+std::string RecordingFile::addStreams(const AVPacket& first) {
     for (const auto& source : streams_->streams()) {
         Track track{.source = &source};
         const AVCodecID codec = source.parameters->codec_id;
-        if (takes(*context_->oformat, codec)) {
-            if (std::string why = addStream(source, track); !why.empty()) {
+        if (canHold(*context_->oformat, codec)) {
+            std::string why = addStream(source, track);
+            if (why.empty() && codec == AV_CODEC_ID_HEVC && isFragmented(*context_->oformat)) {
+                why = describeHevc(track, first);
+            }
+            if (!why.empty()) {
                 return why;
             }
         } else if (source.kind == TRACK_KIND_VIDEO) {
@@ -169,6 +174,39 @@ std::string RecordingFile::addStream(const RecordedStreams::Stream& source, Trac
         }
     }
     return "";
+}
+
+// There are two forms. This is the one that all players take: the parameter sets stand in the description of the
+// stream, and the muxer takes them out of the pictures.
+std::string RecordingFile::describeHevc(Track& track, const AVPacket& first) {
+    AVCodecParameters& parameters = *track.stream->codecpar;
+    parameters.codec_tag = MKTAG('h', 'v', 'c', '1');
+    parameterSets_ = std::make_unique<ParameterSets>(parameters);
+    if (!parameterSets_->canBeFound()) {
+        return "";
+    }
+    // They may have changed since the source was opened.
+    describedSets_ = parameterSets_->in(first);
+    if (describedSets_.empty()) {
+        return "";
+    }
+    auto* const copy = static_cast<uint8_t*>(av_mallocz(describedSets_.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    if (!copy) {
+        return kNoMemory;
+    }
+    std::ranges::copy(describedSets_, copy);
+    av_freep(&parameters.extradata);
+    parameters.extradata = copy;
+    parameters.extradata_size = static_cast<int>(describedSets_.size());
+    return "";
+}
+
+bool RecordingFile::takes(const AVPacket& keyFrame) {
+    if (!parameterSets_ || !parameterSets_->canBeFound()) {
+        return true;
+    }
+    const auto sets = parameterSets_->in(keyFrame);
+    return sets.empty() || sets == describedSets_;
 }
 
 std::string RecordingFile::write(AVPacket& packet) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "output/parameter_sets.h"
 #include "output/recorded_streams.h"
 
 struct AVBSFContext;
@@ -32,8 +33,11 @@ public:
     // Closes the file as it is.
     ~RecordingFile();
 
-    // Each returns an empty text, or why it failed; after that the file is only to be destroyed.
-    std::string open();
+    // Each returns an empty text, or why it failed; after that the file is only to be destroyed. `first` is what will
+    // be written first.
+    std::string open(const AVPacket& first);
+    // Whether the pictures from this key frame on can be decoded with what the file says of the stream.
+    bool takes(const AVPacket& keyFrame);
     // `packet` is one of the streams', with its track as the stream's index, and is changed. It comes in the order in
     // which it was read; the first one is a key frame, if there are pictures.
     std::string write(AVPacket& packet);
@@ -58,8 +62,9 @@ private:
         int64_t shift = 0;  // what is added to its times, in the file's units
     };
 
-    std::string addStreams();
+    std::string addStreams(const AVPacket& first);
     std::string addStream(const RecordedStreams::Stream& source, Track& track);
+    std::string describeHevc(Track& track, const AVPacket& first);
     // Puts the packet's times onto the file's time line.
     void place(AVPacket& packet, Track& track);
 
@@ -67,6 +72,8 @@ private:
     const std::shared_ptr<const RecordedStreams> streams_;
     AVFormatContext* context_ = nullptr;  // owned
     std::vector<Track> tracks_;
+    std::unique_ptr<ParameterSets> parameterSets_;  // of the video; null where the container needs no look at them
+    std::vector<uint8_t> describedSets_;
     bool headerWritten_ = false;
     bool isHeaderDue_ = false;  // it may wait for a stream
     bool hasOrigin_ = false;

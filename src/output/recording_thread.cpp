@@ -111,7 +111,7 @@ bool RecordingThread::write(Item& item) {
     }
     const bool isVideo = item.packet->stream_index == item.streams->videoTrack();
     const bool isKey = item.streams->videoTrack() < 0 || (isVideo && (item.packet->flags & AV_PKT_FLAG_KEY) != 0);
-    if (file_ && isKey && isFileFull() && !endFile()) {
+    if (file_ && isKey && (isFileFull() || (isVideo && !file_->takes(*item.packet))) && !endFile()) {
         return false;
     }
     if (!file_) {
@@ -119,7 +119,7 @@ bool RecordingThread::write(Item& item) {
             return true;
         }
         fileStretch_ = item.stretch;
-        if (!beginFile(item.streams)) {
+        if (!beginFile(item.streams, *item.packet)) {
             return false;
         }
     }
@@ -132,9 +132,9 @@ bool RecordingThread::isFileFull() const {
            (limits_.fileBytes > 0 && file_->bytes() >= limits_.fileBytes);
 }
 
-bool RecordingThread::beginFile(const std::shared_ptr<const RecordedStreams>& streams) {
+bool RecordingThread::beginFile(const std::shared_ptr<const RecordedStreams>& streams, const AVPacket& first) {
     file_ = std::make_unique<RecordingFile>(nextPath(), streams);
-    if (const std::string why = file_->open(); !why.empty()) {
+    if (const std::string why = file_->open(first); !why.empty()) {
         return fail(why);
     }
     Log::Info(kTag, "%s, begun\n", file_->path().c_str());

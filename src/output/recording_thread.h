@@ -58,7 +58,7 @@ private:
     std::deque<Item> takeItems();
     // False if the recording has failed.
     bool write(Item& item);
-    bool beginFile(const std::shared_ptr<const RecordedStreams>& streams);
+    bool beginFile(const std::shared_ptr<const RecordedStreams>& streams, const AVPacket& first);
     bool endFile();
     bool isFileFull() const;
     std::string nextPath();

@@ -337,6 +337,92 @@ TEST_F(RecorderTest, KeepsTheRotation) {
     EXPECT_EQ(outputOf(rotation + path("kept.mp4")), outputOf(rotation + turned));
 }
 
+// The parameter sets of HEVC that stand in a packet of an MP4 file, among the pictures.
+std::vector<std::string> hevcSetsIn(const std::vector<unsigned char>& bytes) {
+    constexpr int kVideoSets = 32;
+    constexpr int kPictureSets = 34;
+    std::vector<std::string> sets;
+    for (size_t at = 0; at + 5 <= bytes.size();) {
+        const size_t size =
+            size_t{bytes[at]} << 24 | size_t{bytes[at + 1]} << 16 | size_t{bytes[at + 2]} << 8 | bytes[at + 3];
+        const int kind = bytes[at + 4] >> 1 & 63;
+        if (kind >= kVideoSets && kind <= kPictureSets) {
+            sets.emplace_back(bytes.begin() + static_cast<ptrdiff_t>(at) + 4,
+                              bytes.begin() + static_cast<ptrdiff_t>(at + 4 + size));
+        }
+        at += 4 + size;
+    }
+    return sets;
+}
+
+// What the header of a file tells a decoder.
+std::string descriptionOf(const std::string& path) {
+    AVFormatContext* context = nullptr;
+    if (avformat_open_input(&context, path.c_str(), nullptr, nullptr) < 0) {
+        return "";
+    }
+    const AVCodecParameters& parameters = *context->streams[0]->codecpar;
+    std::string description(reinterpret_cast<const char*>(parameters.extradata),
+                            static_cast<size_t>(parameters.extradata_size));
+    avformat_close_input(&context);
+    return description;
+}
+
+void expectHevcDescribed(const std::string& path) {
+    EXPECT_EQ(outputOf("ffprobe -v error -show_entries stream=codec_tag_string -of csv=p=0 " + path), "hvc1\n");
+    const std::string description = descriptionOf(path);
+    EXPECT_FALSE(description.empty());
+    for (const auto& set : hevcSetsIn(readVideo(path).frames.at(0).bytes)) {
+        EXPECT_NE(description.find(set), std::string::npos) << path;
+    }
+}
+
+TEST_F(RecorderTest, DescribesHevcAsAllPlayersTakeIt) {
+    for (const std::string from : {"ts", "mp4"}) {
+        const std::string source = path("hevc." + from);
+        runFFmpeg(
+            "-f lavfi -i testsrc2=size=160x120:rate=25 -frames:v 30 -c:v libx265 -preset ultrafast "
+            "-x265-params log-level=error:keyint=12 -pix_fmt yuv420p " +
+            source);
+        for (const std::string to : {"mp4", "mov"}) {
+            const std::string file = path("of_" + from + "." + to);
+            ASSERT_TRUE(recorder_.start(file));
+            Feed feed(recorder_, source);
+            feed.all();
+            recorder_.stop();
+            expectHevcDescribed(file);
+            EXPECT_EQ(complaintsOf(file), "");
+            const auto recorded = readVideo(file);
+            EXPECT_EQ(recorded.pictures.size(), 30U);
+            EXPECT_TRUE(recorded.pictures == readVideo(source).pictures) << "other pictures";
+        }
+    }
+    EXPECT_EQ(told_.ended.size(), 4U);
+}
+
+TEST_F(RecorderTest, GoesOnInANewFileWhereTheDescriptionOfHevcChanges) {
+    const std::string x265 = " -c:v libx265 -preset ultrafast -x265-params log-level=error:keyint=12 -pix_fmt yuv420p ";
+    runFFmpeg("-f lavfi -i testsrc2=size=160x120:rate=25 -frames:v 25" + x265 + path("small.ts"));
+    runFFmpeg("-f lavfi -i testsrc2=size=320x240:rate=25 -frames:v 25 -output_ts_offset 1" + x265 + path("large.ts"));
+    std::ofstream both(path("both.ts"), std::ios::binary);
+    for (const char* const part : {"small.ts", "large.ts"}) {
+        both << std::ifstream(path(part), std::ios::binary).rdbuf();
+    }
+    both.close();
+    ASSERT_TRUE(recorder_.start(path("grows.mp4")));
+    Feed feed(recorder_, path("both.ts"));
+    feed.all();
+    recorder_.stop();
+    ASSERT_THAT(told_.ended, ElementsAre(path("grows.mp4"), path("grows-2.mp4")));
+    for (const auto& file : told_.ended) {
+        expectHevcDescribed(file);
+        EXPECT_EQ(complaintsOf(file), "");
+        EXPECT_EQ(readVideo(file).frames.size(), 25U);
+    }
+    EXPECT_EQ(readVideo(told_.ended[0]).width, 160);
+    EXPECT_EQ(readVideo(told_.ended[1]).width, 320);
+}
+
 TEST_F(RecorderTest, EndsWithAnEventWhenTheDiskIsFull) {
     for (const std::string ending : {"mp4", "mkv", "ts"}) {
         told_.failures.clear();

@@ -1,0 +1,49 @@
+#include "output/parameter_sets.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavcodec/bsf.h>
+}
+
+namespace kelp {
+
+namespace {
+
+struct FreePacket {
+    void operator()(AVPacket* packet) const { av_packet_free(&packet); }
+};
+
+}  // namespace
+
+void FreeParameterSetsFilter::operator()(AVBSFContext* context) const {
+    av_bsf_free(&context);
+}
+
+ParameterSets::ParameterSets(const AVCodecParameters& parameters) {
+    // A configuration record, as MP4 and Matroska have it, begins with its version.
+    const bool hasRecord = parameters.extradata_size > 0 && parameters.extradata[0] == 1;
+    if (parameters.codec_id != AV_CODEC_ID_HEVC || hasRecord) {
+        return;
+    }
+    AVBSFContext* context = nullptr;
+    if (av_bsf_alloc(av_bsf_get_by_name("extract_extradata"), &context) < 0) {
+        return;
+    }
+    filter_.reset(context);
+    if (avcodec_parameters_copy(context->par_in, &parameters) < 0 || av_bsf_init(context) < 0) {
+        filter_.reset();
+    }
+}
+
+std::vector<uint8_t> ParameterSets::in(const AVPacket& packet) {
+    const std::unique_ptr<AVPacket, FreePacket> copy(filter_ ? av_packet_clone(&packet) : nullptr);
+    if (!copy || av_bsf_send_packet(filter_.get(), copy.get()) < 0 ||
+        av_bsf_receive_packet(filter_.get(), copy.get()) < 0) {
+        return {};
+    }
+    size_t size = 0;
+    const uint8_t* const sets = av_packet_get_side_data(copy.get(), AV_PKT_DATA_NEW_EXTRADATA, &size);
+    return sets ? std::vector<uint8_t>(sets, sets + size) : std::vector<uint8_t>();
+}
+
+}  // namespace kelp

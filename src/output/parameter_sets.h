@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+struct AVBSFContext;
+struct AVCodecParameters;
+struct AVPacket;
+
+namespace kelp {
+
+struct FreeParameterSetsFilter {
+    void operator()(AVBSFContext* context) const;
+};
+
+// Finds what a decoder of HEVC has to know before a picture, where that stands among the pictures: in streams with
+// start codes. One thread uses it.
+class ParameterSets {
+public:
+    // None is found in streams of another kind.
+    explicit ParameterSets(const AVCodecParameters& parameters);
+
+    bool canBeFound() const { return filter_ != nullptr; }
+    // With start codes; empty if there are none in it.
+    std::vector<uint8_t> in(const AVPacket& packet);
+
+private:
+    std::unique_ptr<AVBSFContext, FreeParameterSetsFilter> filter_;
+};
+
+}  // namespace kelp

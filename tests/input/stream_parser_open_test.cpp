@@ -10,6 +10,7 @@
 #include <future>
 #include <thread>
 
+#include "e2e/free_ports.h"
 #include "input/stream_parser_fixture.h"
 
 extern "C" {
@@ -730,8 +731,10 @@ TEST_F(StreamParserOpen, CloseCutsABlockingOpenShortAndAllowsTheNext) {
 
 TEST_F(StreamParserOpen, StopCutsTheWaitForAStreamShort) {
     const std::string path = testing::TempDir() + "input_tests_" + std::to_string(getpid()) + ".sdp";
+    const std::string port = std::to_string(freePortPair(SOCK_DGRAM));
     std::ofstream(path) << "v=0\no=- 0 0 IN IP4 127.0.0.1\ns=x\nc=IN IP4 127.0.0.1\nt=0 0\n"
-                           "m=video 41954 RTP/AVP 96\na=rtpmap:96 H264/90000\n";
+                           "m=video "
+                        << port << " RTP/AVP 96\na=rtpmap:96 H264/90000\n";
     std::promise<void> probing;
     hooks().findStreamInfo = [&](AVFormatContext* context) {
         EXPECT_STREQ(context->iformat->name, "sdp");

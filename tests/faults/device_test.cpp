@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -166,6 +168,45 @@ TEST_F(Silence, SeeksPausesAndStopsWithoutADevice) {
     EXPECT_TRUE(playback.player().seek(0));
     EXPECT_TRUE(playback.player().stop());
 }
+
+// The test's driver has one device, for one of the players; KELP_PLAYERS=100 in the environment makes them more.
+class SilenceOfMany : public Faults, public testing::WithParamInterface<Device> {};
+
+TEST_P(SilenceOfMany, PlaysAllOfTheirFilms) {
+    g_device = GetParam();
+    struct One {
+        RecordingSink sink{RecordingSink::Keep::Nothing};
+        Playback playback;
+    };
+    const char* const wanted = std::getenv("KELP_PLAYERS");
+    std::vector<std::unique_ptr<One>> all(wanted ? std::strtoul(wanted, nullptr, 10) : 6);
+    for (auto& one : all) {
+        one = std::make_unique<One>();
+        KelpPlayer& player = one->playback.player();
+        player.setOption("no_sound_device", "silence");
+        player.addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&one->sink), 320, 180);
+        player.setAVSyncMode(SYNC_MASTER_AUDIO);
+        ASSERT_TRUE(one->playback.open(mediaPath("small.mp4"), kWaitMs));
+    }
+    for (auto& one : all) {
+        ASSERT_TRUE(one->playback.player().play());
+    }
+    int shown = 0;
+    for (auto& one : all) {
+        ASSERT_TRUE(one->playback.waitFor(Happened::Completed, kWaitMs));
+        EXPECT_TRUE(one->sink.waitForPicture(kLastPtsMs, kWaitMs));
+        EXPECT_EQ(one->playback.count(Happened::Failed), 0);
+        // What is late is left out on a machine that has too much to do.
+        const VideoStatistics video = one->playback.player().getStatistics().video;
+        EXPECT_EQ(video.shown + video.late, 75);
+        shown += one->sink.frameCount();
+    }
+    std::printf("%zu players, %d pictures of %zu\n", all.size(), shown, all.size() * 75);
+}
+
+INSTANTIATE_TEST_SUITE_P(Both, SilenceOfMany, testing::Values(Device::Works, Device::IsMissing), [](const auto& test) {
+    return test.param == Device::Works ? "OnOneDevice" : "WithoutADevice";
+});
 
 TEST_F(Faults, ADeviceThatVanishesHoldsUpNoCommand) {
     {

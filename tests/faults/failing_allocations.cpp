@@ -296,6 +296,18 @@ KELP_WRAP(int, av_bsf_receive_packet, (AVBSFContext * context, AVPacket* packet)
 KELP_WRAP(int, avformat_find_stream_info, (AVFormatContext * context, AVDictionary** options), (context, options),
           AVERROR(ENOMEM))
 KELP_WRAP(int, av_read_frame, (AVFormatContext * context, AVPacket* packet), (context, packet), AVERROR(ENOMEM))
+KELP_WRAP(AVPacket*, av_packet_clone, (const AVPacket* packet), (packet), nullptr)
+KELP_WRAP(int, avformat_alloc_output_context2,
+          (AVFormatContext * *context, const AVOutputFormat* format, const char* name, const char* path),
+          (context, format, name, path), AVERROR(ENOMEM))
+KELP_WRAP(AVStream*, avformat_new_stream, (AVFormatContext * context, const AVCodec* codec), (context, codec), nullptr)
+KELP_WRAP(int, avio_open, (AVIOContext * *context, const char* path, int flags), (context, path, flags),
+          AVERROR(ENOMEM))
+KELP_WRAP(int, avformat_write_header, (AVFormatContext * context, AVDictionary** options), (context, options),
+          AVERROR(ENOMEM))
+KELP_WRAP(int, av_interleaved_write_frame, (AVFormatContext * context, AVPacket* packet), (context, packet),
+          AVERROR(ENOMEM))
+KELP_WRAP(int, av_write_trailer, (AVFormatContext * context), (context), AVERROR(ENOMEM))
 KELP_WRAP(int, swr_init, (SwrContext * context), (context), AVERROR(ENOMEM))
 KELP_WRAP(int, swr_convert, (SwrContext * context, uint8_t** out, int outCount, const uint8_t** in, int inCount),
           (context, out, outCount, in, inCount), AVERROR(ENOMEM))

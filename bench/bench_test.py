@@ -13,6 +13,7 @@ import sys
 SHOWS = {
     "cost": [["pictures"], ["cpu"], ["peak_mib"]],
     "codecs": [["pictures"], ["limit_pictures"], ["cpu"], ["limit_cpu"]],
+    "subtitles": [["pictures"], ["cpu"], ["peak_mib"]],
     "players": [["cpu"], ["limit_cpu"], ["shown_percent"], ["limit_shown_percent"]],
     "wakes": [["threads", "playing"]],
     "latency": [["count"], ["worst_ms"]],

@@ -32,6 +32,7 @@
 #include "screens.h"
 #include "seek_latency.h"
 #include "settings.h"
+#include "subtitle_cost.h"
 #include "udp_bench.h"
 #include "wakes.h"
 
@@ -54,6 +55,7 @@ struct Topic {
 constexpr Topic kTopics[] = {
     {"cost", measureCost},
     {"codecs", measureCodecCost},
+    {"subtitles", measureSubtitleCost},
     {"players", measurePlayers},
     {"wakes", measureWakes},
     {"latency", measureLatency},
@@ -72,6 +74,7 @@ struct Row {
 
 constexpr Row kRows[] = {
     {"cost", costRow},
+    {"subtitles", subtitleCostRow},
     {"players", playersRow},
     {"wakes", wakesRow},
     {"latency", latencyRow},

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -238,6 +239,23 @@ public:
     // False where nothing that has pictures is paused, and for a step back in a source that can't seek, with a Warn
     // line of PlayTask: "stepFrame, REASON".
     bool stepFrame(int pictures);
+
+    // Plays the film from `startMs` to right before `endMs`, in milliseconds, again and again: by default all of it.
+    // Behind the last picture comes the first in its time, and the sound goes on to the sample. There is no onCompleted
+    // while it is on, and no other event at a turn. What comes first is played up to the loop's end, wherever it
+    // begins; a position at the end or behind it, also that of a `seek`, goes to the start. A start below 0 is 0, an
+    // end behind the film's is that one. At any time from any thread, for this playback and those to come, in place of
+    // the loop before; if the sources read since have gone beyond the new loop, the sound may skip once.
+    //
+    // `getCurrentTime`, frame sinks and `seek` are by the film's time. The clocks go on: one of the host's that several
+    // players follow runs through all turns, from the film's time at the last `seek`.
+    //
+    // False, and nothing changes, with a Warn line of PlayTask, "setLoop, REASON": the end isn't behind the start, the
+    // loop is shorter than a picture, begins behind the film's end, or the source is live or can't seek. What isn't
+    // known before the source is loaded is found out by `play`, which writes that line and plays without the loop.
+    bool setLoop(int startMs = 0, int endMs = std::numeric_limits<int>::max());
+    // Ends that: playback goes on to the film's end, and completes.
+    void clearLoop();
 
     // How fast the sound is played, 1.0 being its own tempo; the pitch stays. Above 0, in force from the next block of
     // sound on, and kept for the playbacks to come. Pictures follow if sound is the master or a host's clock that runs

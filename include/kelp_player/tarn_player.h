@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -138,6 +139,11 @@ public:
 
     // Shows another picture of those next to the one that is shown, see KelpPlayer. Paused only.
     bool stepFrame(int pictures);
+
+    // Plays from `startMs` to right before `endMs` on the host's clock again and again, and no more, see KelpPlayer; in
+    // any state, and over a restart, a `stop` and a `reset`.
+    bool setLoop(int startMs = 0, int endMs = std::numeric_limits<int>::max());
+    void clearLoop();
 
     // Ends playback and gives up a restart that is due. False when there is nothing to stop: idle or initialized.
     bool stop();

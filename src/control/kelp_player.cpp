@@ -190,6 +190,14 @@ bool KelpPlayer::stepFrame(int pictures) {
     return playTask_->stepFrame(pictures);
 }
 
+bool KelpPlayer::setLoop(int startMs, int endMs) {
+    return playTask_->setLoop(startMs, endMs);
+}
+
+void KelpPlayer::clearLoop() {
+    playTask_->clearLoop();
+}
+
 void KelpPlayer::setSpeed(float speed) {
     playTask_->setSpeed(speed);
 }

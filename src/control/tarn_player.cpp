@@ -1,7 +1,10 @@
 #include "kelp_player/tarn_player.h"
 
+#include <algorithm>
+#include <limits>
 #include <new>
 
+#include "clock/wrapping_math.h"
 #include "control/current_source.h"
 #include "control/inner_player_observer.h"
 #include "control/retry_pace.h"
@@ -202,6 +205,20 @@ bool TarnPlayer::seek(int timeMs) {
 bool TarnPlayer::stepFrame(int pictures) {
     std::lock_guard lock(mutex_);
     return isIn(PLAYER_STATE_PAUSED, "stepFrame") && player_->stepFrame(pictures);
+}
+
+bool TarnPlayer::setLoop(int startMs, int endMs) {
+    std::lock_guard lock(mutex_);
+    constexpr int kFilmEnd = std::numeric_limits<int>::max();
+    const auto inFilm = [this](int timeMs) {
+        return saturatedInt(std::max<int64_t>(int64_t{timeMs} - offsetToClockMs_, 0));
+    };
+    return player_->setLoop(inFilm(startMs), endMs == kFilmEnd ? kFilmEnd : inFilm(endMs));
+}
+
+void TarnPlayer::clearLoop() {
+    std::lock_guard lock(mutex_);
+    player_->clearLoop();
 }
 
 bool TarnPlayer::stop() {

@@ -4,6 +4,7 @@
 
 #include "decode/audio_decoder_factory.h"
 #include "decode/audio_frame_info.h"
+#include "input/loop_turn.h"
 #include "input/media_packet.h"
 #include "kelp_player/codec_info.h"
 #include "kelp_player/log.h"
@@ -26,6 +27,7 @@ bool AudioDecodeThread::open(AudioCodecType codecType, const void* codecParamete
                              std::shared_ptr<AudioDecodeThreadObserver> observer, const PlaybackOptions& options) {
     observer_ = std::move(observer);
     spec_ = spec;
+    loopSound_.setSpec(spec);
     options_ = options;
     return openDecoder(codecType, codecParameters);
 }
@@ -74,6 +76,23 @@ void AudioDecodeThread::changeTrack(std::shared_ptr<const CodecInfo> track) {
     isHurried_ = false;
 }
 
+// As VideoDecodeThread::changeTurn.
+void AudioDecodeThread::changeTurn(std::shared_ptr<const LoopTurn> turn) {
+    const bool follows = !isEmpty_ && turn && turn->shiftMs != (turn_ ? turn_->shiftMs : 0);
+    if (follows && decoder_) {
+        AudioPacket end;  // makes it give out what it still holds
+        decoder_->insertPacket(&end);
+        decoder_->flush();
+    }
+    turn_ = std::move(turn);
+    if (follows) {
+        loopSound_.follow(turn_);
+        aim(static_cast<int>(turn_->lineFromMs()), /*flush=*/true);
+    } else {
+        loopSound_.setTurn(turn_);
+    }
+}
+
 bool AudioDecodeThread::checkBuffer(int seekTimeMs) {
     const int64_t lastOutputPtsMs = lastOutputPtsMs_;
     Log::Debug(kTag, "%s, seekTimeMs:%d, lastOutputPtsMs:%lld\n", "checkBuffer", seekTimeMs,
@@ -120,6 +139,12 @@ void AudioDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
     if (packet->track && packet->track != track_) {
         changeTrack(packet->track);
     }
+    if (packet->data) {
+        if (packet->turn != turn_) {
+            changeTurn(packet->turn);
+        }
+        isEmpty_ = false;
+    }
     if (decoder_) {
         decoder_->setNeededFrom(neededFromMs());
         decoder_->insertPacket(packet.get());
@@ -131,8 +156,12 @@ void AudioDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
 
 void AudioDecodeThread::onSeek(int seekTimeMs, bool flush) {
     Log::Debug(kTag, "%s\n", "onSeek");
-    if (flush && decoder_) {
-        decoder_->flush();
+    if (flush) {
+        isEmpty_ = true;
+        loopSound_.reset();
+        if (decoder_) {
+            decoder_->flush();
+        }
     }
     const auto lock = aim(seekTimeMs, flush);
     if (observer_) {
@@ -149,6 +178,14 @@ void AudioDecodeThread::onExit() {
 }
 
 void AudioDecodeThread::onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) {
+    if (turn_) {
+        loopSound_.take(std::move(frame));
+    } else {
+        deliver(std::move(frame));
+    }
+}
+
+void AudioDecodeThread::deliver(std::shared_ptr<AudioFrameInfo> frame) {
     lastOutputPtsMs_ = frame->pts;
     counts_.frames.add();
     if (observer_) {

@@ -4,10 +4,12 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <utility>
 
 #include "decode/audio_decoder.h"
 #include "decode/audio_output_spec.h"
 #include "decode/base_decode_thread.h"
+#include "decode/loop_sound.h"
 #include "kelp_player/types.h"
 
 namespace kelp {
@@ -98,6 +100,8 @@ private:
     void onExit() override;
     bool openDecoder(AudioCodecType codecType, const void* codecParameters);
     void changeTrack(std::shared_ptr<const CodecInfo> track);
+    void changeTurn(std::shared_ptr<const LoopTurn> turn);
+    void deliver(std::shared_ptr<AudioFrameInfo> frame);
 
     void onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) override;
     int onSpeedUpSamples() override;
@@ -107,8 +111,11 @@ private:
     std::shared_ptr<AudioDecodeThreadObserver> observer_;  // set by open
     std::shared_ptr<AudioDecoderFactory> decoderFactory_;
     std::shared_ptr<IAudioDecoder> decoder_;  // from open to onExit; empty for a track whose decoder doesn't open
-    std::shared_ptr<const CodecInfo> track_;  // as the packets name it
-    std::atomic<bool> isHurried_{false};      // by readAgain
+    std::shared_ptr<const CodecInfo> track_;  // as the packets name it, like the next
+    std::shared_ptr<const LoopTurn> turn_;
+    bool isEmpty_ = true;  // the decoder: nothing came since the last flush
+    LoopSound loopSound_{[this](std::shared_ptr<AudioFrameInfo> frame) { deliver(std::move(frame)); }};
+    std::atomic<bool> isHurried_{false};  // by readAgain
     DecodeCounts counts_;
     // For each decoder.
     AudioOutputSpec spec_;

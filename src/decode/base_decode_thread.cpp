@@ -5,6 +5,7 @@
 
 #include "clock/wrapping_math.h"
 #include "decode/packet_time.h"
+#include "input/loop_turn.h"
 #include "input/media_packet.h"
 #include "input/tick_math.h"
 #include "kelp_player/log.h"
@@ -144,7 +145,11 @@ void BaseDecodeThread::noteLevel() {
         std::find_if(packetQueue_.rbegin(), packetQueue_.rend(), [](const auto& packet) { return packet->data; });
     int64_t durationMs = 0;
     if (last != packetQueue_.rend() && packetQueue_.front()->data) {
-        const auto timeMs = [](const MediaPacket& packet) { return scaleTicks(packet.pts, msPerTick(packet)); };
+        // What leads into a turn of a loop is none of its length.
+        const auto timeMs = [](const MediaPacket& packet) {
+            const int64_t lineMs = lineTimeMs(packet);
+            return packet.turn && packet.turn->isEntered() ? std::max(lineMs, packet.turn->lineFromMs()) : lineMs;
+        };
         durationMs = wrappingSubtract(timeMs(**last), timeMs(*packetQueue_.front()));
     }
     level_.set(packetQueue_.size(), durationMs, queuedBytes_);
@@ -195,9 +200,8 @@ bool BaseDecodeThread::reaches(const char* operation, int seekTimeMs) {
     if (packetQueue_.front()->track != packetQueue_.back()->track) {
         return false;
     }
-    const double scale = msPerTick(*packetQueue_.front());
-    const int64_t firstMs = scaleTicks(packetQueue_.front()->pts, scale);
-    const int64_t lastMs = scaleTicks(packetQueue_.back()->pts, scale);
+    const int64_t firstMs = lineTimeMs(*packetQueue_.front());
+    const int64_t lastMs = lineTimeMs(*packetQueue_.back());
     Log::Debug(kTag, "[%s], %s, seek time %d, frame buffer range:[%lld, %lld]\n", threadName_.c_str(), operation,
                seekTimeMs, static_cast<long long>(firstMs), static_cast<long long>(lastMs));
     if (seekTimeMs > lastMs || seekSkip_.isLeftOut(seekTimeMs)) {

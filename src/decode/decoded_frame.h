@@ -32,9 +32,11 @@ public:
 
     // The memory that it keeps from others.
     virtual uint64_t bytes() const { return buffer ? buffer->size : 0; }
+    int64_t filmMs() const { return pts - turnsMs; }
 
     int64_t frameTag = 0;  // or the packet's time in the stream's time base if it was not decoded
-    int64_t pts = 0;       // in milliseconds from the start of the input
+    int64_t pts = 0;       // in milliseconds from the start of the input, and of the turns of a loop before this one
+    int64_t turnsMs = 0;   // how much of it those are
     int fractionUs = 0;    // of a picture: by how many microseconds its time goes beyond pts
     int64_t duration = 0;  // in milliseconds; a guess until the next frame is there
     // No other frame begins up to this time, in milliseconds, as far as it is known for certain.

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "clock/wrapping_math.h"
+#include "input/loop_turn.h"
 #include "input/media_packet.h"
 #include "runtime/ffmpeg_compat.h"
 
@@ -23,6 +24,22 @@ int64_t scaleTicks(int64_t ticks, double msPerTick) {
     return truncated<int64_t>(static_cast<double>(ticks) * msPerTick);
 }
 
+namespace {
+
+int64_t onLine(const MediaPacket& packet, int64_t ms) {
+    return packet.turn ? wrappingAdd(ms, packet.turn->shiftMs) : ms;
+}
+
+}  // namespace
+
+int64_t lineTimeMs(const MediaPacket& packet) {
+    return onLine(packet, scaleTicks(packet.pts, msPerTick(packet)));
+}
+
+int64_t lineDecodingMs(const MediaPacket& packet) {
+    return onLine(packet, scaleTicks(packet.dts, msPerTick(packet)));
+}
+
 int fractionUs(int64_t ticks, double msPerTick) {
     const double ms = static_cast<double>(ticks) * msPerTick;
     return static_cast<int>(std::lround((ms - std::trunc(ms)) * 1000));
@@ -39,8 +56,8 @@ void lendPacket(const MediaPacket& source, AVPacket* target) {
         target->side_data = source.sideData->side_data;
         target->side_data_elems = source.sideData->side_data_elems;
     }
-    target->pts = scaleTicks(source.pts, scale);
-    target->dts = scaleTicks(source.dts, scale);
+    target->pts = lineTimeMs(source);
+    target->dts = lineDecodingMs(source);
     target->duration = scaleTicks(source.duration, scale);
 }
 

@@ -14,6 +14,10 @@ double msPerTick(const MediaPacket& packet);
 // `ticks` in milliseconds, truncated, and held at the ends of the type's range.
 int64_t scaleTicks(int64_t ticks, double msPerTick);
 
+// When the packet is shown and decoded, in milliseconds on the line of playback: in a loop ahead of the film.
+int64_t lineTimeMs(const MediaPacket& packet);
+int64_t lineDecodingMs(const MediaPacket& packet);
+
 // What that cuts off, in microseconds.
 int fractionUs(int64_t ticks, double msPerTick);
 

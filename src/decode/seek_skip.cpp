@@ -14,10 +14,6 @@ constexpr int kFramesBetween = 3;   // and the target
 constexpr int kMostReordered = 16;  // that a decoder holds back for the order of showing
 constexpr int64_t kHopelessMs = 2000;
 
-int64_t timeMs(const MediaPacket& packet) {
-    return scaleTicks(packet.pts, msPerTick(packet));
-}
-
 }  // namespace
 
 void SeekSkip::aim(int64_t targetMs, bool flush) {
@@ -37,43 +33,44 @@ void SeekSkip::aim(int64_t targetMs, bool flush) {
 }
 
 int SeekSkip::countDropped(const Packets& waiting, int64_t dueMs) {
-    const bool isLate = !waiting.empty() && waiting.front()->data && timeMs(*waiting.front()) < dueMs;
+    const bool isLate =
+        !waiting.empty() && waiting.front()->data && !waiting.front()->turn && lineTimeMs(*waiting.front()) < dueMs;
     if (!isLate && !isKeyAwaited_) {
         return 0;
     }
-    const bool isHopeless = isKeyAwaited_ || wrappingSubtract(dueMs, timeMs(*waiting.front())) > kHopelessMs;
+    const bool isHopeless = isKeyAwaited_ || wrappingSubtract(dueMs, lineTimeMs(*waiting.front())) > kHopelessMs;
     size_t dropped = 0;
     isKeyAwaited_ = isHopeless;
     for (size_t i = 0; i < waiting.size(); ++i) {
         const auto* const packet = dynamic_cast<const VideoPacket*>(waiting[i].get());
-        // The end, an order, or another track.
-        if (!packet || !packet->data || packet->track != waiting.front()->track) {
+        // The end, an order, a loop, whose lead-in only looks late, or another track.
+        if (!packet || !packet->data || packet->turn || packet->track != waiting.front()->track) {
             dropped = isKeyAwaited_ ? i : dropped;
             isKeyAwaited_ = false;
             break;
         }
-        if (packet->keyFrame && (isKeyAwaited_ || timeMs(*packet) <= dueMs)) {
+        if (packet->keyFrame && (isKeyAwaited_ || lineTimeMs(*packet) <= dueMs)) {
             dropped = i;
             isKeyAwaited_ = false;
         }
     }
     dropped = isKeyAwaited_ ? waiting.size() : dropped;
     for (size_t i = 0; i < dropped; ++i) {
-        leaveOut(timeMs(*waiting[i]) + 1);
+        leaveOut(lineTimeMs(*waiting[i]) + 1);
     }
     return static_cast<int>(dropped);
 }
 
 bool SeekSkip::leaveOutIfLate(const MediaPacket& packet, const Packets& behind, int64_t dueMs) {
-    if (!packet.data || timeMs(packet) >= dueMs) {
+    if (!packet.data || packet.turn || lineTimeMs(packet) >= dueMs) {
         return false;
     }
-    const int64_t time = timeMs(packet);
+    const int64_t time = lineTimeMs(packet);
     for (const auto& other : behind) {
         if (!other->data || other->track != packet.track) {
             return false;
         }
-        if (other->size > 0 && timeMs(*other) > time && timeMs(*other) <= dueMs) {
+        if (other->size > 0 && lineTimeMs(*other) > time && lineTimeMs(*other) <= dueMs) {
             leaveOut(time + 1);
             return true;
         }
@@ -87,7 +84,7 @@ void SeekSkip::leaveOut(int64_t toMs) {
 }
 
 void SeekSkip::take(const MediaPacket& packet, const Packets& behind) {
-    lastTakenMs_ = packet.size > 0 ? std::max(lastTakenMs_, timeMs(packet)) : lastTakenMs_;
+    lastTakenMs_ = packet.size > 0 ? std::max(lastTakenMs_, lineTimeMs(packet)) : lastTakenMs_;
     takenBehind_ = countBehind(packet, behind);
     if (takenBehind_ != kNotYet && isHeldKnown_) {
         holder_ = {heldMs_, awaitedMs_};
@@ -104,7 +101,7 @@ void SeekSkip::take(const MediaPacket& packet, const Packets& behind) {
     if (targetMs_ == kNone) {
         return;
     }
-    const int64_t time = timeMs(packet);
+    const int64_t time = lineTimeMs(packet);
     if (time > targetMs_ - leadInMs_) {
         targetMs_ = kNone;
     } else if (time >= neededFromMs_ && isUnneeded(time, packet.dts, behind)) {
@@ -117,10 +114,10 @@ int SeekSkip::countBehind(const MediaPacket& packet, const Packets& behind) {
     if (awaitedMs_ == kNone) {
         return kNotYet;
     }
-    if (timeMs(packet) > awaitedMs_) {
+    if (lineTimeMs(packet) > awaitedMs_) {
         ++laterTaken_;
     } else if (packet.size > 0) {
-        heldMs_ = std::max(heldMs_, timeMs(packet));
+        heldMs_ = std::max(heldMs_, lineTimeMs(packet));
     }
     if (laterTaken_ > kMostReordered) {
         awaitedMs_ = kNone;
@@ -128,10 +125,10 @@ int SeekSkip::countBehind(const MediaPacket& packet, const Packets& behind) {
     }
     for (const auto& other : behind) {
         // None is shown before it is decoded.
-        if (scaleTicks(other->dts, msPerTick(*other)) > awaitedMs_) {
+        if (lineDecodingMs(*other) > awaitedMs_) {
             return laterTaken_;
         }
-        if (timeMs(*other) <= awaitedMs_) {
+        if (lineTimeMs(*other) <= awaitedMs_) {
             return kNotYet;
         }
     }
@@ -146,7 +143,7 @@ bool SeekSkip::isUnneeded(int64_t time, int64_t dts, const Packets& behind) cons
             return false;
         }
         dts = packet->dts;
-        const int64_t other = timeMs(*packet);
+        const int64_t other = lineTimeMs(*packet);
         between += packet->size > 0 && other > time && other <= targetMs_;
         reachesFar = reachesFar || other >= time + leadInMs_;
         if (reachesFar && between >= kFramesBetween) {

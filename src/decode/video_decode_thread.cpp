@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "clock/wrapping_math.h"
+#include "input/loop_turn.h"
 #include "input/media_packet.h"
 #include "kelp_player/codec_info.h"
 #include "kelp_player/log.h"
@@ -12,6 +13,7 @@ namespace kelp {
 
 constexpr char kName[] = "VideoDecodeThread";  // of the thread, and the log tag
 constexpr int kMaxWaitingFrames = 3;
+constexpr int kMaxWaitingInLoop = 8;        // what leads into a turn takes its time
 constexpr int64_t kMaxOverlapMs = 5000;     // of two tracks; times farther back have nothing to do with each other
 constexpr int64_t kLongestGapUs = 200'000;  // between pictures while others come too late
 
@@ -50,9 +52,7 @@ bool VideoDecodeThread::openDecoder(VideoCodecType codecType, const void* codecP
 void VideoDecodeThread::changeTrack(std::shared_ptr<const CodecInfo> track) {
     track_ = std::move(track);
     if (decoder_) {
-        VideoPacket end;  // makes it give out what it still holds
-        end.foundKeyFrame = true;
-        decoder_->insertPacket(&end);
+        giveOut();
         decoder_->close();
     }
     // The new one may begin before the end of the old one.
@@ -63,6 +63,27 @@ void VideoDecodeThread::changeTrack(std::shared_ptr<const CodecInfo> track) {
             decoder_->close();
             decoder_.reset();
         }
+    }
+}
+
+void VideoDecodeThread::giveOut() {
+    VideoPacket end;
+    end.foundKeyFrame = true;
+    decoder_->insertPacket(&end);
+}
+
+// A flush that comes between two packets brings the next turn by itself, and its own target.
+void VideoDecodeThread::changeTurn(std::shared_ptr<const LoopTurn> turn) {
+    const bool follows = !isEmpty_ && turn && turn->shiftMs != (turn_ ? turn_->shiftMs : 0);
+    if (follows && decoder_) {
+        giveOut();
+        VideoPacket flush;
+        flush.flush = true;
+        decoder_->insertPacket(&flush);
+    }
+    turn_ = std::move(turn);
+    if (follows) {
+        aim(static_cast<int>(turn_->lineFromMs()), /*flush=*/true);
     }
 }
 
@@ -90,7 +111,7 @@ bool VideoDecodeThread::clearBuffer(int seekTimeMs) {
 }
 
 bool VideoDecodeThread::canDecode() {
-    return observer_ && observer_->onVideoFrameQueueSize() < kMaxWaitingFrames;
+    return observer_ && observer_->onVideoFrameQueueSize() < (turn_ ? kMaxWaitingInLoop : kMaxWaitingFrames);
 }
 
 // However slow it is, it gives out a picture now and then.
@@ -113,6 +134,12 @@ void VideoDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
     if (packet->track && packet->track != track_) {
         changeTrack(packet->track);
     }
+    if (packet->data) {
+        if (packet->turn != turn_) {
+            changeTurn(packet->turn);
+        }
+        isEmpty_ = false;
+    }
     if (decoder_) {
         decoder_->setNeededFrom(neededFromMs());
         decoder_->insertPacket(packet.get());
@@ -127,6 +154,7 @@ void VideoDecodeThread::onSeek(int seekTimeMs, bool flush) {
     Log::Debug(kName, "%s, seekTimeMs:%d, flush:%d\n", "onSeek", seekTimeMs, flush);
     if (flush) {
         deliveredMs_ = knownToMs_ = kNothing;
+        isEmpty_ = true;
         if (decoder_) {
             decoder_->flush();
         }
@@ -148,6 +176,12 @@ void VideoDecodeThread::onExit() {
 void VideoDecodeThread::onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) {
     if (frame->pts <= knownToMs_ && wrappingSubtract(knownToMs_, frame->pts) < kMaxOverlapMs) {
         return;
+    }
+    if (turn_) {
+        if (!turn_->holds(frame->pts)) {
+            return;
+        }
+        frame->turnsMs = turn_->shiftMs;
     }
     knownToMs_ = kNothing;
     deliveredMs_ = lastOutputPtsMs_ = frame->pts;

@@ -16,6 +16,7 @@
 namespace kelp {
 
 class CodecInfo;
+struct LoopTurn;
 
 // What stands around the video decode stage. Called on the decode thread, but for `onVideoDecodeSeek` without flush,
 // which comes on the thread that called `clearBuffer`, `freePixBuffer`, which comes from any thread, and
@@ -95,11 +96,16 @@ private:
     void onExit() override;
     bool openDecoder(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat);
     void changeTrack(std::shared_ptr<const CodecInfo> track);
+    void changeTurn(std::shared_ptr<const LoopTurn> turn);
+    // Makes the decoder give out what it still holds.
+    void giveOut();
 
     std::shared_ptr<VideoDecodeThreadObserver> observer_;  // set by `open`, before the thread runs
     std::shared_ptr<VideoDecoderFactory> decoderFactory_;
     std::shared_ptr<IVideoDecoder> decoder_;  // from `open` until the thread ends; empty for a track that doesn't open
-    std::shared_ptr<const CodecInfo> track_;  // as the packets name it
+    std::shared_ptr<const CodecInfo> track_;  // as the packets name it, like the next
+    std::shared_ptr<const LoopTurn> turn_;
+    bool isEmpty_ = true;  // the decoder: nothing came since the last flush
     DecodeCounts counts_;
     // For each decoder.
     bool enableHw_ = false;

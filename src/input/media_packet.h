@@ -9,6 +9,7 @@ struct AVPacket;
 namespace kelp {
 
 class CodecInfo;
+struct LoopTurn;
 
 // One demuxed packet with a copy of its bytes. Made by the parser, immutable from then on, shared by the queues and
 // decoders behind it.
@@ -39,6 +40,7 @@ public:
     bool isHopeless = false;  // a picture of a stream that has no key frame: it is shown whatever it misses
     // The track, with what its decoder needs, where it isn't the one that was played at first; else null.
     std::shared_ptr<const CodecInfo> track;
+    std::shared_ptr<const LoopTurn> turn;  // of the loop that is played; null without one
 };
 
 // A normal packet has bytes, an end packet has none and a flush packet has none and `flush` set.

@@ -13,12 +13,13 @@ constexpr int kMostPackets = 2000;      // that are looked at
 
 }  // namespace
 
-void SeekReach::begin(int64_t targetMs, bool hasVideo, bool hasSound) {
+void SeekReach::begin(int64_t targetMs, bool hasVideo, bool hasSound, int64_t soundLeadInMs) {
     *this = {};
     isOpen_ = hasVideo || hasSound;
     hasVideo_ = hasVideo;
     hasSound_ = hasSound;
     targetMs_ = targetMs;
+    soundTargetMs_ = targetMs - soundLeadInMs;
     backMs_ = kFirstStepMs;
     expect();
 }
@@ -50,7 +51,7 @@ SeekReach::Verdict SeekReach::takeSound(int64_t ptsMs, int64_t durationMs) {
     if (soundMs_ == kNone) {
         soundMs_ = ptsMs;
         // Where going back has brought no more of it, it has its beginning.
-        sound_ = ptsMs <= targetMs_ + std::max(durationMs, kSoundGapMs) || ptsMs == soundBeforeMs_;
+        sound_ = ptsMs <= soundTargetMs_ + std::max(durationMs, kSoundGapMs) || ptsMs == soundBeforeMs_;
     }
     return verdict();
 }

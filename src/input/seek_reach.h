@@ -15,8 +15,8 @@ class SeekReach {
 public:
     enum class Verdict { Open, Reached, TooLate };
 
-    // A seek to `targetMs` has begun, of an input with these streams.
-    void begin(int64_t targetMs, bool hasVideo, bool hasSound);
+    // A seek to `targetMs` has begun, of an input with these streams. Sound is needed so long before it.
+    void begin(int64_t targetMs, bool hasVideo, bool hasSound, int64_t soundLeadInMs = 0);
     // The input was brought farther back than before, or to its start.
     void again();
     void end() { isOpen_ = false; }
@@ -43,6 +43,7 @@ private:
     bool hasVideo_ = false;
     bool hasSound_ = false;
     int64_t targetMs_ = 0;
+    int64_t soundTargetMs_ = 0;
     int64_t backMs_ = 0;
     int packets_ = 0;              // of this try
     std::optional<bool> picture_;  // a key frame is there in time; nothing as long as it isn't known

@@ -53,6 +53,9 @@ void StreamParser::Run() {
         if (!reach_.isOpen()) {
             changeTracks(GoBack::Allowed);
         }
+        if (loop_.isAsked()) {
+            changeLoop();
+        }
         const bool isFull = areQueuesFull();
         reading_.store(!isFull, std::memory_order_relaxed);
         if (isFull) {
@@ -68,6 +71,9 @@ void StreamParser::Run() {
         if (result < 0 && result != AVERROR(EAGAIN) && goesBackFromEnd()) {
             continue;
         }
+        if (result == AVERROR_EOF && loop_.isOn() && goRound()) {
+            continue;
+        }
         if (result < 0) {
             handleReadError(result);
             rest(kReadErrorRestMs, [this] { return seekAsked_.isPending(); });
@@ -79,6 +85,9 @@ void StreamParser::Run() {
             handlePacket(&packet);
             if (isNextVideoDue()) {
                 takeNextVideo();
+            }
+            if (isTurnRead()) {
+                goRound();
             }
         }
         av_packet_unref(&packet);
@@ -206,6 +215,9 @@ void StreamParser::handleReadError(int result) {
     if (verdict == ReadErrors::Verdict::ReadOn) {
         return;
     }
+    if (verdict == ReadErrors::Verdict::Over && loop_.isOn() && goRound()) {
+        return;
+    }
     if (verdict == ReadErrors::Verdict::Over) {
         handleEndOfFile();
     } else if (verdict == ReadErrors::Verdict::Lost && observer_) {
@@ -259,7 +271,13 @@ void StreamParser::waitAfterEnd(bool isFailed) {
     int64_t heldMs = isFailed ? 0 : lastPictureMs();
     do {
         const bool wasPaused = paused_;
-        const bool isOver = observer_ && areQueuesEmpty() && !isReported && !wasPaused;
+        if (loop_.isAsked() && (isFailed || isReported)) {
+            loop_.take();  // for a seek
+        } else if (loop_.isAsked() && goesRoundFromEnd()) {
+            return;
+        }
+        const bool isStill = loop_.isOn() && !isFailed;  // until a seek into the loop, which is on its way
+        const bool isOver = observer_ && areQueuesEmpty() && !isReported && !wasPaused && !isStill;
         const bool isHeld = isOver && heldMs > 0;
         if (isOver && !isHeld) {
             isFailed ? observer_->onPlayFailed() : observer_->onPlaybackCompleted();
@@ -273,8 +291,10 @@ void StreamParser::waitAfterEnd(bool isFailed) {
             return;
         }
         const int restMs = isHeld ? static_cast<int>(std::min<int64_t>(heldMs, kEndOfInputRestMs)) : kEndOfInputRestMs;
-        rest(isReported ? Rest::kForeverMs : restMs,
-             [&] { return seekAsked_.isPending() || isTrackAsked() || (wasPaused && !isReported && !paused_); });
+        rest(isReported ? Rest::kForeverMs : restMs, [&] {
+            return seekAsked_.isPending() || isTrackAsked() || loop_.isAsked() ||
+                   (wasPaused && !isReported && !paused_);
+        });
         heldMs -= isHeld ? restMs : 0;
     } while (!isStopRequested());
 }
@@ -309,7 +329,8 @@ void StreamParser::handlePacket(AVPacket* packet) {
     }
     clearInputEnd();
 
-    if (holdUnsure(*packet) || holdNextVideo(*packet) || isForNobody(*packet)) {
+    if (holdUnsure(*packet) || holdNextVideo(*packet) || isForNobody(*packet) ||
+        (loop_.isOn() && isBehindLoop(*packet))) {
         return;
     }
     const bool isVideo = packet->stream_index == videoStreamIndex_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -7,10 +8,12 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "input/held_packet.h"
+#include "input/input_loop.h"
 #include "input/input_mending.h"
 #include "input/media_packet.h"
 #include "input/packet_outlet.h"
@@ -64,6 +67,8 @@ public:
     virtual void onSeekStart(int seekTimeMs) = 0;
     // After a seek, also a failed one.
     virtual void onSeekCompleted() = 0;
+    // Another loop was asked for, or none, and what was read to be played before `lineMs` isn't of it.
+    virtual void onLoopChanged(int64_t /*lineMs*/) {}
     // The time that is heard, or the target of a seek that is under way, in milliseconds; -1 before there is one.
     virtual int64_t audibleTimeMs() { return -1; }
     // The time that is seen, likewise.
@@ -87,6 +92,21 @@ protected:
 
 struct FreeLeftBsf {
     void operator()(AVBSFContext* context) const;
+};
+
+// How far a stream was handed on, in its ticks.
+struct StreamReach {
+    int64_t lastTicks = -1;  // the latest time since the last seek or turn of a loop
+    int64_t endTicks = -1;   // where the packet ends that ends last
+    int64_t endFromTicks = -1;
+
+    void note(int64_t pts, int64_t end) {
+        lastTicks = std::max(lastTicks, pts);
+        if (end > endTicks) {
+            endTicks = end;
+            endFromTicks = pts;
+        }
+    }
 };
 
 // What an open has found and reading has come to: all that `close` sets back at once. While the thread runs it changes
@@ -156,6 +176,8 @@ struct StreamParserState {
     bool soundEnded_ = false;
     int64_t videoEndMs_ = 0;  // where the last ones end
     int64_t audioEndMs_ = 0;
+    StreamReach videoReach_;
+    StreamReach audioReach_;
 };
 
 // The demuxing stage: opens one input, picks one video and one audio stream and hands their packets to an observer.
@@ -206,7 +228,13 @@ public:
 
     // Asks the thread to seek, to the end at most. Only the newest request that wasn't taken yet counts. Always true.
     // Exact: reading goes on from a key frame and from sound that aren't behind the target, if the input has such.
-    bool seek(int seekTimeMs, SeekRule rule = SeekRule::Standard);
+    // In a loop `seekTimeMs` is on the line of playback, which is ahead of the film by `shiftMs` there.
+    bool seek(int seekTimeMs, SeekRule rule = SeekRule::Standard, int64_t shiftMs = 0);
+
+    // The loop to be read from here on, or none: at its end the input goes back to its beginning. Kept until `close`.
+    void setLoop(std::optional<Loop> loop);
+    // How the line of playback lies to the film; any thread.
+    const InputLoop& loop() const { return loop_; }
 
     // Asks the thread to play track `number` of this kind in place of the one that is played: one that can be played.
     // Only the newest request for a kind counts. Sound follows from where it is heard, if the source can go back, and
@@ -320,7 +348,20 @@ private:
     void endPictures();
     void sendVideoEnd();
 
-    void processSeekRequest(int64_t seekPosUs);
+    // The loop that was asked for is read from here on.
+    void changeLoop();
+    bool isReadBeyondLoop() const;
+    // Notes a packet of the film and says whether the turn that is read is over for its stream.
+    bool isBehindLoop(const AVPacket& packet);
+    bool isTurnRead() const { return loop_.isOn() && loop_.isRead(videoStream_ != nullptr, audioStream_ != nullptr); }
+    // Where the turn that was read ends in the film.
+    int64_t turnEndUs() const;
+    // A loop was asked for at the end of the input: whether its next turn is read now.
+    bool goesRoundFromEnd();
+    // Begins the next turn. False if there can be none: there is no loop any more.
+    bool goRound();
+
+    void processSeekRequest(int64_t lineUs);
     // Whether `packet` is kept until it is known that the seek has gone back far enough.
     bool holdUnsure(const AVPacket& packet);
     SeekReach::Verdict judge(const AVPacket& packet);
@@ -345,8 +386,10 @@ private:
     std::atomic<int64_t> durationUs_{0};                  // ten hours if it is unknown
     std::atomic<bool> paused_{false};                     // as requested
     LatestTime seekAsked_;                                // in microseconds
-    std::atomic<SeekRule> seekRule_{SeekRule::Standard};  // of that
-    LatestTime videoAsked_;                               // a track's number, likewise
+    std::atomic<SeekRule> seekRule_{SeekRule::Standard};  // of that, like the next
+    std::atomic<int64_t> seekShiftMs_{0};
+    InputLoop loop_;
+    LatestTime videoAsked_;  // a track's number, likewise
     LatestTime audioAsked_;
     LatestTime subtitleAsked_;
     ReadCounts videoRead_;

@@ -68,6 +68,7 @@ void StreamParser::noteRead(const AVPacket& packet, ReadCounts& counts) {
 void StreamParser::dispatchAudio(const AVPacket* packet) {
     auto audioPacket = std::make_shared<AudioPacket>();
     audioPacket->track = audioTrack_;
+    audioPacket->turn = loop_.turn();
     fillMediaPacketInfo(audioPacket, packet, audioStream_, /*isVideo=*/false);
     lastSoundMs_ = timeMs(*audioPacket);
     soundEnded_ = false;
@@ -84,6 +85,7 @@ bool StreamParser::dispatchVideo(AVPacket* packet) {
     videoPacket->foundKeyFrame = foundKeyFrame_;
     videoPacket->isHopeless = mending_.isHopeless(*packet, *videoStream_);
     videoPacket->track = videoTrack_;
+    videoPacket->turn = loop_.turn();
     fillMediaPacketInfo(videoPacket, packet, videoStream_, /*isVideo=*/true);
     if (extrapolator_ && isLive_) {
         extrapolator_->update(videoPacket->pts);
@@ -167,6 +169,7 @@ void StreamParser::fillMediaPacketInfo(std::shared_ptr<MediaPacket> packet, cons
     const double end = static_cast<double>(packet->pts) + static_cast<double>(packet->duration);
     int64_t& endMs = isVideo ? videoEndMs_ : audioEndMs_;
     endMs = std::max(endMs, truncated<int64_t>(end * factor));
+    (isVideo ? videoReach_ : audioReach_).note(packet->pts, wrappingAdd(packet->pts, packet->duration));
 }
 
 }  // namespace kelp

@@ -151,6 +151,7 @@ void StreamParser::close() {
     paused_ = false;
     reading_ = false;
     seekAsked_.drop();
+    loop_.forget();
     videoAsked_.drop();
     audioAsked_.drop();
     subtitleAsked_.drop();

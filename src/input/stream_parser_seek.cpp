@@ -26,23 +26,27 @@ constexpr int64_t kDefaultReserveUs = 10'000'000;
 
 }  // namespace
 
-bool StreamParser::seek(int seekTimeMs, SeekRule rule) {
+bool StreamParser::seek(int seekTimeMs, SeekRule rule, int64_t shiftMs) {
     Log::Debug(TAG, "seek to %d ms\n", seekTimeMs);
     const int64_t durationUs = durationUs_;
     const int64_t wantedUs = static_cast<int64_t>(seekTimeMs) * 1000;
-    const int64_t seekPosUs = durationUs >= 1 ? std::min(wantedUs, durationUs) : wantedUs;
+    const int64_t seekPosUs = durationUs >= 1 ? std::min(wantedUs, durationUs + shiftMs * 1000) : wantedUs;
     Log::Debug(TAG, "seek to %lld us\n", static_cast<long long>(seekPosUs));
+    seekShiftMs_ = shiftMs;
     seekRule_ = rule;  // of one that is older and taken now as well: the newer one is next
     seekAsked_.post(seekPosUs);
     endRest();
     return true;
 }
 
-void StreamParser::processSeekRequest(int64_t seekPosUs) {
+void StreamParser::processSeekRequest(int64_t lineUs) {
     if (observer_) {
-        observer_->onSeekStart(static_cast<int>(seekPosUs / 1000));
+        observer_->onSeekStart(static_cast<int>(lineUs / 1000));
     }
     forgetReading();
+    const int64_t shiftMs = seekShiftMs_;
+    const int64_t seekPosUs = std::max<int64_t>(lineUs - shiftMs * 1000, 0);
+    loop_.seek(lineUs / 1000, shiftMs);
     seekPosUs_ = seekPosUs;
     seeksExactly_ = seekRule_ == SeekRule::Exact;
     seekInput(seekPosUs);

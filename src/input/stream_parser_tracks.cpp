@@ -104,6 +104,7 @@ void StreamParser::changeAudio(int number, GoBack goBack) {
     }
     audioStreamIndex_ = number;
     soundReadAgain_.forget();
+    audioReach_ = {};
     auto track = std::make_shared<CodecInfo>();
     track->audioCodecType = audioCodecType_;
     track->audioParameters = compat::copyParameters(audioStream_);
@@ -116,11 +117,11 @@ void StreamParser::changeAudio(int number, GoBack goBack) {
     }
 }
 
-// If not, the new track is played when what was read has been.
+// If not, as in a loop, the new track is played when what was read has been.
 bool StreamParser::canGoBack() const {
     const AVIOContext* const pb = formatContext_->pb;
     const bool isAnythingRead = firstPacketMs_ >= 0;
-    return isAnythingRead && !isLive_ && pb && (pb->seekable & AVIO_SEEKABLE_NORMAL) != 0;
+    return isAnythingRead && !isLive_ && !loop_.turn() && pb && (pb->seekable & AVIO_SEEKABLE_NORMAL) != 0;
 }
 
 void StreamParser::goBackForSound() {
@@ -298,6 +299,7 @@ void StreamParser::takeNextVideo() {
     videoTrack_ = std::move(track);
     leavesOthersOut_ = true;
     videoEnded_ = false;
+    videoReach_ = {};
     readAgain_.forget();
     lastKeyFramePts_ = -1;
     Log::Info(TAG, "track %d is the video now\n", number);
@@ -313,6 +315,7 @@ void StreamParser::forgetReading() {
         subtitles_->onSubtitleGap();
     }
     soundFromMs_ = firstPacketMs_ = lastSoundMs_ = -1;
+    videoReach_.lastTicks = audioReach_.lastTicks = -1;
     videoEnded_ = soundEnded_ = false;
     held_.clear();
     if (nextVideoIndex_ >= 0) {

@@ -27,6 +27,7 @@ bool PlayTask::loadFileAsync(const std::string& fileName, int seekTime) {
         return false;
     }
     fileName_ = fileName;
+    seekTime = clampLoadTime(seekTime);
     loadOptions_ = options();
     loadTimeMs_ = seekTime;
     // What the load raises may bring a stop and the next load at once: they are to find this thread object.
@@ -108,18 +109,22 @@ void PlayTask::setMute(bool muted) {
 
 int PlayTask::getCurrentTime() {
     // A step is at the picture that is shown until the next one is.
-    if (const auto target = seekTurns_.target(); target && seekFor_ != SeekFor::Step) {
+    if (const auto target = seekTurns_.target(); target && seekFor_ != SeekFor::Step && seekFor_ != SeekFor::Loop) {
         return *target;
     }
+    return static_cast<int>(filmMs(lineTimeMs()));
+}
+
+int64_t PlayTask::lineTimeMs() {
     const auto videoPlay = videoPlayThread_.load();
     const auto audioPlay = audioPlayThread_.load();
     if (!videoPlay) {
-        return audioPlay ? static_cast<int>(audioPlay->getCurrentTime()) : 0;
+        return audioPlay ? audioPlay->getCurrentTime() : 0;
     }
     const int64_t pictureMs = videoPlay->getCurrentTime();
     // The sound goes on behind the last picture.
     const bool isSoundAlone = audioPlay && videoPlay->isDry();
-    return static_cast<int>(isSoundAlone ? std::max(pictureMs, audioPlay->getCurrentTime()) : pictureMs);
+    return isSoundAlone ? std::max<int64_t>(pictureMs, audioPlay->getCurrentTime()) : pictureMs;
 }
 
 std::shared_ptr<VideoPlayThread> PlayTask::pictureThread() {

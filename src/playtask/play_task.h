@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -18,6 +19,7 @@
 #include "decode/audio_decode_thread.h"
 #include "decode/audio_output_spec.h"
 #include "decode/video_decode_thread.h"
+#include "input/loop_turn.h"
 #include "input/media_packet.h"
 #include "input/packet_outlet.h"
 #include "input/stream_info.h"
@@ -95,6 +97,12 @@ public:
     // line in the log, if there is no pause, or no way back.
     bool stepFrame(int pictures);
 
+    // Plays from `startMs` to right before `endMs` again and again, in the playbacks to come too. False, and a line in
+    // the log, if that can't be.
+    bool setLoop(int startMs, int endMs);
+    // Plays on to the film's end.
+    void clearLoop();
+
     void setSpeed(float speed);
     bool setVolume(float volume);
     // Silence, whatever the volume is, and back; also for the playbacks to come.
@@ -155,6 +163,7 @@ private:
     int onVideoFrameQueueSize() override;  // also from the video decode thread
     void onSeekStart(int seekTimeMs) override;
     void onSeekCompleted() override;
+    void onLoopChanged(int64_t lineMs) override;
     int64_t audibleTimeMs() override;
     int64_t heardMs() override;  // from the video play thread
     int64_t seenMs() override;   // from the audio play thread
@@ -274,12 +283,32 @@ private:
     // The levels of a seek, from the nearest to the farthest place that holds the target; seekRunMutex_ is held.
     bool startSeek(int seekTimeMs);
     // The host is told of its own seeks alone.
-    enum class SeekFor { Host, Step, Resume };
-    bool startSeek(int seekTimeMs, SeekRule rule, SeekFor seekFor);
+    enum class SeekFor { Host, Step, Resume, Loop };
+    // Those of Step and Loop are on the line of playback, which is ahead of the film by `shiftMs` there; the others
+    // have it begin anew, as the film's time.
+    bool startSeek(int seekTimeMs, SeekRule rule, SeekFor seekFor, int64_t shiftMs = 0);
     void logSeek(int seekTimeMs) const;
     int clampToDuration(int seekTimeMs) const;
     // Steps move the picture alone: whether the sound at that time has gone by, where the picture is still there.
     bool isSoundAway(int seekTimeMs) const;
+    // What is at the loop's end or behind it is at its beginning.
+    int clampToLoop(int seekTimeMs);
+    int clampLoadTime(int seekTimeMs);
+
+    // Why the loop can't be played, as far as that is known; null if it can.
+    const char* obstacleTo(const Loop& loop);
+    // seekRunMutex_ is held in all of these, for playLoop optionsMutex_ as well.
+    void wantLoop(std::optional<Loop> loop);
+    void startLoop();
+    void playLoop();
+    void postLoopSeek();
+    // Where what was read isn't of the loop that was set: reads it anew, from the time that is shown.
+    void seekIntoLoop();
+
+    // Time on the line of playback.
+    int64_t lineTimeMs();
+    bool isBent() const { return streamParser_ && streamParser_->loop().isBent(); }
+    int64_t filmMs(int64_t lineMs) const { return streamParser_ ? streamParser_->loop().filmMs(lineMs) : lineMs; }
     bool seekInFrameQueues(int seekTimeMs);
     bool seekInPacketQueues(int seekTimeMs);
     // The first two in one for an exact seek, which runs until its first frame as any other. Nothing that plays at the
@@ -398,7 +427,12 @@ private:
     std::atomic<bool> isSoundApart_{false};        // a step was made, and no seek since has gone back in the input
     std::atomic<bool> isSoundOfStep_{false};       // what sounds next was sent after a step, and isn't told
     std::atomic<bool> isResumeParked_{false};      // what waits for the end of a seek goes on behind steps
-    bool isRead_ = false;                          // between `play` and `stop`; guarded by seekRunMutex_
+    // What was read to be played before this, on the line, isn't of the loop that was set.
+    std::atomic<int64_t> unloopedToMs_{std::numeric_limits<int64_t>::min()};
+    std::atomic<bool> hasBegun_{false};  // a first frame has come since `play`
+    std::optional<Loop> loop_;           // that the host wants; guarded by optionsMutex_, as is the next
+    std::optional<Loop> playedLoop_;
+    bool isRead_ = false;  // between `play` and `stop`; guarded by seekRunMutex_
     SelectedTracks selectedTracks_;
 
     FrameBufferPool pixPool_{100};

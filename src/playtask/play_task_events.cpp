@@ -2,6 +2,7 @@
 #include <cstring>
 #include <utility>
 
+#include "clock/wrapping_math.h"
 #include "decode/audio_frame_info.h"
 #include "decode/video_frame_info.h"
 #include "input/tick_math.h"
@@ -68,6 +69,13 @@ void PlayTask::passThrough(const VideoPacket& packet) {
     frame->height = 0;
     frame->frameTag = packet.pts;
     frame->pts = packet.timeBaseDen == 0 ? packet.pts : ticksToMs(packet.pts, packet.timeBaseNum, packet.timeBaseDen);
+    if (packet.turn) {
+        frame->turnsMs = packet.turn->shiftMs;
+        frame->pts = wrappingAdd(frame->pts, frame->turnsMs);
+        if (!packet.turn->holds(frame->pts)) {
+            return;
+        }
+    }
     videoPlay->fillFrame(frame);
 }
 
@@ -157,9 +165,9 @@ int PlayTask::onSpeedUpSamples() {
 void PlayTask::firstVideoFrame(int64_t framePtsMs, SeekTurns::FrameOf of) {
     Log::Info(kTag, "%s, framePtsMs:%lld\n", "onFirstVideoFrame", static_cast<long long>(framePtsMs));
     if (isHostSeek()) {
-        raise(EVENT_FIRST_VIDEO_FRAME, static_cast<int>(framePtsMs), 0, 0);
+        raise(EVENT_FIRST_VIDEO_FRAME, static_cast<int>(filmMs(framePtsMs)), 0, 0);
     }
-    isShowing_ = true;
+    isShowing_ = hasBegun_ = true;
     if (!coverPlayThread_.load()) {
         finishSeek(framePtsMs, of);
     }
@@ -168,9 +176,9 @@ void PlayTask::firstVideoFrame(int64_t framePtsMs, SeekTurns::FrameOf of) {
 void PlayTask::firstAudioFrame(int64_t framePtsMs, SeekTurns::FrameOf of) {
     Log::Info(kTag, "%s, framePtsMs:%lld\n", "onFirstAudioFrame", static_cast<long long>(framePtsMs));
     if (isHostSeek() && !isSoundOfStep_) {
-        raise(EVENT_FIRST_AUDIO_FRAME, static_cast<int>(framePtsMs), 0, 0);
+        raise(EVENT_FIRST_AUDIO_FRAME, static_cast<int>(filmMs(framePtsMs)), 0, 0);
     }
-    isShowing_ = true;
+    isShowing_ = hasBegun_ = true;
     // Video, where there is any, has the say over the clock and the seek.
     if (!videoPlayThread_.load()) {
         finishSeek(framePtsMs, of);

@@ -1,4 +1,5 @@
 #include <exception>
+#include <limits>
 
 #include "clock/exact_clock.h"
 #include "kelp_player/log.h"
@@ -80,6 +81,7 @@ bool PlayTask::play() {
     }
     startStallWatch(*streamInfo);
     std::lock_guard lock(seekRunMutex_);
+    startLoop();
     isRead_ = streamParser_->start();
     if (isRead_ && subtitleScreen_->isOn()) {
         subtitleScreen_->begin();
@@ -258,6 +260,8 @@ bool PlayTask::end(WindowList::Leaving leaving) {
         std::lock_guard lock(seekRunMutex_);
         seekable_ = false;
         isRead_ = false;
+        std::lock_guard optionsLock(optionsMutex_);
+        playedLoop_.reset();
     }
     if (streamParser_) {
         streamParser_->close();
@@ -292,6 +296,8 @@ bool PlayTask::end(WindowList::Leaving leaving) {
     seekTurns_.forget();
     seekFor_ = SeekFor::Host;
     hasStepped_ = isSoundApart_ = isSoundOfStep_ = isResumeParked_ = false;
+    unloopedToMs_ = std::numeric_limits<int64_t>::min();
+    hasBegun_ = false;
     {
         std::lock_guard lock(pauseMutex_);
         resume_ = Resume::None;

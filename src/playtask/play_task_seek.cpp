@@ -14,7 +14,7 @@ bool PlayTask::seek(int seekTimeMs) {
     }
     isResumeParked_ = false;
     // One that only waits isn't held up by the one that is on its way to the stages.
-    if (seekable_ && seekTurns_.park(clampToDuration(seekTimeMs))) {
+    if (seekable_ && seekTurns_.park(clampToLoop(seekTimeMs))) {
         isResumeParked_ = false;
         return true;
     }
@@ -27,10 +27,10 @@ void PlayTask::logSeek(int seekTimeMs) const {
 }
 
 bool PlayTask::startSeek(int seekTimeMs) {
-    return startSeek(clampToDuration(seekTimeMs), options().seekRule, SeekFor::Host);
+    return startSeek(clampToLoop(seekTimeMs), options().seekRule, SeekFor::Host);
 }
 
-bool PlayTask::startSeek(int seekTimeMs, SeekRule rule, SeekFor seekFor) {
+bool PlayTask::startSeek(int seekTimeMs, SeekRule rule, SeekFor seekFor, int64_t shiftMs) {
     if (!seekable_) {
         return false;
     }
@@ -42,7 +42,9 @@ bool PlayTask::startSeek(int seekTimeMs, SeekRule rule, SeekFor seekFor) {
     if (seekFor == SeekFor::Host) {
         isSoundOfStep_ = false;
     }
-    const bool isInQueues = rule == SeekRule::Exact || !isSoundAway(seekTimeMs);
+    // In the queues of a loop the same time may stand twice; a step means that on the line.
+    const bool isLineKnown = seekFor == SeekFor::Step || (seekFor != SeekFor::Loop && !isBent());
+    const bool isInQueues = isLineKnown && (rule == SeekRule::Exact || !isSoundAway(seekTimeMs));
     if (rule == SeekRule::Standard && isInQueues && seekInFrameQueues(seekTimeMs)) {
         seekTurns_.served();
         resumeBehindSeek();
@@ -50,8 +52,8 @@ bool PlayTask::startSeek(int seekTimeMs, SeekRule rule, SeekFor seekFor) {
     }
     seekTurns_.start(seekTimeMs);
     const bool isQueued =
-        rule == SeekRule::Standard ? isInQueues && seekInPacketQueues(seekTimeMs) : seekInQueues(seekTimeMs);
-    return isQueued || (streamParser_ && streamParser_->seek(seekTimeMs, rule));
+        isInQueues && (rule == SeekRule::Standard ? seekInPacketQueues(seekTimeMs) : seekInQueues(seekTimeMs));
+    return isQueued || (streamParser_ && streamParser_->seek(seekTimeMs, rule, shiftMs));
 }
 
 int PlayTask::clampToDuration(int seekTimeMs) const {

@@ -70,7 +70,8 @@ void PlayTask::seekForStep(int seekTimeMs) {
         return;
     }
     // A seek of the host's has the say.
-    if (!seekTurns_.isIdle() || !startSeek(seekTimeMs, SeekRule::Exact, SeekFor::Step)) {
+    const int64_t shiftMs = streamParser_->loop().shiftMs(seekTimeMs);
+    if (!seekTurns_.isIdle() || !startSeek(seekTimeMs, SeekRule::Exact, SeekFor::Step, shiftMs)) {
         videoPlay->dropSteps();
     }
 }
@@ -94,13 +95,14 @@ bool PlayTask::seekBehindSteps() {
         resume_ = Resume::Starting;
         streamParser_->pause(false);
     }
-    const int timeMs = static_cast<int>(videoPlay->getCurrentTime());
+    const int timeMs = static_cast<int>(filmMs(videoPlay->getCurrentTime()));
     const bool isIdle = seekTurns_.isIdle();
     if (isIdle) {
         seekFor_ = SeekFor::Resume;
     }
     // Where the input goes back, pictures may be there before the sound is told.
-    if (const auto audioPlay = audioPlayThread_.load(); audioPlay && isIdle && !audioPlay->holdsFrom(timeMs)) {
+    if (const auto audioPlay = audioPlayThread_.load();
+        audioPlay && isIdle && (isBent() || !audioPlay->holdsFrom(timeMs))) {
         audioPlay->setSeekRule(SeekRule::Exact);
         audioPlay->seek(timeMs, /*needFlush=*/true);
     }
@@ -117,6 +119,9 @@ bool PlayTask::seekBehindSteps() {
 }
 
 void PlayTask::resumeBehindSeek() {
+    if (unloopedToMs_ != std::numeric_limits<int64_t>::min()) {
+        postLoopSeek();
+    }
     std::lock_guard lock(pauseMutex_);
     if (resume_ == Resume::BehindSeek) {
         resumeStages();

@@ -37,7 +37,7 @@ bool ExternRender::fillFrame(std::shared_ptr<VideoFrameInfo> frame) {
 bool ExternRender::refresh() {
     std::lock_guard lock(mutex_);
     return frame_ && sink_ &&
-           sink_->onVideoFrame(frame_->pixFormat, frame_->pts, frame_->data, frame_->linesize, frame_->rotate,
+           sink_->onVideoFrame(frame_->pixFormat, frame_->filmMs(), frame_->data, frame_->linesize, frame_->rotate,
                                frame_->frameTag);
 }
 

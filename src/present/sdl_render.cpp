@@ -132,7 +132,7 @@ SubtitleLayer::Picture SDLRender::subtitlePicture() const {
     const bool lies = isOnItsSide(frame_->rotate);
     const FittedRectangle kept = fit_ == PictureFit::Keep ? FittedRectangle::of(*frame_, width_, height_)
                                                           : FittedRectangle{0, 0, width_, height_};
-    return {frame_->pts, SDL_Rect{kept.x, kept.y, kept.width, kept.height}, lies ? frame_->height : frame_->width,
+    return {frame_->filmMs(), SDL_Rect{kept.x, kept.y, kept.width, kept.height}, lies ? frame_->height : frame_->width,
             lies ? frame_->width : frame_->height};
 }
 

@@ -151,7 +151,7 @@ bool VideoPlayThread::onOutput(std::shared_ptr<DecodedFrame> decodedFrame) {
     }
     const VideoFrameInfo& timed = fromTarget ? *fromTarget : *frame;
     if (subtitles_) {
-        subtitles_->prepare(frame->pts);
+        subtitles_->prepare(frame->filmMs());
     }
     timing_->begin(timed, nowUs);
     counts_.aheadOfMasterMs.set(timing_->aheadOfMasterMs());
@@ -232,7 +232,7 @@ int VideoPlayThread::draw(const std::shared_ptr<VideoFrameInfo>& frame) {
     if (frame) {
         hasDrawn_ = true;
         if (subtitles_) {
-            subtitles_->shown(frame->pts);
+            subtitles_->shown(frame->filmMs());
         }
     }
     return windows_.draw(frame, fps_);

@@ -162,6 +162,12 @@ bool KelpPlayer::selectTrack(TrackKind kind, int number) {
 bool KelpPlayer::stepFrame(int pictures) {
     return noteAndAnswer("stepFrame", text(pictures));
 }
+bool KelpPlayer::setLoop(int startMs, int endMs) {
+    return noteAndAnswer("setLoop", text(startMs) + ", " + text(endMs));
+}
+void KelpPlayer::clearLoop() {
+    note("clearLoop()");
+}
 bool KelpPlayer::addWindow(WindowType type, void* handle, int width, int height) {
     engine().handles.push_back(handle);
     return noteAndAnswer("addWindow", text(type) + ", " + text(width) + ", " + text(height));

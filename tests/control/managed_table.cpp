@@ -191,6 +191,15 @@ std::vector<TableStep> plainSteps() {
              return text(s.player.isMuted());
          },
          {everywhere("true", {"setMute(1)"})}},
+        {"setLoop(500, 900)",
+         [](Stage& s) { return text(s.player.setLoop(500, 900)); },
+         {everywhere("true", {"setLoop(500, 900)"})}},
+        {"clearLoop()",
+         [](Stage& s) {
+             s.player.clearLoop();
+             return std::string();
+         },
+         {everywhere("", {"clearLoop()"})}},
         {"setSpeed(1.5)",
          [](Stage& s) {
              s.player.setSpeed(1.5F);

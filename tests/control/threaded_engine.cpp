@@ -223,6 +223,13 @@ bool KelpPlayer::stepFrame(int) {
     const Alone alone("stepFrame");
     return true;
 }
+bool KelpPlayer::setLoop(int, int) {
+    const Alone alone("setLoop");
+    return true;
+}
+void KelpPlayer::clearLoop() {
+    const Alone alone("clearLoop");
+}
 bool KelpPlayer::addWindow(WindowType, void*, int, int) {
     const Alone alone("addWindow");
     return true;

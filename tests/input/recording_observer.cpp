@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <limits>
 
 namespace kelp::test {
 
@@ -52,6 +53,11 @@ int RecordingObserver::onVideoFrameQueueSize() {
 
 void RecordingObserver::onSeekStart(int seekTimeMs) {
     record("seek start " + std::to_string(seekTimeMs));
+}
+
+void RecordingObserver::onLoopChanged(int64_t lineMs) {
+    constexpr int64_t kEver = std::numeric_limits<int64_t>::max();
+    record("loop changed " + (lineMs == kEver ? std::string("ever") : std::to_string(lineMs)));
 }
 
 void RecordingObserver::onSeekCompleted() {

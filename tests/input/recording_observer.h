@@ -34,6 +34,7 @@ public:
     bool isPictureAwaited() override { return isPictureAwaited_; }
     void onSeekStart(int seekTimeMs) override;
     void onSeekCompleted() override;
+    void onLoopChanged(int64_t lineMs) override;
     int64_t audibleTimeMs() override { return audibleMs; }
     int64_t shownTimeMs() override { return shownMs; }
     void onSoundReadAgain() override { record("sound read again"); }

@@ -89,6 +89,8 @@ constexpr Due kDue[] = {
     {kInfo, "StreamParser", " is the video now"},
     {kError, "PlayTask", "selectTrack, kind:"},
     {kWarn, "PlayTask", "stepFrame, "},
+    {kWarn, "PlayTask", "setLoop, "},
+    {kWarn, "StreamParser", "the loop is given up, there is nothing in it\n"},
     {kError, "VideoDecodeThread", "changeTrack, failed open video decoder"},
     {kError, "StreamParser", "No avaliable stream have found"},
     {kWarn, "StreamParser", " isn't played: "},

@@ -1,0 +1,123 @@
+// Loops: where a turn ends the input goes back to its beginning, and what is read carries the next turn.
+//
+// The stages meet neither an end nor a seek there. Each packet names its turn, so a decoder begins anew between the
+// packets of two, whatever happens to the queue.
+
+#include <algorithm>
+#include <limits>
+
+#include "clock/wrapping_math.h"
+#include "input/stream_parser.h"
+#include "input/tick_math.h"
+#include "kelp_player/log.h"
+
+extern "C" {
+#include <libavcodec/packet.h>
+#include <libavformat/avformat.h>
+#include <libavutil/mathematics.h>
+}
+
+namespace kelp {
+namespace {
+
+constexpr const char* TAG = "StreamParser";
+
+constexpr int64_t kLongerSoundUs = 1'000'000;  // that goes on so long behind the last picture belongs to the film
+constexpr int64_t kSoundLeadInMs = 150;        // sound is right only after some was decoded before it
+
+// Where the stream ends; 0 if there is none.
+int64_t endUs(const AVStream* stream, const StreamReach& reach) {
+    if (!stream) {
+        return 0;
+    }
+    const AVRational rate = stream->r_frame_rate;
+    const bool isLengthKnown = reach.endTicks > reach.endFromTicks || rate.num <= 0 || rate.den <= 0;
+    const int64_t lengthUs = isLengthKnown ? 0 : av_rescale_q(1, av_inv_q(rate), AV_TIME_BASE_Q);
+    return std::max<int64_t>(av_rescale_q(reach.endTicks, stream->time_base, AV_TIME_BASE_Q) + lengthUs, 0);
+}
+
+}  // namespace
+
+void StreamParser::setLoop(std::optional<Loop> loop) {
+    loop_.ask(loop);
+    endRest();
+}
+
+void StreamParser::changeLoop() {
+    loop_.take();
+    const bool isBeyond = isReadBeyondLoop();
+    Log::Debug(TAG, "the loop has changed, on:%d, beyond:%d\n", loop_.isOn(), isBeyond);
+    if (observer_ && (isBeyond || loop_.isBent())) {
+        observer_->onLoopChanged(isBeyond ? std::numeric_limits<int64_t>::max() : loop_.lastFromMs());
+    }
+}
+
+bool StreamParser::isReadBeyondLoop() const {
+    if (!loop_.isOn()) {
+        return false;
+    }
+    const auto isBeyond = [this](const AVStream* stream, const StreamReach& reach) {
+        return stream && av_rescale_q(reach.lastTicks, stream->time_base, AV_TIME_BASE_Q) >= loop_.turn()->toUs;
+    };
+    return isBeyond(videoStream_, videoReach_) || isBeyond(audioStream_, audioReach_);
+}
+
+bool StreamParser::goesRoundFromEnd() {
+    changeLoop();
+    return loop_.isOn() && !isReadBeyondLoop() && goRound();
+}
+
+bool StreamParser::isBehindLoop(const AVPacket& packet) {
+    const bool isVideo = packet.stream_index == videoStreamIndex_;
+    if (!isVideo && packet.stream_index != audioStreamIndex_) {
+        return false;
+    }
+    const AVStream& stream = isVideo ? *videoStream_ : *audioStream_;
+    const int64_t start = isVideo ? startTimeInVideoTimeBase_ : startTimeInAudioTimeBase_;
+    const auto timeUs = [&](int64_t ticks, int64_t other) {
+        const int64_t best = ticks != AV_NOPTS_VALUE ? ticks : other;
+        return best == AV_NOPTS_VALUE ? 0
+                                      : av_rescale_q(wrappingSubtract(best, start), stream.time_base, AV_TIME_BASE_Q);
+    };
+    return loop_.isBehind(isVideo ? InputLoop::Stream::Pictures : InputLoop::Stream::Sound,
+                          timeUs(packet.dts, packet.pts), timeUs(packet.pts, packet.dts));
+}
+
+int64_t StreamParser::turnEndUs() const {
+    if (loop_.isEndMet()) {
+        return loop_.turn()->toUs;
+    }
+    const int64_t videoUs = endUs(videoStream_, videoReach_);
+    const int64_t audioUs = endUs(audioStream_, audioReach_);
+    const bool isByPictures = videoUs > 0 && audioUs - videoUs <= kLongerSoundUs;
+    return std::min(isByPictures ? videoUs : std::max(videoUs, audioUs), loop_.turn()->toUs);
+}
+
+bool StreamParser::goRound() {
+    showUnmarked();
+    if (!loop_.goRound(turnEndUs())) {
+        Log::Warn(TAG, "the loop is given up, there is nothing in it\n");
+        return false;
+    }
+    const int64_t startMs = loop_.loop().startMs;
+    Log::Debug(TAG, "the loop begins again at %lld ms\n", static_cast<long long>(startMs));
+    forgetReading();
+    foundKeyFrame_ = false;
+    lastKeyFramePts_ = -1;
+    unsure_.clear();
+    reach_.end();
+    seekPosUs_ = startMs * 1000;
+    packets_->gap();
+    if (!seekInput(seekPosUs_)) {
+        loop_.end();
+        return false;
+    }
+    clearInputEnd();
+    isFarthestBack_ = startMs == 0;
+    if (!isFarthestBack_) {
+        reach_.begin(startMs, videoStream_ != nullptr, audioStream_ != nullptr, kSoundLeadInMs);
+    }
+    return true;
+}
+
+}  // namespace kelp

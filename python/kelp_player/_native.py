@@ -396,6 +396,8 @@ _declare(
     player_select_track=[_handle, c_int, c_int],
     player_take_snapshot=[_handle, c_char_p],
     player_step_frame=[_handle, c_int],
+    player_set_loop=[_handle, c_int, c_int],
+    player_clear_loop=[_handle],
     player_get_statistics=[_handle, POINTER(kelp_statistics)],
     player_set_packet_sink=[_handle, _handle],
     player_set_subtitle_sink=[_handle, _handle],

@@ -50,6 +50,8 @@ from .tracks import Track, TrackKind, read_tracks
 E = TypeVar("E", bound=Event)
 R = TypeVar("R")
 
+_FILM_END = 2**31 - 1
+
 
 class Player(Closable):
     """Plays one source, a file or a URL, into windows, sinks and iterators of pictures, and onto the sound device.
@@ -179,6 +181,18 @@ class Player(Closable):
         step back in a source that can't seek.
         """
         self._call(lib.kelp_player_step_frame, pictures)
+
+    def set_loop(self, start_ms: int = 0, end_ms: Optional[int] = None) -> None:
+        """Plays from ``start_ms`` to right before ``end_ms`` again and again, by default all of the film.
+
+        At any time, and for the playbacks to come; there is no ``on_completed`` while it is on. Raises Refused where
+        the end isn't behind the start, and where the source is live or can't seek, as far as it is known by then.
+        """
+        self._call(lib.kelp_player_set_loop, int(start_ms), _FILM_END if end_ms is None else int(end_ms))
+
+    def clear_loop(self) -> None:
+        """Ends that: plays on to the film's end."""
+        self._call(lib.kelp_player_clear_loop)
 
     def stop(self) -> bool:
         """Ends playback, or the opening of the source, and waits for the player's threads. ``play`` begins anew.

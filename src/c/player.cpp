@@ -119,6 +119,17 @@ int kelp_player_step_frame(kelp_player* player, int pictures) {
     return carryOut(__func__, player, [&](kelp_player& handle) { return handle.player->stepFrame(pictures); });
 }
 
+int kelp_player_set_loop(kelp_player* player, int start_ms, int end_ms) {
+    return carryOut(__func__, player, [&](kelp_player& handle) { return handle.player->setLoop(start_ms, end_ms); });
+}
+
+int kelp_player_clear_loop(kelp_player* player) {
+    return carryOut(__func__, player, [](kelp_player& handle) {
+        handle.player->clearLoop();
+        return true;
+    });
+}
+
 int kelp_player_stop(kelp_player* player) {
     return carryOut(__func__, player, [](kelp_player& handle) { return handle.player->stop(); });
 }

@@ -1,3 +1,4 @@
+#include <limits.h>
 #include <unistd.h>
 
 #include "playback.h"
@@ -30,5 +31,10 @@ void step_test(void) {
     wait_for_time(it.player, 0);
     CHECK(kelp_player_step_frame(it.player, 3) == 1);
     wait_for_time(it.player, 120);
+    /* Round once more, and on to the end. */
+    CHECK(kelp_player_set_loop(NULL, 0, INT_MAX) == 0 && kelp_player_clear_loop(NULL) == 0);
+    CHECK(kelp_player_set_loop(it.player, 500, 400) == 0);
+    CHECK(kelp_player_set_loop(it.player, 0, INT_MAX) == 1);
+    CHECK(kelp_player_clear_loop(it.player) == 1);
     playback_close(&it);
 }

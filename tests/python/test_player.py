@@ -404,6 +404,15 @@ def test_a_step_shows_another_picture() -> None:
         eventually(lambda: player.position_ms == 120)
 
 
+def test_a_loop_needs_a_length() -> None:
+    with Player(**OPTIONS) as player:
+        with pytest.raises(Refused):
+            player.set_loop(500, 400)
+        player.set_loop()
+        player.set_loop(500, 1000)
+        player.clear_loop()
+
+
 def test_sound_is_muted_and_devices_have_names() -> None:
     with Player(**OPTIONS) as player:
         assert not player.muted

@@ -113,7 +113,7 @@ public:
 template <class Player>
 void stepOfBoth(Player& player, TarnSyncClock& clock, Recorder& recorder, test::SubtitleReader& subtitles,
                 Random& random) {
-    switch (random.below(15)) {
+    switch (random.below(17)) {
         case 12:
             player.setSubtitleSink(random.below(3) == 0 ? nullptr : &subtitles);
             break;
@@ -122,6 +122,18 @@ void stepOfBoth(Player& player, TarnSyncClock& clock, Recorder& recorder, test::
             break;
         case 14:
             player.setOption("subtitle_file", test::mediaPath("subtitles.mkv").c_str());
+            break;
+        case 15: {
+            const int startMs = random.below(3000);
+            player.setLoop(startMs, startMs + random.below(1500));
+            break;
+        }
+        case 16:
+            if (random.below(2) == 0) {
+                player.clearLoop();
+            } else {
+                player.setLoop();
+            }
             break;
         case 10:
             player.pause();

@@ -50,6 +50,8 @@ KeyCommand commandOf(const SDL_Keysym& key) {
             return {Command::NextPicture};
         case SDLK_COMMA:
             return {Command::PreviousPicture};
+        case SDLK_l:
+            return {Command::Loop};
         case SDLK_a:
             return {Command::NextSound};
         case SDLK_v:

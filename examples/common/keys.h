@@ -20,6 +20,7 @@ enum class Command {
     SeekToEnd,
     NextPicture,
     PreviousPicture,
+    Loop,
     NextSound,
     NextVideo,
     NextSubtitles,

@@ -42,6 +42,8 @@ private:
     bool option(std::string_view word) {
         if (word == "--headless") {
             options_.headless = true;
+        } else if (word == "--loop") {
+            options_.loop = true;
         } else if (word == "--help") {
             options_.help = true;
         } else if (word == "--no-hw") {
@@ -118,6 +120,7 @@ std::string usage() {
                "usage: kelp_play [OPTIONS] FILE\n"
                "\n"
                "  --headless          play without a window\n"
+               "  --loop              play it again and again\n"
                "  --snapshot N DIR    write N pictures, evenly spaced, as PNG files into DIR\n"
                "  --record FILE       write what is played to an .mp4, .mov, .mkv or .ts file, without encoding\n"
                "  --subtitles FILE    show the subtitles of another file with it\n"
@@ -129,6 +132,7 @@ std::string usage() {
                "  --help              show this\n"
                "\n") +
            kKeysUsage +
+           "l plays the film again and again, or no more.\n"
            "a and v go to the next sound and video of a file with several, d to the next sound device. s saves the\n"
            "picture as a PNG file, i shows how the playback goes.\n"
            "A click or drag in the window goes to that part of the time line.\n";

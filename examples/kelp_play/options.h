@@ -11,6 +11,7 @@ enum class Master { Clock, Audio, Video, Host };
 struct Options {
     std::string file;
     bool headless = false;
+    bool loop = false;
     int snapshots = 0;  // pictures to write; 0 for none
     std::string snapshotFolder;
     std::string recordFile;    // what is played is written there; empty for no record

@@ -86,6 +86,9 @@ bool PlayerApp::createPlayer() {
     player_->setStallObserver(this);
     setLogLevel();
     control_.attach(player_);
+    if (options_.loop) {
+        control_.toggleLoop();
+    }
     if (!options_.hardware) {
         player_->enableHwDecoder(false, kelp::HW_DECODE_NONE);
     }

@@ -124,6 +124,9 @@ void RemoteControl::carryOut(const KeyCommand& command) {
         case Command::PreviousPicture:
             step(-1);
             break;
+        case Command::Loop:
+            toggleLoop();
+            break;
         case Command::NextSound:
             selectNext(*player_, kelp::TRACK_KIND_AUDIO);
             break;
@@ -161,6 +164,15 @@ void RemoteControl::step(int pictures) {
     hasStepped_ = player_->stepFrame(pictures) || hasStepped_;
 }
 // [/step]
+
+// [loop]
+void RemoteControl::toggleLoop() {
+    if (isLooped_) {
+        player_->clearLoop();
+    }
+    isLooped_ = !isLooped_ && player_->setLoop();
+}
+// [/loop]
 
 void RemoteControl::changeVolume(float step) {
     volume_ = std::clamp(volume_ + step, 0.0F, kVolumeMax);
@@ -217,6 +229,9 @@ std::string RemoteControl::status() const {
     }
     if (player_->isMuted()) {
         text += "  muted";
+    }
+    if (isLooped_) {
+        text += "  again and again";
     }
     if (device_ != "default") {
         text += "  to " + device_;

@@ -35,6 +35,8 @@ public:
 
     void carryOut(const KeyCommand& command);
     void seekTo(int64_t ms);
+    // Plays the film again and again, or no more.
+    void toggleLoop();
 
     // What isn't as usual, for the progress line.
     std::string status() const;
@@ -64,4 +66,5 @@ private:
     Uint32 seekTicks_ = 0;      // when that was
     bool hasSought_ = false;
     bool hasStepped_ = false;  // in this pause
+    bool isLooped_ = false;
 };

@@ -225,9 +225,9 @@ KELP_C_API int kelp_player_seek(kelp_player* player, int time_ms);
 KELP_C_API int kelp_player_step_frame(kelp_player* player, int pictures);
 
 // Plays from `start_ms` to right before `end_ms` on the host's clock again and again, without a gap and without
-// `on_completed`; 0 and INT_MAX for all of the film. In any state, and over a restart, a stop and a reset. 0, and nothing
-// changes, where that can't be: the end isn't behind the start, or the source is live or can't seek, as far as it is
-// known by then.
+// `on_completed`; 0 and INT_MAX for all of the film. In any state, and over a restart, a stop and a reset. 0, and
+// nothing changes, where that can't be: the end isn't behind the start, or the source is live or can't seek, as far as
+// it is known by then.
 KELP_C_API int kelp_player_set_loop(kelp_player* player, int start_ms, int end_ms);
 // Plays on to the film's end. 0 for a null player alone.
 KELP_C_API int kelp_player_clear_loop(kelp_player* player);

@@ -138,6 +138,7 @@ TEST_F(StreamParserLoop, SaysWhatWasReadThatIsNotOfIt) {
     parser->setLoop(Loop{0, 4000});
     script.key(0).audio(0).video(3 * kSecond).then([this] { parser->setLoop(Loop{1000, 9000}); }).video(4 * kSecond);
     script.audio(4 * kSoundSecond).then([this] { parser->setLoop(Loop{1000, 2000}); }).video(5 * kSecond);
+    script.video(6 * kSecond);
     script.then([this] { EXPECT_EQ(observer->count("loop changed ever"), 1) << "it was read beyond its end"; });
     script.key(kSecond).audio(0).then([this] { parser->setLoop(std::nullopt); }).video(3 * kSecond).video(4 * kSecond);
     runScript();

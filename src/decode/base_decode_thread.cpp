@@ -200,8 +200,12 @@ bool BaseDecodeThread::reaches(const char* operation, int seekTimeMs) {
     if (packetQueue_.front()->track != packetQueue_.back()->track) {
         return false;
     }
-    const int64_t firstMs = lineTimeMs(*packetQueue_.front());
-    const int64_t lastMs = lineTimeMs(*packetQueue_.back());
+    const double scale = msPerTick(*packetQueue_.front());
+    const auto lineMs = [scale](const MediaPacket& packet) {
+        return wrappingAdd(scaleTicks(packet.pts, scale), packet.turn ? packet.turn->shiftMs : 0);
+    };
+    const int64_t firstMs = lineMs(*packetQueue_.front());
+    const int64_t lastMs = lineMs(*packetQueue_.back());
     Log::Debug(kTag, "[%s], %s, seek time %d, frame buffer range:[%lld, %lld]\n", threadName_.c_str(), operation,
                seekTimeMs, static_cast<long long>(firstMs), static_cast<long long>(lastMs));
     if (seekTimeMs > lastMs || seekSkip_.isLeftOut(seekTimeMs)) {

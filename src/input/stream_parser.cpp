@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "clock/wrapping_math.h"
+#include "input/open_sessions.h"
 #include "input/stream_choice.h"
 #include "input/tick_math.h"
 #include "kelp_player/log.h"
@@ -97,6 +98,13 @@ void StreamParser::Run() {
         }
     }
     packets_->end();
+    if (leaves_) {
+        {
+            std::lock_guard lock(mutex_);
+            closeInput();
+        }
+        OpenSessions::remove(*this);
+    }
     Log::Debug(TAG, "Run exit...\n");
 }
 

@@ -223,6 +223,10 @@ public:
     // Ends the thread, closes the input and takes the stop request back.
     void close();
 
+    // For the end of the process, any thread: the input is closed for good, at once, or by the thread that reads it.
+    // Whether it is closed; a parser that is just being asked for something wants to be called again.
+    bool leave();
+
     // Stops or resumes the source, on the parser's thread. Always true.
     bool pause(bool paused);
 
@@ -264,7 +268,7 @@ private:
     bool isReadBroken() const { return inBreakableRead_ && seekAsked_.isPending(); }
 
     bool openInput();
-    void closeInput();
+    void closeInput();  // with mutex_ held, and without a thread, or on it
     void readTimes();
     void seekAfterOpen(int64_t seekTimeMs);
     bool selectStreams();
@@ -381,7 +385,10 @@ private:
     std::string filePath_;
     AVFormatContext* formatContext_ = nullptr;
     AVBSFContext* bsfContext_ = nullptr;  // null unless the video has to be converted
-    std::mutex mutex_;                    // held through `open`; guards what an open finds. Never taken by the thread
+    std::mutex
+        mutex_;  // held through `open`; guards what an open finds. The thread takes it at its end alone, to leave
+    bool isThreadThere_ = false;  // from `start` to `close`; guarded by mutex_
+    std::atomic<bool> leaves_{false};
 
     std::atomic<int64_t> durationUs_{0};                  // ten hours if it is unknown
     std::atomic<bool> paused_{false};                     // as requested

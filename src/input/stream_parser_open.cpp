@@ -12,6 +12,7 @@
 #include "input/annexb.h"
 #include "input/awaited_pipe.h"
 #include "input/codec_tables.h"
+#include "input/open_sessions.h"
 #include "input/picture_limit.h"
 #include "input/stream_choice.h"
 #include "input/stream_parser.h"
@@ -124,6 +125,7 @@ bool StreamParser::start() {
     // A context without a stream is what an open that failed has left.
     const bool isOpen = formatContext_ && (videoStreamIndex_ >= 0 || audioStreamIndex_ >= 0);
     if (isOpen && !isStopRequested() && startThread()) {
+        isThreadThere_ = true;
         Log::Info(TAG, "start end, succeed\n");
         return true;
     }
@@ -142,11 +144,11 @@ void StreamParser::close() {
     Log::Info(TAG, "close\n");
     requestStop();
     joinThread();
+    OpenSessions::remove(*this);
 
     std::lock_guard lock(mutex_);
-    av_bsf_free(&bsfContext_);
+    isThreadThere_ = false;
     closeInput();
-    static_cast<StreamParserState&>(*this) = {};
     durationUs_ = 0;
     paused_ = false;
     reading_ = false;
@@ -156,6 +158,17 @@ void StreamParser::close() {
     audioAsked_.drop();
     subtitleAsked_.drop();
     resetStopRequest();
+}
+
+bool StreamParser::leave() {
+    leaves_ = true;
+    prepareStop();
+    const std::unique_lock lock(mutex_, std::try_to_lock);
+    if (!lock.owns_lock() || isThreadThere_) {
+        return false;
+    }
+    closeInput();
+    return true;
 }
 
 std::shared_ptr<CodecInfo> StreamParser::getCodecInfo() {
@@ -216,7 +229,9 @@ void StreamParser::closeInput() {
     if (formatContext_ && isInputNamed("rtsp")) {
         farewellEnd_ = std::chrono::steady_clock::now() + kFarewell;
     }
+    av_bsf_free(&bsfContext_);
     avformat_close_input(&formatContext_);
+    static_cast<StreamParserState&>(*this) = {};
     farewellEnd_ = {};
 }
 
@@ -258,6 +273,9 @@ bool StreamParser::openInput() {
                    isStopRequested());
         choice_->explain(filePath_, result, nullptr);
         return false;
+    }
+    if (isInputNamed("rtsp")) {
+        OpenSessions::add(*this);
     }
     formatContext_->flags |= AVFMT_FLAG_GENPTS;
     ProbeOptions probeOptions(*formatContext_, playbackOptions_.maxPixels);

@@ -330,7 +330,9 @@ void KelpPlayer::setOption(const char* key, const char* value) {
         return;
     }
     bool known = false;
-    playTask_->changeOptions([&](PlaybackOptions& options) { known = option->read(value, options); });
+    playTask_->changeOptions(
+        [&](PlaybackOptions& options) { known = option->read(value, options); },
+        option->key == "audio_device" ? PlayTask::SoundDevice::Chosen : PlayTask::SoundDevice::Left);
     if (!known) {
         Log::Warn(kTag, "setOption, %s can't be \"%s\", there is: %s\n", key, value, option->values);
     }

@@ -385,8 +385,8 @@ private:
     std::string filePath_;
     AVFormatContext* formatContext_ = nullptr;
     AVBSFContext* bsfContext_ = nullptr;  // null unless the video has to be converted
-    std::mutex
-        mutex_;  // held through `open`; guards what an open finds. The thread takes it at its end alone, to leave
+    // Held through `open`; guards what an open finds. The thread takes it at its end alone, to leave.
+    std::mutex mutex_;
     bool isThreadThere_ = false;  // from `start` to `close`; guarded by mutex_
     std::atomic<bool> leaves_{false};
 

@@ -187,7 +187,7 @@ void PlayTask::setOption(const char* key, const char* value) {
     }
 }
 
-void PlayTask::changeOptions(const std::function<void(PlaybackOptions&)>& change) {
+void PlayTask::changeOptions(const std::function<void(PlaybackOptions&)>& change, SoundDevice device) {
     std::string deviceBefore;
     {
         std::lock_guard lock(optionsMutex_);
@@ -197,7 +197,7 @@ void PlayTask::changeOptions(const std::function<void(PlaybackOptions&)>& change
         if (options_.fit != fit) {
             withWindows([this](VideoPlayThread& pictures) { pictures.setFit(options_.fit); });
         }
-        if (options_.audioDevice == deviceBefore) {
+        if (options_.audioDevice == deviceBefore && device == SoundDevice::Left) {
             return;
         }
     }

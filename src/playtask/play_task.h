@@ -135,8 +135,10 @@ public:
     // A demuxer option, for the opens to come.
     void setOption(const char* key, const char* value);
     // Has `change` alter what the host wants in another way than the standard one; each field says when it is read. A
-    // sound device is changed before this returns, or stays what it was if that can't be.
-    void changeOptions(const std::function<void(PlaybackOptions&)>& change);
+    // sound device is changed before this returns, or stays what it was if that can't be. One that is `Chosen` is tried
+    // again also if the name stays: it may have been missing before.
+    enum class SoundDevice { Left, Chosen };
+    void changeOptions(const std::function<void(PlaybackOptions&)>& change, SoundDevice device = SoundDevice::Left);
 
     // The host's sink for what is read, or none; not owned. The one before isn't called any more once this returns, see
     // PacketOutlet. Any thread.

@@ -74,13 +74,15 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
     isInitialized_ = true;
 
     SDL_AudioSpec obtained{};
-    SDL_AudioDeviceID device = openDevice(deviceName_, obtained);
+    openedName_ = deviceName_;
+    SDL_AudioDeviceID device = openDevice(openedName_, obtained);
     if (device == 0 && !deviceName_.empty()) {
         if (!isSilent) {
             Log::Warn(kTag, "the sound device \"%s\" can't be opened: %s, taking the default one\n",
                       deviceName_.c_str(), SDL_GetError());
         }
-        device = openDevice({}, obtained);
+        openedName_.clear();
+        device = openDevice(openedName_, obtained);
     }
     if (device == 0) {
         if (!isSilent) {
@@ -117,7 +119,7 @@ SDL_AudioDeviceID SDLAudioOutput::openDevice(const std::string& name, SDL_AudioS
 
 bool SDLAudioOutput::setDevice(const std::string& name) {
     std::lock_guard opening(openMutex_);
-    if (isInitialized_ && name != deviceName_) {
+    if (isInitialized_ && name != openedName_) {
         SDL_AudioSpec obtained{};
         const SDL_AudioDeviceID device = openDevice(name, obtained);
         const bool isRightForm = obtained.format == wantedSpec_.format;
@@ -131,6 +133,7 @@ bool SDLAudioOutput::setDevice(const std::string& name) {
         }
         Log::Info(kTag, "going on with the sound device \"%s\"\n", name.empty() ? "default" : name.c_str());
         changeTo(device, obtained);
+        openedName_ = name;
     }
     deviceName_ = name;
     return true;

@@ -79,7 +79,8 @@ private:
     SDL_AudioDeviceID deviceId_ = 0;   // 0 if none is open; guarded by deviceMutex_
     std::mutex deviceMutex_;           // keeps a pause from a device that is being closed; the callback never takes it
     std::mutex openMutex_;             // held through each opening, before deviceMutex_
-    std::string deviceName_;           // empty for the default one; guarded by openMutex_, like the next
+    std::string deviceName_;           // empty for the default one; guarded by openMutex_, like the next ones
+    std::string openedName_;           // of the one that was opened: where the wanted one is missing, the default one
     bool isInitialized_ = false;       // there is a form of samples to open a device for
     std::atomic<bool> closed_{false};  // never cleared
     SDL_AudioSpec wantedSpec_{};       // as asked of SDL, not as obtained; fixed from `init` on

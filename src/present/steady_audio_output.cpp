@@ -35,7 +35,7 @@ std::shared_ptr<AudioFrameInfo> makeSilence(int64_t bytes) {
 SteadyAudioOutput::SteadyAudioOutput(AudioDeviceSearch::MakeOutput makeOutput)
     : search_([this, makeOutput = std::move(makeOutput)](AudioDeviceSearch::Attempt attempt) {
           auto output = makeOutput(attempt);
-          output->setDevice(deviceName());
+          output->setDevice(giveName());
           return output;
       }) {
 }
@@ -157,6 +157,16 @@ std::string SteadyAudioOutput::deviceName() {
     return deviceName_;
 }
 
+std::string SteadyAudioOutput::giveName() {
+    std::lock_guard lock(nameMutex_);
+    return givenName_ = deviceName_;
+}
+
+std::string SteadyAudioOutput::givenName() {
+    std::lock_guard lock(nameMutex_);
+    return givenName_;
+}
+
 HeardSound SteadyAudioOutput::heard(int64_t nowUs) {
     const double bytes = std::max(frameBytes(spec_), 1);
     std::lock_guard lock(silenceMutex_);
@@ -204,11 +214,10 @@ void SteadyAudioOutput::take(const std::shared_ptr<IAudioOutput>& device) {
         paused = !paused;
         device->pause(paused);
     }
-    std::string name;
-    do {
-        name = deviceName();
-        device->setDevice(name);
-    } while (deviceName() != name);
+    std::string name = givenName();
+    for (std::string wanted; (wanted = deviceName()) != name; name = wanted) {
+        device->setDevice(wanted);
+    }
     if (flushRequested_) {
         device->flush();
     }

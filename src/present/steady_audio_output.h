@@ -50,6 +50,8 @@ private:
     // Returns when what was handed over but for a ring's content has been played, or a flush or close came.
     void waitInSilence();
     std::string deviceName();
+    std::string giveName();  // to the next output
+    std::string givenName();
     // Lets it look again, after something has changed.
     void endRest();
     // In microseconds, and back.
@@ -60,7 +62,8 @@ private:
 
     AudioOutputSpec spec_;    // the play thread's
     std::mutex nameMutex_;    // a leaf
-    std::string deviceName_;  // of the wanted device; guarded by nameMutex_
+    std::string deviceName_;  // of the wanted device; guarded by nameMutex_, like the next
+    std::string givenName_;   // what the output that was made last was given
     AudioDeviceSearch search_;
     AtomicSharedPtr<IAudioOutput> device_;  // empty while there is none
     Count lostUnderruns_;                   // of devices that are gone

@@ -61,5 +61,20 @@ TEST_F(PlayTaskSound, WantsTheDeviceThatWasChosenOutOfPlayback) {
     EXPECT_EQ(under.peer.options().audioDevice, "a device");
 }
 
+TEST_F(PlayTaskSound, TriesADeviceAgainThatIsChosenAgain) {
+    const auto choose = [](PlaybackOptions& options) { options.audioDevice = "no such device"; };
+    under.task->changeOptions(choose);
+    LogCapture log(2);
+    play();
+    ASSERT_TRUE(TaskUnderTest::waitUntil([&] { return under.task->setVolume(1); })) << "there is an output";
+    const std::string line =
+        "[SDLAudioOutput]: the sound device \"no such device\" can't be opened: No such device, going on as before\n";
+    under.task->changeOptions(choose);
+    EXPECT_EQ(log.count(line), 0) << "the name stays, as with any other option";
+    under.task->changeOptions(choose, PlayTask::SoundDevice::Chosen);
+    EXPECT_EQ(log.count(line), 1) << testing::PrintToString(log.lines());
+    EXPECT_EQ(under.peer.options().audioDevice, "no such device");
+}
+
 }  // namespace
 }  // namespace kelp::test

@@ -44,6 +44,22 @@ TEST_F(SoundDeviceTest, TakesTheDefaultOneWhereTheChosenOneIsMissing) {
                                          "thing, taking the default one\n"));
 }
 
+TEST_F(SoundDeviceTest, TriesAgainTheOneThatWasMissingAtFirst) {
+    audioDevice().missing = "Headset";
+    EXPECT_TRUE(output->setDevice("Headset"));
+    EXPECT_TRUE(output->init({}));
+    audioDevice().device = 3;
+    audioDevice().calls.clear();
+    EXPECT_FALSE(output->setDevice("Headset"));
+    EXPECT_THAT(audioDevice().calls, ElementsAre("open Headset 0 5"));
+    audioDevice().missing.clear();
+    EXPECT_TRUE(output->setDevice("Headset"));
+    EXPECT_EQ(audioDevice().calls.back(), "close 2");
+    audioDevice().calls.clear();
+    EXPECT_TRUE(output->setDevice("Headset"));
+    EXPECT_THAT(audioDevice().calls, IsEmpty());
+}
+
 TEST_F(SoundDeviceTest, ChangesToAnotherOneWithTheSoundThatWaits) {
     play();
     EXPECT_TRUE(output->fillFrame(makeFrameOf(8192, 7)));

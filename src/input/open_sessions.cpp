@@ -51,9 +51,12 @@ void OpenSessions::add(StreamParser& parser) {
     Sessions& all = sessions();
     {
         std::lock_guard lock(all.mutex);
+        // What a process that was forked from has open is its own.
+        if (all.process.exchange(getpid()) != getpid()) {
+            all.parsers.clear();
+        }
         all.parsers.push_back(&parser);
     }
-    all.process = getpid();
     // Asked for with the first one: it runs before the destruction of what the host made earlier.
     [[maybe_unused]] static const int asked = std::atexit(leaveAll);
 }

@@ -193,7 +193,8 @@ std::vector<TableStep> plainSteps() {
          {everywhere("true", {"setMute(1)"})}},
         {"setLoop(500, 900)",
          [](Stage& s) { return text(s.player.setLoop(500, 900)); },
-         {everywhere("true", {"setLoop(500, 900)"})}},
+         {{{kIdle}, "true", kSameState, {"setLoop(500, 900)"}, {}, {}},
+          {kAllButIdle, "true", kSameState, {"setLoop(0, 400)"}, {}, {}}}},
         {"clearLoop()",
          [](Stage& s) {
              s.player.clearLoop();

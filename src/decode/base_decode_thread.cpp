@@ -71,13 +71,14 @@ void BaseDecodeThread::dropPackets() {
 }
 
 std::shared_ptr<MediaPacket> BaseDecodeThread::takePacket() {
-    const auto due = dueMs();
     std::unique_lock lock(queueMutex_);
     // What is queued now came after that seek: the decoder has to be flushed first.
     if (seekAsked_.isPending()) {
         return nullptr;
     }
-    dropped_ = due ? seekSkip_.countDropped(packetQueue_, *due) : 0;
+    // Under the lock: who has begun a seek and then finds nothing left out here can be sure that nothing will be.
+    const auto due = dueMs();
+    dropped_ = seekSkip_.countDropped(packetQueue_, due);
     for (int i = 0; i < dropped_; ++i) {
         popPacket();
     }
@@ -91,7 +92,7 @@ std::shared_ptr<MediaPacket> BaseDecodeThread::takePacket() {
     auto packet = popPacket();
     decoding_ = true;
     seekSkip_.take(*packet, packetQueue_);
-    undelivered_ = due && seekSkip_.leaveOutIfLate(*packet, packetQueue_, *due);
+    undelivered_ = seekSkip_.leaveOutIfLate(*packet, packetQueue_, due);
     return packet;
 }
 

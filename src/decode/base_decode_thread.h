@@ -97,7 +97,7 @@ private:
     // May the loop take a packet now? Asked before each one.
     virtual bool canDecode() = 0;
     // Which time is to be shown now, in milliseconds, so that what comes too late may be left out; nothing for all to
-    // be decoded. Asked before each packet, with no lock held.
+    // be decoded. Asked before each packet with queueMutex_ held: takes leaves alone.
     virtual std::optional<int64_t> dueMs() { return std::nullopt; }
     // So many packets were dropped for that, and so many are taken whose frames are for nobody.
     virtual void onLeftOut(int /*dropped*/, int /*undelivered*/) {}

@@ -23,6 +23,7 @@ void SeekSkip::aim(int64_t targetMs, bool flush) {
     lastDts_ = kNone;
     if (flush) {
         neededFromMs_ = kNone;
+        lateToMs_ = kNone;
         earliestMs_ = kNone;
         isKeyAwaited_ = false;
         lastTakenMs_ = kNone;
@@ -32,14 +33,16 @@ void SeekSkip::aim(int64_t targetMs, bool flush) {
     isHeldKnown_ = lastTakenMs_ <= targetMs;
 }
 
-int SeekSkip::countDropped(const Packets& waiting, int64_t dueMs) {
-    const bool isLate =
-        !waiting.empty() && waiting.front()->data && !waiting.front()->turn && lineTimeMs(*waiting.front()) < dueMs;
+int SeekSkip::countDropped(const Packets& waiting, std::optional<int64_t> dueMs) {
+    const bool isLate = dueMs && !waiting.empty() && waiting.front()->data && !waiting.front()->turn &&
+                        lineTimeMs(*waiting.front()) < *dueMs;
     if (!isLate && !isKeyAwaited_) {
         return 0;
     }
-    const bool isHopeless = isKeyAwaited_ || wrappingSubtract(dueMs, lineTimeMs(*waiting.front())) > kHopelessMs;
+    const bool wasKeyAwaited = isKeyAwaited_;
+    const bool isHopeless = isKeyAwaited_ || wrappingSubtract(*dueMs, lineTimeMs(*waiting.front())) > kHopelessMs;
     size_t dropped = 0;
+    const MediaPacket* key = nullptr;  // that ends what is dropped
     isKeyAwaited_ = isHopeless;
     for (size_t i = 0; i < waiting.size(); ++i) {
         const auto* const packet = dynamic_cast<const VideoPacket*>(waiting[i].get());
@@ -49,28 +52,40 @@ int SeekSkip::countDropped(const Packets& waiting, int64_t dueMs) {
             isKeyAwaited_ = false;
             break;
         }
-        if (packet->keyFrame && (isKeyAwaited_ || lineTimeMs(*packet) <= dueMs)) {
+        if (packet->keyFrame && (isKeyAwaited_ || (dueMs && lineTimeMs(*packet) <= *dueMs))) {
             dropped = i;
+            key = packet;
             isKeyAwaited_ = false;
         }
     }
     dropped = isKeyAwaited_ ? waiting.size() : dropped;
     for (size_t i = 0; i < dropped; ++i) {
+        noteOrder(*waiting[i]);
         leaveOut(lineTimeMs(*waiting[i]) + 1);
+    }
+    if (key && (wasKeyAwaited || dropped > 0)) {
+        noteOrder(*key);
+        leaveOut(lineTimeMs(*key));
     }
     return static_cast<int>(dropped);
 }
 
-bool SeekSkip::leaveOutIfLate(const MediaPacket& packet, const Packets& behind, int64_t dueMs) {
-    if (!packet.data || packet.turn || lineTimeMs(packet) >= dueMs) {
+bool SeekSkip::leaveOutIfLate(const MediaPacket& packet, const Packets& behind, std::optional<int64_t> dueMs) {
+    if (!packet.data || packet.turn) {
         return false;
     }
     const int64_t time = lineTimeMs(packet);
+    if (time < lateToMs_) {
+        return true;
+    }
+    if (!dueMs || time >= *dueMs) {
+        return false;
+    }
     for (const auto& other : behind) {
         if (!other->data || other->track != packet.track) {
             return false;
         }
-        if (other->size > 0 && lineTimeMs(*other) > time && lineTimeMs(*other) <= dueMs) {
+        if (other->size > 0 && lineTimeMs(*other) > time && lineTimeMs(*other) <= *dueMs) {
             leaveOut(time + 1);
             return true;
         }
@@ -80,7 +95,18 @@ bool SeekSkip::leaveOutIfLate(const MediaPacket& packet, const Packets& behind, 
 
 void SeekSkip::leaveOut(int64_t toMs) {
     neededFromMs_ = std::max(neededFromMs_, toMs);
+    lateToMs_ = std::max(lateToMs_, toMs);
     earliestMs_ = std::max(earliestMs_, toMs);
+}
+
+// Where the times go back they begin anew, and those known so far tell nothing of them.
+void SeekSkip::noteOrder(const MediaPacket& packet) {
+    if (packet.dts < lastDts_) {
+        targetMs_ = kNone;
+        neededFromMs_ = kNone;
+        lateToMs_ = kNone;
+    }
+    lastDts_ = packet.dts;
 }
 
 void SeekSkip::take(const MediaPacket& packet, const Packets& behind) {
@@ -89,15 +115,10 @@ void SeekSkip::take(const MediaPacket& packet, const Packets& behind) {
     if (takenBehind_ != kNotYet && isHeldKnown_) {
         holder_ = {heldMs_, awaitedMs_};
     }
-    if ((targetMs_ == kNone && neededFromMs_ == kNone) || !packet.data) {
+    if (!packet.data) {
         return;
     }
-    if (packet.dts < lastDts_) {
-        targetMs_ = kNone;
-        neededFromMs_ = kNone;
-        return;
-    }
-    lastDts_ = packet.dts;
+    noteOrder(packet);
     if (targetMs_ == kNone) {
         return;
     }

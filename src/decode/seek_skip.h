@@ -4,6 +4,7 @@
 #include <deque>
 #include <limits>
 #include <memory>
+#include <optional>
 
 namespace kelp {
 
@@ -27,7 +28,9 @@ class MediaPacket;
 //
 // Where a decoder can't keep up, a frame comes too late if a newer one that waits is due by now. None of these is
 // delivered, and those are dropped undecoded that lie before a key frame that is due as well; or, if playback has got
-// two seconds ahead, before any.
+// two seconds ahead, before any. Then all wait for that one, even if something else than playback has the say
+// meanwhile. What is shown before a key frame but decoded behind it refers to what was dropped, and isn't delivered
+// either.
 //
 // It tells as well when the one shown is in the decoder, with those behind it that its turn in the order of showing may
 // depend on; and which one holds the target, by the times of all packets up to it.
@@ -48,12 +51,13 @@ public:
     // `packet` goes to the decoder now; `behind` are those that wait.
     void take(const MediaPacket& packet, const Packets& behind);
 
-    // Playback is at `dueMs`: how many packets at the front of `waiting` aren't to be taken any more. They count as
-    // left out.
-    int countDropped(const Packets& waiting, int64_t dueMs);
+    // Playback is at `dueMs`, or nothing is late: how many packets at the front of `waiting` aren't to be taken any
+    // more. They count as left out.
+    int countDropped(const Packets& waiting, std::optional<int64_t> dueMs);
 
-    // Behind `take`: leaves the frame of `packet` out if it comes too late. Whether it does.
-    bool leaveOutIfLate(const MediaPacket& packet, const Packets& behind, int64_t dueMs);
+    // Behind `take`: leaves the frame of `packet` out if it comes too late. Whether it does, or lies before one that
+    // did.
+    bool leaveOutIfLate(const MediaPacket& packet, const Packets& behind, std::optional<int64_t> dueMs);
 
     // Frames before this time are for nobody. A flush takes that back.
     int64_t neededFromMs() const { return neededFromMs_; }
@@ -77,11 +81,14 @@ private:
     int countBehind(const MediaPacket& packet, const Packets& behind);
     bool isUnneeded(int64_t timeMs, int64_t dts, const Packets& behind) const;
     void leaveOut(int64_t toMs);
+    // Each packet with data, in the order of decoding.
+    void noteOrder(const MediaPacket& packet);
 
     const int64_t leadInMs_;
     int64_t targetMs_ = kNone;  // until it comes near
-    int64_t lastDts_ = kNone;   // of the packets taken for it, in ticks
+    int64_t lastDts_ = kNone;   // of the packets taken or dropped since the last seek, in ticks
     int64_t neededFromMs_ = kNone;
+    int64_t lateToMs_ = kNone;     // frames before came too late
     int64_t earliestMs_ = kNone;   // of what may be found: frames before were left out
     bool isKeyAwaited_ = false;    // all is dropped up to the next key frame
     int64_t awaitedMs_ = kNone;    // target, until enough was taken behind it

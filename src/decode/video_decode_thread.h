@@ -32,7 +32,8 @@ public:
     virtual int onVideoFrameQueueSize() = 0;
     // A packet has left the queue, and is about to be decoded, or was left out.
     virtual void onVideoPacketTaken() {}
-    // Which time is to be shown now, in milliseconds; nothing where pictures may come as they do.
+    // Which time is to be shown now, in milliseconds; nothing where pictures may come as they do. The packet queue's
+    // lock is held.
     virtual std::optional<int64_t> onVideoDue() { return std::nullopt; }
     virtual void onVideoDecodeSeek(int seekTimeMs, bool flush) = 0;
     virtual std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) = 0;

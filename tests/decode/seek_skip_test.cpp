@@ -7,10 +7,12 @@
 #include <initializer_list>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "decode/video_test_support.h"
+#include "input/loop_turn.h"
 
 namespace kelp {
 namespace {
@@ -309,10 +311,10 @@ TEST(SeekSkip, DropsWhatLiesBeforeAKeyFrameThatIsDue) {
     EXPECT_EQ(skip.countDropped(packets, 0), 0);
     EXPECT_EQ(skip.countDropped(packets, 199), 0);
     EXPECT_EQ(skip.countDropped(packets, 200), 5);
-    EXPECT_EQ(skip.neededFromMs(), 161);
+    EXPECT_EQ(skip.neededFromMs(), 200);
     EXPECT_EQ(skip.countDropped(packets, 599), 10);
-    EXPECT_TRUE(skip.isLeftOut(360));
-    EXPECT_FALSE(skip.isLeftOut(361));
+    EXPECT_TRUE(skip.isLeftOut(399));
+    EXPECT_FALSE(skip.isLeftOut(400));
 }
 
 TEST(SeekSkip, DropsUpToAnyKeyFrameFarBehindPlayback) {
@@ -327,6 +329,107 @@ TEST(SeekSkip, DropsUpToAnyKeyFrameFarBehindPlayback) {
     withEnd.push_back(makeEndPacket(true));
     EXPECT_EQ(skip.countDropped(withEnd, 9000), 11) << "not the end";
     EXPECT_EQ(skip.countDropped({}, 9000), 0);
+}
+
+TEST(SeekSkip, AwaitsTheKeyFrameEvenIfNothingIsLateMeanwhile) {
+    SeekSkip skip(200);
+    EXPECT_EQ(skip.countDropped(packetsWithKeys(400, {}), std::nullopt), 0);
+    EXPECT_EQ(skip.countDropped(packetsWithKeys(400, {}), 2001), 11);
+    EXPECT_EQ(skip.countDropped(packetsWithKeys(400, {}), std::nullopt), 11);
+    EXPECT_EQ(skip.countDropped({}, std::nullopt), 0);
+    EXPECT_EQ(skip.countDropped(packetsWithKeys(400, {80, 200}), std::nullopt), 2) << "the first one";
+    EXPECT_EQ(skip.countDropped(packetsWithKeys(400, {}), std::nullopt), 0);
+}
+
+// A key frame and two pictures that are decoded behind it and shown before it.
+void queueOpenGroup(Taken& taken) {
+    for (const int64_t time : {480, 400, 440, 520}) {
+        taken.queue(time, static_cast<int64_t>(taken.packets.size()));
+        std::static_pointer_cast<VideoPacket>(taken.packets.back())->keyFrame = time == 480;
+    }
+}
+
+TEST(SeekSkip, LeavesOutWhatIsShownBeforeTheKeyFrameThatEndsADrop) {
+    for (const bool isKeyThere : {true, false}) {
+        Taken taken;
+        taken.queue(320, -2);
+        taken.queue(360, -1);
+        if (isKeyThere) {
+            queueOpenGroup(taken);
+        }
+        EXPECT_EQ(taken.skip.countDropped(taken.packets, isKeyThere ? 500 : 5000), 2);
+        taken.packets.erase(taken.packets.begin(), taken.packets.begin() + 2);
+        if (!isKeyThere) {
+            EXPECT_EQ(taken.skip.neededFromMs(), 361);
+            queueOpenGroup(taken);
+            EXPECT_EQ(taken.skip.countDropped(taken.packets, std::nullopt), 0) << "it came at the front";
+        }
+        EXPECT_TRUE(taken.skip.isLeftOut(479));
+        for (const int64_t time : {480, 400, 440, 520}) {
+            const auto packet = taken.packets.front();
+            EXPECT_EQ(taken.take(), 480) << time;
+            EXPECT_EQ(taken.skip.leaveOutIfLate(*packet, taken.packets, std::nullopt), time < 480) << time;
+        }
+    }
+}
+
+TEST(SeekSkip, NeedsWhatLeadsToAKeyFrameThatFollowsWhatWasDecoded) {
+    for (const int64_t dueMs : {500, 5000}) {
+        Taken taken;
+        queueOpenGroup(taken);
+        EXPECT_EQ(taken.skip.countDropped(taken.packets, dueMs), 0);
+        EXPECT_EQ(taken.skip.neededFromMs(), kAll) << dueMs;
+    }
+}
+
+TEST(SeekSkip, NeedsAllOfTimesThatBeginAnewBehindADrop) {
+    SeekSkip skip(200);
+    auto packets = packetsWithKeys(80, {});
+    for (const auto& packet : packets) {
+        packet->pts = packet->dts += 100'000;
+    }
+    EXPECT_EQ(skip.countDropped(packets, 200'000), 3);
+    EXPECT_EQ(skip.neededFromMs(), 100'081);
+    const auto anew = packetsWithKeys(400, {0});
+    EXPECT_EQ(skip.countDropped(anew, std::nullopt), 0);
+    skip.take(*anew.front(), {});
+    EXPECT_EQ(skip.neededFromMs(), 0);
+    EXPECT_FALSE(skip.leaveOutIfLate(*anew[1], {}, std::nullopt));
+}
+
+TEST(SeekSkip, NeedsAllOfTimesThatBeginAnewBehindALateFrame) {
+    Taken taken;
+    taken.queueEvery(40, 100'000, 100'040);
+    taken.queueEvery(40, 0, 40);
+    const auto late = taken.packets.front();
+    taken.take();
+    EXPECT_TRUE(taken.skip.leaveOutIfLate(*late, taken.packets, 200'000));
+    EXPECT_EQ(taken.take(), 100'001);
+    EXPECT_EQ(taken.take(), kAll);
+    EXPECT_FALSE(taken.skip.leaveOutIfLate(*taken.packets.front(), taken.packets, std::nullopt));
+}
+
+// A decoder gives out none before the one that was left out, whenever it is decoded.
+TEST(SeekSkip, CountsAsLateWhatIsShownBeforeALateFrame) {
+    Taken taken;
+    int64_t decoded = 0;
+    for (const int64_t time : {120, 40, 80, 240}) {
+        taken.queue(time, decoded++);
+    }
+    const auto isLate = [&](std::optional<int64_t> dueMs) {
+        const auto packet = taken.packets.front();
+        taken.take();
+        return taken.skip.leaveOutIfLate(*packet, taken.packets, dueMs);
+    };
+    EXPECT_TRUE(isLate(300));
+    EXPECT_TRUE(isLate(std::nullopt));
+    EXPECT_TRUE(isLate(std::nullopt));
+    EXPECT_FALSE(isLate(std::nullopt));
+    const auto ofALoop = makeVideoPacket(40);
+    ofALoop->turn = std::make_shared<LoopTurn>();
+    EXPECT_FALSE(taken.skip.leaveOutIfLate(*ofALoop, {}, std::nullopt));
+    taken.skip.aim(0, /*flush=*/true);
+    EXPECT_FALSE(taken.skip.leaveOutIfLate(*makeVideoPacket(40), {}, std::nullopt));
 }
 
 }  // namespace

@@ -83,7 +83,11 @@ public:
     void onVideoDecodeFailed() override { record("failed"); }
     void onVideoDecodeNoMoreFrame() override { record("no more"); }
     int onVideoFrameQueueSize() override { return waiting; }
-    void onVideoPacketTaken() override { ++taken; }
+    void onVideoPacketTaken() override {
+        std::lock_guard lock(mutex_);
+        ++taken;
+        changed_.notify_all();
+    }
     std::optional<int64_t> onVideoDue() override { return dueMs >= 0 ? std::optional(dueMs.load()) : std::nullopt; }
     void onVideoDecodeSeek(int seekTimeMs, bool flush) override {
         record("seek " + std::to_string(seekTimeMs) + (flush ? " flush" : ""));
@@ -105,6 +109,10 @@ public:
         std::unique_lock lock(mutex_);
         changed_.wait_for(lock, std::chrono::seconds(20), [&] { return events_.size() >= count; });
         return events_;
+    }
+    bool waitForTaken(int count) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::seconds(20), [&] { return taken >= count; });
     }
     void keepFrames() {
         std::lock_guard lock(mutex_);
@@ -295,19 +303,42 @@ TEST_F(VideoDecodeThreadTest, GoesOnAtAKeyFrameThatIsDue) {
 
 TEST_F(VideoDecodeThreadTest, WaitsForAKeyFrameWherePlaybackIsFarAhead) {
     openScripted();
+    observer_->dueMs = 5000;
     start();
     thread_->fillPacket(makeVideoPacket(0));
     ASSERT_THAT(observer_->waitForEvents(1), SizeIs(1));
-    observer_->dueMs = 5000;
     for (const int64_t pts : {40, 80, 120, 160}) {
         thread_->fillPacket(makeVideoPacket(pts));
     }
-    observer_->dueMs = 5000;
     const auto key = makeVideoPacket(6000);
     key->keyFrame = true;
     thread_->fillPacket(key);
     EXPECT_THAT(observer_->waitForEvents(2), ElementsAre("frame 0", "frame 6000"));
     EXPECT_EQ(thread_->counts().late.read(), 4);
+}
+
+// A picture is wanted again by then, but one without those that it refers to would be broken.
+TEST_F(VideoDecodeThreadTest, WaitsForAKeyFrameHoweverLongNothingIsShown) {
+    openScripted();
+    observer_->dueMs = 5000;
+    start();
+    thread_->fillPacket(makeVideoPacket(0));
+    ASSERT_THAT(observer_->waitForEvents(1), SizeIs(1));
+    thread_->fillPacket(makeVideoPacket(40));
+    ASSERT_TRUE(observer_->waitForTaken(2));
+    FakeTime::advanceMs(201);
+    thread_->fillPacket(makeVideoPacket(80));
+    ASSERT_TRUE(observer_->waitForTaken(3));
+    // A pause, or a seek among what is queued, says nothing of what is due.
+    observer_->dueMs = -1;
+    thread_->fillPacket(makeVideoPacket(120));
+    ASSERT_TRUE(observer_->waitForTaken(4));
+    const auto key = makeVideoPacket(160);
+    key->keyFrame = true;
+    thread_->fillPacket(key);
+    thread_->fillPacket(makeVideoPacket(200));
+    EXPECT_THAT(observer_->waitForEvents(3), ElementsAre("frame 0", "frame 160", "frame 200"));
+    EXPECT_EQ(thread_->counts().late.read(), 3);
 }
 
 TEST_F(VideoDecodeThreadTest, ShowsAllOfATrackThatBeginsBehindASeek) {

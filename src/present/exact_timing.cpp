@@ -61,6 +61,7 @@ void ExactTiming::setPaused(bool paused) {
         paused_ = paused;
         moveLine(KelpTime::getSteadyUs());
     }
+    isDueKnown_ = false;  // until the next look at the master: due_ runs on in a pause
     ++changes_;
 }
 
@@ -139,13 +140,13 @@ std::optional<int64_t> ExactTiming::leftByMaster(int64_t nowUs) {
     const int64_t noSyncUs = std::clamp(master->getNoSyncThreshold(), kNoSyncMs, kMostNoSyncMs) * 1000;
     const bool isForcing = master->isForceSync();
     const int64_t masterUs = master->getSyncPtsUs();
-    due_.set(masterUs, nowUs);
-    dueReadUs_ = nowUs;
     const int64_t aheadUs = wrappingSubtract(ptsUs_, masterUs);
     aheadOfMasterMs_ = wrappingSubtract(line_.read(nowUs), masterUs) / 1000;
     if (aheadUs <= -noSyncUs || (aheadUs >= noSyncUs && !isForcing)) {
         return std::nullopt;
     }
+    due_.set(masterUs, nowUs);
+    dueReadUs_ = nowUs;
     const int64_t left = timeTaken(aheadUs, master->getSyncSpeed().value_or(line_.speed()));
     if (!isForcing) {
         return isFirst_ ? 0 : std::min(left, longestUs_ - nowUs);

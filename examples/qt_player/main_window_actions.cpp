@@ -52,6 +52,13 @@ void MainWindow::makeActions() {
     makeAction(playback, tr("&Forward 5 s"), {Qt::Key_Right}, [go] { go(5000); });
     makeAction(playback, tr("Pre&vious picture"), {Qt::Key_Comma}, [this] { player_.step(-1); });
     makeAction(playback, tr("Ne&xt picture"), {Qt::Key_Period}, [this] { player_.step(1); });
+    QAction* const loop = playback->addAction(tr("In a loo&p"));
+    loop->setObjectName(QStringLiteral("loop"));
+    loop->setCheckable(true);
+    loop->setShortcut(Qt::Key_L);
+    loop->setShortcutContext(Qt::ApplicationShortcut);
+    addAction(loop);
+    connect(loop, &QAction::toggled, &player_, &PlayerController::setLooped);
     playback->addSeparator();
     makeAction(playback, tr("Slo&wer"), {Qt::Key_BracketLeft}, [this] { controls_->changeSpeed(-1); });
     makeAction(playback, tr("Fas&ter"), {Qt::Key_BracketRight}, [this] { controls_->changeSpeed(1); });

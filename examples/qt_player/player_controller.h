@@ -54,6 +54,8 @@ public:
     void step(int pictures);
     void setVolume(double factor);
     void setMuted(bool muted);
+    // The whole film again and again, and those that are opened later.
+    void setLooped(bool looped);
     void setSpeed(double speed);
     // A value of the player's option "audio_device". What plays goes on there; one that can't be had is told by the
     // log.

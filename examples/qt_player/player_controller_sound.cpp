@@ -3,10 +3,20 @@
 
 #include "player_controller.h"
 
-// Mute, the sound devices, recordings and statistics.
+// Mute, loops, the sound devices, recordings and statistics.
 
 void PlayerController::setMuted(bool muted) {
     command([muted](kelp::TarnPlayer& player) { player.setMute(muted); });
+}
+
+void PlayerController::setLooped(bool looped) {
+    command([looped](kelp::TarnPlayer& player) {
+        if (looped) {
+            player.setLoop();
+        } else {
+            player.clearLoop();
+        }
+    });
 }
 
 void PlayerController::setAudioDevice(const QString& name) {

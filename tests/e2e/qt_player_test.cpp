@@ -64,6 +64,7 @@ private slots:
     void playsAnotherTrackFromTheMenu();
     void savesThePicture();
     void stopsAndPlaysAgain();
+    void playsAFilmAgainAndAgain();
     void goesOnFromTheEnd();
     void saysWhyAFileCantBePlayed();
     void retriesASourceInsteadOfGivingUp();
@@ -464,6 +465,22 @@ void QtPlayerTest::stopsAndPlaysAgain() {
     QTest::mouseClick(find<QToolButton>("play"), Qt::LeftButton);
     EVENTUALLY(player().state() == State::Playing);
     EVENTUALLY(isPicture(shown(area())));
+}
+
+void QtPlayerTest::playsAFilmAgainAndAgain() {
+    find<QAction>("loop")->trigger();
+    open("short.mp4");
+    int turns = 0;
+    int lastMs = 0;
+    const auto watch = connect(&player(), &PlayerController::timeChanged, this, [&](int timeMs) {
+        turns += timeMs < lastMs;
+        lastMs = timeMs;
+    });
+    EVENTUALLY(turns >= 2 || player().state() == State::Completed);
+    QVERIFY(player().state() == State::Playing);
+    disconnect(watch);
+    find<QAction>("loop")->trigger();
+    EVENTUALLY(player().state() == State::Completed);
 }
 
 void QtPlayerTest::goesOnFromTheEnd() {

@@ -90,7 +90,7 @@ void BasePlayThread::startPendingSeeks(std::unique_lock<std::mutex>& lock) {
     while (const auto seekTimeMs = seekAsked_.take()) {
         landing_ = SeekLanding(seekRule_, static_cast<int>(*seekTimeMs));
         skipCount_ = 0;
-        lateStart_.begin(landing_.targetMs());
+        lateStart_.beginAnew(landing_.targetMs(), KelpTime::getTimeMs());
         steps_.begin(landing_.targetMs());
         lock.unlock();
         onSeekStart(landing_.targetMs());
@@ -160,10 +160,11 @@ std::shared_ptr<DecodedFrame> BasePlayThread::skipToTarget() {
 }
 
 bool BasePlayThread::isDue(const DecodedFrame& frame) {
+    const int64_t nowMs = KelpTime::getTimeMs();
     if (lateStart_.isUnseen()) {
-        lateStart_.comeTo(otherTimeMs());
+        lateStart_.comeTo(otherTimeMs(), nowMs);
     }
-    const int64_t remainingMs = lateStart_.remaining(frame.pts, KelpTime::getTimeMs(), paused_);
+    const int64_t remainingMs = lateStart_.remaining(frame.pts, nowMs, paused_);
     if (remainingMs <= 0) {
         return true;
     }

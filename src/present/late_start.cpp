@@ -11,6 +11,7 @@ namespace {
 // Streams that begin so much apart begin together: their first frames differ in length, or in what the encoder needs.
 constexpr int64_t kTogetherMs = 100;
 constexpr int64_t kLongestStepMs = 1000;  // a longer one means that the wall clock was set
+constexpr int64_t kLargestLeadMs = 1000;  // by which the other stream's thread may have begun anew before this one
 
 }  // namespace
 
@@ -19,6 +20,19 @@ void LateStart::begin(int64_t positionMs) {
     isLate_ = false;
     positionMs_ = positionMs;
     lookedMs_.reset();
+    anewMs_.reset();
+}
+
+void LateStart::beginAnew(int64_t positionMs, int64_t nowMs) {
+    begin(positionMs);
+    anewMs_ = nowMs;
+}
+
+void LateStart::comeTo(int64_t positionMs, int64_t nowMs) {
+    const int64_t playedMs = wrappingSubtract(positionMs, positionMs_);
+    if (playedMs > 0 && (!anewMs_ || playedMs <= wrappingAdd(wrappingSubtract(nowMs, *anewMs_), kLargestLeadMs))) {
+        positionMs_ = positionMs;
+    }
 }
 
 int64_t LateStart::remaining(int64_t pts, int64_t nowMs, bool isPaused) {

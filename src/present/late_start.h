@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <optional>
 
@@ -15,12 +14,15 @@ public:
 
     bool isWanted() const { return isWanted_; }
 
-    // Playback begins, or begins anew, at `positionMs`.
+    // Playback begins at `positionMs`.
     void begin(int64_t positionMs);
+    // It begins anew there, at `nowMs`, behind a seek.
+    void beginAnew(int64_t positionMs, int64_t nowMs);
 
-    // Between `begin` and the first look. The other stream may have begun meanwhile, and have come to `positionMs`.
+    // Before the first look. The other stream may have begun meanwhile, and have come to `positionMs`. Behind a seek it
+    // may also not have heard of that yet: a position that can't have been played since then is none.
     bool isUnseen() const { return isWanted_ && !isOver_ && !isLate_; }
-    void comeTo(int64_t positionMs) { positionMs_ = std::max(positionMs_, positionMs); }
+    void comeTo(int64_t positionMs, int64_t nowMs);
 
     // A pause was slept through: the time since the last look doesn't count.
     void hold() { lookedMs_.reset(); }
@@ -40,6 +42,7 @@ private:
     bool isLate_ = false;  // a frame waits
     int64_t positionMs_ = 0;
     std::optional<int64_t> lookedMs_;  // when the position was that
+    std::optional<int64_t> anewMs_;    // when playback began anew there; nothing at the start
 };
 
 }  // namespace kelp

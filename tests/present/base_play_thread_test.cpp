@@ -148,6 +148,30 @@ TEST_F(BasePlayThreadTest, LetsALateFirstFrameWaitForItsTime) {
     }
 }
 
+// The other thread tells the time before a seek until it has taken that.
+TEST_F(BasePlayThreadTest, LetsALateFirstFrameBehindASeekWaitForItsTime) {
+    for (const auto& [otherMs, waitedMs] : {std::pair(10'400, 600), {-1, 1000}, {60'000, 1000}}) {
+        RecordingPlayThread thread;
+        thread.takeOddStreams(60'000);
+        std::atomic<int64_t> shownMs{0};
+        thread.output = [&](int64_t) {
+            shownMs = FakeTime::nowMs();
+            return true;
+        };
+        thread.fill({60'000});
+        ASSERT_TRUE(thread.start());
+        ASSERT_TRUE(thread.waitFor("out 60000"));
+        thread.otherMs = otherMs;
+        thread.seek(10'000, true);
+        ASSERT_TRUE(thread.waitFor("start 10000"));
+        const int64_t beginMs = FakeTime::nowMs();
+        thread.fill({11'000});
+        ASSERT_TRUE(thread.waitFor("out 11000"));
+        thread.stop();
+        EXPECT_EQ(shownMs - beginMs, waitedMs) << otherMs;
+    }
+}
+
 // The queue, without a thread.
 
 TEST_F(BasePlayThreadTest, FillReturnsTheNewQueueSize) {

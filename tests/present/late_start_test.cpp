@@ -46,15 +46,30 @@ TEST(LateStart, CountsFromWhereTheOtherStreamHasCome) {
     LateStart start(true);
     start.begin(0);
     ASSERT_TRUE(start.isUnseen());
-    start.comeTo(6000);
+    start.comeTo(6000, kNowMs);
     EXPECT_EQ(start.remaining(10'000, kNowMs, false), 4000);
     EXPECT_FALSE(start.isUnseen());
     EXPECT_EQ(start.remaining(10'000, kNowMs + 900, false), 3100);
     // One that hasn't begun tells nothing.
     start.begin(600);
     ASSERT_TRUE(start.isUnseen());
-    start.comeTo(-1);
+    start.comeTo(-1, kNowMs);
     EXPECT_EQ(start.remaining(1000, kNowMs + 900, false), 400);
+}
+
+// The other stream tells the time before the seek until it has heard of that.
+TEST(LateStart, TakesNothingForPlayedSinceASeekThatCannotHaveBeen) {
+    LateStart start(true);
+    start.beginAnew(10'000, kNowMs);
+    start.comeTo(60'000, kNowMs + 500);
+    EXPECT_EQ(start.remaining(14'000, kNowMs + 500, false), 4000);
+    start.beginAnew(10'000, kNowMs);
+    start.comeTo(13'000, kNowMs + 3000);
+    EXPECT_EQ(start.remaining(14'000, kNowMs + 3000, false), 1000);
+    // Its thread has begun anew before this one.
+    start.beginAnew(10'000, kNowMs);
+    start.comeTo(10'900, kNowMs);
+    EXPECT_EQ(start.remaining(14'000, kNowMs, false), 3100);
 }
 
 TEST(LateStart, StandsInAPause) {

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cmath>
 #include <ctime>
 #include <functional>
 #include <limits>
@@ -90,37 +89,6 @@ TEST(ExternSyncWrapper, CutsNothingOffAtTheEndsOf32Bits) {
     EXPECT_EQ(wrapper.getNoSyncThreshold(), 0x1'0000'0000);
     change(wrapper, &low, kHighest);
     EXPECT_EQ(wrapper.getSyncPts(), -int64_t{0xFFFF'FFFF});
-}
-
-TEST(ExternSyncWrapper, ReadsItInMicrosecondsWithoutSteps) {
-    ExternSyncWrapper wrapper;
-    EXPECT_LT(wrapper.getSyncPtsUs(), std::numeric_limits<int64_t>::min() / 4);
-    EXPECT_EQ(wrapper.getSyncSpeed(), std::nullopt);
-    const std::unique_ptr<TarnSyncClock, void (*)(TarnSyncClock*)> clock(TarnSyncClock::create(50'000, 10'000),
-                                                                         &TarnSyncClock::destroy);
-    clock->setSpeed(2);
-    change(wrapper, clock.get(), 1000);
-    // In real time, as the clock and the wrapper see the same one only there.
-    for (int i = 0; i < 20; ++i) {
-        const int64_t beforeMs = wrapper.getSyncPts();
-        const int64_t us = wrapper.getSyncPtsUs();
-        EXPECT_GE(us, beforeMs * 1000 - 10'000);
-        EXPECT_LE(us, wrapper.getSyncPts() * 1000 + 10'000);
-        std::this_thread::sleep_for(std::chrono::milliseconds(3));
-    }
-    // A thread that was held up between the two clocks has put a reading beside the line.
-    const auto isSpeedKnown = [&] { return std::abs(wrapper.getSyncSpeed().value_or(0) - 2) <= 0.3; };
-    for (int i = 0; i < 2000 && !isSpeedKnown(); ++i) {
-        wrapper.getSyncPtsUs();
-        std::this_thread::sleep_for(std::chrono::milliseconds(3));
-    }
-    EXPECT_TRUE(isSpeedKnown()) << wrapper.getSyncSpeed().value_or(0);
-    // Nothing is left of a clock that was replaced.
-    FixedClock other(7, 1, true);
-    change(wrapper, &other, 0);
-    EXPECT_EQ(wrapper.getSyncPtsUs(), 7500);
-    change(wrapper, nullptr, 0);
-    EXPECT_LT(wrapper.getSyncPtsUs(), std::numeric_limits<int64_t>::min() / 4);
 }
 
 TEST(ExternSyncWrapper, ChangesItsClockInPlace) {

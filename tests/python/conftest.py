@@ -87,6 +87,8 @@ def pytest_collection_modifyitems(items: List[Any]) -> None:
 
 
 def pytest_collection_finish(session: Any) -> None:
+    if session.config.option.collectonly:
+        return
     for item in session.items:
         if _is_beside(item):
             _beside[item.nodeid] = _pool.submit(_run, item)

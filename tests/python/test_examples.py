@@ -8,7 +8,7 @@ import pathlib
 import re
 import subprocess
 import time
-from typing import Any, Dict, Iterator, List
+from typing import Any, Dict, Iterator, List, Tuple
 
 import pytest
 from conftest import LONG, PYTHON, ROOT, TOOLS_ENVIRONMENT, media, tool
@@ -71,24 +71,30 @@ class Screen:
         self._server.wait()
 
 
-class Showing:
-    """A program that shows the colour bars, watched from its start on."""
+@contextlib.contextmanager
+def showing(name: str, *arguments: str) -> "Iterator[Tuple[Screen, subprocess.Popen[str]]]":
+    """A program with a window, on a screen of its own."""
+    screen = Screen()
+    with contextlib.closing(screen):
+        process = screen.start(name, *arguments)
+        try:
+            yield screen, process
+        finally:
+            process.kill()
+            process.communicate()
 
-    def __init__(self, pool: concurrent.futures.Executor, name: str, *arguments: str) -> None:
-        self._screen = Screen()
-        self.process = self._screen.start(name, *arguments)
-        self.shows_bars = pool.submit(self._screen.shows_bars, self.process)
 
-    def ends(self) -> str:
-        """What it has written when it has ended by itself."""
-        text = self.process.communicate(timeout=2 * LONG)[0]
-        assert self.process.returncode == 0, text
+def shows_bars(name: str, *arguments: str) -> bool:
+    with showing(name, *arguments) as (screen, process):
+        return screen.shows_bars(process)
+
+
+def ends(name: str, *arguments: str) -> str:
+    """What it has written when it has ended by itself."""
+    with showing(name, *arguments) as (_, process):
+        text = process.communicate(timeout=2 * LONG)[0]
+        assert process.returncode == 0, text
         return text
-
-    def close(self) -> None:
-        self.process.kill()
-        self.process.communicate()
-        self._screen.close()
 
 
 @pytest.fixture(scope="module")
@@ -107,30 +113,26 @@ def computed(folder: pathlib.Path) -> "Iterator[Dict[str, concurrent.futures.Fut
 
 
 @pytest.fixture(scope="module")
-def showing(folder: pathlib.Path, computed: Any) -> Iterator[Dict[str, Showing]]:
-    """All programs with a window, at once, as each takes as long as the film."""
-    film = media("bars.mp4")
-    with concurrent.futures.ThreadPoolExecutor() as pool, contextlib.ExitStack() as stack:
-        programs = {}
-        for name, *more in (("minimal.py",), ("camera.py", str(folder / "camera.mp4")), ("tk_player.py",)):
-            programs[name] = Showing(pool, name, film, *more)
-            stack.callback(programs[name].close)
-        yield programs
+def long_bars(folder: pathlib.Path) -> str:
+    """Colour bars for a minute, so that a slow machine sees them too."""
+    film = str(folder / "bars.mp4")
+    tool("ffmpeg", "-v", "error", "-stream_loop", "14", "-i", media("bars.mp4"), "-c", "copy", film)
+    return film
 
 
-def test_the_shortest_host_shows_a_film_and_ends_with_it(showing: Dict[str, Showing]) -> None:
+def test_the_shortest_host_shows_a_film_and_ends_with_it(long_bars: str) -> None:
     assert len((EXAMPLES / "minimal.py").read_text().splitlines()) < 20
-    assert showing["minimal.py"].shows_bars.result()
-    showing["minimal.py"].ends()
+    assert shows_bars("minimal.py", long_bars)
+    ends("minimal.py", media("short.mp4"))
 
 
-def test_the_camera_is_watched_and_recorded(showing: Dict[str, Showing], folder: pathlib.Path) -> None:
-    assert showing["camera.py"].shows_bars.result()
-    assert f"{folder / 'camera.mp4'}: 4.0 s" in showing["camera.py"].ends()
+def test_the_camera_is_watched_and_recorded(long_bars: str, folder: pathlib.Path) -> None:
+    assert shows_bars("camera.py", long_bars, str(folder / "watched.mp4"))
+    assert f"{folder / 'camera.mp4'}: 4.0 s" in ends("camera.py", media("bars.mp4"), str(folder / "camera.mp4"))
 
 
-def test_the_desktop_player_shows_a_film(showing: Dict[str, Showing]) -> None:
-    assert showing["tk_player.py"].shows_bars.result()
+def test_the_desktop_player_shows_a_film(long_bars: str) -> None:
+    assert shows_bars("tk_player.py", long_bars)
 
 
 def test_thumbnails_become_a_picture(computed: Dict[str, Any], folder: pathlib.Path) -> None:

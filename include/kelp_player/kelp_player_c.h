@@ -542,7 +542,7 @@ KELP_C_API int kelp_player_set_packet_sink(kelp_player* player, kelp_packet_sink
 // 0.
 KELP_C_API int kelp_packet_sink_put_streams(kelp_packet_sink* sink, const kelp_packet_stream* const* streams,
                                             size_t count);
-// Hands a packet on. A recorder takes those that have an AVPacket, as all of a player's do.
+// Hands a packet on; its data may be null. A recorder takes those that have an AVPacket, as all of a player's do.
 KELP_C_API int kelp_packet_sink_put_packet(kelp_packet_sink* sink, const kelp_packet* packet);
 // Hands a gap on.
 KELP_C_API int kelp_packet_sink_put_gap(kelp_packet_sink* sink);

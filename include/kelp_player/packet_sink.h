@@ -61,8 +61,8 @@ struct Packet {
 //
 // All operations are called on the thread that reads, one at a time. Nothing is read while one runs, so a sink that
 // takes long makes the playback run dry; Statistics say how long it takes. It must not throw. `stop` waits for it, so
-// little may be called from here: of a KelpPlayer the `get` operations, `clearScreen`, `setPacketSink`, `runInWorker`,
-// `addTimer` and `removeTimer`; of a TarnPlayer `getTracks`, `getStatistics` and the last four alone.
+// little may be called from here: of a KelpPlayer the `get` operations, `clearScreen`, `takeSnapshot`, `setPacketSink`,
+// `runInWorker`, `addTimer` and `removeTimer`; of a TarnPlayer `getTracks`, `getStatistics` and the last five alone.
 class ExternPacketSink {
 public:
     // The streams of the packets to come: before the first one, and before the first one after another track was

@@ -49,8 +49,8 @@ struct SubtitlePictureSize {
 //
 // Both operations are called on the player's subtitle thread, one at a time. Nothing else waits for that thread, but
 // windows for their subtitles and `stop` for its end, so little may be called from here: of a KelpPlayer the `get`
-// operations, `clearScreen`, `setSubtitleSink`, `runInWorker`, `addTimer` and `removeTimer`; of a TarnPlayer
-// `getTracks`, `getStatistics` and the last four alone. They must not throw.
+// operations, `clearScreen`, `takeSnapshot`, `setSubtitleSink`, `runInWorker`, `addTimer` and `removeTimer`; of a
+// TarnPlayer `getTracks`, `getStatistics` and the last five alone. They must not throw.
 class ExternSubtitleSink {
 public:
     // What is to be seen has changed: it is all that stands now, nothing where all has gone. Comes when the picture is

@@ -10,6 +10,11 @@ static_assert(KELP_NO_TIME == kelp::Packet::kNoTime);
 
 namespace {
 
+kelp::TrackKind kindOf(int number) {
+    require(number >= KELP_TRACK_KIND_VIDEO && number <= KELP_TRACK_KIND_OTHER, "there is no such kind of track");
+    return static_cast<kelp::TrackKind>(number);
+}
+
 kelp_packet_stream translated(const kelp::PacketStream& from) {
     kelp_packet_stream to{};
     to.size = sizeof(to);
@@ -32,7 +37,7 @@ kelp_packet_stream translated(const kelp::PacketStream& from) {
 kelp::PacketStream translated(const kelp_packet_stream& from) {
     kelp::PacketStream to;
     to.track = from.track;
-    to.kind = static_cast<kelp::TrackKind>(from.kind);
+    to.kind = kindOf(from.kind);
     to.codec = from.codec ? from.codec : "";
     to.timeBaseNum = from.time_base_num;
     to.timeBaseDen = from.time_base_den;
@@ -128,7 +133,7 @@ int kelp_packet_sink_put_packet(kelp_packet_sink* sink, const kelp_packet* packe
         const kelp_packet known = needed(packet);
         kelp::Packet given;
         given.track = known.track;
-        given.kind = static_cast<kelp::TrackKind>(known.kind);
+        given.kind = kindOf(known.kind);
         given.data = known.data;
         given.size = known.data_size;
         given.pts = known.pts;

@@ -148,6 +148,7 @@ int kelp_player_get_duration(kelp_player* player) {
 
 int64_t kelp_player_get_info(kelp_player* player, int info) {
     return valueOf(__func__, player, int64_t{0}, [&](kelp_player& handle) {
+        require(info >= KELP_INFO_DURATION && info <= KELP_INFO_FPS, "there is no such information");
         return handle.player->getPlayDetailInfo(static_cast<kelp::TarnPlayerInfoType>(info));
     });
 }

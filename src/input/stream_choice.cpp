@@ -25,7 +25,7 @@ bool isEmptyFile(const std::string& name) {
 }
 
 bool isFromServer(const std::string& name) {
-    return isRemote(name) || name.starts_with("rtsp");
+    return isRemote(name) || name.starts_with("rtsp:") || name.starts_with("rtsps:");
 }
 
 constexpr const char* kUnreadable = "it ends too early, or can't be read";

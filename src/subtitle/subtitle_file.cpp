@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <string_view>
 #include <utility>
 
 #include "input/track_list.h"
@@ -37,8 +38,17 @@ int interrupt(void* isToGiveUp) {
     return (*static_cast<const std::function<bool()>*>(isToGiveUp))() ? 1 : 0;
 }
 
-// A pipe may keep a reader waiting where nobody can end that.
-bool isReadable(const std::string& path) {
+// A pipe may keep a reader waiting where nobody can end that: one in the file system, or one by its number. What is
+// made of several files may have one among them.
+bool isReadable(std::string_view path) {
+    for (const std::string_view around : {"cache:", "async:", "file:"}) {
+        path.remove_prefix(path.starts_with(around) ? around.size() : 0);
+    }
+    for (const std::string_view refused : {"pipe:", "fd:", "concat:", "concatf:", "subfile,", "cache:", "async:"}) {
+        if (path.starts_with(refused)) {
+            return false;
+        }
+    }
     std::error_code error;
     const auto status = std::filesystem::status(path, error);
     return !std::filesystem::exists(status) || std::filesystem::is_regular_file(status);

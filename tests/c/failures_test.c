@@ -72,7 +72,8 @@ void failures_test(void) {
     CHECK(kelp_player_set_speed(it.player, 0) == 0 && kelp_player_set_speed(it.player, -1) == 0);
     CHECK(kelp_player_set_sync_master(it.player, 3) == 0 && kelp_player_set_sync_master(it.player, -1) == 0);
     CHECK(kelp_player_enable_hw_decoder(it.player, 1, 4) == 0 && strstr(kelp_player_last_error(it.player), "mode"));
-    CHECK(kelp_player_get_info(it.player, 99) == 0);
+    CHECK(kelp_player_get_info(it.player, 99) == 0 && strstr(kelp_player_last_error(it.player), "get_info: "));
+    CHECK(kelp_player_get_info(it.player, -1) == 0);
     CHECK(kelp_player_set_option(it.player, "preset", NULL) == 0 && kelp_player_set_option(it.player, NULL, "") == 0);
     CHECK(kelp_player_add_frame_sink(it.player, NULL) == 0 && kelp_player_add_frame_sink(NULL, it.sink) == 0);
     CHECK(kelp_player_remove_frame_sink(it.player, NULL) == 0);

@@ -214,7 +214,8 @@ TEST_F(SecondFile, HurtsNothingWhereItCantBeRead) {
     const std::string pipe = folder_.path("pipe.srt");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     for (const std::string& file :
-         {folder_.path("missing.srt"), noise, folder_.path("folder.srt"), pipe, std::string("/dev/zero"),
+         {folder_.path("missing.srt"), noise, folder_.path("folder.srt"), pipe, "file:" + pipe, "cache:file:" + pipe,
+          "concat:" + beside_ + "|" + pipe, std::string("pipe:0"), std::string("/dev/zero"),
           std::string("http://127.0.0.1:1/none.srt"), std::string("nonsense://x"), mediaPath("small.mp4")}) {
         EXPECT_EQ(load("1", file), Loaded(2, 1)) << file;
         EXPECT_EQ(load("auto", file), Loaded(2, -1)) << file;

@@ -201,11 +201,13 @@ TEST_F(StreamChoice, SaysThatAServerCannotBeFound) {
         parser->close();
         return logLines(" can't be played: ").back();
     };
-    for (const std::string name :
-         {"http://server.invalid/film.mp4", "https://server.invalid/", "rtsp://server.invalid/"}) {
+    for (const std::string name : {"http://server.invalid/film.mp4", "https://server.invalid/",
+                                   "rtsp://server.invalid/", "rtsps://server.invalid/"}) {
         EXPECT_EQ(last(name), name + " can't be played: its server can't be found, or doesn't answer as it should\n");
     }
-    EXPECT_EQ(last("/film.mp4"), "/film.mp4 can't be played: it ends too early, or can't be read\n");
+    for (const std::string name : {"/film.mp4", "rtsp_film.mp4"}) {
+        EXPECT_EQ(last(name), name + " can't be played: it ends too early, or can't be read\n");
+    }
 }
 
 TEST_F(StreamChoice, SaysWhyNoStreamIsPlayed) {

@@ -1,5 +1,7 @@
 #include "output/parameter_sets.h"
 
+#include <algorithm>
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavcodec/bsf.h>
@@ -32,6 +34,12 @@ ParameterSets::ParameterSets(const AVCodecParameters& parameters) {
     filter_.reset(context);
     if (avcodec_parameters_copy(context->par_in, &parameters) < 0 || av_bsf_init(context) < 0) {
         filter_.reset();
+        return;
+    }
+    const std::unique_ptr<AVPacket, FreePacket> packet(av_packet_alloc());
+    if (packet && parameters.extradata_size > 0 && av_new_packet(packet.get(), parameters.extradata_size) >= 0) {
+        std::copy_n(parameters.extradata, parameters.extradata_size, packet->data);
+        described_ = in(*packet);
     }
 }
 

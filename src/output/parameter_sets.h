@@ -24,9 +24,12 @@ public:
     bool canBeFound() const { return filter_ != nullptr; }
     // With start codes; empty if there are none in it.
     std::vector<uint8_t> in(const AVPacket& packet);
+    // Likewise, of what was said of the stream when it was opened.
+    const std::vector<uint8_t>& described() const { return described_; }
 
 private:
     std::unique_ptr<AVBSFContext, FreeParameterSetsFilter> filter_;
+    std::vector<uint8_t> described_;
 };
 
 }  // namespace kelp

@@ -63,6 +63,13 @@ bool isFragmented(const AVOutputFormat& format) {
     return name == "mp4" || name == "mov";
 }
 
+// A configuration record of HEVC that leaves the parameter sets to the pictures.
+bool isEmptyRecord(const AVCodecParameters& parameters) {
+    constexpr int kArrays = 22;  // where their number stands
+    return parameters.extradata_size > 0 && parameters.extradata[0] == 1 &&
+           (parameters.extradata_size <= kArrays || parameters.extradata[kArrays] == 0);
+}
+
 struct Options {
     Options() = default;
     Options(const Options&) = delete;
@@ -176,17 +183,20 @@ std::string RecordingFile::addStream(const RecordedStreams::Stream& source, Trac
     return "";
 }
 
-// There are two forms. This is the one that all players take: the parameter sets stand in the description of the
-// stream, and the muxer takes them out of the pictures.
+// There are two forms. With "hvc1", which all players take, the parameter sets stand in the description of the stream
+// alone, and the muxer takes them out of the pictures. With "hev1" they may stand among these.
 std::string RecordingFile::describeHevc(Track& track, const AVPacket& first) {
     AVCodecParameters& parameters = *track.stream->codecpar;
-    parameters.codec_tag = MKTAG('h', 'v', 'c', '1');
+    parameters.codec_tag = isEmptyRecord(parameters) ? MKTAG('h', 'e', 'v', '1') : MKTAG('h', 'v', 'c', '1');
     parameterSets_ = std::make_unique<ParameterSets>(parameters);
     if (!parameterSets_->canBeFound()) {
         return "";
     }
-    // They may have changed since the source was opened.
+    // They may have changed since the source was opened; where they haven't, they needn't stand there.
     describedSets_ = parameterSets_->in(first);
+    if (describedSets_.empty()) {
+        describedSets_ = parameterSets_->described();
+    }
     if (describedSets_.empty()) {
         return "";
     }

@@ -97,6 +97,7 @@ public:
     }
     void all() { pictures(1 << 30); }
     void leaveSoundOut() { soundLeftOut_ = true; }
+    AVCodecParameters& video() { return *source_.video->codecpar; }
     void again() { avformat_seek_file(context_, -1, INT64_MIN, 0, INT64_MAX, 0); }
     void gap() { outlet_.gap(); }
     void end() { outlet_.end(); }
@@ -157,6 +158,13 @@ protected:
         return folder_.path(name);
     }
     std::string path(const std::string& name) const { return folder_.path(name); }
+    // One file behind the other.
+    std::string joined(const std::string& first, const std::string& second) const {
+        std::ofstream both(path("both.ts"), std::ios::binary);
+        both << std::ifstream(path(first), std::ios::binary).rdbuf()
+             << std::ifstream(path(second), std::ios::binary).rdbuf();
+        return path("both.ts");
+    }
 
     void expectWhole(const std::vector<std::string>& files, size_t from = 0) {
         for (const auto& file : files) {
@@ -404,13 +412,9 @@ TEST_F(RecorderTest, GoesOnInANewFileWhereTheDescriptionOfHevcChanges) {
     const std::string x265 = " -c:v libx265 -preset ultrafast -x265-params log-level=error:keyint=12 -pix_fmt yuv420p ";
     runFFmpeg("-f lavfi -i testsrc2=size=160x120:rate=25 -frames:v 25" + x265 + path("small.ts"));
     runFFmpeg("-f lavfi -i testsrc2=size=320x240:rate=25 -frames:v 25 -output_ts_offset 1" + x265 + path("large.ts"));
-    std::ofstream both(path("both.ts"), std::ios::binary);
-    for (const char* const part : {"small.ts", "large.ts"}) {
-        both << std::ifstream(path(part), std::ios::binary).rdbuf();
-    }
-    both.close();
+    const std::string both = joined("small.ts", "large.ts");
     ASSERT_TRUE(recorder_.start(path("grows.mp4")));
-    Feed feed(recorder_, path("both.ts"));
+    Feed feed(recorder_, both);
     feed.all();
     recorder_.stop();
     ASSERT_THAT(told_.ended, ElementsAre(path("grows.mp4"), path("grows-2.mp4")));
@@ -421,6 +425,45 @@ TEST_F(RecorderTest, GoesOnInANewFileWhereTheDescriptionOfHevcChanges) {
     }
     EXPECT_EQ(readVideo(told_.ended[0]).width, 160);
     EXPECT_EQ(readVideo(told_.ended[1]).width, 320);
+}
+
+// The source has said of the stream what its first key frame doesn't repeat.
+TEST_F(RecorderTest, KeepsTheFileWhereHevcRepeatsItsDescriptionLater) {
+    const std::string x265 = " -c:v libx265 -preset ultrafast -x265-params log-level=error:keyint=25 -pix_fmt yuv420p ";
+    const std::string film = "-f lavfi -i testsrc2=size=160x120:rate=25 -frames:v 25";
+    runFFmpeg(film + x265 + "-bsf:v filter_units=remove_types=32-34 " + path("bare.ts"));
+    runFFmpeg(film + " -output_ts_offset 2" + x265 + path("told.ts"));
+    const std::string both = joined("bare.ts", "told.ts");
+    ASSERT_TRUE(recorder_.start(path("one.mp4")));
+    Feed feed(recorder_, both);
+    ASSERT_GT(feed.video().extradata_size, 0);
+    feed.all();
+    recorder_.stop();
+    ASSERT_THAT(told_.ended, ElementsAre(path("one.mp4")));
+    expectHevcDescribed(told_.ended[0]);
+    EXPECT_EQ(complaintsOf(told_.ended[0]), "");
+    EXPECT_EQ(readVideo(told_.ended[0]).pictures.size(), 50U);
+}
+
+TEST_F(RecorderTest, LeavesTheDescriptionOfHevcToThePicturesWhereItsSourceDoes) {
+    runFFmpeg(
+        "-f lavfi -i testsrc2=size=160x120:rate=25 -frames:v 30 -c:v libx265 -preset ultrafast "
+        "-x265-params log-level=error:keyint=12:repeat-headers=1 -pix_fmt yuv420p -tag:v hev1 " +
+        path("hev1.mp4"));
+    for (const std::string to : {"mp4", "mov"}) {
+        const std::string file = path("of_hev1." + to);
+        ASSERT_TRUE(recorder_.start(file));
+        Feed feed(recorder_, path("hev1.mp4"));
+        ASSERT_GT(feed.video().extradata_size, 23);
+        feed.video().extradata[22] = 0;  // arrays of parameter sets
+        feed.video().extradata_size = 23;
+        feed.all();
+        recorder_.stop();
+        EXPECT_EQ(outputOf("ffprobe -v error -show_entries stream=codec_tag_string -of csv=p=0 " + file), "hev1\n");
+        EXPECT_EQ(complaintsOf(file), "");
+        EXPECT_TRUE(readVideo(file).pictures == readVideo(path("hev1.mp4")).pictures) << "other pictures";
+    }
+    EXPECT_EQ(told_.ended.size(), 2U);
 }
 
 TEST_F(RecorderTest, EndsWithAnEventWhenTheDiskIsFull) {

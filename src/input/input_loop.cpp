@@ -1,6 +1,7 @@
 #include "input/input_loop.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
 
 namespace kelp {
@@ -10,6 +11,7 @@ namespace {
 constexpr size_t kMostPieces = 1000;         // more turns than wait in the queues
 constexpr int64_t kMostApartUs = 2'000'000;  // that streams lie in an input
 constexpr int kMostEmptyTurns = 2;
+constexpr int64_t kMostWrongUs = 1'000'000;  // by which a film's length may be another one than it says
 
 int64_t roundedMs(int64_t us) {
     return (us + (us < 0 ? -500 : 500)) / 1000;
@@ -45,16 +47,16 @@ void InputLoop::setEnd(LoopTurn& turn) const {
     }
 }
 
-void InputLoop::take() {
+bool InputLoop::take() {
     std::lock_guard lock(mutex_);
-    isAsked_ = false;
+    isAsked_ = isGivenUp_ = false;
     if (loop_ == asked_) {
-        return;
+        return false;
     }
     loop_ = asked_;
     beginTurn();
     if (!loop_ && !turn_) {
-        return;
+        return true;
     }
     auto turn = std::make_shared<LoopTurn>(turn_ ? *turn_ : LoopTurn{});
     setEnd(*turn);
@@ -64,6 +66,7 @@ void InputLoop::take() {
     } else {
         pieces_.back().turn = turn_;
     }
+    return true;
 }
 
 void InputLoop::beginTurn() {
@@ -72,16 +75,17 @@ void InputLoop::beginTurn() {
     packets_ = emptyTurns_ = 0;
 }
 
-bool InputLoop::isBehind(Stream stream, int64_t decodedUs, int64_t shownUs) {
-    const bool isPicture = stream == Stream::Pictures;
-    const int64_t orderUs = isPicture ? decodedUs : shownUs;
-    if (orderUs >= turn_->toUs) {
-        (isPicture ? isPicturesRead_ : isSoundRead_) = true;
-        latestUs_ = std::max(latestUs_, orderUs);
-        return true;
+bool InputLoop::isBehind(Stream stream, int64_t orderUs) {
+    if (orderUs < turn_->toUs) {
+        return false;
     }
+    (stream == Stream::Pictures ? isPicturesRead_ : isSoundRead_) = true;
+    latestUs_ = std::max(latestUs_, orderUs);
+    return true;
+}
+
+void InputLoop::noteHandedOn(int64_t shownUs) {
     packets_ += shownUs >= turn_->fromUs && shownUs < turn_->toUs ? 1 : 0;
-    return false;
 }
 
 bool InputLoop::isRead(bool hasVideo, bool hasSound) const {
@@ -92,11 +96,14 @@ bool InputLoop::isRead(bool hasVideo, bool hasSound) const {
     return isAllRead || latestUs_ - turn_->toUs > kMostApartUs;
 }
 
-bool InputLoop::goRound(int64_t endUs) {
+bool InputLoop::goRound(int64_t endUs, int64_t durationUs) {
     const int64_t startUs = loop_->startMs * 1000;
     const int emptyTurns = packets_ > 0 ? 0 : emptyTurns_ + 1;
     if (!isEndMet() && endUs < turn_->toUs) {
-        knownEndUs_ = endUs;
+        // It may have broken off early, but hardly twice at the same place.
+        const bool isFilmEnd = durationUs <= 0 || std::abs(endUs - durationUs) <= kMostWrongUs || endUs == lastEndUs_;
+        knownEndUs_ = isFilmEnd ? endUs : knownEndUs_;
+        lastEndUs_ = endUs;
     }
     if (endUs <= startUs || emptyTurns > kMostEmptyTurns) {
         end();
@@ -120,8 +127,19 @@ bool InputLoop::goRound(int64_t endUs) {
     return true;
 }
 
+void InputLoop::cancelTurn() {
+    {
+        std::lock_guard lock(mutex_);
+        pieces_.pop_back();
+        turn_ = pieces_.back().turn;
+        isBent_ = turn_->shiftMs != 0 || pieces_.size() > 1;
+    }
+    end();
+}
+
 void InputLoop::end() {
     loop_.reset();
+    isGivenUp_ = true;
     auto turn = std::make_shared<LoopTurn>(*turn_);
     setEnd(*turn);
     turn_ = std::move(turn);
@@ -161,9 +179,9 @@ void InputLoop::forget() {
     turn_ = nullptr;
     pieces_.clear();
     isBent_ = false;
-    isAsked_ = false;
+    isAsked_ = isGivenUp_ = false;
     asked_.reset();
-    knownEndUs_ = LoopTurn::kOpen;
+    knownEndUs_ = lastEndUs_ = LoopTurn::kOpen;
     beginTurn();
 }
 

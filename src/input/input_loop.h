@@ -30,25 +30,32 @@ public:
     // Where the turn that is read begins.
     int64_t lastFromMs() const;
 
-    // Takes what was asked for; the turn that is read goes on in it.
-    void take();
+    // Takes what was asked for; the turn that is read goes on in it. Whether that is anything else than before.
+    bool take();
+    // Whether the loop that was taken last has had its end, with nothing in it or no way back. Any thread.
+    bool isGivenUp() const { return isGivenUp_.load(std::memory_order_relaxed); }
     bool isOn() const { return loop_.has_value(); }
     const Loop& loop() const { return *loop_; }
     // For the packets that are handed on; null where there was no loop since the last seek.
     const std::shared_ptr<const LoopTurn>& turn() const { return turn_; }
 
     enum class Stream { Pictures, Sound };
-    // A packet of the turn, by its time of decoding for pictures, and of showing: whether the turn is over for its
-    // stream.
-    bool isBehind(Stream stream, int64_t decodedUs, int64_t shownUs);
+    // A packet that was read, by its time of decoding for pictures, and of showing for sound: whether the turn is over
+    // for its stream.
+    bool isBehind(Stream stream, int64_t orderUs);
+    // A packet that is shown then was handed on.
+    void noteHandedOn(int64_t shownUs);
     // Whether the turn was read, of an input with these streams.
     bool isRead(bool hasVideo, bool hasSound) const;
     // Whether anything behind the turn was met.
     bool isEndMet() const { return isPicturesRead_ || isSoundRead_; }
 
-    // The turn ends at `endUs` of the film, and the next one is read. False if nothing was in it, for some turns now,
-    // or can be in the next one: then there is no loop any more.
-    bool goRound(int64_t endUs);
+    // The turn ends at `endUs` of the film, which lasts `durationUs` by what it says itself, 0 if it doesn't, and the
+    // next one is read. False if nothing was in it, for some turns now, or can be in the next one: then there is no
+    // loop any more.
+    bool goRound(int64_t endUs, int64_t durationUs = 0);
+    // The input couldn't go back: the turn before is read on, and there is no loop any more.
+    void cancelTurn();
     // There is no loop any more, and the turn is read on.
     void end();
 
@@ -73,14 +80,16 @@ private:
     std::deque<Piece> pieces_;  // in the order of their times, the last one is read; guarded by mutex_, as is asked_
     std::atomic<bool> isAsked_{false};
     std::atomic<bool> isBent_{false};
+    std::atomic<bool> isGivenUp_{false};
 
     std::optional<Loop> loop_;
     std::shared_ptr<const LoopTurn> turn_;
     int64_t knownEndUs_ = LoopTurn::kOpen;  // of the film, once it was met
+    int64_t lastEndUs_ = LoopTurn::kOpen;   // of the input as it was met last
     bool isPicturesRead_ = false;
     bool isSoundRead_ = false;
     int64_t latestUs_ = 0;  // of what was met behind the turn
-    int packets_ = 0;       // of the turn that are played
+    int packets_ = 0;       // of the turn that were handed on to be played
     int emptyTurns_ = 0;
 };
 

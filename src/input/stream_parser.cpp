@@ -48,7 +48,7 @@ void StreamParser::Run() {
             rest(Rest::kForeverMs, [this] { return !paused_; });  // not until a seek, which isn't taken here
             continue;
         }
-        if (const auto seekPosUs = seekAsked_.take()) {
+        if (const auto seekPosUs = takeSeek()) {
             processSeekRequest(*seekPosUs);
         }
         if (!reach_.isOpen()) {

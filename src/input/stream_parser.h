@@ -235,6 +235,9 @@ public:
     // In a loop `seekTimeMs` is on the line of playback, which is ahead of the film by `shiftMs` there.
     bool seek(int seekTimeMs, SeekRule rule = SeekRule::Standard, int64_t shiftMs = 0);
 
+    // Whether a seek was asked for of which the observer isn't told yet. Any thread.
+    bool isSeekPending() const { return seekAsked_.isPending() || isSeekTaken_; }
+
     // The loop to be read from here on, or none: at its end the input goes back to its beginning. Kept until `close`.
     void setLoop(std::optional<Loop> loop);
     // How the line of playback lies to the film; any thread.
@@ -355,9 +358,13 @@ private:
     // The loop that was asked for is read from here on.
     void changeLoop();
     bool isReadBeyondLoop() const;
-    // Notes a packet of the film and says whether the turn that is read is over for its stream.
+    // Says of a packet that was read whether the turn that is read is over for its stream.
     bool isBehindLoop(const AVPacket& packet);
     bool isTurnRead() const { return loop_.isOn() && loop_.isRead(videoStream_ != nullptr, audioStream_ != nullptr); }
+    // A packet that is handed on now.
+    void noteInLoop(const MediaPacket& packet);
+    // How long the input says it is; 0 for unknown.
+    int64_t statedLengthUs() const;
     // Where the turn that was read ends in the film.
     int64_t turnEndUs() const;
     // A loop was asked for at the end of the input: whether its next turn is read now.
@@ -365,6 +372,7 @@ private:
     // Begins the next turn. False if there can be none: there is no loop any more.
     bool goRound();
 
+    std::optional<int64_t> takeSeek();
     void processSeekRequest(int64_t lineUs);
     // Whether `packet` is kept until it is known that the seek has gone back far enough.
     bool holdUnsure(const AVPacket& packet);
@@ -393,6 +401,7 @@ private:
     std::atomic<int64_t> durationUs_{0};                  // ten hours if it is unknown
     std::atomic<bool> paused_{false};                     // as requested
     LatestTime seekAsked_;                                // in microseconds
+    std::atomic<bool> isSeekTaken_{false};                // and the observer not told
     std::atomic<SeekRule> seekRule_{SeekRule::Standard};  // of that, like the next
     std::atomic<int64_t> seekShiftMs_{0};
     InputLoop loop_;

@@ -15,6 +15,7 @@ extern "C" {
 #include <libavcodec/bsf.h>
 #include <libavcodec/packet.h>
 #include <libavformat/avformat.h>
+#include <libavutil/mathematics.h>
 }
 
 namespace kelp {
@@ -72,6 +73,7 @@ void StreamParser::dispatchAudio(const AVPacket* packet) {
     fillMediaPacketInfo(audioPacket, packet, audioStream_, /*isVideo=*/false);
     lastSoundMs_ = timeMs(*audioPacket);
     soundEnded_ = false;
+    noteInLoop(*audioPacket);
     observer_->onAudioPakcet(audioPacket);
     sendFirstPacket(audioPacket);
 }
@@ -91,9 +93,16 @@ bool StreamParser::dispatchVideo(AVPacket* packet) {
         extrapolator_->update(videoPacket->pts);
     }
     videoEnded_ = false;
+    noteInLoop(*videoPacket);
     observer_->onVideoPacket(videoPacket);
     sendFirstPacket(videoPacket);
     return true;
+}
+
+void StreamParser::noteInLoop(const MediaPacket& packet) {
+    if (loop_.isOn() && packet.timeBaseDen > 0) {
+        loop_.noteHandedOn(av_rescale(packet.pts, packet.timeBaseNum * AV_TIME_BASE, packet.timeBaseDen));
+    }
 }
 
 void StreamParser::sendFirstPacket(const std::shared_ptr<MediaPacket>& packet) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "clock/wrapping_math.h"
 #include "input/stream_parser.h"
@@ -44,7 +45,9 @@ void StreamParser::setLoop(std::optional<Loop> loop) {
 }
 
 void StreamParser::changeLoop() {
-    loop_.take();
+    if (!loop_.take()) {
+        return;
+    }
     const bool isBeyond = isReadBeyondLoop();
     Log::Debug(TAG, "the loop has changed, on:%d, beyond:%d\n", loop_.isOn(), isBeyond);
     if (observer_ && (isBeyond || loop_.isBent())) {
@@ -74,13 +77,15 @@ bool StreamParser::isBehindLoop(const AVPacket& packet) {
     }
     const AVStream& stream = isVideo ? *videoStream_ : *audioStream_;
     const int64_t start = isVideo ? startTimeInVideoTimeBase_ : startTimeInAudioTimeBase_;
-    const auto timeUs = [&](int64_t ticks, int64_t other) {
-        const int64_t best = ticks != AV_NOPTS_VALUE ? ticks : other;
-        return best == AV_NOPTS_VALUE ? 0
-                                      : av_rescale_q(wrappingSubtract(best, start), stream.time_base, AV_TIME_BASE_Q);
-    };
-    return loop_.isBehind(isVideo ? InputLoop::Stream::Pictures : InputLoop::Stream::Sound,
-                          timeUs(packet.dts, packet.pts), timeUs(packet.pts, packet.dts));
+    const auto [ticks, other] = isVideo ? std::pair(packet.dts, packet.pts) : std::pair(packet.pts, packet.dts);
+    const int64_t best = ticks != AV_NOPTS_VALUE ? ticks : other;
+    const int64_t orderUs =
+        best == AV_NOPTS_VALUE ? 0 : av_rescale_q(wrappingSubtract(best, start), stream.time_base, AV_TIME_BASE_Q);
+    return loop_.isBehind(isVideo ? InputLoop::Stream::Pictures : InputLoop::Stream::Sound, orderUs);
+}
+
+int64_t StreamParser::statedLengthUs() const {
+    return formatContext_->duration == AV_NOPTS_VALUE ? 0 : durationUs_.load();
 }
 
 int64_t StreamParser::turnEndUs() const {
@@ -90,18 +95,23 @@ int64_t StreamParser::turnEndUs() const {
     const int64_t videoUs = endUs(videoStream_, videoReach_);
     const int64_t audioUs = endUs(audioStream_, audioReach_);
     const bool isByPictures = videoUs > 0 && audioUs - videoUs <= kLongerSoundUs;
-    return std::min(isByPictures ? videoUs : std::max(videoUs, audioUs), loop_.turn()->toUs);
+    const int64_t readUs = isByPictures ? videoUs : std::max(videoUs, audioUs);
+    // A track that has just taken the place of the only one may not have been read yet.
+    return std::min(readUs > 0 ? readUs : statedLengthUs(), loop_.turn()->toUs);
 }
 
 bool StreamParser::goRound() {
     showUnmarked();
-    if (!loop_.goRound(turnEndUs())) {
+    if (!loop_.goRound(turnEndUs(), statedLengthUs())) {
         Log::Warn(TAG, "the loop is given up, there is nothing in it\n");
         return false;
     }
     const int64_t startMs = loop_.loop().startMs;
     Log::Debug(TAG, "the loop begins again at %lld ms\n", static_cast<long long>(startMs));
     forgetReading();
+    if (subtitleStreamIndex_ >= 0) {
+        subtitles_->onSubtitleTurn();
+    }
     foundKeyFrame_ = false;
     lastKeyFramePts_ = -1;
     unsure_.clear();
@@ -109,7 +119,7 @@ bool StreamParser::goRound() {
     seekPosUs_ = startMs * 1000;
     packets_->gap();
     if (!seekInput(seekPosUs_)) {
-        loop_.end();
+        loop_.cancelTurn();
         return false;
     }
     clearInputEnd();

@@ -1,6 +1,7 @@
 // Seeks of the parser: the request, and what its thread does about it.
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "clock/wrapping_math.h"
@@ -39,11 +40,24 @@ bool StreamParser::seek(int seekTimeMs, SeekRule rule, int64_t shiftMs) {
     return true;
 }
 
+// In this order: it is pending until the observer has been told.
+std::optional<int64_t> StreamParser::takeSeek() {
+    if (!seekAsked_.isPending()) {
+        return std::nullopt;
+    }
+    isSeekTaken_ = true;
+    return seekAsked_.take();
+}
+
 void StreamParser::processSeekRequest(int64_t lineUs) {
     if (observer_) {
         observer_->onSeekStart(static_cast<int>(lineUs / 1000));
     }
+    isSeekTaken_ = false;
     forgetReading();
+    if (subtitleStreamIndex_ >= 0) {
+        subtitles_->onSubtitleGap();
+    }
     const int64_t shiftMs = seekShiftMs_;
     const int64_t seekPosUs = std::max<int64_t>(lineUs - shiftMs * 1000, 0);
     loop_.seek(lineUs / 1000, shiftMs);

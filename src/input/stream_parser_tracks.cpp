@@ -311,9 +311,6 @@ void StreamParser::takeNextVideo() {
 void StreamParser::forgetReading() {
     readAgain_.forget();
     soundReadAgain_.forget();
-    if (subtitleStreamIndex_ >= 0) {
-        subtitles_->onSubtitleGap();
-    }
     soundFromMs_ = firstPacketMs_ = lastSoundMs_ = -1;
     videoReach_.lastTicks = audioReach_.lastTicks = -1;
     videoEnded_ = soundEnded_ = false;

@@ -20,6 +20,8 @@ public:
 
     // What comes next doesn't go on from what came last.
     virtual void onSubtitleGap() = 0;
+    // Nor does it at the next turn of a loop, but what was read up to its end is all there is.
+    virtual void onSubtitleTurn() = 0;
 
 protected:
     // Nobody deletes a taker through this interface.

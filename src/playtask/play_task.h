@@ -168,7 +168,7 @@ private:
     void onLoopChanged(int64_t lineMs) override;
     int64_t audibleTimeMs() override;
     int64_t heardMs() override;  // from the video play thread
-    int64_t seenMs() override;   // from the audio play thread
+    int64_t seenMs() override;   // from the threads of the sound
     int64_t shownTimeMs() override { return getCurrentTime(); }
     void onSoundReadAgain() override;
     void onLastTimes(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
@@ -329,6 +329,8 @@ private:
 
     // Whether the host is told of the first packet and frames that come now.
     bool isHostSeek() const { return seekFor_ == SeekFor::Host; }
+    // Of a first frame: also if the host awaits it since its own, and only a loop has gone back since.
+    bool isFirstTold(std::atomic<bool>& owed);
 
     // At an end of the input: whether it is to be told. If not, what waits goes on.
     bool endSeeks(bool (SeekTurns::*ending)());
@@ -431,8 +433,10 @@ private:
     std::atomic<bool> isResumeParked_{false};      // what waits for the end of a seek goes on behind steps
     // What was read to be played before this, on the line, isn't of the loop that was set.
     std::atomic<int64_t> unloopedToMs_{std::numeric_limits<int64_t>::min()};
-    std::atomic<bool> hasBegun_{false};  // a first frame has come since `play`
-    std::optional<Loop> loop_;           // that the host wants; guarded by optionsMutex_, as is the next
+    std::atomic<bool> hasBegun_{false};      // a first frame has come since `play`
+    std::atomic<bool> isPictureOwed_{true};  // no first frame has come since `play` or the host's seek
+    std::atomic<bool> isSoundOwed_{true};
+    std::optional<Loop> loop_;  // that the host wants; guarded by optionsMutex_, as is the next
     std::optional<Loop> playedLoop_;
     bool isRead_ = false;  // between `play` and `stop`; guarded by seekRunMutex_
     SelectedTracks selectedTracks_;

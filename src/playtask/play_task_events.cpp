@@ -162,9 +162,14 @@ int PlayTask::onSpeedUpSamples() {
     return audioPlay ? static_cast<int>(0u - static_cast<unsigned int>(audioPlay->getUnSyncSamples())) : 0;
 }
 
+bool PlayTask::isFirstTold(std::atomic<bool>& owed) {
+    const bool isOwed = owed.exchange(false);
+    return isHostSeek() || (isOwed && seekFor_ == SeekFor::Loop);
+}
+
 void PlayTask::firstVideoFrame(int64_t framePtsMs, SeekTurns::FrameOf of) {
     Log::Info(kTag, "%s, framePtsMs:%lld\n", "onFirstVideoFrame", static_cast<long long>(framePtsMs));
-    if (isHostSeek()) {
+    if (isFirstTold(isPictureOwed_)) {
         raise(EVENT_FIRST_VIDEO_FRAME, static_cast<int>(filmMs(framePtsMs)), 0, 0);
     }
     isShowing_ = hasBegun_ = true;
@@ -175,7 +180,7 @@ void PlayTask::firstVideoFrame(int64_t framePtsMs, SeekTurns::FrameOf of) {
 
 void PlayTask::firstAudioFrame(int64_t framePtsMs, SeekTurns::FrameOf of) {
     Log::Info(kTag, "%s, framePtsMs:%lld\n", "onFirstAudioFrame", static_cast<long long>(framePtsMs));
-    if (isHostSeek() && !isSoundOfStep_) {
+    if (isFirstTold(isSoundOwed_) && !isSoundOfStep_) {
         raise(EVENT_FIRST_AUDIO_FRAME, static_cast<int>(filmMs(framePtsMs)), 0, 0);
     }
     isShowing_ = hasBegun_ = true;

@@ -72,7 +72,8 @@ const char* PlayTask::obstacleTo(const Loop& loop) {
 int PlayTask::clampToLoop(int seekTimeMs) {
     const int targetMs = clampToDuration(seekTimeMs);
     std::lock_guard lock(optionsMutex_);
-    return playedLoop_ && targetMs >= playedLoop_->endMs ? static_cast<int>(playedLoop_->startMs) : targetMs;
+    const bool isIn = !playedLoop_ || targetMs < playedLoop_->endMs || streamParser_->loop().isGivenUp();
+    return isIn ? targetMs : static_cast<int>(playedLoop_->startMs);
 }
 
 int PlayTask::clampLoadTime(int seekTimeMs) {
@@ -96,9 +97,11 @@ void PlayTask::postLoopSeek() {
 }
 
 // It was noted ahead of the look at the seek that runs, and whoever ends one looks for it behind that: it isn't missed.
+// A seek that is pending in the parser makes it void when it begins, as all is read anew from there. The host's may be,
+// though none runs: a frame from before it may have ended it.
 void PlayTask::seekIntoLoop() {
     std::lock_guard lock(seekRunMutex_);
-    if (!isRead_ || !seekable_ || !seekTurns_.isIdle() || !hasBegun_) {
+    if (!isRead_ || !seekable_ || !seekTurns_.isIdle() || !hasBegun_ || streamParser_->isSeekPending()) {
         return;
     }
     const int64_t lineMs = lineTimeMs();

@@ -298,6 +298,7 @@ bool PlayTask::end(WindowList::Leaving leaving) {
     hasStepped_ = isSoundApart_ = isSoundOfStep_ = isResumeParked_ = false;
     unloopedToMs_ = std::numeric_limits<int64_t>::min();
     hasBegun_ = false;
+    isPictureOwed_ = isSoundOwed_ = true;
     {
         std::lock_guard lock(pauseMutex_);
         resume_ = Resume::None;

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <limits>
 
 #include "kelp_player/log.h"
 #include "playtask/play_task.h"
@@ -51,6 +52,9 @@ bool PlayTask::startSeek(int seekTimeMs, SeekRule rule, SeekFor seekFor, int64_t
         return true;
     }
     seekTurns_.start(seekTimeMs);
+    if (seekFor == SeekFor::Host) {
+        isPictureOwed_ = isSoundOwed_ = true;
+    }
     const bool isQueued =
         isInQueues && (rule == SeekRule::Standard ? seekInPacketQueues(seekTimeMs) : seekInQueues(seekTimeMs));
     return isQueued || (streamParser_ && streamParser_->seek(seekTimeMs, rule, shiftMs));
@@ -151,6 +155,7 @@ bool PlayTask::seekInQueues(int seekTimeMs) {
 
 void PlayTask::onSeekStart(int seekTimeMs) {
     seekTurns_.taken();
+    unloopedToMs_ = std::numeric_limits<int64_t>::min();  // nothing of what was read is played any more
     isShowing_ = false;
     isSoundApart_ = isSoundApart_ && seekFor_ == SeekFor::Step;
     if (const auto videoDecode = videoDecodeThread_.load()) {

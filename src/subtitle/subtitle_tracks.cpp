@@ -43,6 +43,13 @@ void SubtitleTracks::onSubtitleGap() {
     }
 }
 
+// What is known stays, pictures too: what begins behind the turn isn't shown in it, and what comes again is known.
+void SubtitleTracks::onSubtitleTurn() {
+    if (decoder_) {
+        decoder_->flush();
+    }
+}
+
 void SubtitleTracks::choose(int number) {
     chosen_ = number;
     isAny_ = isAny_ || number != kNone;

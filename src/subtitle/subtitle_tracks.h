@@ -25,6 +25,7 @@ public:
     void onSubtitleStream(const AVFormatContext& input, const AVStream& stream, int64_t originUs) override;
     void onSubtitlePacket(const AVPacket& packet) override;
     void onSubtitleGap() override;
+    void onSubtitleTurn() override;
 
     // A track that is known whole, and that the parser doesn't know.
     void add(int number, std::shared_ptr<SubtitleTrack> track);

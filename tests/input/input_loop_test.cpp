@@ -12,9 +12,10 @@ using Stream = InputLoop::Stream;
 // Reads a turn of pictures every 40 ms and of sound every 20, up to `endUs` of the film. Whether it was read before.
 bool readTurn(InputLoop& loop, int64_t fromUs, int64_t endUs) {
     for (int64_t us = fromUs; us < endUs; us += 20'000) {
-        loop.isBehind(Stream::Sound, us, us);
-        if (us % 40'000 == 0) {
-            loop.isBehind(Stream::Pictures, us, us);
+        for (const auto stream : {Stream::Sound, Stream::Pictures}) {
+            if ((stream == Stream::Sound || us % 40'000 == 0) && !loop.isBehind(stream, us)) {
+                loop.noteHandedOn(us);
+            }
         }
         if (loop.isRead(true, true)) {
             return true;
@@ -62,12 +63,12 @@ TEST(InputLoop, IsReadWhenPicturesAndSoundAre) {
     InputLoop loop;
     loop.ask(Loop{0, 1000});
     loop.take();
-    EXPECT_FALSE(loop.isBehind(Stream::Pictures, 960'000, 1'040'000)) << "others may refer to it";
-    EXPECT_TRUE(loop.isBehind(Stream::Pictures, 1'000'000, 1'000'000));
+    EXPECT_FALSE(loop.isBehind(Stream::Pictures, 960'000)) << "others may refer to it";
+    EXPECT_TRUE(loop.isBehind(Stream::Pictures, 1'000'000));
     EXPECT_FALSE(loop.isRead(true, true));
     EXPECT_TRUE(loop.isRead(true, false));
-    EXPECT_FALSE(loop.isBehind(Stream::Sound, 990'000, 990'000));
-    EXPECT_TRUE(loop.isBehind(Stream::Sound, 1'010'000, 1'010'000));
+    EXPECT_FALSE(loop.isBehind(Stream::Sound, 990'000));
+    EXPECT_TRUE(loop.isBehind(Stream::Sound, 1'010'000));
     EXPECT_TRUE(loop.isRead(true, true));
 }
 
@@ -75,9 +76,9 @@ TEST(InputLoop, DoesntWaitForAStreamThatIsOver) {
     InputLoop loop;
     loop.ask(Loop{0, 1000});
     loop.take();
-    EXPECT_TRUE(loop.isBehind(Stream::Pictures, 3'000'000, 3'000'000));
+    EXPECT_TRUE(loop.isBehind(Stream::Pictures, 3'000'000));
     EXPECT_FALSE(loop.isRead(true, true));
-    EXPECT_TRUE(loop.isBehind(Stream::Pictures, 3'040'000, 3'040'000));
+    EXPECT_TRUE(loop.isBehind(Stream::Pictures, 3'040'000));
     EXPECT_TRUE(loop.isRead(true, true));
 }
 
@@ -102,8 +103,10 @@ TEST(InputLoop, IsGivenUpWhereThereIsNothingInIt) {
     readTurn(loop, 0, 1'000'000);
     EXPECT_FALSE(loop.goRound(1'000'000)) << "the film ends before it";
     EXPECT_FALSE(loop.isOn());
+    EXPECT_TRUE(loop.isGivenUp());
     loop.ask(Loop{500, 600});
-    loop.take();
+    EXPECT_TRUE(loop.take());
+    EXPECT_FALSE(loop.isGivenUp());
     readTurn(loop, 0, 1'000'000);
     EXPECT_TRUE(loop.goRound(600'000));
     EXPECT_TRUE(loop.goRound(600'000));
@@ -111,6 +114,69 @@ TEST(InputLoop, IsGivenUpWhereThereIsNothingInIt) {
     EXPECT_FALSE(loop.goRound(600'000));
     EXPECT_FALSE(loop.isOn());
     EXPECT_EQ(loop.turn()->toUs, LoopTurn::kOpen);
+}
+
+TEST(InputLoop, IsGivenUpWhereWhatIsReadIsNeverHandedOn) {
+    InputLoop loop;
+    loop.ask(Loop{});
+    loop.take();
+    for (int turn = 0; turn < 3; ++turn) {
+        EXPECT_FALSE(loop.isBehind(Stream::Pictures, 500'000));
+        EXPECT_EQ(loop.goRound(1'000'000), turn < 2);
+    }
+}
+
+TEST(InputLoop, SaysWhetherAnythingHasChanged) {
+    InputLoop loop;
+    loop.ask(std::nullopt);
+    EXPECT_FALSE(loop.take());
+    loop.ask(Loop{0, 1000});
+    EXPECT_TRUE(loop.take());
+    loop.ask(Loop{0, 1000});
+    EXPECT_FALSE(loop.take());
+    loop.ask(std::nullopt);
+    EXPECT_TRUE(loop.take());
+}
+
+TEST(InputLoop, TakesNoEarlyEndForTheFilms) {
+    constexpr int64_t kLengthUs = 60'000'000;
+    InputLoop loop;
+    loop.ask(Loop{});
+    loop.take();
+    const auto endAt = [&loop](int64_t us) {
+        readTurn(loop, 0, 40'000);
+        EXPECT_TRUE(loop.goRound(us, kLengthUs));
+        return loop.turn()->toUs;
+    };
+    EXPECT_EQ(endAt(4'000'000), LoopTurn::kOpen);
+    EXPECT_EQ(endAt(5'000'000), LoopTurn::kOpen);
+    EXPECT_EQ(endAt(59'500'000), 59'500'000);
+    loop.forget();
+    loop.ask(Loop{});
+    loop.take();
+    EXPECT_EQ(endAt(4'000'000), LoopTurn::kOpen);
+    EXPECT_EQ(endAt(4'000'000), 4'000'000) << "it is as long as that, whatever it says";
+}
+
+TEST(InputLoop, PlaysTheTurnOnIfTheNextOneCantBeRead) {
+    InputLoop loop;
+    loop.ask(Loop{2000, 4000});
+    loop.take();
+    for (const int64_t shiftMs : {0, 2000}) {
+        readTurn(loop, 0, 60'000'000);
+        ASSERT_TRUE(loop.goRound(4'000'000));
+        loop.cancelTurn();
+        EXPECT_FALSE(loop.isOn());
+        EXPECT_TRUE(loop.isGivenUp());
+        EXPECT_EQ(loop.turn()->shiftMs, shiftMs);
+        EXPECT_EQ(loop.turn()->toUs, LoopTurn::kOpen);
+        EXPECT_EQ(loop.filmMs(10'000), 10'000 - shiftMs);
+        EXPECT_EQ(loop.isBent(), shiftMs != 0);
+        loop.ask(Loop{2000, 4000});
+        loop.take();
+        readTurn(loop, 0, 60'000'000);
+        ASSERT_TRUE(loop.goRound(4'000'000));
+    }
 }
 
 TEST(InputLoop, IsPlayedOnFromWhenItEnds) {

@@ -12,8 +12,8 @@ extern "C" {
 
 namespace kelp::test {
 
-// Writes down what the parser tells of subtitles: "stream NUMBER ORIGIN", "packet PTS", "gap". Read it when the parser
-// has stopped.
+// Writes down what the parser tells of subtitles: "stream NUMBER ORIGIN", "packet PTS", "gap", "turn". Read it when the
+// parser has stopped.
 class RecordingTaker : public SubtitleTaker {
 public:
     virtual ~RecordingTaker() = default;
@@ -23,6 +23,7 @@ public:
     }
     void onSubtitlePacket(const AVPacket& packet) override { calls.push_back("packet " + std::to_string(packet.pts)); }
     void onSubtitleGap() override { calls.emplace_back("gap"); }
+    void onSubtitleTurn() override { calls.emplace_back("turn"); }
 
     std::vector<std::string> calls;
 };

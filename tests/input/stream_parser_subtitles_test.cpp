@@ -143,6 +143,17 @@ TEST_F(StreamParserSubtitles, KnowOfASeek) {
     EXPECT_THAT(subtitles->calls, ElementsAre("stream 2 0", "packet 100", "gap", "packet 10100"));
 }
 
+TEST_F(StreamParserSubtitles, StayKnownAtATurnOfALoop) {
+    openWith(2);
+    parser->setLoop(Loop{0, 1000});
+    script.key(0).audio(0);
+    subtitle(100);
+    script.key(90'000).audio(44'100).key(0);
+    subtitle(100);
+    runScript();
+    EXPECT_THAT(subtitles->calls, ElementsAre("stream 2 0", "packet 100", "turn", "packet 100"));
+}
+
 TEST_F(StreamParserSubtitles, AreReadFromBeforeWhatIsSeenAndNothingElseTwice) {
     openWith(PlaybackOptions::kAutoTrack);
     observer->shownMs = 15'000;

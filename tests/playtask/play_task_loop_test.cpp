@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <future>
 #include <limits>
 
 #include "playtask/play_task_peer.h"
@@ -82,6 +84,41 @@ TEST_F(PlayTaskLoop, LoadsFromItsStartBehindItsEnd) {
     ASSERT_TRUE(under.task->play());
     ASSERT_TRUE(under.waitFor(EVENT_FIRST_PACKET));
     EXPECT_LE(under.eventsOf(EVENT_FIRST_PACKET).front().a, 1000);
+}
+
+TEST_F(PlayTaskLoop, NeedsNoSeekOfItsOwnBehindTheHosts) {
+    load("video.mp4");
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
+    under.drainWorker();
+    LogCapture log;
+    std::promise<void> isSought;
+    under.worker->task([sought = isSought.get_future().share()] { sought.wait(); });
+    under.fromParser().onLoopChanged(std::numeric_limits<int64_t>::max());
+    under.fromParser().onSeekStart(100);
+    isSought.set_value();
+    under.drainWorker();
+    for (const auto& line : linesOf(log)) {
+        EXPECT_FALSE(line.ends_with(" ms\n") && line.starts_with("[StreamParser]: seek to ")) << line;
+    }
+}
+
+TEST_F(PlayTaskLoop, TellsTheFirstFramesThatAreOwed) {
+    load("video.mp4");
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
+    LogCapture log;
+    under.fromParser().onLoopChanged(std::numeric_limits<int64_t>::max());
+    ASSERT_TRUE(under.waitUntil([&] {
+        return std::ranges::any_of(linesOf(log),
+                                   [](const auto& line) { return line.starts_with("[StreamParser]: seek to "); });
+    }));
+    for (int i = 0; i < 2; ++i) {
+        under.fromVideoPlay().onFirstVideoFrame(0);
+        under.fromAudioPlay().onFirstAudioFrame(0);
+        EXPECT_EQ(under.eventsOf(EVENT_FIRST_VIDEO_FRAME).size(), 1U);
+        EXPECT_EQ(under.eventsOf(EVENT_FIRST_AUDIO_FRAME).size(), 1U);
+    }
 }
 
 TEST_F(PlayTaskLoop, TellsNoEndAndLastsOverAStop) {

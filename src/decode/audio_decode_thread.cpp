@@ -80,13 +80,15 @@ void AudioDecodeThread::changeTrack(std::shared_ptr<const CodecInfo> track) {
 void AudioDecodeThread::changeTurn(std::shared_ptr<const LoopTurn> turn) {
     const bool follows = !isEmpty_ && turn && turn->shiftMs != (turn_ ? turn_->shiftMs : 0);
     if (follows && decoder_) {
-        AudioPacket end;  // makes it give out what it still holds
-        decoder_->insertPacket(&end);
+        if (!isDrained_) {
+            AudioPacket end;  // makes it give out what it still holds
+            decoder_->insertPacket(&end);
+        }
         decoder_->flush();
     }
     turn_ = std::move(turn);
     if (follows) {
-        loopSound_.follow(turn_);
+        loopSound_.follow(turn_, observer_ ? observer_->seenMs() : -1);
         aim(static_cast<int>(turn_->lineFromMs()), /*flush=*/true);
     } else {
         loopSound_.setTurn(turn_);
@@ -145,6 +147,7 @@ void AudioDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
         }
         isEmpty_ = false;
     }
+    isDrained_ = !packet->data;
     if (decoder_) {
         decoder_->setNeededFrom(neededFromMs());
         decoder_->insertPacket(packet.get());

@@ -31,6 +31,8 @@ public:
 
     // Frames that wait for output.
     virtual int onAudioFrameQueueSize() = 0;
+    // The time of the picture that is shown, on the line of playback; below 0 for none.
+    virtual int64_t seenMs() { return -1; }
     // A packet has left the queue, and is about to be decoded.
     virtual void onAudioPacketTaken() {}
 
@@ -113,7 +115,8 @@ private:
     std::shared_ptr<IAudioDecoder> decoder_;  // from open to onExit; empty for a track whose decoder doesn't open
     std::shared_ptr<const CodecInfo> track_;  // as the packets name it, like the next
     std::shared_ptr<const LoopTurn> turn_;
-    bool isEmpty_ = true;  // the decoder: nothing came since the last flush
+    bool isEmpty_ = true;     // the decoder: nothing came since the last flush
+    bool isDrained_ = false;  // it has given out all that it held, at an end
     LoopSound loopSound_{[this](std::shared_ptr<AudioFrameInfo> frame) { deliver(std::move(frame)); }};
     std::atomic<bool> isHurried_{false};  // by readAgain
     DecodeCounts counts_;

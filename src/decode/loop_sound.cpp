@@ -13,6 +13,7 @@ namespace {
 constexpr int64_t kJitterMs = 40;           // by which a frame's time may be wrong
 constexpr int64_t kMostOverlapSeconds = 2;  // times that go farther back begin anew
 constexpr int64_t kMostSilenceSeconds = 1;  // a longer gap is one of the film
+constexpr int64_t kMostSeamSeconds = 60;    // or, at the seam of two turns, too much to be held
 constexpr int64_t kJoinMs = 5;
 constexpr int64_t kSilentBlock = 1024;
 constexpr int kLoudest = 32767;
@@ -31,10 +32,12 @@ int64_t LoopSound::beginOf(const AudioFrameInfo& frame) const {
     return next_ != kUnknown && std::abs(place - next_) < jitter ? next_ : place;
 }
 
-void LoopSound::follow(std::shared_ptr<const LoopTurn> turn) {
+void LoopSound::follow(std::shared_ptr<const LoopTurn> turn, int64_t shownMs) {
     if (canCut() && done_ != kUnknown) {
-        fill(placeOf(turn->lineFromUs()) - done_);
+        shown_ = placeOf(shownMs * 1000);
+        fillSeam(placeOf(turn->lineFromUs()));
     }
+    isSeam_ = true;
     turn_ = std::move(turn);
     next_ = kUnknown;
     isJoinDue_ = true;
@@ -42,6 +45,7 @@ void LoopSound::follow(std::shared_ptr<const LoopTurn> turn) {
 
 void LoopSound::reset() {
     next_ = done_ = kUnknown;
+    isSeam_ = false;
     last_.clear();
     joinLeft_ = 0;
 }
@@ -69,8 +73,8 @@ void LoopSound::take(std::shared_ptr<AudioFrameInfo> frame) {
         pattern_->allocBuffer = frame->allocBuffer;
         pattern_->freeBuffer = frame->freeBuffer;
     }
-    if (done_ != kUnknown) {
-        fill(begin - done_);
+    if (const bool isSeam = std::exchange(isSeam_, false); done_ != kUnknown) {
+        isSeam ? fillSeam(begin) : fillTo(begin, kMostSilenceSeconds);
     }
     if (begin > place || end < next_ || turn_->isEntered()) {
         frame->dataSize = static_cast<unsigned int>((end - begin) * frameBytes);
@@ -84,8 +88,17 @@ void LoopSound::take(std::shared_ptr<AudioFrameInfo> frame) {
     output_(std::move(frame));
 }
 
-void LoopSound::fill(int64_t samples) {
-    if (samples <= 0 || samples > kMostSilenceSeconds * spec_.sampleRate || !pattern_ || !pattern_->allocBuffer) {
+// Silence that comes late would hold up the pictures where they follow the sound.
+void LoopSound::fillSeam(int64_t place) {
+    if (place - done_ > kMostSilenceSeconds * spec_.sampleRate) {
+        done_ = std::clamp(shown_, done_, place);
+    }
+    fillTo(place, kMostSeamSeconds);
+}
+
+void LoopSound::fillTo(int64_t place, int64_t seconds) {
+    int64_t samples = place - done_;
+    if (samples <= 0 || samples > seconds * spec_.sampleRate || !pattern_ || !pattern_->allocBuffer) {
         isJoinDue_ = isJoinDue_ || samples > 0;
         return;
     }

@@ -29,8 +29,9 @@ public:
 
     void setSpec(AudioOutputSpec spec) { spec_ = spec; }
 
-    // The frames from here on are of `turn`, and follow those of the turn before.
-    void follow(std::shared_ptr<const LoopTurn> turn);
+    // The frames from here on are of `turn`, and follow those of the turn before. Of what is missing there, what lies
+    // before `shownMs` on the line of playback has gone by.
+    void follow(std::shared_ptr<const LoopTurn> turn, int64_t shownMs = -1);
     // The turn is this one: the loop has changed.
     void setTurn(std::shared_ptr<const LoopTurn> turn) { turn_ = std::move(turn); }
     // The frames from here on don't follow.
@@ -43,7 +44,10 @@ private:
     // Where `frame` begins.
     int64_t beginOf(const AudioFrameInfo& frame) const;
     bool canCut() const { return spec_.sampleFormat == 1 && spec_.channels > 0 && spec_.sampleRate > 0; }
-    void fill(int64_t samples);
+    // Silence up to `place`, or nothing if more than `seconds` are missing.
+    void fillTo(int64_t place, int64_t seconds);
+    // The same at the seam of two turns, where no sound leads over to what comes.
+    void fillSeam(int64_t place);
     void join(short* samples, int64_t count);
 
     static constexpr int64_t kUnknown = std::numeric_limits<int64_t>::min();
@@ -53,6 +57,8 @@ private:
     std::shared_ptr<const LoopTurn> turn_;
     int64_t next_ = kUnknown;  // the place behind the frame before, as it came
     int64_t done_ = kUnknown;  // behind the last sample that went out
+    bool isSeam_ = false;      // nothing of the turn has gone out yet
+    int64_t shown_ = kUnknown;
 
     std::vector<int> last_;     // for each channel the last sample that went out; empty for none
     std::vector<int> offsets_;  // and what is added to the first that is joined

@@ -11,6 +11,7 @@
 #include "decode/audio_decoder_factory.h"
 #include "decode/audio_library_fakes.h"
 #include "decode/audio_test_support.h"
+#include "input/loop_turn.h"
 #include "kelp_player/codec_info.h"
 #include "support/fake_time.h"
 #include "support/log_capture.h"
@@ -230,6 +231,26 @@ TEST_F(AudioDecodeThreadTest, ChangesTheDecoderWithTheTrackOfThePackets) {
     EXPECT_THAT(events.waitFor(14),
                 ElementsAre("open 0", "spec 2 48000 1", "sync on", "packet 0", "frame 0", "close", "open 1",
                             "spec 2 48000 1", "sync on", "track", "packet 10", "frame 10", "packet 20", "frame 20"));
+}
+
+TEST_F(AudioDecodeThreadTest, EmptiesTheDecoderOnceBetweenTwoTurns) {
+    run();
+    const auto packetOfTurn = [](int64_t shiftMs) {
+        auto packet = makeAudioPacket(0);
+        packet->turn = std::make_shared<LoopTurn>(LoopTurn{shiftMs * 1000, shiftMs, 0, LoopTurn::kOpen});
+        return packet;
+    };
+    decoder->framesPerPacket = 0;
+    thread->fillPacket(packetOfTurn(0));
+    thread->fillPacket(packetOfTurn(1000));
+    auto end = std::make_shared<AudioPacket>();
+    end->pts = 77;
+    thread->fillPacket(end);
+    thread->fillPacket(packetOfTurn(2000));
+    const auto all = events.waitFor(9);
+    EXPECT_EQ(
+        std::vector(all.begin() + 2, all.end()),
+        (std::vector<std::string>{"packet 0", "packet -1", "flush", "packet 0", "packet 77", "flush", "packet 0"}));
 }
 
 TEST_F(AudioDecodeThreadTest, IsSilentWhereTheDecoderOfATrackDoesNotOpen) {

@@ -118,6 +118,34 @@ TEST_F(LoopSoundTest, IsSilentWhereSoundIsMissing) {
     EXPECT_EQ(heard.size(), 2U * kRate);
 }
 
+TEST_F(LoopSoundTest, IsSilentUpToTheSeamHoweverMuchIsMissing) {
+    const auto first = turn(0, -1, 10'000'000);
+    sound.setTurn(first);
+    play(*first, 0, 4 * kRate);
+    const auto next = turn(10'000'000, 0, 10'000'000);
+    sound.follow(next, 4000);
+    EXPECT_EQ(heard.size(), 10U * kRate);
+    play(*next, 3 * kRate, 5 * kRate);
+    EXPECT_EQ(heard.size(), 15U * kRate);
+    EXPECT_EQ(heard[13 * kRate - 1], 0);
+    heard.clear();
+    play(*next, 7 * kRate, 8 * kRate);
+    EXPECT_EQ(heard.size(), 1U * kRate) << "a gap of the film";
+}
+
+TEST_F(LoopSoundTest, LeavesOutTheSilenceThatHasGoneBy) {
+    const auto first = turn(0, -1, 10'000'000);
+    sound.setTurn(first);
+    play(*first, 0, 4 * kRate);
+    heard.clear();
+    const auto next = turn(10'000'000, 0, 10'000'000);
+    sound.follow(next, 9000);
+    EXPECT_EQ(firstMs, 9000);
+    EXPECT_EQ(heard.size(), 1U * kRate);
+    play(*next, 0, kRate);
+    EXPECT_EQ(heard.size(), 2U * kRate);
+}
+
 TEST_F(LoopSoundTest, GoesOnWithoutAClick) {
     // Cut where it is loudest, so that it would jump by the whole wave.
     film = [](int64_t sample) {

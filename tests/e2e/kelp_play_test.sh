@@ -38,7 +38,7 @@ size=$(ffprobe -v error -show_entries stream=width,height -of csv=p=0 "$scratch/
 [ "$size" = 64,48 ] || fail "the snapshot of VP8 is $size"
 expect 1 --headless --option preset=standard "$media/codecs/vp8_opus.webm"
 
-timeout 4 "$program" --headless --loop "$media/short.mp4" >"$scratch/out" 2>&1 </dev/null
+timeout -k 10 8 "$program" --headless --loop "$media/short.mp4" >"$scratch/out" 2>&1 </dev/null
 [ $? = 124 ] || fail "kelp_play --loop ends with the film"
 
 # A record of what is played: every picture, and nothing to complain about.

@@ -25,7 +25,6 @@ void SeekSkip::aim(int64_t targetMs, bool flush) {
         neededFromMs_ = kNone;
         lateToMs_ = kNone;
         earliestMs_ = kNone;
-        isKeyAwaited_ = false;
         lastTakenMs_ = kNone;
         holder_ = {};
     }
@@ -36,36 +35,29 @@ void SeekSkip::aim(int64_t targetMs, bool flush) {
 int SeekSkip::countDropped(const Packets& waiting, std::optional<int64_t> dueMs) {
     const bool isLate = dueMs && !waiting.empty() && waiting.front()->data && !waiting.front()->turn &&
                         lineTimeMs(*waiting.front()) < *dueMs;
-    if (!isLate && !isKeyAwaited_) {
+    if (!isLate) {
         return 0;
     }
-    const bool wasKeyAwaited = isKeyAwaited_;
-    const bool isHopeless = isKeyAwaited_ || wrappingSubtract(*dueMs, lineTimeMs(*waiting.front())) > kHopelessMs;
+    const bool isHopeless = wrappingSubtract(*dueMs, lineTimeMs(*waiting.front())) > kHopelessMs;
     size_t dropped = 0;
-    const MediaPacket* key = nullptr;  // that ends what is dropped
-    isKeyAwaited_ = isHopeless;
     for (size_t i = 0; i < waiting.size(); ++i) {
         const auto* const packet = dynamic_cast<const VideoPacket*>(waiting[i].get());
         // The end, an order, a loop, whose lead-in only looks late, or another track.
         if (!packet || !packet->data || packet->turn || packet->track != waiting.front()->track) {
-            dropped = isKeyAwaited_ ? i : dropped;
-            isKeyAwaited_ = false;
             break;
         }
-        if (packet->keyFrame && (isKeyAwaited_ || (dueMs && lineTimeMs(*packet) <= *dueMs))) {
+        if (packet->keyFrame && (lineTimeMs(*packet) <= *dueMs || (isHopeless && dropped == 0))) {
             dropped = i;
-            key = packet;
-            isKeyAwaited_ = false;
         }
     }
-    dropped = isKeyAwaited_ ? waiting.size() : dropped;
     for (size_t i = 0; i < dropped; ++i) {
         noteOrder(*waiting[i]);
         leaveOut(lineTimeMs(*waiting[i]) + 1);
     }
-    if (key && (wasKeyAwaited || dropped > 0)) {
-        noteOrder(*key);
-        leaveOut(lineTimeMs(*key));
+    if (dropped > 0) {
+        // Those behind it that are shown before it refer to what was dropped.
+        noteOrder(*waiting[dropped]);
+        leaveOut(lineTimeMs(*waiting[dropped]));
     }
     return static_cast<int>(dropped);
 }

@@ -52,7 +52,7 @@ public:
     void take(const MediaPacket& packet, const Packets& behind);
 
     // Playback is at `dueMs`, or nothing is late: how many packets at the front of `waiting` aren't to be taken any
-    // more. They count as left out.
+    // more, as a key frame behind them is due, or is there and playback far ahead. They count as left out.
     int countDropped(const Packets& waiting, std::optional<int64_t> dueMs);
 
     // Behind `take`: leaves the frame of `packet` out if it comes too late. Whether it does, or lies before one that
@@ -90,7 +90,6 @@ private:
     int64_t neededFromMs_ = kNone;
     int64_t lateToMs_ = kNone;     // frames before came too late
     int64_t earliestMs_ = kNone;   // of what may be found: frames before were left out
-    bool isKeyAwaited_ = false;    // all is dropped up to the next key frame
     int64_t awaitedMs_ = kNone;    // target, until enough was taken behind it
     int laterTaken_ = 0;           // packets behind it
     int64_t lastTakenMs_ = kNone;  // the latest time of the packets taken since the last flush

@@ -20,6 +20,8 @@ constexpr int kBufferBytes = 1 << 16;
 BoundedFile::~BoundedFile() {
     if (bounded_) {
         av_freep(&bounded_->buffer);
+        av_freep(&bounded_->protocol_whitelist);  // those of a context of one's own are one's own
+        av_freep(&bounded_->protocol_blacklist);
         avio_context_free(&bounded_);
     }
     avio_closep(&file_);

@@ -24,12 +24,12 @@ namespace {
 enum class Device { Works, IsMissing, FallsSilent };
 std::atomic<Device> g_device{Device::Works};
 
-SDL_AudioCallback g_callback = nullptr;
+std::atomic<SDL_AudioCallback> g_callback{nullptr};  // of each device, as several may play
 
 // A device that is gone asks for no more samples.
 void callWhileThere(void* opaque, Uint8* stream, int length) {
     if (g_device == Device::Works) {
-        g_callback(opaque, stream, length);
+        g_callback.load()(opaque, stream, length);
     } else {
         SDL_memset(stream, 0, static_cast<size_t>(length));
     }

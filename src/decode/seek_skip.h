@@ -28,9 +28,8 @@ class MediaPacket;
 //
 // Where a decoder can't keep up, a frame comes too late if a newer one that waits is due by now. None of these is
 // delivered, and those are dropped undecoded that lie before a key frame that is due as well; or, if playback has got
-// two seconds ahead, before any. Then all wait for that one, even if something else than playback has the say
-// meanwhile. What is shown before a key frame but decoded behind it refers to what was dropped, and isn't delivered
-// either.
+// two seconds ahead, before one that waits at all: nothing is awaited that may never come. What is shown before such a
+// key frame but decoded behind it refers to what was dropped, and isn't delivered either.
 //
 // It tells as well when the one shown is in the decoder, with those behind it that its turn in the order of showing may
 // depend on; and which one holds the target, by the times of all packets up to it.

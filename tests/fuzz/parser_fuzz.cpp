@@ -1,15 +1,21 @@
-// A whole file through open, read and seek.
+// A whole file through open, read and seek, to a packet sink, and sometimes into a recording.
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <vector>
 
 #include "fuzz/fuzz_target.h"
 #include "fuzz/memory_file.h"
 #include "fuzz/quiet.h"
+#include "input/packet_outlet.h"
 #include "input/stream_parser.h"
+#include "kelp_player/recorder.h"
 #include "subtitle/subtitle_tracks.h"
+#include "support/temp_files.h"
 
 using kelp::AudioPacket;
 using kelp::MediaPacket;
@@ -92,6 +98,47 @@ private:
     unsigned char sum_ = 0;
 };
 
+// What a sink is promised, on the way to a recorder. The reader's thread's.
+class Sink final : public kelp::ExternPacketSink {
+public:
+    virtual ~Sink() = default;
+
+    void onStreams(const std::vector<kelp::PacketStream>& streams) override {
+        require(!streams.empty(), "a stream");
+        streams_.clear();
+        for (const auto& stream : streams) {
+            require(stream.parameters && !stream.codec.empty(), "a stream is described");
+            streams_.push_back(stream.track);
+        }
+        isKeyFrameDue_ = true;
+        recorder.onStreams(streams);
+    }
+    void onPacket(const kelp::Packet& packet) override {
+        require(std::ranges::count(streams_, packet.track) == 1, "a packet of a stream that was told");
+        require(packet.size == 0 || packet.data, "a packet has its bytes");
+        if (packet.kind == kelp::TRACK_KIND_VIDEO) {
+            require(!isKeyFrameDue_ || packet.isKeyFrame || marksNoKeyFrames, "a key frame comes first for a sink");
+            isKeyFrameDue_ = false;
+        }
+        recorder.onPacket(packet);
+    }
+    void onGap() override {
+        isKeyFrameDue_ = true;
+        recorder.onGap();
+    }
+    void onEnd() override {
+        streams_.clear();
+        recorder.onEnd();
+    }
+
+    kelp::Recorder recorder;
+    bool marksNoKeyFrames = false;
+
+private:
+    std::vector<int> streams_;
+    bool isKeyFrameDue_ = true;
+};
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -100,13 +147,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint32_t choice = kelp::test::hashOf(data, size);
     const auto observer = std::make_shared<Observer>();
     const auto subtitles = std::make_shared<kelp::SubtitleTracks>();
-    StreamParser parser(nullptr, std::make_shared<kelp::PacketOutlet>(), subtitles);
+    Sink sink;
+    const auto outlet = std::make_shared<kelp::PacketOutlet>();
+    outlet->set(&sink);
+    std::optional<kelp::test::TempFolder> folder;
+    if ((choice >> 24U) % 4 == 0) {
+        constexpr const char* kNames[] = {"film.mp4", "film.mov", "film.mkv", "film.ts"};
+        folder.emplace();
+        sink.recorder.start(folder->path(kNames[(choice >> 26U) % 4]), {.fileMs = (choice >> 28U) % 2 * 500});
+    }
+    StreamParser parser(nullptr, outlet, subtitles);
     parser.init(observer);
     // Some formats name other files to open, or hosts to call.
     parser.setOption("protocol_whitelist", "file");
     const bool playsAll = (choice & 4U) != 0;
     const bool seeksExactly = (choice & 128U) != 0;
-    observer->marksNoKeyFrames = playsAll;
+    observer->marksNoKeyFrames = sink.marksNoKeyFrames = playsAll;
     observer->tellsSoundEnd = playsAll || seeksExactly;
     parser.setPlaybackOptions({.allCodecs = playsAll,
                                .closedLiveFails = (choice & 8U) != 0,
@@ -144,5 +200,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         parser.stop();
     }
     parser.close();
+    sink.recorder.stop();
     return 0;
 }

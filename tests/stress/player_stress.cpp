@@ -1,12 +1,13 @@
 // Operations of both players from random threads at random times.
 //
-//   player_stress [--seconds N] [--seed S] [--threads N]
+//   player_stress [--seconds N] [--seed S] [--threads N] [--camera 1]
 //
 // Half of the threads drive KelpPlayers, the others TarnPlayers. Any thread calls any operation at any time, but for
 // what the headers forbid: load, play and stop of one KelpPlayer never run at the same moment, and a TarnPlayer is
-// stopped before it is reset. Each object is stopped
-// and ended at last, and the process says how many calls were made. A call that doesn't come back within two minutes
-// ends the process.
+// stopped before it is reset. Some of the films come from a server that holds them back, drops connections, or is slow,
+// and with --camera some from a camera that is killed, hangs up and falls silent. Sound devices go and come. Each
+// object is stopped and ended at last, and the process says how many calls were made. A call that doesn't come back
+// within two minutes ends the process.
 
 #include <unistd.h>
 
@@ -15,10 +16,8 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <mutex>
-#include <random>
 #include <string>
 #include <thread>
 #include <utility>
@@ -28,11 +27,15 @@
 #include "kelp_player/frame_sink.h"
 #include "kelp_player/kelp_player.h"
 #include "kelp_player/log.h"
-#include "kelp_player/recorder.h"
+#include "kelp_player/stall_observer.h"
 #include "kelp_player/statistics.h"
 #include "kelp_player/sync_clock.h"
 #include "kelp_player/tarn_player.h"
 #include "kelp_player/tracks.h"
+#include "stress/film_servers.h"
+#include "stress/random.h"
+#include "stress/random_recorder.h"
+#include "stress/sound_devices.h"
 #include "stress/subtitle_reader.h"
 
 extern "C" {
@@ -42,6 +45,7 @@ extern "C" {
 namespace {
 
 using namespace kelp;
+using test::Random;
 
 constexpr int kPlayersOfAKind = 2;
 constexpr int kHangSeconds = 120;
@@ -49,7 +53,7 @@ constexpr std::array<const char*, 9> kFiles = {"short.mp4",      "small.mp4",   
                                                "vorbis.ogg",     "vfr.mkv",       "text.mp4",
                                                "two_tracks.mkv", "subtitles.mkv", "subtitles.mkv"};
 // The engine's own options, in and out; those of a preset more often.
-constexpr std::array<std::pair<const char*, const char*>, 17> kOptions = {{
+constexpr std::array<std::pair<const char*, const char*>, 27> kOptions = {{
     {"preset", "recommended"},
     {"preset", "recommended"},
     {"preset", "recommended"},
@@ -67,18 +71,19 @@ constexpr std::array<std::pair<const char*, const char*>, 17> kOptions = {{
     {"subtitle_track", "2"},
     {"subtitle_track", "auto"},
     {"subtitle_file", "none"},
+    {"codecs", "all"},
+    {"live_delay", "low"},
+    {"closed_live_source", "failed"},
+    {"closed_live_source", "completed"},
+    {"rtsp_fallback", "udp"},
+    {"read_ahead", "500"},
+    {"rebuffer", "300"},
+    {"max_pixels", "200000"},
+    {"audio_device", "no such device"},
+    {"timeout", "300000"},
 }};
 
 std::atomic<int64_t> g_calls{0};
-
-class Random {
-public:
-    explicit Random(uint64_t seed) : engine_(seed) {}
-    int below(int limit) { return static_cast<int>(engine_() % static_cast<uint64_t>(limit)); }
-
-private:
-    std::mt19937_64 engine_;
-};
 
 class Sink final : public ExternFrameSink {
 public:
@@ -91,29 +96,27 @@ public:
     std::atomic<int> sum{0};
 };
 
-std::string fileOf(Random& random) {
-    return test::mediaPath(kFiles.at(static_cast<size_t>(random.below(static_cast<int>(kFiles.size())))));
-}
-
-std::string recordingPath(const Recorder* recorder) {
-    const auto number = std::to_string(getpid()) + "_" + std::to_string(reinterpret_cast<uintptr_t>(recorder));
-    return (std::filesystem::temp_directory_path() / ("kelp_stress_" + number + ".mkv")).string();
-}
-
-class StressRecorder {
+class Stalls final : public StallObserver {
 public:
-    ~StressRecorder() {
-        recorder.stop();
-        std::filesystem::remove(recordingPath(&recorder));
-    }
-    Recorder recorder;
+    virtual ~Stalls() = default;
+    void onStalled() override { ++g_calls; }
+    void onBuffering(int, int) override { ++g_calls; }
+    void onStallEnded() override { ++g_calls; }
 };
+
+std::unique_ptr<test::FilmServers> g_servers;
+
+std::string sourceOf(Random& random) {
+    const std::string url = g_servers->url(random);
+    const auto file = static_cast<size_t>(random.below(static_cast<int>(kFiles.size())));
+    return url.empty() ? test::mediaPath(kFiles.at(file)) : url;
+}
 
 // What both players do alike, and what is done to a clock that one of them may follow.
 template <class Player>
-void stepOfBoth(Player& player, TarnSyncClock& clock, Recorder& recorder, test::SubtitleReader& subtitles,
-                Random& random) {
-    switch (random.below(17)) {
+void stepOfBoth(Player& player, TarnSyncClock& clock, test::RandomRecorder& recorder, test::SubtitleReader& subtitles,
+                Stalls& stalls, Random& random) {
+    switch (random.below(19)) {
         case 12:
             player.setSubtitleSink(random.below(3) == 0 ? nullptr : &subtitles);
             break;
@@ -134,6 +137,12 @@ void stepOfBoth(Player& player, TarnSyncClock& clock, Recorder& recorder, test::
             } else {
                 player.setLoop();
             }
+            break;
+        case 17:
+            player.setStallObserver(random.below(3) > 0 ? &stalls : nullptr);
+            break;
+        case 18:
+            g_servers->makeTrouble(random);
             break;
         case 10:
             player.pause();
@@ -169,11 +178,11 @@ void stepOfBoth(Player& player, TarnSyncClock& clock, Recorder& recorder, test::
             player.getStatistics();
             break;
         case 8:
-            player.setPacketSink(random.below(2) == 0 ? &recorder : nullptr);
+            player.setPacketSink(random.below(2) == 0 ? &recorder.recorder : nullptr);
             break;
         default:
             if (random.below(2) == 0) {
-                recorder.start(recordingPath(&recorder));
+                recorder.start(random);
             } else {
                 recorder.stop();
             }
@@ -208,7 +217,7 @@ public:
                 std::lock_guard lock(lifeMutex_);
                 player.stop();
                 playing_ = false;
-                player.loadFileAsync(fileOf(random).c_str(), random.below(4) == 0 ? random.below(2000) : 0);
+                player.loadFileAsync(sourceOf(random).c_str(), random.below(4) == 0 ? random.below(2000) : 0);
                 break;
             }
             case 2: {
@@ -276,7 +285,7 @@ public:
                                                    [] { ++g_calls; }));
                 break;
             default:
-                stepOfBoth(player, *clock_, recorder_.recorder, subtitles_, random);
+                stepOfBoth(player, *clock_, recorder_, subtitles_, stalls_, random);
                 break;
         }
     }
@@ -303,7 +312,8 @@ private:
 
     std::array<Sink, 2> sinks_;
     test::SubtitleReader subtitles_;
-    StressRecorder recorder_;
+    test::RandomRecorder recorder_;
+    Stalls stalls_;
     TarnSyncClock* clock_ = TarnSyncClock::create(0, 1000);
     std::mutex lifeMutex_;  // held through load, play and stop; guards what follows
     bool playing_ = false;
@@ -336,7 +346,7 @@ public:
             }
             case 1:
             case 2:
-                player.setDataSource(fileOf(random).c_str(), (random.below(3) - 1) * 500, this);
+                player.setDataSource(sourceOf(random).c_str(), (random.below(3) - 1) * 500, this);
                 break;
             case 3:
             case 4: {
@@ -366,7 +376,7 @@ public:
                 std::lock_guard lock(lifeMutex_);
                 player.stop();
                 player.reset();
-                player.setDataSource(fileOf(random).c_str(), 0, this);
+                player.setDataSource(sourceOf(random).c_str(), 0, this);
                 player.prepareAsync();
                 player.start();
                 break;
@@ -416,7 +426,7 @@ public:
                                                    [] { ++g_calls; }));
                 break;
             default:
-                stepOfBoth(player, *clock_, recorder_.recorder, subtitles_, random);
+                stepOfBoth(player, *clock_, recorder_, subtitles_, stalls_, random);
                 break;
         }
     }
@@ -433,7 +443,8 @@ private:
 
     std::array<Sink, 2> sinks_;
     test::SubtitleReader subtitles_;
-    StressRecorder recorder_;
+    test::RandomRecorder recorder_;
+    Stalls stalls_;
     TarnSyncClock* clock_ = TarnSyncClock::create(0, 1000);
     std::mutex lifeMutex_;    // held through prepareAsync and reset
     std::mutex offsetMutex_;  // held through setOffsetToClockMs
@@ -444,6 +455,7 @@ struct Options {
     int seconds = 20;
     uint64_t seed = 1;
     int threads = 6;
+    bool hasCamera = false;
 };
 
 Options parse(int argc, char** argv) {
@@ -457,8 +469,10 @@ Options parse(int argc, char** argv) {
             options.seed = value;
         } else if (word == "--threads") {
             options.threads = static_cast<int>(value);
+        } else if (word == "--camera") {
+            options.hasCamera = value > 0;
         } else {
-            std::fprintf(stderr, "usage: player_stress [--seconds N] [--seed S] [--threads N]\n");
+            std::fprintf(stderr, "usage: player_stress [--seconds N] [--seed S] [--threads N] [--camera 1]\n");
             std::exit(2);
         }
     }
@@ -471,6 +485,7 @@ int main(int argc, char** argv) {
     setenv("SDL_VIDEODRIVER", "dummy", 0);
     setenv("SDL_AUDIODRIVER", "dummy", 0);
     const Options options = parse(argc, argv);
+    g_servers = std::make_unique<test::FilmServers>(options.hasCamera);
     using Clock = std::chrono::steady_clock;
     const auto end = Clock::now() + std::chrono::seconds(options.seconds);
     {
@@ -499,11 +514,19 @@ int main(int argc, char** argv) {
             });
         }
         alarm(static_cast<unsigned int>(options.seconds + kHangSeconds));
+        // The server's process goes with the thread that has started it: it stays on this one.
+        Random random(options.seed);
+        while (Clock::now() < end) {
+            test::takeSoundDevices(random.below(3) == 0);
+            g_servers->loseCamera(random);
+            std::this_thread::sleep_for(std::chrono::milliseconds(200 + random.below(2000)));
+        }
         for (auto& thread : threads) {
             thread.join();
         }
     }
     alarm(0);
+    g_servers.reset();
     std::printf("player_stress: %lld calls in %d s, seed %llu\n", static_cast<long long>(g_calls.load()),
                 options.seconds, static_cast<unsigned long long>(options.seed));
     return 0;

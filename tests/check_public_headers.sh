@@ -19,6 +19,7 @@ c=$1/include/kelp_player/kelp_player_c.h
 for compiler in gcc clang; do
     if ! command -v $compiler >/dev/null; then
         echo "no $compiler here"
+        [ -z "${CI:-}" ] || failed=1
         continue
     fi
     for language in "c -std=c99" "c++ -std=c++98"; do

@@ -8,10 +8,12 @@
 //   failed. Destroying null does nothing. No handle owns another one, and none may go while another one uses it.
 // - An int that nothing else is said of is 1 where the call did what it is for, and 0 where it didn't: then the text
 //   of `kelp_last_error`, or of the handle's own `_last_error`, says why, in the words of the log if that has the
-//   level "error". Null for a handle, a text, a struct, data or a function is such a failure, unless it says what a
-//   null means, and so is a number that its enumeration doesn't have. A call without a result does nothing with a null.
+//   level "error". Every kind of handle has one that has a call that can fail, timers that of their player. Null for a
+//   handle, a text, a struct, data or a function is such a failure, unless it says what a null means, and so is a
+//   number that its enumeration doesn't have. A call without a result does nothing with a null.
 // - Texts are UTF-8 and end with a zero. Those that a call is given are copied, those that a callback is given are
-//   valid during the callback. What a source says of itself is handed on as it is, and paths as the system has them.
+//   valid during the callback. Where a source's own texts aren't UTF-8, or a path in an error or in a line of the log,
+//   each byte that isn't part of a character becomes U+FFFD. Paths by themselves are bytes, as the system has them.
 // - A struct begins with its size, which who fills it sets: the host `sizeof` of it, before it hands the struct in
 //   or has it filled; all else may be 0. So later versions can add fields at the end: those that a host's size leaves
 //   out count as 0 and aren't written. A struct with size 0 is a failure.
@@ -273,6 +275,9 @@ KELP_C_API size_t kelp_audio_devices_count(const kelp_audio_devices* devices);
 // The name at `index`, from 0 on, valid as long as the names; null beyond them and for null.
 KELP_C_API const char* kelp_audio_devices_name(const kelp_audio_devices* devices, size_t index);
 
+// Why the last call with these names that failed did so; as `kelp_player_last_error`.
+KELP_C_API const char* kelp_audio_devices_last_error(const kelp_audio_devices* devices);
+
 // Whether hardware decoders are tried, and of which kinds, KELP_HW_DECODE; from the next start on.
 KELP_C_API int kelp_player_enable_hw_decoder(kelp_player* player, int enable, int mode);
 
@@ -347,7 +352,8 @@ typedef struct kelp_frame_sink_calls {
     void (*on_frame)(void* user, const kelp_frame* frame);
 } kelp_frame_sink_calls;
 
-// Makes a frame sink; `calls` is copied. Null without memory, and for null.
+// Makes a frame sink; `calls` is copied. Null without memory, and for null. Nothing that a sink is called with can fail
+// but with a player, which keeps the error.
 KELP_C_API kelp_frame_sink* kelp_frame_sink_create(const kelp_frame_sink_calls* calls);
 
 // Ends a frame sink. Every player that it was given to was stopped, or has begun to draw anew since it was removed.
@@ -399,6 +405,9 @@ KELP_C_API size_t kelp_tracks_count(const kelp_tracks* tracks);
 
 // Fills `track`, whose size is set, with that at `index`, from 0 on.
 KELP_C_API int kelp_tracks_get(const kelp_tracks* tracks, size_t index, kelp_track* track);
+
+// Why the last call with these tracks that failed did so; as `kelp_player_last_error`.
+KELP_C_API const char* kelp_tracks_last_error(const kelp_tracks* tracks);
 
 // Plays another track, KELP_TRACK_KIND_VIDEO or KELP_TRACK_KIND_AUDIO, in place of the one of its kind, or shows those
 // of KELP_TRACK_KIND_SUBTITLE, of which -1 is none; in playback only, and without a new load. 0 for a track that there
@@ -533,6 +542,9 @@ KELP_C_API kelp_packet_sink* kelp_packet_sink_create(const kelp_packet_sink_call
 // aren't played again.
 KELP_C_API void kelp_packet_sink_destroy(kelp_packet_sink* sink);
 
+// Why the last call with this sink that failed did so; as `kelp_player_last_error`.
+KELP_C_API const char* kelp_packet_sink_last_error(const kelp_packet_sink* sink);
+
 // Gives `sink` the packets of what is played, or with null nobody; at any time. When this has returned, the sink before
 // isn't called any more; it waits for a call that is under way, for a second at most.
 KELP_C_API int kelp_player_set_packet_sink(kelp_player* player, kelp_packet_sink* sink);
@@ -597,6 +609,7 @@ typedef struct kelp_subtitle_sink_calls {
 } kelp_subtitle_sink_calls;
 
 // Makes a subtitle sink, for a host that shows subtitles itself; `calls` is copied. Null without memory, and for null.
+// Errors are kept as with a frame sink.
 KELP_C_API kelp_subtitle_sink* kelp_subtitle_sink_create(const kelp_subtitle_sink_calls* calls);
 
 // Ends a subtitle sink. It was taken back from every player, or these were stopped and aren't played again.
@@ -678,6 +691,9 @@ KELP_C_API kelp_clock* kelp_clock_create_own(const kelp_clock_calls* calls);
 
 // Ends a clock, which was taken back from every player, or these are gone.
 KELP_C_API void kelp_clock_destroy(kelp_clock* clock);
+
+// Why the last call with this clock that failed did so; as `kelp_player_last_error`.
+KELP_C_API const char* kelp_clock_last_error(const kelp_clock* clock);
 
 // The reading; 0 for null.
 KELP_C_API int64_t kelp_clock_get_time_ms(kelp_clock* clock);

@@ -20,6 +20,7 @@ from queue import SimpleQueue
 from types import TracebackType
 from typing import Any, Callable, Dict, List, Optional, Type, TypeVar
 
+from ._native import decoded
 from .errors import Closed, Refused
 
 logger = logging.getLogger("kelp_player")
@@ -186,6 +187,7 @@ class Closable:
     """An object of the host's around one of the library's. ``with`` closes it."""
 
     _native: Native
+    _last_error: Any  # the library's function
 
     def close(self) -> None:
         """Ends it, and takes it back from who uses it. A second call does nothing."""
@@ -195,6 +197,11 @@ class Closable:
     def closed(self) -> bool:
         """It was closed, or is just being closed."""
         return self._native.closed
+
+    @property
+    def last_error(self) -> str:
+        """Why the last call that failed did so, or what has failed by itself since; or empty."""
+        return decoded(self._native.call(self._last_error))
 
     def __enter__(self: C) -> C:
         return self

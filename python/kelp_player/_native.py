@@ -358,6 +358,10 @@ _declare(
     muxer_last_error=[_handle],
     udp_receiver_last_error=[_handle],
     udp_sender_last_error=[_handle],
+    clock_last_error=[_handle],
+    tracks_last_error=[_handle],
+    audio_devices_last_error=[_handle],
+    packet_sink_last_error=[_handle],
 )
 _declare(c_int64, player_get_info=[_handle, c_int], clock_get_time_ms=[_handle])
 _declare(c_size_t, tracks_count=[_handle], audio_devices_count=[_handle])
@@ -430,9 +434,19 @@ _declare(
 # ---- Texts and bytes ----
 
 
-def encoded(text: Text) -> bytes:
-    """A text or a path as the library takes it."""
-    data = os.fsencode(text)
+def encoded(path: Text) -> bytes:
+    """A path or URL as the library takes it: the bytes that the system has for it."""
+    return _without_zeros(os.fsencode(path))
+
+
+def utf8(text: object) -> bytes:
+    """Another text, in UTF-8 whatever the locale; paths among the options as above."""
+    if isinstance(text, (bytes, os.PathLike)):
+        return encoded(text)
+    return _without_zeros(str(text).encode("utf-8", "surrogateescape"))
+
+
+def _without_zeros(data: bytes) -> bytes:
     if b"\0" in data:
         raise ValueError("a text for the library holds a zero")
     return data

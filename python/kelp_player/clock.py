@@ -15,6 +15,8 @@ class Clock(Closable):
     Hand it to ``Player.set_clock``; the player's master is to be ``SyncMaster.CLOCK``.
     """
 
+    _last_error = lib.kelp_clock_last_error
+
     def __init__(self, start_ms: int = 0, no_sync_threshold_ms: int = 10000) -> None:
         """Reads ``start_ms``, at speed 1. Streams that are further away than the threshold don't try to follow."""
         handle = check(lib.kelp_clock_create(start_ms, no_sync_threshold_ms))
@@ -47,6 +49,8 @@ class HostClock(Closable):
 
     All is called at every frame, on several threads at once, and must answer at once.
     """
+
+    _last_error = lib.kelp_clock_last_error
 
     def __init__(self) -> None:
         self._number = register(self)

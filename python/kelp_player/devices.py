@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from typing import List
+from typing import Any, List
 
 from ._lifetime import refuse_when_pinned
 from ._native import decoded, lib
@@ -17,7 +17,10 @@ def audio_devices() -> List[str]:
     refuse_when_pinned("audio_devices")
     devices = check(lib.kelp_get_audio_devices())
     try:
-        count = lib.kelp_audio_devices_count(devices)
-        return [decoded(lib.kelp_audio_devices_name(devices, index)) for index in range(count)]
+        return [_name(devices, index) for index in range(lib.kelp_audio_devices_count(devices))]
     finally:
         lib.kelp_audio_devices_free(devices)
+
+
+def _name(devices: Any, index: int) -> str:
+    return decoded(check(lib.kelp_audio_devices_name(devices, index), lib.kelp_audio_devices_last_error, devices))

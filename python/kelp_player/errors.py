@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import enum
-from typing import Any
+from typing import Any, Callable
 
 from ._native import decoded, lib
 
@@ -27,10 +27,13 @@ class Refused(KelpPlayerError):
     """
 
 
-def check(result: Any) -> Any:
-    """``result`` of a call of the library, unless it says that it failed: then the library's reason is raised."""
+def check(result: Any, last_error: Callable[..., Any] = lib.kelp_last_error, *handle: Any) -> Any:
+    """``result`` of a call of the library, unless it says that it failed: then the library's reason is raised.
+
+    That is the calling thread's, or that of a ``handle``.
+    """
     if not result:
-        raise Refused(decoded(lib.kelp_last_error()) or "no reason is given")
+        raise Refused(decoded(last_error(*handle)) or "no reason is given")
     return result
 
 

@@ -11,7 +11,7 @@ import threading
 from typing import Any, Callable, List, Optional
 
 from ._lifetime import at_end, callback, register
-from ._native import call_type, decoded, encoded, lib, log_type
+from ._native import call_type, decoded, lib, log_type, utf8
 from .errors import check
 
 
@@ -113,4 +113,4 @@ def get_log_level() -> LogLevel:
 
 def write_log(level: LogLevel, tag: str, text: str) -> None:
     """Writes a line of the host's."""
-    check(lib.kelp_log_write(level, encoded(tag), encoded(text + "\n")))
+    check(lib.kelp_log_write(level, utf8(tag), utf8(text + "\n")))

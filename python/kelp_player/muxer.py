@@ -8,7 +8,7 @@ from types import TracebackType
 from typing import Optional, Type, Union
 
 from ._lifetime import Closable, Native
-from ._native import Text, decoded, encoded, kelp_muxer_video, lib
+from ._native import Text, encoded, kelp_muxer_video, lib, utf8
 from .errors import check
 
 
@@ -40,12 +40,14 @@ class StreamMuxer(Closable):
     ``with`` closes it, and ends the output before where nothing was raised.
     """
 
+    _last_error = lib.kelp_muxer_last_error
+
     def __init__(self) -> None:
         self._native = Native(self, check(lib.kelp_muxer_create()), lib.kelp_muxer_destroy)
 
     def set_option(self, key: str, value: object) -> None:
         """An option of FFmpeg's muxers. For RTSP "timeout", in microseconds, should be set."""
-        check(self._native.call(lib.kelp_muxer_set_option, encoded(key), encoded(str(value))))
+        check(self._native.call(lib.kelp_muxer_set_option, utf8(key), utf8(value)))
 
     def open(
         self,
@@ -78,11 +80,6 @@ class StreamMuxer(Closable):
     def close_output(self) -> None:
         """Closes the output. Another one may be opened then."""
         check(self._native.call(lib.kelp_muxer_close))
-
-    @property
-    def last_error(self) -> str:
-        """Why the last call that failed did so; or empty."""
-        return decoded(self._native.call(lib.kelp_muxer_last_error))
 
     def __exit__(
         self, kind: Optional[Type[BaseException]], error: Optional[BaseException], trace: Optional[TracebackType]

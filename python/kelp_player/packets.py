@@ -87,10 +87,11 @@ class PacketSink:
         if function is None:
             raise ValueError("there is nothing to pass on but in a call of a packet sink")
 
-        def put(recorder_handle: int) -> Any:
-            return function(lib.kelp_recorder_get_sink(recorder_handle), *arguments)
+        def put(recorder_handle: int) -> None:
+            sink = lib.kelp_recorder_get_sink(recorder_handle)
+            check(function(sink, *arguments), lib.kelp_packet_sink_last_error, sink)
 
-        check(recorder._native.call(put))
+        recorder._native.call(put)
 
 
 class _Now(threading.local):

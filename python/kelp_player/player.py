@@ -11,7 +11,6 @@ from ._board import Board, Events
 from ._lifetime import Closable, Native, callback, logger, refuse_when_pinned, register
 from ._native import (
     Text,
-    decoded,
     encoded,
     event_1_type,
     event_2_type,
@@ -20,6 +19,7 @@ from ._native import (
     kelp_player_events,
     kelp_statistics,
     lib,
+    utf8,
 )
 from ._worker_call import WorkerCall
 from .clock import Clock, HostClock
@@ -70,6 +70,8 @@ class Player(Closable):
 
     All times are milliseconds on the host's clock, which is the stream's own unless an offset is given.
     """
+
+    _last_error = lib.kelp_player_last_error
 
     def __init__(self, source: Optional[Text] = None, **options: object) -> None:
         """Opens ``source``, if there is one. The keywords are options, as ``set_option`` takes them.
@@ -251,7 +253,7 @@ class Player(Closable):
 
     def set_option(self, key: str, value: object) -> None:
         """Sets an option, see docs/options.md. A value that isn't one is a line in the log and changes nothing."""
-        self._call(lib.kelp_player_set_option, encoded(key), encoded(str(value)))
+        self._call(lib.kelp_player_set_option, utf8(key), utf8(value))
 
     def set_sync_master(self, master: SyncMaster) -> None:
         """Whose clock the streams follow."""
@@ -364,11 +366,6 @@ class Player(Closable):
     @callback(event_type)
     def _on_stall_ended(self, _: int) -> None:
         self._tell(StallEnded())
-
-    @property
-    def last_error(self) -> str:
-        """Why the last call that failed did so, or what has failed since; or empty."""
-        return decoded(self._native.call(lib.kelp_player_last_error))
 
     # ---- Pictures ----
 

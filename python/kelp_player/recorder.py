@@ -37,6 +37,8 @@ class Recorder(Closable):
     tells: that comes on a thread of its own, and may call ``is_recording`` of it alone.
     """
 
+    _last_error = lib.kelp_recorder_last_error
+
     def __init__(self) -> None:
         self._number = register(self)
         events = kelp_recorder_events(
@@ -77,11 +79,6 @@ class Recorder(Closable):
     def is_recording(self) -> bool:
         """Between start and stop, unless it has failed."""
         return bool(self._native.call(lib.kelp_recorder_is_recording))
-
-    @property
-    def last_error(self) -> str:
-        """Why the last call that failed did so, or why the recording has ended by itself since; or empty."""
-        return decoded(self._native.call(lib.kelp_recorder_last_error))
 
     @callback(path_type)
     def _on_file_begun(self, path: bytes) -> None:

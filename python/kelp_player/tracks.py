@@ -8,6 +8,7 @@ from dataclasses import dataclass
 from typing import Any, List
 
 from ._native import decoded, kelp_track, lib
+from .errors import check
 
 
 class TrackKind(enum.IntEnum):
@@ -64,7 +65,7 @@ def read_tracks(tracks: Any) -> List[Track]:
         result = []
         for index in range(lib.kelp_tracks_count(tracks)):
             raw = kelp_track()
-            lib.kelp_tracks_get(tracks, index, ctypes.byref(raw))
+            check(lib.kelp_tracks_get(tracks, index, ctypes.byref(raw)), lib.kelp_tracks_last_error, tracks)
             result.append(_track(raw))
         return result
     finally:

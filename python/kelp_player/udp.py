@@ -5,12 +5,14 @@ from __future__ import annotations
 from typing import Any, Callable, Optional, Union
 
 from ._lifetime import Closable, Native, callback, register
-from ._native import datagram_type, decoded, encoded, lib, memory
-from .errors import Refused, check
+from ._native import datagram_type, lib, memory, utf8
+from .errors import check
 
 
 class UdpReceiver(Closable):
     """Receives the datagrams of one IPv4 port on a thread of its own. For one thread at a time."""
+
+    _last_error = lib.kelp_udp_receiver_last_error
 
     def __init__(self, on_data: Callable[[bytes], Any]) -> None:
         """``on_data`` gets each datagram, of up to 2000 bytes, on the receiver's thread."""
@@ -27,11 +29,6 @@ class UdpReceiver(Closable):
         """Closes the port and waits for the thread; not from ``on_data``."""
         check(self._native.call(lib.kelp_udp_receiver_stop))
 
-    @property
-    def last_error(self) -> str:
-        """Why the last call that failed did so; or empty."""
-        return decoded(self._native.call(lib.kelp_udp_receiver_last_error))
-
     @callback(datagram_type)
     def _on_datagram(self, data: Optional[int], size: int) -> None:
         self._on_data(bytes(memory(data, size)))
@@ -40,26 +37,22 @@ class UdpReceiver(Closable):
 class UdpSender(Closable):
     """Sends datagrams to one IPv4 destination. One call at a time."""
 
+    _last_error = lib.kelp_udp_sender_last_error
+
     def __init__(self) -> None:
         self._native = Native(self, check(lib.kelp_udp_sender_create()), lib.kelp_udp_sender_destroy)
 
     def start(self, address: str, port: int) -> None:
         """Opens a socket for an address, as dotted text, and a port; a second start ends the first."""
-        check(self._native.call(lib.kelp_udp_sender_start, encoded(address), port))
+        check(self._native.call(lib.kelp_udp_sender_start, utf8(address), port))
 
     def send(self, data: Union[bytes, bytearray, memoryview]) -> int:
         """Sends one datagram, waiting for room if need be. The number of bytes sent."""
         datagram = bytes(data)
         sent = self._native.call(lib.kelp_udp_sender_send, datagram, len(datagram))
-        if sent < 0:
-            raise Refused(decoded(lib.kelp_last_error()))
+        check(sent >= 0)
         return int(sent)
 
     def stop(self) -> None:
         """Closes the socket."""
         check(self._native.call(lib.kelp_udp_sender_stop))
-
-    @property
-    def last_error(self) -> str:
-        """Why the last call that failed did so; or empty."""
-        return decoded(self._native.call(lib.kelp_udp_sender_last_error))

@@ -12,8 +12,8 @@ thread_local char t_last[kErrorSize] = {};   // the thread's last failure
 thread_local char t_given[kErrorSize] = {};  // what it has asked for
 
 void note(const char* operation, const char* reason) {
-    const size_t room = kErrorSize - sizeof(": ") - std::strlen(operation);
-    std::snprintf(t_last, kErrorSize, "%s: %.*s", operation, static_cast<int>(wholeCharacters(reason, room)), reason);
+    const auto length = static_cast<size_t>(std::snprintf(t_last, kErrorSize, "%s: ", operation));
+    copyReadableUtf8(reason, t_last + length, kErrorSize - length);
 }
 
 }  // namespace

@@ -76,16 +76,6 @@ Value guarded(const char* operation, LastError* error, Value otherwise, Body&& b
     return otherwise;
 }
 
-// Where a handle keeps its own last failure; null for the kinds that keep none.
-template <typename Handle>
-LastError* errorOf(Handle& handle) {
-    if constexpr (requires { handle.error; }) {
-        return &handle.error;
-    } else {
-        return nullptr;
-    }
-}
-
 // What `body` makes of the handle, or `otherwise` for null and where it throws.
 template <typename Handle, typename Value, typename Body>
 Value valueOf(const char* operation, Handle* handle, Value otherwise, Body&& body) noexcept {
@@ -93,7 +83,7 @@ Value valueOf(const char* operation, Handle* handle, Value otherwise, Body&& bod
         fail(nullptr, operation, "the handle is null");
         return otherwise;
     }
-    return guarded(operation, errorOf(*handle), otherwise, [&] { return body(*handle); });
+    return guarded(operation, &handle->error, otherwise, [&] { return body(*handle); });
 }
 
 // 1 where `body`, called with the handle, returns true or nothing, otherwise 0. For false the reason is what the
@@ -108,7 +98,7 @@ int carryOut(const char* operation, Handle* handle, Body&& body) noexcept {
             static_assert(std::is_same_v<std::invoke_result_t<Body, Handle&>, bool>);
             if (!body(present)) {
                 const char* const logged = ErrorLine::get();
-                fail(errorOf(present), operation, *logged != '\0' ? logged : kRefused);
+                fail(&present.error, operation, *logged != '\0' ? logged : kRefused);
                 return 0;
             }
         }

@@ -31,6 +31,8 @@ struct kelp_clock {
     std::unique_ptr<kelp::TarnSyncClock, void (*)(kelp::TarnSyncClock*)> ready{nullptr, kelp::TarnSyncClock::destroy};
     std::unique_ptr<HostClock> own;
 
+    mutable LastError error;
+
     kelp::KelpSyncClock* clock() const { return own ? static_cast<kelp::KelpSyncClock*>(own.get()) : ready.get(); }
 };
 
@@ -70,6 +72,10 @@ kelp_clock* kelp_clock_create_own(const kelp_clock_calls* calls) {
 
 void kelp_clock_destroy(kelp_clock* clock) {
     delete clock;
+}
+
+const char* kelp_clock_last_error(const kelp_clock* clock) {
+    return errorText(clock);
 }
 
 int64_t kelp_clock_get_time_ms(kelp_clock* clock) {

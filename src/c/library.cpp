@@ -2,8 +2,20 @@
 #include "c/boundary.h"
 #include "kelp_player/log.h"
 #include "kelp_player/types.h"
+#include "runtime/utf8.h"
 
 using namespace kelp::c;
+
+namespace {
+
+// A line may name a source whose path isn't UTF-8. The log's own lines have 1024 bytes at most.
+void tellLine(void (*call)(void* user, const char* line), void* user, const char* line) {
+    char readable[4096];
+    kelp::copyReadableUtf8(line, readable, sizeof(readable));
+    call(user, readable);
+}
+
+}  // namespace
 
 const char* kelp_version(void) {
     return KELP_PLAYER_VERSION;
@@ -17,7 +29,7 @@ int kelp_log_set_callback(void (*call)(void* user, const char* line), void* user
     return guarded(__func__, nullptr, 0, [&] {
         const auto held = hold(user, release);
         if (call) {
-            kelp::Log::SetLogCallback([call, held](const char* line) { call(held.get(), line); });
+            kelp::Log::SetLogCallback([call, held](const char* line) { tellLine(call, held.get(), line); });
         } else {
             kelp::Log::SetLogCallback({});
         }

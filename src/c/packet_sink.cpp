@@ -107,10 +107,14 @@ kelp_packet_sink* kelp_packet_sink_create(const kelp_packet_sink_calls* calls) {
 
 void kelp_packet_sink_destroy(kelp_packet_sink* sink) {
     if (sink && !sink->own) {
-        fail(nullptr, __func__, "a recorder's sink goes with the recorder");
+        fail(&sink->error, __func__, "a recorder's sink goes with the recorder");
         return;
     }
     delete sink;
+}
+
+const char* kelp_packet_sink_last_error(const kelp_packet_sink* sink) {
+    return errorText(sink);
 }
 
 int kelp_player_set_packet_sink(kelp_player* player, kelp_packet_sink* sink) {

@@ -7,4 +7,5 @@
 struct kelp_packet_sink {
     std::unique_ptr<kelp::ExternPacketSink, void (*)(kelp::ExternPacketSink*)> own{nullptr, nullptr};
     kelp::ExternPacketSink* sink = nullptr;  // not owned
+    mutable kelp::c::LastError error;
 };

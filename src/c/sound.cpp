@@ -6,6 +6,7 @@ using namespace kelp::c;
 // A copy of the names, which those that are given out lie in.
 struct kelp_audio_devices {
     std::vector<std::string> names;
+    mutable LastError error;
 };
 
 int kelp_player_set_mute(kelp_player* player, int muted) {
@@ -28,12 +29,17 @@ void kelp_audio_devices_free(kelp_audio_devices* devices) {
     delete devices;
 }
 
+const char* kelp_audio_devices_last_error(const kelp_audio_devices* devices) {
+    return errorText(devices);
+}
+
 size_t kelp_audio_devices_count(const kelp_audio_devices* devices) {
     return devices ? devices->names.size() : 0;
 }
 
 const char* kelp_audio_devices_name(const kelp_audio_devices* devices, size_t index) {
     return valueOf(__func__, devices, static_cast<const char*>(nullptr), [&](const kelp_audio_devices& handle) {
-        return index < handle.names.size() ? handle.names[index].c_str() : nullptr;
+        require(index < handle.names.size(), "there aren't so many devices");
+        return handle.names[index].c_str();
     });
 }

@@ -12,6 +12,7 @@ static_assert(same(KELP_TRACK_KIND_OTHER, kelp::TRACK_KIND_OTHER));
 // A copy of a player's tracks, which the texts that are given out lie in.
 struct kelp_tracks {
     std::vector<kelp::Track> list;
+    mutable LastError error;
 };
 
 kelp_tracks* kelp_player_get_tracks(kelp_player* player) {
@@ -24,6 +25,10 @@ kelp_tracks* kelp_player_get_tracks(kelp_player* player) {
 
 void kelp_tracks_free(kelp_tracks* tracks) {
     delete tracks;
+}
+
+const char* kelp_tracks_last_error(const kelp_tracks* tracks) {
+    return errorText(tracks);
 }
 
 size_t kelp_tracks_count(const kelp_tracks* tracks) {

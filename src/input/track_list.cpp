@@ -1,12 +1,14 @@
 #include "input/track_list.h"
 
+#include <string>
+
 #include "input/picture_limit.h"
 #include "input/stream_choice.h"
+#include "runtime/utf8.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
-#include <libavutil/avstring.h>
 #include <libavutil/dict.h>
 }
 
@@ -76,24 +78,6 @@ std::vector<Track> listTracks(const AVFormatContext& context, const PlaybackOpti
         tracks.push_back(describe(*context.streams[i], options));
     }
     return tracks;
-}
-
-std::string readableUtf8(std::string_view text) {
-    constexpr const char* kReplacement = "\xEF\xBF\xBD";
-    std::string readable;
-    const auto* at = reinterpret_cast<const uint8_t*>(text.data());
-    const auto* const end = at + text.size();
-    while (at < end) {
-        const auto* const begin = at;
-        int32_t code = 0;
-        if (av_utf8_decode(&code, &at, end, AV_UTF8_FLAG_ACCEPT_NON_CHARACTERS) < 0) {
-            readable += kReplacement;
-            at = begin + 1;  // what follows may be readable
-        } else {
-            readable.append(begin, at);
-        }
-    }
-    return readable;
 }
 
 }  // namespace kelp

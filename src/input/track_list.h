@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "kelp_player/tracks.h"
@@ -21,8 +19,5 @@ bool isPlayable(const AVStream& stream, const PlaybackOptions& options);
 
 // All of them, in their order; none is played yet.
 std::vector<Track> listTracks(const AVFormatContext& context, const PlaybackOptions& options);
-
-// `text` in UTF-8 whatever it holds.
-std::string readableUtf8(std::string_view text);
 
 }  // namespace kelp

@@ -14,9 +14,7 @@ thread_local char t_line[kSize] = {};
 }  // namespace
 
 void ErrorLine::note(const char* message) {
-    const size_t length = wholeCharacters(message, kSize - 1);
-    std::memcpy(t_line, message, length);
-    t_line[length] = '\0';
+    copyReadableUtf8(message, t_line, kSize);
     t_line[std::strcspn(t_line, "\n")] = '\0';
 }
 

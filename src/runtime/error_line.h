@@ -6,7 +6,7 @@ namespace kelp {
 // one, and whoever has no log to show tells the host by this.
 class ErrorLine {
 public:
-    // Of the log. Cuts what is long, and the line feed.
+    // Of the log. Cuts what is long, and the line feed; what isn't UTF-8 is marked.
     static void note(const char* message);
 
     static void forget();

@@ -1,18 +1,16 @@
 #pragma once
 
 #include <cstddef>
-#include <cstring>
+#include <string>
+#include <string_view>
 
 namespace kelp {
 
-// The length of a text in UTF-8, or, if it is longer than `longest` bytes, of the whole characters that these hold.
-inline size_t wholeCharacters(const char* text, size_t longest) {
-    size_t length = strnlen(text, longest + 1);
-    if (length > longest) {
-        for (length = longest; length > 0 && (text[length] & 0xC0) == 0x80; --length) {
-        }
-    }
-    return length;
-}
+// `text` in UTF-8 whatever it holds: each byte that isn't part of a character becomes U+FFFD.
+std::string readableUtf8(std::string_view text);
+
+// The same into the `size` bytes at `to`, terminator included: as many whole characters as they hold. Allocates
+// nothing.
+void copyReadableUtf8(std::string_view text, char* to, size_t size);
 
 }  // namespace kelp

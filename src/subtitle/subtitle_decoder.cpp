@@ -7,6 +7,7 @@
 
 #include "clock/wrapping_math.h"
 #include "kelp_player/log.h"
+#include "runtime/utf8.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -122,7 +123,7 @@ bool SubtitleDecoder::isStyled() const {
 
 std::string SubtitleDecoder::script() const {
     const auto* const begin = reinterpret_cast<const char*>(context_->subtitle_header);
-    return begin ? std::string(begin, static_cast<size_t>(context_->subtitle_header_size)) : std::string();
+    return begin ? readableUtf8({begin, static_cast<size_t>(context_->subtitle_header_size)}) : std::string();
 }
 
 std::vector<SubtitleEvent> SubtitleDecoder::decode(const AVPacket& packet) {

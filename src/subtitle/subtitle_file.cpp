@@ -7,6 +7,7 @@
 
 #include "input/track_list.h"
 #include "kelp_player/log.h"
+#include "runtime/utf8.h"
 #include "subtitle/bounded_file.h"
 #include "subtitle/subtitle_decoder.h"
 

@@ -35,6 +35,22 @@ void tally_wait(tally* counted, int what, int count) {
     pthread_mutex_unlock(&counted->mutex);
 }
 
+int is_utf8(const char* text) {
+    const unsigned char* at = (const unsigned char*)text;
+    while (*at) {
+        int more = *at < 0x80 ? 0 : *at >= 0xC2 && *at < 0xE0 ? 1 : (*at & 0xF0) == 0xE0 ? 2 : *at >= 0xF0 ? 3 : -1;
+        if (more < 0) {
+            return 0;
+        }
+        for (++at; more > 0; --more, ++at) {
+            if ((*at & 0xC0) != 0x80) {
+                return 0;
+            }
+        }
+    }
+    return 1;
+}
+
 int bound_socket(int type, uint32_t address, int shared, uint16_t* port) {
     struct sockaddr_in bound = {.sin_family = AF_INET, .sin_addr = {.s_addr = htonl(address)}};
     socklen_t length = sizeof(bound);

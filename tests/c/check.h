@@ -34,6 +34,9 @@ int tally_get(tally* counted, int what);
 /* Waits until `what` was counted `count` times; ends the test when that takes a minute. */
 void tally_wait(tally* counted, int what, int count);
 
+/* Whether a text is UTF-8 all through. */
+int is_utf8(const char* text);
+
 /* A socket of a type of sockets, and a port that the system has given it at an address of this machine. Others may
    share the port if `shared` isn't 0. */
 int bound_socket(int type, uint32_t address, int shared, uint16_t* port);

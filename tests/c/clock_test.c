@@ -52,6 +52,8 @@ void clock_test(void) {
     CHECK(kelp_clock_get_time_ms(own) == 1005);
     CHECK(kelp_clock_pause(own) == 0 && kelp_clock_resume(own) == 0 && kelp_clock_reset(own, 1) == 0);
     CHECK(kelp_clock_set_speed(own, 1.0) == 0 && strstr(kelp_last_error(), "the host's own"));
+    CHECK(strcmp(kelp_clock_last_error(own), "kelp_clock_set_speed: the clock is the host's own") == 0);
+    CHECK(strcmp(kelp_clock_last_error(ready), "") == 0);
 
     playback_open(&it);
     CHECK(kelp_player_set_offset(it.player, 300) == 0); /* no clock */
@@ -71,5 +73,6 @@ void clock_test(void) {
 
     CHECK(kelp_clock_get_time_ms(NULL) == 0 && kelp_clock_pause(NULL) == 0 && kelp_clock_resume(NULL) == 0);
     CHECK(kelp_clock_reset(NULL, 0) == 0 && kelp_clock_set_speed(NULL, 1) == 0);
+    CHECK(strstr(kelp_clock_last_error(NULL), "kelp_clock_set_speed: the handle is null"));
     CHECK(kelp_player_set_clock(NULL, NULL) == 0 && kelp_player_set_offset(NULL, 0) == 0);
 }

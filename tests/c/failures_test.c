@@ -3,19 +3,6 @@
 #include "playback.h"
 #include "tests.h"
 
-/* A text in UTF-8, whole characters alone. */
-static int is_whole(const char* text) {
-    for (; *text; ++text) {
-        if ((*text & 0xC0) == 0x80) {
-            return 0;
-        }
-        if ((*text & 0xE0) == 0xC0 && (*++text & 0xC0) != 0x80) {
-            return 0;
-        }
-    }
-    return 1;
-}
-
 /* A name that no error has room for is cut, but between two characters. */
 static void long_names(void) {
     kelp_recorder* const recorder = kelp_recorder_create(NULL);
@@ -30,8 +17,10 @@ static void long_names(void) {
         strcpy(name + i, ".xyz");
         CHECK(kelp_recorder_start(recorder, name, NULL) == 0);
         CHECK(strstr(kelp_recorder_last_error(recorder), "\xC3\xBC\xC3\xBC"));
-        CHECK(is_whole(kelp_recorder_last_error(recorder)) && is_whole(kelp_last_error()));
+        CHECK(is_utf8(kelp_recorder_last_error(recorder)) && is_utf8(kelp_last_error()));
     }
+    CHECK(kelp_recorder_start(recorder, NULL, NULL) == 0 &&
+          strstr(kelp_recorder_last_error(recorder), "a text is null"));
     kelp_recorder_destroy(recorder);
 }
 
@@ -76,8 +65,9 @@ void failures_test(void) {
     CHECK(kelp_player_get_info(it.player, -1) == 0);
     CHECK(kelp_player_set_option(it.player, "preset", NULL) == 0 && kelp_player_set_option(it.player, NULL, "") == 0);
     CHECK(kelp_player_add_frame_sink(it.player, NULL) == 0 && kelp_player_add_frame_sink(NULL, it.sink) == 0);
-    CHECK(kelp_player_remove_frame_sink(it.player, NULL) == 0);
-    CHECK(kelp_player_pause_frame_sink(it.player, NULL, 1) == 0);
+    CHECK(kelp_player_remove_frame_sink(it.player, NULL) == 0 && kelp_player_remove_frame_sink(NULL, it.sink) == 0);
+    CHECK(kelp_player_pause_frame_sink(it.player, NULL, 1) == 0 && kelp_player_pause_frame_sink(NULL, it.sink, 1) == 0);
+    CHECK(strstr(kelp_last_error(), "kelp_player_pause_frame_sink: the handle is null"));
 
     /* In the log's words where it has some. */
     CHECK(kelp_log_set_callback(swallow, &lines, NULL) == 1);

@@ -15,6 +15,10 @@ static void release(void* user) {
     tally_add(user, RELEASED);
 }
 
+static void expect_null(void* user, const char* line) {
+    CHECK(user == NULL && line);
+}
+
 void log_test(void) {
     tally told = TALLY_INITIALIZER, never = TALLY_INITIALIZER;
     kelp_log_set_level(KELP_LOG_WARNING);
@@ -27,6 +31,8 @@ void log_test(void) {
     CHECK(kelp_log_write(KELP_LOG_ERROR, "host", NULL) == 0);
     CHECK(kelp_log_set_callback(on_line, &never, NULL) == 1);
     tally_wait(&told, RELEASED, 1);
+    CHECK(kelp_log_set_callback(expect_null, NULL, NULL) == 1);
+    CHECK(kelp_log_write(KELP_LOG_ERROR, "host", "nobody's\n") == 1);
     CHECK(kelp_log_set_callback(NULL, &told, release) == 1); /* and nobody keeps it */
     CHECK(tally_get(&told, RELEASED) == 2);
     kelp_log_set_level(KELP_LOG_NONE);

@@ -18,6 +18,7 @@ static const struct {
     {"timers", timers_test},
     {"sinks", sinks_test},
     {"failures", failures_test},
+    {"texts", texts_test},
     {"tracks", tracks_test},
     {"statistics", statistics_test},
     {"packets", packets_test},

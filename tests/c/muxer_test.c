@@ -52,7 +52,7 @@ void muxer_test(void) {
         .codec = KELP_VIDEO_CODEC_HEVC, .width = 640, .height = 360, .pix_format = KELP_PIX_FMT_YUV420P};
     CHECK(it.muxer = kelp_muxer_create());
     CHECK(kelp_muxer_set_option(it.muxer, "use_editlist", "0") == 1);
-    CHECK(kelp_muxer_set_option(it.muxer, NULL, "0") == 0);
+    CHECK(kelp_muxer_set_option(it.muxer, NULL, "0") == 0 && kelp_muxer_set_option(it.muxer, "a", NULL) == 0);
     CHECK(kelp_muxer_output_frame(it.muxer, (const uint8_t*)"x", 1, 0, 1) == 0);
     CHECK(kelp_muxer_output_frame(it.muxer, NULL, 1, 0, 1) == 0);
     CHECK(strstr(kelp_muxer_last_error(it.muxer), "kelp_muxer_output_frame: "));

@@ -165,7 +165,7 @@ void recorder_test(void) {
     CHECK(unlink(path_in(scratch_folder, "recorded.mkv")) == 0);
 
     kelp_packet_sink_destroy(kelp_recorder_get_sink(silent)); /* refused: it goes with the recorder */
-    CHECK(strstr(kelp_last_error(), "kelp_packet_sink_destroy: "));
+    CHECK(strstr(kelp_packet_sink_last_error(kelp_recorder_get_sink(silent)), "kelp_packet_sink_destroy: "));
     kelp_recorder_destroy(silent);
     kelp_recorder_destroy(failing);
     kelp_recorder_destroy(NULL);
@@ -177,4 +177,5 @@ void recorder_test(void) {
     CHECK(kelp_player_set_packet_sink(NULL, NULL) == 0 && kelp_packet_sink_create(NULL) == NULL);
     CHECK(kelp_packet_sink_put_streams(NULL, NULL, 0) == 0 && kelp_packet_sink_put_packet(NULL, NULL) == 0);
     CHECK(kelp_packet_sink_put_gap(NULL) == 0 && kelp_packet_sink_put_end(NULL) == 0);
+    CHECK(strstr(kelp_packet_sink_last_error(NULL), "kelp_packet_sink_put_end: the handle is null"));
 }

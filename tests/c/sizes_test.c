@@ -56,7 +56,7 @@ static void put_what_is_shorter(void) {
     CHECK(kelp_packet_sink_put_streams(sink, none, 1) == 0 && kelp_packet_sink_put_streams(sink, NULL, 1) == 0);
     stream.kind = packet.kind = KELP_TRACK_KIND_OTHER + 1;
     CHECK(kelp_packet_sink_put_streams(sink, streams, 1) == 0 && strstr(kelp_last_error(), "kind"));
-    CHECK(kelp_packet_sink_put_packet(sink, &packet) == 0 && strstr(kelp_last_error(), "kind"));
+    CHECK(kelp_packet_sink_put_packet(sink, &packet) == 0 && strstr(kelp_packet_sink_last_error(sink), "kind"));
     stream.kind = packet.kind = -1;
     CHECK(kelp_packet_sink_put_streams(sink, streams, 1) == 0 && kelp_packet_sink_put_packet(sink, &packet) == 0);
     packet.kind = KELP_TRACK_KIND_VIDEO;

@@ -1,3 +1,5 @@
+#include <string.h>
+
 #include "playback.h"
 #include "tests.h"
 
@@ -19,9 +21,12 @@ void sound_test(void) {
     for (i = 0; i < kelp_audio_devices_count(devices); ++i) {
         CHECK(kelp_audio_devices_name(devices, i));
     }
+    CHECK(strcmp(kelp_audio_devices_last_error(devices), "") == 0);
     CHECK(kelp_audio_devices_name(devices, i) == NULL);
+    CHECK(strstr(kelp_audio_devices_last_error(devices), "kelp_audio_devices_name: there aren't so many devices"));
     kelp_audio_devices_free(devices);
     kelp_audio_devices_free(NULL);
     CHECK(kelp_audio_devices_count(NULL) == 0 && kelp_audio_devices_name(NULL, 0) == NULL);
+    CHECK(strstr(kelp_audio_devices_last_error(NULL), "the handle is null"));
     CHECK(kelp_player_set_mute(NULL, 1) == 0 && kelp_player_is_muted(NULL) == 0);
 }

@@ -8,6 +8,7 @@ void events_test(void);
 void timers_test(void);
 void sinks_test(void);
 void failures_test(void);
+void texts_test(void);
 void tracks_test(void);
 void statistics_test(void);
 void packets_test(void);

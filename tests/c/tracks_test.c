@@ -41,7 +41,9 @@ void tracks_test(void) {
     CHECK(kelp_tracks_get(tracks, 1, &track) == 1);
     CHECK(track.kind == KELP_TRACK_KIND_AUDIO && track.sample_rate == 48000 && track.channels == 2);
     CHECK(kelp_tracks_get(tracks, 2, &track) == 0 && kelp_tracks_get(NULL, 0, &track) == 0);
-    CHECK(kelp_tracks_get(tracks, 0, NULL) == 0);
+    CHECK(strcmp(kelp_tracks_last_error(tracks), "kelp_tracks_get: there aren't so many tracks") == 0);
+    CHECK(strcmp(kelp_tracks_last_error(NULL), "kelp_tracks_get: the handle is null") == 0);
+    CHECK(kelp_tracks_get(tracks, 0, NULL) == 0 && strstr(kelp_tracks_last_error(tracks), "a struct is null"));
 
     /* A host that knows more than the library gets zeros, one that knows less nothing beyond. */
     memset(&longer, 0xff, sizeof(longer));

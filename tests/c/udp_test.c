@@ -37,6 +37,7 @@ void udp_test(void) {
     kelp_udp_sender_destroy(sender);
     close(holder);
 
+    kelp_udp_receiver_destroy(kelp_udp_receiver_create(on_data, NULL));
     kelp_udp_receiver_destroy(NULL);
     kelp_udp_sender_destroy(NULL);
     CHECK(kelp_udp_receiver_start(NULL, 1) == 0 && kelp_udp_receiver_stop(NULL) == 0);

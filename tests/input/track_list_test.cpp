@@ -116,15 +116,5 @@ TEST_F(TrackList, SaysWhichArePlayed) {
     EXPECT_TRUE(parser->getStreamInfo()->tracks.empty());
 }
 
-TEST(ReadableUtf8, KeepsWhatIsAndMarksWhatIsNot) {
-    for (const char* text : {"", "film", "ääni", "日本語", "\U0001F3AC", "two\nlines"}) {
-        EXPECT_EQ(readableUtf8(text), text);
-    }
-    EXPECT_EQ(readableUtf8("\xE9t\xE9"), "\uFFFDt\uFFFD");
-    EXPECT_EQ(readableUtf8("a\xC3"), "a\uFFFD");
-    EXPECT_EQ(readableUtf8("\xC0\x80"), "\uFFFD\uFFFD");
-    EXPECT_EQ(readableUtf8("\xED\xA0\x80!"), "\uFFFD\uFFFD\uFFFD!");
-}
-
 }  // namespace
 }  // namespace kelp::test

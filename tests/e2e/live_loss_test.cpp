@@ -9,7 +9,6 @@
 #include <set>
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "e2e/child_process.h"
 #include "e2e/managed_playback.h"
@@ -95,41 +94,14 @@ TEST_P(LiveLoss, IsToldToTheServerByAPlayerThatStops) {
     EXPECT_TRUE(server.waitForTeardown(kAtMostMs));
 }
 
-// The program that the next test runs: it ends with a player that nobody has stopped.
-TEST(LiveLossAtExit, DISABLED_Child) {
-    const char* const url = std::getenv("KELP_LIVE_URL");
-    ASSERT_NE(url, nullptr);
-    static Playback* kept = nullptr;  // it stays, and isn't lost
-    static RecordingSink* sink = nullptr;
-    kept = new Playback;
-    sink = new RecordingSink(RecordingSink::Keep::Nothing);
-    KelpPlayer& player = kept->player();
-    player.enableHwDecoder(false, HW_DECODE_NONE);
-    player.setOption("rtsp_transport", std::getenv("KELP_LIVE_TRANSPORT"));
-    player.addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(sink), 0, 0);
-    ASSERT_TRUE(kept->open(url, kAtMostMs));
-    if (std::getenv("KELP_LIVE_PLAYS")) {
-        ASSERT_TRUE(player.play());
-        ASSERT_TRUE(sink->waitForFrames(2, kAtMostMs));
-    }
-    std::exit(HasFailure() ? 1 : 0);
-}
-
 TEST_P(LiveLoss, IsToldToTheServerByAProcessThatEndsInOrder) {
     RtspServer server({{"camera", mediaPath("small.mp4")}});
     // A thread that has ended isn't waited for by anybody there.
     const char* const tsan = std::getenv("TSAN_OPTIONS");
-    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
     for (const bool plays : {true, false}) {
         SCOPED_TRACE(plays);
-        std::vector<std::string> words = {"env", "KELP_LIVE_URL=" + server.url("camera"),
-                                          std::string("KELP_LIVE_TRANSPORT=") + GetParam(),
-                                          std::string("TSAN_OPTIONS=") + (tsan ? tsan : "") + " report_thread_leaks=0"};
-        if (plays) {
-            words.emplace_back("KELP_LIVE_PLAYS=1");
-        }
-        words.insert(words.end(), {program, "--gtest_also_run_disabled_tests", "--gtest_filter=LiveLossAtExit.*"});
-        ChildProcess child(words);
+        ChildProcess child({"env", std::string("TSAN_OPTIONS=") + (tsan ? tsan : "") + " report_thread_leaks=0",
+                            KELP_UNSTOPPED_PLAYER, server.url("camera"), GetParam(), plays ? "plays" : "opens"});
         EXPECT_EQ(child.wait(kAtMostMs), 0);
         EXPECT_TRUE(server.waitForTeardown(kAtMostMs));
     }

@@ -83,8 +83,9 @@ constexpr PlaybackOption kOptions[] = {
          return readWord(value, "wait", "silence", options.neverWaitsForDevice);
      }},
     {"live_delay", "standard, low", "low",
-     "a picture of a live source is shown as soon as it is decoded, and its sound follows it, whoever the master is "
-     "but for a host's clock; what of either falls behind is caught up with",
+     "a picture of a live source is shown as soon as it is decoded, or, with `timing` as `exact`, its sound is heard, "
+     "and the sound follows it, whoever the master is but for a host's clock; what of either falls behind is caught up "
+     "with",
      "next load",
      [](std::string_view value, PlaybackOptions& options) {
          return readWord(value, "standard", "low", options.lowLiveDelay);

@@ -24,6 +24,14 @@ constexpr const char* kTag = "AudioPlayThread";
 constexpr int kPieceSetting = 3;
 constexpr int kPieceMs = 40;
 
+// A piece, where it may go on, and how the two blend: the library holds back the first two. Where the delay is to be
+// low these do for what little the tempo changes there, and for voices.
+constexpr int kSearchSetting = 4;
+constexpr int kOverlapSetting = 5;
+constexpr int kLowDelayPieceMs = 20;
+constexpr int kLowDelaySearchMs = 10;
+constexpr int kLowDelayOverlapMs = 5;
+
 // Cuts the frame down to the bytes that its buffer holds. False if it holds none.
 bool limitToBuffer(AudioFrameInfo& frame) {
     if (!frame.buffer || !frame.buffer->data) {
@@ -70,14 +78,19 @@ void AudioPlayThread::setOutputSpec(AudioOutputSpec spec) {
 void AudioPlayThread::setOptions(const PlaybackOptions& options) {
     audioOutputFactory_ = std::make_shared<AudioOutputFactory>(options);
     setDevice(options.audioDevice);
-    catchUp_ = options.lowLiveDelay ? std::make_unique<SoundCatchUp>() : nullptr;
-    if (!options.exactTiming) {
-        return;
+    void* const soundTouch = soundTouch_;
+    if (options.exactTiming) {
+        timing_ = std::make_unique<ExactSound>();
+        timing_->setSpec(outputSpec_);
     }
-    timing_ = std::make_unique<ExactSound>();
-    timing_->setSpec(outputSpec_);
-    if (void* soundTouch = soundTouch_) {
+    if (soundTouch && options.exactTiming) {
         soundtouch_setSetting(soundTouch, kPieceSetting, kPieceMs);
+    }
+    catchUp_ = options.lowLiveDelay ? std::make_unique<SoundCatchUp>() : nullptr;
+    if (soundTouch && options.lowLiveDelay) {
+        soundtouch_setSetting(soundTouch, kPieceSetting, kLowDelayPieceMs);
+        soundtouch_setSetting(soundTouch, kSearchSetting, kLowDelaySearchMs);
+        soundtouch_setSetting(soundTouch, kOverlapSetting, kLowDelayOverlapMs);
     }
 }
 
@@ -303,7 +316,10 @@ bool AudioPlayThread::isWanted(const AudioFrameInfo& frame) {
     const bool isFollowing = timing_->isFollowing();
     const int64_t behindMs = isFollowing ? -timing_->aheadOfMasterMs() : std::numeric_limits<int64_t>::max();
     const bool hasMore = getFrameQueueSize() > 1 || (observer_ && observer_->onAudioPacketQueueSize() > 0);
-    if (!catchUp_->isWanted(frame, KelpTime::getSteadyUs(), queuedMs(), hasMore, behindMs)) {
+    const int64_t nowUs = KelpTime::getSteadyUs();
+    const auto output = audioOutput_.load();
+    const int64_t spareUs = output ? output->heard(nowUs).spareUs : 0;
+    if (!catchUp_->isWanted(frame, nowUs, queuedMs(), hasMore, spareUs, behindMs)) {
         return false;
     }
     // Alone it is as fast as it may be; what follows another one decides by itself.

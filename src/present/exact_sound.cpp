@@ -159,7 +159,9 @@ int64_t ExactSound::begin(const AudioFrameInfo& frame, int64_t /*durationMs*/, I
 
     const double speed = speed_.load(std::memory_order_relaxed);
     const double ownTempo = std::max<double>(kMinTempo, speed);
-    tempo_ = limited(ownTempo);
+    // The device's clock isn't the one that films and masters go by.
+    const double device = heardNow.framesPerSecond > 0 ? spec_.sampleRate / heardNow.framesPerSecond : 1;
+    tempo_ = limited(ownTempo, ownTempo * device);
     unSyncSamples_.store(0, std::memory_order_relaxed);
     aheadOfMasterMs_ = 0;
     const auto master = master_.load();
@@ -171,8 +173,7 @@ int64_t ExactSound::begin(const AudioFrameInfo& frame, int64_t /*durationMs*/, I
     masterPace_.read(masterUs, nowUs);
     const double pace = std::max(masterPace_.pace(), 0.0);
     const bool isStanding = pace <= 0;
-    // The device's clock isn't the master's.
-    const double base = heardNow.framesPerSecond > 0 ? pace * spec_.sampleRate / heardNow.framesPerSecond : pace;
+    const double base = pace * device;
 
     const double toEarUs = static_cast<double>(heardNow.delayUs) + heldUs / std::max(base, kSlowestPace);
     const double aheadUs = static_cast<double>(beginUs_) - static_cast<double>(masterUs) - pace * toEarUs;
@@ -196,7 +197,8 @@ int64_t ExactSound::begin(const AudioFrameInfo& frame, int64_t /*durationMs*/, I
     // many.
     const double slowest = std::min(kSlowestPace, ownTempo);
     const double pacedBy = isStanding ? ownTempo : base;
-    tempo_ = limited(std::max(slowest, pacedBy * (1 + correction(aheadUs / std::max(pacedBy, kSlowestPace)))));
+    const double wanted = std::max(slowest, pacedBy * (1 + correction(aheadUs / std::max(pacedBy, kSlowestPace))));
+    tempo_ = limited(wanted, ownTempo * device);
     unSyncSamples_.store(static_cast<int>(aheadUs * spec_.sampleRate / kSecondUs), std::memory_order_relaxed);
     return 0;
 }

@@ -1,6 +1,7 @@
 #include "present/low_delay_timing.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "kelp_player/log.h"
 
@@ -15,12 +16,15 @@ constexpr int64_t kLeastPictureUs = 5'000;
 constexpr int64_t kMostPictureUs = 1'000'000;
 constexpr int64_t kLongestGapUs = 100'000;  // between pictures while some are left out
 constexpr int64_t kClockJumpUs = 1'000'000;
+constexpr int64_t kMostHeldUs = 100'000;  // until the sound is heard; what is farther behind catches up by itself
+constexpr int64_t kTogetherUs = 5'000;    // so much earlier than its sound nobody sees a picture
 
 }  // namespace
 
 void LowDelayTiming::begin(const VideoFrameInfo& frame, int64_t /*nowUs*/) {
     playout_.add(frame.pts, frame.queuedUs);
     dueUs_ = playout_.dueUs(frame.pts);
+    readyUs_ = std::max(dueUs_, frame.queuedUs);
     const int64_t periodUs = wrappingMultiply(wrappingSubtract(frame.pts, ptsMs_), 1000);
     pictureUs_ = std::clamp(periodUs, kLeastPictureUs, kMostPictureUs);
     ptsMs_ = frame.pts;
@@ -34,7 +38,17 @@ int64_t LowDelayTiming::leftUs(int64_t nowUs) {
             return leftUs;
         }
     }
-    return wrappingSubtract(dueUs_, nowUs);
+    return std::max(wrappingSubtract(dueUs_, nowUs), leftToSoundUs(nowUs));
+}
+
+int64_t LowDelayTiming::leftToSoundUs(int64_t nowUs) const {
+    constexpr int64_t kNotAtAll = std::numeric_limits<int64_t>::min();
+    const int64_t heardMs = heardMs_ ? heardMs_() : -1;
+    if (heardMs < 0) {
+        return kNotAtAll;
+    }
+    const int64_t leftUs = wrappingSubtract(wrappingMultiply(wrappingSubtract(ptsMs_, heardMs), 1000), kTogetherUs);
+    return wrappingSubtract(wrappingAdd(nowUs, leftUs), readyUs_) > kMostHeldUs ? kNotAtAll : leftUs;
 }
 
 // No picture waits for as long as that without a clock.
@@ -59,7 +73,8 @@ bool LowDelayTiming::isTooLate(const VideoFrameInfo& frame) {
 
 void LowDelayTiming::setDrawn(const VideoFrameInfo& frame, int64_t nowUs) {
     drawnUs_ = nowUs;
-    setTime(frame.pts, nowUs);
+    const int64_t heldUs = heardMs_ ? std::clamp<int64_t>(wrappingSubtract(nowUs, readyUs_), 0, kMostHeldUs) : 0;
+    clock_.set(frame.pts, wrappingSubtract(KelpTime::getTimeMs(), heldUs / 1000));
 }
 
 }  // namespace kelp

@@ -15,10 +15,16 @@ namespace kelp {
 //
 // A picture that is late by its whole time is left out if others wait behind it, so a burst is caught up with as fast
 // as it can be decoded; one is shown every 100 ms meanwhile.
+//
+// In the form that is to be in step with the sound, a picture that could be seen waits until its sound is heard, which
+// a device and a change of tempo make later; for 100 ms at most, and not at all if that isn't enough. The clock is that
+// of pictures that don't wait, so the sound that follows it comes as early as it can.
 class LowDelayTiming : public PictureTiming {
 public:
     // `waiting` counts the pictures that are there, the present one among them, and the packets behind them.
-    explicit LowDelayTiming(std::function<int()> waiting) : PictureTiming(std::move(waiting)) {}
+    // `heardMs`: the time of what is heard, -1 for nothing; empty for pictures that wait for no sound.
+    explicit LowDelayTiming(std::function<int()> waiting, std::function<int64_t()> heardMs = {})
+        : PictureTiming(std::move(waiting)), heardMs_(std::move(heardMs)) {}
 
     int64_t nowUs() const override { return KelpTime::getSteadyUs(); }
     void setTime(int64_t pts, int64_t /*nowUs*/) override { clock_.set(pts, KelpTime::getTimeMs()); }
@@ -32,9 +38,14 @@ public:
     void setDrawn(const VideoFrameInfo& frame, int64_t nowUs) override;
 
 private:
+    // For how long it is to wait for its sound; 0 or less if it isn't to.
+    int64_t leftToSoundUs(int64_t nowUs) const;
+
+    const std::function<int64_t()> heardMs_;
     PlayoutDelay playout_;
     int64_t ptsMs_ = 0;      // of the present picture
     int64_t dueUs_ = 0;      // when it is, without a clock
+    int64_t readyUs_ = 0;    // and was there
     int64_t pictureUs_ = 0;  // from the one before to it
     int64_t lateUs_ = 0;     // by which the wait for it ended
     int64_t nowUs_ = 0;      // when that was

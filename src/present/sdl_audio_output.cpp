@@ -32,8 +32,11 @@ std::mutex& openingMutex() {
 
 }  // namespace
 
-SDLAudioOutput::SDLAudioOutput(Device device, SampleGain::Changes volumeChanges)
-    : device_(device), cycleBuffer_(std::make_shared<CycleBufferWrapper>()), gain_(volumeChanges) {
+SDLAudioOutput::SDLAudioOutput(Device device, SampleGain::Changes volumeChanges, int blockFrames)
+    : device_(device),
+      blockFrames_(blockFrames),
+      cycleBuffer_(std::make_shared<CycleBufferWrapper>()),
+      gain_(volumeChanges) {
 }
 
 // A device that is still open would call into an object that is gone.
@@ -55,7 +58,7 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
 
     wantedSpec_.channels = static_cast<Uint8>(spec.channels);
     wantedSpec_.freq = spec.sampleRate;
-    wantedSpec_.samples = kDeviceBufferSamples;
+    wantedSpec_.samples = static_cast<Uint16>(blockFrames_);
     wantedSpec_.callback = sdlAudioCallback;
     wantedSpec_.userdata = this;
     if (wantedSpec_.freq < 1 || wantedSpec_.channels == 0) {
@@ -199,7 +202,7 @@ int SDLAudioOutput::getBufferDuration() {
         return 0;
     }
     const int ringMs = cycleBuffer_->availableReadSize() * 1000 / wantedSpec_.channels / wantedSpec_.freq / sampleBytes;
-    return ringMs + kDeviceBufferSamples * 1000 / wantedSpec_.freq;
+    return ringMs + blockFrames_ * 1000 / wantedSpec_.freq;
 }
 
 bool SDLAudioOutput::pause(bool paused) {

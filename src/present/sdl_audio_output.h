@@ -30,8 +30,10 @@ public:
     static constexpr int kRingBytes = 8192;
     static constexpr int kDeviceBufferSamples = 1024;  // for each channel
 
+    // `blockFrames`: samples for each channel that the device is to take at once.
     explicit SDLAudioOutput(Device device = Device::WaitedFor,
-                            SampleGain::Changes volumeChanges = SampleGain::Changes::AtOnce);
+                            SampleGain::Changes volumeChanges = SampleGain::Changes::AtOnce,
+                            int blockFrames = kDeviceBufferSamples);
     ~SDLAudioOutput() override;
 
     bool init(AudioOutputSpec spec) override;
@@ -75,6 +77,7 @@ private:
     bool isDeviceGone();
 
     const Device device_;
+    const int blockFrames_;
     std::shared_ptr<CycleBufferWrapper> cycleBuffer_;
     SDL_AudioDeviceID deviceId_ = 0;   // 0 if none is open; guarded by deviceMutex_
     std::mutex deviceMutex_;           // keeps a pause from a device that is being closed; the callback never takes it

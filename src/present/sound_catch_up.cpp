@@ -12,13 +12,13 @@ namespace {
 constexpr int64_t kIntervalUs = 1'000'000;
 constexpr int64_t kTooFarMs = 200;  // 10 % of two seconds
 constexpr int64_t kFitsUs = 20'000;
-constexpr int64_t kLeastStandingUs = 40'000;  // that which the output's ring lets wait isn't worth a change
+constexpr int64_t kLeastStandingUs = 10'000;  // less isn't worth a change, and a machine may be late by it
 constexpr double kMostFaster = 0.1;
 constexpr double kTakenInUs = 1'000'000;  // of a smaller one in which it would go
 
 }  // namespace
 
-bool SoundCatchUp::isWanted(const DecodedFrame& frame, int64_t nowUs, int64_t queuedMs, bool hasMore,
+bool SoundCatchUp::isWanted(const DecodedFrame& frame, int64_t nowUs, int64_t queuedMs, bool hasMore, int64_t spareUs,
                             int64_t behindMasterMs) {
     playout_.add(frame.pts, frame.queuedUs);
     const int64_t lateUs = wrappingSubtract(nowUs, playout_.dueUs(frame.pts));
@@ -31,7 +31,7 @@ bool SoundCatchUp::isWanted(const DecodedFrame& frame, int64_t nowUs, int64_t qu
         fastest_ = 1;
         return false;
     }
-    note(behindUs, nowUs);
+    note(wrappingAdd(behindUs, spareUs), nowUs);
     return true;
 }
 

@@ -11,7 +11,8 @@ namespace kelp {
 
 // Brings the sound of a live source back to the present behind a standstill, where a low delay is wanted. A frame is
 // behind by how much longer it has waited than the jitter asks for, as PlayoutDelay has it, but by no more than what
-// waits with it: a longer way from the source is nothing to catch up with.
+// waits with it: a longer way from the source is nothing to catch up with. What lies in the output when it comes, and
+// the device wouldn't lack, is on top of that.
 //
 // What the frames of a second have all been behind by is a standing queue, and goes by tempo: the least wait of an
 // interval, as K. Nichols and V. Jacobson, "Controlling queue delay", ACM Queue 10 (2012), tell it from a burst. What
@@ -21,9 +22,10 @@ namespace kelp {
 class SoundCatchUp {
 public:
     // For each frame, before it is played: false if it is to be left out. `queuedMs`: of the sound that waits, this
-    // frame included; `hasMore`: more waits behind it. `behindMasterMs`: as the clock that is followed has it; what
-    // isn't behind that stays.
-    bool isWanted(const DecodedFrame& frame, int64_t nowUs, int64_t queuedMs, bool hasMore, int64_t behindMasterMs);
+    // frame included; `hasMore`: more waits behind it; `spareUs`: of HeardSound, from the output. `behindMasterMs`: as
+    // the clock that is followed has it; what isn't behind that stays.
+    bool isWanted(const DecodedFrame& frame, int64_t nowUs, int64_t queuedMs, bool hasMore, int64_t spareUs,
+                  int64_t behindMasterMs);
 
     // What follows a clock may be as much slower than at its speed.
     static constexpr double kSlowest = 0.9;

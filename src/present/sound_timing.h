@@ -53,7 +53,8 @@ public:
     // Lets go of what is in the tempo library and on its way to the device; each may be null.
     virtual void empty(IAudioOutput* output, void* tempoLibrary) = 0;
 
-    // What the tempo may be at the least and at the most, as parts of the speed; none, until this is called.
+    // What the tempo may be at the least and at the most, as parts of the one at which as much comes out as the device
+    // takes in the time of the film; none, until this is called.
     void limitTempo(double least, double most) {
         leastTempo_ = least;
         mostTempo_ = most;
@@ -76,9 +77,9 @@ protected:
     // samples and does come back.
     static constexpr float kMinTempo = 0.0005f;
 
-    double limited(double tempo) const {
-        const double speed = speed_.load(std::memory_order_relaxed);
-        return mostTempo_ > 0 ? std::clamp(tempo, leastTempo_ * speed, mostTempo_ * speed) : tempo;
+    // `even`: the tempo that the limits are parts of.
+    double limited(double tempo, double even) const {
+        return mostTempo_ > 0 ? std::clamp(tempo, leastTempo_ * even, mostTempo_ * even) : tempo;
     }
 
     AudioOutputSpec spec_;

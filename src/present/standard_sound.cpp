@@ -50,7 +50,7 @@ float StandardSound::tempo() const {
     const float correction = behind / static_cast<float>(spec_.sampleRate) / static_cast<float>(spec_.channels) * 2.0f;
     const float tempo = correction + speed_.load(std::memory_order_relaxed);
     const float possible = tempo >= 0.0f && tempo < kMinTempo ? kMinTempo : tempo;
-    return static_cast<float>(limited(possible));
+    return static_cast<float>(limited(possible, speed_.load(std::memory_order_relaxed)));
 }
 
 void StandardSound::computeUnSyncSamples(int64_t durationMs) {

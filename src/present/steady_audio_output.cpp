@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "kelp_player/log.h"
-#include "present/sdl_audio_output.h"
 #include "present/sdl_thread_storage.h"
 #include "runtime/kelp_time.h"
 
@@ -32,8 +31,9 @@ std::shared_ptr<AudioFrameInfo> makeSilence(int64_t bytes) {
 
 }  // namespace
 
-SteadyAudioOutput::SteadyAudioOutput(AudioDeviceSearch::MakeOutput makeOutput)
-    : search_([this, makeOutput = std::move(makeOutput)](AudioDeviceSearch::Attempt attempt) {
+SteadyAudioOutput::SteadyAudioOutput(AudioDeviceSearch::MakeOutput makeOutput, int blockFrames)
+    : blockFrames_(blockFrames),
+      search_([this, makeOutput = std::move(makeOutput)](AudioDeviceSearch::Attempt attempt) {
           auto output = makeOutput(attempt);
           output->setDevice(giveName());
           return output;
@@ -176,7 +176,7 @@ HeardSound SteadyAudioOutput::heard(int64_t nowUs) {
         return heard;
     }
     HeardSound heard;
-    heard.delayUs = silence_.leftUs(nowUs);
+    heard.delayUs = heard.spareUs = silence_.leftUs(nowUs);
     heard.dryFromUs = silence_.endUs();
     heard.framesPerSecond = spec_.sampleRate;
     heard.frames = static_cast<double>(handedBytes_ - bytesOf(heard.delayUs)) / bytes;
@@ -284,7 +284,7 @@ int64_t SteadyAudioOutput::bytesOf(int64_t us) const {
 }
 
 int SteadyAudioOutput::deviceBufferMs() const {
-    return spec_.sampleRate > 0 ? SDLAudioOutput::kDeviceBufferSamples * 1000 / spec_.sampleRate : 0;
+    return spec_.sampleRate > 0 ? blockFrames_ * 1000 / spec_.sampleRate : 0;
 }
 
 }  // namespace kelp

@@ -9,6 +9,7 @@
 
 #include "present/audio_device_search.h"
 #include "present/audio_output.h"
+#include "present/sdl_audio_output.h"
 #include "present/silent_device.h"
 #include "runtime/atomic_shared_ptr.h"
 #include "runtime/rest.h"
@@ -22,7 +23,9 @@ namespace kelp {
 // The outputs that it is given say in `fillFrame` when theirs is lost.
 class SteadyAudioOutput : public IAudioOutput {
 public:
-    explicit SteadyAudioOutput(AudioDeviceSearch::MakeOutput makeOutput);
+    // `blockFrames`: that their devices take at once.
+    explicit SteadyAudioOutput(AudioDeviceSearch::MakeOutput makeOutput,
+                               int blockFrames = SDLAudioOutput::kDeviceBufferSamples);
     ~SteadyAudioOutput() override;
 
     // Always true, after 250 milliseconds at most: a device that takes longer to open is taken up when it is there.
@@ -60,6 +63,7 @@ private:
     // What a device is taken to hold at all times.
     int deviceBufferMs() const;
 
+    const int blockFrames_;
     AudioOutputSpec spec_;    // the play thread's
     std::mutex nameMutex_;    // a leaf
     std::string deviceName_;  // of the wanted device; guarded by nameMutex_, like the next

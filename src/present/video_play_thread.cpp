@@ -28,8 +28,11 @@ VideoPlayThread::VideoPlayThread(bool isLive, RenderTiming* renderTiming, const 
 std::unique_ptr<PictureTiming> VideoPlayThread::makeTiming(bool isLive, RenderTiming* renderTiming,
                                                            const PlaybackOptions& options) {
     if (options.lowLiveDelay) {
-        return std::make_unique<LowDelayTiming>(
-            [this] { return getFrameQueueSize() + (observer_ ? observer_->onVideoPacketQueueSize() : 0); });
+        const auto waiting = [this] {
+            return getFrameQueueSize() + (observer_ ? observer_->onVideoPacketQueueSize() : 0);
+        };
+        return options.exactTiming ? std::make_unique<LowDelayTiming>(waiting, [this] { return otherTimeMs(); })
+                                   : std::make_unique<LowDelayTiming>(waiting);
     }
     const auto queueSize = [this] { return getFrameQueueSize(); };
     if (options.exactTiming) {

@@ -61,6 +61,16 @@ TEST_F(DeviceClockTest, WhatIsHeardMovesOnEvenlyWithinABlock) {
     }
 }
 
+// Half a block until it asks, one that it takes then, and two more. One of them may just not be whole then.
+TEST_F(DeviceClockTest, TellsWhatCouldBeMissingOfWhatWaits) {
+    ask(10);
+    EXPECT_EQ(clock.heard(us(nextUs - kBlockUs / 2)).spareUs, 0);
+    clock.handOver(3 * kBlock);
+    const HeardSound heard = clock.heard(us(nextUs - kBlockUs / 2));
+    EXPECT_NEAR(static_cast<double>(heard.delayUs), 4.5 * kBlockUs, 2);
+    EXPECT_NEAR(static_cast<double>(heard.spareUs), 2.5 * kBlockUs, 2);
+}
+
 TEST_F(DeviceClockTest, AnUnsteadyDeviceIsSmoothed) {
     constexpr double kJitterUs = 4000;
     ask(200, kJitterUs);

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include "present/fake_master.h"
@@ -19,9 +21,14 @@ using testing::ElementsAre;
 class LowDelayTimingTest : public testing::Test {
 protected:
     LowDelayTimingTest() { FakeTime::reset(kStart); }
+    explicit LowDelayTimingTest(std::function<int64_t()> heardMs)
+        : timing_([this] { return waiting_; }, std::move(heardMs)) {
+        FakeTime::reset(kStart);
+    }
 
     // The picture comes out of the decoder `atMs` behind the start. When it is due, from then on.
     double begin(int64_t pts, double atMs) {
+        atMs_ = atMs;
         frame_ = test::makePicture(pts);
         frame_->queuedUs = us(atMs);
         FakeTime::setNowMs(kStart + static_cast<int64_t>(atMs));
@@ -53,7 +60,63 @@ protected:
     LowDelayTiming timing_{[this] { return waiting_; }};
     std::shared_ptr<VideoFrameInfo> frame_;
     int64_t pts_ = 0;
+    double atMs_ = 0;  // when the last picture came out of the decoder
 };
+
+// The same with sound, of which a picture's time is heard some milliseconds behind the picture.
+class LowDelayTimingWithSoundTest : public LowDelayTimingTest {
+protected:
+    // Some seconds of it, by when the jitter is known.
+    LowDelayTimingWithSoundTest() : LowDelayTimingTest([this] { return heardMs_; }) { play(60); }
+
+    // How long the next picture waits that comes as the others do.
+    double waitFor(double soundBehindMs) {
+        const double readyMs = static_cast<double>(pts_ += 40) + 60;
+        heardMs_ = pts_ - static_cast<int64_t>(soundBehindMs);
+        return begin(pts_, readyMs);
+    }
+
+    int64_t heardMs_ = -1;
+};
+
+TEST_F(LowDelayTimingWithSoundTest, HoldsAPictureUntilItsSoundIsHeard) {
+    EXPECT_EQ(waitFor(30), 25) << "5 ms nobody sees";
+    EXPECT_EQ(waitFor(100), 95);
+    EXPECT_EQ(waitFor(5), 0);
+    EXPECT_EQ(waitFor(-50), 0) << "the sound waits for it, not it for the sound";
+}
+
+TEST_F(LowDelayTimingWithSoundTest, HoldsNoneForSoundThatIsTooFarBehindOrThatIsNone) {
+    EXPECT_EQ(waitFor(110), 0);
+    EXPECT_EQ(waitFor(3000), 0);
+    heardMs_ = -1;
+    pts_ += 40;
+    EXPECT_EQ(begin(pts_, static_cast<double>(pts_) + 60), 0);
+}
+
+TEST_F(LowDelayTimingWithSoundTest, HoldsNoneForLongerThanThatIfTheSoundStands) {
+    double waitedMs = 0;
+    for (double leftMs = waitFor(60); leftMs > 0; leftMs = static_cast<double>(timing_.leftUs(us(atMs_))) / 1000) {
+        waitedMs += leftMs;
+        atMs_ += leftMs;
+    }
+    EXPECT_GT(waitedMs, 0);
+    EXPECT_LE(waitedMs, 100);
+}
+
+// Sound that follows it would wait for itself, and never come back.
+TEST_F(LowDelayTimingWithSoundTest, IsAClockOfPicturesThatDontWait) {
+    const double waitedMs = waitFor(60);
+    ASSERT_EQ(waitedMs, 55);
+    FakeTime::advanceMs(55);
+    const int64_t shownUs = us(atMs_ + waitedMs);
+    heardMs_ = pts_ - 5;
+    timing_.step(*frame_, 40, shownUs);
+    EXPECT_FALSE(timing_.isTooLate(*frame_));
+    timing_.setDrawn(*frame_, shownUs);
+    EXPECT_EQ(timing_.clock().pts(), pts_);
+    EXPECT_EQ(timing_.clock().read(), pts_ + 55);
+}
 
 TEST_F(LowDelayTimingTest, ShowsEachPictureAsItComesIfTheyComeEvenly) {
     for (int64_t pts = 0; pts < 2000; pts += 40) {

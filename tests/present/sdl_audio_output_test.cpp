@@ -28,6 +28,17 @@ TEST(AudioOutputFactory, MakesAnSdlOutputForEverySpec) {
     EXPECT_TRUE(std::dynamic_pointer_cast<SDLAudioOutput>(factory.create({0, 0, 99})));
 }
 
+TEST_F(SDLAudioOutputTest, TakesSmallerBlocksWhereTheDelayIsToBeLow) {
+    for (const bool neverWaits : {false, true}) {
+        AudioOutputFactory factory({.lowLiveDelay = true, .neverWaitsForDevice = neverWaits});
+        const auto low = factory.create({});
+        EXPECT_TRUE(low->init({2, 48000, 1}));
+        EXPECT_EQ(audioDevice().wanted.samples, 512);
+        EXPECT_EQ(low->getBufferDuration(), 10);
+        low->close();
+    }
+}
+
 TEST_F(SDLAudioOutputTest, OpensTheDefaultDeviceAndStartsIt) {
     LogCapture log;
     audioDevice().obtain = [](SDL_AudioSpec* obtained) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <functional>
 #include <limits>
 
 namespace kelp {
@@ -26,7 +27,9 @@ protected:
             }
             while (!queue_.empty() && nowMs_ >= freeMs_) {
                 const int64_t queued = queue_.back().pts - queue_.front().pts;
-                if (catchUp_.isWanted(queue_.front(), us(nowMs_), queued, queue_.size() > 1, behindMasterMs_)) {
+                const int64_t spareUs = spareMs_(played_) * 1000;
+                if (catchUp_.isWanted(queue_.front(), us(nowMs_), queued, queue_.size() > 1, spareUs,
+                                      behindMasterMs_)) {
                     lagMs_ = nowMs_ - static_cast<double>(queue_.front().pts);
                     freeMs_ = std::max(freeMs_, nowMs_ - 1) + kBlockMs / catchUp_.fastest();
                     EXPECT_LE(catchUp_.fastest(), 1.1);
@@ -47,6 +50,7 @@ protected:
     double freeMs_ = 0;  // when the next block can be played
     double lagMs_ = 0;   // of the last one
     int64_t behindMasterMs_ = kNoMaster;
+    std::function<int64_t(int)> spareMs_ = [](int) { return 0; };  // in the output, when the block of that number comes
     int played_ = 0;
     int leftOut_ = 0;
 };
@@ -81,6 +85,22 @@ TEST_F(SoundCatchUpTest, TakesASmallerOneAwayByTempoInTwoSeconds) {
     EXPECT_LE(lagMs_, 65);
     EXPECT_EQ(catchUp_.fastest(), 1);
     EXPECT_EQ(leftOut_, 0);
+}
+
+TEST_F(SoundCatchUpTest, HurriesWhatTheOutputHoldsForNothing) {
+    spareMs_ = [](int) { return 40; };
+    run(3000);
+    EXPECT_NEAR(catchUp_.fastest(), 1.04, 0.001);
+    spareMs_ = [](int) { return 9; };
+    run(3000);
+    EXPECT_EQ(catchUp_.fastest(), 1);
+    EXPECT_EQ(leftOut_, 0);
+}
+
+TEST_F(SoundCatchUpTest, LeavesInTheOutputWhatABlockThatComesLateNeeds) {
+    spareMs_ = [](int block) { return block % 25 == 0 ? 5 : 40; };
+    run(5000);
+    EXPECT_EQ(catchUp_.fastest(), 1);
 }
 
 // The way from the source has become longer for good: nothing waits here.

@@ -18,7 +18,7 @@ namespace kelp::test {
 
 constexpr int kLabRate = 48000;
 
-// An output with a device on the fake time: takes blocks of 1024 samples out of a ring of 2048, and plays each while it
+// An output with a device on the fake time: takes blocks of samples out of a ring of 2048, and plays each while it
 // takes the next one. Asks a little early or late; what it plays is even all the same. A full ring moves the time on.
 class LabDevice : public IAudioOutput {
 public:
@@ -29,7 +29,7 @@ public:
     };
 
     bool init(AudioOutputSpec spec) override {
-        clock_.open(kBlock, kLabRate);
+        clock_.open(block, kLabRate);
         channels_ = static_cast<size_t>(spec.channels);
         nextUs_ = static_cast<double>(FakeTime::nowUs()) + 5000;
         return true;
@@ -78,17 +78,18 @@ public:
         }
     }
 
+    int block = 1024;     // before it is open
     double pace = 1;      // of the device's clock
     double jitterUs = 0;  // by which it asks early or late at most
+    int gaps = 0;         // blocks that weren't whole
     std::function<void()> onStep = [] {};
     std::vector<Played> played;
 
 private:
-    static constexpr int kBlock = 1024;
     static constexpr size_t kRing = 2048;
     static constexpr double kNeverUs = 1e18;
 
-    double blockUs() const { return kBlock * 1e6 / kLabRate / pace; }
+    double blockUs() const { return block * 1e6 / kLabRate / pace; }
 
     void catchUp() {
         while (askUs() <= static_cast<double>(FakeTime::nowUs())) {
@@ -98,7 +99,8 @@ private:
     double askUs() const { return nextUs_ + lateUs_; }
     void ask() {
         const bool isSilent = paused_ || flush_;
-        const size_t count = isSilent ? 0 : std::min<size_t>(kBlock, ring_.size());
+        gaps += !isSilent && ring_.size() < static_cast<size_t>(block);
+        const size_t count = isSilent ? 0 : std::min<size_t>(static_cast<size_t>(block), ring_.size());
         const auto last = ring_.begin() + static_cast<std::ptrdiff_t>(count);
         if (!paused_) {
             clock_.take(static_cast<int64_t>(count), std::llround(askUs()));

@@ -5,6 +5,7 @@
 namespace kelp {
 namespace {
 
+using test::FakeTime;
 using test::kStart;
 using test::makePicture;
 using test::Shown;
@@ -57,6 +58,27 @@ TEST_F(VideoPlayThreadLive, AsksForNoArrivalsOfASourceThatIsNotLive) {
     VideoPlayThread file(/*isLive=*/false, &timing);
     Peer::output(file, makePicture(0));
     EXPECT_EQ(Peer::frameTimer(file), kStart);
+}
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+class SoundThatIsHeard : public test::RecordingObserver {
+public:
+    int64_t heardMs() override { return FakeTime::nowMs() - kStart + 70; }
+};
+#pragma GCC diagnostic pop
+
+// The sound of a time is heard 30 ms behind the picture's arrival.
+TEST_F(VideoPlayThreadLive, HoldsAPictureForItsSoundOnlyIfBothAreToBeExact) {
+    for (const bool isExact : {false, true}) {
+        FakeTime::setNowMs(kStart);
+        VideoPlayThread low(/*isLive=*/true, &timing, {.exactTiming = isExact, .lowLiveDelay = true});
+        low.init(std::make_shared<SoundThatIsHeard>());
+        const auto picture = makePicture(100);
+        picture->queuedUs = kStart * 1000;
+        Peer::output(low, picture);
+        EXPECT_EQ(elapsed(), isExact ? 25 : 0);
+    }
 }
 
 }  // namespace

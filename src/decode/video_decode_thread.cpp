@@ -14,6 +14,7 @@ namespace kelp {
 constexpr char kName[] = "VideoDecodeThread";  // of the thread, and the log tag
 constexpr int kMaxWaitingFrames = 3;
 constexpr int kMaxWaitingInLoop = 8;        // what leads into a turn takes its time
+constexpr int64_t kLongestHoleMs = 500;     // at the beginning of a turn, without the picture that stands there
 constexpr int64_t kMaxOverlapMs = 5000;     // of two tracks; times farther back have nothing to do with each other
 constexpr int64_t kLongestGapUs = 200'000;  // between pictures while others come too late
 
@@ -77,10 +78,12 @@ void VideoDecodeThread::changeTurn(std::shared_ptr<const LoopTurn> turn) {
     const bool follows = !isEmpty_ && turn && turn->shiftMs != (turn_ ? turn_->shiftMs : 0);
     if (follows && decoder_) {
         giveOut();
+        deliverLead();
         VideoPacket flush;
         flush.flush = true;
         decoder_->insertPacket(&flush);
     }
+    lead_.reset();
     turn_ = std::move(turn);
     if (follows) {
         aim(static_cast<int>(turn_->lineFromMs()), /*flush=*/true);
@@ -155,6 +158,7 @@ void VideoDecodeThread::onSeek(int seekTimeMs, bool flush) {
     if (flush) {
         deliveredMs_ = knownToMs_ = kNothing;
         isEmpty_ = true;
+        lead_.reset();
         if (decoder_) {
             decoder_->flush();
         }
@@ -167,6 +171,7 @@ void VideoDecodeThread::onSeek(int seekTimeMs, bool flush) {
 
 void VideoDecodeThread::onExit() {
     Log::Debug(kName, "onExit\n");
+    lead_.reset();
     if (decoder_) {
         decoder_->close();
         decoder_.reset();
@@ -177,10 +182,29 @@ void VideoDecodeThread::onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) {
     if (frame->pts <= knownToMs_ && wrappingSubtract(knownToMs_, frame->pts) < kMaxOverlapMs) {
         return;
     }
+    if (turn_ && turn_->isAhead(frame->pts)) {
+        lead_ = std::move(frame);
+        return;
+    }
+    if (turn_ && !turn_->holds(frame->pts)) {
+        return;
+    }
+    if (lead_ && frame->pts - turn_->lineFromMs() > kLongestHoleMs) {
+        deliverLead();
+    }
+    lead_.reset();
+    deliver(std::move(frame));
+}
+
+void VideoDecodeThread::deliverLead() {
+    if (lead_) {
+        lead_->pts = turn_->lineFromMs();
+        deliver(std::exchange(lead_, nullptr));
+    }
+}
+
+void VideoDecodeThread::deliver(std::shared_ptr<VideoFrameInfo> frame) {
     if (turn_) {
-        if (!turn_->holds(frame->pts)) {
-            return;
-        }
         frame->turnsMs = turn_->shiftMs;
     }
     knownToMs_ = kNothing;

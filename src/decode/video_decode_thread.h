@@ -100,13 +100,17 @@ private:
     void changeTurn(std::shared_ptr<const LoopTurn> turn);
     // Makes the decoder give out what it still holds.
     void giveOut();
+    // Hands on the picture that stands where the turn begins, if it has none of its own for long.
+    void deliverLead();
+    void deliver(std::shared_ptr<VideoFrameInfo> frame);
 
     std::shared_ptr<VideoDecodeThreadObserver> observer_;  // set by `open`, before the thread runs
     std::shared_ptr<VideoDecoderFactory> decoderFactory_;
     std::shared_ptr<IVideoDecoder> decoder_;  // from `open` until the thread ends; empty for a track that doesn't open
     std::shared_ptr<const CodecInfo> track_;  // as the packets name it, like the next
     std::shared_ptr<const LoopTurn> turn_;
-    bool isEmpty_ = true;  // the decoder: nothing came since the last flush
+    std::shared_ptr<VideoFrameInfo> lead_;  // the last picture ahead of it, until it has one of its own
+    bool isEmpty_ = true;                   // the decoder: nothing came since the last flush
     DecodeCounts counts_;
     // For each decoder.
     bool enableHw_ = false;

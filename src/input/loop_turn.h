@@ -33,11 +33,10 @@ struct LoopTurn {
     int64_t lineFromUs() const { return fromUs + shiftUs; }
     int64_t lineFromMs() const { return fromUs / 1000 + shiftMs; }
 
+    // Whether what begins at `lineMs` leads to the turn.
+    bool isAhead(int64_t lineMs) const { return isEntered() && lineMs < lineFromMs(); }
     // Whether the picture at `lineMs` is one of the turn's.
-    bool holds(int64_t lineMs) const {
-        const int64_t filmMs = lineMs - shiftMs;
-        return (!isEntered() || filmMs >= fromUs / 1000) && (toUs == kOpen || filmMs * 1000 < toUs);
-    }
+    bool holds(int64_t lineMs) const { return !isAhead(lineMs) && (toUs == kOpen || (lineMs - shiftMs) * 1000 < toUs); }
 };
 
 }  // namespace kelp

@@ -18,6 +18,7 @@
 #include "decode/seek_skip.h"
 #include "decode/video_decoder_factory.h"
 #include "decode/video_test_support.h"
+#include "input/loop_turn.h"
 #include "kelp_player/codec_info.h"
 #include "kelp_player/log.h"
 #include "support/fake_time.h"
@@ -169,7 +170,7 @@ public:
             observer->onVideoDecodeNoMoreFrame();
         } else {
             auto frame = std::make_shared<VideoFrameInfo>();
-            frame->pts = packet->pts;
+            frame->pts = packet->pts + (packet->turn ? packet->turn->shiftMs : 0);
             observer->onVideoDecoded(frame);
         }
     }
@@ -269,6 +270,30 @@ TEST_F(VideoDecodeThreadTest, ChangesTheDecoderWithTheTrackAndShowsNoTimeTwice) 
     EXPECT_EQ(second->closes, 0);
     stop();
     second->observer.reset();
+}
+
+// A film of slides, in a loop from 3000 to 6000.
+TEST_F(VideoDecodeThreadTest, ShowsThePictureThatStandsWhereATurnBeginsIfThatHasNoneForLong) {
+    openScripted();
+    start();
+    int64_t shiftMs = -3000;
+    for (const std::vector<int64_t>& times : std::vector<std::vector<int64_t>>{
+             {0, 2000}, {0, 2000}, {0, 2000}, {0, 2000, 5000}, {0, 2000, 3040}, {0, 2000, 3000}}) {
+        shiftMs += 3000;
+        const auto turn = std::make_shared<LoopTurn>(LoopTurn{.shiftUs = shiftMs * 1000, .shiftMs = shiftMs});
+        turn->fromUs = shiftMs > 0 ? 3'000'000 : -1;
+        turn->toUs = 6'000'000;
+        for (const int64_t pts : times) {
+            const auto packet = makeVideoPacket(pts);
+            packet->turn = turn;
+            thread_->fillPacket(packet);
+        }
+    }
+    auto events = observer_->waitForEvents(18);
+    std::erase(events, "no more");  // the decoder is emptied and flushed between two turns
+    EXPECT_THAT(events, ElementsAre("frame 0", "frame 2000", "frame 6000", "frame 9000", "frame 12000", "frame 14000",
+                                    "frame 15040", "frame 18000"));
+    stop();
 }
 
 TEST_F(VideoDecodeThreadTest, LeavesOutWhatWouldComeTooLateButForOneNowAndThen) {

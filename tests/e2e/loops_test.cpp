@@ -124,6 +124,23 @@ TEST(LoopsThatAreSetWhileItPlays, BeginAtOnceWhereTheirEndIsPast) {
     EXPECT_EQ(looping.playback.count(Happened::FirstVideoFrame), 1);
 }
 
+class LoopsWithoutAPicture : public testing::TestWithParam<const char*> {};
+
+TEST_P(LoopsWithoutAPicture, EndASeekWithTheOneThatStandsThere) {
+    Looping looping("numbers_picture_short.mp4", SYNC_MASTER_AUDIO);
+    looping.player().setOption("preset", GetParam());
+    ASSERT_TRUE(looping.player().setLoop(8000, 9000));
+    ASSERT_TRUE(looping.start());
+    ASSERT_TRUE(looping.playback.waitFor(Happened::FirstVideoFrame, kPatienceMs));
+    ASSERT_TRUE(looping.player().seek(8500));
+    EXPECT_TRUE(looping.playback.waitFor(Happened::FirstVideoFrame, kPatienceMs, 2));
+    EXPECT_TRUE(waitUntil([&] { return looping.sink.shown().number == looping.count() - 1; }));
+    const int position = looping.player().getCurrentTime();
+    EXPECT_TRUE(position >= 8000 && position < 9000) << position;
+}
+
+INSTANTIATE_TEST_SUITE_P(With, LoopsWithoutAPicture, testing::Values("standard", "recommended"));
+
 TEST(LoopsAndSteps, LeadBackToTheTurnBefore) {
     Looping looping("numbers.mp4");
     ASSERT_TRUE(looping.player().setLoop(600, 1000));

@@ -118,6 +118,12 @@ bool SeekStress::round() {
     player.setOption("preset", chance(50) ? "recommended" : "standard");
     player.setOption("subtitle_file", chance(30) ? mediaPath("subtitles.mkv").c_str() : "none");
     player.setAVSyncMode(static_cast<SyncMasterMode>(pick(0, 2)));
+    loopFromMs_ = chance(25) ? pick(0, file_->durationMs) : -1;
+    if (loopFromMs_ >= 0) {
+        player.setLoop(loopFromMs_, loopFromMs_ + pick(200, 4000));
+    } else {
+        player.clearLoop();
+    }
     watch_.reset(file_->hasVideo);
     paused_ = false;
     sink_->clear();
@@ -199,6 +205,14 @@ void SeekStress::act() {
     } else if (what <= 94) {
         doing_ = "subtitles";
         player.selectTrack(TRACK_KIND_SUBTITLE, pick(-1, 4));
+    } else if (what <= 97) {
+        doing_ = "steps";
+        player.pause();
+        paused_ = true;
+        for (int i = pick(1, 8); i > 0; --i) {
+            player.stepFrame(pick(-6, 6));
+            rest(pick(0, 60));
+        }
     } else {
         doing_ = "rest";
         rest(pick(1, 400));
@@ -265,7 +279,8 @@ bool SeekStress::settle() {
     }
     lastSignUs_ = steadyUs();
     const int position = player.getCurrentTime();
-    if (!waitFor([&] { return player.getCurrentTime() != position || isOver(); })) {
+    // There may be but one picture in a loop.
+    if (loopFromMs_ < 0 && !waitFor([&] { return player.getCurrentTime() != position || isOver(); })) {
         return fault("playback stands still");
     }
     lastSignUs_ = steadyUs();
@@ -291,7 +306,9 @@ bool SeekStress::checkPictures() {
         return true;
     }
     for (const NumberedFrame& frame : sink_->frames()) {
-        if (frame.number < 0 || frame.pts != file_->firstPtsMs + int64_t{frame.number} * kNumberedFrameMs) {
+        const int64_t pts = file_->firstPtsMs + int64_t{frame.number} * kNumberedFrameMs;
+        const bool leadsIn = frame.pts == loopFromMs_ && pts < loopFromMs_;  // to a turn without others for long
+        if (frame.number < 0 || (frame.pts != pts && !leadsIn)) {
             return fault("at " + std::to_string(frame.pts) + " picture " + std::to_string(frame.number) + " is shown");
         }
     }

@@ -15,8 +15,9 @@
 
 namespace kelp::test {
 
-// Drives players at random: opens files of the table, seeks, pauses, resumes, changes the speed, stops. What it does
-// depends on the seed alone; when it does it, and so what it meets, on the machine too.
+// Drives players at random: opens files of the table, some of them to be played in a loop, seeks, pauses, steps from
+// picture to picture, resumes, changes the speed, stops. What it does depends on the seed alone; when it does it, and
+// so what it meets, on the machine too.
 //
 // A fault is a seek that ends neither in a first frame nor with the end of the file, a playback that stands still
 // afterwards, a picture that isn't the one that its time says, or a call that doesn't return.
@@ -68,6 +69,7 @@ private:
     std::unique_ptr<NumberSink> sink_;
     const File* file_ = nullptr;
     bool paused_ = false;
+    int loopFromMs_ = -1;      // -1 for no loop
     int completedBefore_ = 0;  // when the last request was made
     int endsBefore_ = 0;
     int rounds_ = 0;

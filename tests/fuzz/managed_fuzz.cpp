@@ -18,7 +18,8 @@ using kelp::test::require;
 namespace {
 
 constexpr int kMaxOperations = 120;
-constexpr const char* kAnswers[] = {"loadFileAsync", "play", "pause", "resume", "seek", "stop", "setVolume"};
+constexpr const char* kAnswers[] = {"loadFileAsync", "play",      "pause",     "resume",  "seek",
+                                    "stop",          "setVolume", "stepFrame", "setLoop", "selectTrack"};
 
 std::string joined(const std::vector<std::string>& lines) {
     std::string text;
@@ -76,8 +77,8 @@ public:
     }
 
     void step(FuzzInput& input) {
-        const uint8_t operation = input.byte() % 30;
-        if (operation < 18) {
+        const uint8_t operation = input.byte() % 34;
+        if (operation < 18 || operation >= 30) {
             hostOperation(operation, input);
         } else {
             engineEvent(operation, input);
@@ -160,6 +161,28 @@ private:
                 const int interval = number(input);
                 player_->setOption("retry_when_failed", std::to_string(interval).c_str());
                 model_.setRetry(interval);
+                break;
+            }
+            case 30: {
+                const int pictures = number(input);
+                same(player_->stepFrame(pictures), model_.stepFrame(pictures), "stepFrame");
+                break;
+            }
+            case 31: {
+                const int startMs = number(input);
+                const int endMs = number(input);
+                same(player_->setLoop(startMs, endMs), model_.setLoop(startMs, endMs), "setLoop");
+                break;
+            }
+            case 32:
+                player_->clearLoop();
+                model_.clearLoop();
+                break;
+            case 33: {
+                const int kind = input.byte() % 3;
+                const int track = number(input);
+                same(player_->selectTrack(static_cast<kelp::TrackKind>(kind), track), model_.selectTrack(kind, track),
+                     "selectTrack");
                 break;
             }
             default:

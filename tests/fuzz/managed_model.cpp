@@ -1,5 +1,7 @@
 #include "fuzz/managed_model.h"
 
+#include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace kelp::test {
@@ -152,6 +154,27 @@ bool ManagedModel::seek(int timeMs) {
         call("clearScreen()");
     }
     return ask("seek", text(target));
+}
+
+bool ManagedModel::stepFrame(int pictures) {
+    return isIn(Paused) && ask("stepFrame", text(pictures));
+}
+
+bool ManagedModel::setLoop(int startMs, int endMs) {
+    constexpr int kMost = std::numeric_limits<int>::max();
+    const auto inFilm = [this](int timeMs) {
+        return text(static_cast<int>(std::clamp<int64_t>(int64_t{timeMs} - offsetMs_, 0, kMost)));
+    };
+    return ask("setLoop", inFilm(startMs) + ", " + (endMs == kMost ? text(kMost) : inFilm(endMs)));
+}
+
+bool ManagedModel::selectTrack(int kind, int number) {
+    if (!isIn(Started | Paused | Completed) || !ask("selectTrack", text(kind) + ", " + text(number))) {
+        return false;
+    }
+    const char* const keys[] = {"video_track", "audio_track", "subtitle_track"};
+    call("setOption(" + std::string(keys[kind]) + ", " + (number < 0 ? "none" : text(number)) + ")");
+    return true;
 }
 
 bool ManagedModel::stop() {

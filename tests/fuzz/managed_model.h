@@ -34,6 +34,10 @@ public:
     bool pause();
     bool resume();
     bool seek(int timeMs);
+    bool stepFrame(int pictures);
+    bool setLoop(int startMs, int endMs);
+    void clearLoop() { call("clearLoop()"); }
+    bool selectTrack(int kind, int number);
     bool stop();
     bool reset();
     int getCurrentTime();

@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "fuzz/fuzz_target.h"
@@ -105,12 +106,14 @@ public:
 
     void onStreams(const std::vector<kelp::PacketStream>& streams) override {
         require(!streams.empty(), "a stream");
-        streams_.clear();
+        const std::vector<int> before = std::exchange(streams_, {});
         for (const auto& stream : streams) {
             require(stream.parameters && !stream.codec.empty(), "a stream is described");
             streams_.push_back(stream.track);
+            // A video goes on where another sound was selected.
+            const bool isNew = std::ranges::count(before, stream.track) == 0;
+            isKeyFrameDue_ = isKeyFrameDue_ || (stream.kind == kelp::TRACK_KIND_VIDEO && isNew);
         }
-        isKeyFrameDue_ = true;
         recorder.onStreams(streams);
     }
     void onPacket(const kelp::Packet& packet) override {
@@ -128,6 +131,7 @@ public:
     }
     void onEnd() override {
         streams_.clear();
+        isKeyFrameDue_ = true;
         recorder.onEnd();
     }
 
@@ -182,18 +186,40 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     require(stream->is_live != stream->seekable && !stream->toString().empty(), "live ones can't seek");
 
     require(parser.start(), "an open input starts");
+    // What goes on while it is read. Of a loop that nothing holds back there would be thousands of recordings.
+    const uint32_t more = choice * 2654435761U;
+    if (!folder && stream->seekable && more % 3 == 0) {
+        const int64_t startMs = more >> 8U & 2047U;
+        parser.setLoop(kelp::Loop{startMs, more % 2 == 0 ? kelp::Loop::kFilmEnd : startMs + 1 + (more >> 19U)});
+    }
     for (const auto& track : stream->tracks) {
         if (track.kind == kelp::TRACK_KIND_SUBTITLE && track.isPlayable && (choice & (256U << track.number % 4)) != 0) {
             subtitles->choose(track.number);
             parser.selectTrack(kelp::TRACK_KIND_SUBTITLE, track.number);
         }
     }
+    const auto changeTracks = [&] {
+        for (const auto& track : stream->tracks) {
+            const bool isPlayed = track.kind == kelp::TRACK_KIND_VIDEO   ? stream->has_video
+                                  : track.kind == kelp::TRACK_KIND_AUDIO ? stream->has_audio
+                                                                         : false;
+            if (isPlayed && track.isPlayable && (more & (16U << track.number % 4)) != 0) {
+                parser.selectTrack(track.kind, track.number);
+            }
+        }
+    };
     const int seeks = static_cast<int>((choice >> 4U) % 3);
     for (int i = 0; i < seeks; ++i) {
         observer->wait(static_cast<int>((choice >> 8U) % kMaxPackets), i);
+        changeTracks();
         parser.seek(static_cast<int>((choice >> (9U + 7U * static_cast<unsigned int>(i))) % 8192U) - 500);
         // One request is one seek only if it is taken before the next.
         observer->wait(0, i + 1);
+    }
+    observer->wait(static_cast<int>((more >> 4U) % kMaxPackets), seeks);
+    changeTracks();
+    if (more % 6 == 0) {
+        parser.setLoop(std::nullopt);
     }
     observer->wait(kMaxPackets, seeks);
     if (choice % 2 == 0) {

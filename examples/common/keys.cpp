@@ -62,6 +62,10 @@ KeyCommand commandOf(const SDL_Keysym& key) {
             return {Command::SaveSnapshot};
         case SDLK_d:
             return {Command::NextDevice};
+        case SDLK_z:
+            return {Command::Fit};
+        case SDLK_f:
+            return {Command::FullScreen};
         case SDLK_i:
             return {Command::ShowStatistics};
         default:

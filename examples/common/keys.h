@@ -26,6 +26,8 @@ enum class Command {
     NextSubtitles,
     SaveSnapshot,
     NextDevice,
+    Fit,
+    FullScreen,
     ShowStatistics
 };
 

@@ -132,8 +132,9 @@ std::string usage() {
                "  --help              show this\n"
                "\n") +
            kKeysUsage +
-           "l plays the film again and again, or no more.\n"
-           "a and v go to the next sound and video of a file with several, d to the next sound device. s saves the\n"
+           "l plays the film again and again, or no more. f fills the screen, z the window, whatever its shape.\n"
+           "a, v and j go to the next sound, video and subtitles of a file with several, d to the next sound device. s "
+           "saves the\n"
            "picture as a PNG file, i shows how the playback goes.\n"
            "A click or drag in the window goes to that part of the time line.\n";
 }

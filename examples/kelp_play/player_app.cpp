@@ -202,6 +202,8 @@ void PlayerApp::handleEvent(const SDL_Event& event) {
             const std::string file = saveSnapshot(*player_, options_.file);
             progress_.finish();
             std::printf("%s\n", file.empty() ? "no picture was saved" : file.c_str());
+        } else if (command.command == Command::FullScreen) {
+            toggleFullScreen();
         } else if (playing_) {
             control_.carryOut(command);
         }
@@ -212,6 +214,12 @@ void PlayerApp::handleEvent(const SDL_Event& event) {
     } else if (event.type == SDL_WINDOWEVENT && event.window.event == SDL_WINDOWEVENT_SIZE_CHANGED) {
         player_->addWindow(window_, kelp::WINDOW_TYPE_SDL, event.window.data1, event.window.data2);
     }
+}
+
+// Its new size comes as an event.
+void PlayerApp::toggleFullScreen() {
+    const bool isFull = (SDL_GetWindowFlags(window_) & SDL_WINDOW_FULLSCREEN_DESKTOP) != 0;
+    SDL_SetWindowFullscreen(window_, isFull ? 0 : SDL_WINDOW_FULLSCREEN_DESKTOP);
 }
 
 // The window's width stands for the time line.

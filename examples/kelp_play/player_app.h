@@ -55,6 +55,7 @@ private:
     void handleEvents();
     void handleEvent(const SDL_Event& event);
     bool isWindowBeingSetUp();
+    void toggleFullScreen();
     void seekToColumn(int x);
     void start();
     void showProgress();

@@ -67,10 +67,21 @@ void RemoteControl::prepared(bool hasVideo, bool hasAudio) {
     }
 }
 
-// Also after a failure, when everything but the volume is still in force.
+// [volume]
+// From onStarted, also after a failure, when everything but the volume is still in force.
 void RemoteControl::started() {
     player_->setVolume(volume_);
 }
+
+void RemoteControl::changeVolume(float step) {
+    volume_ = std::clamp(volume_ + step, 0.0F, kVolumeMax);
+    player_->setVolume(volume_);
+}
+
+void RemoteControl::toggleMute() {
+    player_->setMute(!player_->isMuted());
+}
+// [/volume]
 
 void RemoteControl::firstFrame(bool video, int ptsMs) {
     std::lock_guard lock(clockMutex_);
@@ -95,7 +106,7 @@ void RemoteControl::carryOut(const KeyCommand& command) {
             changeVolume(-kVolumeStep);
             break;
         case Command::Mute:
-            player_->setMute(!player_->isMuted());
+            toggleMute();
             break;
         case Command::NormalSpeed:
             setSpeed(1.0);
@@ -126,6 +137,9 @@ void RemoteControl::carryOut(const KeyCommand& command) {
             break;
         case Command::Loop:
             toggleLoop();
+            break;
+        case Command::Fit:
+            toggleFit();
             break;
         case Command::NextSound:
             selectNext(*player_, kelp::TRACK_KIND_AUDIO);
@@ -174,10 +188,12 @@ void RemoteControl::toggleLoop() {
 }
 // [/loop]
 
-void RemoteControl::changeVolume(float step) {
-    volume_ = std::clamp(volume_ + step, 0.0F, kVolumeMax);
-    player_->setVolume(volume_);
+// [fit]
+void RemoteControl::toggleFit() {
+    isFilled_ = !isFilled_;
+    player_->setOption("fit", isFilled_ ? "fill" : "keep");
 }
+// [/fit]
 
 // One that can't be opened is told by the log alone, and the next key press goes on from it.
 void RemoteControl::useNextDevice() {
@@ -232,6 +248,9 @@ std::string RemoteControl::status() const {
     }
     if (isLooped_) {
         text += "  again and again";
+    }
+    if (isFilled_) {
+        text += "  window filled";
     }
     if (device_ != "default") {
         text += "  to " + device_;

@@ -45,6 +45,8 @@ private:
     void togglePause();
     void step(int pictures);
     void changeVolume(float step);
+    void toggleMute();
+    void toggleFit();
     void useNextDevice();
     void setSpeed(double speed);
     void seekBy(int64_t ms);
@@ -67,4 +69,5 @@ private:
     bool hasSought_ = false;
     bool hasStepped_ = false;  // in this pause
     bool isLooped_ = false;
+    bool isFilled_ = false;  // the window, whatever the picture's ratio
 };

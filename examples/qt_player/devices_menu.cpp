@@ -1,5 +1,7 @@
 #include "devices_menu.h"
 
+#include "next_action.h"
+
 DevicesMenu::DevicesMenu(const QString& title, QWidget* parent) : QMenu(title, parent), group_(new QActionGroup(this)) {
     connect(group_, &QActionGroup::triggered, this, [this](const QAction* action) {
         chosen_ = action->data().toString();
@@ -25,4 +27,8 @@ void DevicesMenu::add(const QString& text, const QString& name) {
     action->setData(name);
     group_->addAction(action);
     action->setChecked(name == chosen_);
+}
+
+void DevicesMenu::chooseNext() {
+    triggerNext(*group_);
 }

@@ -12,6 +12,8 @@ public:
     explicit DevicesMenu(const QString& title, QWidget* parent = nullptr);
 
     void showDevices(const QStringList& names);
+    // The entry behind the one that is played, or the first.
+    void chooseNext();
 
 signals:
     // A value of the player's option "audio_device".

@@ -48,7 +48,10 @@ private:
     void makeWidgets();
     void makeActions();
     QAction* makeAction(QMenu* menu, const QString& text, const QList<QKeySequence>& keys, std::function<void()> act);
-    void addTracks(QMenu* menu, const QString& title, kelp::TrackKind kind, const char* name);
+    QAction* makeSwitch(QMenu* menu, const QString& text, const char* name, Qt::Key key, bool on);
+    // One that stands in no menu.
+    QAction* addKey(const QString& text, Qt::Key key);
+    void addTracks(QMenu* menu, const QString& title, kelp::TrackKind kind, const char* name, Qt::Key key);
     void addSoundDevices(QMenu* menu);
     void addRecording(QMenu* menu);
     void chooseRecording();

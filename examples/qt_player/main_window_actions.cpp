@@ -24,6 +24,22 @@ QAction* MainWindow::makeAction(QMenu* menu, const QString& text, const QList<QK
     return action;
 }
 
+QAction* MainWindow::makeSwitch(QMenu* menu, const QString& text, const char* name, Qt::Key key, bool on) {
+    QAction* const action = makeAction(menu, text, {key}, [] {});
+    action->setObjectName(QLatin1String(name));
+    action->setCheckable(true);
+    action->setChecked(on);
+    return action;
+}
+
+QAction* MainWindow::addKey(const QString& text, Qt::Key key) {
+    auto* const action = new QAction(text, this);
+    action->setShortcut(key);
+    action->setShortcutContext(Qt::ApplicationShortcut);
+    addAction(action);
+    return action;
+}
+
 void MainWindow::makeActions() {
     const QColor color = palette().color(QPalette::ButtonText);
     QMenu* const file = menuBar()->addMenu(tr("&File"));
@@ -52,12 +68,7 @@ void MainWindow::makeActions() {
     makeAction(playback, tr("&Forward 5 s"), {Qt::Key_Right}, [go] { go(5000); });
     makeAction(playback, tr("Pre&vious picture"), {Qt::Key_Comma}, [this] { player_.step(-1); });
     makeAction(playback, tr("Ne&xt picture"), {Qt::Key_Period}, [this] { player_.step(1); });
-    QAction* const loop = playback->addAction(tr("In a loo&p"));
-    loop->setObjectName(QStringLiteral("loop"));
-    loop->setCheckable(true);
-    loop->setShortcut(Qt::Key_L);
-    loop->setShortcutContext(Qt::ApplicationShortcut);
-    addAction(loop);
+    QAction* const loop = makeSwitch(playback, tr("In a loo&p"), "loop", Qt::Key_L, /*on=*/false);
     connect(loop, &QAction::toggled, &player_, &PlayerController::setLooped);
     playback->addSeparator();
     makeAction(playback, tr("Slo&wer"), {Qt::Key_BracketLeft}, [this] { controls_->changeSpeed(-1); });
@@ -68,9 +79,9 @@ void MainWindow::makeActions() {
     makeAction(playback, tr("&Quieter"), {Qt::Key_Down}, [this] { controls_->changeVolume(-5); });
     makeAction(playback, tr("&Mute"), {Qt::Key_M}, [this] { controls_->toggleMuted(); });
     playback->addSeparator();
-    addTracks(playback, tr("&Video track"), kelp::TRACK_KIND_VIDEO, "videoTracks");
-    addTracks(playback, tr("Soun&d track"), kelp::TRACK_KIND_AUDIO, "soundTracks");
-    addTracks(playback, tr("S&ubtitles"), kelp::TRACK_KIND_SUBTITLE, "subtitleTracks");
+    addTracks(playback, tr("&Video track"), kelp::TRACK_KIND_VIDEO, "videoTracks", Qt::Key_V);
+    addTracks(playback, tr("Soun&d track"), kelp::TRACK_KIND_AUDIO, "soundTracks", Qt::Key_A);
+    addTracks(playback, tr("S&ubtitles"), kelp::TRACK_KIND_SUBTITLE, "subtitleTracks", Qt::Key_J);
     addSoundDevices(playback);
     playback->addSeparator();
     addRecording(playback);
@@ -80,6 +91,8 @@ void MainWindow::makeActions() {
                                    [this] { setFullScreen(fullScreenAction_->isChecked()); });
     fullScreenAction_->setCheckable(true);
     fullScreenAction_->setIcon(signIcon(Sign::FullScreen, color));
+    QAction* const keepShape = makeSwitch(view, tr("&Keep the picture's shape"), "keepShape", Qt::Key_Z, /*on=*/true);
+    connect(keepShape, &QAction::toggled, &player_, &PlayerController::setKeepsShape);
     secondAction_ = makeAction(view, tr("Second &window"), {Qt::Key_W},
                                [this] { second_->setVisible(secondAction_->isChecked()); });
     secondAction_->setCheckable(true);
@@ -113,10 +126,11 @@ void MainWindow::makeActions() {
     controls_->addButton(fullScreenAction_);
 }
 
-void MainWindow::addTracks(QMenu* menu, const QString& title, kelp::TrackKind kind, const char* name) {
+void MainWindow::addTracks(QMenu* menu, const QString& title, kelp::TrackKind kind, const char* name, Qt::Key key) {
     auto* const tracks = new TracksMenu(title, kind, this);
     tracks->setObjectName(QLatin1String(name));
     menu->addMenu(tracks);
+    connect(addKey(tr("%1: the next one").arg(title), key), &QAction::triggered, tracks, &TracksMenu::chooseNext);
     connect(tracks, &TracksMenu::chosen, &player_, &PlayerController::selectTrack);
     connect(&player_, &PlayerController::tracksChanged, tracks, &TracksMenu::showTracks);
 }

@@ -16,6 +16,8 @@ void MainWindow::addSoundDevices(QMenu* menu) {
     auto* const devices = new DevicesMenu(tr("Sound d&evice"), this);
     devices->setObjectName(QStringLiteral("soundDevices"));
     menu->addMenu(devices);
+    connect(addKey(tr("Sound device: the next one"), Qt::Key_D), &QAction::triggered, devices,
+            &DevicesMenu::chooseNext);
     connect(devices, &QMenu::aboutToShow, &player_, &PlayerController::listAudioDevices);
     connect(devices, &DevicesMenu::chosen, &player_, &PlayerController::setAudioDevice);
     connect(&player_, &PlayerController::audioDevicesListed, devices, &DevicesMenu::showDevices);

@@ -275,6 +275,10 @@ void PlayerController::setHardwareDecoding(bool enabled) {
     }
 }
 
+void PlayerController::setKeepsShape(bool keeps) {
+    command([keeps](kelp::TarnPlayer& player) { player.setOption("fit", keeps ? "keep" : "fill"); });
+}
+
 void PlayerController::setRetryInterval(int ms) {
     command(
         [text = std::to_string(ms)](kelp::TarnPlayer& player) { player.setOption("retry_when_failed", text.c_str()); });

@@ -70,6 +70,8 @@ public:
     void setMaster(kelp::SyncMasterMode mode);
     // A source that plays is started again at its position.
     void setHardwareDecoding(bool enabled);
+    // Whether windows show the picture in its own shape, as at the start, or are filled by it.
+    void setKeepsShape(bool keeps);
     // Plays another track of the source, by the number of its entry. The answer is `tracksChanged`.
     void selectTrack(kelp::TrackKind kind, int number);
     // Writes the picture that is shown into a PNG file.

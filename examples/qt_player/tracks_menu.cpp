@@ -1,5 +1,7 @@
 #include "tracks_menu.h"
 
+#include "next_action.h"
+
 TracksMenu::TracksMenu(const QString& title, kelp::TrackKind kind, QWidget* parent)
     : QMenu(title, parent), kind_(kind), group_(new QActionGroup(this)) {
     setEnabled(false);
@@ -20,4 +22,8 @@ void TracksMenu::showTracks(kelp::TrackKind kind, const std::vector<TrackEntry>&
         group_->addAction(action);
     }
     setEnabled(!entries.empty());
+}
+
+void TracksMenu::chooseNext() {
+    triggerNext(*group_);
 }

@@ -16,6 +16,8 @@ public:
 
     // Does nothing for tracks of another kind.
     void showTracks(kelp::TrackKind kind, const std::vector<TrackEntry>& entries);
+    // The entry behind the one that is played, or the first.
+    void chooseNext();
 
 signals:
     void chosen(kelp::TrackKind kind, int number);

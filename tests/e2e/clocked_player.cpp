@@ -6,12 +6,16 @@
 
 namespace kelp::test {
 
-ClockedPlayer::ClockedPlayer(const std::string& path, TarnSyncClock* clock, int offsetMs)
+ClockedPlayer::ClockedPlayer(const std::string& path, TarnSyncClock* clock, int offsetMs,
+                             const std::function<void(TarnPlayer&)>& prepare)
     : player_(TarnPlayer::create()) {
     player_->setOption("log_level", "none");
     player_->enableHwDecoder(false, HW_DECODE_NONE);
     player_->setSyncClock(clock);
     player_->addWindow(static_cast<ExternFrameSink*>(this), WINDOW_TYPE_EXTERN, 0, 0);
+    if (prepare) {
+        prepare(*player_);
+    }
     player_->setDataSource(path.c_str(), offsetMs, this);
     player_->prepareAsync();
     player_->start();

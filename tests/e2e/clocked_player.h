@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,9 @@ namespace kelp::test {
 class ClockedPlayer final : private TarnPlayerObserver, private ExternFrameSink {
 public:
     // Follows `clock`, or its own for null, with the stream's zero at `offsetMs` on it, and plays as soon as it can.
-    ClockedPlayer(const std::string& path, TarnSyncClock* clock, int offsetMs = 0);
+    // `prepare` sets it up before the load.
+    ClockedPlayer(const std::string& path, TarnSyncClock* clock, int offsetMs = 0,
+                  const std::function<void(TarnPlayer&)>& prepare = {});
     ~ClockedPlayer();
     ClockedPlayer(const ClockedPlayer&) = delete;
     ClockedPlayer& operator=(const ClockedPlayer&) = delete;

@@ -17,6 +17,7 @@ SHOWS = {
     "players": [["cpu"], ["limit_cpu"], ["shown_percent"], ["limit_shown_percent"]],
     "wakes": [["threads", "playing"]],
     "latency": [["count"], ["worst_ms"]],
+    "steps": [["count"], ["right"], ["worst_ms"]],
     "presentation": [["pictures", "flashes", "looks"]],
     "udp": [["received"], ["mbits"], ["limit_mbits"]],
     "micro": [["time_ns"], ["cpu_ns"]],

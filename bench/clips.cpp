@@ -78,6 +78,14 @@ std::string heavyPath(const Settings& settings) {
     return isWanted ? clipPath(settings, {.width = 1920, .height = 1080, .isHeavy = true}) : std::string();
 }
 
+std::vector<NamedClip> latencyClips(const Settings& settings) {
+    std::vector<NamedClip> films = {{settings.file.empty() ? "light" : "file", everydayPath(settings)}};
+    if (const std::string path = heavyPath(settings); !path.empty()) {
+        films.push_back({"heavy", path});
+    }
+    return films;
+}
+
 std::string silentPath(const Settings& settings, const std::string& path) {
     std::error_code error;
     const auto size = std::filesystem::file_size(path, error);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "settings.h"
 
@@ -26,11 +27,19 @@ std::string encodedPath(const Settings& settings, const Clip& clip, const std::s
 // Black, with a bright picture of 80 ms and a beep at every second that the film is old: 25 pictures per second.
 std::string flashesPath(const Settings& settings, int seconds);
 
-// What `cost` and `latency` play: the file of the command line, or a light clip, 1080p.
+// What `cost`, `latency` and `steps` play: the file of the command line, or a light clip, 1080p.
 std::string everydayPath(const Settings& settings);
 
-// Another film for `latency`: a heavy clip, unless the command line names a file or only a smoke test is wanted.
+// Another film for `latency` and `steps`: a heavy clip, unless the command line names a file or only a smoke test is
+// wanted.
 std::string heavyPath(const Settings& settings);
+
+// Both, or the one that there is, with their names in the tables.
+struct NamedClip {
+    std::string name;
+    std::string path;
+};
+std::vector<NamedClip> latencyClips(const Settings& settings);
 
 // The same film without its sound.
 std::string silentPath(const Settings& settings, const std::string& path);

@@ -5,7 +5,7 @@
 //
 //     --quick       fewer and shorter measurements, in some minutes
 //     --smoke       hardly any, in less than one: shows that everything can be measured, and the figures mean nothing
-//     --file FILE   what `cost` and `latency` play, instead of clips that are made with the ffmpeg command
+//     --file FILE   what `cost`, `latency` and `steps` play, instead of clips that are made with the ffmpeg command
 //     --seconds N   of the film that `cost` plays, or how long `screens` are watched
 //     --out FOLDER  where the clips and bench.json, the same figures, go: build unless given
 //
@@ -32,6 +32,7 @@
 #include "screens.h"
 #include "seek_latency.h"
 #include "settings.h"
+#include "step_latency.h"
 #include "subtitle_cost.h"
 #include "udp_bench.h"
 #include "wakes.h"
@@ -59,6 +60,7 @@ constexpr Topic kTopics[] = {
     {"players", measurePlayers},
     {"wakes", measureWakes},
     {"latency", measureLatency},
+    {"steps", measureSteps},
     {"presentation", measurePresentation},
     {"screens", measureScreensForLong, /*isInAll=*/false},
     {"udp", measureUdp},
@@ -79,6 +81,7 @@ constexpr Row kRows[] = {
     {"wakes", wakesRow},
     {"latency", latencyRow},
     {"seek-latency", seekLatencyRow},
+    {"steps", stepsRow},
     {"presentation", presentationRow},
     {"av-distance", avDistanceRow},
     {"screens", screensRow},

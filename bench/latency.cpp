@@ -158,18 +158,11 @@ bool measureLatency(const Settings& settings, Report& report) {
     const int stops = settings.choose(1000, 40, 3);
     setenv("SDL_VIDEODRIVER", "dummy", 1);
     setenv("SDL_AUDIODRIVER", "dummy", 1);
-    struct Film {
-        std::string name;
-        std::string path;
-    };
-    std::vector<Film> films = {{settings.file.empty() ? "light" : "file", everydayPath(settings)}};
-    if (const std::string path = heavyPath(settings); !path.empty()) {
-        films.push_back({"heavy", path});
-    }
+    const std::vector<NamedClip> films = latencyClips(settings);
     Table table("latency", "From a call to what it is for, in ms",
                 spreadColumns({{"clip", "clip"}, {"what", "what"}, {"count", "count", 0}}, /*decimals=*/2));
     std::vector<std::vector<std::string>> ends = {{"latency", "device", ""}};
-    for (const Film& film : films) {
+    for (const NamedClip& film : films) {
         const std::string silent = film.path.empty() ? "" : silentPath(settings, film.path);
         if (silent.empty()) {
             return false;

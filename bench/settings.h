@@ -10,7 +10,7 @@ enum class Length { Full, Quick, Smoke };
 // What the command line asks for.
 struct Settings {
     std::string folder = "build";  // for the clips and the figures
-    std::string file;              // to play in `cost` and `latency`; empty: clips of our own
+    std::string file;              // to play in `cost`, `latency` and `steps`; empty: clips of our own
     int seconds = 0;               // of the film that `cost` plays, or of `screens`; 0: as many as the length says
     Length length = Length::Full;
 

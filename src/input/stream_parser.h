@@ -1,28 +1,21 @@
 #pragma once
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <limits>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <vector>
 
-#include "input/held_packet.h"
 #include "input/input_loop.h"
-#include "input/input_mending.h"
 #include "input/media_packet.h"
 #include "input/packet_outlet.h"
-#include "input/read_again.h"
-#include "input/read_ahead.h"
-#include "input/read_errors.h"
 #include "input/seek_reach.h"
 #include "input/source_options.h"
 #include "input/stream_info.h"
+#include "input/stream_parser_observer.h"
+#include "input/stream_parser_state.h"
 #include "input/subtitle_taker.h"
 #include "kelp_player/codec_info.h"
 #include "kelp_player/tracks.h"
@@ -40,145 +33,7 @@ struct AVStream;
 
 namespace kelp {
 
-class StreamChoice;
 class TimestampExtrapolator;
-
-// Takes what the parser reads and tells it how much is still waiting behind it. All calls come on the parser's thread,
-// with no lock held. The four queue sizes are asked for on every pass of its loop: they must be cheap and must not
-// wait.
-class StreamParserObserver {
-public:
-    // The first packet after an open or a seek, video or audio, right after it was handed over.
-    virtual void onFirstPakcet(std::shared_ptr<MediaPacket> packet) = 0;
-    // The results of both are not looked at.
-    virtual int onAudioPakcet(std::shared_ptr<AudioPacket> packet) = 0;
-    virtual int onVideoPacket(std::shared_ptr<VideoPacket> packet) = 0;  // also end and flush packets
-    virtual int onAudioPacketQueueSize() = 0;
-    virtual int onVideoPacketQueueSize() = 0;
-    virtual int onAudioFrameQueueSize() = 0;
-    virtual int onVideoFrameQueueSize() = 0;
-    // Asked for where a source is read ahead by time.
-    virtual WaitingPackets waitingPackets() { return {}; }
-    // Whether a packet has left its queue and may still give a frame to another.
-    virtual bool isDecoding() { return false; }
-    // Whether a seek waits for its picture: sound that was read far ahead then holds nothing up.
-    virtual bool isPictureAwaited() { return false; }
-    // Before a seek: empty the packet queues. Reading goes on once both are empty.
-    virtual void onSeekStart(int seekTimeMs) = 0;
-    // After a seek, also a failed one.
-    virtual void onSeekCompleted() = 0;
-    // Another loop was asked for, or none, and what was read to be played before `lineMs` isn't of it.
-    virtual void onLoopChanged(int64_t /*lineMs*/) {}
-    // The time that is heard, or the target of a seek that is under way, in milliseconds; -1 before there is one.
-    virtual int64_t audibleTimeMs() { return -1; }
-    // The time that is seen, likewise.
-    virtual int64_t shownTimeMs() { return -1; }
-    // The sound of another track comes, from before what waits: drop the packets of sound.
-    virtual void onSoundReadAgain() {}
-    // The same times as onFileEnd's, ahead of the end packets: what these bring out of a decoder is known for the last.
-    virtual void onLastTimes(int64_t /*maxVideoPtsMs*/, int64_t /*maxAudioPtsMs*/) {}
-    // Right before onFileEnd, of an input that is mended: where its last packet ends, in milliseconds.
-    virtual void onInputLength(int64_t /*lengthMs*/) {}
-    // The end of the input, with the largest times handed over in milliseconds, -1 where there were none.
-    virtual void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) = 0;
-    // The end of the input was met, or reading was given up, and all four queues have run empty since.
-    virtual void onPlaybackCompleted() = 0;
-    virtual void onPlayFailed() = 0;
-
-protected:
-    // Nobody deletes an observer through this interface.
-    ~StreamParserObserver() = default;
-};
-
-struct FreeLeftBsf {
-    void operator()(AVBSFContext* context) const;
-};
-
-// How far a stream was handed on, in its ticks.
-struct StreamReach {
-    int64_t lastTicks = -1;  // the latest time since the last seek or turn of a loop
-    int64_t endTicks = -1;   // where the packet ends that ends last
-    int64_t endFromTicks = -1;
-
-    void note(int64_t pts, int64_t end) {
-        lastTicks = std::max(lastTicks, pts);
-        if (end > endTicks) {
-            endTicks = end;
-            endFromTicks = pts;
-        }
-    }
-};
-
-// What an open has found and reading has come to: all that `close` sets back at once. While the thread runs it changes
-// what belongs to a track.
-struct StreamParserState {
-    InputMending mending_;
-    int64_t startTimeUs_ = 0;
-    int64_t originUs_ = 0;  // the input's time that is position 0
-    int64_t startTimeInVideoTimeBase_ = 0;
-    int64_t startTimeInAudioTimeBase_ = 0;
-    int videoStreamIndex_ = -1;
-    int audioStreamIndex_ = -1;
-    int subtitleStreamIndex_ = -1;
-    AVStream* videoStream_ = nullptr;
-    AVStream* audioStream_ = nullptr;
-    AVStream* coverStream_ = nullptr;  // its picture goes with the sound; there is no video stream then
-    int width_ = 0;                    // in pixels
-    int height_ = 0;                   // in pixels
-    int frameRate_ = 0;                // whole frames per second
-    int channels_ = 0;
-    int sampleRate_ = 0;  // in Hz
-    int sampleFormat_ = -1;
-    VideoCodecType videoCodecType_ = VIDEO_CODEC_NONE;
-    AudioCodecType audioCodecType_ = AUDIO_CODEC_NONE;
-    PixFormat pixFormat_ = PIX_FMT_NONE;
-    bool isLive_ = false;
-    bool isRemote_ = false;
-    ReadAhead readAhead_;
-    bool isReadBreakable_ = false;          // a seek doesn't wait for what a server doesn't send
-    const StreamChoice* choice_ = nullptr;  // from `open` on
-    bool keepsSideData_ = false;            // palettes, samples to be left out, and so on
-    bool tellsSoundEnd_ = false;            // with a packet without data, as that of the pictures and of exact seeks
-
-    // The thread's own, like all below.
-    ReadErrors readErrors_;
-    bool lastPaused_ = false;            // as the demuxer was told
-    int readPauseResult_ = 0;            // of the last av_read_pause
-    bool firstPacketSent_ = false;       // onFirstPakcet was called since the open or the last seek
-    bool foundKeyFrame_ = false;         // a video key frame was handed over, video flows
-    int64_t lastKeyFramePts_ = -1;       // since the last seek; raw, in the video time base; -1 or less means none
-    int64_t maxKeyFrameDurationMs_ = 0;  // the largest distance of two key frames; never falls until `close`
-    int64_t maxVideoPtsMs_ = -1;         // the largest times handed over; not lowered by a seek
-    int64_t maxAudioPtsMs_ = -1;
-
-    // Of the last seek.
-    int64_t seekPosUs_ = 0;
-    bool seeksExactly_ = false;
-    SeekReach reach_;
-    bool isFarthestBack_ = false;     // there is nothing before what is read for it
-    std::vector<HeldPacket> unsure_;  // what was read while reach_ is open
-
-    // Of changes of the tracks.
-    std::shared_ptr<const CodecInfo> videoTrack_;  // for the packets; null until the first change
-    std::shared_ptr<const CodecInfo> audioTrack_;
-    bool leavesOthersOut_ = false;  // packets of streams that nobody has chosen are no mistake
-    int nextVideoIndex_ = -1;       // the video that waits for its key frame; -1 for none
-    std::vector<HeldPacket> held_;  // its packets from there on, while the old one hasn't come as far
-    std::map<int, std::unique_ptr<AVBSFContext, FreeLeftBsf>> leftBsfs_;  // of videos that were played, by their stream
-    ReadAgain readAgain_;                                                 // of the video
-    ReadAgain soundReadAgain_;
-    int mostReadAgain_ = 0;  // with so many packets in the queues what is read again doesn't keep them open
-    int64_t lastVideoTicks_ = std::numeric_limits<int64_t>::min();  // of the last packet; none as FFmpeg has it
-    int64_t soundFromMs_ = -1;    // sound that is read again is needed from here on; -1 if all is
-    int64_t firstPacketMs_ = -1;  // of the first packet since the open or the last seek; -1 before it
-    int64_t lastSoundMs_ = -1;    // of the last packet of sound; likewise
-    bool videoEnded_ = false;     // the end packet was handed over; likewise
-    bool soundEnded_ = false;
-    int64_t videoEndMs_ = 0;  // where the last ones end
-    int64_t audioEndMs_ = 0;
-    StreamReach videoReach_;
-    StreamReach audioReach_;
-};
 
 // The demuxing stage: opens one input, picks one video and one audio stream and hands their packets to an observer.
 //

@@ -115,23 +115,6 @@ int PlayTask::getCurrentTime() {
     return static_cast<int>(filmMs(lineTimeMs()));
 }
 
-int64_t PlayTask::lineTimeMs() {
-    const auto videoPlay = videoPlayThread_.load();
-    const auto audioPlay = audioPlayThread_.load();
-    if (!videoPlay) {
-        return audioPlay ? audioPlay->getCurrentTime() : 0;
-    }
-    const int64_t pictureMs = videoPlay->getCurrentTime();
-    // The sound goes on behind the last picture.
-    const bool isSoundAlone = audioPlay && videoPlay->isDry();
-    return isSoundAlone ? std::max<int64_t>(pictureMs, audioPlay->getCurrentTime()) : pictureMs;
-}
-
-std::shared_ptr<VideoPlayThread> PlayTask::pictureThread() {
-    const auto videoPlay = videoPlayThread_.load();
-    return videoPlay ? videoPlay : coverPlayThread_.load();
-}
-
 void PlayTask::withWindows(const std::function<void(VideoPlayThread&)>& act) {
     for (const auto& pictures : {pictureThread(), standingThread_.load()}) {
         if (pictures) {

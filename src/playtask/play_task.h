@@ -19,7 +19,6 @@
 #include "decode/audio_decode_thread.h"
 #include "decode/audio_output_spec.h"
 #include "decode/video_decode_thread.h"
-#include "input/loop_turn.h"
 #include "input/media_packet.h"
 #include "input/packet_outlet.h"
 #include "input/stream_info.h"
@@ -29,9 +28,9 @@
 #include "kelp_player/tracks.h"
 #include "kelp_player/types.h"
 #include "playtask/event_type.h"
-#include "playtask/frame_buffer_pool.h"
 #include "playtask/host_windows.h"
 #include "playtask/play_detail.h"
+#include "playtask/playback_stages.h"
 #include "playtask/rebuffer.h"
 #include "playtask/seek_turns.h"
 #include "playtask/selected_tracks.h"
@@ -48,19 +47,14 @@ namespace kelp {
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"  // of the observer interfaces
-// Runs one playback: owns the parser, the decode threads and the play threads, stands between them as the only
-// observer of all, and raises the events for the player. It keeps what the host asked for while those don't exist.
+// Runs one playback: makes and ends its stages, stands between them as the only observer of all, and raises the events
+// for the player. It keeps what the host asked for while those don't exist.
 //
 // Held by a shared pointer. `init` comes once, before all else; `loadFileAsync`, `play` and `stop` come from one
 // thread at a time; the other commands from any. The observer operations come on the stages' threads. Every event goes
 // through the callback of `init`, on the thread that raises it, possibly with a stage's queue mutex held: the callback
 // only posts.
-class PlayTask : public StreamParserObserver,
-                 public VideoDecodeThreadObserver,
-                 public AudioDecodeThreadObserver,
-                 public VideoPlayThreadObserver,
-                 public AudioPlayThreadObserver,
-                 public std::enable_shared_from_this<PlayTask> {
+class PlayTask : public PlaybackStages, public std::enable_shared_from_this<PlayTask> {
 public:
     using EventCallback = std::function<void(EventType, int, int, int)>;
 
@@ -156,50 +150,28 @@ private:
 
     // From the parser, on its thread.
     void onFirstPakcet(std::shared_ptr<MediaPacket> packet) override;
-    int onAudioPakcet(std::shared_ptr<AudioPacket> packet) override;
     int onVideoPacket(std::shared_ptr<VideoPacket> packet) override;
-    int onAudioPacketQueueSize() override;  // also from the audio play thread
-    int onVideoPacketQueueSize() override;  // also from the video play thread
-    int onAudioFrameQueueSize() override;   // also from the audio decode thread
-    bool isDecoding() override;
-    int onVideoFrameQueueSize() override;  // also from the video decode thread
     void onSeekStart(int seekTimeMs) override;
     void onSeekCompleted() override;
     void onLoopChanged(int64_t lineMs) override;
     int64_t audibleTimeMs() override;
-    int64_t heardMs() override;  // from the video play thread
-    int64_t seenMs() override;   // from the threads of the sound
     int64_t shownTimeMs() override { return getCurrentTime(); }
-    void onSoundReadAgain() override;
-    void onLastTimes(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
     void onInputLength(int64_t lengthMs) override { inputLengthMs_ = lengthMs; }
     void onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) override;
     void onPlaybackCompleted() override;
     void onPlayFailed() override;
-    WaitingPackets waitingPackets() override;
     bool isPictureAwaited() override { return videoPlayThread_.load() && (seekTurns_.isFrameAwaited() || hasStepped_); }
 
-    // From the video decode thread; seeks without flush from the thread that runs `seek`. The buffers' `alloc` calls,
-    // here and below, let std::bad_alloc out.
+    // From the video decode thread; seeks without flush from the thread that runs `seek`.
     void onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) override;
     void onVideoDecodeFailed() override;
-    void onVideoPacketTaken() override { onPacketTaken(); }
     std::optional<int64_t> onVideoDue() override;
     void onVideoDecodeNoMoreFrame() override;
-    void onVideoDecodeEnd() override;
     void onVideoDecodeSeek(int seekTimeMs, bool flush) override;
-    std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) override { return pixPool_.alloc(size); }
-    void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) override { pixPool_.free(std::move(buffer)); }
 
     // From the audio decode thread; likewise.
     void onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) override;
-    int onSpeedUpSamples() override;
-    void onAudioPacketTaken() override { onPacketTaken(); }
-    void onAudioDecodeEnd() override;
     void onAudioDecodeSeek(int seekTimeMs, bool flush) override;
-    void onAudioDecodeTrack() override;
-    std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) override { return pcmPool_.alloc(size); }
-    void freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) override { pcmPool_.free(std::move(buffer)); }
 
     // From the play threads, at the very first frame and at the end of each seek, then with their queue mutex held.
     void onFirstVideoFrame(int64_t framePtsMs) override { firstVideoFrame(framePtsMs, SeekTurns::FrameOf::Seek); }
@@ -211,15 +183,8 @@ private:
     void onStepped(int64_t pts) override;
     void onStepSeek(int seekTimeMs) override;
     bool isSeekUnderWay() override { return !seekTurns_.isIdle(); }
-    // Room for the parser, and for the decode threads. From whoever took the frames, with no lock of a play thread
-    // held.
-    void onPacketTaken();
-    void onVideoFramesTaken(int left) override;
-    void onAudioFramesTaken(int left) override;
 
     void raise(EventType type, int a, int b, int c);
-
-    bool isStopping() const { return streamParser_ && streamParser_->isStopRequested(); }
 
     // The body of the load thread.
     void load(const std::string& fileName, int seekTime, const PlaybackOptions& options);
@@ -246,7 +211,6 @@ private:
     void setStalled(bool stalled);
     void holdClock(bool held);
     void pauseSource(bool paused);
-    void holdPlayThreads(bool held);
     void startStallWatch(const StreamInfo& streamInfo);
     DataLevel dataLevel();
 
@@ -271,8 +235,6 @@ private:
     template <class PlayThread>
     void stopPlayThread(AtomicSharedPtr<PlayThread>& slot);
 
-    // What draws: the video, or the cover.
-    std::shared_ptr<VideoPlayThread> pictureThread();
     // Does `act` with it, and with the thread that stands.
     void withWindows(const std::function<void(VideoPlayThread&)>& act);
 
@@ -307,10 +269,6 @@ private:
     // Where what was read isn't of the loop that was set: reads it anew, from the time that is shown.
     void seekIntoLoop();
 
-    // Time on the line of playback.
-    int64_t lineTimeMs();
-    bool isBent() const { return streamParser_ && streamParser_->loop().isBent(); }
-    int64_t filmMs(int64_t lineMs) const { return streamParser_ ? streamParser_->loop().filmMs(lineMs) : lineMs; }
     bool seekInFrameQueues(int seekTimeMs);
     bool seekInPacketQueues(int seekTimeMs);
     // The first two in one for an exact seek, which runs until its first frame as any other. Nothing that plays at the
@@ -359,7 +317,6 @@ private:
     const std::shared_ptr<PacketOutlet> packets_ = std::make_shared<PacketOutlet>();
     const std::shared_ptr<SubtitleTracks> subtitles_ = std::make_shared<SubtitleTracks>();
     const std::shared_ptr<SubtitleScreen> subtitleScreen_ = std::make_shared<SubtitleScreen>(subtitles_);
-    std::shared_ptr<StreamParser> streamParser_;
 
     std::unique_ptr<std::thread> loadThread_;  // from `loadFileAsync` to `stop`
     std::mutex loadMutex_;                     // held until it is stored; the thread begins behind it
@@ -382,17 +339,6 @@ private:
     PlaybackOptions playOptions_;  // as they were when `play` began; its caller's
     int loadTimeMs_ = 0;           // where the load begins; its caller's
 
-    // From `play`, when they run, to `stop`; a stage that failed is empty. The play threads come and go under
-    // settingMutex_.
-    AtomicSharedPtr<VideoDecodeThread> videoDecodeThread_;
-    AtomicSharedPtr<AudioDecodeThread> audioDecodeThread_;
-    AtomicSharedPtr<VideoPlayThread> videoPlayThread_;
-    AtomicSharedPtr<AudioPlayThread> audioPlayThread_;
-    // A picture that goes with the sound: shown as a video's first one, and kept. It has windows and no time: whoever
-    // asks for the video's position, end, clock or queues finds none.
-    AtomicSharedPtr<VideoDecodeThread> coverDecodeThread_;
-    AtomicSharedPtr<VideoPlayThread> coverPlayThread_;
-
     // Of a playback that was stopped for a restart: without frames, until the next one takes its windows over.
     AtomicSharedPtr<VideoPlayThread> standingThread_;
 
@@ -410,8 +356,8 @@ private:
     bool hasHostClock_ = false;                 // that is a clock of the host; guarded by settingMutex_
     bool isLowDelay_ = false;                   // the pictures lead but for such a clock; guarded by settingMutex_
     std::atomic<SyncMasterMode> syncMasterMode_{SYNC_MASTER_CLOCK};
-    // Held while the speed or the choice of a clock is stored and handed to the play threads, so that the last one
-    // asked for is the one in force. The stages' threads never take it.
+    // Held while the speed or the choice of a clock is stored and handed to the play threads, which come and go under
+    // it, so that the last one asked for is the one in force. The stages' threads never take it.
     std::mutex settingMutex_;
 
     std::atomic<bool> isShowing_{false};      // the first frame has come, of the playback or behind its last seek
@@ -440,9 +386,6 @@ private:
     std::optional<Loop> playedLoop_;
     bool isRead_ = false;  // between `play` and `stop`; guarded by seekRunMutex_
     SelectedTracks selectedTracks_;
-
-    FrameBufferPool pixPool_{100};
-    FrameBufferPool pcmPool_{121};  // blocks of sound differ a little in length
 };
 #pragma GCC diagnostic pop
 

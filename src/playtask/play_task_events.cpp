@@ -10,8 +10,7 @@
 #include "kelp_player/log.h"
 #include "playtask/play_task.h"
 
-// What the stages report: packets and frames on their way to the next stage, and events for the player. A target that
-// isn't there swallows what it would get, and counts as empty.
+// What the stages report: what more than the next stage is to know of, and events for the player.
 
 namespace kelp {
 
@@ -24,11 +23,6 @@ void PlayTask::onFirstPakcet(std::shared_ptr<MediaPacket> packet) {
     if (isHostSeek()) {
         raise(EVENT_FIRST_PACKET, static_cast<int>(ptsMs), 0, 0);
     }
-}
-
-int PlayTask::onAudioPakcet(std::shared_ptr<AudioPacket> packet) {
-    const auto audioDecode = audioDecodeThread_.load();
-    return audioDecode ? audioDecode->fillPacket(std::move(packet)) : 0;
 }
 
 int PlayTask::onVideoPacket(std::shared_ptr<VideoPacket> packet) {
@@ -79,32 +73,6 @@ void PlayTask::passThrough(const VideoPacket& packet) {
     videoPlay->fillFrame(frame);
 }
 
-int PlayTask::onAudioPacketQueueSize() {
-    const auto audioDecode = audioDecodeThread_.load();
-    return audioDecode ? audioDecode->getQueuePacketSize() : 0;
-}
-
-int PlayTask::onVideoPacketQueueSize() {
-    const auto videoDecode = videoDecodeThread_.load();
-    return videoDecode ? videoDecode->getQueuePacketSize() : 0;
-}
-
-bool PlayTask::isDecoding() {
-    const auto videoDecode = videoDecodeThread_.load();
-    const auto audioDecode = audioDecodeThread_.load();
-    return (videoDecode && videoDecode->isDecoding()) || (audioDecode && audioDecode->isDecoding());
-}
-
-int PlayTask::onAudioFrameQueueSize() {
-    const auto audioPlay = audioPlayThread_.load();
-    return audioPlay ? audioPlay->getFrameQueueSize() : 0;
-}
-
-int PlayTask::onVideoFrameQueueSize() {
-    const auto videoPlay = videoPlayThread_.load();
-    return videoPlay ? videoPlay->getFrameQueueSize() : 0;
-}
-
 void PlayTask::onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) {
     anyDecoded_.store(true, std::memory_order_relaxed);
     if (eventCallback_ && frame->width > 0 && frame->height > 0 &&
@@ -137,29 +105,11 @@ void PlayTask::onVideoDecodeNoMoreFrame() {
     }
 }
 
-void PlayTask::onVideoDecodeEnd() {
-    if (const auto videoPlay = videoPlayThread_.load()) {
-        videoPlay->endFrames();
-    }
-}
-
-void PlayTask::onAudioDecodeEnd() {
-    if (const auto audioPlay = audioPlayThread_.load()) {
-        audioPlay->endFrames();
-    }
-}
-
 void PlayTask::onAudioDecoded(std::shared_ptr<AudioFrameInfo> frame) {
     anyDecoded_.store(true, std::memory_order_relaxed);
     if (const auto audioPlay = audioPlayThread_.load()) {
         audioPlay->fillFrame(std::move(frame));
     }
-}
-
-int PlayTask::onSpeedUpSamples() {
-    const auto audioPlay = audioPlayThread_.load();
-    // The decoder's correction is the opposite of the output's lead.
-    return audioPlay ? static_cast<int>(0u - static_cast<unsigned int>(audioPlay->getUnSyncSamples())) : 0;
 }
 
 bool PlayTask::isFirstTold(std::atomic<bool>& owed) {
@@ -190,37 +140,10 @@ void PlayTask::firstAudioFrame(int64_t framePtsMs, SeekTurns::FrameOf of) {
     }
 }
 
-void PlayTask::onPacketTaken() {
-    if (streamParser_) {
-        streamParser_->packetTaken();
-    }
-}
-
 // What is on its way to a seek's target, or among steps, is never late.
 std::optional<int64_t> PlayTask::onVideoDue() {
     const auto videoPlay = videoPlayThread_.load();
     return videoPlay && seekTurns_.isIdle() && !hasStepped_ ? videoPlay->dueMs() : std::nullopt;
-}
-
-void PlayTask::onVideoFramesTaken(int /*left*/) {
-    if (const auto videoDecode = videoDecodeThread_.load()) {
-        videoDecode->framesTaken();
-    }
-}
-
-void PlayTask::onAudioFramesTaken(int left) {
-    if (const auto audioDecode = audioDecodeThread_.load()) {
-        audioDecode->framesTaken(left);
-    }
-}
-
-void PlayTask::onLastTimes(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) {
-    if (const auto videoPlay = videoPlayThread_.load()) {
-        videoPlay->setMaxPtsMs(maxVideoPtsMs);
-    }
-    if (const auto audioPlay = audioPlayThread_.load()) {
-        audioPlay->setMaxPtsMs(maxAudioPtsMs);
-    }
 }
 
 void PlayTask::onFileEnd(int64_t maxVideoPtsMs, int64_t maxAudioPtsMs) {

@@ -79,15 +79,6 @@ void PlayTask::pauseSource(bool paused) {
     }
 }
 
-void PlayTask::holdPlayThreads(bool held) {
-    if (const auto pictures = pictureThread()) {
-        pictures->pause(held);
-    }
-    if (const auto audioPlay = audioPlayThread_.load()) {
-        audioPlay->pause(held);
-    }
-}
-
 void PlayTask::startStallWatch(const StreamInfo& streamInfo) {
     isShowing_ = false;
     if (playOptions_.rebufferMs <= 0 || !streamInfo.is_remote) {
@@ -122,19 +113,6 @@ DataLevel PlayTask::dataLevel() {
     std::lock_guard lock(settingMutex_);
     level.isPlaying = level.isPlaying && !(hasHostClock_ && getSyncMasterMode() == SYNC_MASTER_CLOCK);
     return level;
-}
-
-WaitingPackets PlayTask::waitingPackets() {
-    WaitingPackets waiting;
-    const auto add = [&](const auto& decode) {
-        if (decode) {
-            waiting.longestMs = std::max(waiting.longestMs, decode->level().durationMs());
-            waiting.bytes += decode->level().bytes();
-        }
-    };
-    add(videoDecodeThread_.load());
-    add(audioDecodeThread_.load());
-    return waiting;
 }
 
 }  // namespace kelp

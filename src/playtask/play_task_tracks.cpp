@@ -117,26 +117,4 @@ int64_t PlayTask::audibleTimeMs() {
     return heardMs();
 }
 
-int64_t PlayTask::heardMs() {
-    const auto audioPlay = audioPlayThread_.load();
-    return audioPlay && audioPlay->hasTime() ? audioPlay->getCurrentTime() : -1;
-}
-
-int64_t PlayTask::seenMs() {
-    const auto videoPlay = videoPlayThread_.load();
-    return videoPlay && videoPlay->hasTime() ? videoPlay->getCurrentTime() : -1;
-}
-
-void PlayTask::onSoundReadAgain() {
-    if (const auto audioDecode = audioDecodeThread_.load()) {
-        audioDecode->readAgain();
-    }
-}
-
-void PlayTask::onAudioDecodeTrack() {
-    if (const auto audioPlay = audioPlayThread_.load()) {
-        audioPlay->splice();
-    }
-}
-
 }  // namespace kelp

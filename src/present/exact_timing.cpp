@@ -76,12 +76,13 @@ int64_t ExactTiming::positionUs() {
     return line_.read(KelpTime::getSteadyUs());
 }
 
-// A host's clock may stand meanwhile: it isn't thought to run on for long.
+// What is no later than this would still be shown. A host's clock may stand meanwhile: it isn't thought to run on for
+// long.
 std::optional<int64_t> ExactTiming::timeToShowMs() {
     if (paused_ || !isDueKnown_) {
         return std::nullopt;
     }
-    return due_.read(std::min(KelpTime::getSteadyUs(), dueReadUs_ + kHoldUs)) / 1000;
+    return due_.read(std::min(KelpTime::getSteadyUs(), dueReadUs_ + kHoldUs) - kTooLateUs) / 1000;
 }
 
 void ExactTiming::setTime(int64_t pts, int64_t nowUs) {

@@ -44,8 +44,8 @@ public:
     RunningClock& clock() { return clock_; }
     virtual int64_t positionMs() { return clock_.read(); }
     virtual int64_t positionUs() { return wrappingMultiply(clock_.read(), 1000); }
-    // Where playback is by what is followed, in milliseconds: what should be shown now. Nothing if that isn't known, or
-    // pictures go by their own time. Any thread.
+    // Where playback is by what is followed, in milliseconds: a picture whose time has passed by then is too late to be
+    // shown. Nothing if that isn't known, or pictures go by their own time. Any thread.
     virtual std::optional<int64_t> timeToShowMs() { return std::nullopt; }
     // Before a picture is drawn for it, or without one.
     virtual void setTime(int64_t pts, int64_t nowUs) { clock_.set(pts, nowUs / 1000); }

@@ -115,7 +115,7 @@ public:
     int64_t getCurrentTime() { return timing_->clock().pts(); }
     bool hasTime() { return timing_->clock().hasTime(); }
 
-    // What should be shown now, in milliseconds; nothing if that isn't known. Any thread.
+    // What is earlier is too late to be shown, in milliseconds; nothing if that isn't known. Any thread.
     std::optional<int64_t> dueMs() { return isSeekPending() ? std::nullopt : timing_->timeToShowMs(); }
 
     // What it counts; any thread, without a lock.

@@ -1,38 +1,35 @@
 #!/usr/bin/python3
-"""What a picture costs a host in Python, beside one in C that does nothing with it.
+"""What a picture costs a host in Python, beside one in C++ that does the same with it.
 
-usage: PYTHONPATH=python KELP_PLAYER_LIBRARY=build/release/libkelp_player.so bench/python_frames.py FILE...
+usage: PYTHONPATH=python KELP_PLAYER_LIBRARY=build/release/libkelp_player.so bench/python_frames.py FRAME_COST FILE...
 
-Plays each FILE once for each way of taking its pictures, in a process of its own, and prints the processor time for a
-picture that is shown, and what it is more than the first one's: all repaints of the picture included.
+FRAME_COST is the host in C++, build/release/bench/frame_cost. Plays each FILE once for each way of taking its pictures, in
+a process of its own, and prints the processor time for a picture that is shown, and what it is more than that of the first
+way: all repaints of the picture included.
 """
 
-import ctypes
 import subprocess
 import sys
 import time
 
 WAYS = {
-    "none": "a sink in C that does nothing",
-    "call": "`add_frame_sink`, a function that does nothing",
-    "array": "the same, and the mean of the luma by numpy",
-    "copy": "the same, and `picture.copy()`",
-    "frames": "`frames()`, which copies too",
+    ("C++", "call"): "C++: a sink that does nothing, decoding included",
+    ("Python", "call"): "Python: `add_frame_sink`, a function that does nothing",
+    ("C++", "array"): "C++: the mean of the luma",
+    ("Python", "array"): "Python: the same by numpy",
+    ("C++", "copy"): "C++: a copy",
+    ("Python", "copy"): "Python: `picture.copy()`",
+    ("Python", "frames"): "Python: `frames()`, which copies too",
 }
 
 
 def play(way: str, path: str) -> None:
     import kelp_player
-    from kelp_player import _native
 
     kelp_player.headless()
     kelp_player.set_log_callback(lambda line: None)
-    with kelp_player.Player(path, preset="recommended", log_level="error", audio_track="none") as player:
-        if way == "none":
-            calls = _native.kelp_frame_sink_calls()
-            sink = _native.lib.kelp_frame_sink_create(ctypes.byref(calls))
-            player._native.call(_native.lib.kelp_player_add_frame_sink, sink)
-        elif way == "call":
+    with kelp_player.Player(path, preset="recommended", log_level="none", audio_track="none") as player:
+        if way == "call":
             player.add_frame_sink(lambda picture: None)
         elif way == "array":
             import numpy
@@ -50,20 +47,26 @@ def play(way: str, path: str) -> None:
         print((time.process_time() - begin) / player.statistics.video.shown * 1e6)
 
 
-def main() -> None:
-    print("| microseconds of processor time for a picture | " + " | ".join(sys.argv[1:]) + " |")
-    print("| --- |" + " ---: |" * len(sys.argv[1:]))
+def cost(program: str, language: str, way: str, path: str) -> float:
+    words = [program, way, path] if language == "C++" else [sys.executable, __file__, "--play", way, path]
+    # The first player's line, of FFmpeg's configuration, may stand in front.
+    return float(subprocess.check_output(words).split()[-1])
+
+
+def main(program: str, *paths: str) -> None:
+    print("| microseconds of processor time for a picture | " + " | ".join(paths) + " |")
+    print("| --- |" + " ---: |" * len(paths))
     first = {}
-    for way, text in WAYS.items():
+    for (language, way), text in WAYS.items():
         cells = []
-        for path in sys.argv[1:]:
-            cost = float(subprocess.check_output([sys.executable, __file__, "--play", way, path]))
-            more = cost - first.setdefault(path, cost)
-            cells.append(f"{cost:.0f}" if way == "none" else f"+{more:.0f}")
+        for path in paths:
+            now = cost(program, language, way, path)
+            cells.append(f"{now - first[path]:+.0f}" if path in first else f"{now:.0f}")
+            first.setdefault(path, now)
         print(f"| {text} | " + " | ".join(cells) + " |", flush=True)
 
 
 if sys.argv[1:2] == ["--play"]:
     play(*sys.argv[2:])
 else:
-    main()
+    main(*sys.argv[1:])

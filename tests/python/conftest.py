@@ -71,6 +71,34 @@ def python(code: str, *arguments: str) -> Tuple[int, str]:
     return done.returncode, done.stdout.decode("utf-8", "replace")
 
 
+class Camera:
+    """An RTSP server on a port of its own, which it has again when it is started again."""
+
+    def __init__(self) -> None:
+        self.port = 0
+        self.start()
+
+    def start(self) -> None:
+        words = [PYTHON, str(ROOT / "tests/e2e/rtsp_server.py"), "--port", str(self.port)]
+        self.process = subprocess.Popen(
+            words, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True, env=TOOLS_ENVIRONMENT
+        )
+        assert self.process.stdout
+        line = self.process.stdout.readline()
+        assert line.startswith("ready"), "are gir1.2-gst-rtsp-server-1.0, python3-gi and the plugins there?"
+        self.port = int(line.split()[1])
+
+    def stop(self) -> None:
+        self.process.kill()
+        self.process.communicate()
+
+    def __enter__(self) -> "Camera":
+        return self
+
+    def __exit__(self, *_: object) -> None:
+        self.stop()
+
+
 # What plays waits for most of the time, so the tests of a file with this mark run beside each other, but for those that
 # have a fixture other than a folder. Nothing else runs meanwhile.
 _FOLDER = {"tmp_path", "tmp_path_factory", "request"}

@@ -2,6 +2,7 @@
 
 import concurrent.futures
 import contextlib
+import ctypes
 import fcntl
 import os
 import pathlib
@@ -11,7 +12,7 @@ import time
 from typing import Any, Dict, Iterator, List, Tuple
 
 import pytest
-from conftest import LONG, PYTHON, ROOT, TOOLS_ENVIRONMENT, media, tool
+from conftest import LONG, PYTHON, ROOT, TOOLS_ENVIRONMENT, Camera, eventually, media, packet_count, tool
 
 EXAMPLES = ROOT / "examples/python"
 
@@ -66,6 +67,23 @@ class Screen:
             time.sleep(0.1)
         return False
 
+    def close_window(self, title: str) -> None:
+        """As the cross in a window's frame does."""
+        environment = {**TOOLS_ENVIRONMENT, "DISPLAY": self.display}
+        found: List[str] = []
+        while not found:
+            words = ["xdotool", "search", "--sync", "--name", title]
+            found = subprocess.run(words, env=environment, stdout=subprocess.PIPE, text=True, timeout=LONG).stdout.split()
+        x11 = ctypes.CDLL("libX11.so.6")
+        x11.XOpenDisplay.restype = ctypes.c_void_p
+        display = ctypes.c_void_p(x11.XOpenDisplay(self.display.encode()))
+        number = int(found[0])
+        protocols, delete = (x11.XInternAtom(display, name, False) for name in (b"WM_PROTOCOLS", b"WM_DELETE_WINDOW"))
+        # A ClientMessage of longs, up to the size of any event.
+        event = (ctypes.c_long * 24)(33, 0, 0, 0, number, protocols, 32, delete)
+        assert x11.XSendEvent(display, ctypes.c_ulong(number), False, ctypes.c_long(0), ctypes.byref(event))
+        x11.XCloseDisplay(display)
+
     def close(self) -> None:
         self._server.terminate()
         self._server.wait()
@@ -97,18 +115,34 @@ def ends(name: str, *arguments: str) -> str:
         return text
 
 
+def record_a_camera_that_is_lost(folder: pathlib.Path) -> List[str]:
+    """What is written until the window is closed, while there is a second file."""
+    first, second = folder / "lost.mp4", folder / "lost-2.mp4"
+    with Camera() as camera, showing("camera.py", f"rtsp://127.0.0.1:{camera.port}/h264", str(first)) as (screen, process):
+        for path in (first, second):
+            eventually(lambda: path.exists() and path.stat().st_size > 0, path.name)
+            if path == first:
+                camera.stop()
+                camera.start()
+        screen.close_window("lost [1-9][0-9]* times")
+        text = process.communicate(timeout=2 * LONG)[0]
+        assert process.returncode == 0, text
+        return text.splitlines()
+
+
 @pytest.fixture(scope="module")
 def folder(tmp_path_factory: pytest.TempPathFactory) -> pathlib.Path:
     return tmp_path_factory.mktemp("examples")
 
 
-@pytest.fixture(scope="module")
+@pytest.fixture(scope="module", autouse=True)
 def computed(folder: pathlib.Path) -> "Iterator[Dict[str, concurrent.futures.Future[List[str]]]]":
-    """The lines of the programs without a window, which run beside the others."""
+    """The lines of the programs that run beside the others."""
     with concurrent.futures.ThreadPoolExecutor() as pool:
         yield {
             "thumbnails.py": pool.submit(run, "thumbnails.py", media("small.mp4"), "4", str(folder / "sheet.png")),
             "brightness.py": pool.submit(run, "brightness.py", media("short.mp4"), "200"),
+            "camera.py": pool.submit(record_a_camera_that_is_lost, folder),
         }
 
 
@@ -147,3 +181,10 @@ def test_brightness_is_read_by_time_and_in_order(computed: Dict[str, Any]) -> No
     times = [int(line.split()[0]) for line in lines[1:]]
     assert times == list(range(240, 520, 40))
     assert all("changed by" in line for line in lines[1:])
+
+
+def test_a_lost_camera_goes_on_in_a_second_file(computed: Dict[str, Any], folder: pathlib.Path) -> None:
+    lines = computed["camera.py"].result()
+    for name in ("lost.mp4", "lost-2.mp4"):
+        assert any(re.fullmatch(re.escape(f"{folder / name}: ") + r"[\d.]+ s", line) for line in lines), lines
+        assert packet_count(str(folder / name), "v") > 0

@@ -1,17 +1,20 @@
 """Packets, recordings, encoded video and datagrams."""
 
+import os
 import pathlib
 import re
 import socket
+import subprocess
 import threading
 from typing import List
 
 import pytest
-from conftest import LONG, OPTIONS, eventually, media, packet_count, raw_pictures, tool
+from conftest import LONG, OPTIONS, TOOLS_ENVIRONMENT, eventually, media, packet_count, raw_pictures, tool
 from kelp_player import (
     Packet,
     PacketSink,
     PacketStream,
+    PlaybackFailed,
     Player,
     Recorder,
     Refused,
@@ -115,6 +118,38 @@ def test_a_recording_that_cannot_be_written_is_told(tmp_path: pathlib.Path) -> N
         player.play()
         eventually(lambda: recorder.failed)
         player.wait(LONG)
+
+
+def test_names_and_titles_need_not_be_utf8(tmp_path: pathlib.Path) -> None:
+    folder = os.fsencode(tmp_path)
+    film, recorded, shown = (folder + name for name in (b"/caf\xe9.mkv", b"/recorded\xe9.mkv", b"/shown\xe9.png"))
+    subprocess.run([b"ffmpeg", b"-v", b"error", b"-i", media("short.mp4"), b"-c", b"copy", b"-metadata:s:v:0",
+                    b"title=caf\xe9", film], check=True, env=TOOLS_ENVIRONMENT)  # fmt: skip
+    (tmp_path / os.fsdecode(b"caf\xe9.srt")).write_bytes(b"1\n00:00:00,000 --> 00:00:02,500\nGr\xfc\xdf dich\n")
+    read: List[str] = []
+    with Told() as recorder, Player(subtitle_file=folder + b"/caf\xe9.srt", **OPTIONS) as player:
+        player.set_recorder(recorder)
+        player.set_subtitle_sink(lambda shown: read.extend(line.text for line in shown.lines))
+        recorder.start(recorded)
+        player.open(film)
+        player.play()
+        player.wait(LONG)
+        eventually(lambda: read)
+        assert read[0] == "Grüß dich"
+        assert [track.title for track in player.tracks if track.title] == ["caf\ufffd", "caf\ufffd.srt"]
+        player.take_snapshot(shown)
+        recorder.stop()
+        assert recorder.begun == recorder.ended == [os.fsdecode(recorded)]
+        player.open(os.fsdecode(folder + b"/missing\xe9.mkv"))
+        player.play()
+        with pytest.raises(PlaybackFailed) as failed:
+            player.wait(LONG)
+        failed.value.reason.encode()
+        with pytest.raises(Refused) as refused:
+            recorder.start(folder + b"/caf\xe9.xyz")
+        str(refused.value).encode()
+    assert os.path.getsize(shown) > 0
+    assert packet_count(os.fsdecode(recorded), "v") == 13
 
 
 def test_a_sink_passes_on_to_a_recorder(tmp_path: pathlib.Path) -> None:

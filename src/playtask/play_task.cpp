@@ -27,7 +27,7 @@ bool PlayTask::loadFileAsync(const std::string& fileName, int seekTime) {
         return false;
     }
     fileName_ = fileName;
-    seekTime = clampLoadTime(seekTime);
+    seekTime = loop_.clampLoad(seekTime);
     loadOptions_ = options();
     loadTimeMs_ = seekTime;
     // What the load raises may bring a stop and the next load at once: they are to find this thread object.

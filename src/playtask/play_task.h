@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
-#include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -35,6 +34,7 @@
 #include "playtask/seek_turns.h"
 #include "playtask/selected_tracks.h"
 #include "playtask/stall_watch.h"
+#include "playtask/wanted_loop.h"
 #include "present/audio_play_thread.h"
 #include "present/video_play_thread.h"
 #include "runtime/atomic_shared_ptr.h"
@@ -255,16 +255,13 @@ private:
     int clampToDuration(int seekTimeMs) const;
     // Steps move the picture alone: whether the sound at that time has gone by, where the picture is still there.
     bool isSoundAway(int seekTimeMs) const;
-    // What is at the loop's end or behind it is at its beginning.
-    int clampToLoop(int seekTimeMs);
-    int clampLoadTime(int seekTimeMs);
+    int clampToLoop(int seekTimeMs) const;
 
     // Why the loop can't be played, as far as that is known; null if it can.
     const char* obstacleTo(const Loop& loop);
-    // seekRunMutex_ is held in all of these, for playLoop optionsMutex_ as well.
+    // seekRunMutex_ is held in both.
     void wantLoop(std::optional<Loop> loop);
     void startLoop();
-    void playLoop();
     void postLoopSeek();
     // Where what was read isn't of the loop that was set: reads it anew, from the time that is shown.
     void seekIntoLoop();
@@ -377,13 +374,10 @@ private:
     std::atomic<bool> isSoundApart_{false};        // a step was made, and no seek since has gone back in the input
     std::atomic<bool> isSoundOfStep_{false};       // what sounds next was sent after a step, and isn't told
     std::atomic<bool> isResumeParked_{false};      // what waits for the end of a seek goes on behind steps
-    // What was read to be played before this, on the line, isn't of the loop that was set.
-    std::atomic<int64_t> unloopedToMs_{std::numeric_limits<int64_t>::min()};
-    std::atomic<bool> hasBegun_{false};      // a first frame has come since `play`
-    std::atomic<bool> isPictureOwed_{true};  // no first frame has come since `play` or the host's seek
+    std::atomic<bool> hasBegun_{false};            // a first frame has come since `play`
+    std::atomic<bool> isPictureOwed_{true};        // no first frame has come since `play` or the host's seek
     std::atomic<bool> isSoundOwed_{true};
-    std::optional<Loop> loop_;  // that the host wants; guarded by optionsMutex_, as is the next
-    std::optional<Loop> playedLoop_;
+    WantedLoop loop_;
     bool isRead_ = false;  // between `play` and `stop`; guarded by seekRunMutex_
     SelectedTracks selectedTracks_;
 };

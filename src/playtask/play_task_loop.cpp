@@ -26,65 +26,38 @@ void PlayTask::clearLoop() {
 }
 
 void PlayTask::wantLoop(std::optional<Loop> loop) {
-    std::lock_guard lock(optionsMutex_);
-    loop_ = loop;
+    loop_.want(loop);
     if (isRead_) {
-        playLoop();
+        streamParser_->setLoop(loop_.play());
     }
-}
-
-void PlayTask::playLoop() {
-    playedLoop_ = loop_;
-    streamParser_->setLoop(loop_);
 }
 
 void PlayTask::startLoop() {
-    std::lock_guard lock(optionsMutex_);
-    if (!loop_) {
+    const auto loop = loop_.wanted();
+    if (!loop) {
         return;
     }
-    if (const char* const obstacle = obstacleTo(*loop_)) {
+    if (const char* const obstacle = obstacleTo(*loop)) {
         Log::Warn(kTag, "%s, %s\n", "setLoop", obstacle);
         return;
     }
-    playLoop();
+    streamParser_->setLoop(loop_.play());
 }
 
 const char* PlayTask::obstacleTo(const Loop& loop) {
-    if (loop.endMs <= loop.startMs) {
-        return "its end isn't behind its start";
+    std::optional<WantedLoop::Film> film;
+    if (const auto streamInfo = streamInfo_.load()) {
+        film = {!streamInfo->is_live && streamInfo->seekable, durationMs_, detail_.read(0).fps};
     }
-    const auto streamInfo = streamInfo_.load();
-    if (!streamInfo) {
-        return nullptr;
-    }
-    if (streamInfo->is_live || !streamInfo->seekable) {
-        return "the source can't go back";
-    }
-    if (const int64_t durationMs = durationMs_; durationMs > 0 && loop.startMs >= durationMs) {
-        return "it begins at the film's end or behind it";
-    }
-    const int fps = detail_.read(0).fps;
-    const bool isShort = loop.endMs != Loop::kFilmEnd && fps > 0 && (loop.endMs - loop.startMs) * fps < 1000;
-    return isShort ? "it is shorter than a picture" : nullptr;
+    return WantedLoop::obstacleTo(loop, film);
 }
 
-int PlayTask::clampToLoop(int seekTimeMs) {
-    const int targetMs = clampToDuration(seekTimeMs);
-    std::lock_guard lock(optionsMutex_);
-    const bool isIn = !playedLoop_ || targetMs < playedLoop_->endMs || streamParser_->loop().isGivenUp();
-    return isIn ? targetMs : static_cast<int>(playedLoop_->startMs);
-}
-
-int PlayTask::clampLoadTime(int seekTimeMs) {
-    std::lock_guard lock(optionsMutex_);
-    return loop_ && seekTimeMs >= loop_->endMs ? static_cast<int>(loop_->startMs) : seekTimeMs;
+int PlayTask::clampToLoop(int seekTimeMs) const {
+    return loop_.clampSeek(clampToDuration(seekTimeMs), streamParser_ && streamParser_->loop().isGivenUp());
 }
 
 void PlayTask::onLoopChanged(int64_t lineMs) {
-    int64_t known = unloopedToMs_;
-    while (known < lineMs && !unloopedToMs_.compare_exchange_weak(known, lineMs)) {
-    }
+    loop_.noteUnlooped(lineMs);
     postLoopSeek();
 }
 
@@ -105,7 +78,7 @@ void PlayTask::seekIntoLoop() {
         return;
     }
     const int64_t lineMs = lineTimeMs();
-    if (lineMs < unloopedToMs_.exchange(std::numeric_limits<int64_t>::min())) {
+    if (loop_.takeUnlooped(lineMs)) {
         const int targetMs = clampToLoop(static_cast<int>(filmMs(lineMs)));
         startSeek(static_cast<int>(lineMs), SeekRule::Exact, SeekFor::Loop, lineMs - targetMs);
     }

@@ -1,5 +1,4 @@
 #include <exception>
-#include <limits>
 
 #include "clock/exact_clock.h"
 #include "kelp_player/log.h"
@@ -260,8 +259,7 @@ bool PlayTask::end(WindowList::Leaving leaving) {
         std::lock_guard lock(seekRunMutex_);
         seekable_ = false;
         isRead_ = false;
-        std::lock_guard optionsLock(optionsMutex_);
-        playedLoop_.reset();
+        loop_.stop();
     }
     if (streamParser_) {
         streamParser_->close();
@@ -296,7 +294,6 @@ bool PlayTask::end(WindowList::Leaving leaving) {
     seekTurns_.forget();
     seekFor_ = SeekFor::Host;
     hasStepped_ = isSoundApart_ = isSoundOfStep_ = isResumeParked_ = false;
-    unloopedToMs_ = std::numeric_limits<int64_t>::min();
     hasBegun_ = false;
     isPictureOwed_ = isSoundOwed_ = true;
     {

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <limits>
 
 #include "kelp_player/log.h"
 #include "playtask/play_task.h"
@@ -155,7 +154,7 @@ bool PlayTask::seekInQueues(int seekTimeMs) {
 
 void PlayTask::onSeekStart(int seekTimeMs) {
     seekTurns_.taken();
-    unloopedToMs_ = std::numeric_limits<int64_t>::min();  // nothing of what was read is played any more
+    loop_.dropUnlooped();
     isShowing_ = false;
     isSoundApart_ = isSoundApart_ && seekFor_ == SeekFor::Step;
     if (const auto videoDecode = videoDecodeThread_.load()) {

@@ -119,7 +119,7 @@ bool PlayTask::seekBehindSteps() {
 }
 
 void PlayTask::resumeBehindSeek() {
-    if (unloopedToMs_ != std::numeric_limits<int64_t>::min()) {
+    if (loop_.isAnyUnlooped()) {
         postLoopSeek();
     }
     std::lock_guard lock(pauseMutex_);

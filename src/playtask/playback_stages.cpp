@@ -4,6 +4,17 @@
 #include <utility>
 
 namespace kelp {
+namespace {
+
+int packetsBefore(const auto& decode) {
+    return decode ? decode->getQueuePacketSize() : 0;
+}
+
+int framesBefore(const auto& play) {
+    return play ? play->getFrameQueueSize() : 0;
+}
+
+}  // namespace
 
 std::shared_ptr<VideoPlayThread> PlaybackStages::pictureThread() {
     const auto videoPlay = videoPlayThread_.load();
@@ -47,23 +58,19 @@ int PlaybackStages::onAudioPakcet(std::shared_ptr<AudioPacket> packet) {
 }
 
 int PlaybackStages::onAudioPacketQueueSize() {
-    const auto audioDecode = audioDecodeThread_.load();
-    return audioDecode ? audioDecode->getQueuePacketSize() : 0;
+    return packetsBefore(audioDecodeThread_.load());
 }
 
 int PlaybackStages::onVideoPacketQueueSize() {
-    const auto videoDecode = videoDecodeThread_.load();
-    return videoDecode ? videoDecode->getQueuePacketSize() : 0;
+    return packetsBefore(videoDecodeThread_.load());
 }
 
 int PlaybackStages::onAudioFrameQueueSize() {
-    const auto audioPlay = audioPlayThread_.load();
-    return audioPlay ? audioPlay->getFrameQueueSize() : 0;
+    return framesBefore(audioPlayThread_.load());
 }
 
 int PlaybackStages::onVideoFrameQueueSize() {
-    const auto videoPlay = videoPlayThread_.load();
-    return videoPlay ? videoPlay->getFrameQueueSize() : 0;
+    return framesBefore(videoPlayThread_.load());
 }
 
 bool PlaybackStages::isDecoding() {

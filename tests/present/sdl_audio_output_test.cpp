@@ -29,14 +29,13 @@ TEST(AudioOutputFactory, MakesAnSdlOutputForEverySpec) {
 }
 
 TEST_F(SDLAudioOutputTest, TakesSmallerBlocksWhereTheDelayIsToBeLow) {
-    for (const bool neverWaits : {false, true}) {
-        AudioOutputFactory factory({.lowLiveDelay = true, .neverWaitsForDevice = neverWaits});
-        const auto low = factory.create({});
-        EXPECT_TRUE(low->init({2, 48000, 1}));
-        EXPECT_EQ(audioDevice().wanted.samples, 512);
-        EXPECT_EQ(low->getBufferDuration(), 10);
-        low->close();
-    }
+    const auto low = AudioOutputFactory({.lowLiveDelay = true}).create({});
+    EXPECT_TRUE(low->init({2, 48000, 1}));
+    EXPECT_EQ(audioDevice().wanted.samples, 512);
+    EXPECT_EQ(low->getBufferDuration(), 10);
+    // Silence counts what a device would hold.
+    AudioOutputFactory steady({.lowLiveDelay = true, .neverWaitsForDevice = true});
+    EXPECT_EQ(steady.create({})->getBufferDuration(), 10);
 }
 
 TEST_F(SDLAudioOutputTest, OpensTheDefaultDeviceAndStartsIt) {

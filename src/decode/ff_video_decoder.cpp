@@ -90,6 +90,7 @@ void FFVideoDecoder::flush() {
     if (codecContext_) {
         avcodec_flush_buffers(codecContext_);
     }
+    order_.flush();
     decodeStartTimes_.clear();
     lastPtsMs_ = -1;
     frameIntervalMs_ = kDefaultIntervalMs;
@@ -102,6 +103,7 @@ void FFVideoDecoder::insertPacket(MediaPacket* packet) {
     const int64_t nowMs = KelpTime::getTimeMs();
     if (packet->flush) {
         avcodec_flush_buffers(codecContext_);
+        order_.flush();
         return;
     }
     if (!packet->data) {
@@ -160,7 +162,7 @@ AVFrame* FFVideoDecoder::fetchPicture() {
 }
 
 int64_t FFVideoDecoder::matchPacket(const AVFrame& picture, int64_t nowMs) {
-    int64_t pts = picture.best_effort_timestamp;
+    int64_t pts = timeOf(picture);
     auto sent = decodeStartTimes_.find(pts);
     if (sent == decodeStartTimes_.end()) {
         pts = picture.pts;
@@ -174,6 +176,15 @@ int64_t FFVideoDecoder::matchPacket(const AVFrame& picture, int64_t nowMs) {
         spareStartTime_ = decodeStartTimes_.extract(sent);
     }
     return pts;
+}
+
+int64_t FFVideoDecoder::timeOf(const AVFrame& picture) {
+    hasBPictures_ = hasBPictures_ || picture.pict_type == AV_PICTURE_TYPE_B;
+    if (!order_.isOn() || picture.pts == AV_NOPTS_VALUE) {
+        return picture.best_effort_timestamp;
+    }
+    // Encoders promise to reorder pictures, and don't: the promise alone moves none.
+    return order_.takeTime(picture.pts, static_cast<size_t>(hasBPictures_ ? codecContext_->has_b_frames : 0));
 }
 
 void FFVideoDecoder::deliverPicture(AVFrame* picture, int64_t pts) {
@@ -210,6 +221,7 @@ void FFVideoDecoder::send(const MediaPacket& packet, int64_t nowMs) {
         return;
     }
     decodeFailCount_ = 0;
+    order_.noteSent(avPacket.pts, packet.isTimedByOrder);
     // Entries of pictures that never come out must not pile up.
     if (decodeStartTimes_.size() >= kMaxStartTimes ||
         (!decodeStartTimes_.empty() && distance(avPacket.pts, decodeStartTimes_.begin()->first) > kMaxStartTimeAgeMs)) {

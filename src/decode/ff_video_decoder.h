@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "decode/decoder_delay.h"
+#include "decode/decoding_order.h"
 #include "decode/hw_decode_tables.h"
 #include "decode/picture_converter.h"
 #include "decode/pixel_ratio.h"
@@ -73,6 +74,8 @@ private:
     AVFrame* fetchPicture();
     // Finds the picture's packet, and measures how long the decoder had it; the picture's time.
     int64_t matchPacket(const AVFrame& picture, int64_t nowMs);
+    // As the library has it, or by its place among those of a stream that tells only the order of decoding.
+    int64_t timeOf(const AVFrame& picture);
     void deliverPicture(AVFrame* picture, int64_t pts);
     void send(const MediaPacket& packet, int64_t nowMs);
     void DeliverVideoFrame(AVFrame& picture, int64_t pts);
@@ -109,7 +112,9 @@ private:
     int insertedBehindTarget_ = -1;     // as it was set last
     bool canDiscard_ = false;           // by codec; not with hardware
     bool tellsPictureTimes_ = false;    // a packet's time of showing isn't that of its decoding
-    int64_t frameIntervalMs_ = 40;      // duration for the next frame
+    bool hasBPictures_ = false;         // one came out
+    DecodingOrder order_;
+    int64_t frameIntervalMs_ = 40;  // duration for the next frame
     struct Sent {
         int64_t atMs;    // the wall clock
         int fractionUs;  // of the packet's time

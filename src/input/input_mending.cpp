@@ -97,11 +97,20 @@ void InputMending::fillTime(AVPacket& packet, const AVStream& stream, bool isVid
         return;
     }
     int64_t& end = endTicks_[isVideo ? 1 : 0];
-    if (packet.pts == AV_NOPTS_VALUE && packet.dts == AV_NOPTS_VALUE) {
+    const bool hasNone = packet.pts == AV_NOPTS_VALUE && packet.dts == AV_NOPTS_VALUE;
+    if (hasNone) {
         packet.dts = end;
+    }
+    if (isVideo) {
+        isVideoTimeFilled_ = hasNone;
     }
     const int64_t begin = packet.dts != AV_NOPTS_VALUE ? packet.dts : packet.pts;
     end = wrappingAdd(begin, packetDuration(packet, stream));
+}
+
+// Containers of the one time alone, as AVI, keep to the library's: their sound was laid beside it.
+bool InputMending::isTimedByOrder(const AVPacket& packet) const {
+    return isWanted_ && (isVideoTimeFilled_ || (packet.pts != AV_NOPTS_VALUE && packet.pts == packet.dts));
 }
 
 int InputMending::seek(AVFormatContext* input, int64_t targetUs, int64_t maxUs) {

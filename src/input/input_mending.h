@@ -49,6 +49,9 @@ public:
 
     // Gives a packet without any time the one at which the packet before it has ended.
     void fillTime(AVPacket& packet, const AVStream& stream, bool isVideo);
+    // Whether `packet`, the picture whose time was filled last, tells no more of it than its place in the order of
+    // decoding. So may packets of others; a stream tells more if one of its packets does. Standard: never.
+    bool isTimedByOrder(const AVPacket& packet) const;
 
     // As avformat_seek_file, below and above `targetUs` up to `maxUs`. Where that isn't to be had, the input goes back
     // to its first byte.
@@ -69,6 +72,7 @@ private:
     bool marksNone_ = false;           // none will be: no more waiting for one
     int64_t unmarkedSinceUs_ = kNone;  // the first picture that waits for a key frame
     std::vector<HeldPacket> kept_;
+    bool isVideoTimeFilled_ = false;     // of the last picture
     std::array<int64_t, 2> endTicks_{};  // of the last packet, in ticks; sound, video
 };
 

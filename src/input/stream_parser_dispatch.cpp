@@ -86,6 +86,7 @@ bool StreamParser::dispatchVideo(AVPacket* packet) {
     videoPacket->keyFrame = isKeyFrame(packet);
     videoPacket->foundKeyFrame = foundKeyFrame_;
     videoPacket->isHopeless = mending_.isHopeless(*packet, *videoStream_);
+    videoPacket->isTimedByOrder = mending_.isTimedByOrder(*packet);
     videoPacket->track = videoTrack_;
     videoPacket->turn = loop_.turn();
     fillMediaPacketInfo(videoPacket, packet, videoStream_, /*isVideo=*/true);

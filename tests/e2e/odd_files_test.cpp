@@ -98,6 +98,7 @@ private:
         if (file_.hasVideo) {
             ASSERT_TRUE(sink_.waitForFrames(1, kPatienceMs));
             EXPECT_NEAR(static_cast<double>(sink_.frames().front().pts), file_.firstMs, 25);
+            EXPECT_LT(sink_.frames().back().pts, file_.durationMs + file_.firstMs) << "behind the end";
         }
         EXPECT_LE(sink_.frameCount(), file_.pictures);
         EXPECT_GE(sink_.frameCount(), file_.pictures / 2);
@@ -190,6 +191,7 @@ const std::vector<OddGroup>& groups() {
              {"odd_dot.avi", 1000, true, true, 25},
              {"odd_b_frames.avi", 2000, true, true, 50, 0, 40},
              {"odd_b_frames_h264.avi", 2000, true, true, 50, 0, 40},
+             {"odd_b_frames.mxf", 2000, true, true, 50},
          }},
         {"Headers",
          true,

@@ -110,6 +110,9 @@ const std::vector<MediaFile>& oddMediaTable() {
          160, 90, 50, 2000, true, 440},
         {"odd_b_frames_h264.avi", "AVI with B-frames of H.264",
          "ffmpeg -i {dir}/odd_plain.mkv -c:v copy -bsf:v h264_mp4toannexb -c:a libmp3lame {out}", 160, 90, 50, 2000, true, 440},
+        {"odd_b_frames.mxf", "MXF with B-frames of H.264, and the times of their decoding alone",
+         "ffmpeg -i {dir}/odd_plain.mkv -c:v copy -bsf:v h264_mp4toannexb -c:a pcm_s16le -ac 2 {out}",
+         160, 90, 50, 2000, true, 440},
         // Headers that are wrong, or missing.
         {"odd_unknown.mkv", "no duration and no index", "ffmpeg -i {dir}/odd_plain.mkv -c copy -live 1 -f matroska {out}",
          160, 90, 50, 2000, true, 440},

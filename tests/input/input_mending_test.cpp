@@ -138,5 +138,24 @@ TEST_F(InputMendingTest, GivesPacketsWithoutTimesThoseAtWhichTheOnesBeforeEnd) {
     EXPECT_EQ(filledTime(standard, 30), AV_NOPTS_VALUE);
 }
 
+TEST_F(InputMendingTest, TellsAPictureWhoseTimeIsThatOfItsDecoding) {
+    for (const bool isWanted : {true, false}) {
+        InputMending mending(isWanted);
+        const auto isTimedByOrder = [&](int64_t pts, int64_t dts, bool isVideo = true) {
+            AVPacket packet = packetAt(pts);
+            packet.dts = dts;
+            mending.fillTime(packet, *stream_, isVideo);
+            return mending.isTimedByOrder(packet);
+        };
+        EXPECT_EQ(isTimedByOrder(AV_NOPTS_VALUE, AV_NOPTS_VALUE), isWanted);
+        EXPECT_EQ(isTimedByOrder(80, 80), isWanted);
+        EXPECT_FALSE(isTimedByOrder(80, 0));
+        EXPECT_FALSE(isTimedByOrder(80, AV_NOPTS_VALUE));
+        EXPECT_FALSE(isTimedByOrder(AV_NOPTS_VALUE, 80));
+    }
+    InputMending live(true, /*isLive=*/true);
+    EXPECT_FALSE(live.isTimedByOrder(packetAt(80)));
+}
+
 }  // namespace
 }  // namespace kelp

@@ -37,7 +37,7 @@ public:
     int flags = 0;                             // of the AVPacket, as they came
     std::shared_ptr<const AVPacket> sideData;  // what the decoder gets beside the bytes; null if there is nothing
     bool flush = false;                        // an order to the video decoder to drop its state; there is no payload
-    bool isHopeless = false;  // a picture of a stream that has no key frame: it is shown whatever it misses
+    bool isHopeless = false;      // a picture of a stream that has no key frame: it is shown whatever it misses
     bool isTimedByOrder = false;  // pts tells its place in the order of decoding, not when it is shown
     // The track, with what its decoder needs, where it isn't the one that was played at first; else null.
     std::shared_ptr<const CodecInfo> track;

@@ -135,7 +135,7 @@ private:
 };
 
 // Which ones fail: all, but where each takes long.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr int64_t kStep = 7;
 #else
 constexpr int64_t kStep = 1;

@@ -3,6 +3,10 @@
 #include "input/input_files.h"
 #include "input/stream_parser_fixture.h"
 
+extern "C" {
+#include <libavformat/avformat.h>
+}
+
 namespace kelp::test {
 namespace {
 
@@ -250,10 +254,12 @@ TEST_F(StreamChoice, EndsWhereADemuxerTakesTheEndForAnError) {
     EXPECT_EQ(logLines("read failed").size(), 1U);
 
     parser->close();
+    // With 7.1 the demuxer tells the end by itself.
+    const bool tellsEnd = AV_VERSION_MAJOR(avformat_version()) >= 61;
     parser->setPlaybackOptions({});
     ASSERT_TRUE(parser->open(file, 0));
     ASSERT_TRUE(parser->start());
-    ASSERT_TRUE(observer->waitFor("failed"));
+    ASSERT_TRUE(observer->waitFor(tellsEnd ? "completed" : "failed", tellsEnd ? 2 : 1));
 }
 
 TEST_F(StreamChoice, PlaysAProtectedFileWithItsKey) {

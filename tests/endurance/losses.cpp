@@ -145,7 +145,7 @@ public:
             streamsAfter.push_back(changesStreams(i) || i == 0 ? static_cast<size_t>(i) % kStreams.size()
                                                                : streamsAfter.back());
         }
-        Holdings early;
+        std::vector<Holdings> held;
         for (int i = 0; i < count; ++i) {
             if (!lose(i)) {
                 return false;
@@ -156,11 +156,13 @@ public:
                 std::fflush(stdout);
             }
             // With the streams of the last one: what they take isn't the same.
-            if (i <= std::max(count / 4, 4) && streamsAfter[static_cast<size_t>(i)] == streamsAfter.back()) {
-                early = Holdings();
+            if (streamsAfter[static_cast<size_t>(i)] == streamsAfter.back()) {
+                held.emplace_back();
             }
         }
-        const Holdings late;
+        const size_t quarter = held.size() / 4;
+        const Holdings early = middleOf({held.begin() + quarter, held.begin() + 2 * quarter + 1});
+        const Holdings late = middleOf({held.end() - quarter - 1, held.end()});
         std::printf("losses: %d descriptors, %d threads, %ld KB of heap at first; %d, %d, %ld at last\n",
                     early.descriptors, early.threads, early.heapKb, late.descriptors, late.threads, late.heapKb);
         std::vector<int> all;
@@ -189,6 +191,20 @@ private:
         std::fprintf(stderr, "losses: %s, at loss %d, %s while %s\n", what, loss, kKinds[kindOf(loss)],
                      kStates[stateOf(loss)]);
         return false;
+    }
+
+    // The median of each: at one moment some more pictures are held than at another.
+    static Holdings middleOf(std::vector<Holdings> moments) {
+        Holdings middle;
+        const auto take = [&](auto Holdings::*field) {
+            const auto at = moments.begin() + static_cast<std::ptrdiff_t>(moments.size() / 2);
+            std::ranges::nth_element(moments, at, {}, field);
+            middle.*field = (*at).*field;
+        };
+        take(&Holdings::descriptors);
+        take(&Holdings::threads);
+        take(&Holdings::heapKb);
+        return middle;
     }
 
     static void print(const char* kind, std::vector<int>& times) {

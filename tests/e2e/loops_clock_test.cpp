@@ -57,7 +57,8 @@ protected:
         });
     }
 
-    const std::unique_ptr<TarnSyncClock, ClockEnd> clock_{TarnSyncClock::create(0, 10000)};  // outlives the players
+    // Outlives the players, and is followed from however far.
+    const std::unique_ptr<TarnSyncClock, ClockEnd> clock_{TarnSyncClock::create(0, 3'600'000)};
     std::vector<std::unique_ptr<ClockedPlayer>> players_;
 };
 

@@ -76,6 +76,8 @@ public:
     virtual void prepareStop();
 
 protected:
+    using BaseThread::isStopRequested;
+
     // For the derived class's destructor: `stop`, but only for a thread that was started and not stopped.
     void stopIfRunning();
 

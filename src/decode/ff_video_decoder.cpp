@@ -125,7 +125,10 @@ void FFVideoDecoder::insertPacket(MediaPacket* packet) {
 }
 
 bool FFVideoDecoder::drain(int64_t nowMs) {
-    while (avcodec_receive_frame(codecContext_, frame_) >= 0) {
+    while (!isStopping() && avcodec_receive_frame(codecContext_, frame_) >= 0) {
+        if (isStopping()) {
+            return false;  // that was waited for, and the copy takes its time as well
+        }
         AVFrame* picture = fetchPicture();
         if (!picture) {
             Log::Error(kTag, "Error transferring the data to system memory\n");
@@ -134,7 +137,7 @@ bool FFVideoDecoder::drain(int64_t nowMs) {
         const int64_t pts = matchPacket(*picture, nowMs);
         deliverPicture(picture, pts);
     }
-    return true;
+    return !isStopping();
 }
 
 AVFrame* FFVideoDecoder::fetchPicture() {
@@ -250,10 +253,10 @@ void FFVideoDecoder::setInsertedBehindTarget(int pictures) {
         return;
     }
     const int64_t nowMs = KelpTime::getTimeMs();
-    drain(nowMs);
-    for (int i = turnsToFill(*codecContext_); i > 0; --i) {
+    bool isWanted = drain(nowMs);
+    for (int i = turnsToFill(*codecContext_); i > 0 && isWanted; --i) {
         fillTurn(*codecContext_);
-        drain(nowMs);
+        isWanted = drain(nowMs);
     }
 }
 

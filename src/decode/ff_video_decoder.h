@@ -68,8 +68,10 @@ private:
     void setRotation(const int32_t* matrix, const char* angleText, const char* turnText);
     void releaseCodec();
 
-    // Delivers the pictures that the codec has ready; false when one couldn't be fetched from the hardware.
+    // Delivers the pictures that the codec has ready; false when one couldn't be fetched from the hardware, or none is
+    // wanted any more.
     bool drain(int64_t nowMs);
+    bool isStopping() const { return observer_ && observer_->isStopping(); }
     // The picture in frame_ in system memory; null if it couldn't be fetched.
     AVFrame* fetchPicture();
     // Finds the picture's packet, and measures how long the decoder had it; the picture's time.

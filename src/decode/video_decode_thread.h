@@ -87,6 +87,7 @@ public:
     void onVideoDecodeNoMoreFrame() override;
     std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) override;
     void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) override;
+    bool isStopping() override { return isStopRequested(); }
 
 private:
     bool canDecode() override;

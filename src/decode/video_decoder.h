@@ -25,6 +25,8 @@ public:
     // A buffer of at least `size` bytes, or none.
     virtual std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) = 0;
     virtual void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) = 0;
+    // Whether nobody takes a picture any more: none is to be made, and no packet decoded. Asked often.
+    virtual bool isStopping() { return false; }
 
 protected:
     ~VideoDecoderObserver() = default;

@@ -88,6 +88,26 @@ TEST_F(FFVideoDecoderTest, DeliversAllReadyPicturesBeforeItSends) {
     EXPECT_THAT(observer_->times(), ElementsAre(0, 40));
 }
 
+TEST_F(FFVideoDecoderTest, DecodesNothingMoreOnceAPictureHasBroughtAStop) {
+    observer_->stopsWhen = [this] { return !observer_->frames.empty(); };
+    videoFakes().pictures.push_back(makePicture(0));
+    videoFakes().pictures.push_back(makePicture(40));
+    send(80);
+    EXPECT_THAT(observer_->times(), ElementsAre(0));
+    EXPECT_THAT(videoFakes().pictures, SizeIs(1));
+    EXPECT_THAT(videoFakes().sent, IsEmpty());
+}
+
+TEST_F(FFVideoDecoderTest, CopiesNoPictureThatAStopHasWaitedFor) {
+    observer_->stopsWhen = [] { return videoFakes().pictures.empty(); };
+    videoFakes().pictures.push_back(makePicture(0));
+    send(80);
+    EXPECT_THAT(videoFakes().pictures, IsEmpty());
+    EXPECT_THAT(observer_->sizesAsked, IsEmpty());
+    EXPECT_THAT(observer_->frames, IsEmpty());
+    EXPECT_THAT(videoFakes().sent, IsEmpty());
+}
+
 TEST_F(FFVideoDecoderTest, DeliversWhatAPacketBringsAtOnceWhereALowDelayIsWanted) {
     decoder_->close();
     decoder_ = std::make_shared<FFVideoDecoder>();

@@ -733,6 +733,15 @@ TEST_F(VideoDecodeThreadTest, JudgesASecondSeekByTheLastFrameBeforeTheFirst) {
     stop();
 }
 
+TEST_F(VideoDecodeThreadTest, TellsTheDecoderOfAStop) {
+    openScripted();
+    start();
+    EXPECT_FALSE(scripted_->observer->isStopping());
+    thread_->prepareStop();
+    EXPECT_TRUE(scripted_->observer->isStopping());
+    stop();
+}
+
 TEST_F(VideoDecodeThreadTest, DecodesARealStreamAndLetsGoOfEverything) {
     const auto stream = test::makeVideoStream("-c:v libx264 -bf 2", "mp4", 64, 48, 30);
     videoFakes() = {};

@@ -6,6 +6,7 @@ extern "C" {
 }
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -68,11 +69,13 @@ public:
     void onVideoDecodeNoMoreFrame() override { ++noMoreFrames; }
     std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) override;
     void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) override;
+    bool isStopping() override { return stopsWhen && stopsWhen(); }
 
     std::vector<int64_t> times() const;
     std::vector<int64_t> durations() const;
 
     std::vector<std::shared_ptr<VideoFrameInfo>> frames;
+    std::function<bool()> stopsWhen;
     int failures = 0;
     int noMoreFrames = 0;
     bool refuseBuffers = false;

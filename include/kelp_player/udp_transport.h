@@ -9,6 +9,8 @@
 
 namespace kelp {
 
+class Rest;
+
 #if defined(__GNUC__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
@@ -71,6 +73,7 @@ private:
 
     UdpReceiverObserver* observer_ = nullptr;  // not owned
     std::atomic<int> socket_{-1};              // -1 for none; read by the thread
+    std::shared_ptr<Rest> rest_;               // the thread's, between two looks
     std::shared_ptr<std::thread> thread_;      // runs receiveRun
     std::atomic<bool> started_{false};         // between startReceiver and stopReceiver
     std::atomic<bool> stopRequested_{false};   // tells the thread to end

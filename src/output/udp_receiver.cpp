@@ -12,7 +12,7 @@
 
 #include "kelp_player/log.h"
 #include "kelp_player/udp_transport.h"
-#include "runtime/kelp_time.h"
+#include "runtime/rest.h"
 
 namespace kelp {
 
@@ -107,6 +107,7 @@ bool UdpReceiver::startReceiver(unsigned short port) {
     if (socket_ == -1 || !configure(socket_, port)) {
         return false;
     }
+    rest_ = std::make_shared<Rest>();
     thread_ = std::make_shared<std::thread>([this] { receiveRun(); });
     started_ = true;
     return true;
@@ -119,6 +120,7 @@ void UdpReceiver::stopReceiver() {
         closeKeepingNumber(socket);
     }
     if (thread_) {
+        rest_->end();
         thread_->join();
         thread_.reset();
     }
@@ -139,7 +141,7 @@ void UdpReceiver::receiveRun() {
         const ssize_t size =
             recvfrom(socket_, buffer, sizeof(buffer), MSG_TRUNC, reinterpret_cast<sockaddr*>(&source), &sourceLength);
         if (size < 0 || size > kMaxDatagramBytes) {
-            KelpTime::sleepMs(kIdleMs);
+            rest_->forMs(kIdleMs, [this] { return stopRequested_.load(); });
         } else if (observer_) {
             observer_->onUdpData(buffer, static_cast<int>(size));
         }

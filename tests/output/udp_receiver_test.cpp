@@ -219,6 +219,14 @@ TEST_F(UdpReceiverTest, LooksForDatagramsEveryTenMilliseconds) {
     EXPECT_EQ(FakeTime::sleptMs(), 20);
 }
 
+TEST_F(UdpReceiverTest, RestsNoLongerWhenItIsStopped) {
+    start();
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    receiver_->stopReceiver();
+    EXPECT_EQ(FakeTime::nowMs(), 1'000'000);
+    EXPECT_EQ(FakeTime::sleepCount(), 1);
+}
+
 TEST_F(UdpReceiverTest, GoesOnAfterAnError) {
     start();
     ASSERT_TRUE(FakeTime::waitForSleepers(1));

@@ -61,7 +61,7 @@ void StreamParser::Run() {
         reading_.store(!isFull, std::memory_order_relaxed);
         if (isFull) {
             rest(kQueuesFullRestMs, [this, told = lastPaused_] {
-                return untilLow_ <= 0 || seekAsked_.isPending() || isTrackAsked() || paused_ != told;
+                return untilLow_ <= 0 || seekAsked_.isPending() || isTrackAsked() || loop_.isAsked() || paused_ != told;
             });
             continue;
         }

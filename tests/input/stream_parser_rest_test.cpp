@@ -59,6 +59,19 @@ TEST_F(StreamParserRest, WhileTheQueuesAreFullEndsForASeekAndForAPausesChange) {
     EXPECT_TRUE(observer->waitFor("seek completed"));
 }
 
+TEST_F(StreamParserRest, WhileTheQueuesAreFullEndsForALoop) {
+    ASSERT_TRUE(open());
+    observer->videoPackets_ = 200;
+    startStepping();
+    for (const auto& loop : {std::optional(Loop{0, 2000}), std::optional<Loop>()}) {
+        parser->setLoop(loop);
+        ASSERT_TRUE(FakeTime::waitForSleepers(1));
+    }
+    EXPECT_EQ(logLines("the loop has changed").size(), 2U);
+    EXPECT_THAT(FakeTime::sleeps(), ElementsAre(100, 100, 100));
+    EXPECT_EQ(FakeTime::nowMs(), 1'000'000);
+}
+
 TEST_F(StreamParserRest, WhileTheQueuesAreFullEndsWhenTheyAreDownToAHalf) {
     ASSERT_TRUE(open());
     observer->videoPackets_ = 150;

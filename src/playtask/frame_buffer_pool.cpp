@@ -34,7 +34,7 @@ std::shared_ptr<FrameBuffer> FrameBufferPool::alloc(unsigned int size) {
 
 void FrameBufferPool::free(std::shared_ptr<FrameBuffer> buffer) {
     std::lock_guard lock(mutex_);
-    if (!buffer) {
+    if (!buffer || isClosed_) {
         return;
     }
     // The front is where `alloc` looks first.
@@ -45,9 +45,17 @@ void FrameBufferPool::free(std::shared_ptr<FrameBuffer> buffer) {
     }
 }
 
-void FrameBufferPool::clear() {
+// Unmapping takes long: nobody waits for the lock meanwhile.
+void FrameBufferPool::close() {
+    std::deque<std::shared_ptr<FrameBuffer>> idle;
     std::lock_guard lock(mutex_);
-    buffers_.clear();
+    isClosed_ = true;
+    buffers_.swap(idle);
+}
+
+void FrameBufferPool::reopen() {
+    std::lock_guard lock(mutex_);
+    isClosed_ = false;
 }
 
 }  // namespace kelp

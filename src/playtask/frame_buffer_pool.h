@@ -19,7 +19,10 @@ public:
     // bytes from an empty pool. Throws std::bad_alloc.
     std::shared_ptr<FrameBuffer> alloc(unsigned int size);
     void free(std::shared_ptr<FrameBuffer> buffer);
-    void clear();
+
+    // Gives the memory back, and that of buffers which come until `reopen` as they come.
+    void close();
+    void reopen();
 
 private:
     friend class PlayTaskPeer;  // lets tests look at what is pooled
@@ -27,6 +30,7 @@ private:
     const unsigned int percent_;
     std::mutex mutex_;
     std::deque<std::shared_ptr<FrameBuffer>> buffers_;  // the larger ones to the front; guarded by mutex_
+    bool isClosed_ = false;                             // likewise
 };
 
 }  // namespace kelp

@@ -243,8 +243,14 @@ bool PlayTask::end(WindowList::Leaving leaving) {
     }
     prepare(coverPlayThread_);
     prepare(audioPlayThread_);
-    stallWatch_.reset();
+    if (stallWatch_) {
+        stallWatch_->prepareStop();
+    }
     subtitleScreen_->prepareEnd();
+    // While the stages come to their ends: it is not to be waited for behind them.
+    pixPool_.close();
+    pcmPool_.close();
+    stallWatch_.reset();
 
     // From the source down: nothing can push into a stage that is gone.
     if (streamParser_) {
@@ -303,8 +309,8 @@ bool PlayTask::end(WindowList::Leaving leaving) {
     }
 
     // All threads have ended, so no frame comes back behind this.
-    pixPool_.clear();
-    pcmPool_.clear();
+    pixPool_.reopen();
+    pcmPool_.reopen();
     if (renderTiming_) {
         renderTiming_->reset();
     }

@@ -24,6 +24,8 @@ public:
     ~StallWatch() override { stop(); }
 
     void start() { startThread(); }
+    // Ahead of `stop`.
+    using BaseThread::prepareStop;
     // A playback that stands goes on first, so that each stall has its end.
     void stop();
 

@@ -123,6 +123,41 @@ TEST(PlayTaskPools, AreApartAndEmptiedByStop) {
     EXPECT_THAT(under.peer.pcmPool(), IsEmpty());
 }
 
+TEST(PlayTaskPools, KeepNothingWhileTheyAreClosed) {
+    FrameBufferPool pool(100);
+    auto idle = bufferOf(10);
+    auto late = bufferOf(10);
+    const std::weak_ptr<FrameBuffer> idleLeft = idle;
+    const std::weak_ptr<FrameBuffer> lateLeft = late;
+    pool.free(std::move(idle));
+    pool.close();
+    EXPECT_TRUE(idleLeft.expired());
+    pool.free(std::move(late));
+    EXPECT_TRUE(lateLeft.expired());
+    EXPECT_EQ(pool.alloc(10)->size, 10u);
+    pool.reopen();
+    const auto next = bufferOf(10);
+    pool.free(next);
+    EXPECT_EQ(pool.alloc(10), next);
+}
+
+// So that it is done while the stages come to their ends.
+TEST(PlayTaskPools, AreEmptiedBeforeAStopWaitsForAnything) {
+    TaskUnderTest under;
+    auto buffer = bufferOf(10);
+    const std::weak_ptr<FrameBuffer> left = buffer;
+    under.fromVideoDecode().freePixBuffer(std::move(buffer));
+    bool isLeft = true;
+    const LogCapture levels;
+    Log::SetLogCallback([&](const char* line) {
+        if (std::string_view(line).find("[StreamParser]: stop\n") != std::string_view::npos) {
+            isLeft = !left.expired();
+        }
+    });
+    under.task->stop();
+    EXPECT_FALSE(isLeft);
+}
+
 TEST(PlayTaskPools, ServeManyThreadsAtOnce) {
     TaskUnderTest under;
     std::vector<std::thread> threads;

@@ -16,11 +16,14 @@ namespace kelp {
 constexpr int64_t kMostPixels = std::numeric_limits<int>::max();  // that the library's option takes
 
 ProbeOptions::ProbeOptions(const AVFormatContext& input, int64_t maxPixels) {
-    if (maxPixels == 0) {
-        return;
-    }
     streams_.resize(input.nb_streams);
     for (unsigned int i = 0; i < input.nb_streams; ++i) {
+        if (input.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) {
+            av_dict_set(&streams_[i], "skip_loop_filter", "all", 0);
+        }
+        if (maxPixels == 0) {
+            continue;
+        }
         av_dict_set_int(&streams_[i], "max_pixels", std::min<int64_t>(maxPixels, kMostPixels), 0);
         stated_.push_back({input.streams[i]->codecpar->width, input.streams[i]->codecpar->height});
     }

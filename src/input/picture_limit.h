@@ -13,12 +13,13 @@ struct AVStream;
 
 namespace kelp {
 
-// What the library's decoders are told of each stream that an input has, when they probe it: how many pixels a picture
-// may have. Of streams that turn up while it is probed they aren't told. One that meets a larger picture forgets the
-// size that the container has stated.
+// What the library's decoders are told of each stream that an input has, when they probe it: that nobody looks at the
+// pictures, so that none is smoothed, which changes nothing of what is found, and how many pixels one may have. Of
+// streams that turn up while it is probed they aren't told. One that meets a larger picture forgets the size that the
+// container has stated.
 class ProbeOptions {
 public:
-    // No option for a limit of 0.
+    // No limit for 0.
     ProbeOptions(const AVFormatContext& input, int64_t maxPixels);
     ~ProbeOptions();
     ProbeOptions(const ProbeOptions&) = delete;

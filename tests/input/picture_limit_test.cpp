@@ -2,6 +2,11 @@
 
 #include "input/picture_limit.h"
 
+#include <string>
+#include <tuple>
+#include <utility>
+#include <vector>
+
 #include "input/input_files.h"
 #include "input/stream_parser_fixture.h"
 
@@ -90,13 +95,57 @@ TEST(ProbeOptions, TellEachStreamsDecoderOfTheLimit) {
     AVFormatContext* const input = avformat_alloc_context();
     avformat_new_stream(input, nullptr);
     avformat_new_stream(input, nullptr);
-    EXPECT_EQ(ProbeOptions(*input, 0).get(), nullptr);
+    EXPECT_EQ(av_dict_get(ProbeOptions(*input, 0).get()[0], "max_pixels", nullptr, 0), nullptr);
     ProbeOptions limited(*input, 5000);
     ProbeOptions huge(*input, INT64_MAX);
     for (int i = 0; i < 2; ++i) {
         EXPECT_STREQ(av_dict_get(limited.get()[i], "max_pixels", nullptr, 0)->value, "5000");
         EXPECT_STREQ(av_dict_get(huge.get()[i], "max_pixels", nullptr, 0)->value, "2147483647");
     }
+    avformat_free_context(input);
+}
+
+// What a probe finds of an input: every field that the parser or a decoder may look at.
+std::vector<std::string> probe(const std::string& path, bool isQuick) {
+    AVFormatContext* input = nullptr;
+    EXPECT_GE(avformat_open_input(&input, path.c_str(), nullptr, nullptr), 0) << path;
+    {
+        ProbeOptions options(*input, 0);
+        EXPECT_GE(avformat_find_stream_info(input, isQuick ? options.get() : nullptr), 0) << path;
+    }
+    std::vector<std::string> found{testing::PrintToString(std::tuple(input->start_time, input->duration))};
+    for (unsigned int i = 0; i < input->nb_streams; ++i) {
+        const AVStream& stream = *input->streams[i];
+        const AVCodecParameters& is = *stream.codecpar;
+        const auto ratio = [](AVRational of) { return std::pair(of.num, of.den); };
+        found.push_back(testing::PrintToString(std::tuple(
+            std::tuple(is.codec_type, is.codec_id, is.codec_tag, is.format, is.bit_rate, is.bits_per_coded_sample,
+                       is.bits_per_raw_sample, is.profile, is.level, is.width, is.height),
+            std::tuple(is.field_order, is.color_range, is.color_primaries, is.color_trc, is.color_space,
+                       is.chroma_location, is.video_delay, ratio(is.sample_aspect_ratio)),
+            std::tuple(is.sample_rate, is.frame_size, is.initial_padding, is.block_align, is.seek_preroll),
+            std::tuple(ratio(stream.r_frame_rate), ratio(stream.avg_frame_rate), ratio(stream.time_base),
+                       ratio(stream.sample_aspect_ratio), stream.start_time, stream.duration, stream.nb_frames,
+                       stream.disposition),
+            std::string(reinterpret_cast<const char*>(is.extradata), static_cast<size_t>(is.extradata_size)))));
+    }
+    avformat_close_input(&input);
+    return found;
+}
+
+TEST(ProbeOptions, FindTheSameAsWithoutThem) {
+    for (const auto& file : inputFiles()) {
+        EXPECT_EQ(probe(inputFile(file.name), true), probe(inputFile(file.name), false)) << file.name;
+    }
+}
+
+TEST(ProbeOptions, SmoothNoPictures) {
+    AVFormatContext* const input = avformat_alloc_context();
+    avformat_new_stream(input, nullptr)->codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
+    avformat_new_stream(input, nullptr)->codecpar->codec_type = AVMEDIA_TYPE_AUDIO;
+    ProbeOptions options(*input, 0);
+    EXPECT_STREQ(av_dict_get(options.get()[0], "skip_loop_filter", nullptr, 0)->value, "all");
+    EXPECT_EQ(options.get()[1], nullptr);
     avformat_free_context(input);
 }
 

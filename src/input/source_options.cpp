@@ -22,10 +22,12 @@ void setDefaultOptions(OptionMap& options) {
     options["stimeout"] = "500000";
 }
 
-void addSourceOptions(OptionMap& options, const std::string& path) {
+void addSourceOptions(OptionMap& options, const std::string& path, bool startsAtOnce) {
     const bool isRtsp = path.starts_with("rtsp://");
     const bool isSdp = path.find(".sdp") != std::string::npos;
-    if (isRtsp || isSdp) {
+    if ((isRtsp || isSdp) && startsAtOnce) {
+        options.try_emplace("fpsprobesize", "0");
+    } else if (isRtsp || isSdp) {
         options.try_emplace("fflags", "nobuffer");
     }
     if (isSdp) {

@@ -248,8 +248,8 @@ bool StreamParser::openInput() {
     {
         std::lock_guard lock(optionsMutex_);
         OptionMap options = options_;
-        addSourceOptions(options, filePath_);
-        if (!playbackOptions_.allCodecs) {
+        addSourceOptions(options, filePath_, playbackOptions_.lowLiveDelay);
+        if (!playbackOptions_.allCodecs && !playbackOptions_.lowLiveDelay) {
             options_ = options;  // the next source meets what was added, fit or not
         }
         if (playbackOptions_.rtspFallsBack) {

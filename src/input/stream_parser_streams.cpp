@@ -115,6 +115,10 @@ void StreamParser::takeVideoStream(AVStream* stream, const AVCodecContext* conte
     startTimeInVideoTimeBase_ = startInTicks(originUs_, stream->time_base);
     width_ = context->width;
     height_ = context->height;
+    if (isLive_ && playbackOptions_.lowLiveDelay && av_cmp_q(stream->r_frame_rate, av_inv_q(stream->time_base)) == 0) {
+        stream->r_frame_rate = {0,
+                                1};  // which stands for a rate that neither the stream tells nor anybody has measured
+    }
     frameRate_ = wholeRate(stream->r_frame_rate);
     if (frameRate_ == 0) {
         frameRate_ = wholeRate(av_guess_frame_rate(formatContext_, stream, nullptr));

@@ -260,6 +260,12 @@ void RecordingFile::place(AVPacket& packet, Track& track) {
         shift(packet.pts, by);
     };
     shiftBoth(wrappingSubtract(track.shift, origin));
+    // The first packets of a live source that was opened in haste have no times, or none of decoding.
+    if (packet.dts == AV_NOPTS_VALUE) {
+        const bool isShown = packet.pts != AV_NOPTS_VALUE;
+        const int64_t next = track.hasTime ? track.lastEnd : 0;
+        packet.dts = isShown ? std::min(packet.pts, track.hasTime ? track.lastDts + 1 : packet.pts) : next;
+    }
     if (packet.dts != AV_NOPTS_VALUE) {
         const int64_t longest = av_rescale_q(kLargestJumpBackUs, kMicroseconds, base);
         if (track.hasTime && wrappingSubtract(track.lastDts, packet.dts) > longest) {

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "e2e/clock_picture.h"
+#include "e2e/media.h"
 #include "e2e/playback.h"
 #include "e2e/recording_sink.h"
 #include "e2e/rtsp_server.h"
@@ -52,6 +53,20 @@ TEST(LowDelay, IsBackSoonBehindAStandstillAndLeavesThePicturesInOrder) {
     }
     EXPECT_LT(leastMs, 600);
     EXPECT_EQ(playback.count(Happened::Failed), 0);
+}
+
+// Its server begins with a key frame, and has one each second.
+TEST(LowDelay, BeginsWithTheFirstPictureThatIsSent) {
+    RtspServer server({{"camera", mediaPath("small.mp4")}});
+    RecordingSink sink(RecordingSink::Keep::Nothing);
+    Playback playback;
+    playback.player().setOption("live_delay", "low");
+    playback.player().addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&sink), 0, 0);
+    ASSERT_TRUE(playback.open(server.url("camera"), kPatienceMs));
+    ASSERT_TRUE(playback.player().play());
+    ASSERT_TRUE(sink.waitForFrames(1, kPatienceMs));
+    EXPECT_LT(sink.frames().front().pts, 500);
+    EXPECT_EQ(playback.first(Happened::SizeUpdated), (Event{Happened::SizeUpdated, 320, 180, 0}));
 }
 
 }  // namespace

@@ -61,6 +61,19 @@ TEST(SourceOptions, FindSdpAnywhereInThePath) {
     EXPECT_THAT(added("/tmp/camera.SDP"), IsEmpty());
 }
 
+TEST(SourceOptions, LetALiveSourceStartAtOnceWithWhatWasReadToLearnIt) {
+    const auto quickly = [](const std::string& path, OptionMap options = {}) {
+        addSourceOptions(options, path, /*startsAtOnce=*/true);
+        return options;
+    };
+    const auto unwatched = Pair("fpsprobesize", "0");
+    EXPECT_THAT(quickly("rtsp://host/film"), ElementsAre(unwatched));
+    EXPECT_THAT(quickly("/tmp/camera.sdp"), ElementsAre(unwatched, kWhitelist));
+    EXPECT_THAT(quickly("/videos/film.mp4"), IsEmpty());
+    const OptionMap hosts{{"fflags", "nobuffer"}, {"fpsprobesize", "20"}};
+    EXPECT_EQ(quickly("rtsp://host/film", hosts), hosts);
+}
+
 TEST(SourceOptions, LetAnRtspServerThatRefusesTcpBeAskedForUdp) {
     OptionMap options;
     setDefaultOptions(options);

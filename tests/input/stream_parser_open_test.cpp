@@ -182,6 +182,15 @@ TEST_F(StreamParserOpen, AddsNothingToTheNextSourceWhereAllIsPlayed) {
     EXPECT_THAT(optionsOf("film"), testing::Contains("fflags=genpts")) << "the host's stays";
 }
 
+TEST_F(StreamParserOpen, StartsALiveSourceOfLowDelayAtOnceAndLeavesTheNextOneAlone) {
+    parser->setPlaybackOptions({.lowLiveDelay = true});
+    EXPECT_THAT(optionsOf("rtsp://127.0.0.1/x"),
+                ElementsAre("buffer_size=-1", "fpsprobesize=0", "max_delay=1000000", "reorder_queue_size=1200",
+                            "rtsp_transport=tcp", "stimeout=500000"));
+    parser->close();
+    EXPECT_THAT(optionsOf("film"), testing::ElementsAreArray(kDefaults));
+}
+
 TEST_F(StreamParserOpen, HasAServerThatDropsTheConnectionBeAskedAgainWhereThatIsWanted) {
     const auto isReconnected = testing::Contains("reconnect=1");
     for (const PlaybackOptions& options : {PlaybackOptions{.readAheadMs = 1}, PlaybackOptions{.rebufferMs = 1}}) {
@@ -452,6 +461,21 @@ TEST_F(StreamParserOpen, PlaysAStreamOfACodecThatHasNoNumber) {
     EXPECT_EQ(info->audioCodecType, AUDIO_CODEC_NONE);
     EXPECT_EQ(info->sampleFormat, -1);
     EXPECT_NE(info->videoParameters, nullptr);
+}
+
+TEST_F(StreamParserOpen, TakesTheTimeBaseForNoRateOfALiveSourceOfLowDelay) {
+    for (const bool isLow : {false, true}) {
+        parser->setPlaybackOptions({.lowLiveDelay = isLow});
+        SyntheticInput input;
+        input.formatName = "rtsp";
+        input.streams = {videoStream()};
+        input.streams[0].timeBase = {1, 90000};
+        input.streams[0].rFrameRate = {90000, 1};
+        hooks().guessFrameRate = [](AVStream* stream) { return stream->r_frame_rate; };
+        EXPECT_TRUE(open(input));
+        EXPECT_EQ(parser->getCodecInfo()->frameRate, isLow ? 30 : 90000);
+        parser->close();
+    }
 }
 
 TEST_F(StreamParserOpen, FallsBackForTheFrameRate) {

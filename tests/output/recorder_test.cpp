@@ -86,7 +86,14 @@ public:
     bool pictures(int count) {
         AVPacket* packet = av_packet_alloc();
         while (count > 0 && av_read_frame(context_, packet) >= 0) {
-            count -= source_.video && packet->stream_index == source_.video->index;
+            const bool isPicture = source_.video && packet->stream_index == source_.video->index;
+            count -= isPicture;
+            if (isPicture && untimed_ > 0) {
+                packet->pts = isFirst_ ? AV_NOPTS_VALUE : packet->pts;
+                packet->dts = AV_NOPTS_VALUE;
+                isFirst_ = false;
+                --untimed_;
+            }
             if (!soundLeftOut_ || packet->stream_index == source_.video->index) {
                 outlet_.packet(source_, *packet);
             }
@@ -96,6 +103,8 @@ public:
         return count == 0;
     }
     void all() { pictures(1 << 30); }
+    // So many pictures at first have no time of decoding, and the very first has no time at all.
+    void takeFirstTimes(int pictures) { untimed_ = pictures; }
     void leaveSoundOut() { soundLeftOut_ = true; }
     AVCodecParameters& video() { return *source_.video->codecpar; }
     void again() { avformat_seek_file(context_, -1, INT64_MIN, 0, INT64_MAX, 0); }
@@ -108,6 +117,8 @@ private:
     AVFormatContext* context_ = nullptr;
     PacketSource source_{};
     bool soundLeftOut_ = false;
+    int untimed_ = 0;
+    bool isFirst_ = true;
 };
 
 std::string outputOf(const std::string& command) {
@@ -289,6 +300,23 @@ TEST_F(RecorderTest, TakesTimesThatBeginAnewInMidStream) {
         EXPECT_THAT(told_.failures, IsEmpty());
         EXPECT_EQ(readVideo(file).frames.size(), static_cast<size_t>(2 * kPictures));
         EXPECT_EQ(complaintsOf(file), "");
+    }
+}
+
+TEST_F(RecorderTest, TakesASourceThatTellsNoTimesAtFirst) {
+    for (const std::string ending : {"mp4", "mkv", "ts"}) {
+        for (const int untimed : {1, 4}) {
+            const std::string file = path(std::to_string(untimed) + "_untimed." + ending);
+            ASSERT_TRUE(recorder_.start(file));
+            Feed feed(recorder_, film_);
+            feed.takeFirstTimes(untimed);
+            feed.all();
+            recorder_.stop();
+            EXPECT_THAT(told_.failures, IsEmpty());
+            EXPECT_EQ(readVideo(file).frames.size(), static_cast<size_t>(kPictures));
+            // With more of them nobody knows the times of those that are shown out of their order.
+            EXPECT_TRUE(untimed > 1 || complaintsOf(file).empty()) << file;
+        }
     }
 }
 

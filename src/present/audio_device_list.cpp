@@ -4,12 +4,15 @@
 
 #include <mutex>
 
+#include "present/sdl_thread_storage.h"
+
 namespace kelp {
 
 std::vector<std::string> audioDeviceNames() {
     // A name is SDL's until somebody counts the devices again.
     static std::mutex mutex;
     std::lock_guard lock(mutex);
+    freeSdlStorageAtThreadEnd();
     std::vector<std::string> names;
     const int count = SDL_GetNumAudioDevices(/*iscapture=*/0);
     for (int i = 0; i < count; ++i) {

@@ -11,6 +11,7 @@
 #include "present/exact_sound.h"
 #include "present/standard_sound.h"
 #include "present/tempo_library.h"
+#include "present/tempo_pieces.h"
 #include "runtime/kelp_time.h"
 
 namespace kelp {
@@ -18,19 +19,6 @@ namespace kelp {
 namespace {
 
 constexpr const char* kTag = "AudioPlayThread";
-
-// A piece is right in its middle only, so where time is exact the longer ones, up to 90 ms, that the library would
-// choose for lower speeds are too long.
-constexpr int kPieceSetting = 3;
-constexpr int kPieceMs = 40;
-
-// A piece, where it may go on, and how the two blend: the library holds back the first two. Where the delay is to be
-// low these do for what little the tempo changes there, and for voices.
-constexpr int kSearchSetting = 4;
-constexpr int kOverlapSetting = 5;
-constexpr int kLowDelayPieceMs = 20;
-constexpr int kLowDelaySearchMs = 10;
-constexpr int kLowDelayOverlapMs = 5;
 
 // Cuts the frame down to the bytes that its buffer holds. False if it holds none.
 bool limitToBuffer(AudioFrameInfo& frame) {
@@ -78,19 +66,13 @@ void AudioPlayThread::setOutputSpec(AudioOutputSpec spec) {
 void AudioPlayThread::setOptions(const PlaybackOptions& options) {
     audioOutputFactory_ = std::make_shared<AudioOutputFactory>(options);
     setDevice(options.audioDevice);
-    void* const soundTouch = soundTouch_;
     if (options.exactTiming) {
         timing_ = std::make_unique<ExactSound>();
         timing_->setSpec(outputSpec_);
     }
-    if (soundTouch && options.exactTiming) {
-        soundtouch_setSetting(soundTouch, kPieceSetting, kPieceMs);
-    }
     catchUp_ = options.lowLiveDelay ? std::make_unique<SoundCatchUp>() : nullptr;
-    if (soundTouch && options.lowLiveDelay) {
-        soundtouch_setSetting(soundTouch, kPieceSetting, kLowDelayPieceMs);
-        soundtouch_setSetting(soundTouch, kSearchSetting, kLowDelaySearchMs);
-        soundtouch_setSetting(soundTouch, kOverlapSetting, kLowDelayOverlapMs);
+    if (void* const soundTouch = soundTouch_) {
+        chooseTempoPieces(soundTouch, options);
     }
 }
 

@@ -50,7 +50,6 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
     if (!isSilent) {
         Log::Info(kTag, "%s, ch:%d, freg:%d, fmt:%d\n", "init", spec.channels, spec.sampleRate, spec.sampleFormat);
     }
-    freeSdlStorageAtThreadEnd();
     cycleBuffer_->init(kRingBytes + 1, cycleBufferWrapperCallback, this, CycleBufferWrapper::CallingOff::Told);
     if (device_ != Device::WaitedFor) {
         cycleBuffer_->setPatience(kPatienceMs);
@@ -115,6 +114,7 @@ bool SDLAudioOutput::init(AudioOutputSpec spec) {
 }
 
 SDL_AudioDeviceID SDLAudioOutput::openDevice(const std::string& name, SDL_AudioSpec& obtained) const {
+    freeSdlStorageAtThreadEnd();
     std::lock_guard lock(openingMutex());
     return SDL_OpenAudioDevice(name.empty() ? nullptr : name.c_str(), /*iscapture=*/0, &wantedSpec_, &obtained,
                                /*allowed_changes=*/SDL_AUDIO_ALLOW_FREQUENCY_CHANGE | SDL_AUDIO_ALLOW_CHANNELS_CHANGE);
@@ -215,6 +215,7 @@ bool SDLAudioOutput::pause(bool paused) {
 }
 
 void SDLAudioOutput::pauseDevice(bool paused) {
+    freeSdlStorageAtThreadEnd();
     std::lock_guard lock(deviceMutex_);
     if (deviceId_ != 0) {
         SDL_PauseAudioDevice(deviceId_, paused);
@@ -229,6 +230,7 @@ void SDLAudioOutput::close() {
 }
 
 void SDLAudioOutput::closeDevice() {
+    freeSdlStorageAtThreadEnd();
     std::lock_guard lock(deviceMutex_);
     if (deviceId_ != 0) {
         SDL_CloseAudioDevice(deviceId_);

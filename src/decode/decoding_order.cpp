@@ -33,7 +33,7 @@ void DecodingOrder::flush() {
 int64_t DecodingOrder::takeTime(int64_t ownMs, size_t reordered) {
     const auto own = std::lower_bound(waiting_.begin(), waiting_.end(), ownMs);
     const auto ahead = static_cast<size_t>(own - waiting_.begin());
-    if (own == waiting_.end()) {
+    if (own == waiting_.end() || (reordered == 0 && *own != ownMs)) {
         return ownMs;
     }
     waiting_.erase(waiting_.begin(), own - static_cast<std::ptrdiff_t>(std::min(ahead, reordered)));

@@ -165,9 +165,10 @@ AVFrame* FFVideoDecoder::fetchPicture() {
 }
 
 int64_t FFVideoDecoder::matchPacket(const AVFrame& picture, int64_t nowMs) {
+    const bool isByOrder = order_.isOn() && picture.pts != AV_NOPTS_VALUE;
     int64_t pts = timeOf(picture);
     auto sent = decodeStartTimes_.find(pts);
-    if (sent == decodeStartTimes_.end()) {
+    if (sent == decodeStartTimes_.end() && !isByOrder) {
         pts = picture.pts;
         sent = decodeStartTimes_.find(pts);
     }

@@ -148,7 +148,8 @@ void VideoDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
         decoder_->insertPacket(packet.get());
         decoder_->setInsertedBehindTarget(takenBehindTarget());
     }
-    if (observer_ && !packet->data && !packet->flush) {
+    // A stop has the decoder keep what it still holds.
+    if (observer_ && !packet->data && !packet->flush && !isStopRequested()) {
         observer_->onVideoDecodeEnd();
     }
 }
@@ -199,6 +200,7 @@ void VideoDecodeThread::onVideoDecoded(std::shared_ptr<VideoFrameInfo> frame) {
 void VideoDecodeThread::deliverLead() {
     if (lead_) {
         lead_->pts = turn_->lineFromMs();
+        lead_->fractionUs = 0;
         deliver(std::exchange(lead_, nullptr));
     }
 }

@@ -22,6 +22,7 @@ namespace {
 constexpr const char* TAG = "StreamParser";
 
 constexpr int kDefaultFrameRate = 30;
+constexpr int kMostPicturesPerSecond = 1000;  // of a rate; more are those of a clock
 
 struct CodecContextDeleter {
     void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
@@ -115,7 +116,8 @@ void StreamParser::takeVideoStream(AVStream* stream, const AVCodecContext* conte
     startTimeInVideoTimeBase_ = startInTicks(originUs_, stream->time_base);
     width_ = context->width;
     height_ = context->height;
-    if (isLive_ && playbackOptions_.lowLiveDelay && av_cmp_q(stream->r_frame_rate, av_inv_q(stream->time_base)) == 0) {
+    if (isLive_ && playbackOptions_.lowLiveDelay && stream->time_base.den > kMostPicturesPerSecond &&
+        av_cmp_q(stream->r_frame_rate, av_inv_q(stream->time_base)) == 0) {
         stream->r_frame_rate = {0,
                                 1};  // which stands for a rate that neither the stream tells nor anybody has measured
     }

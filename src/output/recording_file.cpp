@@ -27,6 +27,7 @@ constexpr char kTag[] = "Recorder";
 constexpr AVRational kMicroseconds{1, AV_TIME_BASE};
 constexpr int64_t kLongestInterleavingUs = 1'000'000;  // for which a stream waits for the other
 constexpr int64_t kLongestHeaderWaitUs = 2 * kLongestInterleavingUs;
+constexpr int64_t kReorderedUs = 200'000;          // by which a picture is decoded before its time, where nobody tells
 constexpr int64_t kLargestJumpBackUs = 1'000'000;  // a time farther back is on another time line
 
 constexpr char kNoMemory[] = "there is no memory";
@@ -261,10 +262,11 @@ void RecordingFile::place(AVPacket& packet, Track& track) {
     };
     shiftBoth(wrappingSubtract(track.shift, origin));
     // The first packets of a live source that was opened in haste have no times, or none of decoding.
-    if (packet.dts == AV_NOPTS_VALUE) {
-        const bool isShown = packet.pts != AV_NOPTS_VALUE;
-        const int64_t next = track.hasTime ? track.lastEnd : 0;
-        packet.dts = isShown ? std::min(packet.pts, track.hasTime ? track.lastDts + 1 : packet.pts) : next;
+    if (packet.dts == AV_NOPTS_VALUE && packet.pts == AV_NOPTS_VALUE) {
+        packet.dts = track.hasTime ? track.lastEnd : 0;
+    } else if (packet.dts == AV_NOPTS_VALUE) {
+        const int64_t earliest = wrappingSubtract(packet.pts, av_rescale_q(kReorderedUs, kMicroseconds, base));
+        packet.dts = track.hasTime ? std::min(packet.pts, std::max(track.lastDts + 1, earliest)) : packet.pts;
     }
     if (packet.dts != AV_NOPTS_VALUE) {
         const int64_t longest = av_rescale_q(kLargestJumpBackUs, kMicroseconds, base);

@@ -305,15 +305,17 @@ TEST_F(RecorderTest, TakesTimesThatBeginAnewInMidStream) {
 
 TEST_F(RecorderTest, TakesASourceThatTellsNoTimesAtFirst) {
     for (const std::string ending : {"mp4", "mkv", "ts"}) {
-        for (const int untimed : {1, 4}) {
+        for (const int untimed : {1, 4, 1 << 30}) {
             const std::string file = path(std::to_string(untimed) + "_untimed." + ending);
             ASSERT_TRUE(recorder_.start(file));
+            const int64_t endedMs = told_.endedMs;
             Feed feed(recorder_, film_);
             feed.takeFirstTimes(untimed);
             feed.all();
             recorder_.stop();
             EXPECT_THAT(told_.failures, IsEmpty());
             EXPECT_EQ(readVideo(file).frames.size(), static_cast<size_t>(kPictures));
+            EXPECT_NEAR(static_cast<double>(told_.endedMs - endedMs), 3000, 400) << file;
             // With more of them nobody knows the times of those that are shown out of their order.
             EXPECT_TRUE(untimed > 1 || complaintsOf(file).empty()) << file;
         }

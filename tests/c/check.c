@@ -42,6 +42,11 @@ int is_utf8(const char* text) {
         if (more < 0) {
             return 0;
         }
+        /* An overlong form, half of a pair, or behind the last character. */
+        if ((*at == 0xE0 && at[1] < 0xA0) || (*at == 0xED && at[1] >= 0xA0) || (*at == 0xF0 && at[1] < 0x90) ||
+            (*at == 0xF4 && at[1] >= 0x90) || *at > 0xF4) {
+            return 0;
+        }
         for (++at; more > 0; --more, ++at) {
             if ((*at & 0xC0) != 0x80) {
                 return 0;

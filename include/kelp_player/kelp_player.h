@@ -448,10 +448,10 @@ public:
     // With FFmpeg 5 and later, "timeout" (microseconds) is what bounds an RTSP source's waits on the network, over TCP
     // and UDP; without it a server that doesn't answer, or falls silent, is waited for until `stop`. An SDP source's
     // waits are bounded by "listen_timeout" (seconds, 10 unless set). Opening fails after one such wait, reading after
-    // six in a row: `onFailed`. For "rtsp://" and ".sdp" sources "fflags" is "nobuffer", and for ".sdp" ones
+    // six in a row: `onFailed`. For "rtsp://" and paths with ".sdp" in them "fflags" is "nobuffer", and for the latter
     // "protocol_whitelist" is "file,udp,rtp", unless set here. Both stay for the sources that follow in the same
-    // player, unless "codecs" is "all": behind an ".sdp" source that player opens nothing over TCP until the latter is
-    // set.
+    // player, so that behind an SDP file it opens nothing over TCP until that list is set. With "codecs" as "all" or
+    // "live_delay" as "low" nothing stays, and what isn't itself an SDP file gets no list.
     void setOption(const char* key, const char* value);
 
     // Runs `function` on the worker thread, after the events that are queued by now; what comes before `init` waits for

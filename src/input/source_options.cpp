@@ -11,6 +11,15 @@ namespace {
 constexpr std::string_view kRemoteProtocols[] = {"http", "https",  "ftp",     "sftp", "smb", "tcp",
                                                  "tls",  "gopher", "gophers", "ipfs", "ipns"};
 constexpr const char* kLongestReconnectS = "10";  // between two attempts: it is given up after about as long
+constexpr const char* kSdpProtocols = "file,udp,rtp";
+
+// The source's own name, without its folders, and without what is asked of a server.
+std::string_view nameIn(std::string_view path) {
+    if (path.find("://") != std::string_view::npos) {
+        path = path.substr(0, path.find_first_of("?#"));
+    }
+    return path.substr(path.find_last_of('/') + 1);  // npos + 1 is 0
+}
 
 }  // namespace
 
@@ -22,16 +31,25 @@ void setDefaultOptions(OptionMap& options) {
     options["stimeout"] = "500000";
 }
 
-void addSourceOptions(OptionMap& options, const std::string& path, bool startsAtOnce) {
-    const bool isRtsp = path.starts_with("rtsp://");
+void addSourceOptions(OptionMap& options, const std::string& path) {
     const bool isSdp = path.find(".sdp") != std::string::npos;
-    if ((isRtsp || isSdp) && startsAtOnce) {
-        options.try_emplace("fpsprobesize", "0");
-    } else if (isRtsp || isSdp) {
+    if (isSdp || path.starts_with("rtsp://")) {
         options.try_emplace("fflags", "nobuffer");
     }
     if (isSdp) {
-        options.try_emplace("protocol_whitelist", "file,udp,rtp");
+        options.try_emplace("protocol_whitelist", kSdpProtocols);
+    }
+}
+
+void addOwnOptions(OptionMap& options, std::string_view path, bool startsAtOnce) {
+    const bool isRtsp = path.starts_with("rtsp://");
+    const bool isSdp = !isRtsp && nameIn(path).find(".sdp") != std::string_view::npos;
+    if (isRtsp || isSdp) {
+        options.try_emplace(startsAtOnce ? "fpsprobesize" : "fflags", startsAtOnce ? "0" : "nobuffer");
+    }
+    // What comes over a network has a list of its own, with which it may lead to other addresses and to no file.
+    if (isSdp && !isRemote(path)) {
+        options.try_emplace("protocol_whitelist", kSdpProtocols);
     }
 }
 

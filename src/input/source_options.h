@@ -12,10 +12,14 @@ using OptionMap = std::map<std::string, std::string>;
 // Sets the options that every source starts with, over whatever values they had.
 void setDefaultOptions(OptionMap& options);
 
-// Adds what the kind of source asks for, as `path` shows it. A key that is set already keeps its value. A live source
-// that `startsAtOnce` isn't watched for its rate of pictures, some 20 of them, and what was read to learn its streams
-// is played, with the key frame that a camera begins with.
-void addSourceOptions(OptionMap& options, const std::string& path, bool startsAtOnce = false);
+// Adds what the kind of source asks for, as `path` shows it: wherever ".sdp" stands in it, that counts. A key that is
+// set already keeps its value.
+void addSourceOptions(OptionMap& options, const std::string& path);
+
+// The same by what the source itself is: neither a folder nor a question makes an SDP of it, and no RTSP source is one.
+// A live source that `startsAtOnce` isn't watched for its rate of pictures, some 20 of them, and what was read to learn
+// its streams is played, with the key frame that a camera begins with.
+void addOwnOptions(OptionMap& options, std::string_view path, bool startsAtOnce);
 
 // Has an RTSP server that is asked for TCP alone be asked for UDP if it refuses that.
 void addRtspFallback(OptionMap& options);

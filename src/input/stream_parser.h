@@ -59,7 +59,7 @@ public:
     // An option for the demuxer, for the opens to come. A later value for a key replaces the earlier one.
     void setOption(const char* key, const char* value);
 
-    // All of them by now, for what is opened beside the input.
+    // All of them by now, for what is opened beside the input; not what its kind of source has added.
     OptionMap options();
 
     // What the host wants in another way than the standard one, for the opens to come. From the thread that opens.
@@ -275,6 +275,7 @@ private:
 
     std::mutex optionsMutex_;  // not mutex_: options can be set while an open blocks
     OptionMap options_;        // guarded by optionsMutex_
+    OptionMap kept_;           // what sources have added, and standard ones meet, fit or not; guarded by optionsMutex_
 };
 
 }  // namespace kelp

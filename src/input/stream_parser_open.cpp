@@ -248,9 +248,11 @@ bool StreamParser::openInput() {
     {
         std::lock_guard lock(optionsMutex_);
         OptionMap options = options_;
-        addSourceOptions(options, filePath_, playbackOptions_.lowLiveDelay);
-        if (!playbackOptions_.allCodecs && !playbackOptions_.lowLiveDelay) {
-            options_ = options;  // the next source meets what was added, fit or not
+        if (playbackOptions_.allCodecs || playbackOptions_.lowLiveDelay) {
+            addOwnOptions(options, filePath_, playbackOptions_.lowLiveDelay);
+        } else {
+            addSourceOptions(kept_, filePath_);
+            options.insert(kept_.begin(), kept_.end());
         }
         if (playbackOptions_.rtspFallsBack) {
             addRtspFallback(options);

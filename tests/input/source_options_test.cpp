@@ -61,17 +61,35 @@ TEST(SourceOptions, FindSdpAnywhereInThePath) {
     EXPECT_THAT(added("/tmp/camera.SDP"), IsEmpty());
 }
 
+OptionMap own(const std::string& path, bool startsAtOnce, OptionMap options = {}) {
+    addOwnOptions(options, path, startsAtOnce);
+    return options;
+}
+
 TEST(SourceOptions, LetALiveSourceStartAtOnceWithWhatWasReadToLearnIt) {
-    const auto quickly = [](const std::string& path, OptionMap options = {}) {
-        addSourceOptions(options, path, /*startsAtOnce=*/true);
-        return options;
-    };
     const auto unwatched = Pair("fpsprobesize", "0");
-    EXPECT_THAT(quickly("rtsp://host/film"), ElementsAre(unwatched));
-    EXPECT_THAT(quickly("/tmp/camera.sdp"), ElementsAre(unwatched, kWhitelist));
-    EXPECT_THAT(quickly("/videos/film.mp4"), IsEmpty());
+    EXPECT_THAT(own("rtsp://host/film", true), ElementsAre(unwatched));
+    EXPECT_THAT(own("/tmp/camera.sdp", true), ElementsAre(unwatched, kWhitelist));
+    EXPECT_THAT(own("/videos/film.mp4", true), IsEmpty());
     const OptionMap hosts{{"fflags", "nobuffer"}, {"fpsprobesize", "20"}};
-    EXPECT_EQ(quickly("rtsp://host/film", hosts), hosts);
+    EXPECT_EQ(own("rtsp://host/film", true, hosts), hosts);
+}
+
+TEST(SourceOptions, AreThoseOfTheSourceItself) {
+    for (const char* path : {"/tmp/my.sdp.files/film.mp4", "http://host/film.mp4?from=camera.sdp",
+                             "http://host/film.mp4#/camera.sdp", "http://host/cameras.sdp/film.mp4", "/tmp/x.sdp/"}) {
+        EXPECT_THAT(own(path, true), IsEmpty()) << path;
+        EXPECT_THAT(own(path, false), IsEmpty()) << path;
+    }
+    for (const char* path : {"camera.sdp", "/tmp/a?b/camera.sdp", "/tmp/camera.sdp.old", "file:///tmp/camera.sdp"}) {
+        EXPECT_THAT(own(path, false), ElementsAre(kNoBuffer, kWhitelist)) << path;
+    }
+    // The list of an SDP file bars TCP.
+    for (const char* path : {"rtsp://host/camera.sdp", "http://host/camera.sdp?user=1", "https://host/camera.sdp"}) {
+        EXPECT_THAT(own(path, false), ElementsAre(kNoBuffer)) << path;
+    }
+    EXPECT_THAT(own("/tmp/camera.sdp", false, {{"protocol_whitelist", "file"}}),
+                ElementsAre(kNoBuffer, Pair("protocol_whitelist", "file")));
 }
 
 TEST(SourceOptions, LetAnRtspServerThatRefusesTcpBeAskedForUdp) {

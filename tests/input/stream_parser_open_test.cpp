@@ -191,6 +191,22 @@ TEST_F(StreamParserOpen, StartsALiveSourceOfLowDelayAtOnceAndLeavesTheNextOneAlo
     EXPECT_THAT(optionsOf("film"), testing::ElementsAreArray(kDefaults));
 }
 
+TEST_F(StreamParserOpen, AddsNothingOfTheLastSourceUnlessAllIsStandard) {
+    for (const PlaybackOptions& options : {PlaybackOptions{.allCodecs = true}, PlaybackOptions{.lowLiveDelay = true}}) {
+        parser->setPlaybackOptions({});
+        optionsOf("/videos/camera.sdp");
+        parser->close();
+        parser->setPlaybackOptions(options);
+        EXPECT_THAT(optionsOf("film"), testing::ElementsAreArray(kDefaults));
+        parser->close();
+        EXPECT_THAT(optionsOf("rtsp://127.0.0.1/x.sdp"), testing::Not(testing::Contains(testing::HasSubstr("udp"))));
+        parser->close();
+    }
+    parser->setPlaybackOptions({});
+    EXPECT_THAT(optionsOf("film"), testing::Contains("protocol_whitelist=file,udp,rtp")) << "as ever";
+    EXPECT_EQ(parser->options().count("protocol_whitelist"), 0U) << "for what is opened beside it";
+}
+
 TEST_F(StreamParserOpen, HasAServerThatDropsTheConnectionBeAskedAgainWhereThatIsWanted) {
     const auto isReconnected = testing::Contains("reconnect=1");
     for (const PlaybackOptions& options : {PlaybackOptions{.readAheadMs = 1}, PlaybackOptions{.rebufferMs = 1}}) {

@@ -14,7 +14,7 @@ constexpr int kMostEmptyTurns = 2;
 constexpr int64_t kMostWrongUs = 1'000'000;  // by which a film's length may be another one than it says
 
 int64_t roundedMs(int64_t us) {
-    return (us + (us < 0 ? -500 : 500)) / 1000;
+    return (us + 500) / 1000;
 }
 
 }  // namespace
@@ -110,8 +110,7 @@ bool InputLoop::goRound(int64_t endUs, int64_t durationUs) {
         return false;
     }
     auto turn = std::make_shared<LoopTurn>();
-    // What begins behind the end has nothing of the loop in it: the next turn begins where that was.
-    turn->shiftUs = std::max(endUs, startUs) + turn_->shiftUs - startUs;
+    turn->shiftUs = endUs + turn_->shiftUs - startUs;  // the line is never behind the film
     turn->shiftMs = roundedMs(turn->shiftUs);
     turn->fromUs = startUs;
     setEnd(*turn);

@@ -113,9 +113,6 @@ bool StreamParser::goRound() {
         subtitles_->onSubtitleTurn();
     }
     foundKeyFrame_ = false;
-    lastKeyFramePts_ = -1;
-    unsure_.clear();
-    reach_.end();
     seekPosUs_ = startMs * 1000;
     packets_->gap();
     if (!seekInput(seekPosUs_)) {

@@ -61,6 +61,27 @@ TEST_F(PlayoutDelayTest, IsNotMovedByAFewThatAreLate) {
     }
 }
 
+TEST_F(PlayoutDelayTest, IsMovedByAllThatComeWithinATenthOfASecond) {
+    for (int i = 0; i < 60; ++i) {
+        next(30);
+        next(130);
+    }
+    EXPECT_EQ(due(), 130);
+    for (int i = 0; i < 60; ++i) {
+        next(30);
+        next(130.5);
+    }
+    EXPECT_EQ(due(), 30);
+}
+
+TEST_F(PlayoutDelayTest, AgesByAFifthOfASecondAtMostFromOneToTheNext) {
+    next(30);
+    for (int i = 0; i < 11; ++i) {
+        ptsMs_ += 1000;
+        EXPECT_EQ(next(330), i < 10 ? 30 : 330) << i;
+    }
+}
+
 TEST_F(PlayoutDelayTest, IsTheOldOneAllThroughABurstAndBehindIt) {
     play(60, 30, 5);
     const double before = due();

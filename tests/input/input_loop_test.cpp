@@ -94,6 +94,7 @@ TEST(InputLoop, AddsUpLengthsThatAreNoWholeMilliseconds) {
     }
     EXPECT_EQ(loop.turn()->lineFromUs(), 1000 * kLengthUs);
     EXPECT_EQ(loop.turn()->toUs, kLengthUs) << "the sound is cut where the film was found to end";
+    EXPECT_EQ(loop.shiftMs(0), 1235) << "so many turns are kept that the first one isn't any more";
 }
 
 TEST(InputLoop, IsGivenUpWhereThereIsNothingInIt) {

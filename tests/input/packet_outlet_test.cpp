@@ -108,6 +108,16 @@ TEST_F(PacketOutletTest, TellsWherePacketsDoNotGoOn) {
     EXPECT_THAT(sink.calls, ElementsAre(kStreams, "video 0 key", "video 2696400", "gap", "video 2700000 key", "end"));
 }
 
+TEST_F(PacketOutletTest, TellsThatTheTurnsOfALoopDoNotGoOn) {
+    hooks().seekFile = [](AVFormatContext*, int, int64_t, int64_t, int64_t, int) { return 0; };
+    use(&sink);
+    ASSERT_TRUE(open());
+    parser->setLoop(Loop{0, 1000});
+    script.key(0).audio(0).key(90'000).audio(44'100).key(0);
+    runScript();
+    EXPECT_THAT(sink.calls, ElementsAre(kStreams, "video 0 key", "audio 0", "gap", "video 0 key", "end"));
+}
+
 TEST_F(PacketOutletTest, TellsTheStreamsAgainBehindTheEnd) {
     hooks().seekFile = [](AVFormatContext*, int, int64_t, int64_t, int64_t, int) { return 0; };
     use(&sink);

@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "input/input_files.h"
+#include "input/stream_choice.h"
 #include "input/stream_parser_fixture.h"
 
 extern "C" {
@@ -260,6 +261,25 @@ TEST_F(StreamChoice, EndsWhereADemuxerTakesTheEndForAnError) {
     ASSERT_TRUE(parser->open(file, 0));
     ASSERT_TRUE(parser->start());
     ASSERT_TRUE(observer->waitFor(tellsEnd ? "completed" : "failed", tellsEnd ? 2 : 1));
+}
+
+TEST_F(StreamChoice, TakesAnErrorForTheEndWhereAllWasReadWithoutOne) {
+    AVFormatContext* const input = avformat_alloc_context();
+    const auto isEnd = [&](int error, bool isPlayingAll = true) {
+        return kelp::StreamChoice::of({.allCodecs = isPlayingAll}).isEnd(*input, error);
+    };
+    EXPECT_TRUE(isEnd(AVERROR_EOF));
+    EXPECT_FALSE(isEnd(AVERROR(EIO))) << "of one that isn't read by bytes";
+    input->pb = avio_alloc_context(nullptr, 0, 0, nullptr, nullptr, nullptr, nullptr);
+    EXPECT_FALSE(isEnd(AVERROR(EIO)));
+    input->pb->eof_reached = 1;
+    EXPECT_TRUE(isEnd(AVERROR(EIO)));
+    EXPECT_FALSE(isEnd(AVERROR(EINVAL)));
+    EXPECT_FALSE(isEnd(AVERROR(EIO), /*isPlayingAll=*/false));
+    input->pb->error = AVERROR(EIO);
+    EXPECT_FALSE(isEnd(AVERROR(EIO)));
+    avio_context_free(&input->pb);
+    avformat_free_context(input);
 }
 
 TEST_F(StreamChoice, PlaysAProtectedFileWithItsKey) {

@@ -25,10 +25,21 @@ protected:
         };
     }
 
-    void openFile() {
+    void openFile(int64_t startUs = 0, AVRational pictureRate = {25, 1}) {
         SyntheticInput input;
         input.formatName = "matroska";
+        input.startTimeUs = startUs;
+        input.streams[0].rFrameRate = pictureRate;
         ASSERT_TRUE(open(input));
+    }
+
+    // How long a turn is of a film with pictures at 0 and 1 s that don't say how long they are.
+    int64_t lengthMs(AVRational pictureRate) {
+        openFile(0, pictureRate);
+        parser->setLoop(Loop{});
+        script.key(0).key(kSecond).endOfFile().key(0);
+        runScript();
+        return observer->videoPackets().back()->turn->shiftMs;
     }
 
     // The times in the film, in seconds, of the pictures that were handed on, and the seconds on the line of playback.
@@ -69,20 +80,7 @@ TEST_F(StreamParserLoop, GoesBackAtItsEndAndTellsNoEnd) {
 TEST_F(StreamParserLoop, GoesBackAtTheFilmsEnd) {
     openFile();
     parser->setLoop(Loop{});
-    const auto turn = [this] {
-        script.packet([](AVPacket* packet) {
-            av_new_packet(packet, 1);
-            packet->flags = AV_PKT_FLAG_KEY;
-            packet->pts = packet->dts = 0;
-            packet->duration = kSecond;
-        });
-        script.packet([](AVPacket* packet) {
-            av_new_packet(packet, 1);
-            packet->pts = packet->dts = kSecond;
-            packet->duration = kSecond / 2;
-        });
-        script.endOfFile();
-    };
+    const auto turn = [this] { script.timed(0, 0, 0, kSecond).timed(0, kSecond, kSecond, kSecond / 2).endOfFile(); };
     turn();
     turn();
     script.key(0);
@@ -92,6 +90,80 @@ TEST_F(StreamParserLoop, GoesBackAtTheFilmsEnd) {
                                         std::pair(0., 3.)));
     EXPECT_THAT(logLines("End of file"), IsEmpty());
     EXPECT_EQ(observer->count("completed"), 0);
+}
+
+TEST_F(StreamParserLoop, TakesALastPictureForAsLongAsTheOthers) {
+    EXPECT_EQ(lengthMs({25, 1}), 1040);
+}
+
+TEST_F(StreamParserLoop, EndsWithTheTimeOfALastPictureOfNoRate) {
+    EXPECT_EQ(lengthMs({0, 1}), 1000);
+}
+
+TEST_F(StreamParserLoop, EndsWithThePicturesUnlessTheSoundGoesOnForLong) {
+    openFile();
+    parser->setLoop(Loop{});
+    for (const int64_t soundTicks : {2 * kSoundSecond, 2 * kSoundSecond + 1}) {
+        script.timed(0, 0, 0, kSecond).timed(1, 0, 0, soundTicks).endOfFile();
+    }
+    script.key(0);
+    runScript();
+    EXPECT_THAT(pictures(), ElementsAre(std::pair(0., 0.), std::pair(0., 1.), std::pair(0., 3.)));
+}
+
+TEST_F(StreamParserLoop, EndsWherePicturesAreDecodedAndSoundIsHeardBehindIt) {
+    constexpr int64_t kNone = AV_NOPTS_VALUE;
+    openFile();
+    parser->setLoop(Loop{0, 2000});
+    script.key(0).audio(0);
+    script.timed(0, 11 * kSecond / 5, 9 * kSecond / 5);  // others that are shown before refer to it
+    script.timed(0, 19 * kSecond / 10, 19 * kSecond / 10).timed(0, kNone, kNone).timed(1, kNone, kNone);
+    script.timed(1, 2 * kSoundSecond, kSoundSecond).timed(0, 2 * kSecond, kNone).key(0);
+    script.timed(0, kNone, 2 * kSecond).timed(1, kNone, 2 * kSoundSecond);
+    script.key(0);
+    runScript();
+    EXPECT_THAT(pictures(), ElementsAre(std::pair(0., 0.), std::pair(2.2, 2.2), std::pair(1.9, 1.9), std::pair(0., 0.),
+                                        std::pair(0., 2.), std::pair(0., 4.)));
+    EXPECT_EQ(observer->audioPackets().size(), 2U);
+}
+
+TEST_F(StreamParserLoop, GoesByTheFilmsTimeWhereTheInputsBeginsLater) {
+    openFile(/*startUs=*/10'000'000);
+    parser->setLoop(Loop{0, 1000});
+    script.key(10 * kSecond).audio(10 * kSoundSecond).key(11 * kSecond).audio(11 * kSoundSecond).key(10 * kSecond);
+    runScript();
+    EXPECT_THAT(places, ElementsAre(10'000'000));
+    EXPECT_THAT(pictures(), ElementsAre(std::pair(0., 0.), std::pair(0., 1.)));
+}
+
+TEST_F(StreamParserLoop, GoesOnTurnByTurnBehindTheStartOfTheFilm) {
+    openFile();
+    parser->setLoop(Loop{1000, 2000});
+    for (int turn = 0; turn < 5; ++turn) {
+        script.key(kSecond).audio(kSoundSecond * 4 / 5).key(2 * kSecond).audio(2 * kSoundSecond);
+    }
+    script.key(kSecond).audio(0);
+    runScript();
+    EXPECT_THAT(places, testing::AllOf(testing::SizeIs(5), testing::Each(1'000'000)));
+    EXPECT_EQ(pictures().back(), std::pair(1., 6.));
+}
+
+TEST_F(StreamParserLoop, ShowsPicturesAmongWhichNoneIsAKeyFrameAtItsEnd) {
+    parser->setPlaybackOptions({.allCodecs = true});
+    openFile();
+    parser->setLoop(Loop{0, 1000});
+    script.video(0).audio(0).video(kSecond / 2).video(kSecond).audio(kSoundSecond).audio(0);
+    runScript();
+    EXPECT_THAT(pictures(), ElementsAre(std::pair(0., 0.), std::pair(.5, .5)));
+    EXPECT_EQ(observer->audioPackets().back()->turn->shiftMs, 1000);
+}
+
+TEST_F(StreamParserLoop, BeginsEachTurnWithAKeyFrame) {
+    openFile();
+    parser->setLoop(Loop{0, 1000});
+    script.key(0).audio(0).video(kSecond).audio(kSoundSecond).video(kSecond / 4).key(kSecond / 2);
+    runScript();
+    EXPECT_THAT(pictures(), ElementsAre(std::pair(0., 0.), std::pair(.5, 1.5)));
 }
 
 TEST_F(StreamParserLoop, ReadsFromAKeyFrameAndSoundBeforeItsStart) {
@@ -138,14 +210,14 @@ TEST_F(StreamParserLoop, SaysWhatWasReadThatIsNotOfIt) {
     parser->setLoop(Loop{0, 4000});
     script.key(0).audio(0).video(3 * kSecond).then([this] { parser->setLoop(Loop{1000, 9000}); }).video(4 * kSecond);
     script.then([this] { parser->setLoop(Loop{1000, 9000}); });
-    script.audio(4 * kSoundSecond).then([this] { parser->setLoop(Loop{1000, 2000}); }).video(5 * kSecond);
-    script.then([this] { parser->setLoop(Loop{1000, 2000}); });
-    script.video(6 * kSecond);
+    script.audio(4 * kSoundSecond).then([this] { parser->setLoop(Loop{1000, 5000}); }).video(5 * kSecond);
+    script.then([this] { parser->setLoop(Loop{1000, 5000}); });
+    script.video(8 * kSecond);
     script.then([this] { EXPECT_EQ(observer->count("loop changed ever"), 1) << "it was read beyond its end"; });
     script.key(kSecond).audio(0).then([this] { parser->setLoop(std::nullopt); }).video(3 * kSecond).video(4 * kSecond);
     runScript();
     EXPECT_EQ(observer->count("loop changed ever"), 1);
-    EXPECT_EQ(observer->count("loop changed 2000"), 1) << "the turn before isn't to be gone back from";
+    EXPECT_EQ(observer->count("loop changed 5000"), 1) << "the turn before isn't to be gone back from";
 }
 
 TEST_F(StreamParserLoop, IsGivenUpIfTheInputCantGoBack) {
@@ -157,6 +229,16 @@ TEST_F(StreamParserLoop, IsGivenUpIfTheInputCantGoBack) {
     EXPECT_THAT(observer->events(), Contains("file end 0 0"));
     EXPECT_EQ(observer->count("completed"), 1);
     EXPECT_FALSE(parser->loop().isBent());
+}
+
+TEST_F(StreamParserLoop, IsGivenUpIfTheFilmEndsBeforeIt) {
+    openFile();
+    parser->setLoop(Loop{5000, 6000});
+    script.key(0).audio(0).endOfFile();
+    startStepping();
+    EXPECT_THAT(places, IsEmpty());
+    EXPECT_EQ(logLines("the loop is given up, there is nothing in it\n").size(), 1U);
+    EXPECT_EQ(observer->count("completed"), 1);
 }
 
 TEST_F(StreamParserLoop, GoesOnBehindASeek) {

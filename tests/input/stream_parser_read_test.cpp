@@ -138,20 +138,8 @@ TEST_F(StreamParserRead, CountsTimesFromTheStartOfTheInput) {
     SyntheticInput input;
     input.startTimeUs = 1'000'000;
     ASSERT_TRUE(open(input));
-    const auto packet = [this](int stream, int64_t pts, int64_t dts) {
-        script.packet([=](AVPacket* made) {
-            av_new_packet(made, 1);
-            made->stream_index = stream;
-            made->pts = pts;
-            made->dts = dts;
-            made->flags = AV_PKT_FLAG_KEY;
-        });
-    };
-    packet(0, 97200, 90000);
-    packet(0, AV_NOPTS_VALUE, 93600);
-    packet(0, 97200, AV_NOPTS_VALUE);
-    packet(0, AV_NOPTS_VALUE, AV_NOPTS_VALUE);
-    packet(1, 44100, 44000);
+    script.timed(0, 97200, 90000).timed(0, AV_NOPTS_VALUE, 93600).timed(0, 97200, AV_NOPTS_VALUE);
+    script.timed(0, AV_NOPTS_VALUE, AV_NOPTS_VALUE).timed(1, 44100, 44000);
     runScript();
     std::vector<std::pair<int64_t, int64_t>> times;
     for (const auto& video : observer->videoPackets()) {
@@ -164,6 +152,18 @@ TEST_F(StreamParserRead, CountsTimesFromTheStartOfTheInput) {
     EXPECT_THAT(times, ElementsAre(Times(7200, 0), Times(3600, 3600), Times(7200, -90000), Times(-90000, -90000),
                                    Times(0, -100)));
     EXPECT_EQ(observer->audioPackets().at(0)->timeBaseDen, 44100);
+}
+
+TEST_F(StreamParserRead, LetsPacketsWithoutTimesFollowThoseOfTheirOwnStream) {
+    parser->setPlaybackOptions({.allCodecs = true});
+    ASSERT_TRUE(open());
+    script.timed(0, 0, 0, 3000).timed(1, 0, 0, 1024);
+    for (const int stream : {0, 1, 1, 0}) {
+        script.timed(stream, AV_NOPTS_VALUE, AV_NOPTS_VALUE, stream == 0 ? 3000 : 1024);
+    }
+    runScript();
+    EXPECT_THAT(observer->events(), ElementsAre("video 0 key", "first video 0", "audio 0", "video 3000 key found",
+                                                "audio 1024", "audio 2048", "video 6000 key found"));
 }
 
 TEST_F(StreamParserRead, BearsTimesOfAnySize) {

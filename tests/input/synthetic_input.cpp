@@ -109,6 +109,17 @@ ReadScript& ReadScript::packet(int stream, int64_t pts, int flags) {
     });
 }
 
+ReadScript& ReadScript::timed(int stream, int64_t pts, int64_t dts, int64_t duration) {
+    return packet([=](AVPacket* packet) {
+        av_new_packet(packet, 1);
+        packet->stream_index = stream;
+        packet->pts = pts;
+        packet->dts = dts;
+        packet->duration = duration;
+        packet->flags = AV_PKT_FLAG_KEY;
+    });
+}
+
 ReadScript& ReadScript::packet(std::function<void(AVPacket*)> fill) {
     steps_.push_back({[fill = std::move(fill)](AVPacket* packet) {
                           fill(packet);

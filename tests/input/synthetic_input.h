@@ -60,6 +60,8 @@ public:
     ReadScript& key(int64_t pts) { return packet(0, pts, AV_PKT_FLAG_KEY); }
     ReadScript& audio(int64_t pts, int stream = 1) { return packet(stream, pts, AV_PKT_FLAG_KEY); }
     ReadScript& packet(int stream, int64_t pts, int flags);
+    // A key frame, or sound; its times may be AV_NOPTS_VALUE.
+    ReadScript& timed(int stream, int64_t pts, int64_t dts, int64_t duration = 0);
     // A packet that `fill` makes up; it comes blank and owns nothing.
     ReadScript& packet(std::function<void(AVPacket*)> fill);
     ReadScript& error(int code, int times = 1);

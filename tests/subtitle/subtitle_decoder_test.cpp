@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 
 #include <limits>
+#include <optional>
 #include <string>
+
+#include "support/log_capture.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -11,6 +14,9 @@ extern "C" {
 
 namespace kelp::test {
 namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 constexpr int64_t kFarthest = std::numeric_limits<int64_t>::max();
 
@@ -23,11 +29,14 @@ std::unique_ptr<SubtitleDecoder> open(AVCodecID codec, AVRational timeBase, int6
     return decoder;
 }
 
-std::vector<SubtitleEvent> decode(SubtitleDecoder& decoder, const std::string& data, int64_t pts, int64_t duration) {
+// Without a `dts` it is the `pts`.
+std::vector<SubtitleEvent> decode(SubtitleDecoder& decoder, const std::string& data, int64_t pts, int64_t duration,
+                                  std::optional<int64_t> dts = std::nullopt) {
     AVPacket* packet = av_packet_alloc();
     av_new_packet(packet, static_cast<int>(data.size()));
     data.copy(reinterpret_cast<char*>(packet->data), data.size());
-    packet->pts = packet->dts = pts;
+    packet->pts = pts;
+    packet->dts = dts.value_or(pts);
     packet->duration = duration;
     auto events = decoder.decode(*packet);
     av_packet_free(&packet);
@@ -52,6 +61,35 @@ TEST(SubtitleDecoder, TakesAnyTimes) {
     ASSERT_EQ(events.size(), 1U);
     EXPECT_EQ(events[0].startMs, 1000);
     EXPECT_EQ(events[0].endMs, SubtitleEvent::kOpenEnd);
+}
+
+TEST(SubtitleDecoder, TakesTheTimeOfDecodingWhereThereIsNoOther) {
+    constexpr int64_t kNone = AV_NOPTS_VALUE;
+    const auto decoder = open(AV_CODEC_ID_SUBRIP, {1, 1000}, 500'000);
+    const auto timesOf = [&](int64_t pts, int64_t dts, int64_t duration) {
+        std::vector<int64_t> times;
+        for (const auto& event : decode(*decoder, "x", pts, duration, dts)) {
+            times = {event.startMs, event.endMs};
+        }
+        return times;
+    };
+    EXPECT_THAT(timesOf(2000, 1000, 300), ElementsAre(1500, 1800));
+    EXPECT_THAT(timesOf(kNone, 1000, 300), ElementsAre(500, 800));
+    EXPECT_THAT(timesOf(kNone, 1000, 0), ElementsAre(500, SubtitleEvent::kOpenEnd));
+    EXPECT_THAT(timesOf(kNone, kNone, 300), IsEmpty());
+}
+
+TEST(SubtitleDecoder, TellsOnceOfWhatItCantRead) {
+    LogCapture log;
+    const auto decoder = open(AV_CODEC_ID_SUBRIP, {1, 1000});
+    for (const int64_t pts : {1000, 2000}) {
+        EXPECT_THAT(decode(*decoder, "\x81", pts, 500), IsEmpty()) << "no character of any charset";
+    }
+    EXPECT_EQ(log.count("the text isn't UTF-8 and is taken for WINDOWS-1252\n"), 1);
+    EXPECT_EQ(log.count("a packet of subrip is left out: "), 1);
+    EXPECT_EQ(decode(*decoder, "x", 3000, 500).size(), 1U);
+    EXPECT_EQ(open(AV_CODEC_ID_H264, {1, 1000}), nullptr);
+    EXPECT_EQ(log.count("open, no decoder for h264 can be opened\n"), 1);
 }
 
 std::string number(int value, int bytes) {

@@ -329,17 +329,23 @@ TEST(SubtitleDrawer, KeepsPlainTextInShapeWhereThePictureIsStretched) {
     EXPECT_EQ(square->parts[0].height, same->parts[0].height);
 }
 
-TEST(SubtitleDrawer, PlacesPicturesOnTheScreenAsOnTheirCanvas) {
-    const auto track = std::make_shared<SubtitleTrack>(
+// A track with two pixels of a picture from 1 to 2 s.
+std::shared_ptr<SubtitleTrack> trackOfPicture(int x, int y, int canvasWidth, int canvasHeight) {
+    auto track = std::make_shared<SubtitleTrack>(
         SubtitleTrack::Head{.isText = false, .isStyled = false, .script = "", .fonts = nullptr});
     SubtitleEvent event;
     event.startMs = 1000;
     event.endMs = 2000;
-    event.canvasWidth = 720;
-    event.canvasHeight = 576;
-    event.bitmaps.push_back({72, 288, 2, 1, {1, 2}, {0, 0xFF102030, 0x80405060}});
+    event.canvasWidth = canvasWidth;
+    event.canvasHeight = canvasHeight;
+    event.bitmaps.push_back({x, y, 2, 1, {1, 2}, {0, 0xFF102030, 0x80405060}});
     event.bitmaps[0].palette.resize(256);
     track->add(event);
+    return track;
+}
+
+TEST(SubtitleDrawer, PlacesPicturesOnTheScreenAsOnTheirCanvas) {
+    const auto track = trackOfPicture(72, 288, 720, 576);
     SubtitleDrawer drawer;
     EXPECT_EQ(drawer.draw(track, 500, {1440, 1152, 0, 0}), nullptr);
     const auto drawn = drawer.draw(track, 1500, {1440, 1152, 0, 0});
@@ -349,6 +355,24 @@ TEST(SubtitleDrawer, PlacesPicturesOnTheScreenAsOnTheirCanvas) {
     EXPECT_EQ(drawer.draw(track, 1600, {1440, 1152, 0, 0}), drawn);
     EXPECT_NE(drawer.draw(track, 1600, {720, 576, 0, 0}), drawn);
     EXPECT_EQ(drawer.draw(track, 2000, {720, 576, 0, 0}), nullptr);
+}
+
+TEST(SubtitleDrawer, TakesTheFilmsPictureForACanvasThatIsntTold) {
+    const auto drawn = [](int canvasWidth, int canvasHeight, const SubtitleScreenSize& screen) {
+        return SubtitleDrawer().draw(trackOfPicture(9, 9, canvasWidth, canvasHeight), 1500, screen);
+    };
+    const auto wanted = drawn(720, 576, {1000, 800, 0, 0});
+    ASSERT_TRUE(wanted);
+    const auto& part = wanted->parts[0];
+    EXPECT_EQ((std::vector{part.x, part.y, part.width, part.height}), (std::vector{13, 13, 2, 1}));
+    for (const auto& [width, height] : {std::pair{0, 0}, std::pair{0, 576}, std::pair{720, 0}}) {
+        const auto placed = drawn(width, height, {1000, 800, 720, 576});
+        ASSERT_TRUE(placed) << width << "x" << height;
+        EXPECT_EQ(*placed, *wanted) << width << "x" << height;
+        EXPECT_FALSE(drawn(width, height, {1000, 800, 0, 0}));
+        EXPECT_FALSE(drawn(width, height, {1000, 800, 720, 0}));
+        EXPECT_FALSE(drawn(width, height, {1000, 800, 0, 576}));
+    }
 }
 
 TEST(SubtitleDrawer, LeavesOutThousandsOfLinesAtOnceAndSaysSoOnce) {

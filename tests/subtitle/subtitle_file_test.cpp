@@ -1,6 +1,11 @@
 #include "subtitle/subtitle_file.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <iterator>
 
 #include "subtitle/bounded_file.h"
 #include "subtitle/picture_subtitles.h"
@@ -64,6 +69,18 @@ TEST(SubtitleFile, TellsOfItsTracks) {
     EXPECT_THAT(track.title, HasSubstr("told.mkv"));
     EXPECT_TRUE(track.isPlayable);
     EXPECT_FALSE(track.isPlayed);
+}
+
+TEST(SubtitleFile, HasTracksOfItsOwnBehindThoseOfTheFilm) {
+    const auto file = readSubtitles(convert(writeFile("hello.srt", kSrt), "two.mkv",
+                                            "-map 0 -map 0 -c:s:0 subrip -c:s:1 ass -metadata:s:s:1 title=Second"));
+    ASSERT_EQ(file.entries.size(), 2U);
+    for (size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(file.entries[i].track.number, 5 + static_cast<int>(i));
+        EXPECT_EQ(file.entries[i].track.codec, i == 0 ? "subrip" : "ass");
+        EXPECT_THAT(file.entries[i].track.title, HasSubstr(i == 0 ? "two.mkv" : "Second"));
+        EXPECT_EQ(linesOf(file.entries[i].known.get()).size(), 2U);
+    }
 }
 
 TEST(SubtitleFile, KeepsWhatStylesTheText) {
@@ -176,6 +193,29 @@ TEST(SubtitleFile, SaysWhatItCantRead) {
     EXPECT_THAT(log.lines(), Contains(HasSubstr("sound.wav has no subtitles")));
 }
 
+TEST(SubtitleFile, ReadsNoPipeWhichMightKeepTheFilmWaiting) {
+    LogCapture log;
+    const auto whole = writeFile("hello.srt", kSrt);
+    const auto pipe = subtitlePath("pipe.srt");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::string refused[] = {pipe,
+                                   "file:" + pipe,
+                                   "cache:async:file:" + pipe,
+                                   "cache:cache:" + whole,
+                                   "async:async:" + whole,
+                                   "pipe:0",
+                                   "fd:0",
+                                   "concat:" + whole + "|" + pipe,
+                                   "concatf:" + whole,
+                                   "subfile,,start,0,end,9,,:" + whole};
+    for (const auto& path : refused) {
+        EXPECT_THAT(readSubtitles(path).entries, IsEmpty());
+        EXPECT_EQ(log.lines().back(), "[SubtitleFile]: read, " + path + " is no file\n");
+    }
+    std::remove(pipe.c_str());
+    EXPECT_EQ(readSubtitles("file:" + whole).entries.size(), 1U);
+}
+
 TEST(SubtitleFile, ReadsWhatIsWholeOfADamagedOne) {
     LogCapture log;
     std::string damaged = kSrt;
@@ -229,6 +269,16 @@ TEST(SubtitleFile, EndsWhereItsBytesAreTooMany) {
     }
     BoundedFile none(1);
     EXPECT_EQ(none.open(subtitlePath("missing.srt"), {}, {}), AVERROR(ENOENT));
+}
+
+TEST(SubtitleFile, IsClosedWhenItWasRead) {
+    const auto openFiles = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                             std::filesystem::directory_iterator());
+    };
+    const auto before = openFiles();
+    EXPECT_TRUE(readTrack(writeFile("hello.srt", kSrt)));
+    EXPECT_EQ(openFiles(), before);
 }
 
 TEST(SubtitleFile, GivesUpWhenAsked) {

@@ -116,6 +116,29 @@ TEST(SubtitleTrack, ForgetsPicturesAtAGapAndKeepsText) {
     EXPECT_THAT(textsAt(read, 1500), ElementsAre("a"));
 }
 
+TEST(SubtitleTrack, HasRoomAgainBehindAGap) {
+    SubtitleTrack track(pictures());
+    for (int i = 0; i < 40; ++i) {
+        track.add(picture(i * 1000, kOpen, 1 << 20));
+        const auto version = track.version();
+        track.gap();
+        EXPECT_NE(track.version(), version);
+    }
+    track.add(picture(1000, kOpen, 1 << 20));
+    track.add(picture(2000, kOpen, 1 << 20));
+    EXPECT_EQ(track.all().size(), 2U);
+}
+
+TEST(SubtitleTrack, KeepsTwentyThousandLines) {
+    SubtitleTrack track({});
+    for (int i = 0; i <= 20'000; ++i) {
+        track.add(line(i, i + 1, "a"));
+    }
+    EXPECT_EQ(track.all().size(), 20'000U);
+    EXPECT_THAT(textsAt(track, 0), IsEmpty());
+    EXPECT_THAT(textsAt(track, 1), ElementsAre("a"));
+}
+
 TEST(SubtitleTrack, KeepsWhatIsNearWhenItsMemoryIsFull) {
     SubtitleTrack track({});
     const std::string longText(1 << 20, 'x');

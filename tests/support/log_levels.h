@@ -4,8 +4,8 @@
 
 namespace kelp::test {
 
-// Fails the running test if the library writes a line of this tag at another level than it is due at. A tag that isn't
-// the library's may have any. Any thread may ask; it costs no lock, no allocation.
+// Fails the running test if the library writes a line of this tag at another level than it is due at. Those of the
+// tests' own tags may have any. Any thread may ask; it costs no lock, no allocation.
 void expectDueLevel(int level, std::string_view tag, std::string_view message);
 
 }  // namespace kelp::test

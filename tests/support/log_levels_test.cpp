@@ -21,6 +21,8 @@ TEST(LogLevels, AreLookedAtAlsoWhereTheLineIsLeftOut) {
     EXPECT_NONFATAL_FAILURE(Log::Error("SDLAudioOutput", "flush\n"), "due at level 4");
     EXPECT_NONFATAL_FAILURE(Log::Info("SDLAudioOutput", "flush\n"), "due at level 4");
     EXPECT_NONFATAL_FAILURE(Log::Debug("StreamMuxer", "%s, succeed!\n", "start"), "due at level 3");
+    Log::Debug("NewStage", "begun\n");
+    EXPECT_NONFATAL_FAILURE(Log::Warn("NewStage", "begun\n"), "due at level 4");
     EXPECT_TRUE(log.lines().empty());
 }
 

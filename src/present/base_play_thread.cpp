@@ -1,7 +1,6 @@
 #include "present/base_play_thread.h"
 
 #include <algorithm>
-#include <chrono>
 #include <limits>
 #include <utility>
 
@@ -18,7 +17,7 @@ constexpr const char* kTag = "BasePlayThread";
 constexpr int kRetryMs = 50;  // until a frame that was not done with is offered again, and a step of a paused loop
 constexpr int64_t kKeepUs = 30'000;      // until a queue that is down to what it keeps is looked at again
 constexpr int64_t kMaxOverlapMs = 5000;  // at a splice; times that lie farther back have nothing to do with these
-constexpr auto kIdleWait = std::chrono::milliseconds(50);
+constexpr int kIdleMs = 50;              // until a served output whose queue is empty is served
 
 int64_t endOf(const DecodedFrame& frame) {
     return wrappingAdd(frame.pts, frame.duration);
@@ -99,14 +98,14 @@ void BasePlayThread::startPendingSeeks(std::unique_lock<std::mutex>& lock) {
 }
 
 void BasePlayThread::waitForFrame(std::unique_lock<std::mutex>& lock) {
-    // A stop that is requested after this look takes the mutex before it wakes the wait. There is no seek and no frame
-    // but one that waits for another, or for the end, by looks under the mutex, which all of these take.
-    if (isStopRequested()) {
-        return;
-    }
-    if (idle_ == Idle::Asleep) {
-        queueCond_.wait(lock);
-    } else if (queueCond_.wait_until(lock, std::chrono::steady_clock::now() + kIdleWait) == std::cv_status::timeout) {
+    // There is no seek and no frame but one that waits for another, or for the end, by looks under the mutex. What
+    // comes behind them is counted under it, too: it ends the wait or lets none begin.
+    const unsigned int told = told_;
+    lock.unlock();
+    const bool isTold = news_.waitMs(idle_ == Idle::Asleep ? Rest::kForeverMs : kIdleMs,
+                                     [&] { return isStopRequested() || told_ != told; });
+    lock.lock();
+    if (!isTold) {
         onOutput();
     }
 }
@@ -247,8 +246,7 @@ void BasePlayThread::stop() {
 
 void BasePlayThread::prepareStop() {
     BaseThread::prepareStop();
-    std::lock_guard lock(queueMutex_);
-    queueCond_.notify_all();
+    news_.end();
 }
 
 int BasePlayThread::fillFrame(std::shared_ptr<DecodedFrame> frame) {
@@ -265,9 +263,10 @@ int BasePlayThread::fillFrame(std::shared_ptr<DecodedFrame> frame) {
     }
     isLast_ = false;
     frameQueue_.push(std::move(frame));
-    queueCond_.notify_all();
+    ++told_;
     const size_t size = frameQueue_.size();
     unlockAndTell(lock, before);
+    news_.end();  // with the mutex free, which who wakes takes
     return static_cast<int>(size);
 }
 

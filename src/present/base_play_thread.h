@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -204,8 +203,9 @@ private:
     void unlockAndTell(std::unique_lock<std::mutex>& lock, size_t before);
     // Until the front frame is to be offered (again), or a pause has ended since `resumes_` was read. No lock held.
     void restBeforeOffer(unsigned int resumes);
-    // queueMutex_ is held, in all three.
+    // queueMutex_ is held, in all four.
     void postSeek(int seekTimeMs);
+    void tell();  // a loop that waits for a frame is to look
     bool beginsBy(int seekTimeMs) const;
     bool dropBefore(int seekTimeMs);
     // Whether the target lies in the queue's range; logs as `operation`.
@@ -224,7 +224,8 @@ private:
     std::queue<std::shared_ptr<DecodedFrame>> frameQueue_;  // front is next; guarded by queueMutex_
     std::mutex queueMutex_;
     QueueLevel level_;                   // of frameQueue_
-    std::condition_variable queueCond_;  // a frame was queued, or a seek or a stop requested
+    std::atomic<unsigned int> told_{0};  // times that a loop without a frame had to look; written under queueMutex_
+    Rest news_;                          // of that loop; ends when told_ has changed, and for a stop
     bool isLast_ = false;                // no frame comes behind the queue; guarded by queueMutex_, like the next two
     bool splicing_ = false;
     int64_t presentedToMs_ = -1;  // the end of the frame presented last; -1 when none was since the last seek

@@ -36,7 +36,12 @@ void BasePlayThread::postSeek(int seekTimeMs) {
     presentedToMs_ = -1;
     seekAsked_.post(seekTimeMs);
     endRest();
-    queueCond_.notify_all();
+    tell();
+}
+
+void BasePlayThread::tell() {
+    ++told_;
+    news_.end();
 }
 
 bool BasePlayThread::beginsBy(int seekTimeMs) const {
@@ -61,7 +66,7 @@ bool BasePlayThread::seekInQueue(int seekTimeMs, const std::function<void()>& on
 void BasePlayThread::endFrames() {
     std::lock_guard lock(queueMutex_);
     isLast_ = true;
-    queueCond_.notify_all();
+    tell();
 }
 
 bool BasePlayThread::checkBuffer(int seekTimeMs) {

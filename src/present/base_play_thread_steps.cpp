@@ -9,7 +9,7 @@ void BasePlayThread::step(int frames) {
     std::lock_guard lock(queueMutex_);
     steps_.ask(frames);
     endRest();
-    queueCond_.notify_all();
+    tell();
 }
 
 void BasePlayThread::dropSteps() {

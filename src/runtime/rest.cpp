@@ -6,12 +6,16 @@
 namespace kelp {
 
 void Rest::forMs(int ms, const std::function<bool()>& isOver) {
+    waitMs(ms, isOver);
+}
+
+bool Rest::waitMs(int ms, const std::function<bool()>& isOver) {
     std::unique_lock lock(mutex_);
     if (ms == kForeverMs) {
         ended_.wait(lock, isOver);
-    } else {
-        ended_.wait_for(lock, std::chrono::milliseconds(ms), isOver);
+        return true;
     }
+    return ended_.wait_for(lock, std::chrono::milliseconds(ms), isOver);
 }
 
 void Rest::forUs(int64_t us, const std::function<bool()>& isOver) {

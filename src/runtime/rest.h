@@ -27,6 +27,9 @@ public:
     // The same, until the wall clock shows `timeMs`, also when it is set meanwhile.
     void untilMs(int64_t timeMs, const std::function<bool()>& isOver);
 
+    // As forMs, for who waits for other threads' work: no fake time flies by meanwhile. Whether `isOver` held.
+    bool waitMs(int ms, const std::function<bool()>& isOver);
+
     // Lets a rest look whether it is over, after the request was noted. Any thread, under any lock.
     void end();
 

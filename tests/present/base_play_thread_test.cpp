@@ -489,40 +489,32 @@ TEST_F(BasePlayThreadTest, StopReleasesTheFramesThatAreLeftAndThenExits) {
     EXPECT_EQ(thread.events().back(), "exit");
 }
 
-// Real 50 ms, since the wait for a frame is a timed one on the steady clock.
-TEST_F(BasePlayThreadTest, ReportsAnEmptyQueueAboutEvery50Ms) {
-    auto shortest = std::chrono::steady_clock::duration::max();
-    // A busy machine lengthens some of the waits, but not each of hundreds.
-    for (int tries = 0; tries < 20 && shortest >= std::chrono::milliseconds(75); ++tries) {
-        RecordingPlayThread thread;
-        std::vector<std::chrono::steady_clock::time_point> times{std::chrono::steady_clock::now()};
-        thread.idle = [&] { times.push_back(std::chrono::steady_clock::now()); };
-        thread.start();
-        ASSERT_TRUE(thread.waitFor("idle", 10));
-        thread.stop();
-        for (size_t i = 1; i < times.size(); ++i) {
-            shortest = std::min(shortest, times[i] - times[i - 1]);
-        }
+TEST_F(BasePlayThreadTest, ReportsAnEmptyQueueEvery50Ms) {
+    FakeTime::setManual(true);
+    RecordingPlayThread thread;
+    thread.start();
+    for (size_t reports = 0; reports < 3; ++reports) {
+        ASSERT_TRUE(FakeTime::runFor(49, 1));
+        EXPECT_EQ(thread.events(/*withIdle=*/true).size(), reports);
+        ASSERT_TRUE(FakeTime::runFor(1, 1));
+        EXPECT_EQ(thread.events(/*withIdle=*/true).size(), reports + 1);
     }
-    EXPECT_GE(shortest, std::chrono::milliseconds(50));
-    EXPECT_LT(shortest, std::chrono::milliseconds(75));
+    EXPECT_THAT(thread.events(/*withIdle=*/true), ElementsAre("idle", "idle", "idle"));
     EXPECT_EQ(FakeTime::sleepCount(), 0);
 }
 
-// Real time as above. A busy machine may let a wait run out between the two steps of one try, so there are several.
-TEST_F(BasePlayThreadTest, AFrameEndsTheWaitAndIsTakenInTheNextPass) {
+TEST_F(BasePlayThreadTest, AFrameASeekAndAStopEndTheWaitForAFrame) {
+    FakeTime::setManual(true);
     RecordingPlayThread thread;
     thread.start();
-    bool taken = false;
-    for (int i = 1; i <= 20 && !taken; ++i) {
-        const auto before = thread.events(/*withIdle=*/true).size();
-        ASSERT_TRUE(thread.waitFor("idle", static_cast<int>(before) - (i - 1) + 1));
-        thread.fillFrame(makeFrame(i));
-        ASSERT_TRUE(thread.waitFor("out " + std::to_string(i)));
-        const auto events = thread.events(/*withIdle=*/true);
-        taken = events.size() == before + 2 && events[before + 1] == "out " + std::to_string(i);
-    }
-    EXPECT_TRUE(taken);
+    ASSERT_TRUE(FakeTime::runFor(49, 1));
+    thread.fill({40});
+    ASSERT_TRUE(FakeTime::runFor(49, 1));
+    thread.seek(1000, /*needFlush=*/true);
+    ASSERT_TRUE(FakeTime::runFor(49, 1));
+    thread.stop();
+    EXPECT_THAT(thread.events(/*withIdle=*/true), ElementsAre("out 40", "start 1000", "exit"));
+    EXPECT_EQ(FakeTime::nowMs(), 1'000'147);
 }
 
 TEST_F(BasePlayThreadTest, IsIdleWithTheQueueLocked) {
@@ -559,8 +551,7 @@ TEST_F(BasePlayThreadTest, KeepsTheFrontFrameWhilePaused) {
 
     const int64_t pausedMs = FakeTime::nowMs();
     thread.pause(false);
-    ASSERT_TRUE(thread.waitFor("out 120"));
-    ASSERT_TRUE(thread.waitFor("idle"));
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
     EXPECT_THAT(thread.events(), ElementsAre("out 0", "out 0", "out 0", "out 0", "out 40", "out 80", "out 120"));
     EXPECT_EQ(FakeTime::nowMs(), pausedMs);
 }
@@ -626,7 +617,7 @@ TEST_F(BasePlayThreadTest, OffersAFrameAgainAfter50MsUntilItIsDoneWith) {
     ASSERT_TRUE(FakeTime::runFor(50, 1));
     EXPECT_THAT(thread.events(), ElementsAre("out 0", "out 0"));
     FakeTime::advanceMs(50);
-    ASSERT_TRUE(thread.waitFor("idle"));
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
     EXPECT_THAT(thread.events(), ElementsAre("out 0", "out 0", "out 0", "out 40"));
     EXPECT_THAT(FakeTime::sleeps(), ElementsAre(50, 50));
 }
@@ -684,7 +675,7 @@ TEST_F(BasePlayThreadTest, ASeekEndsTheRepetitionAndTheFrameIsPoppedLikeAnyOther
     thread.start();
     ASSERT_TRUE(FakeTime::waitForSleepers(1));
     thread.seek(40, /*needFlush=*/false);
-    ASSERT_TRUE(thread.waitFor("idle"));
+    ASSERT_TRUE(FakeTime::waitForSleepers(1));
     EXPECT_THAT(thread.events(), ElementsAre("out 0", "start 40", "finish 40", "out 40", "out 80"));
     // Frame 0 was popped as presented, not skipped.
     EXPECT_TRUE(log.has("finish skip frame, skip count:0, pts:40, "));
@@ -777,18 +768,19 @@ TEST_F(BasePlayThreadTest, AFlushDuringOutputEndsInTheWaitForAFrame) {
     }
 }
 
-// In a pause, and on an empty queue; real time, since the wait for a frame is no sleep of the time class.
+// In a pause, and on an empty queue.
 TEST_F(BasePlayThreadTest, AnOutputThatIsNotServedSleepsUntilThereIsSomethingForIt) {
     FakeTime::setManual(true);
     RecordingPlayThread thread(0, BasePlayThread::Idle::Asleep);
     thread.output = [&](int64_t) { return !thread.isPaused(); };
     thread.start();
-    std::this_thread::sleep_for(std::chrono::milliseconds(120));
+    ASSERT_TRUE(FakeTime::runFor(10'000, 1));
     thread.seek(1000, /*needFlush=*/true);
     ASSERT_TRUE(thread.waitFor("start 1000"));
     thread.fill({1000});
     ASSERT_TRUE(thread.waitFor("out 1000"));
-    std::this_thread::sleep_for(std::chrono::milliseconds(120));
+    ASSERT_TRUE(FakeTime::runFor(10'000, 1));
+    EXPECT_THAT(thread.events(/*withIdle=*/true), ElementsAre("start 1000", "finish 1000", "out 1000"));
     EXPECT_EQ(FakeTime::sleepCount(), 0);
 
     thread.pause(true);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -259,6 +260,28 @@ TEST_F(FakeTimeTest, ARestForeverEndsForItsReasonAloneInBothModes) {
         joinAll();
         EXPECT_EQ(FakeTime::nowMs(), 1'000'000'001'000);
     }
+}
+
+TEST_F(FakeTimeTest, AWaitIsSteppedAndTakesItsRealTimeInTheAutomaticMode) {
+    FakeTime::reset(1000);
+    Rest rest;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(rest.waitMs(20, [] { return false; }));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(20));
+    EXPECT_EQ(FakeTime::nowMs(), 1000);
+    FakeTime::setManual(true);
+    std::atomic<bool> wanted{false};
+    for (const bool isWanted : {false, true}) {
+        onAThread([&, isWanted] { EXPECT_EQ(rest.waitMs(10, [&] { return wanted.load(); }), isWanted); });
+        ASSERT_TRUE(FakeTime::waitForSleepers(1));
+        FakeTime::advanceMs(9);
+        EXPECT_TRUE(FakeTime::waitForSleepers(1, 0));
+        wanted = isWanted;
+        isWanted ? rest.end() : FakeTime::advanceMs(1);
+        joinAll();
+    }
+    EXPECT_EQ(FakeTime::nowMs(), 1019);
+    EXPECT_EQ(FakeTime::sleepCount(), 0);
 }
 
 TEST_F(FakeTimeTest, ATimerThreadLeavesTheAutomaticClockAlone) {

@@ -22,6 +22,22 @@ TEST(Rest, LastsAsLongAsItWasAskedTo) {
     EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(20));
 }
 
+TEST(Rest, SaysWhetherAWaitIsOverForItsReason) {
+    Rest rest;
+    const auto start = Clock::now();
+    EXPECT_FALSE(rest.waitMs(20, [] { return false; }));
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(20));
+    std::atomic<bool> over{false};
+    std::thread other([&] {
+        over = true;
+        rest.end();
+    });
+    EXPECT_TRUE(rest.waitMs(kLongMs, [&] { return over.load(); }));
+    other.join();
+    EXPECT_TRUE(rest.waitMs(Rest::kForeverMs, [&] { return over.load(); }));
+    EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(kLongMs / 2));
+}
+
 TEST(Rest, LastsForMicroseconds) {
     Rest rest;
     const auto start = Clock::now();

@@ -114,6 +114,23 @@ public:
         }
     }
 
+    bool waitFor(int64_t us, const Rest* rest, const std::function<bool()>& isOver) {
+        std::unique_lock lock(mutex_);
+        if (!isOver()) {
+            const bool isReal = !manual_ && us != kNeverUs;
+            Sleeper self{isReal || us == kNeverUs ? kNeverUs : now_ + us, rest, &isOver};
+            sleepers_.push_back(&self);
+            asleep_.notify_all();
+            if (isReal) {
+                wake_.wait_for(lock, std::chrono::microseconds(us), [&] { return self.awake; });
+                std::erase(sleepers_, &self);
+            } else {
+                wake_.wait(lock, [&] { return self.awake; });
+            }
+        }
+        return isOver();
+    }
+
     void restUntil(int64_t timeUs, const Rest* rest, const std::function<bool()>& isOver) {
         std::unique_lock lock(mutex_);
         if (!isOver() && timeUs > now_) {
@@ -275,6 +292,14 @@ void KelpTime::sleepUs(int us) {
 
 void Rest::forMs(int ms, const std::function<bool()>& isOver) {
     test::state().restFor(ms == kForeverMs ? test::kNeverUs : int64_t{ms} * 1000, this, isOver);
+}
+
+bool Rest::waitMs(int ms, const std::function<bool()>& isOver) {
+    if (ms == kForeverMs) {
+        test::state().waitFor(test::kNeverUs, this, isOver);
+        return true;
+    }
+    return test::state().waitFor(int64_t{ms} * 1000, this, isOver);
 }
 
 void Rest::forUs(int64_t us, const std::function<bool()>& isOver) {

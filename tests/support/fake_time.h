@@ -17,7 +17,8 @@ namespace kelp::test {
 // modes it waits until others, or the test, have moved the clock.
 //
 // A rest is a sleep that its predicate ends without the clock being moved; one that is over before it began is none. No
-// clock ends one that lasts forever, nor does it move the automatic one.
+// clock ends one that lasts forever, nor does it move the automatic one. A wait for other threads' work is a rest that
+// isn't counted as slept; in the automatic mode it takes its real time, and moves no clock.
 //
 // As with the real class only whole milliseconds are slept, and a sleep of less than one is a yield in both modes; a
 // rest has its microseconds.

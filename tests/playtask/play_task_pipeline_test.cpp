@@ -95,6 +95,23 @@ TEST_F(PlayTaskPipeline, PlaysPicturesAlone) {
     EXPECT_THAT(under.eventsOf(EVENT_FIRST_AUDIO_FRAME), IsEmpty());
 }
 
+TEST_F(PlayTaskPipeline, TellsItsEndAsSoonAsTheQueuesAreEmpty) {
+    load("video.mp4");
+    FakeTime::setManual(true);
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(TaskUnderTest::waitUntil([&] { return under.fromParser().onVideoFrameQueueSize() == 3; }));
+    int64_t emptyMs = 0;
+    while (under.eventsOf(EVENT_COMPLETED).empty()) {
+        constexpr int kThreads = 3;  // the worker's, the parser's and the pictures'
+        ASSERT_TRUE(FakeTime::runFor(1, kThreads));
+        const bool isEmpty =
+            under.fromParser().onVideoPacketQueueSize() == 0 && under.fromParser().onVideoFrameQueueSize() == 0;
+        emptyMs = isEmpty ? emptyMs : FakeTime::nowMs();
+    }
+    EXPECT_LE(FakeTime::nowMs() - emptyMs, 20);  // the event comes on another thread
+    FakeTime::setManual(false);
+}
+
 TEST_F(PlayTaskPipeline, PlaysSoundAlone) {
     load("audio.mp4");
     ASSERT_TRUE(under.task->play());

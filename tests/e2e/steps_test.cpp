@@ -93,7 +93,7 @@ TEST_P(Steps, ShowEachPictureBackAndForthAcrossKeyFrames) {
     ASSERT_TRUE(stepping.pauseAt(5000));
     int at = stepping.sink.shown().number;
     for (const int direction : {-1, 1}) {
-        for (int i = 0; i < 60; ++i) {
+        for (int i = 0; i < 100; ++i) {
             ASSERT_TRUE(stepping.player().stepFrame(direction));
             at += direction;
             ASSERT_TRUE(stepping.comesTo(at)) << at << ", but " << stepping.shown();
@@ -103,6 +103,19 @@ TEST_P(Steps, ShowEachPictureBackAndForthAcrossKeyFrames) {
         ASSERT_TRUE(stepping.player().stepFrame(pictures));
         at += pictures;
         ASSERT_TRUE(stepping.comesTo(at)) << at << ", but " << stepping.shown();
+    }
+}
+
+// As by a key that is held down: many are asked for while one is on its way.
+TEST_P(Steps, AHundredBackAndAHundredForwardEndWhereTheyBegan) {
+    Stepping stepping(GetParam());
+    ASSERT_TRUE(stepping.pauseAt(5000));
+    const int begin = stepping.sink.shown().number;
+    for (const auto& [direction, end] : {std::pair{-1, begin - 100}, {1, begin}}) {
+        for (int i = 0; i < 100; ++i) {
+            ASSERT_TRUE(stepping.player().stepFrame(direction));
+        }
+        ASSERT_TRUE(stepping.comesTo(end)) << end << ", but " << stepping.shown();
     }
 }
 

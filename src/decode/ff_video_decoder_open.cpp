@@ -92,6 +92,7 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
         codecContext_->height = parameters->height;
         avcodec_parameters_to_context(codecContext_, parameters);
         pixelRatio_ = PixelRatio(parameters->sample_aspect_ratio);
+        converter_->setParameters(*parameters);
         if (const int32_t* matrix = compat::displayMatrix(parameters)) {
             setRotation(matrix, "open, theta 1:%f\n", "open, theta 2:%f\n");
         }

@@ -59,26 +59,22 @@ const Metadata* sideData(const AVFrame& picture, AVFrameSideDataType type) {
     return data ? reinterpret_cast<const Metadata*>(data->data) : nullptr;
 }
 
-int peakNitsOf(const AVFrame& picture) {
-    int nits = 0;
-    if (const auto* content = sideData<AVContentLightMetadata>(picture, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL)) {
-        nits = static_cast<int>(std::min<unsigned>(content->MaxCLL, kMaxPeakNits));
-    }
-    const auto* screen = sideData<AVMasteringDisplayMetadata>(picture, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA);
-    if (nits == 0 && screen && screen->has_luminance && screen->max_luminance.den > 0) {
-        nits = static_cast<int>(std::clamp(av_q2d(screen->max_luminance), 0.0, double{kMaxPeakNits}));
-    }
+int peakNitsOf(const AVFrame& picture, int statedPeakNits) {
+    const int ownNits = PictureColors::peakNits(
+        sideData<AVContentLightMetadata>(picture, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL),
+        sideData<AVMasteringDisplayMetadata>(picture, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA));
+    const int nits = ownNits > 0 ? ownNits : statedPeakNits;
     return nits > 0 ? std::max(nits, kMinPeakNits) : kDefaultPeakNits;
 }
 
-std::optional<PictureColors::Wide> wideOf(const AVFrame& picture, Kind kind) {
+std::optional<PictureColors::Wide> wideOf(const AVFrame& picture, Kind kind, int statedPeakNits) {
     const bool isBright = picture.color_trc == AVCOL_TRC_SMPTE2084 || picture.color_trc == AVCOL_TRC_ARIB_STD_B67;
     const bool isOtherMatrix = kind == Kind::kYuv && isBeyondBt709(picture.colorspace);
     if (kind == Kind::kGray || !(isBright || isOtherMatrix || picture.color_primaries == AVCOL_PRI_BT2020)) {
         return std::nullopt;
     }
     PictureColors::Wide wide{picture.colorspace, isBright ? picture.color_trc : AVCOL_TRC_BT709,
-                             picture.color_primaries, isBright ? peakNitsOf(picture) : 0};
+                             picture.color_primaries, isBright ? peakNitsOf(picture, statedPeakNits) : 0};
     if (kind == Kind::kRgb) {
         wide.matrix = AVCOL_SPC_RGB;
     } else if (wide.matrix == AVCOL_SPC_UNSPECIFIED || wide.matrix == AVCOL_SPC_RGB) {
@@ -92,13 +88,13 @@ std::optional<PictureColors::Wide> wideOf(const AVFrame& picture, Kind kind) {
 
 }  // namespace
 
-PictureColors::PictureColors(const AVFrame& picture)
+PictureColors::PictureColors(const AVFrame& picture, int statedPeakNits)
     : format(withoutRange(static_cast<AVPixelFormat>(picture.format))) {
     const Kind kind = kindOf(format);
     // Gray pictures are as a rule stills, whose range is the full one, as it is to the library if nothing is stated.
     const bool fullRange = format != picture.format || picture.color_range == AVCOL_RANGE_JPEG ||
                            (kind == Kind::kGray && picture.color_range != AVCOL_RANGE_MPEG);
-    wide = wideOf(picture, kind);
+    wide = wideOf(picture, kind, statedPeakNits);
     range = kind == Kind::kRgb || fullRange || wide || picture.color_range == AVCOL_RANGE_MPEG ? kLimited : 0;
     AVColorSpace from = picture.colorspace;
     AVColorSpace to = AVCOL_SPC_BT709;
@@ -115,6 +111,14 @@ PictureColors::PictureColors(const AVFrame& picture)
         space = isBt601 ? kBt601 : 0;
     }
     scaled = {from, to, fullRange};
+}
+
+int PictureColors::peakNits(const AVContentLightMetadata* content, const AVMasteringDisplayMetadata* screen) {
+    if (content && content->MaxCLL > 0) {
+        return static_cast<int>(std::min<unsigned>(content->MaxCLL, kMaxPeakNits));
+    }
+    const bool isScreenKnown = screen && screen->has_luminance && screen->max_luminance.den > 0;
+    return isScreenKnown ? static_cast<int>(std::clamp(av_q2d(screen->max_luminance), 0.0, double{kMaxPeakNits})) : 0;
 }
 
 }  // namespace kelp

@@ -5,7 +5,9 @@
 
 #include "decode/picture_scaler.h"
 
+struct AVContentLightMetadata;
 struct AVFrame;
+struct AVMasteringDisplayMetadata;
 
 namespace kelp {
 
@@ -33,7 +35,11 @@ struct PictureColors {
     int32_t range;             // of the frame, as VideoFrameInfo::colorRange
     int32_t space;             // likewise, as VideoFrameInfo::colorSpace
 
-    explicit PictureColors(const AVFrame& picture);
+    // `statedPeakNits`: what the container says of the brightest light, for a picture that doesn't; 0 for nothing.
+    explicit PictureColors(const AVFrame& picture, int statedPeakNits = 0);
+
+    // The brightest light of pictures of which this is known, either of which may be null; 0 if it isn't stated.
+    static int peakNits(const AVContentLightMetadata* content, const AVMasteringDisplayMetadata* screen);
 
     // Whether a planar 4:2:0 picture of 8 bits is as a frame's should be.
     bool isKept() const { return !wide && !scaled.fullRange && scaled.from == scaled.to; }

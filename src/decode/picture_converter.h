@@ -5,6 +5,7 @@
 
 #include "decode/picture_scaler.h"
 
+struct AVCodecParameters;
 struct AVFrame;
 
 namespace kelp {
@@ -24,6 +25,8 @@ public:
     // The form that is asked for; never null.
     static std::unique_ptr<PictureConverter> create(const PlaybackOptions& options);
 
+    // What the container says of the stream that the pictures from now on are from.
+    virtual void setParameters(const AVCodecParameters& /*parameters*/) {}
     // How the pictures from now on are to be shown: a display matrix of nine values. Turning them is not done here.
     virtual void setDisplayMatrix(const int32_t* /*matrix*/) {}
     // Writes range and matrix of `picture`'s frame into it.

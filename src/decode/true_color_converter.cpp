@@ -5,6 +5,7 @@
 #include "decode/picture_colors.h"
 #include "decode/video_frame_info.h"
 #include "kelp_player/log.h"
+#include "runtime/ffmpeg_compat.h"
 
 extern "C" {
 #include <libavutil/frame.h>
@@ -33,6 +34,10 @@ void turnUpsideDown(const VideoFrameInfo& frame) {
 
 }  // namespace
 
+void TrueColorConverter::setParameters(const AVCodecParameters& parameters) {
+    statedPeakNits_ = PictureColors::peakNits(compat::contentLight(&parameters), compat::masteringDisplay(&parameters));
+}
+
 // The rotation of the matrix is where it puts the picture's rows, so that a mirrored one has its columns reversed.
 void TrueColorConverter::setDisplayMatrix(const int32_t* matrix) {
     isMirrored_ = int64_t{matrix[0]} * matrix[4] < int64_t{matrix[1]} * matrix[3];
@@ -57,7 +62,7 @@ bool TrueColorConverter::convert(const AVFrame& picture, const VideoFrameInfo& f
 }
 
 bool TrueColorConverter::fill(const AVFrame& picture, const VideoFrameInfo& frame) {
-    const PictureColors colors(picture);
+    const PictureColors colors(picture, statedPeakNits_);
     if (picture.format == AV_PIX_FMT_YUV420P && colors.isKept()) {
         return PictureConverter::convert(picture, frame);
     }
@@ -79,6 +84,7 @@ void TrueColorConverter::release() {
     toneMapper_.release();
     background_.release();
     isMirrored_ = false;
+    statedPeakNits_ = 0;
 }
 
 }  // namespace kelp

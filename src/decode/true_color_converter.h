@@ -13,6 +13,7 @@ namespace kelp {
 // A planar 4:2:0 picture of 8 bits in limited range costs no more than in the standard form.
 class TrueColorConverter : public PictureConverter {
 public:
+    void setParameters(const AVCodecParameters& parameters) override;
     void setDisplayMatrix(const int32_t* matrix) override;
     void label(const AVFrame& picture, VideoFrameInfo& frame) const override;
     bool keeps(const AVFrame& picture) const override;
@@ -25,6 +26,7 @@ private:
     ToneMapper toneMapper_;
     BlackBackground background_;
     bool isMirrored_ = false;
+    int statedPeakNits_ = 0;  // as PictureColors takes it
 };
 
 }  // namespace kelp

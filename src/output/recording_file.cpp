@@ -168,7 +168,7 @@ std::string RecordingFile::addStream(const RecordedStreams::Stream& source, Trac
     track.stream->codecpar->codec_tag = 0;  // another one in each container
     track.stream->time_base = source.timeBase;
     track.stream->avg_frame_rate = source.frameRate;
-    compat::copyDisplayMatrix(*source.parameters, track.stream);
+    compat::copySideData(*source.parameters, track.stream);
     // AAC as transport streams have it. The muxer sees to that by itself, but not when it writes fragments.
     if (isFragmented(*context_->oformat) && source.parameters->codec_id == AV_CODEC_ID_AAC &&
         source.parameters->extradata_size == 0) {

@@ -6,6 +6,8 @@
 #include <memory>
 #include <mutex>
 #include <unordered_map>
+#include <utility>
+#include <vector>
 
 #include "runtime/never_destroyed.h"
 
@@ -13,6 +15,7 @@ extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/frame.h>
+#include <libavutil/mastering_display_metadata.h>
 }
 
 // From here on a stream's side data lies with its codec parameters, and is copied with them.
@@ -24,17 +27,45 @@ namespace {
 
 constexpr size_t kMatrixSize = 9;
 
-#if !KELP_PARAMETERS_HOLD_SIDE_DATA
+#if KELP_PARAMETERS_HOLD_SIDE_DATA
 
-// The display matrices of all live parameter copies. The release has no room for them in the parameters.
-struct MatrixTable {
+// Null unless there is so much.
+const uint8_t* sideData(const AVCodecParameters* parameters, AVPacketSideDataType type, size_t size) {
+    if (!parameters) {
+        return nullptr;
+    }
+    const AVPacketSideData* data =
+        av_packet_side_data_get(parameters->coded_side_data, parameters->nb_coded_side_data, type);
+    return data && data->size >= size ? data->data : nullptr;
+}
+
+#else
+
+constexpr std::array kKept = {AV_PKT_DATA_DISPLAYMATRIX, AV_PKT_DATA_CONTENT_LIGHT_LEVEL,
+                              AV_PKT_DATA_MASTERING_DISPLAY_METADATA};
+using SideData = std::array<std::vector<uint8_t>, kKept.size()>;  // of each kind in its place; empty for none
+
+// The side data of all live parameter copies. The release has no room for them in the parameters.
+struct SideDataTable {
     std::mutex mutex;
-    std::unordered_map<const AVCodecParameters*, std::array<int32_t, kMatrixSize>> matrices;  // guarded by mutex
+    std::unordered_map<const AVCodecParameters*, SideData> entries;  // guarded by mutex
 };
 
-MatrixTable& matrixTable() {
-    static NeverDestroyed<MatrixTable> table;
+SideDataTable& sideDataTable() {
+    static NeverDestroyed<SideDataTable> table;
     return *table;
+}
+
+// Null unless there is so much.
+const uint8_t* sideData(const AVCodecParameters* parameters, AVPacketSideDataType type, size_t size) {
+    auto& table = sideDataTable();
+    std::lock_guard lock(table.mutex);
+    const auto found = table.entries.find(parameters);
+    if (found == table.entries.end()) {
+        return nullptr;
+    }
+    const auto& data = found->second[static_cast<size_t>(std::ranges::find(kKept, type) - kKept.begin())];
+    return data.size() >= size ? data.data() : nullptr;
 }
 
 #endif
@@ -54,12 +85,13 @@ AVCodecParameters* copyParameters(const AVStream* stream) {
         copy->sample_aspect_ratio = stream->sample_aspect_ratio;
     }
 #if !KELP_PARAMETERS_HOLD_SIDE_DATA
-    size_t size = 0;
-    const uint8_t* data = av_stream_get_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
-    if (data && size >= kMatrixSize * sizeof(int32_t)) {
-        auto& table = matrixTable();
-        std::lock_guard lock(table.mutex);
-        std::copy_n(reinterpret_cast<const int32_t*>(data), kMatrixSize, table.matrices[copy.get()].begin());
+    for (size_t i = 0; i < kKept.size(); ++i) {
+        size_t size = 0;
+        if (const uint8_t* const data = av_stream_get_side_data(stream, kKept[i], &size)) {
+            auto& table = sideDataTable();
+            std::lock_guard lock(table.mutex);
+            table.entries[copy.get()][i].assign(data, data + size);
+        }
     }
 #endif
     return copy.release();
@@ -71,23 +103,26 @@ AVCodecParameters* copyParameters(const AVCodecParameters& parameters) {
         return nullptr;
     }
 #if !KELP_PARAMETERS_HOLD_SIDE_DATA
-    auto& table = matrixTable();
+    auto& table = sideDataTable();
     std::lock_guard lock(table.mutex);
-    if (const auto found = table.matrices.find(&parameters); found != table.matrices.end()) {
-        const auto matrix = found->second;
-        table.matrices[copy.get()] = matrix;
+    if (const auto found = table.entries.find(&parameters); found != table.entries.end()) {
+        auto kept = found->second;
+        table.entries[copy.get()] = std::move(kept);
     }
 #endif
     return copy.release();
 }
 
-void copyDisplayMatrix([[maybe_unused]] const AVCodecParameters& parameters, [[maybe_unused]] AVStream* stream) {
+void copySideData([[maybe_unused]] const AVCodecParameters& parameters, [[maybe_unused]] AVStream* stream) {
 #if !KELP_PARAMETERS_HOLD_SIDE_DATA
-    // Elsewhere it is among the parameters' side data, which are copied with them.
-    if (const int32_t* const matrix = displayMatrix(&parameters)) {
-        if (uint8_t* const data =
-                av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, kMatrixSize * sizeof(int32_t))) {
-            std::copy_n(matrix, kMatrixSize, reinterpret_cast<int32_t*>(data));
+    // Elsewhere they are copied with the parameters.
+    auto& table = sideDataTable();
+    std::lock_guard lock(table.mutex);
+    const auto found = table.entries.find(&parameters);
+    for (size_t i = 0; found != table.entries.end() && i < kKept.size(); ++i) {
+        const auto& kept = found->second[i];
+        if (uint8_t* const data = kept.empty() ? nullptr : av_stream_new_side_data(stream, kKept[i], kept.size())) {
+            std::ranges::copy(kept, data);
         }
     }
 #endif
@@ -96,30 +131,26 @@ void copyDisplayMatrix([[maybe_unused]] const AVCodecParameters& parameters, [[m
 void freeParameters(AVCodecParameters** parameters) {
 #if !KELP_PARAMETERS_HOLD_SIDE_DATA
     {
-        std::lock_guard lock(matrixTable().mutex);
-        matrixTable().matrices.erase(*parameters);
+        std::lock_guard lock(sideDataTable().mutex);
+        sideDataTable().entries.erase(*parameters);
     }
 #endif
     avcodec_parameters_free(parameters);
 }
 
 const int32_t* displayMatrix(const AVCodecParameters* parameters) {
-    if (!parameters) {
-        return nullptr;
-    }
-#if KELP_PARAMETERS_HOLD_SIDE_DATA
-    const AVPacketSideData* data =
-        av_packet_side_data_get(parameters->coded_side_data, parameters->nb_coded_side_data, AV_PKT_DATA_DISPLAYMATRIX);
-    if (!data || !data->data || data->size < kMatrixSize * sizeof(int32_t)) {
-        return nullptr;
-    }
-    return reinterpret_cast<const int32_t*>(data->data);
-#else
-    auto& table = matrixTable();
-    std::lock_guard lock(table.mutex);
-    const auto found = table.matrices.find(parameters);
-    return found == table.matrices.end() ? nullptr : found->second.data();
-#endif
+    return reinterpret_cast<const int32_t*>(
+        sideData(parameters, AV_PKT_DATA_DISPLAYMATRIX, kMatrixSize * sizeof(int32_t)));
+}
+
+const AVContentLightMetadata* contentLight(const AVCodecParameters* parameters) {
+    return reinterpret_cast<const AVContentLightMetadata*>(
+        sideData(parameters, AV_PKT_DATA_CONTENT_LIGHT_LEVEL, sizeof(AVContentLightMetadata)));
+}
+
+const AVMasteringDisplayMetadata* masteringDisplay(const AVCodecParameters* parameters) {
+    return reinterpret_cast<const AVMasteringDisplayMetadata*>(
+        sideData(parameters, AV_PKT_DATA_MASTERING_DISPLAY_METADATA, sizeof(AVMasteringDisplayMetadata)));
 }
 
 int frameFlags(const AVFrame* frame) {

@@ -1,16 +1,20 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
 
 #include "decode/picture_converter.h"
 #include "decode/picture_files.h"
+#include "runtime/ffmpeg_compat.h"
 #include "runtime/playback_options.h"
+#include "support/ffmpeg_release.h"
 #include "support/log_capture.h"
 
 extern "C" {
+#include <libavformat/avformat.h>
 #include <libavutil/frame.h>
 #include <libavutil/mastering_display_metadata.h>
 #include <libavutil/pixdesc.h>
@@ -168,6 +172,40 @@ TEST_F(PictureMapping, GoesByTheBrightnessThatIsStated) {
     expectPeak(10000);
     content->MaxCLL = 51;
     expectPeak(203);
+}
+
+// Where the pictures themselves say nothing.
+TEST_F(PictureMapping, GoesByTheBrightnessThatTheContainerStates) {
+    const std::unique_ptr<AVFormatContext, decltype(&avformat_free_context)> container(avformat_alloc_context(),
+                                                                                       avformat_free_context);
+    AVStream* stream = avformat_new_stream(container.get(), nullptr);
+    auto* screen = reinterpret_cast<AVMasteringDisplayMetadata*>(
+        test::newSideData(stream, AV_PKT_DATA_MASTERING_DISPLAY_METADATA, sizeof(AVMasteringDisplayMetadata)));
+    screen->has_luminance = 1;
+    screen->max_luminance = {600, 1};
+    const auto tell = [&] {
+        AVCodecParameters* parameters = compat::copyParameters(stream);
+        converter_->setParameters(*parameters);
+        compat::freeParameters(&parameters);
+    };
+    const PictureFile file(AV_PIX_FMT_YUV420P10LE, 96, 54);
+    const auto picture = file.read();
+    label(*picture, AVCOL_TRC_SMPTE2084);
+    const auto expectPeak = [&](int nits) {
+        EXPECT_LE(test::largestDifference(convert(*picture), file.filtered(mapping(*picture, nits))), 1) << nits;
+    };
+    tell();
+    expectPeak(600);
+    reinterpret_cast<AVContentLightMetadata*>(
+        test::newSideData(stream, AV_PKT_DATA_CONTENT_LIGHT_LEVEL, sizeof(AVContentLightMetadata)))
+        ->MaxCLL = 4000;
+    tell();
+    expectPeak(4000);
+    av_content_light_metadata_create_side_data(picture.get())->MaxCLL = 400;
+    expectPeak(400);
+    av_frame_remove_side_data(picture.get(), AV_FRAME_DATA_CONTENT_LIGHT_LEVEL);
+    converter_->release();
+    expectPeak(1000);
 }
 
 TEST_F(PictureMapping, TakesOddSizes) {

@@ -17,26 +17,12 @@ extern "C" {
 #include <libavformat/avformat.h>
 #include <libavutil/display.h>
 #include <libavutil/frame.h>
+#include <libavutil/mastering_display_metadata.h>
 #include <libavutil/mem.h>
 }
 
 namespace kelp {
 namespace {
-
-// What depends on the release that the tests are built with.
-
-// Room for `size` bytes of the stream's display matrix, as a demuxer leaves one.
-uint8_t* newMatrix(AVStream* stream, size_t size) {
-#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(60, 31, 100)
-    AVPacketSideData* data = av_packet_side_data_new(
-        &stream->codecpar->coded_side_data, &stream->codecpar->nb_coded_side_data, AV_PKT_DATA_DISPLAYMATRIX, size, 0);
-    return data ? data->data : nullptr;
-#else
-    return av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, size);
-#endif
-}
-
-// From here on nothing depends on it.
 
 struct FormatDeleter {
     void operator()(AVFormatContext* context) const { avformat_free_context(context); }
@@ -62,7 +48,7 @@ protected:
     void setRotation(double degrees) {
         int32_t matrix[9];
         av_display_rotation_set(matrix, degrees);
-        uint8_t* data = newMatrix(stream_, sizeof(matrix));
+        uint8_t* data = test::newSideData(stream_, AV_PKT_DATA_DISPLAYMATRIX, sizeof(matrix));
         ASSERT_NE(data, nullptr);
         std::memcpy(data, matrix, sizeof(matrix));
     }
@@ -122,6 +108,42 @@ TEST_F(FFmpegCompatTest, KeepsTheMatrixOfEachCopy) {
     compat::freeParameters(&second);
 }
 
+TEST_F(FFmpegCompatTest, KeepsTheBrightnessThatIsStatedWithEachCopy) {
+    AVCodecParameters* none = compat::copyParameters(stream_);
+    EXPECT_EQ(compat::contentLight(none), nullptr);
+    EXPECT_EQ(compat::masteringDisplay(none), nullptr);
+    compat::freeParameters(&none);
+
+    setRotation(90);
+    reinterpret_cast<AVContentLightMetadata*>(
+        test::newSideData(stream_, AV_PKT_DATA_CONTENT_LIGHT_LEVEL, sizeof(AVContentLightMetadata)))
+        ->MaxCLL = 4000;
+    reinterpret_cast<AVMasteringDisplayMetadata*>(
+        test::newSideData(stream_, AV_PKT_DATA_MASTERING_DISPLAY_METADATA, sizeof(AVMasteringDisplayMetadata)))
+        ->max_luminance = {600, 1};
+    AVCodecParameters* first = compat::copyParameters(stream_);
+    format_.reset();
+    AVCodecParameters* second = compat::copyParameters(*first);
+    compat::freeParameters(&first);
+    ASSERT_NE(compat::contentLight(second), nullptr);
+    ASSERT_NE(compat::masteringDisplay(second), nullptr);
+    EXPECT_EQ(compat::contentLight(second)->MaxCLL, 4000U);
+    EXPECT_EQ(compat::masteringDisplay(second)->max_luminance.num, 600);
+
+    const std::unique_ptr<AVFormatContext, FormatDeleter> written(avformat_alloc_context());
+    AVStream* stream = avformat_new_stream(written.get(), nullptr);
+    avcodec_parameters_copy(stream->codecpar, second);
+    compat::copySideData(*second, stream);
+    compat::freeParameters(&second);
+    AVCodecParameters* third = compat::copyParameters(stream);
+    ASSERT_NE(compat::contentLight(third), nullptr);
+    EXPECT_EQ(compat::contentLight(third)->MaxCLL, 4000U);
+    ASSERT_NE(compat::masteringDisplay(third), nullptr);
+    ASSERT_NE(compat::displayMatrix(third), nullptr);
+    EXPECT_EQ(av_display_rotation_get(compat::displayMatrix(third)), -90.0);
+    compat::freeParameters(&third);
+}
+
 TEST_F(FFmpegCompatTest, FindsNoMatrixWhereThereIsNone) {
     AVCodecParameters* copy = compat::copyParameters(stream_);
     ASSERT_NE(copy, nullptr);
@@ -137,7 +159,7 @@ TEST_F(FFmpegCompatTest, FindsNoMatrixWhereThereIsNone) {
 }
 
 TEST_F(FFmpegCompatTest, FindsNoMatrixInSideDataThatIsTooShort) {
-    ASSERT_NE(newMatrix(stream_, 8), nullptr);
+    ASSERT_NE(test::newSideData(stream_, AV_PKT_DATA_DISPLAYMATRIX, 8), nullptr);
     AVCodecParameters* copy = compat::copyParameters(stream_);
     ASSERT_NE(copy, nullptr);
     EXPECT_EQ(compat::displayMatrix(copy), nullptr);

@@ -1,9 +1,9 @@
 #include "support/ffmpeg_release.h"
 
-#include <cstdint>
-
 extern "C" {
 #include <libavcodec/codec_desc.h>
+#include <libavcodec/version.h>
+#include <libavformat/avformat.h>
 #include <libavutil/frame.h>
 }
 
@@ -14,6 +14,16 @@ void setKeyFrame(AVFrame& frame, bool key) {
     frame.flags = key ? frame.flags | AV_FRAME_FLAG_KEY : frame.flags & ~AV_FRAME_FLAG_KEY;
 #else
     frame.key_frame = key;
+#endif
+}
+
+uint8_t* newSideData(AVStream* stream, AVPacketSideDataType type, size_t size) {
+#if LIBAVCODEC_VERSION_INT >= AV_VERSION_INT(60, 31, 100)
+    AVPacketSideData* data = av_packet_side_data_new(&stream->codecpar->coded_side_data,
+                                                     &stream->codecpar->nb_coded_side_data, type, size, 0);
+    return data ? data->data : nullptr;
+#else
+    return av_stream_new_side_data(stream, type, size);
 #endif
 }
 

@@ -16,9 +16,12 @@ namespace kelp {
 
 namespace {
 
+// Short floats, which no decoder makes, are taken for opaque: the background knows none.
 bool isTransparent(AVPixelFormat format) {
     const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
-    return descriptor && (descriptor->flags & (AV_PIX_FMT_FLAG_ALPHA | AV_PIX_FMT_FLAG_PAL));
+    const bool isShortFloat =
+        descriptor && (descriptor->flags & AV_PIX_FMT_FLAG_FLOAT) && descriptor->comp[0].depth < 32;
+    return descriptor && !isShortFloat && (descriptor->flags & (AV_PIX_FMT_FLAG_ALPHA | AV_PIX_FMT_FLAG_PAL));
 }
 
 void turnUpsideDown(const VideoFrameInfo& frame) {

@@ -12,6 +12,7 @@
 extern "C" {
 #include <libavutil/frame.h>
 #include <libavutil/pixdesc.h>
+#include <libswscale/swscale.h>
 }
 
 // Every format of a picture in its right colours, compared with what the ffmpeg command makes of it, and with the
@@ -148,6 +149,79 @@ INSTANTIATE_TEST_SUITE_P(
     [](const testing::TestParamInfo<PictureFormat>& row) {
         return std::to_string(row.index) + "_" + row.param.format;
     });
+
+// Whatever else the library for conversions knows, made by it from one colour.
+class OtherPictureFormats : public testing::Test {
+protected:
+    const test::Rgb color_ = barColor(5);
+
+    // A picture in that colour, or of anything where the library can't make it; whether it could.
+    bool fill(AVFrame& picture) const {
+        const auto format = static_cast<AVPixelFormat>(picture.format);
+        if (!sws_isSupportedOutput(format) || format == AV_PIX_FMT_PAL8) {
+            return false;
+        }
+        const auto color = test::makePicture(0, picture.width, picture.height, AV_PIX_FMT_RGB24);
+        for (int i = 0; i < picture.height * color->linesize[0]; ++i) {
+            const int part = i % color->linesize[0] % 3;
+            color->data[0][i] = static_cast<uint8_t>(part == 0 ? color_.red : part == 1 ? color_.green : color_.blue);
+        }
+        SwsContext* scaler =
+            sws_getContext(picture.width, picture.height, AV_PIX_FMT_RGB24, picture.width, picture.height, format,
+                           SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr, nullptr, nullptr);
+        const int* bt601 = sws_getCoefficients(SWS_CS_ITU601);
+        sws_setColorspaceDetails(scaler, bt601, 1, bt601, picture.color_range == kFull, 0, 1 << 16, 1 << 16);
+        sws_scale(scaler, color->data, color->linesize, 0, picture.height, picture.data, picture.linesize);
+        sws_freeContext(scaler);
+        return true;
+    }
+
+    static int fewestBits(const AVPixFmtDescriptor& format) {
+        int fewest = 8;
+        for (int i = 0; i < format.nb_components; ++i) {
+            fewest = std::min(fewest, format.comp[i].depth);
+        }
+        return fewest;
+    }
+};
+
+TEST_F(OtherPictureFormats, ComeOutInTheirColorsToo) {
+    const auto converter = PictureConverter::create({.allCodecs = true});
+    int checked = 0;
+    for (const AVPixFmtDescriptor* format = nullptr; (format = av_pix_fmt_desc_next(format));) {
+        const AVPixelFormat id = av_pix_fmt_desc_get_id(format);
+        if ((format->flags & AV_PIX_FMT_FLAG_HWACCEL) != 0 || !sws_isSupportedInput(id)) {
+            continue;
+        }
+        SCOPED_TRACE(format->name);
+        const bool isRgb = (format->flags & AV_PIX_FMT_FLAG_RGB) != 0;
+        const bool isGray = !isRgb && format->nb_components < 3;
+        const auto picture = test::makePicture(0, 256, 32, id);
+        picture->color_range = isGray || std::string(format->name).starts_with("yuvj") ? kFull : kLimited;
+        picture->colorspace = isRgb ? AVCOL_SPC_RGB : kBt601;
+        const bool isKnown = fill(*picture);
+        PackedFrame frame(picture->width, picture->height);
+        converter->label(*picture, *frame);
+        EXPECT_TRUE(converter->convert(*picture, *frame));
+        EXPECT_TRUE(frame.isTailUntouched());
+        const int bits = fewestBits(*format);
+        if (!isKnown || bits == 1) {
+            continue;  // what the command has for it is dithered
+        }
+        ++checked;
+        auto color = color_;
+        if (isGray) {
+            color.red = color.green = color.blue =
+                static_cast<int>(0.5 + 0.299 * color.red + 0.587 * color.green + 0.114 * color.blue);
+        }
+        const auto shown = shownColor(*frame, 3);
+        const int tolerance = 6 + (bits < 8 ? 256 >> bits : 0);
+        EXPECT_NEAR(shown.red, color.red, tolerance);
+        EXPECT_NEAR(shown.green, color.green, tolerance);
+        EXPECT_NEAR(shown.blue, color.blue, tolerance);
+    }
+    EXPECT_GT(checked, 100);
+}
 
 }  // namespace
 }  // namespace kelp

@@ -1,10 +1,14 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
+#include <optional>
+#include <utility>
 
 #include "clock/playout_delay.h"
 #include "present/picture_timing.h"
+#include "present/sound_wait.h"
 #include "runtime/kelp_time.h"
 
 namespace kelp {
@@ -17,8 +21,8 @@ namespace kelp {
 // as it can be decoded; one is shown every 100 ms meanwhile.
 //
 // In the form that is to be in step with the sound, a picture that could be seen waits until its sound is heard, which
-// a device and a change of tempo make later; for 100 ms at most, and not at all if that isn't enough. The clock is that
-// of pictures that don't wait, so the sound that follows it comes as early as it can.
+// a device and a change of tempo make later, if SoundWait has it so. The clock is that of pictures that don't wait for
+// it, so the sound that follows it comes as early as it can.
 class LowDelayTiming : public PictureTiming {
 public:
     // `waiting` counts the pictures that are there, the present one among them, and the packets behind them.
@@ -29,6 +33,7 @@ public:
     int64_t nowUs() const override { return KelpTime::getSteadyUs(); }
     void setTime(int64_t pts, int64_t /*nowUs*/) override { clock_.set(pts, KelpTime::getTimeMs()); }
 
+    void setPaused(bool paused) override;
     void restart() override {}
     void begin(const VideoFrameInfo& frame, int64_t nowUs) override;
     int64_t leftUs(int64_t nowUs) override;
@@ -38,18 +43,19 @@ public:
     void setDrawn(const VideoFrameInfo& frame, int64_t nowUs) override;
 
 private:
-    // For how long it is to wait for its sound; 0 or less if it isn't to.
-    int64_t leftToSoundUs(int64_t nowUs) const;
+    // When the sound of the present picture is heard.
+    std::optional<int64_t> heardUs(int64_t nowUs) const;
 
     const std::function<int64_t()> heardMs_;
     PlayoutDelay playout_;
-    int64_t ptsMs_ = 0;      // of the present picture
-    int64_t dueUs_ = 0;      // when it is, without a clock
-    int64_t readyUs_ = 0;    // and was there
-    int64_t pictureUs_ = 0;  // from the one before to it
-    int64_t lateUs_ = 0;     // by which the wait for it ended
-    int64_t nowUs_ = 0;      // when that was
-    int64_t drawnUs_ = 0;    // when one was drawn last
+    SoundWait sound_;
+    std::atomic<bool> wasPaused_{false};  // since the last picture
+    int64_t ptsMs_ = 0;                   // of the present picture
+    int64_t dueUs_ = 0;                   // when it is, without a clock
+    int64_t pictureUs_ = 0;               // from the one before to it
+    int64_t lateUs_ = 0;                  // by which the wait for it ended
+    int64_t nowUs_ = 0;                   // when that was
+    int64_t drawnUs_ = 0;                 // when one was drawn last
 };
 
 }  // namespace kelp

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <functional>
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -118,6 +119,32 @@ TEST_F(LowDelayTimingWithSoundTest, IsAClockOfPicturesThatDontWait) {
     EXPECT_EQ(timing_.clock().read(), pts_ + 55);
 }
 
+TEST_F(LowDelayTimingWithSoundTest, IsAClockOfPicturesThatWaitForAnotherReason) {
+    const auto keepFor = [this](int ms) {
+        const double readyMs = static_cast<double>(pts_ += 40) + 60;
+        frame_ = test::makePicture(pts_);
+        frame_->queuedUs = us(readyMs);
+        heardMs_ = pts_ + 30;
+        FakeTime::setNowMs(kStart + static_cast<int64_t>(readyMs) + ms);
+        const int64_t nowUs = us(readyMs + ms);
+        timing_.begin(*frame_, nowUs);
+        timing_.step(*frame_, 40, nowUs);
+        timing_.setDrawn(*frame_, nowUs);
+    };
+    keepFor(70);
+    EXPECT_EQ(timing_.clock().read(), pts_) << "for its turn";
+    EXPECT_GT(waitFor(60), 0);
+    timing_.setDrawn(*frame_, us(atMs_ + 55));
+    timing_.setPaused(true);
+    timing_.setPaused(false);
+    keepFor(500);
+    EXPECT_EQ(timing_.clock().read(), pts_) << "in a pause";
+    timing_.follow(std::make_shared<test::FakeMaster>(pts_ + 40));
+    EXPECT_EQ(waitFor(60), 0);
+    timing_.setDrawn(*frame_, us(atMs_ + 30));
+    EXPECT_EQ(timing_.clock().read(), pts_) << "for a clock";
+}
+
 TEST_F(LowDelayTimingTest, ShowsEachPictureAsItComesIfTheyComeEvenly) {
     for (int64_t pts = 0; pts < 2000; pts += 40) {
         ASSERT_EQ(begin(pts, static_cast<double>(pts) + 60), 0);
@@ -184,8 +211,10 @@ TEST_F(LowDelayTimingTest, FollowsAClockThatItIsGiven) {
     EXPECT_EQ(begin(40, 300), -60);
     clock->set(-20'000);
     EXPECT_EQ(begin(80, 140), 0) << "it is too far away to mean anything";
+    clock->threshold = std::numeric_limits<int64_t>::max();
+    EXPECT_EQ(begin(120, 180), 19'940) << "from however far, if it is to be";
     timing_.follow(nullptr);
-    EXPECT_EQ(begin(120, 180), 0);
+    EXPECT_EQ(begin(160, 220), 0);
 }
 
 TEST_F(LowDelayTimingTest, KnowsAWallClockThatWasSetBack) {

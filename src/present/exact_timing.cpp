@@ -166,7 +166,8 @@ int64_t ExactTiming::leftByOwnTime(int64_t nowUs) {
     }
     if (isLive_ && !master_.load()) {
         if (const int64_t renderTimeMs = renderTiming_->renderTime(ptsUs_ / 1000); renderTimeMs > 0) {
-            return std::min(renderTimeMs * 1000 - KelpTime::getTimeUs(), longestUs_ - nowUs);
+            return std::min(wrappingSubtract(wrappingMultiply(renderTimeMs, 1000), KelpTime::getTimeUs()),
+                            longestUs_ - nowUs);
         }
     }
     if (wrappingSubtract(ptsUs_, line_.read(nowUs)) >= kNoSyncMs * 1000) {

@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "clock/wrapping_math.h"
+
 namespace kelp {
 
 namespace {
@@ -35,7 +37,7 @@ void PaceMeter::read(int64_t us, int64_t nowUs) {
         if (passedUs >= 0 && passedUs < kStepUs) {
             return;
         }
-        const auto movedUs = static_cast<double>(us - last.us);
+        const auto movedUs = static_cast<double>(wrappingSubtract(us, last.us));
         const bool isUsual = std::abs(movedUs - pace() * passedUs) < kJumpUs;
         const bool isAgain = std::abs(movedUs - lastPace_ * passedUs) < kJumpUs;
         lastPace_ = movedUs / passedUs;
@@ -51,7 +53,7 @@ void PaceMeter::read(int64_t us, int64_t nowUs) {
     if (spanUs < kShortestUs) {
         return;
     }
-    const double ratio = static_cast<double>(us - readings_.front().us) / spanUs / expected_;
+    const double ratio = static_cast<double>(wrappingSubtract(us, readings_.front().us)) / spanUs / expected_;
     if (ratio < kSlowest || ratio > kFastest) {
         ratio_ = 1;
     } else if (std::abs(ratio - ratio_) > kAnother) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+
 namespace kelp {
 namespace {
 
@@ -46,6 +48,14 @@ TEST_F(PaceMeterTest, AClockThatWasSetHasItsOldPace) {
     clockUs -= 5'000'000;
     run(1, 300);
     EXPECT_NEAR(meter.pace(), 1, 0.005);
+}
+
+TEST_F(PaceMeterTest, AnyTimeMayBeRead) {
+    int64_t atUs = 1'000'000;
+    for (const int64_t us : {INT64_MIN, INT64_MAX, int64_t{0}, INT64_MIN, INT64_MAX}) {
+        meter.read(us, atUs += 200'000);
+        EXPECT_EQ(meter.pace(), 1);
+    }
 }
 
 TEST_F(PaceMeterTest, KeepsTheRatioToWhatIsExpected) {

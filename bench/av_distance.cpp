@@ -170,7 +170,7 @@ bool measureAvDistance(const Settings& settings, Report& report) {
     const Words kSound = {"sound"};
     const Words kMasters =
         settings.choose<Words>({"clock", "sound", "picture", "host"}, {"clock", "sound", "picture", "host"}, kSound);
-    for (const std::string& speed : settings.choose<Words>({"1", "2"}, {"1"}, {})) {
+    for (const std::string& speed : settings.choose<Words>({"0.5", "1", "1.5", "2", "changes"}, {"1"}, {})) {
         measure("standard", settings.choose(kMasters, kSound, kSound), speed);
     }
     for (const std::string& speed :

@@ -1,10 +1,11 @@
 // Measures how far the flashes of a live source are from their beeps, on the same machine over the loopback address:
-// from its start on, and behind a standstill of 3.25 s, in which what the server sends comes in one go.
+// from its start on, behind a standstill of 3.25 s, in which what the server sends comes in one go, and behind 20
+// pauses and 10 changes of speed.
 //
 // usage: live_together [--quick] [--rows FILE]. Each row is watched for 12 s, or 6, from 4 s behind the first flash on,
-// and as long again from 2 s behind the standstill on, all rows at the same time. FILE gets, with tabs, a line for each
-// part of each row: its name, the gaps in its sound, and the distances in milliseconds, positive where the picture
-// comes later.
+// and as long again from 2 s behind the standstill and 2 s behind the last change on, all rows at the same time. FILE
+// gets, with tabs, a line for each part of each row: its name, the gaps in its sound, and the distances in
+// milliseconds, positive where the picture comes later.
 
 #include <unistd.h>
 
@@ -56,6 +57,7 @@ public:
         : kind_(kind), beeps_(pipe, kind.isExactAndLow ? kLowDeviceFrames : kDeviceFrames) {}
 
     const char* name() const { return kind_.name; }
+    KelpPlayer& player() { return playback_.player(); }
 
     // Returns when its sound device is open.
     bool play(const std::string& url) {
@@ -131,6 +133,20 @@ int measure(const std::string& folder, double watchMs, std::ofstream& file) {
     rest(kStandstillMs);
     server.proceed();
     watch("behind a standstill", kBackMs);
+    const auto tell = [&](double ms, const auto& word) {
+        for (const auto& row : all) {
+            word(row->player());
+        }
+        rest(ms);
+    };
+    for (int i = 0; i < 20; ++i) {
+        tell(50 + 7 * i % 40, [](KelpPlayer& player) { player.pause(); });
+        tell(50 + 11 * i % 40, [](KelpPlayer& player) { player.resume(); });
+    }
+    for (int i = 0; i < 10; ++i) {
+        tell(200, [i](KelpPlayer& player) { player.setSpeed(i % 2 == 0 ? 2.0F : 1.0F); });
+    }
+    watch("behind pauses and speeds", kBackMs);
     return 0;
 }
 

@@ -159,6 +159,8 @@ bool loop(const std::string& path, double fps, double seconds, double speed, Fac
     return true;
 }
 
+using Words = std::vector<std::string>;
+
 struct Rate {
     const char* fps;  // as the ffmpeg command reads it
     double value;
@@ -193,21 +195,24 @@ bool measurePresentation(const Settings& settings, Report& report) {
     double worst = 0;
     double missed = 0;
     std::map<std::pair<double, double>, Spread> limits;  // by rate and speed
-    // The timings side by side, and the loop with the first of them.
-    const auto measure = [&](const Rate& rate, double speed, const std::string& master,
-                             const std::vector<std::string>& timings) {
-        const std::string path = clipPath(settings, {.fps = rate.fps, .seconds = 16, .hasSound = master == "sound"});
-        std::vector<std::vector<std::string>> rows;
-        const auto add = [&](const char* who, double wanted, const std::string& timing) {
-            rows.push_back({"presentation", who, path, std::to_string(rate.value), std::to_string(wanted),
-                            std::to_string(speed), master, timing});
+    // The masters and timings side by side, and the loop with the first of them.
+    const auto measure = [&](const Rate& rate, double speed, const Words& masters, const Words& timings) {
+        std::vector<Words> rows;
+        const auto add = [&](const char* who, double wanted, const std::string& master, const std::string& timing) {
+            const bool hasSound = master == "sound";
+            rows.push_back({"presentation", who,
+                            clipPath(settings, {.fps = rate.fps, .seconds = 16, .hasSound = hasSound}),
+                            std::to_string(rate.value), std::to_string(wanted), std::to_string(speed), master, timing});
         };
-        for (const std::string& timing : timings) {
-            add("player", seconds, timing);
+        for (const std::string& master : masters) {
+            for (const std::string& timing : timings) {
+                add("player", seconds, master, timing);
+            }
         }
+        const size_t players = rows.size();
         const auto [limit, isNew] = limits.try_emplace({rate.value, speed});
         if (isNew) {
-            add("bare", std::min(seconds, kLimitSeconds) * speed, "");
+            add("bare", std::min(seconds, kLimitSeconds) * speed, "", "");
         }
         const std::vector<ChildResult> results = runTogether(rows);
         if (isNew) {
@@ -215,16 +220,18 @@ bool measurePresentation(const Settings& settings, Report& report) {
         }
         for (size_t i = 0; i < results.size(); ++i) {
             ok = ok && results[i].ok;
-            if (i >= timings.size()) {
+            if (i >= players) {
                 continue;
             }
+            const std::string& master = masters[i / timings.size()];
+            const std::string& timing = timings[i % timings.size()];
             const Facts& facts = results[i].facts;
             const Spread off = spreadOf(facts.list("off_ms"));
-            table.addRow(spreadRow({timings[i], rate.value, speed, master}, off, limit->second,
+            table.addRow(spreadRow({timing, rate.value, speed, master}, off, limit->second,
                                    {master == "host" ? Cell(facts.number("late_ms")) : Cell(),
                                     master == "sound" ? Cell(facts.number("pace")) : Cell(), facts.number("pictures"),
                                     facts.number("dropped"), facts.number("repeated")}));
-            if (timings[i] == "exact") {
+            if (timing == "exact") {
                 worst = std::max(worst, off.p99);
                 missed += facts.number("dropped") + facts.number("repeated");
             }
@@ -233,14 +240,14 @@ bool measurePresentation(const Settings& settings, Report& report) {
     constexpr Rate kRates[] = {{"24", 24}, {"25", 25},  {"30000/1001", 30000.0 / 1001}, {"30", 30}, {"50", 50},
                                {"60", 60}, {"120", 120}};
     const bool isFull = settings.length == Length::Full;
-    const std::vector<std::string> kBoth = {"standard", "exact"};
-    const std::vector<std::string> kExact = {"exact"};
+    const Words kBoth = {"standard", "exact"};
+    const Words kExact = {"exact"};
     for (const Rate& rate : kRates) {
         for (const double speed : settings.choose<std::vector<double>>({1, 2}, {1, 2}, {1})) {
             if (isFull || rate.value == 25) {
-                measure(rate, speed, "host", kBoth);
+                measure(rate, speed, {"host"}, kBoth);
             } else if (rate.value == 120 && speed == 1) {
-                measure(rate, speed, "host", kExact);
+                measure(rate, speed, {"host"}, kExact);
             }
         }
     }
@@ -248,8 +255,15 @@ bool measurePresentation(const Settings& settings, Report& report) {
         for (const double speed : settings.choose<std::vector<double>>({0.5, 1, 1.5, 2}, {2}, {})) {
             const bool isThere = master == std::string("host") && (!isFull || speed == 1 || speed == 2);
             if (!isThere) {
-                measure({"30", 30}, speed, master, isFull ? kBoth : kExact);
+                measure({"30", 30}, speed, {master}, isFull ? kBoth : kExact);
             }
+        }
+    }
+    if (isFull) {
+        const std::pair<Rate, double> kOthers[] = {{kRates[0], 0.5}, {kRates[1], 1},   {kRates[2], 1.5},
+                                                   {kRates[4], 2},   {kRates[5], 0.5}, {kRates[6], 1}};
+        for (const auto& [rate, speed] : kOthers) {
+            measure(rate, speed, {"clock", "sound", "picture"}, kExact);
         }
     }
     if (settings.length != Length::Smoke) {

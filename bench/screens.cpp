@@ -141,8 +141,9 @@ bool measure(const Settings& settings, Report& report, int seconds, const std::v
 
 bool measureScreens(const Settings& settings, Report& report) {
     using Words = std::vector<std::string>;
-    return measure(settings, report, settings.choose(8, 4, 1), settings.choose<Words>({"1"}, {"1"}, {}),
-                   settings.choose<Words>({"0.5", "1", "1.5"}, {"1"}, {"1"}));
+    const Words speeds = {"0.5", "1", "1.5", "2"};
+    return measure(settings, report, settings.choose(8, 4, 1), settings.choose<Words>(speeds, {"1"}, {}),
+                   settings.choose<Words>(speeds, {"1"}, {"1"}));
 }
 
 bool measureScreensForLong(const Settings& settings, Report& report) {

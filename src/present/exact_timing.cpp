@@ -14,8 +14,6 @@ namespace {
 
 constexpr char kTag[] = "VideoPlayThread";
 
-constexpr int64_t kNoSyncMs = 10'000;  // the least distance at which clocks mean nothing to each other
-constexpr int64_t kMostNoSyncMs = 1'000'000'000'000;
 constexpr int64_t kTooLateUs = 25'000;         // at the least; less than that no eye and no ear tells apart
 constexpr int64_t kLateOnOwnTimeUs = 100'000;  // the line moves then, so that those which follow don't race
 constexpr int64_t kHoldUs = 500'000;           // beyond, a picture isn't waited for but offered again
@@ -138,12 +136,12 @@ std::optional<int64_t> ExactTiming::leftByMaster(int64_t nowUs) {
     if (!master) {
         return std::nullopt;
     }
-    const int64_t noSyncUs = std::clamp(master->getNoSyncThreshold(), kNoSyncMs, kMostNoSyncMs) * 1000;
+    const int64_t limitUs = noSyncUs(*master);
     const bool isForcing = master->isForceSync();
     const int64_t masterUs = master->getSyncPtsUs();
     const int64_t aheadUs = wrappingSubtract(ptsUs_, masterUs);
     aheadOfMasterMs_ = wrappingSubtract(line_.read(nowUs), masterUs) / 1000;
-    if (aheadUs <= -noSyncUs || (aheadUs >= noSyncUs && !isForcing)) {
+    if (aheadUs <= -limitUs || (aheadUs >= limitUs && !isForcing)) {
         return std::nullopt;
     }
     due_.set(masterUs, nowUs);

@@ -10,8 +10,6 @@ namespace {
 
 constexpr char kTag[] = "VideoPlayThread";
 
-constexpr int64_t kNoSyncMs = 10'000;  // the least distance at which a clock means nothing here
-constexpr int64_t kMostNoSyncMs = 1'000'000'000'000;
 constexpr int64_t kLeastPictureUs = 5'000;
 constexpr int64_t kMostPictureUs = 1'000'000;
 constexpr int64_t kLongestGapUs = 100'000;  // between pictures while some are left out
@@ -39,7 +37,7 @@ void LowDelayTiming::begin(const VideoFrameInfo& frame, int64_t nowUs) {
 
 int64_t LowDelayTiming::leftUs(int64_t nowUs) {
     if (const auto master = master_.load()) {
-        const int64_t limitUs = std::clamp(master->getNoSyncThreshold(), kNoSyncMs, kMostNoSyncMs) * 1000;
+        const int64_t limitUs = noSyncUs(*master);
         const int64_t leftUs = wrappingSubtract(wrappingMultiply(ptsMs_, 1000), master->getSyncPtsUs());
         if (leftUs > -limitUs && leftUs < limitUs) {
             sound_.forget();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -78,6 +79,14 @@ public:
     virtual void setDrawn(const VideoFrameInfo& frame, int64_t nowUs) = 0;
 
 protected:
+    // The distance from which on the two clocks mean nothing to each other, by the master, but within what can be
+    // reckoned with.
+    static int64_t noSyncUs(SyncObject& master) {
+        return std::clamp<int64_t>(master.getNoSyncThreshold(), kNoSyncMs, 1'000'000'000'000) * 1000;
+    }
+
+    static constexpr int64_t kNoSyncMs = 10'000;  // at the least
+
     const std::function<int()> queueSize_;
     AtomicSharedPtr<SyncObject> master_;  // the clock to follow, or none
     std::atomic<bool> paused_{false};

@@ -29,7 +29,8 @@ public:
     virtual void onPacketsLost(int /*packets*/) {}
 
     // The recording has ended by itself: the disk is full, the file can't be created, the container doesn't take the
-    // streams. `reason` is for people to read. What was written before stays, and plays. The playback goes on.
+    // streams, or their parameter sets are broken. `reason` is for people to read. What was written before stays, and
+    // plays. The playback goes on.
     virtual void onRecordingFailed(const std::string& /*path*/, const std::string& /*reason*/) {}
 
 protected:

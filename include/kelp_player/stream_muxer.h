@@ -69,6 +69,7 @@ public:
     //
     //   "open, error filePath NAME"                  neither "rtsp://" nor "rtp://" nor ".mp4" in it
     //   "open, error codecInfo or timeBase N"        no CodecInfo, or a time base out of range
+    //   "open, broken parameter sets"                in `videoParameters`, for an MP4 file
     //   "open, Could not open output URL 'NAME'"     the file can't be created, or the address can't be had
     //   "open, Error occurred when opening output"   the server refused or didn't answer, or the output doesn't take
     //       the codec or the size; FFmpeg's own lines on standard error say which
@@ -88,7 +89,8 @@ public:
     // can fail late: what goes into a file is collected, so a full disk may show itself some frames later or in `stop`,
     // as an error line in the log.
     // That line is "outputFrame, av_interleaved_write_frame failed, ret:CODE, REASON", or "outputFrame, error data,
-    // size:N"; a full disk and a lost server need a new `open`.
+    // size:N", or "outputFrame, broken parameter sets": the description of an MP4 file is made of the first frame,
+    // which then isn't taken. A full disk and a lost server need a new `open`.
     bool outputFrame(unsigned char* data, unsigned int size, int64_t ptsUs, bool keyFrame);
 
     // Writes the end of the output; without it an MP4 file can't be played. Nothing more can be written then. Does
@@ -99,6 +101,7 @@ public:
     void close();
 
 private:
+    bool writesFile() const;
     // Ends the output, if it was begun and not ended yet.
     void writeEnd();
 

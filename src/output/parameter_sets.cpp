@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "output/parameter_counts.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavcodec/bsf.h>
@@ -21,10 +23,11 @@ void FreeParameterSetsFilter::operator()(AVBSFContext* context) const {
     av_bsf_free(&context);
 }
 
-ParameterSets::ParameterSets(const AVCodecParameters& parameters) {
+ParameterSets::ParameterSets(const AVCodecParameters& parameters) : codecId_(parameters.codec_id) {
     // A configuration record, as MP4 and Matroska have it, begins with its version.
     const bool hasRecord = parameters.extradata_size > 0 && parameters.extradata[0] == 1;
-    if (parameters.codec_id != AV_CODEC_ID_HEVC || hasRecord) {
+    const bool isKnown = codecId_ == AV_CODEC_ID_H264 || codecId_ == AV_CODEC_ID_HEVC || codecId_ == AV_CODEC_ID_VVC;
+    if (!isKnown || hasRecord) {
         return;
     }
     AVBSFContext* context = nullptr;
@@ -51,7 +54,8 @@ std::vector<uint8_t> ParameterSets::in(const AVPacket& packet) {
     }
     size_t size = 0;
     const uint8_t* const sets = av_packet_get_side_data(copy.get(), AV_PKT_DATA_NEW_EXTRADATA, &size);
-    return sets ? std::vector<uint8_t>(sets, sets + size) : std::vector<uint8_t>();
+    return sets && areCountsBounded(codecId_, {sets, size}) ? std::vector<uint8_t>(sets, sets + size)
+                                                            : std::vector<uint8_t>();
 }
 
 }  // namespace kelp

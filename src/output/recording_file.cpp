@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
+#include <string>
 #include <string_view>
 #include <utility>
 
 #include "clock/wrapping_math.h"
 #include "kelp_player/log.h"
+#include "output/parameter_counts.h"
 #include "runtime/ffmpeg_compat.h"
 
 extern "C" {
@@ -27,6 +30,7 @@ constexpr char kTag[] = "Recorder";
 constexpr AVRational kMicroseconds{1, AV_TIME_BASE};
 constexpr int64_t kLongestInterleavingUs = 1'000'000;  // for which a stream waits for the other
 constexpr int64_t kLongestHeaderWaitUs = 2 * kLongestInterleavingUs;
+constexpr int64_t kMostHeldBytes = 16 << 20;       // of packets in libavformat, whatever times they tell
 constexpr int64_t kReorderedUs = 200'000;          // by which a picture is decoded before its time, where nobody tells
 constexpr int64_t kLargestJumpBackUs = 1'000'000;  // a time farther back is on another time line
 
@@ -48,9 +52,13 @@ bool isIn(std::initializer_list<AVCodecID> codecs, AVCodecID codec) {
     return std::ranges::count(codecs, codec) > 0;
 }
 
+bool isMpegTs(const AVOutputFormat& format) {
+    return std::string_view(format.name) == "mpegts";
+}
+
 // MPEG-TS has no list that could be asked: it takes any bytes, and gives no player the means to know what they are.
 bool canHold(const AVOutputFormat& format, AVCodecID codec) {
-    if (std::string_view(format.name) == "mpegts") {
+    if (isMpegTs(format)) {
         return isIn({AV_CODEC_ID_H264, AV_CODEC_ID_HEVC, AV_CODEC_ID_MPEG4, AV_CODEC_ID_MPEG2VIDEO,
                      AV_CODEC_ID_MPEG1VIDEO, AV_CODEC_ID_AAC, AV_CODEC_ID_MP3, AV_CODEC_ID_MP2, AV_CODEC_ID_AC3,
                      AV_CODEC_ID_EAC3, AV_CODEC_ID_DTS, AV_CODEC_ID_OPUS},
@@ -118,10 +126,11 @@ std::string RecordingFile::open(const AVPacket& first) {
     }
     Options options;
     if (isFragmented(*context_->oformat)) {
-        // A fragment for each key frame, and for each second where they lie farther apart. The header, which then knows
-        // where each stream begins, comes with the first one.
+        // A fragment for each key frame, and for each second where they lie farther apart, or more than one holds. The
+        // header, which then knows where each stream begins, comes with the first one.
         options.set("movflags", "frag_keyframe+delay_moov+default_base_moof");
         options.set("frag_duration", "1000000");
+        options.set("frag_size", std::to_string(kMostHeldBytes).c_str());
     } else if (muxer == "matroska") {
         options.set("cluster_time_limit", "1000");
     }
@@ -143,8 +152,9 @@ std::string RecordingFile::addStreams(const AVPacket& first) {
         const AVCodecID codec = source.parameters->codec_id;
         if (canHold(*context_->oformat, codec)) {
             std::string why = addStream(source, track);
-            if (why.empty() && codec == AV_CODEC_ID_HEVC && isFragmented(*context_->oformat)) {
-                why = describeHevc(track, first);
+            // MPEG-TS says nothing of them.
+            if (why.empty() && source.kind == TRACK_KIND_VIDEO && !isMpegTs(*context_->oformat)) {
+                why = describePictures(track, first);
             }
             if (!why.empty()) {
                 return why;
@@ -184,31 +194,43 @@ std::string RecordingFile::addStream(const RecordedStreams::Stream& source, Trac
     return "";
 }
 
-// There are two forms. With "hvc1", which all players take, the parameter sets stand in the description of the stream
-// alone, and the muxer takes them out of the pictures. With "hev1" they may stand among these.
-std::string RecordingFile::describeHevc(Track& track, const AVPacket& first) {
+// What the container says of the pictures is written by libavformat, out of the source's configuration; MP4 takes the
+// first packet where there is none. Broken parameter sets mustn't get there. In MP4 there are two forms of HEVC: with
+// "hvc1", which all players take, the parameter sets stand in the description of the stream. With "hev1" they may stand
+// among the pictures alone.
+std::string RecordingFile::describePictures(Track& track, const AVPacket& first) {
     AVCodecParameters& parameters = *track.stream->codecpar;
-    parameters.codec_tag = isEmptyRecord(parameters) ? MKTAG('h', 'e', 'v', '1') : MKTAG('h', 'v', 'c', '1');
-    parameterSets_ = std::make_unique<ParameterSets>(parameters);
-    if (!parameterSets_->canBeFound()) {
+    const bool isInMp4 = isFragmented(*context_->oformat);
+    const bool isTaken = isInMp4 && parameters.extradata_size == 0;
+    const std::span said = isTaken ? std::span(first.data, static_cast<size_t>(first.size))
+                                   : std::span(parameters.extradata, static_cast<size_t>(parameters.extradata_size));
+    const bool isSound = areCountsBounded(parameters.codec_id, said);
+    const bool isHevcInMp4 = isInMp4 && parameters.codec_id == AV_CODEC_ID_HEVC;
+    if (isSound && !isHevcInMp4) {
         return "";
     }
+    auto sets = std::make_unique<ParameterSets>(parameters);
     // They may have changed since the source was opened; where they haven't, they needn't stand there.
-    describedSets_ = parameterSets_->in(first);
-    if (describedSets_.empty()) {
-        describedSets_ = parameterSets_->described();
+    std::vector<uint8_t> found = sets->in(first);
+    if (found.empty()) {
+        found = sets->described();
     }
-    if (describedSets_.empty()) {
-        return "";
+    if (isHevcInMp4) {
+        parameters.codec_tag = isEmptyRecord(parameters) ? MKTAG('h', 'e', 'v', '1') : MKTAG('h', 'v', 'c', '1');
+        parameterSets_ = std::move(sets);
+        describedSets_ = found;
     }
-    auto* const copy = static_cast<uint8_t*>(av_mallocz(describedSets_.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    if (found.empty()) {
+        return isSound ? "" : "the parameter sets of its pictures are broken";
+    }
+    auto* const copy = static_cast<uint8_t*>(av_mallocz(found.size() + AV_INPUT_BUFFER_PADDING_SIZE));
     if (!copy) {
         return kNoMemory;
     }
-    std::ranges::copy(describedSets_, copy);
+    std::ranges::copy(found, copy);
     av_freep(&parameters.extradata);
     parameters.extradata = copy;
-    parameters.extradata_size = static_cast<int>(describedSets_.size());
+    parameters.extradata_size = static_cast<int>(found.size());
     return "";
 }
 
@@ -231,11 +253,24 @@ std::string RecordingFile::write(AVPacket& packet) {
                           av_bsf_receive_packet(track->filter.get(), &packet) < 0)) {
         return "";
     }
+    // libavformat reads it like the stream's own.
+    size_t size = 0;
+    const uint8_t* const said = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &size);
+    if (said && !areCountsBounded(track->source->parameters->codec_id, {said, size})) {
+        av_packet_free_side_data(&packet);
+    }
     place(packet, *track);
     bytes_ += packet.size;
+    heldBytes_ += packet.size;
     int result = av_interleaved_write_frame(context_, &packet);
+    // Packets wait for those of other streams by their times, which may stand still.
+    const bool isMuch = heldBytes_ >= kMostHeldBytes;
+    if (result >= 0 && isMuch) {
+        heldBytes_ = 0;
+        result = av_interleaved_write_frame(context_, nullptr);
+    }
     // The header waits for all streams, but not for one that doesn't come.
-    if (result >= 0 && isHeaderDue_ && durationUs_ > kLongestHeaderWaitUs) {
+    if (result >= 0 && isHeaderDue_ && (isMuch || durationUs_ > kLongestHeaderWaitUs)) {
         isHeaderDue_ = false;
         result = av_write_frame(context_, nullptr);
     }

@@ -64,7 +64,7 @@ private:
 
     std::string addStreams(const AVPacket& first);
     std::string addStream(const RecordedStreams::Stream& source, Track& track);
-    std::string describeHevc(Track& track, const AVPacket& first);
+    std::string describePictures(Track& track, const AVPacket& first);
     // Puts the packet's times onto the file's time line.
     void place(AVPacket& packet, Track& track);
 
@@ -72,10 +72,11 @@ private:
     const std::shared_ptr<const RecordedStreams> streams_;
     AVFormatContext* context_ = nullptr;  // owned
     std::vector<Track> tracks_;
-    std::unique_ptr<ParameterSets> parameterSets_;  // of the video; null where the container needs no look at them
+    std::unique_ptr<ParameterSets> parameterSets_;  // of the video; null where a file may hold several
     std::vector<uint8_t> describedSets_;
     bool headerWritten_ = false;
     bool isHeaderDue_ = false;  // it may wait for a stream
+    int64_t heldBytes_ = 0;     // of packets of which some may wait in libavformat
     bool hasOrigin_ = false;
     int64_t originUs_ = 0;  // the source's time that is 0 in the file
     int64_t durationUs_ = 0;

@@ -4,11 +4,13 @@
 #include <array>
 #include <climits>
 #include <cstring>
+#include <span>
 #include <utility>
 
 #include "input/codec_tables.h"
 #include "kelp_player/codec_info.h"
 #include "kelp_player/log.h"
+#include "output/parameter_counts.h"
 #include "runtime/ffmpeg_compat.h"
 
 extern "C" {
@@ -119,6 +121,11 @@ bool StreamMuxer::open(const std::string& filePath, std::shared_ptr<CodecInfo> c
     Log::Info(kTag, "%s, %dx%d, codec_id:%d\n", "open", parameters.width, parameters.height,
               static_cast<int>(parameters.codec_id));
 
+    const auto said = std::span(parameters.extradata, static_cast<size_t>(parameters.extradata_size));
+    if (writesFile() && !areCountsBounded(parameters.codec_id, said)) {
+        Log::Error(kTag, "%s, broken parameter sets\n", "open");
+        return false;
+    }
     if (!(outputFormat_->flags & AVFMT_NOFILE) &&
         avio_open(&formatContext_->pb, filePath.c_str(), AVIO_FLAG_WRITE) < 0) {
         Log::Error(kTag, "%s, Could not open output URL '%s'\n", "open", filePath.c_str());
@@ -154,6 +161,13 @@ bool StreamMuxer::outputFrame(unsigned char* data, unsigned int size, int64_t pt
         Log::Error(kTag, "%s, error data, size:%u\n", "outputFrame", size);
         return false;
     }
+    // The MP4 muxer makes the description of the stream out of the first one.
+    const AVCodecParameters& parameters = *stream_->codecpar;
+    const bool describes = stream_->nb_frames == 0 && parameters.extradata_size == 0;
+    if (describes && writesFile() && !areCountsBounded(parameters.codec_id, {data, size})) {
+        Log::Error(kTag, "%s, broken parameter sets\n", "outputFrame");
+        return false;
+    }
     const double exactTicks = (static_cast<double>(timeBase_) / kMicrosecondsPerSecond) * static_cast<double>(ptsUs);
     const auto ticks = static_cast<int64_t>(std::clamp(exactTicks, -kLargestTicks, kLargestTicks));
     lastPts_ = lastPts_ == kNoPts ? ticks : std::max(ticks, lastPts_ + 1);
@@ -186,7 +200,7 @@ void StreamMuxer::stop() {
 
 void StreamMuxer::close() {
     // The streaming muxers give back what they hold, connections included, at their end only.
-    if (formatContext_ && std::strcmp(outputFormat_->name, kFileMuxer) != 0) {
+    if (formatContext_ && !writesFile()) {
         writeEnd();
     }
     if (formatContext_ && !(outputFormat_->flags & AVFMT_NOFILE)) {
@@ -198,6 +212,10 @@ void StreamMuxer::close() {
     stream_ = nullptr;
     headerWritten_ = false;
     Log::Info(kTag, "%s, succeed!\n", "close");
+}
+
+bool StreamMuxer::writesFile() const {
+    return std::strcmp(outputFormat_->name, kFileMuxer) == 0;
 }
 
 void StreamMuxer::writeEnd() {

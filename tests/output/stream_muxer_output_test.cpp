@@ -20,9 +20,11 @@
 #include "kelp_player/stream_muxer.h"
 #include "output/media_reader.h"
 #include "output/muxer_calls.h"
+#include "output/written_sets.h"
 
 extern "C" {
-#include <libavcodec/codec_id.h>
+#include <libavcodec/avcodec.h>
+#include <libavutil/mem.h>
 }
 
 namespace kelp {
@@ -30,6 +32,7 @@ namespace {
 
 using test::EncodedVideo;
 using test::makeCodecInfo;
+using test::operator+;
 using test::TempFolder;
 
 constexpr int kFrames = 12;
@@ -164,6 +167,32 @@ TEST_F(StreamMuxerOutputTest, AnMp4FileDoesNotPlayIfItsFirstKeyFrameHasNoParamet
     muxer_.stop();
     muxer_.close();
     EXPECT_TRUE(test::readVideo(path, kWholeFile).pictures.empty());
+}
+
+// libavformat would count in them for minutes.
+TEST_F(StreamMuxerOutputTest, AnMp4FileBeginsWithTheFirstFrameWhoseParameterSetsAreNotBroken) {
+    const std::pair<Codec, test::Bytes> streams[] = {{kH264, test::h264Set(0x7FFFFFFE) + test::h264Frame()},
+                                                     {kHevc, test::hevcSet(64, 1) + test::hevcFrame()}};
+    for (auto [codec, broken] : streams) {
+        SCOPED_TRACE(codec.name);
+        const auto source = test::encodeVideo(codec.encode, kFrames);
+        const std::string path = folder_.path("out.mp4");
+        ASSERT_TRUE(muxer_.open(path, makeCodecInfo(codec.type), 90000));
+        EXPECT_FALSE(muxer_.outputFrame(broken.data(), static_cast<unsigned int>(broken.size()), 0, true));
+        writeFrames(muxer_, source);
+        EXPECT_TRUE(muxer_.outputFrame(broken.data(), static_cast<unsigned int>(broken.size()), 480'000, true));
+        muxer_.stop();
+        muxer_.close();
+        EXPECT_EQ(test::readVideo(path, kWholeFile).frames.size(), static_cast<size_t>(kFrames + 1));
+    }
+    auto info = makeCodecInfo(VIDEO_CODEC_OTHER);
+    info->videoParameters = avcodec_parameters_alloc();
+    info->videoParameters->codec_id = AV_CODEC_ID_AV1;
+    const auto broken = test::av1Sequence(1);
+    info->videoParameters->extradata = static_cast<uint8_t*>(av_mallocz(broken.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    std::copy(broken.begin(), broken.end(), info->videoParameters->extradata);
+    info->videoParameters->extradata_size = static_cast<int>(broken.size());
+    EXPECT_FALSE(muxer_.open(folder_.path("out.mp4"), info, 90000));
 }
 
 TEST_F(StreamMuxerOutputTest, AnMp4FileCountsInAnyTimeBaseFromTenThousandOn) {

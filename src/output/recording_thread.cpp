@@ -17,6 +17,16 @@ namespace {
 constexpr char kTag[] = "Recorder";
 constexpr char kName[] = "Recorder";  // of the thread
 
+// What a packet takes in memory, of which there may be many small ones.
+int64_t bytesOf(const AVPacket& packet) {
+    constexpr int64_t kBesideData = 512;
+    int64_t bytes = kBesideData + packet.size;
+    for (int i = 0; i < packet.side_data_elems; ++i) {
+        bytes += static_cast<int64_t>(packet.side_data[i].size);
+    }
+    return bytes;
+}
+
 }  // namespace
 
 void FreeRecordedPacket::operator()(AVPacket* packet) const {
@@ -40,24 +50,30 @@ void RecordingThread::cut() {
         return;
     }
     std::lock_guard lock(mutex_);
+    if (!items_.empty() && !items_.back().packet) {
+        items_.back().lostBefore += std::exchange(lost_, 0);
+        return;
+    }
     items_.push_back({stretch_++, streams_, std::exchange(lost_, 0), nullptr});
     cond_.notify_one();
 }
 
+// Those without bytes are for decoders.
 void RecordingThread::take(const AVPacket& packet) {
-    if (failed_) {
+    if (failed_ || packet.size <= 0) {
         return;
     }
     // Counted, not copied, where the source's memory allows it.
     RecordedPacket kept(av_packet_clone(&packet));
     std::lock_guard lock(mutex_);
     // Behind packets that were left out there is room again only when half of what waited has been written.
-    const bool hasRoom = waitingBytes_ + packet.size <= (lost_ > 0 ? limits_.waitingBytes / 2 : limits_.waitingBytes);
+    const int64_t bytes = bytesOf(packet);
+    const bool hasRoom = waitingBytes_ + bytes <= (lost_ > 0 ? limits_.waitingBytes / 2 : limits_.waitingBytes);
     if (!streams_ || !kept || !hasRoom) {
         stretch_ += streams_ && lost_++ == 0;
         return;
     }
-    waitingBytes_ += packet.size;
+    waitingBytes_ += bytes;
     items_.push_back({stretch_, streams_, std::exchange(lost_, 0), std::move(kept)});
     cond_.notify_one();
 }
@@ -82,10 +98,10 @@ void RecordingThread::Run() {
     setName(kName);
     for (auto items = takeItems(); !items.empty() && !failed_; items = takeItems()) {
         for (; !items.empty() && !failed_; items.pop_front()) {
-            const int size = items.front().packet ? items.front().packet->size : 0;
+            const int64_t bytes = items.front().packet ? bytesOf(*items.front().packet) : 0;
             failed_ = !write(items.front());
             std::lock_guard lock(mutex_);
-            waitingBytes_ -= size;
+            waitingBytes_ -= bytes;
         }
     }
     if (!failed_) {

@@ -57,6 +57,7 @@ protected:
             firstMs = static_cast<double>(frame->pts);
         }
         const auto* const samples = reinterpret_cast<const short*>(frame->buffer->data);
+        newest = frame;
         heard.insert(heard.end(), samples, samples + frame->dataSize / 2);
     }
 
@@ -70,6 +71,7 @@ protected:
 
     std::function<short(int64_t)> film = [](int64_t sample) { return static_cast<short>(sample % 10'000); };
     std::vector<short> heard;
+    std::shared_ptr<AudioFrameInfo> newest;
     double firstMs = 0;
     LoopSound sound{[this](const std::shared_ptr<AudioFrameInfo>& frame) { take(frame); }};
 };
@@ -114,8 +116,10 @@ TEST_F(LoopSoundTest, IsSilentWhereSoundIsMissing) {
     sound.follow(next);
     EXPECT_EQ(heard.size(), static_cast<size_t>(kRate));
     EXPECT_EQ(heard.back(), 0);
-    play(*next, 480, kRate);
+    EXPECT_EQ(newest->lastsToMs, newest->pts + newest->duration - 1);
+    play(*next, 480, kRate + 100);
     EXPECT_EQ(heard.size(), 2U * kRate);
+    EXPECT_EQ(newest->lastsToMs, newest->pts + newest->duration - 1);
 }
 
 TEST_F(LoopSoundTest, IsSilentUpToTheSeamHoweverMuchIsMissing) {

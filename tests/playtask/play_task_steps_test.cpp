@@ -133,6 +133,17 @@ TEST_F(PlayTaskSteps, TakeNoSoundAwayFromASeekBehindThem) {
     EXPECT_GT(under.peer.audioPlay()->getFrameQueueSize(), 0);
 }
 
+TEST_F(PlayTaskSteps, LeaveTheSoundThatIsQueuedBehindThem) {
+    under.peer.set(std::make_shared<AudioDecodeThread>());
+    for (int64_t pts = 1000; pts <= 1800; pts += 40) {
+        const auto sound = std::make_shared<AudioFrameInfo>();
+        sound->pts = pts;
+        under.peer.audioPlay()->fillFrame(sound);
+    }
+    under.fromVideoPlay().onStepped(1600);
+    EXPECT_EQ(under.peer.audioPlay()->getFrameQueueSize(), 21);
+}
+
 TEST_F(PlayTaskSteps, AreForgottenWithASeek) {
     ASSERT_TRUE(under.task->stepFrame(-1));
     awaitStepSeek(8000);

@@ -93,6 +93,16 @@ TEST_F(DeviceClockTest, LearnsTheDevicesOwnPace) {
     EXPECT_NEAR(heard(nextUs), expected(nextUs, kPace), 10);
 }
 
+TEST_F(DeviceClockTest, LearnsNoPaceThatIsFarFromWhatTheDeviceSays) {
+    for (const double pace : {0.7, 1.4}) {
+        clock.open(kBlock, kRate);
+        ask(300, 0, pace);
+        const double learnt = clock.heard(us(nextUs)).framesPerSecond;
+        EXPECT_GT(learnt, kRate / 1.11) << pace;
+        EXPECT_LT(learnt, kRate / 0.89) << pace;
+    }
+}
+
 TEST_F(DeviceClockTest, StandsWhileTheDeviceGetsNothing) {
     ask(10);
     const auto handed = static_cast<double>(10 * kBlock);

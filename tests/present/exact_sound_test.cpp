@@ -338,6 +338,16 @@ TEST_F(ExactSoundTest, IsInStepWithAMasterWithinASecond) {
     }
 }
 
+TEST_F(ExactSoundTest, TellsHowFarItIsAheadOfItsMaster) {
+    master->set(mediaUs(), 1);
+    thread->setSyncObject(master);
+    play(1500);
+    EXPECT_NEAR(thread->getUnSyncSamples(), 0, 10 * 48);
+    master->set(master->us() - 60'000, 1);
+    play(30);
+    EXPECT_NEAR(thread->getUnSyncSamples(), 60 * 48, 20 * 48);
+}
+
 TEST_F(ExactSoundTest, FollowsAMasterThatRunsAtAnotherSpeed) {
     for (const double wanted : {0.25, 1.0, 2.0}) {
         for (const double ratio : {0.8, 0.999, 1.5}) {

@@ -355,6 +355,19 @@ TEST_F(ExactPictures, ArentHurriedAfterAStandstillWithoutAMaster) {
     EXPECT_EQ(drawnAtUs(80'000), 740'000);
 }
 
+TEST_F(ExactPictures, KeepTheirTimeWhereOneIsDrawnAgainInAPause) {
+    follow("none", 1);
+    output(0);
+    output(40'000);
+    FakeTime::advanceMs(10);
+    pause(true);
+    output(40'000);
+    FakeTime::advanceMs(300);
+    pause(false);
+    output(80'000);
+    EXPECT_EQ(drawnAtUs(80'000), 380'000);
+}
+
 TEST_F(ExactPictures, DontWaitForAMasterThatStandsStill) {
     follow("none", 1);
     const auto sound = std::make_shared<test::FakeMaster>(0);

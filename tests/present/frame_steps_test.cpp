@@ -70,6 +70,16 @@ TEST_F(FrameStepsTest, TakesTheFrontAwayIfThatIsShown) {
     EXPECT_FALSE(steps.isAsked());
 }
 
+TEST_F(FrameStepsTest, ShowsTheFirstThatComesAfterAllWereDropped) {
+    fill({80});
+    steps.showFront(80);
+    queue = {};
+    steps.cut(queue);
+    fill({400});
+    EXPECT_EQ(step(1), Outcome::Show);
+    EXPECT_EQ(front(), 400);
+}
+
 TEST_F(FrameStepsTest, WaitsForTheNextFrame) {
     fill({80});
     steps.showFront(80);

@@ -630,6 +630,16 @@ TEST_F(SDLRenderTest, ClosesItselfIfNobodyElseDid) {
         sdl.calls.clear();
     }
     EXPECT_EQ(sdl.calls.back(), "DestroyRenderer");
+    sdl.windowFrom = window;
+    sdl.failing = {"CreateRenderer"};
+    {
+        SDLRender forgotten;
+        EXPECT_FALSE(forgotten.init(WINDOW_TYPE_QT_WINID, reinterpret_cast<void*>(0x77), 320, 240, 25));
+        sdl.calls.clear();
+    }
+    EXPECT_THAT(sdl.calls, ElementsAre("DestroyWindow"));
+    window = nullptr;
+    SDL_SetHint(SDL_HINT_RENDER_SCALE_QUALITY, "nearest");
 }
 
 // A thread may have more than one window, and a host may call SDL on a thread of its own that draws here.

@@ -160,8 +160,11 @@ TEST_F(SnapshotTest, HasItsColorsUpToAnOddEdge) {
         EXPECT_THAT(png.pixels, testing::Each(IsNear(colorOf(yuv, false, false), 2))) << width << "x" << height;
     }
     // Without chroma at all.
-    const Png png = taken(*makePicture(0, 1, 1, yuv));
-    EXPECT_THAT(png.pixels, ElementsAre(IsNear(Rgb{98, 98, 98}, 2)));
+    for (const auto& [width, height] : {std::pair{1, 1}, {1, 4}, {4, 1}}) {
+        const Png png = taken(*makePicture(0, width, height, yuv));
+        ASSERT_EQ(png.pixels.size(), static_cast<size_t>(width * height));
+        EXPECT_THAT(png.pixels, testing::Each(IsNear(Rgb{98, 98, 98}, 2))) << width << "x" << height;
+    }
 }
 
 TEST_F(SnapshotTest, FailsWithALineInTheLog) {

@@ -37,6 +37,17 @@ TEST_F(VideoPlayThreadLive, PacesALiveSourceByTheArrivalOfItsPackets) {
     EXPECT_THAT(pictures(), ElementsAre(Shown{0, 0}, Shown{50, 40}, Shown{90, 80}));
 }
 
+TEST_F(VideoPlayThreadLive, PacesItByThatWithExactTimingToo) {
+    extrapolator.update(0);
+    VideoPlayThread exact(/*isLive=*/true, &timing, {.exactTiming = true});
+    exact.init(observer);
+    exact.addWindow(WINDOW_TYPE_QT_WINID, test::handle(3), 640, 480);
+    for (const int64_t pts : {0, 40, 80}) {
+        Peer::output(exact, makePicture(pts));
+    }
+    EXPECT_THAT(pictures(), ElementsAre(Shown{0, 0}, Shown{50, 40}, Shown{90, 80}));
+}
+
 TEST_F(VideoPlayThreadLive, GoesByTheFramesAsLongAsNothingIsKnownOfArrivals) {
     for (const int64_t pts : {0, 40, 80}) {
         Peer::output(live, makePicture(pts));

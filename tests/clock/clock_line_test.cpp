@@ -61,9 +61,18 @@ TEST_F(ClockLineTest, StandsWithItsClock) {
     EXPECT_LT(run(1, 1000, 200), 2);
 }
 
+TEST_F(ClockLineTest, ForgetsHowItRanSecondsAgo) {
+    run(1, 60'000, 0);
+    run(1.003, 2000, 0);
+    EXPECT_LT(run(1.003, 100, 0), 2);
+    EXPECT_NEAR(line.speed().value(), 1.003, 0.0015);
+}
+
 TEST_F(ClockLineTest, FollowsAJumpAtOnce) {
     run(2, 1000, 0);
     clockMs += 30'000;
+    run(2, 1, 0);
+    EXPECT_NEAR(line.speed().value(), 2, 0.1) << "of before the jump";
     EXPECT_LT(run(2, 100, 0), 1.6);
     EXPECT_NEAR(line.speed().value(), 2, 0.1);
     clockMs -= 70'000;
@@ -97,6 +106,10 @@ TEST_F(ClockLineTest, ForgetsAll) {
     EXPECT_FALSE(line.speed());
     line.add(7, kBeginUs);
     EXPECT_EQ(line.timeUs(), 7'500);
+    line.add(7, kBeginUs);
+    EXPECT_FALSE(line.speed()) << "both are of one moment";
+    line.add(8, kBeginUs + 1001);
+    EXPECT_TRUE(line.speed());
 }
 
 TEST_F(ClockLineTest, TakesAnyReading) {

@@ -68,6 +68,18 @@ TEST_F(ExactClockTest, IsSetByASeekInAPauseAndOutside) {
     EXPECT_EQ(clock.getSyncPts(), 9010);
 }
 
+TEST_F(ExactClockTest, StandsAtTheTimeThatAPauseKeeps) {
+    ExactClock clock(1);
+    for (const int64_t pts : {7000, 0}) {
+        FakeTime::advanceMs(1000);
+        clock.save(pts);
+        FakeTime::advanceMs(1000);
+        EXPECT_EQ(clock.getSyncPts(), pts);
+        clock.restore();
+        EXPECT_EQ(clock.getSyncPts(), pts);
+    }
+}
+
 TEST_F(ExactClockTest, TakesAnySpeed) {
     ExactClock clock(0);
     for (const double speed : {0.0, -5.0, std::nan(""), HUGE_VAL, 1e-300}) {

@@ -50,6 +50,14 @@ TEST_F(MasterClockTest, SkipsTheTimeBetweenSaveAndRestore) {
     EXPECT_EQ(clock.getSyncPts(), 3020);
 }
 
+TEST_F(MasterClockTest, RunsOnFromATimeThatItIsSetTo) {
+    MasterClock clock;
+    FakeTime::advanceMs(3000);
+    clock.rebase(500);
+    FakeTime::advanceMs(20);
+    EXPECT_EQ(clock.getSyncPts(), 520);
+}
+
 TEST_F(MasterClockTest, SavesZeroAsATime) {
     MasterClock clock;
     FakeTime::advanceMs(3000);

@@ -72,6 +72,18 @@ TEST(InputLoop, IsReadWhenPicturesAndSoundAre) {
     EXPECT_TRUE(loop.isRead(true, true));
 }
 
+TEST(InputLoop, WaitsForThePicturesWhereSoundIsReadFirst) {
+    InputLoop loop;
+    loop.ask(Loop{0, 1000});
+    loop.take();
+    EXPECT_TRUE(loop.isBehind(Stream::Sound, 1'000'000));
+    EXPECT_FALSE(loop.isRead(true, true));
+    EXPECT_TRUE(loop.isRead(false, true));
+    loop.ask(Loop{0, 5000});
+    loop.take();
+    EXPECT_FALSE(loop.isEndMet()) << "that was the end of another one";
+}
+
 TEST(InputLoop, DoesntWaitForAStreamThatIsOver) {
     InputLoop loop;
     loop.ask(Loop{0, 1000});
@@ -124,6 +136,17 @@ TEST(InputLoop, IsGivenUpWhereWhatIsReadIsNeverHandedOn) {
     for (int turn = 0; turn < 3; ++turn) {
         EXPECT_FALSE(loop.isBehind(Stream::Pictures, 500'000));
         EXPECT_EQ(loop.goRound(1'000'000), turn < 2);
+    }
+}
+
+TEST(InputLoop, IsGivenUpWhereOnlyWhatLeadsIntoItIsHandedOn) {
+    InputLoop loop;
+    loop.ask(Loop{1000, 2000});
+    loop.take();
+    for (int turn = 0; turn < 4; ++turn) {
+        loop.noteHandedOn(500'000);
+        loop.noteHandedOn(2'000'000);
+        EXPECT_EQ(loop.goRound(2'000'000), turn < 3);
     }
 }
 
@@ -227,9 +250,29 @@ TEST(InputLoop, GoesBackToATurnBeforeForAStep) {
     EXPECT_TRUE(loop.turn()->holds(6000));
     EXPECT_EQ(loop.filmMs(7999), 3999);
     EXPECT_EQ(loop.filmMs(5999), 3999);
+    EXPECT_EQ(loop.lastFromMs(), 6000);
+    EXPECT_TRUE(loop.isBent());
     readTurn(loop, 0, 60'000'000);
     ASSERT_TRUE(loop.goRound(4'000'000));
     EXPECT_EQ(loop.filmMs(8000), 2000);
+}
+
+TEST(InputLoop, GoesBackToATurnThatIsNotKnownAnyMore) {
+    for (const bool isOn : {true, false}) {
+        InputLoop loop;
+        loop.ask(isOn ? std::optional(Loop{2000, 4000}) : std::nullopt);
+        loop.take();
+        loop.seek(7999, 4000);
+        EXPECT_EQ(loop.turn()->shiftMs, 4000);
+        EXPECT_EQ(loop.turn()->shiftUs, 4'000'000);
+        EXPECT_EQ(loop.turn()->toUs, isOn ? 4'000'000 : LoopTurn::kOpen);
+        EXPECT_TRUE(loop.turn()->holds(4000)) << "also what lies before its beginning";
+        EXPECT_TRUE(loop.isBent());
+        EXPECT_EQ(loop.filmMs(5999), 1999);
+        loop.seek(1000, 0);
+        EXPECT_FALSE(loop.isBent());
+        EXPECT_EQ(loop.filmMs(5999), 5999);
+    }
 }
 
 }  // namespace

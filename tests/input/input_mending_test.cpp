@@ -3,6 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <utility>
+#include <vector>
+
+#include "input/demuxer_hooks.h"
 
 extern "C" {
 #include <libavcodec/packet.h>
@@ -115,6 +119,42 @@ TEST_F(InputMendingTest, WaitsForKeyFramesWhereThereAreSome) {
     InputMending standard;
     EXPECT_FALSE(standard.isShownUnmarked(packetAt(0), *stream_));
     EXPECT_FALSE(standard.isShownUnmarked(packetAt(60'000), *stream_));
+}
+
+TEST_F(InputMendingTest, WaitsByTheTimesOfDecoding) {
+    InputMending mending(true);
+    AVPacket packet = packetAt(9000);
+    packet.dts = 7000;
+    EXPECT_FALSE(mending.isShownUnmarked(packet, *stream_));
+    packet.dts = AV_NOPTS_VALUE;
+    EXPECT_TRUE(mending.isShownUnmarked(packet, *stream_)) << "there is no other time";
+}
+
+TEST_F(InputMendingTest, SeeksAheadOfAPlaceWhereNoPictureIsAKeyFrame) {
+    std::vector<std::pair<int64_t, int>> calls;
+    int failures = 0;
+    test::hooks().seekFile = [&](AVFormatContext*, int, int64_t, int64_t ts, int64_t maxTs, int flags) {
+        EXPECT_EQ(maxTs, 40'000'000);
+        calls.emplace_back(ts, flags);
+        return std::ssize(calls) <= failures ? -1 : 0;
+    };
+    const auto placesFor = [&](InputMending& mending, int64_t targetUs) {
+        calls.clear();
+        EXPECT_EQ(mending.seek(input_.get(), targetUs, 40'000'000), 0);
+        return calls;
+    };
+    using Places = std::vector<std::pair<int64_t, int>>;
+    InputMending mending(true);
+    EXPECT_EQ(placesFor(mending, 30'000'000), (Places{{30'000'000, 0}}));
+    mending.isShownUnmarked(packetAt(0), *stream_);
+    mending.isShownUnmarked(packetAt(2000), *stream_);
+    EXPECT_EQ(placesFor(mending, 30'000'000), (Places{{20'000'000, AVSEEK_FLAG_ANY}}));
+    EXPECT_EQ(placesFor(mending, 3'000'000), (Places{{0, AVSEEK_FLAG_ANY}}));
+    input_->start_time = 1'000'000;
+    EXPECT_EQ(placesFor(mending, 3'000'000), (Places{{1'000'000, AVSEEK_FLAG_ANY}}));
+    failures = 1;
+    EXPECT_EQ(placesFor(mending, 30'000'000), (Places{{20'000'000, AVSEEK_FLAG_ANY}, {30'000'000, 0}}));
+    test::resetHooks();
 }
 
 TEST_F(InputMendingTest, BelievesAnIndexThatHasNoKeyFrame) {

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <thread>
+#include <tuple>
 
 #include "input/stream_parser_fixture.h"
 #include "kelp_player/packet_sink.h"
@@ -22,6 +23,7 @@ class WritingSink : public ExternPacketSink {
 public:
     void onStreams(const std::vector<PacketStream>& streams) override {
         std::string text = "streams";
+        described = streams;
         for (const auto& stream : streams) {
             text += " " + std::to_string(stream.track) + ":" + stream.codec + ":" + std::to_string(stream.timeBaseNum) +
                     "/" + std::to_string(stream.timeBaseDen);
@@ -33,6 +35,7 @@ public:
         calls.push_back((packet.kind == TRACK_KIND_VIDEO ? "video " : "audio ") + std::to_string(packet.pts) +
                         (packet.isKeyFrame && packet.kind == TRACK_KIND_VIDEO ? " key" : ""));
         bytes.assign(packet.data, packet.data + packet.size);
+        told = packet;
         inPacket();
     }
     void onGap() override { calls.push_back("gap"); }
@@ -43,6 +46,8 @@ public:
     std::vector<std::string> calls;
     std::vector<uint8_t> bytes;  // of the last packet
     std::vector<uint8_t> configuration;
+    std::vector<PacketStream> described;  // what it points at is gone, as for the next
+    Packet told;
     std::function<void()> inPacket = [] {};
 };
 #pragma GCC diagnostic pop
@@ -62,6 +67,47 @@ TEST_F(PacketOutletTest, TellsTheStreamsAndThenThePacketsInTheirOrder) {
     script.video(-3600).audio(0).key(0).audio(1024).video(3600);
     runScript();
     EXPECT_THAT(sink.calls, ElementsAre(kStreams, "audio 0", "video 0 key", "audio 1024", "video 3600", "end"));
+}
+
+TEST_F(PacketOutletTest, TellsAllThatIsKnownOfStreamsAndPackets) {
+    use(&sink);
+    SyntheticInput input;
+    input.streams[0].timeBase = {2, 45'000};
+    input.streams[0].avgFrameRate = {25, 2};
+    input.streams[1].channels = 1;
+    ASSERT_TRUE(open(input));
+    AVPacket read{};
+    script.packet([&](AVPacket* packet) {
+        av_new_packet(packet, 3);
+        packet->stream_index = 1;
+        packet->pts = 300;
+        packet->dts = 200;
+        packet->duration = 100;
+        read = *packet;
+    });
+    runScript();
+    ASSERT_EQ(sink.described.size(), 2U);
+    const auto& [pictures, sound] = std::tie(sink.described[0], sink.described[1]);
+    EXPECT_EQ(pictures.kind, TRACK_KIND_VIDEO);
+    EXPECT_EQ(pictures.timeBaseNum, 2);
+    EXPECT_EQ(pictures.timeBaseDen, 45'000);
+    EXPECT_EQ(pictures.width, 320);
+    EXPECT_EQ(pictures.height, 240);
+    EXPECT_EQ(pictures.frameRate, 12.5);
+    EXPECT_TRUE(pictures.parameters);
+    EXPECT_EQ(sound.kind, TRACK_KIND_AUDIO);
+    EXPECT_EQ(sound.frameRate, 0);
+    EXPECT_EQ(sound.sampleRate, 44'100);
+    EXPECT_EQ(sound.channels, 1);
+    EXPECT_TRUE(sound.parameters);
+    EXPECT_EQ(sink.told.track, 1);
+    EXPECT_EQ(sink.told.kind, TRACK_KIND_AUDIO);
+    EXPECT_EQ(sink.told.pts, 300);
+    EXPECT_EQ(sink.told.dts, 200);
+    EXPECT_EQ(sink.told.duration, 100);
+    EXPECT_EQ(sink.told.data, read.data);
+    EXPECT_EQ(sink.told.size, 3);
+    EXPECT_TRUE(sink.told.packet);
 }
 
 TEST_F(PacketOutletTest, LeavesThePlaybackAsItIsWithoutASink) {
@@ -106,6 +152,21 @@ TEST_F(PacketOutletTest, TellsWherePacketsDoNotGoOn) {
     runScript();
     // The packet is the one that was being read when the seek was asked for.
     EXPECT_THAT(sink.calls, ElementsAre(kStreams, "video 0 key", "video 2696400", "gap", "video 2700000 key", "end"));
+}
+
+TEST_F(PacketOutletTest, TellsThatALiveSourceDoesNotGoOnBehindAPause) {
+    hooks().readPause = [this](AVFormatContext*) {
+        parser->pause(false);
+        return 0;
+    };
+    hooks().readPlay = [](AVFormatContext*) { return 0; };
+    use(&sink);
+    SyntheticInput input;
+    input.formatName = "rtsp";
+    ASSERT_TRUE(open(input));
+    script.key(0).then([this] { parser->pause(true); }).audio(0).key(3600);
+    runScript();
+    EXPECT_THAT(sink.calls, ElementsAre(kStreams, "video 0 key", "audio 0", "gap", "video 3600 key", "end"));
 }
 
 TEST_F(PacketOutletTest, TellsThatTheTurnsOfALoopDoNotGoOn) {

@@ -178,6 +178,27 @@ TEST_F(StreamParserLoop, ReadsFromAKeyFrameAndSoundBeforeItsStart) {
     EXPECT_EQ(observer->videoPackets().back()->turn->fromUs, 3'000'000);
 }
 
+TEST_F(StreamParserLoop, ReadsFromFartherBackWhereAKeyFrameIsTooLate) {
+    openFile();
+    parser->setLoop(Loop{3000, 4000});
+    script.key(3 * kSecond).audio(3 * kSoundSecond).key(4 * kSecond).audio(4 * kSoundSecond);
+    script.audio(2 * kSoundSecond).key(7 * kSecond / 2);
+    script.audio(2 * kSoundSecond).key(2 * kSecond);
+    runScript();
+    EXPECT_THAT(places, ElementsAre(3'000'000, 2'000'000));
+    EXPECT_THAT(pictures(), ElementsAre(std::pair(3., 3.), std::pair(2., 3.)));
+}
+
+TEST_F(StreamParserLoop, ChangesByWhatWasReadOfItsTurn) {
+    openFile();
+    parser->setLoop(Loop{0, 2000});
+    script.key(0).audio(0).video(3 * kSecond / 2).video(2 * kSecond).audio(2 * kSoundSecond);
+    script.key(0).then([this] { parser->setLoop(Loop{0, 1000}); }).audio(0).video(kSecond / 2);
+    runScript();
+    EXPECT_EQ(observer->count("loop changed ever"), 0);
+    EXPECT_EQ(observer->count("loop changed 2000"), 1);
+}
+
 TEST_F(StreamParserLoop, EndsWhereItIsTakenBack) {
     openFile();
     parser->setLoop(Loop{0, 1000});

@@ -5,8 +5,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -153,6 +155,20 @@ std::vector<std::string> picturesOf(const std::vector<std::string>& paths) {
     return pictures;
 }
 
+// When each picture is shown behind the first that is, in the order of the file.
+std::vector<double> timesMsOf(const std::string& path) {
+    const auto video = readVideo(path);
+    int64_t first = INT64_MAX;
+    for (const auto& frame : video.frames) {
+        first = std::min(first, frame.pts);
+    }
+    std::vector<double> times;
+    for (const auto& frame : video.frames) {
+        times.push_back(static_cast<double>(frame.pts - first) * 1000 / video.timeBaseDen);
+    }
+    return times;
+}
+
 class RecorderTest : public testing::Test {
 protected:
     RecorderTest() {
@@ -207,6 +223,7 @@ TEST_P(RecorderOf, HoldsEveryPictureAndAllOfTheSound) {
         recorder_.stop();
         EXPECT_THAT(told_.failures, IsEmpty());
         expectWhole({file});
+        EXPECT_EQ(timesMsOf(file), timesMsOf(film_));
         EXPECT_EQ(soundPackets(file), soundPackets(from));
     }
     EXPECT_EQ(told_.begun.size(), 2U);
@@ -301,6 +318,7 @@ TEST_F(RecorderTest, TakesTimesThatBeginAnewInMidStream) {
         EXPECT_EQ(readVideo(file).frames.size(), static_cast<size_t>(2 * kPictures));
         EXPECT_EQ(complaintsOf(file), "");
     }
+    EXPECT_NEAR(static_cast<double>(told_.endedMs), 3 * 6100, 100);
 }
 
 TEST_F(RecorderTest, TakesASourceThatTellsNoTimesAtFirst) {

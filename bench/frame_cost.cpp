@@ -21,6 +21,16 @@
 namespace {
 
 constexpr std::chrono::milliseconds kPoll{10};
+constexpr std::chrono::minutes kAtMost{10};  // for either part: a film of the bench is far shorter
+
+template <class Condition>
+bool waitFor(Condition isThere) {
+    const auto end = std::chrono::steady_clock::now() + kAtMost;
+    while (!isThere() && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(kPoll);
+    }
+    return isThere();
+}
 
 double processSeconds() {
     timespec now{};
@@ -86,17 +96,13 @@ int main(int argc, char** argv) {
     player->addWindow(&sink, kelp::WINDOW_TYPE_EXTERN, 0, 0);
     player->setDataSource(argv[2], 0, &events);
     player->prepareAsync();
-    while (player->getTracks().empty() && !events.ended) {
-        std::this_thread::sleep_for(kPoll);
-    }
+    const bool isOpen = waitFor([&] { return !player->getTracks().empty() || events.ended; });
     const double begin = processSeconds();
     player->start();
-    while (!events.ended) {
-        std::this_thread::sleep_for(kPoll);
-    }
+    const bool isEnded = isOpen && waitFor([&] { return events.ended.load(); });
     const double seconds = processSeconds() - begin;
     std::printf("%f\n", seconds / static_cast<double>(player->getStatistics().video.shown) * 1e6);
     player->stop();
     kelp::TarnPlayer::destroy(player);
-    return events.failed ? 1 : 0;
+    return events.failed || !isEnded ? 1 : 0;
 }

@@ -7,6 +7,7 @@ import fcntl
 import os
 import pathlib
 import re
+import select
 import subprocess
 import time
 from typing import Any, Dict, Iterator, List, Tuple
@@ -50,6 +51,7 @@ class Screen:
             )
             os.close(writer)
             with os.fdopen(reader) as displays:
+                assert select.select([displays], [], [], LONG)[0], "no screen"
                 self.display = ":" + displays.readline().strip()
 
     def start(self, name: str, *arguments: str) -> "subprocess.Popen[str]":
@@ -71,7 +73,9 @@ class Screen:
         """As the cross in a window's frame does."""
         environment = {**TOOLS_ENVIRONMENT, "DISPLAY": self.display}
         found: List[str] = []
+        end = time.monotonic() + LONG
         while not found:
+            assert time.monotonic() < end, title
             words = ["xdotool", "search", "--sync", "--name", title]
             found = subprocess.run(words, env=environment, stdout=subprocess.PIPE, text=True, timeout=LONG).stdout.split()
         x11 = ctypes.CDLL("libX11.so.6")

@@ -151,6 +151,13 @@ const std::vector<CodecFile>& codecTable() {
         {"s16.w64", "", "pcm_s16le"},
         {"s16.voc", "", "pcm_s16le"},
         {"dfpwm.wav", "", "dfpwm"},
+        // Other rates and more channels than all of those above have.
+        {"eight_khz.wav", "", "pcm_u8 -ar 8000 -ac 1"},
+        {"four.wav", "", "pcm_f32le -ar 96000 -ac 4"},
+        {"surround.ac3", "", "ac3 -ac 6"},
+        {"surround.m4a", "", "alac -ar 88200 -ac 6"},
+        {"eight.flac", "", "flac -ar 192000 -ac 8"},
+        {"eight.mka", "", "libopus -ac 8"},
     };
     return table;
 }

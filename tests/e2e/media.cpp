@@ -77,6 +77,11 @@ const std::vector<MediaFile>& mediaTable() {
         {"tone.mp3", "MP3, sound only, stereo at 44100 Hz",
          "ffmpeg -f lavfi -i sine=frequency=440:sample_rate=44100:duration=3 -ac 2 -c:a libmp3lame {out}",
          0, 0, 0, 3000, false, 440},
+        {"sound_change.ts", "MPEG-TS, AAC, sound only; it goes from stereo at 48000 Hz to mono at 32000 Hz in its middle",
+         "ffmpeg -f lavfi -i sine=frequency=440:sample_rate=48000:duration=1.5 -ac 2 -c:a aac {tmp}/stereo.ts && "
+         "ffmpeg -f lavfi -i sine=frequency=440:sample_rate=32000:duration=1.5 -ac 1 -c:a aac -output_ts_offset 1.5 "
+         "{tmp}/mono.ts && cat {tmp}/stereo.ts {tmp}/mono.ts > {out}",
+         0, 0, 0, 3000, false, 440},
         {"rotated.mp4", "MP4, H.264 with a display matrix of 90 degrees",
          "turn {dir}/small.mp4 {out}",
          320, 180, 75, 3000, true, 440},

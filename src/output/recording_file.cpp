@@ -33,6 +33,9 @@ constexpr int64_t kLongestHeaderWaitUs = 2 * kLongestInterleavingUs;
 constexpr int64_t kMostHeldBytes = 16 << 20;       // of packets in libavformat, whatever times they tell
 constexpr int64_t kReorderedUs = 200'000;          // by which a picture is decoded before its time, where nobody tells
 constexpr int64_t kLargestJumpBackUs = 1'000'000;  // a time farther back is on another time line
+// So is one so far ahead, in the file's units: libavformat counts from packet to packet with 31 bits, and ends the
+// process where that isn't enough.
+constexpr int64_t kLargestJumpAhead = std::numeric_limits<int>::max() / 2;
 
 constexpr char kNoMemory[] = "there is no memory";
 
@@ -286,6 +289,7 @@ void RecordingFile::place(AVPacket& packet, Track& track) {
     }
     const AVRational base = track.stream->time_base;
     av_packet_rescale_ts(&packet, track.source->timeBase, base);
+    packet.duration = std::clamp<int64_t>(packet.duration, 0, kLargestJumpAhead);
     packet.stream_index = track.stream->index;
     packet.time_base = base;
     packet.pos = -1;
@@ -304,9 +308,13 @@ void RecordingFile::place(AVPacket& packet, Track& track) {
         packet.dts = track.hasTime ? std::min(packet.pts, std::max(track.lastDts + 1, earliest)) : packet.pts;
     }
     if (packet.dts != AV_NOPTS_VALUE) {
-        const int64_t longest = av_rescale_q(kLargestJumpBackUs, kMicroseconds, base);
-        if (track.hasTime && wrappingSubtract(track.lastDts, packet.dts) > longest) {
-            const int64_t by = wrappingSubtract(track.lastEnd, packet.dts);
+        const int64_t next = track.hasTime ? track.lastEnd : av_rescale_q(durationUs_, kMicroseconds, base);
+        const int64_t ahead = wrappingSubtract(packet.dts, next);
+        const bool isFarBack = track.hasTime ? wrappingSubtract(track.lastDts, packet.dts) >
+                                                   av_rescale_q(kLargestJumpBackUs, kMicroseconds, base)
+                                             : ahead < -kLargestJumpAhead;
+        if (isFarBack || ahead > kLargestJumpAhead) {
+            const int64_t by = wrappingSubtract(next, packet.dts);
             track.shift = wrappingAdd(track.shift, by);
             shiftBoth(by);
         }

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <thread>
 
@@ -299,6 +300,25 @@ TEST_F(HostileRecording, StaysInBoundsWhereTimesStandStill) {
         EXPECT_THAT(told_.failures, IsEmpty());
         EXPECT_GE(std::filesystem::file_size(file), 40 << 20);
         std::filesystem::remove(file);
+    }
+}
+
+// libavformat ends the process where two packets of a fragment are too far from each other.
+TEST_F(HostileRecording, GoesOnWhereTimesAreFarFromEachOther) {
+    constexpr int64_t kFar = std::numeric_limits<int64_t>::max();
+    for (const std::string ending : {"mp4", "mov", "mkv", "ts"}) {
+        const std::string file = path("far." + ending);
+        ASSERT_TRUE(recorder_.start(file));
+        tell(AV_CODEC_ID_MPEG4, {});
+        for (const int64_t time :
+             {int64_t{0}, int64_t{1} << 32, kFar / 2, kFar - 1, -kFar, -kFar / 2, int64_t{90'000}}) {
+            time_ = time;
+            give(Bytes(1000, 0xAA), /*isKeyFrame=*/true);
+            give(Bytes(1000, 0xAA), /*isKeyFrame=*/false);
+        }
+        recorder_.stop();
+        EXPECT_THAT(told_.failures, IsEmpty()) << file;
+        EXPECT_GE(std::filesystem::file_size(file), 14 * 1000) << file;
     }
 }
 

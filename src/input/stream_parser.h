@@ -276,6 +276,7 @@ private:
     std::atomic<bool> isQueueEmptied_{true};  // since the thread's last look behind the end
 
     PlaybackOptions playbackOptions_;  // guarded by mutex_
+    OptionMap partOptions_;            // what the open input opens itself goes by them; written by `open`
     // Until then a stop doesn't break off what the demuxer does. The thread's that closes, when no other one is in it.
     std::chrono::steady_clock::time_point farewellEnd_{};
 

@@ -260,6 +260,10 @@ bool StreamParser::openInput() {
         if (isBuffered(playbackOptions_)) {
             addReconnect(options, filePath_);
         }
+        if (isBuffered(playbackOptions_) && isRemote(filePath_)) {
+            partOptions_ = options;
+            reconnectParts(*formatContext_, partOptions_);
+        }
         for (const auto& [key, value] : options) {
             Log::Debug(TAG, "%s, set key:%s, value:%s\n", "open", key.c_str(), value.c_str());
             av_dict_set(&dictionary.entries, key.c_str(), value.c_str(), 0);

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <list>
 #include <mutex>
 #include <string>
@@ -9,28 +11,33 @@
 
 namespace kelp::test {
 
-// An HTTP server on the loopback address that has one file, whatever it is asked for, from any byte on. It can be slow,
-// stand still at some byte, and drop the connection there.
+// An HTTP server on the loopback address that has the files of one folder, from any byte on. It can be slow, lack a
+// file, stand still at some byte of one, and drop the connection there.
 class HttpServer {
 public:
+    // `path`: the film, with what belongs to it in the same folder.
     explicit HttpServer(const std::string& path);
     ~HttpServer();
     HttpServer(const HttpServer&) = delete;
     HttpServer& operator=(const HttpServer&) = delete;
 
     std::string url() const;
-    int64_t size() const { return static_cast<int64_t>(file_.size()); }
+    // Of the film.
+    int64_t size() const { return size_; }
 
+    // Which file of the folder is held and dropped; from the start it is the film. And which one isn't there.
+    void setFaulty(const std::string& name) { faulty_ = name; }
+    void setMissing(const std::string& name) { missing_ = name; }
     // Sends no byte at `position` or behind it, until `release`.
     void holdAt(int64_t position) { heldAt_ = position; }
     void release() { heldAt_ = kNever; }
     // Hangs up at this byte, once.
     void dropAt(int64_t position) { droppedAt_ = position; }
-    // For each connection; 0 for as fast as can be.
+    // Of all connections together; 0 for as fast as can be.
     void setRate(int64_t bytesPerSecond) { rate_ = bytesPerSecond; }
 
     int requests() const { return requests_; }
-    // Of the file, in all connections.
+    // Of the files, in all connections.
     int64_t sent() const { return sent_; }
 
 private:
@@ -39,8 +46,14 @@ private:
     void run();
     void serve(int connection);
     bool answer(int connection, const std::string& request);
+    // How many of `wanted` bytes may go now.
+    int64_t allowed(int64_t wanted);
 
-    std::string file_;
+    const std::filesystem::path film_;
+    const int64_t size_;
+    // Set before there is a connection.
+    std::string faulty_;
+    std::string missing_;
     int listener_ = -1;
     int port_ = 0;
     std::atomic<int64_t> heldAt_{kNever};
@@ -49,7 +62,9 @@ private:
     std::atomic<int> requests_{0};
     std::atomic<int64_t> sent_{0};
     std::atomic<bool> stop_{false};
-    std::list<std::thread> connections_;  // run's
+    std::mutex mutex_;                              // guards freeAt_
+    std::chrono::steady_clock::time_point freeAt_;  // when what was sent has gone at the rate
+    std::list<std::thread> connections_;            // run's
     std::thread thread_;
 };
 

@@ -134,6 +134,17 @@ const std::vector<MediaFile>& mediaTable() {
          "size=$(stat -c %s {tmp}/fast.mp4); head -c $((size / 2)) {tmp}/fast.mp4 > {out}", 320, 180, 0, 0, false, 0},
         {"faststart.mp4", "the everyday case in small, with its index in front, as servers have it",
          "ffmpeg -i {dir}/small.mp4 -c copy -movflags +faststart {out}", 320, 180, 75, 3000, true, 440},
+        // Their segments of a second each lie beside them, under names that begin like theirs.
+        {"hls_ts.m3u8", "HLS with segments in MPEG-TS",
+         "ffmpeg -i {dir}/small.mp4 -c copy -f hls -hls_time 1 -hls_playlist_type vod "
+         "-hls_segment_filename {dir}/hls_ts_%d.ts {out}", 320, 180, 75, 3000, true, 440},
+        {"hls_fmp4.m3u8", "HLS with segments in fragmented MP4",
+         "ffmpeg -i {dir}/small.mp4 -c copy -f hls -hls_time 1 -hls_playlist_type vod -hls_segment_type fmp4 "
+         "-hls_fmp4_init_filename hls_fmp4_init.mp4 -hls_segment_filename {dir}/hls_fmp4_%d.m4s {out}",
+         320, 180, 75, 3000, true, 440},
+        {"dash.mpd", "DASH, picture and sound in segments of their own",
+         "ffmpeg -i {dir}/small.mp4 -c copy -f dash -seg_duration 1 -init_seg_name 'dash_$RepresentationID$_init.mp4' "
+         "-media_seg_name 'dash_$RepresentationID$_$Number$.m4s' {out}", 320, 180, 75, 3000, true, 440},
         {"flipped.mp4", "an MP4 with 1% of its bytes changed",
          "perl -e 'binmode STDIN; binmode STDOUT; undef $/; $_ = <STDIN>; srand(7); "
          "for my $i (1 .. length($_) / 100) { substr($_, int(rand(length $_)), 1) = chr(int(rand(256))); } print' "

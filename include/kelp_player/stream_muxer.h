@@ -101,7 +101,6 @@ public:
     void close();
 
 private:
-    bool writesFile() const;
     // Ends the output, if it was begun and not ended yet.
     void writeEnd();
 

@@ -72,6 +72,10 @@ struct Dictionary {
     AVDictionary* entries = nullptr;
 };
 
+bool writesFile(const AVOutputFormat& format) {
+    return std::strcmp(format.name, kFileMuxer) == 0;
+}
+
 }  // namespace
 
 StreamMuxer::StreamMuxer() : options_{{"rtsp_transport", "tcp"}, {"stimeout", "500000"}} {
@@ -122,7 +126,7 @@ bool StreamMuxer::open(const std::string& filePath, std::shared_ptr<CodecInfo> c
               static_cast<int>(parameters.codec_id));
 
     const auto said = std::span(parameters.extradata, static_cast<size_t>(parameters.extradata_size));
-    if (writesFile() && !areCountsBounded(parameters.codec_id, said)) {
+    if (writesFile(*outputFormat_) && !areCountsBounded(parameters.codec_id, said)) {
         Log::Error(kTag, "%s, broken parameter sets\n", "open");
         return false;
     }
@@ -164,7 +168,7 @@ bool StreamMuxer::outputFrame(unsigned char* data, unsigned int size, int64_t pt
     // The MP4 muxer makes the description of the stream out of the first one.
     const AVCodecParameters& parameters = *stream_->codecpar;
     const bool describes = stream_->nb_frames == 0 && parameters.extradata_size == 0;
-    if (describes && writesFile() && !areCountsBounded(parameters.codec_id, {data, size})) {
+    if (describes && writesFile(*outputFormat_) && !areCountsBounded(parameters.codec_id, {data, size})) {
         Log::Error(kTag, "%s, broken parameter sets\n", "outputFrame");
         return false;
     }
@@ -200,7 +204,7 @@ void StreamMuxer::stop() {
 
 void StreamMuxer::close() {
     // The streaming muxers give back what they hold, connections included, at their end only.
-    if (formatContext_ && !writesFile()) {
+    if (formatContext_ && !writesFile(*outputFormat_)) {
         writeEnd();
     }
     if (formatContext_ && !(outputFormat_->flags & AVFMT_NOFILE)) {
@@ -212,10 +216,6 @@ void StreamMuxer::close() {
     stream_ = nullptr;
     headerWritten_ = false;
     Log::Info(kTag, "%s, succeed!\n", "close");
-}
-
-bool StreamMuxer::writesFile() const {
-    return std::strcmp(outputFormat_->name, kFileMuxer) == 0;
 }
 
 void StreamMuxer::writeEnd() {

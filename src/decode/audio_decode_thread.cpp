@@ -157,12 +157,6 @@ void AudioDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
     }
 }
 
-void AudioDecodeThread::onDecodedAll() {
-    if (observer_) {
-        observer_->onAudioDecodedAll();
-    }
-}
-
 void AudioDecodeThread::onSeek(int seekTimeMs, bool flush) {
     Log::Debug(kTag, "%s\n", "onSeek");
     if (flush) {

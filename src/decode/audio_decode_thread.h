@@ -35,8 +35,6 @@ public:
     virtual int64_t seenMs() { return -1; }
     // A packet has left the queue, and is about to be decoded.
     virtual void onAudioPacketTaken() {}
-    // All packets that have come are decoded.
-    virtual void onAudioDecodedAll() {}
 
     virtual void onAudioDecodeSeek(int seekTimeMs, bool flush) = 0;
     // The input has ended, and all frames were handed on; until a seek, or another track.
@@ -100,7 +98,6 @@ public:
 private:
     bool canDecode() override;
     void decode(std::shared_ptr<MediaPacket> packet) override;
-    void onDecodedAll() override;
     void onSeek(int seekTimeMs, bool flush) override;
     void onExit() override;
     bool openDecoder(AudioCodecType codecType, const void* codecParameters);

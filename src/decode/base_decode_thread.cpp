@@ -55,9 +55,6 @@ void BaseDecodeThread::Run() {
         if (packet) {
             decode(std::move(packet));
             decoding_ = false;
-            if (level_.count() == 0) {
-                onDecodedAll();
-            }
         }
     }
 

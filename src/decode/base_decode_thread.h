@@ -104,8 +104,6 @@ private:
     // So many packets were dropped for that, and so many are taken whose frames are for nobody.
     virtual void onLeftOut(int /*dropped*/, int /*undelivered*/) {}
     virtual void decode(std::shared_ptr<MediaPacket> packet) = 0;
-    // That has come to its end behind an empty queue: nothing is being decoded any more.
-    virtual void onDecodedAll() {}
     // A seek is here. With `flush` the decode thread serves it; without, `clearBuffer` calls on its caller's thread
     // and with queueMutex_ held, so that nothing called from here may come back to this class.
     virtual void onSeek(int seekTimeMs, bool flush) = 0;

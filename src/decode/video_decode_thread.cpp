@@ -154,12 +154,6 @@ void VideoDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
     }
 }
 
-void VideoDecodeThread::onDecodedAll() {
-    if (observer_) {
-        observer_->onVideoDecodedAll();
-    }
-}
-
 void VideoDecodeThread::onSeek(int seekTimeMs, bool flush) {
     Log::Debug(kName, "%s, seekTimeMs:%d, flush:%d\n", "onSeek", seekTimeMs, flush);
     if (flush) {

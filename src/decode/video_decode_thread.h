@@ -32,8 +32,6 @@ public:
     virtual int onVideoFrameQueueSize() = 0;
     // A packet has left the queue, and is about to be decoded, or was left out.
     virtual void onVideoPacketTaken() {}
-    // All packets that have come are decoded.
-    virtual void onVideoDecodedAll() {}
     // Which time is to be shown now, in milliseconds; nothing where pictures may come as they do. The packet queue's
     // lock is held.
     virtual std::optional<int64_t> onVideoDue() { return std::nullopt; }
@@ -96,7 +94,6 @@ private:
     std::optional<int64_t> dueMs() override;
     void onLeftOut(int dropped, int undelivered) override;
     void decode(std::shared_ptr<MediaPacket> packet) override;
-    void onDecodedAll() override;
     void onSeek(int seekTimeMs, bool flush) override;
     void onExit() override;
     bool openDecoder(VideoCodecType codecType, const void* codecParameters, PixFormat pixFormat);

@@ -108,10 +108,6 @@ public:
     // are faster than its 100 ms. Any thread, under any lock.
     void packetTaken();
 
-    // A queue behind has run empty, or all that came out of it is decoded. Ends the rest between two looks behind the
-    // end of the input, ahead of its 100 ms. Any thread, under any lock.
-    void queueEmptied();
-
     // Whether more is being read: the input isn't over, and not enough waits. Any thread.
     bool isReading() const { return reading_.load(std::memory_order_relaxed); }
 
@@ -271,9 +267,7 @@ private:
     ReadCounts audioRead_;
     std::atomic<bool> reading_{false};
     std::atomic<bool> inBreakableRead_{false};  // the demuxer may ask on a thread of its own
-    // Packets to be taken until the thread reads on that rests before full queues, or until a seek has emptied them.
-    std::atomic<int> untilLow_{0};
-    std::atomic<bool> isQueueEmptied_{true};  // since the thread's last look behind the end
+    std::atomic<int> untilLow_{0};  // packets to be taken until the thread that rests before full queues reads on
 
     PlaybackOptions playbackOptions_;  // guarded by mutex_
     OptionMap partOptions_;            // what the open input opens itself goes by them; written by `open`

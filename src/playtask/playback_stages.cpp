@@ -98,27 +98,15 @@ void PlaybackStages::onPacketTaken() {
     }
 }
 
-void PlaybackStages::onQueueEmpty() {
-    if (streamParser_) {
-        streamParser_->queueEmptied();
-    }
-}
-
-void PlaybackStages::onVideoFramesTaken(int left) {
+void PlaybackStages::onVideoFramesTaken(int /*left*/) {
     if (const auto videoDecode = videoDecodeThread_.load()) {
         videoDecode->framesTaken();
-    }
-    if (left == 0) {
-        onQueueEmpty();
     }
 }
 
 void PlaybackStages::onAudioFramesTaken(int left) {
     if (const auto audioDecode = audioDecodeThread_.load()) {
         audioDecode->framesTaken(left);
-    }
-    if (left == 0) {
-        onQueueEmpty();
     }
 }
 

@@ -57,10 +57,6 @@ protected:
     void onAudioPacketTaken() override { onPacketTaken(); }
     void onVideoFramesTaken(int left) override;
     void onAudioFramesTaken(int left) override;
-    // Maybe the last thing that the end of the film waits for.
-    void onQueueEmpty();
-    void onVideoDecodedAll() override { onQueueEmpty(); }
-    void onAudioDecodedAll() override { onQueueEmpty(); }
 
     int onSpeedUpSamples() override;
     void onSoundReadAgain() override;

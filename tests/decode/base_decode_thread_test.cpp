@@ -149,21 +149,6 @@ TEST_F(BaseDecodeThreadTest, TellsThatAPacketBesideTheQueueIsBeingDecoded) {
     EXPECT_TRUE(isDecoding);
 }
 
-TEST_F(BaseDecodeThreadTest, TellsThatNothingIsLeftToBeDecoded) {
-    std::vector<std::string> told;
-    thread_.onAll = [&] {
-        told.push_back(std::to_string(thread_.getQueuePacketSize()) + (thread_.isDecoding() ? " decoding" : ""));
-    };
-    for (int i = 1; i <= 3; ++i) {
-        thread_.fillPacket(makePacket(i));
-    }
-    thread_.start();
-    thread_.waitForEvents(3);
-    ASSERT_TRUE(thread_.waitUntilAsleep());
-    thread_.stop();
-    EXPECT_THAT(told, ElementsAre("0"));
-}
-
 TEST_F(BaseDecodeThreadTest, KeepsPacketsWhileThereIsNoRoomAndServesASeekAllTheSame) {
     std::atomic<bool> room{false};
     thread_.onCanDecode = [&] { return room.load(); };

@@ -23,7 +23,6 @@ public:
 
     std::function<bool()> onCanDecode = [] { return true; };
     std::function<void(MediaPacket&)> onDecode;
-    std::function<void()> onAll = [] {};
     std::function<void(int, bool)> onSeeking;
 
     // Every event so far but "can".
@@ -37,7 +36,6 @@ public:
 private:
     bool canDecode() override;
     void decode(std::shared_ptr<MediaPacket> packet) override;
-    void onDecodedAll() override { onAll(); }
     void onSeek(int seekTimeMs, bool flush) override;
     void onExit() override;
 

@@ -221,49 +221,6 @@ TEST_F(StreamParserRest, AfterTheEndEndsForASeekAndForAPausesEnd) {
     EXPECT_TRUE(observer->waitFor("first audio 0"));
 }
 
-TEST_F(StreamParserRest, AfterTheEndEndsWhenAQueueHasRunEmpty) {
-    ASSERT_TRUE(open());
-    script.endOfFile();
-    observer->videoFrames_ = observer->audioFrames_ = 1;
-    parser->pause(true);
-    startStepping();
-    parser->queueEmptied();  // in a pause there is no end to tell
-    EXPECT_EQ(FakeTime::sleepCount(), 1);
-    parser->pause(false);
-    ASSERT_TRUE(FakeTime::waitForSleepers(1));
-    observer->videoFrames_ = 0;
-    parser->queueEmptied();
-    ASSERT_TRUE(FakeTime::waitForSleepers(1));
-    EXPECT_THAT(FakeTime::sleeps(), ElementsAre(100, 100, 100));
-    EXPECT_EQ(observer->count("completed"), 0);
-    observer->audioFrames_ = 0;
-    parser->queueEmptied();
-    EXPECT_TRUE(observer->waitFor("completed"));
-    ASSERT_TRUE(FakeTime::waitForSleepers(1));
-    EXPECT_EQ(FakeTime::nowMs(), 1'000'000);
-    parser->queueEmptied();
-    EXPECT_TRUE(isResting());
-    EXPECT_EQ(FakeTime::sleepCount(), 4);
-}
-
-TEST_F(StreamParserRest, AfterTheEndDoesNotBeginForAQueueThatRunsEmptyDuringTheLook) {
-    ASSERT_TRUE(open());
-    script.endOfFile();
-    observer->videoPackets_ = 1;
-    observer->recordPolls = true;
-    observer->onEvent = [this, looks = -1](const std::string& event) mutable {
-        looks += event == "file end -1 -1" || (event == "vq" && looks >= 0);
-        if (event == "vq" && looks == 1) {
-            parser->queueEmptied();
-        } else if (event == "vq" && looks == 2) {
-            observer->videoPackets_ = 0;
-        }
-    };
-    startStepping();
-    EXPECT_EQ(observer->count("completed"), 1);
-    EXPECT_EQ(FakeTime::nowMs(), 1'000'000);
-}
-
 TEST_F(StreamParserRest, AfterAnErrorEndsForASeekAndNotForAPause) {
     ASSERT_TRUE(open());
     script.error(AVERROR(EAGAIN), 2).audio(0);
@@ -294,21 +251,6 @@ TEST_F(StreamParserRest, UntilTheQueuesAreEmptyEndsForNoRequest) {
     observer->audioPackets_ = 0;
     FakeTime::advanceMs(1);
     EXPECT_TRUE(observer->waitFor("seek start 2000"));
-}
-
-TEST_F(StreamParserRest, UntilTheQueuesAreEmptyEndsWhenTheLastPacketIsTaken) {
-    ASSERT_TRUE(open());
-    observer->audioPackets_ = 2;
-    parser->seek(1000);
-    startStepping();
-    observer->audioPackets_ = 1;
-    parser->packetTaken();
-    EXPECT_TRUE(isResting());
-    EXPECT_EQ(FakeTime::sleepCount(), 1);
-    observer->audioPackets_ = 0;
-    parser->packetTaken();
-    EXPECT_TRUE(observer->waitFor("seek completed"));
-    EXPECT_EQ(FakeTime::nowMs(), 1'000'000);
 }
 
 TEST_F(StreamParserRest, EndsForAStop) {

@@ -95,20 +95,6 @@ TEST_F(PlayTaskPipeline, PlaysPicturesAlone) {
     EXPECT_THAT(under.eventsOf(EVENT_FIRST_AUDIO_FRAME), IsEmpty());
 }
 
-TEST_F(PlayTaskPipeline, TellsItsEndAsSoonAsTheQueuesAreEmpty) {
-    load("video.mp4");
-    FakeTime::setManual(true);
-    ASSERT_TRUE(under.task->play());
-    ASSERT_TRUE(TaskUnderTest::waitUntil([&] { return under.fromParser().onVideoFrameQueueSize() == 3; }));
-    constexpr int kThreads = 3;  // the worker's, the parser's and the pictures'
-    while (under.fromParser().onVideoPacketQueueSize() > 0 || under.fromParser().isDecoding() ||
-           under.fromParser().onVideoFrameQueueSize() > 0) {
-        ASSERT_TRUE(FakeTime::runFor(1, kThreads));
-    }
-    EXPECT_TRUE(under.waitFor(EVENT_COMPLETED));  // on another thread, while no time passes
-    FakeTime::setManual(false);
-}
-
 TEST_F(PlayTaskPipeline, PlaysSoundAlone) {
     load("audio.mp4");
     ASSERT_TRUE(under.task->play());

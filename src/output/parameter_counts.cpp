@@ -98,7 +98,7 @@ void skipH264ScalingLists(Bits& bits, int lists) {
         int last = 8;
         int next = 8;
         for (int left = list < 6 ? 16 : 64; left > 0 && next != 0; --left) {
-            next = (last + bits.signedCode()) & 255;
+            next = (last + (bits.signedCode() & 255)) & 255;
             last = next;
         }
     }

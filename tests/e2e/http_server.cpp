@@ -26,8 +26,8 @@ constexpr std::chrono::milliseconds kLateAtMost{100};  // behind the rate, to be
 HttpServer::HttpServer(const std::string& path)
     : film_(path),
       size_(static_cast<int64_t>(std::filesystem::file_size(film_))),
-      faulty_(film_.filename()),
-      listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+      listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)),
+      faulty_(film_.filename()) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -107,13 +107,19 @@ bool HttpServer::answer(int connection, const std::string& request) {
     const size_t nameAt = request.find('/') + 1;
     const std::string name = request.substr(nameAt, request.find(' ', nameAt) - nameAt);
     std::ifstream in(film_.parent_path() / name, std::ios::binary);
-    if (!in || name == missing_) {
+    bool isMissing = !in;
+    bool isFaulty = false;
+    {
+        std::lock_guard lock(mutex_);
+        isMissing = isMissing || name == missing_;
+        isFaulty = name == faulty_;
+    }
+    if (isMissing) {
         const std::string none = "HTTP/1.1 404 Not Found\r\nConnection: close\r\nContent-Length: 0\r\n\r\n";
         return send(connection, none.data(), none.size(), MSG_NOSIGNAL) > 0;
     }
     const std::string file(std::istreambuf_iterator<char>(in), {});
     const auto size = static_cast<int64_t>(file.size());
-    const bool isFaulty = name == faulty_;
     const size_t range = request.find("Range: bytes=");
     int64_t position = range == std::string::npos ? 0 : std::atoll(request.c_str() + range + 13);
     position = std::clamp<int64_t>(position, 0, size);

@@ -26,8 +26,14 @@ public:
     int64_t size() const { return size_; }
 
     // Which file of the folder is held and dropped; from the start it is the film. And which one isn't there.
-    void setFaulty(const std::string& name) { faulty_ = name; }
-    void setMissing(const std::string& name) { missing_ = name; }
+    void setFaulty(const std::string& name) {
+        std::lock_guard lock(mutex_);
+        faulty_ = name;
+    }
+    void setMissing(const std::string& name) {
+        std::lock_guard lock(mutex_);
+        missing_ = name;
+    }
     // Sends no byte at `position` or behind it, until `release`.
     void holdAt(int64_t position) { heldAt_ = position; }
     void release() { heldAt_ = kNever; }
@@ -51,9 +57,6 @@ private:
 
     const std::filesystem::path film_;
     const int64_t size_;
-    // Set before there is a connection.
-    std::string faulty_;
-    std::string missing_;
     int listener_ = -1;
     int port_ = 0;
     std::atomic<int64_t> heldAt_{kNever};
@@ -62,7 +65,9 @@ private:
     std::atomic<int> requests_{0};
     std::atomic<int64_t> sent_{0};
     std::atomic<bool> stop_{false};
-    std::mutex mutex_;                              // guards freeAt_
+    std::mutex mutex_;  // guards the next three
+    std::string faulty_;
+    std::string missing_;
     std::chrono::steady_clock::time_point freeAt_;  // when what was sent has gone at the rate
     std::list<std::thread> connections_;            // run's
     std::thread thread_;

@@ -16,8 +16,23 @@ namespace kelp {
 
 constexpr char kTag[] = "VideoPlayThread";
 constexpr int64_t kServeUs = 15'000;  // windows are served that often while a frame waits, if they want it
+constexpr int64_t kTogetherUs = 5'000;
 constexpr int64_t kDryMs = 500;
 constexpr int64_t kMaxRestUs = 50'000;  // a window's size and the wall clock may have changed, and nobody tells
+
+namespace {
+
+// How long to rest, kServeUs at most, where a frame waits for `leftUs`. All threads that serve a sink wake at the same
+// times, the multiples of kTogetherUs by the steady clock, so that a processor wakes for many of them at once; but for
+// one that would rest once more for that.
+int64_t restToServe(int64_t leftUs) {
+    const int64_t fullUs = std::min(kServeUs, leftUs);
+    const int64_t earlierUs = (KelpTime::getSteadyUs() + kServeUs) % kTogetherUs;
+    const int64_t spareUs = (kServeUs - leftUs % kServeUs) % kServeUs;
+    return leftUs > kServeUs && earlierUs <= spareUs ? fullUs - earlierUs : fullUs;
+}
+
+}  // namespace
 
 VideoPlayThread::VideoPlayThread(bool isLive, RenderTiming* renderTiming, const PlaybackOptions& options)
     : BasePlayThread("VideoPlayThread", /*keepFrames=*/0),
@@ -220,7 +235,8 @@ void VideoPlayThread::serveAndRest(unsigned int changes) {
     const int64_t leftUs = timing_->leftUs(timing_->nowUs());
     const int64_t restUs = std::min({std::max(keptUs, kServeUs), kMaxRestUs, leftUs});
     const bool isOften = wasAsked || restUs <= kServeUs;
-    restUntilSeek(isOften ? std::min(kServeUs, leftUs) : restUs,
+    const int64_t oftenUs = wasAsked ? std::min(kServeUs, leftUs) : restToServe(leftUs);
+    restUntilSeek(isOften ? oftenUs : restUs,
                   [&] { return timing_->changes() != changes || isStepDue() || (!isOften && serveAsked_); });
 }
 

@@ -3,8 +3,10 @@
 namespace kelp {
 namespace {
 
+using test::FakeTime;
 using test::handle;
 using test::LogCapture;
+using test::Shown;
 using testing::ElementsAre;
 using Peer = VideoPlayThreadPeer;
 
@@ -90,6 +92,35 @@ TEST_F(VideoPlayThreadWindows, AreServedWhileALongFrameWaits) {
     EXPECT_THAT(renders.calls(), ElementsAre("1 fill 0", "1 refresh", "1 fill 0", "1 refresh",  // at 0 and 15
                                              "1 size 800x600", "1 fill 0", "1 refresh",         // at 30
                                              "1 fill 60", "1 refresh"));  // at 60, after a sleep of 15
+}
+
+// Players whose pictures come at different times wake together in between.
+TEST_F(VideoPlayThreadWindows, AreServedAtMultiplesOf5Ms) {
+    output(0);
+    output(43);  // the window's adding was asked for
+    FakeTime::reset(FakeTime::nowMs());
+    output(83);
+    output(125);
+    EXPECT_THAT(FakeTime::sleeps(), ElementsAre(12, 15, 13, 12, 15, 15));
+    EXPECT_THAT(refreshes(), ElementsAre(Shown{0, 0}, Shown{0, 0}, Shown{15, 0}, Shown{43, 43}, Shown{43, 43},
+                                         Shown{55, 43}, Shown{83, 83}, Shown{83, 83}, Shown{95, 83}, Shown{125, 125}));
+}
+
+TEST_F(VideoPlayThreadWindows, AreServedNoMoreOftenForThatAndEvery15MsAtTheLatest) {
+    output(0);
+    FakeTime::advanceMs(1000);
+    int64_t pts = 1000;
+    output(pts);
+    for (int waitMs = 1; waitMs <= 100; ++waitMs) {
+        FakeTime::reset(FakeTime::nowMs());
+        const size_t drawn = renders.refreshes().size();
+        output(pts += waitMs);
+        const auto rests = FakeTime::sleeps();
+        EXPECT_EQ(rests.size(), static_cast<size_t>((waitMs + 14) / 15)) << waitMs;
+        EXPECT_EQ(renders.refreshes().size() - drawn, rests.size()) << waitMs;
+        EXPECT_THAT(rests, testing::Each(testing::Le(15))) << waitMs;
+        EXPECT_EQ(FakeTime::sleptMs(), waitMs);
+    }
 }
 
 }  // namespace

@@ -180,16 +180,19 @@ int64_t StreamParser::mpegTsSeekTarget(int64_t position, int64_t seekPosUs) {
     return std::max(wrappingSubtract(position, reserveUs), std::min<int64_t>(originUs_, 0));
 }
 
-// No time limit: the observer empties the queues, as onSeekStart asks it to.
+// No time limit: the observer empties the queues, as onSeekStart asks it to. What is taken from before the look on is
+// counted.
 void StreamParser::waitQueueDrain() {
     while (!isStopRequested() && observer_) {
+        untilLow_ = 0;
         const int audioQueueSize = observer_->onAudioPacketQueueSize();
         const int videoQueueSize = observer_->onVideoPacketQueueSize();
         if (audioQueueSize == 0 && videoQueueSize == 0) {
             return;
         }
         Log::Debug(TAG, "%s, aq:%d, vq:%d\n", "waitQueueDrain", audioQueueSize, videoQueueSize);
-        rest(kDrainRestMs);
+        untilLow_ += audioQueueSize + videoQueueSize;
+        rest(kDrainRestMs, [this] { return untilLow_ <= 0; });
     }
 }
 

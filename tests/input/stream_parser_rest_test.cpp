@@ -253,6 +253,21 @@ TEST_F(StreamParserRest, UntilTheQueuesAreEmptyEndsForNoRequest) {
     EXPECT_TRUE(observer->waitFor("seek start 2000"));
 }
 
+TEST_F(StreamParserRest, UntilTheQueuesAreEmptyEndsWhenTheLastPacketIsTaken) {
+    ASSERT_TRUE(open());
+    observer->audioPackets_ = 2;
+    parser->seek(1000);
+    startStepping();
+    observer->audioPackets_ = 1;
+    parser->packetTaken();
+    EXPECT_TRUE(isResting());
+    EXPECT_EQ(FakeTime::sleepCount(), 1);
+    observer->audioPackets_ = 0;
+    parser->packetTaken();
+    EXPECT_TRUE(observer->waitFor("seek completed"));
+    EXPECT_EQ(FakeTime::nowMs(), 1'000'000);
+}
+
 TEST_F(StreamParserRest, EndsForAStop) {
     const std::vector<std::function<void()>> ways{
         [&] { parser->pause(true); },                              // of a pause

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "present/audio_device_fixture.h"
+#include "runtime/allocation_counter.h"
 #include "support/log_capture.h"
 #include "support/temp_files.h"
 
@@ -49,6 +51,27 @@ TEST_F(SDLAudioOutputThreadsTest, AWriteWakesOnceForEachBlockThatTheDeviceTakes)
     }
     writer.join();
     EXPECT_EQ(FakeTime::sleepCount(), 3);
+}
+
+TEST_F(SDLAudioOutputThreadsTest, TheDevicesCallAllocatesNothingAlsoIfItWakesAWrite) {
+    ASSERT_TRUE(output->init({}));
+    FakeTime::setManual(true);
+    std::thread writer([this] { output->fillFrame(makeFrameOf(20000)); });
+    std::array<unsigned char, 4096> block{};
+    const auto allocations = [&] {
+        const int64_t before = AllocationCounter::count();
+        SDLAudioOutput::sdlAudioCallback(output.get(), block.data(), block.size());
+        return AllocationCounter::count() - before;
+    };
+    for (int blocks = 1; blocks <= 3; ++blocks) {
+        ASSERT_TRUE(FakeTime::waitForSleepers(1));
+        EXPECT_EQ(allocations(), 0);
+    }
+    writer.join();
+    for (const bool paused : {true, false}) {
+        output->pause(paused);
+        EXPECT_EQ(allocations(), 0);
+    }
 }
 
 // Nobody empties the ring: without a device, or while it is paused.

@@ -52,7 +52,7 @@ double nowMs() {
 class Watched {
 public:
     Watched(std::string name, const std::string& pipe, int deviceFrames)
-        : name_(std::move(name)), beeps_(pipe, deviceFrames) {}
+        : name_(std::move(name)), pipe_(pipe), beeps_(pipe, deviceFrames) {}
 
     // Returns when its sound device is open.
     bool play(const std::string& url, const char* liveDelay, TarnSyncClock* clock) {
@@ -60,6 +60,8 @@ public:
         player.setOption("log_level", "none");
         player.setOption("preset", "recommended");
         player.setOption("live_delay", liveDelay);
+        // Its own pipe by name: a device that is taken again mustn't open the pipe of the player that came last.
+        player.setOption("audio_device", pipe_.c_str());
         player.enableHwDecoder(false, HW_DECODE_NONE);
         player.setAVSyncMode(clock ? SYNC_MASTER_CLOCK : SYNC_MASTER_AUDIO);
         player.setExternSyncClock(clock, 0);
@@ -80,6 +82,7 @@ public:
 
 private:
     const std::string name_;
+    const std::string pipe_;
     test::Beeps beeps_;
     test::Flashes flashes_;
     test::Playback playback_;

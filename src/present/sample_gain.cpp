@@ -31,15 +31,21 @@ void SampleGain::apply(unsigned char* samples, size_t count) {
     const bool ramps = changes_ == Changes::Ramped;
     float rampedVolume = 0;
     float mute = 0;
-    for (size_t i = 0; i < count; ++i, samples += sizeof(int16_t)) {
+    size_t left = 0;  // samples of the present moment
+    for (size_t i = 0; i < count; ++i, --left, samples += sizeof(int16_t)) {
         const float volume = volume_.load(std::memory_order_relaxed);
-        if (i % channels_ == 0) {
+        if (left == 0) {
+            left = channels_;
             mute = muteRamp_.next(isMuted_.load(std::memory_order_relaxed) ? 0.0F : 1.0F);
             rampedVolume = ramps ? volumeRamp_.next(std::isnan(volume) ? 0.0F : volume) : 0.0F;
         }
+        const float gain = ramps ? rampedVolume : volume;
+        if (gain == 1 && mute == 1) {
+            continue;  // as it is
+        }
         int16_t sample;
         std::memcpy(&sample, samples, sizeof(sample));
-        sample = scale(sample, ramps ? rampedVolume : volume, mute);
+        sample = scale(sample, gain, mute);
         std::memcpy(samples, &sample, sizeof(sample));
     }
 }

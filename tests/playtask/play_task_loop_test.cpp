@@ -64,6 +64,14 @@ TEST_F(PlayTaskLoop, IsLeftOutByAPlaybackThatItDoesntFit) {
     ASSERT_TRUE(under.task->seek(1900));
 }
 
+TEST_F(PlayTaskLoop, ComesWithAPlaybackThatRuns) {
+    load("video.mp4");
+    ASSERT_TRUE(under.task->play());
+    ASSERT_TRUE(under.waitFor(EVENT_FIRST_VIDEO_FRAME));
+    ASSERT_TRUE(under.task->setLoop(0, kFilmEnd));
+    EXPECT_TRUE(under.waitUntil([&] { return under.peer.parser()->loop().isBent(); })) << "it has gone round";
+}
+
 TEST_F(PlayTaskLoop, TakesSeeksBehindItToItsStart) {
     load("long.mp4");
     ASSERT_TRUE(under.task->setLoop(1000, 3000));

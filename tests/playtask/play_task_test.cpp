@@ -78,6 +78,12 @@ TEST_F(PlayTaskTest, FailsABarrenLoadBeforeInitWithoutAWord) {
     EXPECT_THAT(idle.events(), IsEmpty());
 }
 
+TEST_F(PlayTaskTest, HasNoSnapshotWithoutAPicture) {
+    LogCapture log;
+    EXPECT_FALSE(under.task->takeSnapshot("picture.png"));
+    EXPECT_THAT(linesOf(log), ElementsAre("[PlayTask]: takeSnapshot, there is no picture\n"));
+}
+
 TEST_F(PlayTaskTest, RefusesAnEmptyName) {
     LogCapture log;
     EXPECT_FALSE(under.task->loadFileAsync("", 5));

@@ -37,6 +37,7 @@
 #include "stress/random_recorder.h"
 #include "stress/sound_devices.h"
 #include "stress/subtitle_reader.h"
+#include "support/temp_files.h"
 
 extern "C" {
 #include <libavutil/log.h>
@@ -110,6 +111,14 @@ std::string sourceOf(Random& random) {
     const std::string url = g_servers->url(random);
     const auto file = static_cast<size_t>(random.below(static_cast<int>(kFiles.size())));
     return url.empty() ? test::mediaPath(kFiles.at(file)) : url;
+}
+
+// A file of this thread's own.
+std::string snapshotPath() {
+    static const test::TempFolder folder;
+    static std::atomic<int> threads{0};
+    thread_local const int thread = threads++;
+    return folder.path("picture" + std::to_string(thread) + ".png");
 }
 
 // What both players do alike, and what is done to a clock that one of them may follow.
@@ -243,8 +252,10 @@ public:
                 break;
             case 8:
                 player.setVolume(static_cast<float>(random.below(8)) / 4.0F);
+                player.setMute(random.below(3) == 0);
                 break;
             case 9:
+                player.takeSnapshot(snapshotPath().c_str());
                 player.getCurrentTime();
                 player.getDuration();
                 break;
@@ -382,12 +393,14 @@ public:
                 break;
             }
             case 13:
+                player.takeSnapshot(snapshotPath().c_str());
                 player.getCurrentTime();
                 player.getDuration();
                 player.getPlayDetailInfo(static_cast<TarnPlayerInfoType>(random.below(6)));
                 break;
             case 14:
                 player.setVolume(0.5F);
+                player.setMute(random.below(3) == 0);
                 break;
             case 15:
                 player.setSpeed(0.25F + static_cast<float>(random.below(16)) / 4.0F);

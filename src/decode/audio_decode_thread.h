@@ -66,6 +66,7 @@ public:
     bool open(AudioCodecType codecType, const void* codecParameters, AudioOutputSpec spec,
               std::shared_ptr<AudioDecodeThreadObserver> observer, const PlaybackOptions& options = {});
 
+    using BaseDecodeThread::endsBehind;
     using BaseDecodeThread::fillPacket;
     using BaseDecodeThread::getQueuePacketSize;
     using BaseDecodeThread::isDecoding;

@@ -182,6 +182,25 @@ bool BaseDecodeThread::checkBuffer(int seekTimeMs) {
     return reaches("checkBuffer", seekTimeMs);
 }
 
+bool BaseDecodeThread::endsBehind(int seekTimeMs) {
+    std::lock_guard lock(queueMutex_);
+    if (packetQueue_.empty() || packetQueue_.back()->data || seekSkip_.isLeftOut(seekTimeMs)) {
+        return false;
+    }
+    bool isBehindOne = false;
+    bool isAheadOfOne = false;
+    for (const auto& packet : packetQueue_) {
+        if (packet->track != packetQueue_.front()->track || packet->turn || packet->flush) {
+            return false;
+        }
+        if (packet->data) {
+            isBehindOne = isBehindOne || lineTimeMs(*packet) <= seekTimeMs;
+            isAheadOfOne = isAheadOfOne || lineTimeMs(*packet) >= seekTimeMs;
+        }
+    }
+    return isBehindOne && isAheadOfOne;
+}
+
 bool BaseDecodeThread::clearBuffer(int seekTimeMs) {
     std::lock_guard lock(queueMutex_);
     if (!reaches("clearBuffer", seekTimeMs)) {

@@ -54,8 +54,11 @@ public:
     // before the target of a seek for which frames were left out.
     virtual bool checkBuffer(int seekTimeMs);
 
-    // The same test; when it holds, calls `onSeek` without flush, on this thread and with the queue's mutex held. The
-    // packets stay.
+    // Whether the input's end waits, and before it packets around the time given. To `checkBuffer` the end is a packet.
+    bool endsBehind(int seekTimeMs);
+
+    // The test of `checkBuffer`; when it holds, calls `onSeek` without flush, on this thread and with the queue's mutex
+    // held. The packets stay.
     virtual bool clearBuffer(int seekTimeMs);
 
     // For a target that the frames behind already skip to: what isn't needed on the way isn't decoded. The observer

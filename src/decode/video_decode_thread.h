@@ -60,6 +60,7 @@ public:
               HwDecodeMode hwDecodeMode, bool isLive, std::shared_ptr<VideoDecodeThreadObserver> observer,
               const PlaybackOptions& options = {});
 
+    using BaseDecodeThread::endsBehind;
     using BaseDecodeThread::fillPacket;
     using BaseDecodeThread::framesTaken;
     using BaseDecodeThread::getQueuePacketSize;

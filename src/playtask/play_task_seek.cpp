@@ -120,7 +120,8 @@ bool PlayTask::seekInQueues(int seekTimeMs) {
     const auto videoDecode = videoDecodeThread_.load();
     const auto audioDecode = audioDecodeThread_.load();
     const auto reaches = [seekTimeMs](auto& play, auto& decode) {
-        return play->checkBuffer(seekTimeMs) || (decode && decode->checkBuffer(seekTimeMs));
+        return play->checkBuffer(seekTimeMs) ||
+               (decode && (decode->checkBuffer(seekTimeMs) || decode->endsBehind(seekTimeMs)));
     };
     // What came too late is missing between those that wait.
     if (videoDecode && videoDecode->isLeftOut(seekTimeMs)) {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "decode/recording_decode_thread.h"
+#include "kelp_player/codec_info.h"
 #include "runtime/base_thread.h"
 #include "support/fake_time.h"
 #include "support/log_capture.h"
@@ -379,6 +380,27 @@ TEST_F(BaseDecodeThreadTest, TruncatesTheQueuesRange) {
     thread_.fillPacket(makePacket(179, 1, 90000));  // 1.99 ms
     EXPECT_TRUE(thread_.checkBuffer(1));
     EXPECT_FALSE(thread_.checkBuffer(2));
+}
+
+TEST_F(BaseDecodeThreadTest, TakesTheEndForAPacketUnlessItIsAskedForWhatIsBefore) {
+    for (const int64_t pts : {100, 300, 200}) {
+        const auto packet = makePacket(pts);
+        packet->data = new unsigned char[1]{};
+        packet->size = 1;
+        thread_.fillPacket(packet);
+    }
+    EXPECT_TRUE(thread_.checkBuffer(200));
+    EXPECT_FALSE(thread_.endsBehind(200));
+    thread_.fillPacket(makePacket(0));
+    EXPECT_FALSE(thread_.checkBuffer(200));
+    EXPECT_FALSE(thread_.endsBehind(99));
+    EXPECT_TRUE(thread_.endsBehind(100));
+    EXPECT_TRUE(thread_.endsBehind(300));
+    EXPECT_FALSE(thread_.endsBehind(301));
+    const auto ofAnotherTrack = makePacket(0);
+    ofAnotherTrack->track = std::make_shared<CodecInfo>();
+    thread_.fillPacket(ofAnotherTrack);
+    EXPECT_FALSE(thread_.endsBehind(200));
 }
 
 TEST_F(BaseDecodeThreadTest, AnnouncesASeekInsideTheQueueAndKeepsThePackets) {

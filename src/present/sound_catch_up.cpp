@@ -38,9 +38,10 @@ bool SoundCatchUp::isWanted(const DecodedFrame& frame, int64_t nowUs, int64_t qu
 void SoundCatchUp::note(int64_t behindUs, int64_t nowUs) {
     leastUs_ = std::min(leastUs_, behindUs);
     const int64_t sinceUs = wrappingSubtract(nowUs, beginUs_);
-    if (sinceUs >= 0 && sinceUs < kIntervalUs) {
+    if (sinceUs >= 0 && sinceUs < intervalUs_) {
         return;
     }
+    intervalUs_ = beginUs_ == 0 ? intervalUs_ : std::min(2 * intervalUs_, kIntervalUs);
     const bool isStanding = leastUs_ > kLeastStandingUs && leastUs_ != std::numeric_limits<int64_t>::max();
     fastest_ = isStanding ? 1 + std::min(kMostFaster, static_cast<double>(leastUs_) / kTakenInUs) : 1;
     beginUs_ = nowUs;

@@ -15,7 +15,8 @@ namespace kelp {
 // the device wouldn't lack, is on top of that.
 //
 // What the frames of a second have all been behind by is a standing queue, and goes by tempo: the least wait of an
-// interval, as K. Nichols and V. Jacobson, "Controlling queue delay", ACM Queue 10 (2012), tell it from a burst. What
+// interval, as K. Nichols and V. Jacobson, "Controlling queue delay", ACM Queue 10 (2012), tell it from a burst. The
+// first intervals are shorter: the frames that fill the output at the start wait for nothing, and hide it. What
 // no tempo of 10 % takes away in two seconds is left out, once, up to the newest.
 //
 // The play thread's.
@@ -33,6 +34,8 @@ public:
     double fastest() const { return fastest_; }
 
 private:
+    static constexpr int64_t kFirstIntervalUs = 250'000;
+
     void note(int64_t behindUs, int64_t nowUs);
 
     PlayoutDelay playout_;
@@ -40,6 +43,7 @@ private:
     double fastest_ = 1;
     int64_t leastUs_ = 0;  // of this interval so far
     int64_t beginUs_ = 0;  // of it
+    int64_t intervalUs_ = kFirstIntervalUs;
 };
 
 }  // namespace kelp

@@ -97,6 +97,12 @@ TEST_F(SoundCatchUpTest, HurriesWhatTheOutputHoldsForNothing) {
     EXPECT_EQ(leftOut_, 0);
 }
 
+TEST_F(SoundCatchUpTest, SeesWithinASecondWhatStandsFromTheStartOn) {
+    spareMs_ = [](int block) { return block < 3 ? 0 : 40; };  // the first ones fill the output
+    run(800);
+    EXPECT_NEAR(catchUp_.fastest(), 1.04, 0.001);
+}
+
 TEST_F(SoundCatchUpTest, LeavesInTheOutputWhatABlockThatComesLateNeeds) {
     spareMs_ = [](int block) { return block % 25 == 0 ? 5 : 40; };
     run(5000);

@@ -123,7 +123,9 @@ private:
     static int interruptCallback(void* opaque);
 
     bool isToGiveUp();
-    bool isReadBroken() const { return inBreakableRead_ && seekAsked_.isPending(); }
+    bool isReadBroken() const {
+        return inBreakableRead_ && seekAsked_.isPending() && std::chrono::steady_clock::now() >= readBreak_.load();
+    }
 
     bool openInput();
     void closeInput();  // with mutex_ held, and without a thread, or on it
@@ -253,9 +255,11 @@ private:
     bool isThreadThere_ = false;  // from `start` to `close`; guarded by mutex_
     std::atomic<bool> leaves_{false};
 
-    std::atomic<int64_t> durationUs_{0};                  // ten hours if it is unknown
-    std::atomic<bool> paused_{false};                     // as requested
-    LatestTime seekAsked_;                                // in microseconds
+    std::atomic<int64_t> durationUs_{0};  // ten hours if it is unknown
+    std::atomic<bool> paused_{false};     // as requested
+    LatestTime seekAsked_;                // in microseconds
+    // No earlier does a seek break off what the demuxer reads.
+    std::atomic<std::chrono::steady_clock::time_point> readBreak_{};
     std::atomic<bool> isSeekTaken_{false};                // and the observer not told
     std::atomic<SeekRule> seekRule_{SeekRule::Standard};  // of that, like the next
     std::atomic<int64_t> seekShiftMs_{0};
@@ -266,7 +270,8 @@ private:
     ReadCounts videoRead_;
     ReadCounts audioRead_;
     std::atomic<bool> reading_{false};
-    std::atomic<bool> inBreakableRead_{false};  // the demuxer may ask on a thread of its own
+    std::atomic<bool> inBreakableRead_{false};            // the demuxer may ask on a thread of its own
+    std::atomic<std::chrono::milliseconds> readGrace_{};  // from a seek to readBreak_
     std::atomic<int> untilLow_{0};  // packets to be taken until the thread that rests before full queues reads on
 
     PlaybackOptions playbackOptions_;  // guarded by mutex_

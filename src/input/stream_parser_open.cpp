@@ -35,6 +35,9 @@ constexpr const char* TAG = "StreamParser";
 constexpr int64_t kUnknownDurationUs = 36'000'000'000;  // ten hours
 // A goodbye that the server doesn't take by then isn't sent. The library looks once in 100 ms.
 constexpr std::chrono::milliseconds kFarewell{50};
+// FFmpeg's reading of DASH loses 32 KiB where the opening of a segment is broken off, and a server that is well gives
+// one sooner.
+constexpr std::chrono::milliseconds kDashReadGrace{500};
 
 // A host that asks for either of these wants to get through what a network does.
 bool isBuffered(const PlaybackOptions& options) {
@@ -302,6 +305,7 @@ void StreamParser::readTimes() {
     isLive_ = isInputNamed("rtsp") || isInputNamed("sdp");
     isRemote_ = !isLive_ && isRemote(filePath_);
     isReadBreakable_ = isRemote_ && isBuffered(playbackOptions_);
+    readGrace_ = isInputNamed("dash") ? kDashReadGrace : std::chrono::milliseconds(0);
     readAhead_ = ReadAhead(isRemote_ ? playbackOptions_.readAheadMs : 0);
     // Where nobody knows a length, the end of a pipe can't be told from the death of who writes.
     const bool isEndless = isLive_ || (isPipe(filePath_) && formatContext_->duration == AV_NOPTS_VALUE);

@@ -35,6 +35,9 @@ bool StreamParser::seek(int seekTimeMs, SeekRule rule, int64_t shiftMs) {
     Log::Debug(TAG, "seek to %lld us\n", static_cast<long long>(seekPosUs));
     seekShiftMs_ = shiftMs;
     seekRule_ = rule;  // of one that is older and taken now as well: the newer one is next
+    if (!seekAsked_.isPending()) {
+        readBreak_ = std::chrono::steady_clock::now() + readGrace_.load();
+    }
     seekAsked_.post(seekPosUs);
     endRest();
     return true;

@@ -81,6 +81,7 @@ HeardSound DeviceClock::heard(int64_t nowUs) const {
                        : heardOf(loop, loop.next, (now - loop.endUs) / std::max(loop.blockUs, 1.0));
     heard.frames = std::max(heard.frames, static_cast<double>(dropped));
     heard.delayUs = std::llround(nextAskUs - now + loop.blockUs * (1 + waitingBlocks));
+    heard.overdueUs = loop.isLocked != 0 ? std::max<int64_t>(std::llround(now - loop.endUs), 0) : 0;
     heard.spareUs = std::max<int64_t>(heard.delayUs - std::llround(2 * loop.blockUs), 0);
     heard.dryFromUs = loop.taken > dropped ? loop.dryFromUs : droppedUs_.load(std::memory_order_relaxed);
     heard.framesPerSecond = loop.blockUs > 0 ? loop.blockFrames / loop.blockUs * kSecondUs : 0;

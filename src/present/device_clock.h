@@ -15,6 +15,7 @@ struct HeardSound {
     int64_t dryFromUs = 0;       // since when all has been heard; means nothing while something is on its way
     double framesPerSecond = 0;  // at which the device takes them; 0 if it isn't known
     int64_t spareUs = 0;         // of the delay, what could be missing and no block would be short, whenever it is due
+    int64_t overdueUs = 0;       // since when a device should have asked for more; it plays one block meanwhile
 };
 
 // Tells what is heard of a device that takes sound in blocks: while it asks for one, it begins to play the one before.

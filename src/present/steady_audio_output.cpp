@@ -15,6 +15,8 @@ namespace {
 constexpr char kTag[] = "SteadyAudioOutput";
 constexpr int kFirstTryMs = 250;
 constexpr int64_t kMaxHoleUs = 300'000;  // before it is noticed that a device has stopped
+constexpr int64_t kHiccupUs = 40'000;    // for which a device that plays on may have nothing to play
+constexpr int kMakeUpPace = 2;           // of the clock that goes on without it, until it is where it should be
 
 int frameBytes(const AudioOutputSpec& spec) {
     constexpr int kSampleBytes[] = {1, 2, 4, 4};
@@ -64,23 +66,21 @@ bool SteadyAudioOutput::fillFrame(std::shared_ptr<AudioFrameInfo> frame) {
         take(device);
     }
     const int64_t us = durationOf(frame->dataSize);
-    const int64_t nowUs = KelpTime::getSteadyUs();
     {
         std::lock_guard lock(silenceMutex_);
         handedBytes_ += frame->dataSize;
     }
     if (device) {
-        const int64_t heldUs = int64_t{device->getBufferDuration() - deviceBufferMs()} * 1000;
         if (device->fillFrame(std::move(frame))) {
             flushRequested_ = false;  // the device has seen to it, or will
         } else {
-            lose(std::move(device), nowUs + heldUs + us);
+            lose(std::move(device));
         }
         return true;
     }
     {
         std::lock_guard lock(silenceMutex_);
-        silence_.add(us, nowUs);
+        silence_.add(us, KelpTime::getSteadyUs());
     }
     waitInSilence();
     return true;
@@ -98,7 +98,10 @@ bool SteadyAudioOutput::pause(bool paused) {
     paused_ = paused;
     {
         std::lock_guard lock(silenceMutex_);
-        silence_.pause(paused, KelpTime::getSteadyUs());
+        const int64_t nowUs = KelpTime::getSteadyUs();
+        silence_.pause(paused, nowUs);
+        resumedUs_ = nowUs;
+        isLeadIn_ = false;
     }
     endRest();
     if (const auto device = device_.load()) {
@@ -171,9 +174,7 @@ HeardSound SteadyAudioOutput::heard(int64_t nowUs) {
     const double bytes = std::max(frameBytes(spec_), 1);
     std::lock_guard lock(silenceMutex_);
     if (const auto device = device_.load()) {
-        HeardSound heard = device->heard(nowUs);
-        heard.frames += static_cast<double>(deviceBytes_) / bytes;
-        return heard;
+        return heardOf(*device, nowUs);
     }
     HeardSound heard;
     heard.delayUs = heard.spareUs = silence_.leftUs(nowUs);
@@ -183,20 +184,50 @@ HeardSound SteadyAudioOutput::heard(int64_t nowUs) {
     return heard;
 }
 
+HeardSound SteadyAudioOutput::heardOf(IAudioOutput& device, int64_t nowUs) {
+    const double bytes = std::max(frameBytes(spec_), 1);
+    HeardSound heard = device.heard(nowUs);
+    heard.frames += static_cast<double>(deviceBytes_) / bytes;
+    if (isLeadIn_) {
+        const double line = static_cast<double>(takenBytes_ + bytesOf(nowUs - takenUs_)) / bytes;
+        isLeadIn_ = line < heard.frames;
+        heard.frames = std::min(heard.frames, line);
+    }
+    const int64_t owedUs = overdueUs(heard, nowUs);
+    const int64_t holeUs = owedUs - int64_t{deviceBufferMs()} * 1000;
+    if (holeUs > kHiccupUs) {
+        const int64_t goneOnUs = std::min(kMakeUpPace * (holeUs - kHiccupUs), holeUs);
+        const double handed = static_cast<double>(handedBytes_) / bytes;
+        heard.frames = std::min(heard.frames + static_cast<double>(bytesOf(goneOnUs)) / bytes, handed);
+        heard.dryFromUs = nowUs + heard.delayUs - owedUs;
+        heard.delayUs = std::max<int64_t>(heard.delayUs - owedUs, 0);
+    }
+    return heard;
+}
+
+int64_t SteadyAudioOutput::overdueUs(const HeardSound& heard, int64_t nowUs) const {
+    return paused_ ? 0 : std::clamp<int64_t>(nowUs - resumedUs_, 0, heard.overdueUs);
+}
+
 void SteadyAudioOutput::take(const std::shared_ptr<IAudioOutput>& device) {
+    const int64_t nowUs = KelpTime::getSteadyUs();
     int64_t leftUs = 0;
     {
         std::lock_guard lock(silenceMutex_);
-        leftUs = silence_.leftUs(KelpTime::getSteadyUs());
+        leftUs = silence_.leftUs(nowUs);
     }
-    // As much silence as is still due, so that the clock goes on evenly.
-    const int64_t bytes = std::min<int64_t>(bytesOf(leftUs), SDLAudioOutput::kRingBytes);
+    // As much silence as is still due when the device comes to it, so that the clock goes on evenly.
+    const int64_t dueUs = std::max<int64_t>(leftUs - device->heard(nowUs).delayUs, 0);
+    const int64_t bytes = std::min<int64_t>(bytesOf(dueUs), SDLAudioOutput::kRingBytes);
     if (bytes > 0) {
         device->fillFrame(makeSilence(bytes));
     }
     {
         std::lock_guard lock(silenceMutex_);
         deviceBytes_ = handedBytes_ - bytes;
+        takenBytes_ = handedBytes_ - bytesOf(leftUs);
+        takenUs_ = resumedUs_ = nowUs;
+        isLeadIn_ = true;
         device_.store(device);
     }
 
@@ -226,14 +257,17 @@ void SteadyAudioOutput::take(const std::shared_ptr<IAudioOutput>& device) {
     }
 }
 
-void SteadyAudioOutput::lose(std::shared_ptr<IAudioOutput> device, int64_t endUs) {
+void SteadyAudioOutput::lose(std::shared_ptr<IAudioOutput> device) {
     Log::Warn(kTag, "the sound device is gone, going on in silence\n");
     lostUnderruns_.add(device->underruns());
+    const int64_t nowUs = KelpTime::getSteadyUs();
+    const HeardSound heard = device->heard(nowUs);
+    // When what it was given should have been played.
+    const int64_t endUs = nowUs + heard.delayUs - overdueUs(heard, nowUs);
     search_.begin(spec_, std::move(device));
     {
         std::lock_guard lock(silenceMutex_);
         device_.store(nullptr);
-        const int64_t nowUs = KelpTime::getSteadyUs();
         silence_.begin(std::clamp(endUs, nowUs - kMaxHoleUs, nowUs + durationOf(SDLAudioOutput::kRingBytes)), nowUs);
     }
     waitInSilence();

@@ -48,8 +48,13 @@ public:
 private:
     // Gives the sound to a device from here on.
     void take(const std::shared_ptr<IAudioOutput>& device);
-    // Gives up the device, with sound that should have been played at `endUs`.
-    void lose(std::shared_ptr<IAudioOutput> device, int64_t endUs);
+    // Gives up the device.
+    void lose(std::shared_ptr<IAudioOutput> device);
+    // What is heard of this device, with silenceMutex_ held: it is taken to play on while nobody knows yet that it has
+    // gone, and its first block to follow the silence at once.
+    HeardSound heardOf(IAudioOutput& device, int64_t nowUs);
+    // Of that time that the device owes, what isn't its own pause's.
+    int64_t overdueUs(const HeardSound& heard, int64_t nowUs) const;
     // Returns when what was handed over but for a ring's content has been played, or a flush or close came.
     void waitInSilence();
     std::string deviceName();
@@ -80,6 +85,10 @@ private:
     SilentDevice silence_;                     // while there is no device; guarded by silenceMutex_, like the next
     int64_t handedBytes_ = 0;                  // to this output
     int64_t deviceBytes_ = 0;                  // of these, before the first that the present device was given
+    int64_t takenUs_ = 0;                      // when it was taken
+    int64_t takenBytes_ = 0;                   // heard by then, of those that were handed over
+    bool isLeadIn_ = false;                    // its first block isn't heard yet
+    std::atomic<int64_t> resumedUs_{0};        // since when it is to play
     std::atomic<unsigned int> changes_{0};     // of what waitInSilence looks at, counted when they are made
     Rest rest_;
 };

@@ -32,6 +32,7 @@ using testing::IsEmpty;
 using testing::Le;
 
 constexpr int kBlockBytes = 4096;
+constexpr int kBlockFrames = 1024;
 constexpr int64_t kBlockUs = 21333;
 constexpr int64_t kRingUs = 42666;
 constexpr double kFramesPerUs = 0.048;
@@ -41,6 +42,8 @@ constexpr int kGoneAfterMs = 250;
 // The machine's sound: one device, which is there or not.
 struct Machine {
     std::atomic<bool> hasDevice{true};
+    std::atomic<int64_t> goneUs{0};     // since when it isn't there
+    std::atomic<int64_t> latencyUs{0};  // from the first sound that a device is given to its being heard
     std::atomic<int> openingMs{0};
     std::mutex mutex;
     std::vector<int64_t> attemptsMs;
@@ -77,6 +80,9 @@ public:
     }
     bool fillFrame(std::shared_ptr<AudioFrameInfo> frame) override {
         const int64_t frameUs = int64_t{frame->dataSize} * kBlockUs / kBlockBytes;
+        if (handedUs_ == 0) {
+            playing_.begin(KelpTime::getTimeUs() + machine_.latencyUs, KelpTime::getTimeUs());
+        }
         handedUs_ += frameUs;
         playing_.add(frameUs, KelpTime::getTimeUs());
         for (int64_t us = 0; (us = playing_.leftUs(KelpTime::getTimeUs()) - kRingUs) > 0;) {
@@ -108,14 +114,20 @@ public:
         return name != "missing";
     }
     HeardSound heard(int64_t nowUs) override {
-        const int64_t leftUs = playing_.leftUs(nowUs);
-        return {static_cast<double>(handedUs_ - leftUs) * kFramesPerUs, leftUs, playing_.endUs(), 48000};
+        const int64_t atUs = machine_.hasDevice ? nowUs : std::min<int64_t>(nowUs, machine_.goneUs);
+        const int64_t leftUs =
+            handedUs_ == 0 ? machine_.latencyUs.load() : std::max<int64_t>(playing_.endUs() - atUs, 0);
+        return {.frames = static_cast<double>(std::max<int64_t>(handedUs_ - leftUs, 0)) * kFramesPerUs,
+                .delayUs = leftUs,
+                .dryFromUs = playing_.endUs(),
+                .framesPerSecond = 48000,
+                .overdueUs = nowUs - atUs};
     }
 
 private:
     Machine& machine_;
     SilentDevice playing_;
-    int64_t handedUs_ = 0;
+    std::atomic<int64_t> handedUs_{0};
 };
 
 const std::string kNone = "[SteadyAudioOutput]: there is no sound device, going on in silence\n";
@@ -145,6 +157,7 @@ protected:
             isOpen_ = true;
             const int64_t startUs = KelpTime::getTimeUs();
             while (!done_) {
+                handedFrames_ += kBlockFrames;
                 output->fillFrame(makeFrameOf(kBlockBytes));
                 handedUs_ += kBlockUs;
                 const int64_t heardUs = handedUs_ - int64_t{output->getBufferDuration() - kHeldMs} * 1000;
@@ -165,11 +178,15 @@ protected:
         }
     }
 
+    void takeDeviceAway() {
+        machine.goneUs = KelpTime::getTimeUs();
+        machine.hasDevice = false;
+    }
     // The device goes, and time up to its being noticed passes; or it comes, and is taken up.
     void loseDevice() {
         const size_t changes = log.lines().size();
         const int64_t goneMs = FakeTime::nowMs();
-        machine.hasDevice = false;
+        takeDeviceAway();
         while (log.lines().size() == changes && FakeTime::nowMs() < goneMs + 400) {
             ASSERT_TRUE(FakeTime::runFor(5, kWithDevice));
         }
@@ -190,6 +207,14 @@ protected:
         EXPECT_EQ(log.count(kThere), ++taken_);
     }
 
+    // Of all that is handed over, what is heard, in microseconds; behind that time goes on.
+    double heardUs() {
+        const int64_t nowUs = KelpTime::getTimeUs();
+        const HeardSound heard = output->heard(nowUs);
+        const bool isDry = heard.frames >= static_cast<double>(handedFrames_);
+        return heard.frames / kFramesPerUs + static_cast<double>(isDry ? nowUs - heard.dryFromUs : 0);
+    }
+
     int aheadMs() const { return aheadMs_; }
     int64_t handedMs() const { return handedUs_ / 1000; }
 
@@ -203,7 +228,8 @@ private:
     std::atomic<bool> isOpen_{false};
     std::atomic<bool> done_{false};
     std::atomic<int64_t> handedUs_{0};
-    std::atomic<int> aheadMs_{0};  // of what is heard, by the clock
+    std::atomic<int64_t> handedFrames_{0};  // with those that are being handed over
+    std::atomic<int> aheadMs_{0};           // of what is heard, by the clock
 };
 
 TEST(AudioOutputFactory, MakesASteadyOutputWhereItIsWanted) {
@@ -396,6 +422,54 @@ TEST_F(SteadyAudioOutputTest, TellsWhatIsHeardWithADeviceAndWithoutOne) {
     expectSteady(kWithoutDevice);
     bringDevice();
     expectSteady(kWithDevice);
+}
+
+TEST_F(SteadyAudioOutputTest, ItsClockRunsOnThroughALossThatIsNotNoticedYetAndThroughTheNextDevice) {
+    machine.latencyUs = 30'000;
+    play();
+    ASSERT_TRUE(FakeTime::runFor(1000, kWithDevice));
+    const double aheadUs = heardUs() - static_cast<double>(KelpTime::getTimeUs());
+    double lastUs = heardUs();
+    // At most this much behind where it should be, never before where it was.
+    const auto step = [&](int threads, double mostBehindUs) {
+        ASSERT_TRUE(FakeTime::runFor(5, threads));
+        const double nowUs = heardUs();
+        EXPECT_GE(nowUs, lastUs);
+        EXPECT_NEAR(nowUs - static_cast<double>(KelpTime::getTimeUs()) - aheadUs, -mostBehindUs / 2,
+                    mostBehindUs / 2 + 2000);
+        lastUs = nowUs;
+    };
+    for (int round = 0; round < 3; ++round) {
+        takeDeviceAway();
+        // What it has is played; then the clock stands for 40 ms and makes up for it in as many.
+        for (int ms = 0; ms < 105; ms += 5) {
+            step(kWithDevice, 63'000);
+        }
+        for (size_t changes = log.lines().size(); log.lines().size() == changes;) {
+            step(kWithDevice, 0);
+        }
+        ASSERT_TRUE(FakeTime::waitForSleepers(kWithoutDevice));
+        for (int ms = 0; ms < 500; ms += 5) {
+            step(kWithoutDevice, 0);
+        }
+        bringDevice();
+        for (int ms = 0; ms < 500; ms += 5) {
+            step(kWithDevice, 0);
+        }
+    }
+}
+
+TEST_F(SteadyAudioOutputTest, ADeviceThatIsPausedOwesNothing) {
+    play();
+    ASSERT_TRUE(FakeTime::runFor(1000, kWithDevice));
+    output->pause(true);
+    takeDeviceAway();  // it asks for nothing, as in a pause
+    const double frames = output->heard(KelpTime::getTimeUs()).frames;
+    ASSERT_TRUE(FakeTime::runFor(200, kWithDevice));
+    EXPECT_EQ(output->heard(KelpTime::getTimeUs()).frames, frames);
+    output->pause(false);
+    EXPECT_EQ(output->heard(KelpTime::getTimeUs()).frames, frames);
+    machine.hasDevice = true;
 }
 
 TEST_F(SteadyAudioOutputTest, ClosesTheDeviceThatWasFoundLast) {

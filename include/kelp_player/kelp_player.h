@@ -281,7 +281,7 @@ public:
 
     // The time of the picture that is shown, or without pictures of the sound that is heard, in milliseconds; the
     // target while a seek is under way, and behind an exact one until the next picture; 0 before the first frame and
-    // out of playback.
+    // out of playback. With the option "codecs" = "all" it goes on with the sound where pictures are missing.
     int getCurrentTime();
 
     // In milliseconds. 0 before `onPrepared` and after `stop`, ten hours for a source that states none; corrected when

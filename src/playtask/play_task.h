@@ -370,7 +370,6 @@ private:
     Resume resume_ = Resume::None;                 // guarded by pauseMutex_
     std::mutex seekRunMutex_;                      // held through a seek on the control side: one at a time
     std::atomic<SeekFor> seekFor_{SeekFor::Host};  // the seek that went last; written under seekRunMutex_
-    std::atomic<bool> hasStepped_{false};          // since the last seek of the host's, or resume
     std::atomic<bool> isSoundApart_{false};        // a step was made, and no seek since has gone back in the input
     std::atomic<bool> isSoundOfStep_{false};       // what sounds next was sent after a step, and isn't told
     std::atomic<bool> isResumeParked_{false};      // what waits for the end of a seek goes on behind steps

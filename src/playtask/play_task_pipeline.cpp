@@ -300,6 +300,7 @@ bool PlayTask::end(WindowList::Leaving leaving) {
     seekTurns_.forget();
     seekFor_ = SeekFor::Host;
     hasStepped_ = isSoundApart_ = isSoundOfStep_ = isResumeParked_ = false;
+    forgetSoundTold();
     hasBegun_ = false;
     isPictureOwed_ = isSoundOwed_ = true;
     {

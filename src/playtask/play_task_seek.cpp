@@ -39,6 +39,7 @@ bool PlayTask::startSeek(int seekTimeMs, SeekRule rule, SeekFor seekFor, int64_t
         return true;
     }
     seekFor_ = seekFor;
+    forgetSoundTold();
     if (seekFor == SeekFor::Host) {
         isSoundOfStep_ = false;
     }

@@ -28,9 +28,14 @@ int64_t PlaybackStages::lineTimeMs() {
         return audioPlay ? audioPlay->getCurrentTime() : 0;
     }
     const int64_t pictureMs = videoPlay->getCurrentTime();
-    // The sound goes on behind the last picture.
-    const bool isSoundAlone = audioPlay && videoPlay->isDry();
-    return isSoundAlone ? std::max<int64_t>(pictureMs, audioPlay->getCurrentTime()) : pictureMs;
+    // The sound goes on behind the last picture. One that comes all the same has the say again when it isn't behind
+    // what was told; the time told last alone is kept, so that a sound that goes back brings this to an end as well.
+    if (!audioPlay || hasStepped_ || (pictureMs >= soundToldMs_ && !videoPlay->isDry())) {
+        return pictureMs;
+    }
+    const int64_t soundMs = std::max<int64_t>(pictureMs, audioPlay->getCurrentTime());
+    soundToldMs_ = soundMs;
+    return soundMs;
 }
 
 int64_t PlaybackStages::heardMs() {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <utility>
 
@@ -35,8 +37,10 @@ protected:
     std::shared_ptr<VideoPlayThread> pictureThread();
     void holdPlayThreads(bool held);
 
-    // Time on the line of playback.
+    // Time on the line of playback. It doesn't go back by itself, see forgetSoundTold.
     int64_t lineTimeMs();
+    // Playback goes elsewhere: the picture has the say.
+    void forgetSoundTold() { soundToldMs_ = kNoneTold; }
     bool isBent() const { return streamParser_ && streamParser_->loop().isBent(); }
     int64_t filmMs(int64_t lineMs) const { return streamParser_ ? streamParser_->loop().filmMs(lineMs) : lineMs; }
     int64_t heardMs() override;  // from the video play thread
@@ -83,8 +87,14 @@ protected:
     AtomicSharedPtr<VideoDecodeThread> coverDecodeThread_;
     AtomicSharedPtr<VideoPlayThread> coverPlayThread_;
 
+    std::atomic<bool> hasStepped_{false};  // since the last seek of the host's, or resume
+
     FrameBufferPool pixPool_{100};
     FrameBufferPool pcmPool_{121};  // blocks of sound differ a little in length
+
+private:
+    static constexpr int64_t kNoneTold = std::numeric_limits<int64_t>::min();
+    std::atomic<int64_t> soundToldMs_{kNoneTold};  // by lineTimeMs, for want of pictures
 };
 #pragma GCC diagnostic pop
 

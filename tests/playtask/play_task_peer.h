@@ -110,6 +110,8 @@ class VideoPlayThreadPeer {
 public:
     static std::shared_ptr<SyncObject> followed(VideoPlayThread& thread) { return thread.timing_->master(); }
     static void setCurrentPts(VideoPlayThread& thread, int64_t pts) { thread.timing_->clock().set(pts, /*nowMs=*/pts); }
+    // The picture at `pts` is shown, now.
+    static void show(VideoPlayThread& thread, int64_t pts) { thread.timing_->setTime(pts, thread.timing_->nowUs()); }
     static int64_t maxPts(VideoPlayThread& thread) { return thread.getMaxPtsMs(); }
     static BasePlayThread& base(VideoPlayThread& thread) { return thread; }
 };

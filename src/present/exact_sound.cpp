@@ -16,7 +16,8 @@ constexpr int64_t kGraceUs = 200'000;  // that sound may take to come after a se
 
 // A frame's time is rounded to milliseconds, and may be rough: within this distance it follows the one before.
 constexpr int64_t kGapUs = 40'000;
-constexpr int64_t kFollowPart = 32;  // of the distance is made up for at each frame
+constexpr int64_t kFollowPart = 32;   // of the distance is made up for at each frame
+constexpr int64_t kHoleUs = 100'000;  // from which on the time in which there is no sound passes in silence
 
 // What makes up for a distance, of the time that the ear takes for it, as a part of the tempo.
 constexpr double kInStepUs = 10'000;  // within this, too little to be heard
@@ -166,7 +167,7 @@ int64_t ExactSound::begin(const AudioFrameInfo& frame, int64_t /*durationMs*/, I
     aheadOfMasterMs_ = 0;
     const auto master = master_.load();
     if (!master) {
-        return 0;
+        return leftOfHole(heardNow, nowUs);
     }
     const int64_t masterUs = master->getSyncPtsUs();
     masterPace_.expect(master->getSyncSpeed().value_or(speed));
@@ -200,6 +201,27 @@ int64_t ExactSound::begin(const AudioFrameInfo& frame, int64_t /*durationMs*/, I
     const double wanted = std::max(slowest, pacedBy * (1 + correction(aheadUs / std::max(pacedBy, kSlowestPace))));
     tempo_ = limited(wanted, ownTempo * device);
     unSyncSamples_.store(static_cast<int>(aheadUs * spec_.sampleRate / kSecondUs), std::memory_order_relaxed);
+    return 0;
+}
+
+int64_t ExactSound::leftOfHole(const HeardSound& heardNow, int64_t nowUs) {
+    const int64_t holeUs = endUs_ == kNoTimeUs ? 0 : wrappingSubtract(beginUs_, endUs_);
+    // What comes late of a live source is caught up with.
+    if (holeUs < kHoleUs || holeUs >= kNoSyncThresholdMs * 1000 || mostTempo_ > 0) {
+        return 0;
+    }
+    const double speed = std::max<double>(kMinTempo, speed_.load(std::memory_order_relaxed));
+    const int64_t heldUs = wrappingSubtract(endUs_, outUs_);
+    std::lock_guard lock(mutex_);
+    clock_.start(nowUs);
+    const int64_t nextUs = wrappingSubtract(beginUs_, heldUs);
+    const double leftUs = static_cast<double>(wrappingSubtract(nextUs, clock_.read(heardNow, nowUs))) / speed -
+                          static_cast<double>(heardNow.delayUs);
+    if (leftUs > kShortestWaitUs) {
+        return std::min(static_cast<int64_t>(leftUs), kRetryUs);
+    }
+    clock_.stand(nextUs, SoundClock::kNeverUs);
+    endUs_ = beginUs_;
     return 0;
 }
 

@@ -37,6 +37,9 @@ private:
     // When the frame begins, in the stream.
     int64_t beginOf(const AudioFrameInfo& frame) const;
     int64_t toUs(double frames) const;
+    // For how long the frame is to wait where sound is missing before it, in microseconds, as with `begin`. The clock
+    // runs on through that, and whoever follows it.
+    int64_t leftOfHole(const HeardSound& heardNow, int64_t nowUs);
 
     AtomicSharedPtr<IAudioOutput> output_;
     mutable std::mutex mutex_;  // a leaf but for the output's

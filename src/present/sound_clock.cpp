@@ -12,6 +12,12 @@ void SoundClock::stand(int64_t us, int64_t fromUs) {
     stand_ = {us, fromUs};
 }
 
+void SoundClock::start(int64_t nowUs) {
+    if (marks_.empty() && stand_ && stand_->fromUs == kNeverUs) {
+        stand_->fromUs = nowUs;
+    }
+}
+
 void SoundClock::add(int64_t frames, int64_t beginUs, int64_t endUs, const HeardSound& heard) {
     if (marks_.empty()) {
         marks_.push_back({handedFrames_, beginUs});

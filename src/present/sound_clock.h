@@ -20,6 +20,9 @@ public:
     // Nothing of what was handed over counts. The clock stands at `us`, and runs on from `fromUs` if nothing came.
     void stand(int64_t us, int64_t fromUs);
 
+    // One that stands for good, with nothing handed over since, runs on from now.
+    void start(int64_t nowUs);
+
     // A piece is handed over, `frames` long. It ends at `endUs`, and if it is the first, it begins at `beginUs`.
     void add(int64_t frames, int64_t beginUs, int64_t endUs, const HeardSound& heard);
 

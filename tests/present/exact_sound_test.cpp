@@ -119,6 +119,8 @@ protected:
     }
     // Nothing is there to be played.
     void starve(int64_t ms) { device->passUs(ms * 1000); }
+    // It is missing for so long.
+    void leaveOut(int64_t ms) { next_ += ms * kLabRate / 1000; }
     // As the loop does it.
     void seek(double ms) {
         if (device->isOpen()) {
@@ -316,6 +318,45 @@ TEST_F(ExactSoundTest, TellsTheTruthAgainAfterTheDeviceRanDry) {
     forget();
     play(5000);
     EXPECT_NEAR(median(offAtBeeps(readings)), 0, 3);
+}
+
+// Pictures that follow are shown meanwhile, at their pace.
+TEST_F(ExactSoundTest, TimeGoesOnWhereSoundIsMissing) {
+    for (const double wanted : {0.5, 1.0, 2.0}) {
+        begin(wanted);
+        play(2000);
+        for (const int64_t ms : {120, 2500, 9900}) {
+            forget();
+            leaveOut(ms);
+            play(static_cast<double>(ms) / wanted + 3000);
+            const Reading first = readings.front();
+            for (const Reading& reading : readings) {
+                ASSERT_NEAR(reading.us - first.us, (reading.atUs - first.atUs) * wanted, 60'000 * wanted) << ms;
+            }
+            const auto off = offAtBeeps(readings, static_cast<double>(ms) / wanted + 500);
+            ASSERT_FALSE(off.empty());
+            EXPECT_GT(off.front(), -mostOff(wanted)) << ms;
+            EXPECT_LT(off.back(), mostOff(wanted)) << ms;
+        }
+    }
+}
+
+// The tempo library hasn't given anything out by then.
+TEST_F(ExactSoundTest, TimeGoesOnWhereSoundIsMissingBehindItsFirstPiece) {
+    play(1);
+    leaveOut(2000);
+    forget();
+    play(4000);
+    EXPECT_NEAR(readings.back().us - readings.front().us, 4'000'000, 60'000);
+    EXPECT_NEAR(median(offAtBeeps(readings, 2500)), 0, 10);
+}
+
+TEST_F(ExactSoundTest, TimesThatJumpFarAheadArePlayedAtOnce) {
+    play(2000);
+    forget();
+    leaveOut(10'100);
+    play(500);
+    EXPECT_GT(readings.back().us, 12'000'000);
 }
 
 TEST_F(ExactSoundTest, IsInStepWithAMasterWithinASecond) {

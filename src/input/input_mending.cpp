@@ -1,6 +1,7 @@
 #include "input/input_mending.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 extern "C" {
@@ -124,6 +125,9 @@ int InputMending::seek(AVFormatContext* input, int64_t targetUs, int64_t maxUs) 
         }
     }
     const int result = avformat_seek_file(input, -1, INT64_MIN, targetUs, maxUs, 0);
+    if (result >= 0 && isWanted_ && input->pb && std::string_view(input->iformat->name) == "image2") {
+        avio_seek(input->pb, 0, SEEK_SET);  // it begins to read where the picture before has ended
+    }
     if (result >= 0 || !isWanted_) {
         return result;
     }

@@ -246,7 +246,8 @@ void StreamParser::handleEndOfFile() {
         }
         observer_->onFileEnd(maxVideoPtsMs_, maxAudioPtsMs_);
     }
-    if (const int64_t endMs = std::max(maxVideoPtsMs_, maxAudioPtsMs_); mending_.isWanted() && endMs > 0) {
+    const int64_t endMs = std::max({maxVideoPtsMs_, maxAudioPtsMs_, videoEndMs_, audioEndMs_});
+    if (mending_.isWanted() && endMs > 0) {
         durationUs_ = endMs * 1000;  // for seeks: what the header says may be less
     }
 }

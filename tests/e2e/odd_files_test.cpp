@@ -169,6 +169,7 @@ const std::vector<OddGroup>& groups() {
          {
              {"odd_one_picture.mp4", 40, true, false, 1},
              {"odd_one_picture_sound.mp4", 2000, true, true, 1},
+             {"odd_photo.jpg", 40, true, false, 1},
              {"odd_late_sound.mkv", 2000, true, true, 50},
              {"odd_late_picture.mkv", 2000, true, true, 25, 0, 1020},
              {"odd_short_sound.mkv", 2000, true, true, 50},
@@ -236,6 +237,20 @@ const std::vector<OddGroup>& groups() {
          }},
     };
     return all;
+}
+
+TEST(OddSound, LetsPicturesGoOnWhereItIsMissing) {
+    forgetSound();
+    RecordingSink sink(RecordingSink::Keep::Nothing);
+    Playback playback;
+    playback.player().setOption("preset", "recommended");
+    playback.player().setAVSyncMode(SYNC_MASTER_AUDIO);
+    playback.player().addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&sink), 0, 0);
+    ASSERT_TRUE(playback.open(mediaPath("odd_sound_hole.mkv"), kPatienceMs));
+    const int64_t begin = steadyUs();
+    EXPECT_TRUE(playback.playToEnd(kPatienceMs));
+    EXPECT_GE((steadyUs() - begin) / 1000, 3000 - 2 * kNearMs) << "played too fast";
+    EXPECT_GE(sink.frameCount(), 75 * 2 / 3);
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Odd, testing::ValuesIn(groups()), [](const auto& test) { return test.param.name; });

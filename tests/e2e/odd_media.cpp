@@ -42,6 +42,10 @@ const std::vector<MediaFile>& oddMediaTable() {
          "ffmpeg " KELP_PICTURES("2") KELP_TONE("1") KELP_H264 KELP_AAC "{out}", 160, 90, 50, 2000, true, 440},
         {"odd_short_picture.mkv", "the picture ends a second early",
          "ffmpeg " KELP_PICTURES("1") KELP_TONE("2") KELP_H264 KELP_AAC "{out}", 160, 90, 25, 2000, true, 440},
+        {"odd_sound_hole.mkv", "there is no sound for a second and a half",
+         "ffmpeg " KELP_PICTURES("3") KELP_TONE("3") KELP_H264 "-af \"aselect='lt(t,1)+gt(t,2.5)'\" " KELP_AAC "{out}",
+         160, 90, 75, 3000, true, 440},
+        {"odd_photo.jpg", "a photograph", "ffmpeg " KELP_PICTURES("0.04") "{out}", 160, 90, 1, 40, false, 0},
         {"odd_beside.mkv", "subtitles before pictures and sound",
          "printf '1\\n00:00:00,200 --> 00:00:01,500\\nhello\\n' > {tmp}/beside.srt && ffmpeg " KELP_PICTURES("2")
          KELP_TONE("2") "-i {tmp}/beside.srt -map 2 -map 0 -map 1 " KELP_H264 KELP_AAC "-c:s srt {out}",

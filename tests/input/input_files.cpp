@@ -44,6 +44,7 @@ const std::vector<InputFile> kOtherFiles = {
     {"protected.mp4", PICTURE(2) TONE(2) "-c:v libx264 -pix_fmt yuv420p -c:a aac -encryption_scheme cenc-aes-ctr "
                                          "-encryption_key 00112233445566778899aabbccddeeff "
                                          "-encryption_kid 00112233445566778899aabbccddee00"},
+    {"photo.jpg", PICTURE(1) "-frames:v 1"},
     {"cover.m4a", "-f lavfi -i testsrc=size=160x120:rate=1:duration=1 " TONE(1) "-map 1 -map 0 -c:a aac -c:v mjpeg "
                                                                                 "-pix_fmt yuvj420p "
                                                                                 "-disposition:v attached_pic"},

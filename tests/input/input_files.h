@@ -15,8 +15,9 @@ struct InputFile {
 // 160x120 test picture and a 440 Hz tone. Key frames lie 1 s apart, in the .ts files 2 s.
 const std::vector<InputFile>& inputFiles();
 
-// The path of one of inputFiles, or of "tracks.mkv" (picture, sound, sound, picture, with languages and titles) or
-// "cover.m4a" (sound with a cover picture). It is made when it is asked for and isn't there yet.
+// The path of one of inputFiles, or of "tracks.mkv" (picture, sound, sound, picture, with languages and titles),
+// "cover.m4a" (sound with a cover picture) or another one of a test's own. It is made when it is asked for and isn't
+// there yet.
 std::string inputFile(const std::string& name);
 
 std::vector<uint8_t> readBytes(const std::string& path);

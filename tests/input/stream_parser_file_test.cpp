@@ -228,6 +228,24 @@ TEST_F(StreamParserFile, SeeksToTheKeyFrameBeforeThePosition) {
     EXPECT_EQ(observer->count("seek start 2900"), 1);
 }
 
+TEST_F(StreamParserFile, SeeksIntoTheLastPieceOfSound) {
+    parser->setPlaybackOptions({.allCodecs = true});
+    readToTheEnd(inputFile("alaw.wav"));  // in pieces of half a second
+    observer->clearEvents();
+    parser->seek(1953);
+    EXPECT_TRUE(observer->waitFor("completed"));
+    EXPECT_EQ(observer->count("seek start 1953"), 1);
+}
+
+TEST_F(StreamParserFile, ReadsAPhotographAgain) {
+    parser->setPlaybackOptions({.allCodecs = true});
+    readToTheEnd(inputFile("photo.jpg"));
+    observer->clearEvents();
+    parser->seek(3);
+    EXPECT_TRUE(observer->waitFor("completed"));
+    EXPECT_EQ(observer->videoPackets().size(), 2U) << "the picture, and the end";
+}
+
 TEST_F(StreamParserFile, SeeksMpegTsByTheMeasuredGap) {
     readToTheEnd(inputFile("h264_mp3.ts"));
     ASSERT_EQ(parser->getStreamInfo()->start_time, 1400);

@@ -11,6 +11,10 @@ namespace kelp::test {
 #define KELP_WITH_COVER(sound)                                                                         \
     "ffmpeg " KELP_COVER("jpg") " && ffmpeg " KELP_TONE("2") "-i {tmp}/cover.jpg -map 0 -map 1 " sound \
                                                              "-c:v copy -disposition:v attached_pic {out}"
+// Two seconds of a tone, the first one encoded in another way than the second.
+#define KELP_JOINED(format, first, second)                                                   \
+    "ffmpeg " KELP_TONE("1") first "{tmp}/first." format " && ffmpeg " KELP_TONE("1") second \
+        "{tmp}/second." format " && cat {tmp}/first." format " {tmp}/second." format " > {out}"
 
 // clang-format off
 const std::vector<MediaFile>& oddMediaTable() {
@@ -45,6 +49,13 @@ const std::vector<MediaFile>& oddMediaTable() {
         {"odd_sound_hole.mkv", "there is no sound for a second and a half",
          "ffmpeg " KELP_PICTURES("3") KELP_TONE("3") KELP_H264 "-af \"aselect='lt(t,1)+gt(t,2.5)'\" " KELP_AAC "{out}",
          160, 90, 75, 3000, true, 440},
+        {"odd_channels.ts", "the sound goes from stereo to mono",
+         KELP_JOINED("ts", KELP_AAC, "-c:a aac -ac 1 -output_ts_offset 1 "), 0, 0, 0, 2000, false, 440},
+        {"odd_rates.ac3", "the sound goes from stereo and 48000 Hz to six channels and 32000 Hz",
+         KELP_JOINED("ac3", "-ac 2 ", "-ac 6 -ar 32000 "), 0, 0, 0, 2000, false, 440},
+        {"odd_bits.ts", "the sound goes from 16 to 24 bits",
+         KELP_JOINED("ts", "-c:a s302m -strict -2 -ac 2 ",
+                     "-c:a s302m -strict -2 -ac 2 -sample_fmt s32 -output_ts_offset 1 "), 0, 0, 0, 2000, false, 440},
         {"odd_photo.jpg", "a photograph", "ffmpeg " KELP_PICTURES("0.04") "{out}", 160, 90, 1, 40, false, 0},
         {"odd_beside.mkv", "subtitles before pictures and sound",
          "printf '1\\n00:00:00,200 --> 00:00:01,500\\nhello\\n' > {tmp}/beside.srt && ffmpeg " KELP_PICTURES("2")

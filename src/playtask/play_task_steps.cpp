@@ -23,7 +23,6 @@ bool PlayTask::stepFrame(int pictures) {
         return false;
     }
     hasStepped_ = isSoundApart_ = true;
-    forgetSoundTold();
     lock.unlock();
     videoPlay->step(pictures);
     return true;

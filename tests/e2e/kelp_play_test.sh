@@ -169,12 +169,13 @@ between() { local at; at=$(position); [ "${at:-0}" -ge "$1" ] && [ "$at" -le "$2
 shows() { last_line | grep -qE "$1"; }
 # Nobody manages the windows of this screen: keys go to the one that has been given the focus. It bears the file's name
 # from when it is not made anew any more.
+film=long.mp4
 start() { # ARGS...
-    (cd "$scratch" && exec timeout 180 "$program" "$@" "$media/long.mp4") >"$scratch/out" 2>"$scratch/err" </dev/null &
+    (cd "$scratch" && exec timeout 180 "$program" "$@" "$media/$film") >"$scratch/out" 2>"$scratch/err" </dev/null &
     player=$!
     xdotool mousemove 700 450
     wait_for "$* doesn't start" between 1 20
-    timeout 30 xdotool search --sync --onlyvisible --name '^long.mp4' windowfocus --sync >"$scratch/focus" 2>&1 ||
+    timeout 30 xdotool search --sync --onlyvisible --name "^$film" windowfocus --sync >"$scratch/focus" 2>&1 ||
         { fail "no window that takes the keys"; cat "$scratch/focus"; xdotool search --name . ; }
 }
 quit() {
@@ -260,6 +261,19 @@ for master in clock host; do
     wait_for "goes on with $master" between $((stood + 2)) 175
     quit
 done
+
+# The tracks, by the statistics.
+film=two_tracks.mp4
+plays() { xdotool key i; grep "^$1 " "$scratch/out" | tail -n 1 | grep -q "^$1 $2: "; }
+start --option audio_track=1 --option video_track=0
+wait_for "the first sound" plays sound 1
+xdotool key a
+wait_for "the other sound" plays sound 3
+xdotool key v
+wait_for "the other video" plays video 2
+xdotool key a
+wait_for "the first sound again" plays sound 1
+quit
 
 [ "$failures" = 0 ] && echo "all as expected"
 exit $((failures > 0))

@@ -438,7 +438,7 @@ typedef struct kelp_statistics {
     int video_track;                   // the number of the track; -1 where none is played
     char video_codec[32];              // FFmpeg's short name, cut to 31 bytes
     char video_decoder[32];            // the decoder's name, likewise; empty without one
-    int video_is_hardware;             // it was opened on hardware, or with its help
+    int video_is_hardware;             // hardware decodes it, or helps
     int64_t video_packets;             // read and handed on
     int64_t video_bytes;               // in these
     int64_t video_bit_rate;            // bits that were read in the last second

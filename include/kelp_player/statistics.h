@@ -27,7 +27,7 @@ struct ReadStatistics {
     int64_t bitRate = 0;      // bits that were read in the last second; a file is read ahead, by fits and starts
     QueueStatistics queue;    // packets that wait to be decoded
     std::string decoder;      // the library's name for what decodes it, such as "h264" or "libdav1d"; empty without one
-    bool isHardware = false;  // it was opened on hardware, or with its help
+    bool isHardware = false;  // hardware decodes it, or helps
 };
 
 // The video, or the picture that goes with a sound.

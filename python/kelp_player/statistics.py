@@ -25,7 +25,7 @@ class VideoStatistics:
     track: int  #: the number of the track; -1 where none is played, and all else is 0
     codec: str  #: FFmpeg's short name
     decoder: str  #: the library's name for what decodes it; empty without one
-    is_hardware: bool  #: it was opened on hardware, or with its help
+    is_hardware: bool  #: hardware decodes it, or helps
     packets: int  #: read and handed on
     bytes: int  #: in these
     bit_rate: int  #: bits that were read in the last second

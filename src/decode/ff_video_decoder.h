@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -100,7 +101,7 @@ private:
     bool hwEnabled_ = true;
     HwDecodeMode hwDecodeMode_ = HW_DECODE_ALL;
     PlaybackOptions options_;
-    bool isHardware_ = false;                                              // a hardware decoder, or one with a device
+    std::atomic<bool> isHardware_{false};                                  // now; the codec's threads write it too
     const DecoderDelay* delay_ = &DecoderDelay::of(/*isLive=*/false, {});  // the form that `open` has chosen
     bool sharesPictures_ = false;       // wanted, and the decoder has memory without end
     AVFrame* frame_ = nullptr;          // what the codec fills

@@ -110,6 +110,8 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
         }
     }
 
+    const bool hasHardware = !software || hwDeviceContext_;
+    isHardware_ = hasHardware;  // until the codec finds no surfaces
     const int ret = avcodec_open2(codecContext_, decoder, nullptr);
     if (ret < 0) {
         char text[255] = {};
@@ -118,8 +120,7 @@ bool FFVideoDecoder::openCodec(VideoCodecType codecType, const AVCodecParameters
                    codecId, ret, text);
         return false;
     }
-    isHardware_ = !software || hwDeviceContext_;
-    canDiscard_ = !isHardware_ && marksUnreferenced(*codecContext_);
+    canDiscard_ = !hasHardware && marksUnreferenced(*codecContext_);
     frame_ = av_frame_alloc();
     transferFrame_ = av_frame_alloc();
     if (!frame_ || !transferFrame_) {
@@ -255,10 +256,12 @@ AVPixelFormat FFVideoDecoder::getHwFormat(AVCodecContext* context, const AVPixel
     for (const AVPixelFormat* p = formats; *p != AV_PIX_FMT_NONE; ++p) {
         Log::Debug(kTag, "%s, *p:%d.\n", "getHwFormat", *p);
         if (*p == decoder->hwPixFmt_) {
+            decoder->isHardware_ = true;
             return *p;
         }
     }
     if (decoder->options_.allCodecs) {
+        decoder->isHardware_ = false;
         Log::Warn(kTag, "%s, no surfaces for this stream, it is decoded in software\n", "getHwFormat");
         return avcodec_default_get_format(context, formats);
     }

@@ -147,6 +147,7 @@ void VideoDecodeThread::decode(std::shared_ptr<MediaPacket> packet) {
         decoder_->setNeededFrom(neededFromMs());
         decoder_->insertPacket(packet.get());
         decoder_->setInsertedBehindTarget(takenBehindTarget());
+        counts_.isHardware.store(decoder_->isHardware(), std::memory_order_relaxed);
     }
     // A stop has the decoder keep what it still holds.
     if (observer_ && !packet->data && !packet->flush && !isStopRequested()) {

@@ -55,7 +55,8 @@ public:
     // What the host wants in another way; takes effect at `open`.
     virtual void setOptions(const PlaybackOptions&) {}
 
-    // The library's name for the decoder that was opened, which lives for good, and whether hardware has a part in it.
+    // The library's name for the decoder that was opened, which lives for good, and whether hardware has a part in it
+    // now: a stream that the hardware can't do may go on in software.
     virtual const char* name() const { return ""; }
     virtual bool isHardware() const { return false; }
 

@@ -15,6 +15,7 @@
 #include "e2e/media.h"
 #include "e2e/playback.h"
 #include "e2e/recording_sink.h"
+#include "e2e/rtp_session.h"
 #include "e2e/rtsp_server.h"
 #include "support/temp_files.h"
 
@@ -129,6 +130,22 @@ TEST_F(LiveLoss, OfWhoWritesToAPipeFailsThePlayback) {
     ASSERT_TRUE(playback_.waitFor(Happened::Failed, kAtMostMs));
     EXPECT_EQ(playback_.last(Happened::Failed), (Event{Happened::Failed, 1, 1}));
     EXPECT_EQ(playback_.count(Happened::Completed), 0);
+}
+
+// By its goodbye, long before the minute after which silence is a loss, or else by one time of silence.
+TEST_F(LiveLoss, OfTheSenderOfASessionFailsThePlayback) {
+    for (const bool saysSo : {true, false}) {
+        SCOPED_TRACE(saysSo);
+        player().setOption("listen_timeout", saysSo ? "600" : "1");
+        RtpSession session(mediaPath("small.mp4"));
+        const int shown = sink_.frameCount();
+        ASSERT_TRUE(watch(session.sdpPath()) && sink_.waitForFrames(shown + 20, kAtMostMs));
+        saysSo ? session.interrupt() : session.kill();
+        ASSERT_TRUE(playback_.waitFor(Happened::Failed, kAtMostMs, saysSo ? 1 : 2));
+        EXPECT_EQ(playback_.last(Happened::Failed), (Event{Happened::Failed, 1, 1}));
+        EXPECT_EQ(playback_.count(Happened::Completed), 0);
+        player().stop();
+    }
 }
 
 // A managed player, and a camera that is killed and comes back with other streams each time.

@@ -52,31 +52,16 @@ RtpSession::RtpSession(const std::string& path) {
     const auto address = [](int rtp, int rtcp) {
         return "rtp://127.0.0.1:" + std::to_string(rtp) + "?rtcpport=" + std::to_string(rtcp);
     };
-    sender_.start({"ffmpeg",
-                   "-nostdin",
-                   "-v",
-                   "error",
-                   "-re",
-                   "-stream_loop",
-                   "-1",
-                   "-i",
-                   path,
-                   "-map",
-                   "0:v",
-                   "-c",
-                   "copy",
-                   "-f",
-                   "rtp",
-                   address(videoRelay, videoRtcp),
-                   "-map",
-                   "0:a",
-                   "-c",
-                   "copy",
-                   "-f",
-                   "rtp",
-                   address(audioRelay, audioRtcp),
-                   "-sdp_file",
-                   sent});
+    sender_.start({"ffmpeg",    "-nostdin", "-v",
+                   "error",     "-re",      "-stream_loop",
+                   "-1",        "-i",       path,
+                   "-map",      "0:v",      "-c",
+                   "copy",      "-f",       "rtp",
+                   "-rtpflags", "send_bye", address(videoRelay, videoRtcp),
+                   "-map",      "0:a",      "-c",
+                   "copy",      "-f",       "rtp",
+                   "-rtpflags", "send_bye", address(audioRelay, audioRtcp),
+                   "-sdp_file", sent});
 
     std::string text;
     for (int i = 0; text.find("m=audio") == std::string::npos || text.back() != '\n'; ++i) {

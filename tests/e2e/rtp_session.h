@@ -20,6 +20,8 @@ public:
     UdpRelay& relay() { return relay_; }
 
     void kill() { sender_.kill(); }
+    // It ends in order, and says so by RTCP.
+    void interrupt() { sender_.interrupt(); }
     void suspend() { sender_.suspend(); }
     void proceed() { sender_.proceed(); }
 

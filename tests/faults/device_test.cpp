@@ -128,10 +128,17 @@ class SilenceByMaster : public Silence, public testing::WithParamInterface<SyncM
 
 TEST_P(SilenceByMaster, PlaysTheFilmWithoutADevice) {
     g_device = Device::IsMissing;
+    LogCapture log(2);
     Playback playback;
     open(playback, GetParam());
     ASSERT_TRUE(playback.player().play());
+    ASSERT_TRUE(sink_.waitForFrames(5, kWaitMs));
+    EXPECT_EQ(playback.player().getStatistics().audio.output, SOUND_OUTPUT_SILENCE);
     expectWholeFilmInTime(playback);
+    // The second attempt, two seconds later, has no line of its own.
+    EXPECT_EQ(log.count("[SteadyAudioOutput]: there is no sound device, going on in silence\n"), 1);
+    EXPECT_EQ(log.count("[SDLAudioOutput]: "), 1) << testing::PrintToString(log.lines());
+    EXPECT_EQ(log.count("[SteadyAudioOutput]: "), 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Both, SilenceByMaster, testing::Values(SYNC_MASTER_CLOCK, SYNC_MASTER_AUDIO));

@@ -137,8 +137,7 @@ TEST_P(SilenceByMaster, PlaysTheFilmWithoutADevice) {
     expectWholeFilmInTime(playback);
     // The second attempt, two seconds later, has no line of its own.
     EXPECT_EQ(log.count("[SteadyAudioOutput]: there is no sound device, going on in silence\n"), 1);
-    EXPECT_EQ(log.count("[SDLAudioOutput]: "), 1) << testing::PrintToString(log.lines());
-    EXPECT_EQ(log.count("[SteadyAudioOutput]: "), 1);
+    EXPECT_EQ(log.count("[SDLAudioOutput]: SDL_OpenAudioDevice failed! no device today\n"), 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Both, SilenceByMaster, testing::Values(SYNC_MASTER_CLOCK, SYNC_MASTER_AUDIO));

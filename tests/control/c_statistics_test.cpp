@@ -107,6 +107,12 @@ TEST(CStatistics, TellEachFigureOfTheEngine) {
     EXPECT_EQ(told.packet_sink_longest_ms, all.packetSinkLongestMs);
     EXPECT_EQ(told.restarts, 0);  // the managed player's own
     EXPECT_EQ(told.last_failure, KELP_FAILURE_VIDEO_DECODE);
+
+    FakeEngine::get().statistics.video.isHardware = false;
+    FakeEngine::get().statistics.audio.isHardware = true;
+    ASSERT_EQ(kelp_player_get_statistics(player.get(), &told), 1);
+    EXPECT_EQ(told.video_is_hardware, 0);
+    EXPECT_EQ(told.audio_is_hardware, 1);
 }
 
 }  // namespace

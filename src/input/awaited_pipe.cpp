@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <utility>
 
@@ -34,7 +35,11 @@ AwaitedPipe::AwaitedPipe(const std::string& path, const std::function<bool()>& i
     // Open for both, it waits for nobody, and what was written stays when the writer has gone.
     descriptor_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
     pollfd waiting{descriptor_, POLLIN, 0};
-    while (descriptor_ >= 0 && !isStopped() && ::poll(&waiting, 1, kPollMs) == 0) {
+    const auto isToWait = [&] {
+        const int ready = ::poll(&waiting, 1, kPollMs);
+        return ready == 0 || (ready < 0 && errno == EINTR);  // a signal of the host's is none of the writer's
+    };
+    while (descriptor_ >= 0 && !isStopped() && isToWait()) {
     }
 }
 

@@ -139,6 +139,13 @@ void PacketOutlet::end() {
     tell(std::exchange(told_, {}), &ExternPacketSink::onEnd);
 }
 
+void PacketOutlet::move(const AVStream* video, const AVStream* audio) {
+    if (told_.number != 0) {
+        told_.video = video;
+        told_.audio = audio;
+    }
+}
+
 void PacketOutlet::tell(const Told& told, void (ExternPacketSink::*what)()) {
     if (!sink_.isSet()) {
         return;

@@ -36,6 +36,8 @@ public:
     void packet(const PacketSource& source, const AVPacket& packet);
     void gap();
     void end();
+    // The streams that the sink was told of are at other addresses now, and the same.
+    void move(const AVStream* video, const AVStream* audio);
 
     // For a playback that begins.
     void resetCounts();

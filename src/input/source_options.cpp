@@ -3,11 +3,6 @@
 #include <algorithm>
 #include <iterator>
 
-extern "C" {
-#include <libavformat/avformat.h>
-#include <libavutil/dict.h>
-}
-
 namespace kelp {
 
 namespace {
@@ -17,10 +12,6 @@ constexpr std::string_view kRemoteProtocols[] = {"http", "https",  "ftp",     "s
                                                  "tls",  "gopher", "gophers", "ipfs", "ipns"};
 constexpr const char* kLongestReconnectS = "10";  // between two attempts: it is given up after about as long
 constexpr const char* kSdpProtocols = "file,udp,rtp";
-
-bool isHttp(std::string_view path) {
-    return path.starts_with("http://") || path.starts_with("https://");
-}
 
 // The source's own name, without its folders, and without what is asked of a server.
 std::string_view nameIn(std::string_view path) {
@@ -83,25 +74,15 @@ bool isRemote(std::string_view path) {
            protocol.starts_with("rtmp") || protocol.starts_with("mms");
 }
 
+bool isHttp(std::string_view path) {
+    return path.starts_with("http://") || path.starts_with("https://");
+}
+
 void addReconnect(OptionMap& options, std::string_view path) {
     if (isHttp(path)) {
         options.try_emplace("reconnect", "1");
         options.try_emplace("reconnect_delay_max", kLongestReconnectS);
     }
-}
-
-void reconnectParts(AVFormatContext& input, OptionMap& options) {
-    static const auto openIo = input.io_open;
-    input.opaque = &options;
-    input.io_open = [](AVFormatContext* opened, AVIOContext** io, const char* url, int flags, AVDictionary** entries) {
-        const auto& wanted = *static_cast<OptionMap*>(opened->opaque);
-        for (const char* key : {"reconnect", "reconnect_delay_max"}) {
-            if (const auto option = wanted.find(key); entries && isHttp(url) && option != wanted.end()) {
-                av_dict_set(entries, key, option->second.c_str(), AV_DICT_DONT_OVERWRITE);
-            }
-        }
-        return openIo(opened, io, url, flags, entries);
-    };
 }
 
 }  // namespace kelp

@@ -4,8 +4,6 @@
 #include <string>
 #include <string_view>
 
-struct AVFormatContext;
-
 namespace kelp {
 
 // Demuxer options by key.
@@ -29,12 +27,10 @@ void addRtspFallback(OptionMap& options);
 // Whether `path` is read over a network at the reader's own pace: the sender waits. What comes as datagrams doesn't.
 bool isRemote(std::string_view path);
 
+bool isHttp(std::string_view path);
+
 // Has a server that drops the connection be asked again from there, if `path` names one that can be. A key that is set
 // already keeps its value.
 void addReconnect(OptionMap& options, std::string_view path);
-
-// Has the same be done for what `input`, which is about to be opened, opens itself, as the segments of HLS. What stands
-// in `options` counts, which must live as long as it.
-void reconnectParts(AVFormatContext& input, OptionMap& options);
 
 }  // namespace kelp

@@ -51,6 +51,11 @@ void StreamParser::Run() {
         if (const auto seekPosUs = takeSeek()) {
             processSeekRequest(*seekPosUs);
         }
+        if (std::exchange(isLost_, false)) {
+            reach_.end();
+            waitAfterEnd(/*isFailed=*/true);
+            continue;
+        }
         if (!reach_.isOpen()) {
             changeTracks(GoBack::Allowed);
         }

@@ -129,6 +129,8 @@ private:
 
     bool openInput();
     void closeInput();  // with mutex_ held, and without a thread, or on it
+    // avformat_open_input of filePath_, with the options that `inputOptions_` has.
+    int openContext(AVFormatContext** context, const OptionMap& options);
     void readTimes();
     void seekAfterOpen(int64_t seekTimeMs);
     bool selectStreams();
@@ -240,6 +242,18 @@ private:
     void handOnUnsure();
     // Moves the input to where `seekPosUs`, from its start, can be decoded.
     bool seekInput(int64_t seekPosUs);
+    // An input that isn't in the place of the open one yet.
+    struct Reopened {
+        std::unique_ptr<InputParts> parts;
+        AVFormatContext* context = nullptr;  // null if there is none
+    };
+    bool needsReopening() const;
+    // Opens the input anew where `posUs` from its start can be decoded.
+    Reopened reopenAt(int64_t posUs);
+    // Whether what is played has the same places and forms in `context`.
+    bool isSameFilm(const AVFormatContext& context) const;
+    // Goes on with `reopened`. With mutex_ held.
+    void adopt(Reopened reopened);
     int64_t mpegTsSeekTarget(int64_t position, int64_t seekPosUs);
     void waitQueueDrain();
 
@@ -275,7 +289,7 @@ private:
     std::atomic<int> untilLow_{0};  // packets to be taken until the thread that rests before full queues reads on
 
     PlaybackOptions playbackOptions_;  // guarded by mutex_
-    OptionMap partOptions_;            // what the open input opens itself goes by them; written by `open`
+    OptionMap inputOptions_;           // by which the input was opened; written by `open`
     // Until then a stop doesn't break off what the demuxer does. The thread's that closes, when no other one is in it.
     std::chrono::steady_clock::time_point farewellEnd_{};
 

@@ -44,15 +44,6 @@ bool isBuffered(const PlaybackOptions& options) {
     return options.readAheadMs > 0 || options.rebufferMs > 0;
 }
 
-struct Dictionary {
-    Dictionary() = default;
-    Dictionary(const Dictionary&) = delete;
-    Dictionary& operator=(const Dictionary&) = delete;
-    ~Dictionary() { av_dict_free(&entries); }
-
-    AVDictionary* entries = nullptr;
-};
-
 }  // namespace
 
 StreamParser::StreamParser(TimestampExtrapolator* extrapolator, std::shared_ptr<PacketOutlet> packets,
@@ -247,7 +238,6 @@ bool StreamParser::openInput() {
     formatContext_->interrupt_callback.callback = interruptCallback;
     formatContext_->interrupt_callback.opaque = this;
 
-    Dictionary dictionary;
     {
         std::lock_guard lock(optionsMutex_);
         OptionMap options = options_;
@@ -263,18 +253,15 @@ bool StreamParser::openInput() {
         if (isBuffered(playbackOptions_)) {
             addReconnect(options, filePath_);
         }
-        if (isBuffered(playbackOptions_) && isRemote(filePath_)) {
-            partOptions_ = options;
-            reconnectParts(*formatContext_, partOptions_);
-        }
-        for (const auto& [key, value] : options) {
-            Log::Debug(TAG, "%s, set key:%s, value:%s\n", "open", key.c_str(), value.c_str());
-            av_dict_set(&dictionary.entries, key.c_str(), value.c_str(), 0);
-        }
+        inputOptions_ = std::move(options);
+    }
+    if (isBuffered(playbackOptions_) && isRemote(filePath_)) {
+        parts_ = std::make_unique<InputParts>(inputOptions_);
+        parts_->watch(*formatContext_);
     }
     AwaitedPipe pipe(filePath_, [this] { return isStopRequested(); });
     pipe.watchOpenOf(formatContext_);
-    int result = avformat_open_input(&formatContext_, filePath_.c_str(), nullptr, &dictionary.entries);
+    int result = openContext(&formatContext_, inputOptions_);
     if (result < 0 || !formatContext_) {
         char text[255] = {};
         av_strerror(result, text, sizeof(text));
@@ -301,10 +288,22 @@ bool StreamParser::openInput() {
     return true;
 }
 
+int StreamParser::openContext(AVFormatContext** context, const OptionMap& options) {
+    AVDictionary* entries = nullptr;
+    for (const auto& [key, value] : options) {
+        Log::Debug(TAG, "%s, set key:%s, value:%s\n", "open", key.c_str(), value.c_str());
+        av_dict_set(&entries, key.c_str(), value.c_str(), 0);
+    }
+    const int result = avformat_open_input(context, filePath_.c_str(), nullptr, &entries);
+    av_dict_free(&entries);
+    return result;
+}
+
 void StreamParser::readTimes() {
     isLive_ = isInputNamed("rtsp") || isInputNamed("sdp");
     isRemote_ = !isLive_ && isRemote(filePath_);
     isReadBreakable_ = isRemote_ && isBuffered(playbackOptions_);
+    reopensForSeeks_ = (isBuffered(playbackOptions_) || playbackOptions_.allCodecs) && needsReopening();
     readGrace_ = isInputNamed("dash") ? kDashReadGrace : std::chrono::milliseconds(0);
     readAhead_ = ReadAhead(isRemote_ ? playbackOptions_.readAheadMs : 0);
     // Where nobody knows a length, the end of a pipe can't be told from the death of who writes.
@@ -323,7 +322,12 @@ void StreamParser::readTimes() {
 }
 
 void StreamParser::seekAfterOpen(int64_t seekTimeMs) {
-    const int64_t target = wrappingAdd(wrappingMultiply(seekTimeMs, 1000), startTimeUs_);
+    const int64_t seekTimeUs = wrappingMultiply(seekTimeMs, 1000);
+    if (reopensForSeeks_) {
+        adopt(reopenAt(seekTimeUs));
+        return;
+    }
+    const int64_t target = wrappingAdd(seekTimeUs, startTimeUs_);
     if (avformat_seek_file(formatContext_, -1, INT64_MIN, target, INT64_MAX, 0) < 0) {
         Log::Warn(TAG, "%s: could not seek to position %0.3f\n", filePath_.c_str(),
                   static_cast<double>(target) / 1000000.0);

@@ -156,6 +156,14 @@ bool StreamParser::seekInput(int64_t seekPosUs) {
     if (durationUs >= 1 && seekPosUs + kSeekEndMarginUs > durationUs) {
         target = std::max<int64_t>(durationUs - kSeekEndMarginUs, 0);
     }
+    if (reopensForSeeks_) {
+        Reopened reopened = reopenAt(target);
+        const bool isOpen = reopened.context != nullptr;
+        isLost_ = !isOpen && !seekAsked_.isPending();
+        const std::lock_guard lock(mutex_);
+        adopt(std::move(reopened));
+        return isOpen;
+    }
     const int64_t end = wrappingAdd(originUs_, target);
     const int64_t seekTarget = videoStream_ && isInputNamed("mpegts") ? mpegTsSeekTarget(end, seekPosUs) : end;
     Log::Debug(TAG, "%s, seekPos:%lld, seekTarget:%lld\n", "processSeekRequest", static_cast<long long>(seekPosUs),

@@ -9,6 +9,7 @@
 
 #include "input/held_packet.h"
 #include "input/input_mending.h"
+#include "input/input_parts.h"
 #include "input/read_again.h"
 #include "input/read_ahead.h"
 #include "input/read_errors.h"
@@ -68,6 +69,8 @@ struct StreamParserState {
     bool isLive_ = false;
     bool isRemote_ = false;
     ReadAhead readAhead_;
+    std::unique_ptr<InputParts> parts_;     // of the input, or null
+    bool reopensForSeeks_ = false;          // libavformat can't go to another place in it
     bool isReadBreakable_ = false;          // a seek doesn't wait for what a server doesn't send
     const StreamChoice* choice_ = nullptr;  // from `open` on
     bool keepsSideData_ = false;            // palettes, samples to be left out, and so on
@@ -88,6 +91,7 @@ struct StreamParserState {
     int64_t seekPosUs_ = 0;
     bool seeksExactly_ = false;
     SeekReach reach_;
+    bool isLost_ = false;             // the input couldn't be opened anew for it
     bool isFarthestBack_ = false;     // there is nothing before what is read for it
     std::vector<HeldPacket> unsure_;  // what was read while reach_ is open
 

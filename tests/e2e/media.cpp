@@ -142,6 +142,12 @@ const std::vector<MediaFile>& mediaTable() {
          "ffmpeg -i {dir}/small.mp4 -c copy -f hls -hls_time 1 -hls_playlist_type vod -hls_segment_type fmp4 "
          "-hls_fmp4_init_filename hls_fmp4_init.mp4 -hls_segment_filename {dir}/hls_fmp4_%d.m4s {out}",
          320, 180, 75, 3000, true, 440},
+        {"hls_apart.m3u8", "the same, picture and sound in files of their own, their segments parts of these",
+         "ffmpeg -i {dir}/small.mp4 -map 0:v -map 0:a -c copy -f hls -hls_time 1 -hls_playlist_type vod "
+         "-hls_segment_type fmp4 -hls_flags single_file -var_stream_map 'v:0,agroup:sound a:0,agroup:sound' "
+         "-master_pl_name hls_apart_all.m3u8 {dir}/hls_apart_%v.m3u8 && "
+         "sed 's,/hls_,hls_,' {dir}/hls_apart_all.m3u8 > {out}",
+         320, 180, 75, 3000, true, 440},
         {"dash.mpd", "DASH, picture and sound in segments of their own",
          "ffmpeg -i {dir}/small.mp4 -c copy -f dash -seg_duration 1 -init_seg_name 'dash_$RepresentationID$_init.mp4' "
          "-media_seg_name 'dash_$RepresentationID$_$Number$.m4s' {out}", 320, 180, 75, 3000, true, 440},

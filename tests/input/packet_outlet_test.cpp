@@ -1,6 +1,8 @@
 #include "input/packet_outlet.h"
 
+#include <array>
 #include <chrono>
+#include <memory>
 #include <thread>
 #include <tuple>
 
@@ -191,6 +193,24 @@ TEST_F(PacketOutletTest, TellsTheStreamsAgainBehindTheEnd) {
     script.key(0).endOfFile().key(0);
     runScript();
     EXPECT_THAT(sink.calls, ElementsAre(kStreams, "video 0 key", "end", kStreams, "video 0 key", "end"));
+}
+
+TEST_F(PacketOutletTest, TellsNothingOfStreamsThatAreElsewhere) {
+    const auto close = [](AVFormatContext* context) { avformat_free_context(context); };
+    const std::unique_ptr<AVFormatContext, decltype(close)> context(__real_avformat_alloc_context(), close);
+    std::array<const AVStream*, 3> streams{};
+    for (auto& stream : streams) {
+        stream = avformat_new_stream(context.get(), nullptr);
+    }
+    AVPacket packet{};
+    outlet->move(streams[0], nullptr);
+    use(&sink);
+    outlet->packet({streams[0], nullptr, nullptr}, packet);
+    outlet->move(streams[1], nullptr);
+    outlet->packet({streams[1], nullptr, nullptr}, packet);
+    EXPECT_THAT(sink.take(), ElementsAre("streams 0:none:0/0", "video 0", "audio 0"));
+    outlet->packet({streams[2], nullptr, nullptr}, packet);
+    EXPECT_EQ(sink.calls.size(), 2U);
 }
 
 TEST_F(PacketOutletTest, BeginsAndEndsInMidStream) {

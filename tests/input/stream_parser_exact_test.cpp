@@ -9,9 +9,6 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr int64_t kSecond = 90'000;  // of pictures
-constexpr int64_t kSoundSecond = 44'100;
-
 class StreamParserExact : public StreamParserTest {
 protected:
     StreamParserExact() {

@@ -13,9 +13,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
 
-constexpr int64_t kSecond = 90'000;  // of pictures
-constexpr int64_t kSoundSecond = 44'100;
-
 class StreamParserLoop : public StreamParserTest {
 protected:
     StreamParserLoop() {

@@ -16,6 +16,10 @@
 
 namespace kelp::test {
 
+// In the ticks of the synthetic streams.
+constexpr int64_t kSecond = 90'000;  // of pictures
+constexpr int64_t kSoundSecond = 44'100;
+
 struct SyntheticStream {
     AVMediaType type = AVMEDIA_TYPE_VIDEO;
     AVCodecID codec = AV_CODEC_ID_H264;

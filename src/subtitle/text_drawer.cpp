@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <limits>
 #include <string>
 #include <utility>
 
@@ -28,10 +29,10 @@ void tell(int level, const char* format, va_list arguments, void*) {
     }
 }
 
-// The rectangle that holds all that is drawn on `screen`; of no size if nothing is.
-SubtitleOverlay::Part boundsOf(const ASS_Image* images, const SubtitleScreenSize& screen) {
-    int left = screen.width;
-    int top = screen.height;
+// The rectangle that holds all that is drawn; libass keeps within the screen.
+SubtitleOverlay::Part boundsOf(const ASS_Image* images) {
+    int left = std::numeric_limits<int>::max();
+    int top = left;
     int right = 0;
     int bottom = 0;
     for (const ASS_Image* image = images; image; image = image->next) {
@@ -41,10 +42,10 @@ SubtitleOverlay::Part boundsOf(const ASS_Image* images, const SubtitleScreenSize
         bottom = std::max(bottom, image->dst_y + image->h);
     }
     SubtitleOverlay::Part bounds;
-    bounds.x = std::max(left, 0);
-    bounds.y = std::max(top, 0);
-    bounds.pixelWidth = bounds.width = std::max(std::min(right, screen.width) - bounds.x, 0);
-    bounds.pixelHeight = bounds.height = std::max(std::min(bottom, screen.height) - bounds.y, 0);
+    bounds.x = left;
+    bounds.y = top;
+    bounds.pixelWidth = bounds.width = right - left;
+    bounds.pixelHeight = bounds.height = bottom - top;
     return bounds;
 }
 
@@ -59,12 +60,11 @@ void blend(const ASS_Image& image, SubtitleOverlay::Part& part) {
     const int green = static_cast<int>(image.color >> 16 & 0xFF);
     const int blue = static_cast<int>(image.color >> 8 & 0xFF);
     const int opacity = 255 - static_cast<int>(image.color & 0xFF);
-    const int left = std::max(image.dst_x, part.x);
-    const int right = std::min(image.dst_x + image.w, part.x + part.width);
-    for (int y = std::max(image.dst_y, part.y); y < std::min(image.dst_y + image.h, part.y + part.height); ++y) {
-        const uint8_t* from = image.bitmap + static_cast<ptrdiff_t>(y - image.dst_y) * image.stride - image.dst_x;
-        uint8_t* to = part.pixels.data() + (static_cast<ptrdiff_t>(y - part.y) * part.width + (left - part.x)) * 4;
-        for (int x = left; x < right; ++x, to += 4) {
+    for (int y = 0; y < image.h; ++y) {
+        const uint8_t* const from = image.bitmap + ptrdiff_t{y} * image.stride;
+        const ptrdiff_t first = ptrdiff_t{image.dst_y - part.y + y} * part.width + (image.dst_x - part.x);
+        uint8_t* to = part.pixels.data() + first * 4;
+        for (int x = 0; x < image.w; ++x, to += 4) {
             const int covers = divide255(from[x] * opacity);
             if (covers == 0) {
                 continue;
@@ -87,8 +87,8 @@ void divideByCover(SubtitleOverlay::Part& part) {
     }
 }
 
-DrawnSubtitles compose(const ASS_Image* images, const SubtitleScreenSize& screen) {
-    SubtitleOverlay::Part part = boundsOf(images, screen);
+DrawnSubtitles compose(const ASS_Image* images) {
+    SubtitleOverlay::Part part = boundsOf(images);
     if (part.width == 0 || part.height == 0) {
         return nullptr;
     }
@@ -157,14 +157,13 @@ void TextDrawer::takeEvents() {
     if (!std::ranges::includes(known, taken_)) {
         ass_->flushEvents(track_);
         taken_.clear();
-        count_ = 0;
     }
     for (const auto& event : events) {
         if (!taken_.insert(event).second) {
             continue;
         }
-        std::string line = std::to_string(event->order >= 0 ? event->order : count_) + "," + event->ass;
-        ++count_;
+        const int order = event->order >= 0 ? event->order : static_cast<int>(taken_.size());
+        std::string line = std::to_string(order) + "," + event->ass;
         const int64_t lastsMs = std::min(event->endMs, event->startMs + kLongestMs) - event->startMs;
         ass_->processEvent(track_, line.data(), static_cast<int>(line.size()), event->startMs, lastsMs);
     }
@@ -176,14 +175,13 @@ void TextDrawer::setScreen(const SubtitleScreenSize& screen) {
     }
     screen_ = screen;
     ass_->setFrameSize(renderer_, screen.width, screen.height);
-    const bool isKnown = screen.pictureWidth > 0 && screen.pictureHeight > 0;
-    ass_->setStorageSize(renderer_, isKnown ? screen.pictureWidth : 0, isKnown ? screen.pictureHeight : 0);
+    ass_->setStorageSize(renderer_, screen.pictureWidth, screen.pictureHeight);  // 0 for an unknown one, as there
     // What was placed upon a picture is stretched with it, mere text never.
     ass_->setPixelAspect(renderer_, source_->head().isStyled ? 0 : 1);
 }
 
 DrawnSubtitles TextDrawer::draw(int64_t timeMs, const SubtitleScreenSize& screen) {
-    if (!isOpen_ || screen.width <= 0 || screen.height <= 0) {
+    if (!isOpen_) {
         return nullptr;
     }
     if (const size_t lines = source_->at(timeMs).events.size(); lines > kMaxLines) {
@@ -197,7 +195,7 @@ DrawnSubtitles TextDrawer::draw(int64_t timeMs, const SubtitleScreenSize& screen
     int change = 0;
     const ASS_Image* const images = ass_->renderFrame(renderer_, track_, timeMs, &change);
     if (change != 0 || (images != nullptr) != (drawn_ != nullptr)) {
-        drawn_ = images ? compose(images, screen) : nullptr;
+        drawn_ = images ? compose(images) : nullptr;
     }
     return drawn_;
 }

@@ -18,7 +18,7 @@ public:
     TextDrawer(const TextDrawer&) = delete;
     TextDrawer& operator=(const TextDrawer&) = delete;
 
-    // The same object as before if it looks the same.
+    // The same object as before if it looks the same. `screen` has a width and a height.
     DrawnSubtitles draw(int64_t timeMs, const SubtitleScreenSize& screen);
 
 private:
@@ -36,7 +36,6 @@ private:
     unsigned int version_ = 0;  // of the track when its events were taken
     bool hasEvents_ = false;    // they were taken
     std::set<SubtitleTrack::Event> taken_;
-    int count_ = 0;  // of them
     SubtitleScreenSize screen_;
     DrawnSubtitles drawn_;
 };

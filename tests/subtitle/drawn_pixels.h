@@ -1,7 +1,5 @@
 #pragma once
 
-// What is drawn of subtitles, as it is seen, beside what libass draws by itself.
-
 #include <ass/ass.h>
 #include <gtest/gtest.h>
 
@@ -16,6 +14,7 @@
 
 namespace kelp::test {
 
+// As it is seen.
 struct Pixel {
     double red = 0;
     double green = 0;

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include "subtitle/subtitle_line.h"
+
 namespace kelp::test {
 namespace {
 
@@ -11,14 +13,6 @@ using testing::IsEmpty;
 constexpr int64_t kOpen = SubtitleEvent::kOpenEnd;
 constexpr int64_t kFirst = std::numeric_limits<int64_t>::min();
 constexpr int64_t kLast = std::numeric_limits<int64_t>::max();
-
-SubtitleEvent line(int64_t startMs, int64_t endMs, const std::string& text) {
-    SubtitleEvent event;
-    event.startMs = startMs;
-    event.endMs = endMs;
-    event.ass = "0,Default,,0,0,0,," + text;
-    return event;
-}
 
 SubtitleEvent picture(int64_t startMs, int64_t endMs, int width = 2) {
     SubtitleEvent event;

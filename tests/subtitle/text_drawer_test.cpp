@@ -6,6 +6,7 @@
 
 #include "subtitle/drawn_pixels.h"
 #include "subtitle/subtitle_files.h"
+#include "subtitle/subtitle_line.h"
 
 namespace kelp::test {
 namespace {
@@ -15,14 +16,6 @@ constexpr SubtitleScreenSize kFilm{640, 360, 640, 360};
 std::shared_ptr<SubtitleTrack> emptyTrack(bool isStyled = true) {
     return std::make_shared<SubtitleTrack>(
         SubtitleTrack::Head{.isText = true, .isStyled = isStyled, .script = kScript, .fonts = nullptr});
-}
-
-SubtitleEvent textEvent(int64_t startMs, int64_t endMs, const std::string& text) {
-    SubtitleEvent event;
-    event.startMs = startMs;
-    event.endMs = endMs;
-    event.ass = "0,Default,,0,0,0,," + text;
-    return event;
 }
 
 std::string dialogue(const std::string& text, int layer = 0) {
@@ -77,33 +70,33 @@ TEST(TextDrawer, LaysColoursOverEachOtherAsLibassDoes) {
 // A line that stands until the next one begins, of which nobody knows when it does; and one beside them.
 TEST(TextDrawer, EndsALineWhoseEndIsReadLater) {
     const auto track = emptyTrack();
-    track->add(textEvent(1000, 5000, "{\\an8}beside"));
-    track->add(textEvent(1200, SubtitleEvent::kOpenEnd, "first"));
+    track->add(line(1000, 5000, "{\\an8}beside"));
+    track->add(line(1200, SubtitleEvent::kOpenEnd, "first"));
     TextDrawer drawer(track);
     expectSame(drawer.draw(1500, kFilm), drawnAlone(track, 1500));
-    track->add(textEvent(2000, SubtitleEvent::kOpenEnd, "second, and longer"));
+    track->add(line(2000, SubtitleEvent::kOpenEnd, "second, and longer"));
     expectSame(drawer.draw(2500, kFilm), drawnAlone(track, 2500));
 }
 
 TEST(TextDrawer, LeavesALineInItsPlaceWhenMoreIsRead) {
     const auto track = emptyTrack();
-    track->add(textEvent(1000, 3000, "below"));
-    track->add(textEvent(2000, 6000, "above"));
+    track->add(line(1000, 3000, "below"));
+    track->add(line(2000, 6000, "above"));
     TextDrawer drawer(track);
     drawer.draw(1500, kFilm);
     drawer.draw(2500, kFilm);
     const auto before = drawer.draw(4000, kFilm);
     ASSERT_TRUE(before);
     ASSERT_NE(*before, *drawnAlone(track, 4000)) << "it would stand below if it came alone";
-    track->add(textEvent(9000, 9500, "later"));
+    track->add(line(9000, 9500, "later"));
     expectSame(drawer.draw(4500, kFilm), before);
 }
 
 // The color of two boxes that lie on each other, the red one of which begins first.
 Pixel colorOfTwo(int redOrder, int blueOrder) {
     const std::string box = "\\an7\\bord0\\shad0\\p1\\pos(100,100)}m 0 0 l 50 0 50 50 0 50";
-    auto red = textEvent(1000, 5000, "{\\1c&H0000FF&" + box);
-    auto blue = textEvent(1100, 5000, "{\\1c&HFF0000&" + box);
+    auto red = line(1000, 5000, "{\\1c&H0000FF&" + box);
+    auto blue = line(1100, 5000, "{\\1c&HFF0000&" + box);
     red.order = redOrder;
     blue.order = blueOrder;
     const auto track = emptyTrack();
@@ -122,7 +115,7 @@ TEST(TextDrawer, DrawsPlainTextForSquarePixels) {
     constexpr SubtitleScreenSize kSquare{600, 600, 600, 600};
     const auto drawn = [&](bool isStyled) {
         const auto track = emptyTrack(isStyled);
-        track->add(textEvent(1000, 5000, "HHHHHHHH"));
+        track->add(line(1000, 5000, "HHHHHHHH"));
         return drawnAlone(track, 2000, kSquare);
     };
     expectSame(drawn(/*isStyled=*/false), drawn(/*isStyled=*/true));

@@ -12,41 +12,40 @@ extern "C" {
 namespace kelp {
 
 void SubtitleTracks::onSubtitleStream(const AVFormatContext& input, const AVStream& stream, int64_t originUs) {
-    reading_ = nullptr;
-    decoder_ = SubtitleDecoder::open(*stream.codecpar, stream.time_base, originUs);
-    if (!decoder_) {
+    reading_.reset();
+    auto decoder = SubtitleDecoder::open(*stream.codecpar, stream.time_base, originUs);
+    if (!decoder) {
         return;
     }
     std::lock_guard lock(mutex_);
     auto& track = tracks_[stream.index];
     if (!track) {
-        track = std::make_shared<SubtitleTrack>(SubtitleTrack::Head{decoder_->isText(), decoder_->isStyled(),
-                                                                    decoder_->script(),
-                                                                    decoder_->isText() ? fontsOf(input) : nullptr});
+        track = std::make_shared<SubtitleTrack>(SubtitleTrack::Head{
+            decoder->isText(), decoder->isStyled(), decoder->script(), decoder->isText() ? fontsOf(input) : nullptr});
     }
-    reading_ = track;
+    reading_ = {std::move(decoder), track};
 }
 
 void SubtitleTracks::onSubtitlePacket(const AVPacket& packet) {
-    if (!decoder_ || !reading_) {
+    if (!reading_) {
         return;
     }
-    for (SubtitleEvent& event : decoder_->decode(packet)) {
-        reading_->add(std::move(event));
+    for (SubtitleEvent& event : reading_->decoder->decode(packet)) {
+        reading_->track->add(std::move(event));
     }
 }
 
 void SubtitleTracks::onSubtitleGap() {
-    if (decoder_ && reading_) {
-        decoder_->flush();
-        reading_->gap();
+    if (reading_) {
+        reading_->decoder->flush();
+        reading_->track->gap();
     }
 }
 
 // What is known stays, pictures too: what begins behind the turn isn't shown in it, and what comes again is known.
 void SubtitleTracks::onSubtitleTurn() {
-    if (decoder_) {
-        decoder_->flush();
+    if (reading_) {
+        reading_->decoder->flush();
     }
 }
 
@@ -79,8 +78,7 @@ std::shared_ptr<const SubtitleTrack> SubtitleTracks::current() const {
 void SubtitleTracks::forget() {
     chosen_ = kNone;
     isAny_ = false;
-    decoder_.reset();
-    reading_ = nullptr;
+    reading_.reset();
     std::lock_guard lock(mutex_);
     tracks_.clear();
     whole_.clear();

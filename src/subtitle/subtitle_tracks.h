@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 
 #include "input/subtitle_taker.h"
@@ -52,9 +53,12 @@ private:
     std::map<int, std::shared_ptr<SubtitleTrack>> tracks_;  // by their numbers
     std::set<int> whole_;                                   // likewise
 
-    // The parser's.
-    std::unique_ptr<SubtitleDecoder> decoder_;
-    std::shared_ptr<SubtitleTrack> reading_;  // which it decodes for
+    // What the parser reads, and the track that it is decoded for.
+    struct Reading {
+        std::unique_ptr<SubtitleDecoder> decoder;
+        std::shared_ptr<SubtitleTrack> track;
+    };
+    std::optional<Reading> reading_;  // the parser's
 };
 
 }  // namespace kelp

@@ -1,12 +1,28 @@
 #include "subtitle/text_drawer.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "subtitle/drawn_pixels.h"
 #include "subtitle/subtitle_files.h"
 #include "subtitle/subtitle_line.h"
+#include "support/log_capture.h"
+
+static bool isLibassMissing = false;
+
+extern "C" {
+
+void* __real_dlopen(const char* name, int flags);
+
+void* __wrap_dlopen(const char* name, int flags) {
+    return isLibassMissing && std::string_view(name).starts_with("libass.") ? nullptr : __real_dlopen(name, flags);
+}
+
+}  // extern "C"
 
 namespace kelp::test {
 namespace {
@@ -119,6 +135,25 @@ TEST(TextDrawer, DrawsPlainTextForSquarePixels) {
         return drawnAlone(track, 2000, kSquare);
     };
     expectSame(drawn(/*isStyled=*/false), drawn(/*isStyled=*/true));
+}
+
+// In a process of its own, as what was loaded stays.
+TEST(TextDrawerDeathTest, DrawsNothingWithoutLibassAndSaysSoOnce) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto isDrawn = [] {
+        const auto track = emptyTrack();
+        track->add(line(1000, 5000, "unseen"));
+        return drawnAlone(track, 2000) != nullptr;
+    };
+    const auto draw = [&] {
+        LogCapture log;
+        isLibassMissing = true;
+        const bool isAny = isDrawn() || isDrawn();
+        const int lines = log.count("libass.so.9 isn't there: subtitles of text aren't drawn\n");
+        std::_Exit(isAny ? 100 : lines);
+    };
+    EXPECT_EXIT(draw(), testing::ExitedWithCode(1), "");
+    EXPECT_TRUE(isDrawn());
 }
 
 }  // namespace

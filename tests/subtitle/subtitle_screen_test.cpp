@@ -3,101 +3,16 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
-#include <condition_variable>
-#include <functional>
 #include <thread>
 
-#include "kelp_player/subtitle_sink.h"
-#include "subtitle/subtitle_files.h"
+#include "subtitle/subtitle_screen_fixture.h"
 
-namespace kelp {
-
-class SubtitleScreenPeer {
-public:
-    static void work(SubtitleScreen& screen) { screen.work(); }
-    static void tellEnd(SubtitleScreen& screen) { screen.tellEnd(); }
-    // Whether the thread would have been woken since the last question.
-    static bool isAsked(SubtitleScreen& screen) { return screen.asked_.exchange(0) != 0; }
-};
-
-namespace test {
+namespace kelp::test {
 namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-constexpr int kNumber = 2;
-constexpr SubtitleScreenSize kSize{640, 360, 640, 360};
-
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
-// Writes down what it is told: the time, the texts, and how many pictures.
-class WritingSink : public ExternSubtitleSink {
-public:
-    void onSubtitles(const ShownSubtitles& subtitles) override {
-        std::lock_guard lock(mutex_);
-        std::string text = std::to_string(subtitles.timeMs);
-        for (const auto& line : subtitles.lines) {
-            text += " " + line.text;
-        }
-        if (!subtitles.pictures.empty()) {
-            text += " +" + std::to_string(subtitles.pictures.size());
-        }
-        calls_.push_back(text);
-        last = subtitles;
-        for (auto& picture : last.pictures) {
-            picture.pixels = nullptr;
-        }
-        told_.notify_all();
-        if (onCall) {
-            onCall();
-        }
-    }
-    SubtitlePictureSize pictureSize() override { return size; }
-
-    std::vector<std::string> take() {
-        std::lock_guard lock(mutex_);
-        return std::exchange(calls_, {});
-    }
-    bool waitFor(const std::string& call) {
-        std::unique_lock lock(mutex_);
-        return told_.wait_for(lock, std::chrono::seconds(20), [&] { return std::ranges::count(calls_, call) > 0; });
-    }
-
-    SubtitlePictureSize size;
-    ShownSubtitles last;
-    std::function<void()> onCall;
-
-private:
-    std::mutex mutex_;
-    std::condition_variable told_;
-    std::vector<std::string> calls_;
-};
-#pragma GCC diagnostic pop
-
-class SubtitleScreenTest : public testing::Test {
-protected:
-    SubtitleScreenTest() {
-        const std::string script = std::string(kScript) +
-                                   "Dialogue: 0,0:00:01.00,0:00:02.00,Default,,0,0,0,,one\n"
-                                   "Dialogue: 0,0:00:03.00,0:00:04.00,Default,,0,0,0,,two\n"
-                                   "Dialogue: 0,0:00:05.00,0:00:06.00,Default,,0,0,0,,{\\move(0,0,600,300)}moves\n";
-        track = readTrack(writeFile("screen.ass", script));
-        tracks->add(kNumber, track);
-    }
-
-    void work() { SubtitleScreenPeer::work(screen); }
-    bool isAsked() { return SubtitleScreenPeer::isAsked(screen); }
-    void show(int64_t timeMs) {
-        screen.shown(timeMs);
-        work();
-    }
-
-    std::shared_ptr<SubtitleTrack> track;
-    std::shared_ptr<SubtitleTracks> tracks = std::make_shared<SubtitleTracks>();
-    SubtitleScreen screen{tracks};
-};
 
 TEST_F(SubtitleScreenTest, AsksForNothingWithoutAChosenTrack) {
     const auto view = screen.addView();
@@ -287,99 +202,6 @@ TEST_F(SubtitleScreenTest, TellsANewSinkWhatStandsAndAnOldOneTheEnd) {
     screen.setSink(nullptr);
 }
 
-// The line from 1000 to 2000 was drawn at 1900.
-TEST_F(SubtitleScreenTest, ShowsWhatWasDrawnForAPictureNearbyUntilItIsDrawn) {
-    tracks->choose(kNumber);
-    const auto view = screen.addView();
-    screen.at(*view, 1900, kSize);
-    work();
-    for (const int64_t timeMs : {2000, 2100}) {
-        const auto meanwhile = screen.at(*view, timeMs, kSize);
-        EXPECT_TRUE(meanwhile.subtitles) << timeMs;
-        EXPECT_FALSE(meanwhile.isFinal) << timeMs;
-    }
-    EXPECT_FALSE(screen.at(*view, 2101, kSize).subtitles);
-    const SubtitleScreenSize larger{1280, 720, 640, 360};
-    EXPECT_TRUE(screen.at(*view, 1700, larger).subtitles);
-    EXPECT_FALSE(screen.at(*view, 999, larger).subtitles);
-    EXPECT_TRUE(screen.at(*view, 1000, larger).subtitles) << "as long as it stands, however far away that is";
-}
-
-TEST_F(SubtitleScreenTest, KnowsNothingOfWhatWasShownBeforeItsEnd) {
-    tracks->choose(kNumber);
-    const auto view = screen.addView();
-    screen.prepare(3500);
-    screen.shown(1500);
-    screen.at(*view, 1500, kSize);
-    work();
-    EXPECT_TRUE(screen.at(*view, 3500, kSize).isFinal);
-    EXPECT_TRUE(screen.at(*view, 1500, kSize).isFinal);
-
-    screen.end();
-    WritingSink sink;
-    screen.setSink(&sink);
-    work();
-    EXPECT_THAT(sink.take(), IsEmpty());
-    EXPECT_FALSE(screen.at(*view, 1500, kSize).isFinal);
-    EXPECT_FALSE(screen.at(*view, 3500, kSize).isFinal);
-    screen.setSink(nullptr);
-}
-
-TEST_F(SubtitleScreenTest, KeepsItsLastThreeDrawings) {
-    tracks->choose(kNumber);
-    const auto view = screen.addView();
-    const auto draw = [&](int64_t timeMs) {
-        screen.at(*view, timeMs, kSize);
-        work();
-    };
-    draw(1500);
-    draw(2500);
-    draw(3500);
-    for (const int64_t timeMs : {1500, 2500, 3500}) {
-        EXPECT_TRUE(screen.at(*view, timeMs, kSize).isFinal) << timeMs;
-    }
-    draw(4500);
-    EXPECT_FALSE(screen.at(*view, 1500, kSize).isFinal);
-    EXPECT_TRUE(screen.at(*view, 2500, kSize).isFinal);
-}
-
-TEST_F(SubtitleScreenTest, TellsTheSinkAgainOfTheSameLineAfterItsEnd) {
-    tracks->choose(kNumber);
-    WritingSink sink;
-    screen.setSink(&sink);
-    show(1500);
-    SubtitleScreenPeer::tellEnd(screen);
-    screen.end();
-    isAsked();
-    screen.shown(1500);
-    EXPECT_TRUE(isAsked());
-    work();
-    EXPECT_THAT(sink.take(), ElementsAre("1500 one", "1500", "1500 one"));
-    screen.setSink(nullptr);
-}
-
-TEST_F(SubtitleScreenTest, WakesForNoPictureWhileNoTrackIsShown) {
-    tracks->choose(kNumber);
-    tracks->choose(SubtitleTracks::kNone);
-    WritingSink sink;
-    screen.setSink(&sink);
-    show(5000);
-    isAsked();
-    for (const int64_t timeMs : {-40, 0, 900'000}) {
-        screen.shown(timeMs);
-        EXPECT_FALSE(isAsked()) << timeMs;
-    }
-    screen.setSink(nullptr);
-}
-
-TEST_F(SubtitleScreenTest, WakesForANewSink) {
-    WritingSink sink;
-    EXPECT_FALSE(isAsked());
-    screen.setSink(&sink);
-    EXPECT_TRUE(isAsked());
-    screen.setSink(nullptr);
-}
-
 TEST_F(SubtitleScreenTest, RunsOnAThreadOfItsOwnUntilItsEnd) {
     tracks->choose(kNumber);
     WritingSink sink;
@@ -408,5 +230,4 @@ TEST_F(SubtitleScreenTest, RunsOnAThreadOfItsOwnUntilItsEnd) {
 }
 
 }  // namespace
-}  // namespace test
-}  // namespace kelp
+}  // namespace kelp::test

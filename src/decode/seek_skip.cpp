@@ -52,10 +52,9 @@ int SeekSkip::countDropped(const Packets& waiting, std::optional<int64_t> dueMs)
     }
     for (size_t i = 0; i < dropped; ++i) {
         noteOrder(*waiting[i]);
-        leaveOut(lineTimeMs(*waiting[i]) + 1);
     }
     if (dropped > 0) {
-        // Those behind it that are shown before it refer to what was dropped.
+        // Of what times those dropped tell nothing follows. Those behind it that are shown before it refer to them.
         noteOrder(*waiting[dropped]);
         leaveOut(lineTimeMs(*waiting[dropped]));
     }

@@ -326,6 +326,18 @@ TEST(SeekSkip, DropsUpToAnyKeyFrameFarBehindPlayback) {
     EXPECT_EQ(skip.countDropped({}, 9000), 0);
 }
 
+TEST(SeekSkip, NeedsTheKeyFrameThatEndsADropWhateverTimesWereDropped) {
+    for (const int64_t wrong : {int64_t{201}, int64_t{1'000'000}, std::numeric_limits<int64_t>::max()}) {
+        SeekSkip skip(200);
+        const auto packets = packetsWithKeys(800, {200});
+        packets[3]->pts = wrong;
+        EXPECT_EQ(skip.countDropped(packets, 300), 5);
+        EXPECT_EQ(skip.neededFromMs(), 200) << wrong;
+        skip.take(*packets[5], {});
+        EXPECT_FALSE(skip.leaveOutIfLate(*packets[5], {}, std::nullopt)) << wrong;
+    }
+}
+
 TEST(SeekSkip, DropsNothingWhereNoKeyFrameHasCome) {
     SeekSkip skip(200);
     EXPECT_EQ(skip.countDropped(packetsWithKeys(400, {}), 9000), 0) << "none may ever come";

@@ -25,12 +25,12 @@ Unit h264Unit(uint8_t first, uint8_t) {
 }
 
 Unit hevcUnit(uint8_t first, uint8_t) {
-    constexpr int kHighestUnreferenced = 14;  // and of those below it the even ones
+    constexpr int kLowestKey = 16;  // below it the even ones are unreferenced
     constexpr int kDelimiter = 35;
     constexpr int kFiller = 38;
     constexpr int kLastMessage = 40;
     const int type = first >> 1 & 0x3F;
-    if (type <= kHighestUnreferenced && type % 2 == 0) {
+    if (type < kLowestKey && type % 2 == 0) {
         return Unit::Unreferenced;
     }
     return type == kDelimiter || (type >= kFiller && type <= kLastMessage) ? Unit::Neutral : Unit::Needed;

@@ -122,6 +122,19 @@ TEST_F(LoopSoundTest, IsSilentWhereSoundIsMissing) {
     EXPECT_EQ(newest->lastsToMs, newest->pts + newest->duration - 1);
 }
 
+TEST_F(LoopSoundTest, LeavesAnotherFormOfSamplesAlone) {
+    const auto first = turn(0, -1, 1'000'000);
+    sound.setTurn(first);
+    play(*first, 0, kRate - 2000);
+    heard.clear();
+    sound.setSpec({1, kRate, 3});
+    const auto next = turn(1'000'000, 0, 1'000'000);
+    sound.follow(next);
+    EXPECT_THAT(heard, testing::IsEmpty()) << "silence is of 16 bits";
+    play(*next, 0, kRate + 700);
+    EXPECT_EQ(heard.size(), kRate + 700U);
+}
+
 TEST_F(LoopSoundTest, IsSilentUpToTheSeamHoweverMuchIsMissing) {
     const auto first = turn(0, -1, 10'000'000);
     sound.setTurn(first);

@@ -153,6 +153,20 @@ TEST_F(FFVideoDecoderColors, CostAnOrdinaryPictureNoMoreThanBefore) {
     EXPECT_THAT(videoFakes().conversions, SizeIs(1));
 }
 
+TEST_F(FFVideoDecoderColors, KeepNothingOfTheConversionOverAClose) {
+    for (const bool allCodecs : {true, false}) {
+        decoder_->setOptions({.allCodecs = allCodecs});
+        videoFakes().conversions.clear();
+        for (const size_t made : {1U, 2U}) {
+            openScripted();
+            show(makePicture(0));
+            show(makePicture(40));
+            EXPECT_THAT(videoFakes().conversions, SizeIs(made)) << allCodecs;
+            decoder_->close();
+        }
+    }
+}
+
 TEST_F(FFVideoDecoderColors, ShareWhatNeedsNoConversion) {
     decoder_->setOptions({.allCodecs = true, .sharedPictures = true});
     openScripted();

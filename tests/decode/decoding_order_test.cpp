@@ -80,6 +80,28 @@ TEST(DecodingOrder, DoesNotGrowWithoutEnd) {
     EXPECT_EQ(order.takeTime(99'999, 1000), 99'872);
 }
 
+// The stream has announced two pictures that are decoded early. The packet at 40 ms gives none.
+TEST_F(FFVideoDecoderFixture, OrdersPicturesByPacketsOnceOneIsReordered) {
+    for (const bool isReordered : {false, true}) {
+        openScripted();
+        videoFakes().opened.back().context->has_b_frames = 2;
+        for (const int64_t pts : {0, 40, 80}) {
+            const auto packet = makeVideoPacket(pts);
+            packet->isTimedByOrder = true;
+            decoder_->insertPacket(packet.get());
+        }
+        observer_->frames.clear();
+        for (const int64_t pts : {0, 80}) {
+            auto picture = makePicture(pts);
+            picture->pict_type = isReordered && pts == 0 ? AV_PICTURE_TYPE_B : AV_PICTURE_TYPE_P;
+            show(std::move(picture));
+        }
+        EXPECT_THAT(observer_->times(), ElementsAre(0, isReordered ? 40 : 80));
+        decoder_->close();
+        decoder_ = std::make_shared<FFVideoDecoder>();
+    }
+}
+
 class DecodingOrderOf : public FFVideoDecoderFixture, public testing::WithParamInterface<const char*> {};
 
 // Pictures of real streams whose packets have lost their times.

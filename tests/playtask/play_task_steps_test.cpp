@@ -25,19 +25,38 @@ class PlayTaskSteps : public testing::Test {
 protected:
     void SetUp() override {
         FakeTime::reset();
+        begin();
+    }
+
+    // A playback, paused.
+    void begin() {
         under.peer.setSeekable(true, 60000);
         under.peer.set(std::make_shared<VideoPlayThread>(false, nullptr));
         under.peer.set(std::make_shared<AudioPlayThread>());
         under.task->pause();
     }
+    // Pictures from 1000 to 1400 ms, and the sound of 200 ms later.
+    void fill() {
+        for (int64_t pts = 1000; pts <= 1400; pts += 40) {
+            const auto picture = std::make_shared<VideoFrameInfo>();
+            picture->pts = pts;
+            under.peer.videoPlay()->fillFrame(picture);
+            const auto sound = std::make_shared<AudioFrameInfo>();
+            sound->pts = pts + 200;
+            under.peer.audioPlay()->fillFrame(sound);
+        }
+    }
 
     // As the play thread does where the picture at `pts` is shown.
-    void awaitStepSeek(int64_t pts) {
+    FrameSteps& leave(int64_t pts) {
         BasePlayThread& thread = VideoPlayThreadPeer::base(*under.peer.videoPlay());
         FrameSteps& steps = thread.*privateMember(PrivateMember<StepsTag, Steps>{});
-        FrameSteps::Queue none;
         steps.leave(pts);
-        steps.take(none, /*isLast=*/false);
+        return steps;
+    }
+    void awaitStepSeek(int64_t pts) {
+        FrameSteps::Queue none;
+        leave(pts).take(none, /*isLast=*/false);
     }
     // The picture at `pts` is shown, and the seek for a step before it is on its way.
     void beginStepBack(int64_t pts) {
@@ -104,16 +123,6 @@ TEST_F(PlayTaskSteps, GiveWayToASeek) {
 
 // Steps back move the picture to where the sound has gone by.
 TEST_F(PlayTaskSteps, TakeNoSoundAwayFromASeekBehindThem) {
-    const auto fill = [&] {
-        for (int64_t pts = 1000; pts <= 1400; pts += 40) {
-            const auto picture = std::make_shared<VideoFrameInfo>();
-            picture->pts = pts;
-            under.peer.videoPlay()->fillFrame(picture);
-            const auto sound = std::make_shared<AudioFrameInfo>();
-            sound->pts = pts + 200;
-            under.peer.audioPlay()->fillFrame(sound);
-        }
-    };
     fill();
     ASSERT_TRUE(under.task->stepFrame(-1));
     under.task->seek(1100);
@@ -142,6 +151,24 @@ TEST_F(PlayTaskSteps, LeaveTheSoundThatIsQueuedBehindThem) {
     }
     under.fromVideoPlay().onStepped(1600);
     EXPECT_EQ(under.peer.audioPlay()->getFrameQueueSize(), 21);
+}
+
+TEST_F(PlayTaskSteps, LeaveNothingToTheNextPlayback) {
+    under.peer.set(std::make_shared<AudioDecodeThread>());
+    fill();
+    ASSERT_TRUE(under.task->stepFrame(1));
+    under.fromVideoPlay().onStepped(1700);
+    under.task->stop();
+    begin();
+    under.fromAudioPlay().onFirstAudioFrame(1000);
+    EXPECT_EQ(under.eventsOf(EVENT_FIRST_AUDIO_FRAME).size(), 1U);
+    leave(1000);
+    EXPECT_TRUE(under.task->resume());
+    EXPECT_EQ(under.peer.seekingTimeMs(), -1) << "nothing is behind the picture";
+    EXPECT_FALSE(under.peer.videoPlay()->isPaused());
+    fill();
+    under.task->seek(1100);
+    EXPECT_EQ(under.peer.seekingTimeMs(), -1) << "the picture decides";
 }
 
 TEST_F(PlayTaskSteps, AreForgottenWithASeek) {

@@ -40,7 +40,7 @@ ParameterSets::ParameterSets(const AVCodecParameters& parameters) : codecId_(par
         return;
     }
     const std::unique_ptr<AVPacket, FreePacket> packet(av_packet_alloc());
-    if (packet && parameters.extradata_size > 0 && av_new_packet(packet.get(), parameters.extradata_size) >= 0) {
+    if (packet && av_new_packet(packet.get(), parameters.extradata_size) >= 0) {
         std::copy_n(parameters.extradata, parameters.extradata_size, packet->data);
         described_ = in(*packet);
     }

@@ -96,10 +96,8 @@ void skipH264ScalingLists(Bits& bits, int lists) {
             continue;
         }
         int last = 8;
-        int next = 8;
-        for (int left = list < 6 ? 16 : 64; left > 0 && next != 0; --left) {
-            next = (last + (bits.signedCode() & 255)) & 255;
-            last = next;
+        for (int left = list < 6 ? 16 : 64; left > 0 && last != 0; --left) {
+            last = (last + (bits.signedCode() & 255)) & 255;
         }
     }
 }
@@ -146,10 +144,9 @@ void skipHevcProfile(Bits& bits, uint32_t moreLayers) {
 }
 
 void skipHevcScalingLists(Bits& bits) {
-    for (int size = 0; size < 4; ++size) {
-        for (int list = 0; list < (size == 3 ? 2 : 6); ++list) {
-            bits.skipCodes(!bits.flag() ? 1 : std::min(64, 16 << 2 * size) + (size > 1 ? 1 : 0));
-        }
+    for (int list = 0; list < 20; ++list) {
+        const int coefficients = list < 6 ? 16 : 64;
+        bits.skipCodes(!bits.flag() ? 1 : coefficients + (list < 12 ? 0 : 1));  // the last with their mean
     }
 }
 

@@ -36,6 +36,55 @@ TEST(ParameterCounts, EndWhereDecodersEndThem) {
     }
 }
 
+TEST(ParameterCounts, StandBehindAllElseThatASetMayTell) {
+    constexpr int kWithChroma[] = {44, 83, 86, 100, 110, 118, 122, 128, 134, 138, 139, 244};
+    for (int profile = 0; profile < 256; ++profile) {
+        const bool tellsChroma = std::ranges::count(kWithChroma, profile) > 0;
+        for (const uint32_t chroma : tellsChroma ? std::vector<uint32_t>{1, 2, 3} : std::vector<uint32_t>{0}) {
+            const auto isBounded = [&](uint32_t pictures) {
+                const Bytes set = wholeH264Set(pictures, static_cast<uint8_t>(profile), chroma);
+                return areCountsBounded(AV_CODEC_ID_H264, set);
+            };
+            EXPECT_TRUE(isBounded(255)) << profile << " " << chroma;
+            EXPECT_FALSE(isBounded(256)) << profile << " " << chroma;
+        }
+    }
+    EXPECT_FALSE(areCountsBounded(AV_CODEC_ID_H264, wholeH264Set(1, 100, 4)));
+    for (uint32_t moreLayers = 0; moreLayers < 7; ++moreLayers) {
+        for (const bool isOrderedByLayer : {false, true}) {
+            const auto isBounded = [&](uint32_t references) {
+                return areCountsBounded(AV_CODEC_ID_HEVC, wholeHevcSet(references, moreLayers, isOrderedByLayer));
+            };
+            EXPECT_TRUE(isBounded(16)) << moreLayers << isOrderedByLayer;
+            EXPECT_FALSE(isBounded(17)) << moreLayers << isOrderedByLayer;
+        }
+    }
+    EXPECT_TRUE(areCountsBounded(AV_CODEC_ID_VVC, wholeVvcSet(599)));
+    EXPECT_FALSE(areCountsBounded(AV_CODEC_ID_VVC, wholeVvcSet(600)));
+    EXPECT_TRUE(areCountsBounded(AV_CODEC_ID_VVC, cutVvcSet() + Bytes{0x20}));
+    EXPECT_FALSE(areCountsBounded(AV_CODEC_ID_VVC, cutVvcSet() + Bytes{0, 0}));
+}
+
+TEST(ParameterCounts, AreFoundBehindOtherUnitsOfAv1) {
+    const auto isBounded = [](const Bytes& units) { return areCountsBounded(AV_CODEC_ID_AV1, units); };
+    const Bytes bad = av1Sequence(1);
+    const Bytes badAlone(bad.begin() + 2, bad.end() - 4);
+    EXPECT_FALSE(isBounded(Bytes{0x12, 0} + bad));
+    EXPECT_FALSE(isBounded(Bytes{0x2A, 0x83, 0, 1, 2, 3} + bad)) << "a size of two bytes";
+    EXPECT_FALSE(isBounded(Bytes{0x2E, 0x08, 1, 9} + bad)) << "of a layer";
+    EXPECT_FALSE(isBounded(Bytes{0x08} + badAlone)) << "the last one has no size";
+    EXPECT_FALSE(isBounded(Bytes{0x0C, 0x08} + badAlone));
+    EXPECT_FALSE(isBounded({0x0A, 0}));
+    EXPECT_TRUE(isBounded({0x0A, 1, 0x1C})) << "of a still picture";
+    EXPECT_TRUE(isBounded({0x0A, 1, 0x02})) << "without times";
+    // What isn't there isn't read.
+    EXPECT_TRUE(isBounded({0x0A}));
+    EXPECT_TRUE(isBounded({0x0E}));
+    EXPECT_TRUE(isBounded({0x0A, 0x80}));
+    EXPECT_TRUE(isBounded({0x0A, 2, 0x01}));
+    EXPECT_TRUE(isBounded(Bytes{0x0A} + Bytes(9, 0x80) + Bytes(1, 0)));
+}
+
 TEST(ParameterCounts, AreLookedForInEverySet) {
     const Bytes good = hevcSet(1, 3);
     const Bytes bad = hevcSet(2, 3);

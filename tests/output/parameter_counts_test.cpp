@@ -59,6 +59,8 @@ TEST(ParameterCounts, StandBehindAllElseThatASetMayTell) {
             EXPECT_FALSE(isBounded(17)) << moreLayers << isOrderedByLayer;
         }
     }
+    EXPECT_TRUE(areCountsBounded(AV_CODEC_ID_HEVC, wholeHevcSet(16, 0, false, 64)));
+    EXPECT_FALSE(areCountsBounded(AV_CODEC_ID_HEVC, wholeHevcSet(16, 0, false, 65)));
     EXPECT_TRUE(areCountsBounded(AV_CODEC_ID_VVC, wholeVvcSet(599)));
     EXPECT_FALSE(areCountsBounded(AV_CODEC_ID_VVC, wholeVvcSet(600)));
     EXPECT_TRUE(areCountsBounded(AV_CODEC_ID_VVC, cutVvcSet() + Bytes{0x20}));

@@ -103,7 +103,7 @@ Bytes wholeH264Set(uint32_t picturesOfCycle, uint8_t profile, uint32_t chroma) {
     return writer.put(1, 1).bytes();
 }
 
-Bytes wholeHevcSet(uint32_t references, uint32_t moreLayers, bool isOrderedByLayer) {
+Bytes wholeHevcSet(uint32_t references, uint32_t moreLayers, bool isOrderedByLayer, uint32_t sets) {
     BitWriter writer({0x42, 0x01});
     writer.put(5, 4).put(moreLayers, 3).ones(1 + 96);
     for (uint32_t layer = 0; layer < moreLayers; ++layer) {
@@ -123,10 +123,13 @@ Bytes wholeHevcSet(uint32_t references, uint32_t moreLayers, bool isOrderedByLay
         const int coefficients = list < 6 ? 16 : list < 12 ? 64 : 65;  // the last with their mean
         list % 2 == 0 ? writer.put(1, 1).repeated(2, coefficients) : writer.put(0, 1).codes({1});
     }
-    writer.ones(2).put(1, 1).put(0x77, 8).codes({0, 2}).put(1, 1).codes({4});
+    writer.ones(2).put(1, 1).put(0x77, 8).codes({0, 2}).put(1, 1).codes({sets});
     writer.codes({2, 1}).codes({0}).put(1, 1).codes({1}).put(0, 1).codes({0}).put(1, 1);
     writer.ones(2).codes({3}).put(0b1'00'01'1, 6);   // of three pictures and the one between, three
     writer.ones(2).codes({1}).put(0b00'1'00'00, 7);  // and of these one
+    for (uint32_t set = 4; set < sets; ++set) {
+        writer.put(0, 1).codes({0, 0});
+    }
     writer.put(0, 1).codes({0, references});
     for (uint32_t i = 0; i < references && references < 100; ++i) {
         writer.codes({0}).put(1, 1);

@@ -127,6 +127,24 @@ TEST_F(StreamParserFile, TellsTheEndOfTheSoundWhereAllCodecsAreWanted) {
     EXPECT_EQ(observer->audioPackets().back()->size, 0);
 }
 
+TEST_F(StreamParserFile, HandsACoverOnOnceAheadOfTheSound) {
+    parser->setPlaybackOptions({.allCodecs = true});
+    readToTheEnd(inputFile("cover.m4a"));
+    const auto pictures = observer->videoPackets();
+    ASSERT_EQ(pictures.size(), 2U);
+    EXPECT_TRUE(pictures[0]->keyFrame);
+    EXPECT_EQ(pictures[0]->pts, 0);
+    const auto bytes = bytesOf(*pictures[0]);
+    ASSERT_GT(bytes.size(), 100U);
+    EXPECT_EQ(bytes[0], 0xFF);
+    EXPECT_EQ(bytes[1], 0xD8) << "a JPEG";
+    EXPECT_EQ(pictures[1]->data, nullptr) << "its end";
+    const auto events = observer->events();
+    EXPECT_EQ(events[0], "video 0 key");
+    EXPECT_EQ(events[1], "end found");
+    EXPECT_EQ(std::ranges::count(events, "end found"), 1);
+}
+
 TEST_F(StreamParserFile, KnowsTheCodecsOfEveryFile) {
     struct Expected {
         VideoCodecType video;

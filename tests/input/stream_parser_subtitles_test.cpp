@@ -223,6 +223,20 @@ TEST_F(StreamParserSubtitles, ComeWithWhatIsReadNextWhereTheSourceCantGoBack) {
     EXPECT_THAT(logLines("unknown stream"), IsEmpty());
 }
 
+TEST_F(StreamParserSubtitles, OfATrackThatWasLeftAreNoMistake) {
+    openWith(PlaybackOptions::kAutoTrack, /*canGoBack=*/false);
+    script.key(0);
+    select(2);
+    script.audio(0);
+    subtitle(100);
+    select(-1);
+    script.video(3600);
+    subtitle(200);  // the demuxer had it already
+    runScript();
+    EXPECT_THAT(subtitles->calls, ElementsAre("stream 2 0", "gap", "packet 100", "gap"));
+    EXPECT_THAT(logLines("unknown stream"), IsEmpty());
+}
+
 TEST_F(StreamParserSubtitles, AndTheSoundMayChangeTogether) {
     input.streams.push_back(audioStream(AV_CODEC_ID_MP3));
     openWith(PlaybackOptions::kAutoTrack);

@@ -287,6 +287,23 @@ TEST_F(RecorderTest, BeginsTheNextFileBehindASize) {
     expectWhole(told_.ended);
 }
 
+TEST_F(RecorderTest, BeginsTheNextFileBehindTheLastByteOfASize) {
+    const std::string pictures = make("pictures.mp4", "-an");
+    const auto frames = readVideo(pictures).frames;
+    int64_t bytes = 0;
+    for (int i = 0; i < kPerKeyFrame; ++i) {
+        bytes += static_cast<int64_t>(frames.at(static_cast<size_t>(i)).bytes.size());
+    }
+    for (const int more : {0, 1}) {
+        told_.ended.clear();
+        ASSERT_TRUE(recorder_.start(path("byte" + std::to_string(more) + ".mp4"), {.fileBytes = bytes + more}));
+        Feed feed(recorder_, pictures);
+        feed.all();
+        recorder_.stop();
+        EXPECT_EQ(readVideo(told_.ended.at(0)).frames.size(), static_cast<size_t>((1 + more) * kPerKeyFrame));
+    }
+}
+
 TEST_F(RecorderTest, GoesOnInANewFileWherePacketsDoNotGoOn) {
     ASSERT_TRUE(recorder_.start(path("cut.mp4")));
     Feed feed(recorder_, film_);

@@ -79,7 +79,16 @@ TEST(ParameterCounts, AreFoundBehindOtherUnitsOfAv1) {
     EXPECT_FALSE(isBounded({0x0A, 0}));
     EXPECT_TRUE(isBounded({0x0A, 1, 0x1C})) << "of a still picture";
     EXPECT_TRUE(isBounded({0x0A, 1, 0x02})) << "without times";
+    EXPECT_FALSE(isBounded(Bytes{0x12} + Bytes(7, 0x80) + Bytes{0} + bad));
+    EXPECT_TRUE(isBounded(Bytes{0x12} + Bytes(8, 0x80) + Bytes{0} + bad)) << "too long a size";
+    EXPECT_TRUE(isBounded({0x12, 0})) << "there is none";
+    // The lowest bit means nothing, and the highest that it is a record.
+    EXPECT_FALSE(isBounded(Bytes{0x13, 0} + bad));
+    EXPECT_TRUE(isBounded(Bytes{0x11, 0} + bad)) << "what has no size is the last";
+    EXPECT_FALSE(isBounded(Bytes{0x0B} + Bytes(bad.begin() + 1, bad.end())));
+    EXPECT_TRUE(isBounded(Bytes{0x8A} + Bytes(bad.begin() + 1, bad.end())));
     // What isn't there isn't read.
+    EXPECT_TRUE(isBounded({0x12, 2, 0}));
     EXPECT_TRUE(isBounded({0x0A}));
     EXPECT_TRUE(isBounded({0x0E}));
     EXPECT_TRUE(isBounded({0x0A, 0x80}));

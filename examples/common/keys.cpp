@@ -51,7 +51,7 @@ KeyCommand commandOf(const SDL_Keysym& key) {
         case SDLK_COMMA:
             return {Command::PreviousPicture};
         case SDLK_l:
-            return {Command::Loop};
+            return {(key.mod & KMOD_SHIFT) != 0 ? Command::LoopPart : Command::Loop};
         case SDLK_a:
             return {Command::NextSound};
         case SDLK_v:

@@ -21,6 +21,7 @@ enum class Command {
     NextPicture,
     PreviousPicture,
     Loop,
+    LoopPart,
     NextSound,
     NextVideo,
     NextSubtitles,

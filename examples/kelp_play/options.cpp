@@ -132,10 +132,10 @@ std::string usage() {
                "  --help              show this\n"
                "\n") +
            kKeysUsage +
-           "l plays the film again and again, or no more. f fills the screen, z the window, whatever its shape.\n"
-           "a, v and j go to the next sound, video and subtitles of a file with several, d to the next sound device. s "
-           "saves the\n"
-           "picture as a PNG file, i shows how the playback goes.\n"
+           "l plays the film again and again, or no more, L marks the beginning of a part, its end, and no more.\n"
+           "f fills the screen, z the window, whatever its shape. a, v and j go to the next sound, video and\n"
+           "subtitles of a file with several, d to the next sound device. s saves the picture as a PNG file,\n"
+           "i shows how the playback goes.\n"
            "A click or drag in the window goes to that part of the time line.\n";
 }
 

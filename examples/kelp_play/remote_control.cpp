@@ -138,6 +138,9 @@ void RemoteControl::carryOut(const KeyCommand& command) {
         case Command::Loop:
             toggleLoop();
             break;
+        case Command::LoopPart:
+            markPart();
+            break;
         case Command::Fit:
             toggleFit();
             break;
@@ -187,6 +190,18 @@ void RemoteControl::toggleLoop() {
     isLooped_ = !isLooped_ && player_->setLoop();
 }
 // [/loop]
+
+void RemoteControl::markPart() {
+    const int nowMs = player_->getCurrentTime();
+    if (isLooped_) {
+        toggleLoop();
+    } else if (!partFromMs_) {
+        partFromMs_ = nowMs;
+    } else if (const auto [startMs, endMs] = std::minmax({*std::exchange(partFromMs_, std::nullopt), nowMs});
+               startMs < endMs) {
+        isLooped_ = player_->setLoop(startMs, endMs);
+    }
+}
 
 // [fit]
 void RemoteControl::toggleFit() {
@@ -248,6 +263,10 @@ std::string RemoteControl::status() const {
     }
     if (isLooped_) {
         text += "  again and again";
+    }
+    if (partFromMs_) {
+        std::snprintf(figure, sizeof figure, "  from %.1f s", *partFromMs_ / 1000.0);
+        text += figure;
     }
     if (isFilled_) {
         text += "  window filled";

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "keys.h"
@@ -37,6 +38,8 @@ public:
     void seekTo(int64_t ms);
     // Plays the film again and again, or no more.
     void toggleLoop();
+    // The beginning of a part, its end, behind which it is played again and again, and then no more.
+    void markPart();
 
     // What isn't as usual, for the progress line.
     std::string status() const;
@@ -69,5 +72,6 @@ private:
     bool hasSought_ = false;
     bool hasStepped_ = false;  // in this pause
     bool isLooped_ = false;
-    bool isFilled_ = false;  // the window, whatever the picture's ratio
+    std::optional<int> partFromMs_;  // where the part that is to be looped begins
+    bool isFilled_ = false;          // the window, whatever the picture's ratio
 };

@@ -70,6 +70,15 @@ void MainWindow::makeActions() {
     makeAction(playback, tr("Ne&xt picture"), {Qt::Key_Period}, [this] { player_.step(1); });
     QAction* const loop = makeSwitch(playback, tr("In a loo&p"), "loop", Qt::Key_L, /*on=*/false);
     connect(loop, &QAction::toggled, &player_, &PlayerController::setLooped);
+    QAction* const part =
+        makeAction(playback, tr("&Repeat from here"), {Qt::SHIFT | Qt::Key_L}, [this] { player_.markPart(); });
+    part->setObjectName(QLatin1String("part"));
+    connect(&player_, &PlayerController::partChanged, part, [part](PlayerController::Part now) {
+        using Part = PlayerController::Part;
+        part->setText(now == Part::None    ? tr("&Repeat from here")
+                      : now == Part::Begun ? tr("&Repeat up to here")
+                                           : tr("&Repeat no more"));
+    });
     playback->addSeparator();
     makeAction(playback, tr("Slo&wer"), {Qt::Key_BracketLeft}, [this] { controls_->changeSpeed(-1); });
     makeAction(playback, tr("Fas&ter"), {Qt::Key_BracketRight}, [this] { controls_->changeSpeed(1); });

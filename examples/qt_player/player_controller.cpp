@@ -123,6 +123,7 @@ bool PlayerController::isOpen() const {
 
 void PlayerController::open(const QString& source, const QString& subtitles) {
     source_ = source;
+    setPart(Part::None);
     useSubtitles(subtitles);
     setWantsPause(false);
     start(0);

@@ -26,6 +26,9 @@ class PlayerController : public QObject {
 public:
     enum class State { Idle, Opening, Playing, Paused, Completed, Stopped, Failed };
     Q_ENUM(State)
+    // What is known of the part to be repeated.
+    enum class Part { None, Begun, Looped };
+    Q_ENUM(Part)
 
     // The duration of a source that doesn't state one, such as a camera, as the player gives it.
     static constexpr int kUnknownDurationMs = 10 * 60 * 60 * 1000;
@@ -56,6 +59,9 @@ public:
     void setMuted(bool muted);
     // The whole film again and again, and those that are opened later.
     void setLooped(bool looped);
+    // The first call takes the position for the beginning of a part, the second one for its end, from when on that part
+    // is played again and again, the third one ends that, as does another source. The answers are `partChanged`.
+    void markPart();
     void setSpeed(double speed);
     // A value of the player's option "audio_device". What plays goes on there; one that can't be had is told by the
     // log.
@@ -95,6 +101,7 @@ signals:
     // The tracks of a kind to choose from; none when there is no source.
     void tracksChanged(kelp::TrackKind kind, const std::vector<TrackEntry>& entries);
     void timeChanged(int timeMs);
+    void partChanged(PlayerController::Part part);
     void audioDevicesListed(const QStringList& names);
     void recordingChanged(bool isRecording);
     void statisticsChanged(const kelp::Statistics& statistics);
@@ -120,6 +127,8 @@ private:
     void start(int fromMs);
     void useSubtitles(const QString& file);
     void setState(State state);
+    void setPart(Part part);
+    void loop();
     void setWantsPause(bool wantsPause);
     void fail(const QString& what, const QString& why);
     // Whether events that arrive now are about the source that was asked for last.
@@ -140,6 +149,10 @@ private:
     QString source_;
     QString subtitles_;  // a file beside it; empty for none
     bool wantsPause_ = false;
+    bool isLooped_ = false;
+    Part part_ = Part::None;
+    int partStartMs_ = 0;
+    int partEndMs_ = 0;
     int requestedSource_ = 0;  // counts what was asked to be opened
     int reportedSource_ = 0;   // which of these the events are about
     int requestedSeek_ = 0;    // counts seeks, so that positions from before one don't come behind it

@@ -1,4 +1,5 @@
 #include <QFile>
+#include <algorithm>
 #include <string>
 
 #include "player_controller.h"
@@ -10,8 +11,41 @@ void PlayerController::setMuted(bool muted) {
 }
 
 void PlayerController::setLooped(bool looped) {
-    command([looped](kelp::TarnPlayer& player) {
-        if (looped) {
+    isLooped_ = looped;
+    loop();
+}
+
+void PlayerController::markPart() {
+    if (part_ == Part::Looped) {
+        setPart(Part::None);
+    } else if (part_ == Part::None && isOpen()) {
+        partStartMs_ = timeMs_;
+        setPart(Part::Begun);
+    } else if (isOpen() && timeMs_ != partStartMs_) {
+        partEndMs_ = std::max(partStartMs_, timeMs_);
+        partStartMs_ = std::min(partStartMs_, timeMs_);
+        setPart(Part::Looped);
+    }
+}
+
+void PlayerController::setPart(Part part) {
+    if (part_ == part) {
+        return;
+    }
+    const bool isLoopOther = part_ == Part::Looped || part == Part::Looped;
+    part_ = part;
+    if (isLoopOther) {
+        loop();
+    }
+    emit partChanged(part);
+}
+
+void PlayerController::loop() {
+    const bool isPart = part_ == Part::Looped;
+    command([isPart, isLooped = isLooped_, startMs = partStartMs_, endMs = partEndMs_](kelp::TarnPlayer& player) {
+        if (isPart) {
+            player.setLoop(startMs, endMs);
+        } else if (isLooped) {
             player.setLoop();
         } else {
             player.clearLoop();

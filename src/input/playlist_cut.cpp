@@ -1,9 +1,12 @@
 #include "input/playlist_cut.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <utility>
 #include <vector>
+
+#include "clock/wrapping_math.h"
 
 namespace kelp {
 namespace {
@@ -15,6 +18,8 @@ constexpr std::string_view kRange = "#EXT-X-BYTERANGE:";
 constexpr std::string_view kOfOneSegment[] = {"#EXT-X-DISCONTINUITY", "#EXT-X-GAP",
                                               "#EXT-X-PROGRAM-DATE-TIME:", "#EXT-X-BITRATE:"};
 
+constexpr int64_t kLongestUs = 1'000'000'000'000'000;  // some thirty years, of all segments together
+
 int64_t toNumber(std::string_view text) {
     int64_t number = 0;
     std::from_chars(text.data(), text.data() + text.size(), number);
@@ -23,7 +28,7 @@ int64_t toNumber(std::string_view text) {
 
 int64_t lengthUs(std::string_view line) {
     const double seconds = std::strtod(std::string(line.substr(kLength.size())).c_str(), nullptr);
-    return seconds > 0 && seconds < 1e9 ? static_cast<int64_t>(seconds * 1e6) : 0;
+    return seconds > 0 ? static_cast<int64_t>(std::min(seconds * 1e6, static_cast<double>(kLongestUs))) : 0;
 }
 
 bool isOfOneSegment(std::string_view line) {
@@ -68,7 +73,7 @@ std::optional<std::string> cutPlaylist(std::string_view text, int64_t fromUs) {
     bool isWhole = false;
     const auto lines = linesOf(text);
     for (const std::string_view line : lines) {
-        segments += line.starts_with(kLength) ? 1 : 0;
+        segments += line.empty() || line.starts_with('#') ? 0 : 1;
         isWhole = isWhole || line == "#EXT-X-ENDLIST" || line == "#EXT-X-PLAYLIST-TYPE:EVENT";
     }
     std::string kept;
@@ -77,7 +82,6 @@ std::optional<std::string> cutPlaylist(std::string_view text, int64_t fromUs) {
     int leftOut = 0;
     int64_t endUs = 0;
     int64_t rangeEnd = 0;
-    bool isKept = false;
     for (const std::string_view line : lines) {
         if (line.empty() || line == "#EXTM3U") {
             continue;
@@ -87,27 +91,27 @@ std::optional<std::string> cutPlaylist(std::string_view text, int64_t fromUs) {
             continue;
         }
         if (line.starts_with(kLength)) {
-            endUs += lengthUs(line);
-            isKept = isKept || endUs > fromUs || leftOut == segments - 1;
+            endUs = std::min(endUs + lengthUs(line), kLongestUs);
         }
         if (line.starts_with(kRange)) {
             const Range range(line.substr(kRange.size()), rangeEnd);
-            rangeEnd = range.offset + range.length;
+            rangeEnd = wrappingAdd(range.offset, range.length);
             ofSegment += std::string(kRange) + std::to_string(range.length) + "@" + std::to_string(range.offset) + "\n";
         } else if (isOfOneSegment(line)) {
             (ofSegment += line) += '\n';
         } else if (line.starts_with('#')) {
             (kept += line) += '\n';
-        } else if (const std::string tags = std::exchange(ofSegment, {}); isKept) {
-            ((kept += tags) += line) += '\n';
+        } else if (endUs > fromUs || leftOut == segments - 1) {
+            ((kept += std::exchange(ofSegment, {})) += line) += '\n';
         } else {
+            ofSegment.clear();
             ++leftOut;
         }
     }
     if (leftOut == 0 || !isWhole) {
         return std::nullopt;
     }
-    return "#EXTM3U\n" + std::string(kNumber) + std::to_string(number + leftOut) + "\n" + kept;
+    return "#EXTM3U\n" + std::string(kNumber) + std::to_string(wrappingAdd(number, leftOut)) + "\n" + kept;
 }
 
 }  // namespace kelp

@@ -203,6 +203,18 @@ wait_for "a drag to three quarters" between 133 137
 xdotool key Home
 wait_for "the start" between 0 1
 shows 'paused$' || fail "seeks ended the pause"
+xdotool key shift+l
+wait_for "the beginning of a part" shows '  from [01]\.[0-9] s  paused$'
+xdotool key Right
+wait_for "5 s on" between 5 6
+xdotool key shift+l
+wait_for "a part in a loop" shows 'frames  again and again  paused$'
+xdotool key shift+l
+wait_for "no loop any more" shows 'frames  paused$'
+xdotool key l
+wait_for "the film in a loop" shows 'frames  again and again  paused$'
+xdotool key l
+wait_for "no loop" shows 'frames  paused$'
 xdotool key 0 0
 wait_for "volume up" shows 'volume 120%'
 xdotool key 9 9 9

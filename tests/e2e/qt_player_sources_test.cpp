@@ -74,9 +74,7 @@ void QtPlayerTest::stopsAndPlaysAgain() {
     EVENTUALLY(isPicture(shown(area())));
 }
 
-void QtPlayerTest::playsAFilmAgainAndAgain() {
-    find<QAction>("loop")->trigger();
-    open("short.mp4");
+void QtPlayerTest::playsTwoTurns() {
     int turns = 0;
     int lastMs = 0;
     const auto watch = connect(&player(), &PlayerController::timeChanged, this, [&](int timeMs) {
@@ -86,8 +84,34 @@ void QtPlayerTest::playsAFilmAgainAndAgain() {
     EVENTUALLY(turns >= 2 || player().state() == State::Completed);
     QVERIFY(player().state() == State::Playing);
     disconnect(watch);
+}
+
+void QtPlayerTest::playsAFilmAgainAndAgain() {
+    find<QAction>("loop")->trigger();
+    open("short.mp4");
+    playsTwoTurns();
     find<QAction>("loop")->trigger();
     EVENTUALLY(player().state() == State::Completed);
+}
+
+void QtPlayerTest::playsAPartAgainAndAgain() {
+    auto* const part = find<QAction>("part");
+    open("small.mp4");
+    EVENTUALLY(player().timeMs() > 0);
+    part->trigger();
+    const int beginMs = player().timeMs();
+    QCOMPARE(part->text(), QStringLiteral("&Repeat up to here"));
+    EVENTUALLY(player().timeMs() >= beginMs + 300);
+    part->trigger();
+    QCOMPARE(part->text(), QStringLiteral("&Repeat no more"));
+    playsTwoTurns();
+    part->trigger();
+    QCOMPARE(part->text(), QStringLiteral("&Repeat from here"));
+    EVENTUALLY(player().state() == State::Completed);
+    part->trigger();
+    player().seek(beginMs);
+    open("small.mp4");
+    QCOMPARE(part->text(), QStringLiteral("&Repeat from here"));
 }
 
 void QtPlayerTest::goesOnFromTheEnd() {

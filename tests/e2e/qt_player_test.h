@@ -31,8 +31,12 @@ private slots:
     void savesThePicture();
     void stopsAndPlaysAgain();
     void playsAFilmAgainAndAgain();
+    void playsAPartAgainAndAgain();
     void goesOnFromTheEnd();
     void saysWhyAFileCantBePlayed();
     void retriesASourceInsteadOfGivingUp();
     void endsThePlayerBeforeItsWindow();
+
+private:
+    void playsTwoTurns();
 };

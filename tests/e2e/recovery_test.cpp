@@ -215,6 +215,26 @@ protected:
     std::vector<int> returnMs_;
 };
 
+TEST_F(Recovery, TellsTheServerThatTheSessionIsOver) {
+    for (const char* transport : {"tcp", "udp"}) {
+        SCOPED_TRACE(transport);
+        makePlayer();
+        player().setOption("rtsp_transport", transport);
+        ASSERT_TRUE(player().prepareAsync());
+        ASSERT_TRUE(playback_->waitFor("prepared", 1, kLimitMs));
+        ASSERT_TRUE(player().start());
+        ASSERT_TRUE(playback_->waitFor("picture", 1, kLimitMs));
+        const int before = retries();
+        server_.suspend();
+        ASSERT_TRUE(waitUntil([&] { return retries() > before; }));
+        server_.proceed();
+        EXPECT_TRUE(server_.waitForTeardown(kLimitMs));
+        EXPECT_TRUE(playback_->waitFor("picture", 2, kLimitMs));
+        playback_->destroy();
+        EXPECT_TRUE(server_.waitForTeardown(kLimitMs));
+    }
+}
+
 TEST_F(Recovery, BringsAPlayerBackThatPlays) {
     ASSERT_TRUE(player().prepareAsync());
     repeat("playing", "the first picture", [&] {

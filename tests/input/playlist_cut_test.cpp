@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
 #include <string>
 
 namespace kelp::test {
@@ -40,6 +41,14 @@ TEST(PlaylistCut, LeavesAListWhoseBeginningGoesAsItIs) {
     const std::string segments = "#EXTINF:1,\na.ts\n#EXTINF:1,\nb.ts\n";
     EXPECT_EQ(cutPlaylist("#EXTM3U\n" + segments, kUsPerSecond), std::nullopt);
     EXPECT_NE(cutPlaylist("#EXTM3U\n#EXT-X-PLAYLIST-TYPE:EVENT\n" + segments, kUsPerSecond), std::nullopt);
+}
+
+TEST(PlaylistCut, TakesNumbersOfAnySize) {
+    const std::string most = "9223372036854775807";
+    EXPECT_EQ(cutPlaylist("#EXTM3U\n#EXT-X-MEDIA-SEQUENCE:" + most + "\n#EXTINF:1e300,\n#EXT-X-BYTERANGE:" + most +
+                              "@" + most + "\na\n#EXTINF:inf,\n#EXT-X-BYTERANGE:1\na\n#EXTINF:-5\nb\n#EXT-X-ENDLIST\n",
+                          std::numeric_limits<int64_t>::max()),
+              "#EXTM3U\n#EXT-X-MEDIA-SEQUENCE:-9223372036854775807\n#EXTINF:-5\nb\n#EXT-X-ENDLIST\n");
 }
 
 TEST(PlaylistCut, SaysWhereAPartOfAFileBegins) {

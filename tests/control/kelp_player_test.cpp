@@ -437,16 +437,16 @@ TEST_F(KelpPlayerTest, RunsTimers) {
     init();
     std::atomic<int> once{0};
     std::atomic<int> often{0};
-    const auto first = player->addTimer(1, /*oneShot=*/true, [&] { ++once; });
-    const auto second = player->addTimer(1, /*oneShot=*/false, [&] { ++often; });
-    const auto third = player->addTimer(1000000, /*oneShot=*/false, [&] { once = 100; });
-    EXPECT_EQ(first, 1u);
-    EXPECT_EQ(second, 2u);
-    EXPECT_EQ(third, 3u);
-    ASSERT_TRUE(waitUntil([&] { return often >= 3; }));
+    const auto rare = player->addTimer(1000000, /*oneShot=*/false, [&] { once = 100; });
+    const auto quick = player->addTimer(1, /*oneShot=*/false, [&] { ++often; });
+    const auto single = player->addTimer(1, /*oneShot=*/true, [&] { ++once; });
+    EXPECT_EQ(rare, 1u);
+    EXPECT_EQ(quick, 2u);
+    EXPECT_EQ(single, 3u);
+    ASSERT_TRUE(waitUntil([&] { return often >= 3 && once > 0; }));
     EXPECT_EQ(once, 1);
-    player->removeTimer(second);
-    player->removeTimer(third);
+    player->removeTimer(quick);
+    player->removeTimer(rare);
     player->removeTimer(0);
     // What it had queued by then still runs, and nothing comes behind that.
     drain();

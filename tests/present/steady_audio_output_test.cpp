@@ -43,6 +43,7 @@ constexpr int kGoneAfterMs = 250;
 struct Machine {
     std::atomic<bool> hasDevice{true};
     std::atomic<int64_t> goneUs{0};     // since when it isn't there
+    std::atomic<int64_t> noticedUs{0};  // when that will be, once something waits for it
     std::atomic<int64_t> latencyUs{0};  // from the first sound that a device is given to its being heard
     std::atomic<int> openingMs{0};
     std::mutex mutex;
@@ -87,6 +88,7 @@ public:
         playing_.add(frameUs, KelpTime::getTimeUs());
         for (int64_t us = 0; (us = playing_.leftUs(KelpTime::getTimeUs()) - kRingUs) > 0;) {
             if (!machine_.hasDevice) {
+                machine_.noticedUs = KelpTime::getTimeUs() + kGoneAfterMs * 1000;
                 KelpTime::sleepMs(kGoneAfterMs);
                 return false;
             }
@@ -195,7 +197,14 @@ protected:
     }
     void bringDevice() {
         machine.hasDevice = true;
+        const size_t attempts = machine.attempts().size();
         ASSERT_TRUE(FakeTime::runFor(machine.attempts().back() + 1999 - FakeTime::nowMs(), kWithoutDevice));
+        // The one that looks for it may have gone to sleep a little later.
+        while (machine.attempts().size() == attempts) {
+            ASSERT_TRUE(FakeTime::waitForSleepers(kWithDevice));
+            FakeTime::advanceMs(1);
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
         takeUp();
     }
     // The thread that looks for it has found it when the processor gets to it, whatever the time is.
@@ -445,9 +454,11 @@ TEST_F(SteadyAudioOutputTest, ItsClockRunsOnThroughALossThatIsNotNoticedYetAndTh
         for (int ms = 0; ms < 105; ms += 5) {
             step(kWithDevice, 63'000);
         }
-        for (size_t changes = log.lines().size(); log.lines().size() == changes;) {
+        while (FakeTime::nowUs() + 5000 < machine.noticedUs) {
             step(kWithDevice, 0);
         }
+        // From here on two threads sleep, and the clock must not move before the one that plays has caught up.
+        FakeTime::advanceUs(machine.noticedUs - FakeTime::nowUs());
         ASSERT_TRUE(FakeTime::waitForSleepers(kWithoutDevice));
         for (int ms = 0; ms < 500; ms += 5) {
             step(kWithoutDevice, 0);

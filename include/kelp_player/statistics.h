@@ -35,9 +35,10 @@ struct VideoStatistics : ReadStatistics {
     int width = 0;                // of the pictures, in pixels
     int height = 0;               // likewise
     double frameRate = 0;         // pictures per second, as the source states them; 0 where it doesn't
-    int64_t decoded = 0;          // pictures that left the decoder
+    int64_t decoded = 0;          // pictures that left the decoder to be shown
     int64_t shown = 0;            // of these, brought to the windows; repaints don't count
-    int64_t late = 0;             // left out, as they came too late: half a second, with exact timing 25 ms
+    int64_t late = 0;             // left out, as they came too late: half a second, with exact timing 25 ms; of these
+                                  // and of packets that weren't decoded at all, so that `decoded` needn't hold them
     int64_t repeated = 0;         // times that a picture was drawn again as the next one was far too early
     QueueStatistics pictures;     // that wait to be shown
     int64_t aheadOfMasterMs = 0;  // by how much the picture runs ahead of what it follows, below 0 behind it, at the

@@ -78,6 +78,7 @@ std::shared_ptr<MediaPacket> BaseDecodeThread::takePacket() {
     }
     // Under the lock: who has begun a seek and then finds nothing left out here can be sure that nothing will be.
     const auto due = dueMs();
+    seekSkip_.noteDelivered(deliveredMs());
     dropped_ = seekSkip_.countDropped(packetQueue_, due);
     for (int i = 0; i < dropped_; ++i) {
         popPacket();
@@ -92,7 +93,7 @@ std::shared_ptr<MediaPacket> BaseDecodeThread::takePacket() {
     auto packet = popPacket();
     decoding_ = true;
     seekSkip_.take(*packet, packetQueue_);
-    undelivered_ = seekSkip_.leaveOutIfLate(*packet, packetQueue_, due);
+    undelivered_ = seekSkip_.leaveOutIfLate(*packet, packetQueue_, due) + seekSkip_.takeOvertaken();
     return packet;
 }
 

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -104,7 +105,9 @@ private:
     // Which time is to be shown now, in milliseconds, so that what comes too late may be left out; nothing for all to
     // be decoded. Asked before each packet with queueMutex_ held: takes leaves alone.
     virtual std::optional<int64_t> dueMs() { return std::nullopt; }
-    // So many packets were dropped for that, and so many are taken whose frames are for nobody.
+    // Up to which time frames have left the decoder, in their order; up to any where none comes too late.
+    virtual int64_t deliveredMs() const { return std::numeric_limits<int64_t>::max(); }
+    // So many packets were dropped for that, and so many are taken, or were, whose frames are for nobody.
     virtual void onLeftOut(int /*dropped*/, int /*undelivered*/) {}
     virtual void decode(std::shared_ptr<MediaPacket> packet) = 0;
     // A seek is here. With `flush` the decode thread serves it; without, `clearBuffer` calls on its caller's thread

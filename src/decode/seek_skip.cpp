@@ -1,6 +1,7 @@
 #include "decode/seek_skip.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "clock/wrapping_math.h"
 #include "decode/packet_time.h"
@@ -13,6 +14,7 @@ namespace {
 constexpr int kFramesBetween = 3;   // and the target
 constexpr int kMostReordered = 16;  // that a decoder holds back for the order of showing
 constexpr int64_t kHopelessMs = 2000;
+constexpr size_t kMostInside = 64;  // more come out of no decoder
 
 }  // namespace
 
@@ -25,6 +27,7 @@ void SeekSkip::aim(int64_t targetMs, bool flush) {
         neededFromMs_ = kNone;
         lateToMs_ = kNone;
         earliestMs_ = kNone;
+        insideMs_.clear();
         lastTakenMs_ = kNone;
         holder_ = {};
     }
@@ -63,8 +66,22 @@ int SeekSkip::countDropped(const Packets& waiting, std::optional<int64_t> dueMs)
 
 bool SeekSkip::leaveOutIfLate(const MediaPacket& packet, const Packets& behind, std::optional<int64_t> dueMs) {
     if (!packet.data || packet.turn) {
+        insideMs_.clear();
         return false;
     }
+    if (isLate(packet, behind, dueMs)) {
+        return true;
+    }
+    if (const int64_t time = lineTimeMs(packet); packet.size > 0 && time >= neededFromMs_) {
+        if (insideMs_.size() == kMostInside) {
+            insideMs_.erase(insideMs_.begin());
+        }
+        insideMs_.push_back(time);
+    }
+    return false;
+}
+
+bool SeekSkip::isLate(const MediaPacket& packet, const Packets& behind, std::optional<int64_t> dueMs) {
     const int64_t time = lineTimeMs(packet);
     if (time < lateToMs_) {
         return true;
@@ -84,7 +101,16 @@ bool SeekSkip::leaveOutIfLate(const MediaPacket& packet, const Packets& behind, 
     return false;
 }
 
+void SeekSkip::noteDelivered(int64_t toMs) {
+    std::erase_if(insideMs_, [&](int64_t time) { return time <= toMs; });
+}
+
+int SeekSkip::takeOvertaken() {
+    return std::exchange(overtaken_, 0);
+}
+
 void SeekSkip::leaveOut(int64_t toMs) {
+    overtaken_ += static_cast<int>(std::erase_if(insideMs_, [&](int64_t time) { return time < toMs; }));
     neededFromMs_ = std::max(neededFromMs_, toMs);
     lateToMs_ = std::max(lateToMs_, toMs);
     earliestMs_ = std::max(earliestMs_, toMs);
@@ -96,6 +122,7 @@ void SeekSkip::noteOrder(const MediaPacket& packet) {
         targetMs_ = kNone;
         neededFromMs_ = kNone;
         lateToMs_ = kNone;
+        insideMs_.clear();
     }
     lastDts_ = packet.dts;
 }
@@ -119,6 +146,7 @@ void SeekSkip::take(const MediaPacket& packet, const Packets& behind) {
     } else if (time >= neededFromMs_ && isUnneeded(time, packet.dts, behind)) {
         neededFromMs_ = time + 1;
         earliestMs_ = targetMs_;
+        noteDelivered(time);
     }
 }
 

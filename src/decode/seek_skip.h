@@ -5,6 +5,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace kelp {
 
@@ -58,6 +59,12 @@ public:
     // did.
     bool leaveOutIfLate(const MediaPacket& packet, const Packets& behind, std::optional<int64_t> dueMs);
 
+    // Frames come out of the decoder in the order of their times, and have come up to this one: what was taken for a
+    // later one, and is no turn's, is in the decoder still.
+    void noteDelivered(int64_t toMs);
+    // How many were in the decoder when a later one came too late, since this was asked last.
+    int takeOvertaken();
+
     // Frames before this time are for nobody. A flush takes that back.
     int64_t neededFromMs() const { return neededFromMs_; }
 
@@ -79,6 +86,7 @@ public:
 private:
     int countBehind(const MediaPacket& packet, const Packets& behind);
     bool isUnneeded(int64_t timeMs, int64_t dts, const Packets& behind) const;
+    bool isLate(const MediaPacket& packet, const Packets& behind, std::optional<int64_t> dueMs);
     void leaveOut(int64_t toMs);
     // Each packet with data, in the order of decoding.
     void noteOrder(const MediaPacket& packet);
@@ -87,8 +95,10 @@ private:
     int64_t targetMs_ = kNone;  // until it comes near
     int64_t lastDts_ = kNone;   // of the packets taken or dropped since the last seek, in ticks
     int64_t neededFromMs_ = kNone;
-    int64_t lateToMs_ = kNone;     // frames before came too late
-    int64_t earliestMs_ = kNone;   // of what may be found: frames before were left out
+    int64_t lateToMs_ = kNone;       // frames before came too late
+    int64_t earliestMs_ = kNone;     // of what may be found: frames before were left out
+    std::vector<int64_t> insideMs_;  // in the decoder, and needed when they were taken
+    int overtaken_ = 0;
     int64_t awaitedMs_ = kNone;    // target, until enough was taken behind it
     int laterTaken_ = 0;           // packets behind it
     int64_t lastTakenMs_ = kNone;  // the latest time of the packets taken since the last flush

@@ -93,6 +93,7 @@ public:
 private:
     bool canDecode() override;
     std::optional<int64_t> dueMs() override;
+    int64_t deliveredMs() const override { return deliveredMs_; }
     void onLeftOut(int dropped, int undelivered) override;
     void decode(std::shared_ptr<MediaPacket> packet) override;
     void onSeek(int seekTimeMs, bool flush) override;

@@ -8,6 +8,20 @@ namespace kelp {
 
 constexpr const char* kTag = "PlayTask";
 
+const SeekTurns::RulePoints& SeekTurns::pointsOf(SeekRule rule) {
+    static constexpr RulePoints kStandard{.newestGoesFirst = false,
+                                          .endsFrom = Phase::Asked,
+                                          .filmEndsFrom = Phase::Idle,
+                                          .failureEnds = false,
+                                          .frameHoldsTarget = false};
+    static constexpr RulePoints kExact{.newestGoesFirst = true,
+                                       .endsFrom = Phase::Arrived,
+                                       .filmEndsFrom = Phase::Read,
+                                       .failureEnds = true,
+                                       .frameHoldsTarget = true};
+    return rule == SeekRule::Exact ? kExact : kStandard;
+}
+
 void SeekTurns::setRule(SeekRule rule) {
     std::lock_guard lock(mutex_);
     nextRule_ = rule;
@@ -20,7 +34,7 @@ bool SeekTurns::request(int timeMs) {
     }
     phase_ = Phase::Due;
     rule_ = nextRule_;
-    if (isExact()) {
+    if (points().newestGoesFirst) {
         ++turn_;
         waiting_ = 0;
     }
@@ -76,10 +90,10 @@ void SeekTurns::arrived() {
 
 std::optional<SeekTurns::Next> SeekTurns::firstFrame(FrameOf of) {
     std::lock_guard lock(mutex_);
-    if (isRunning() && (!isExact() || (phase_ == Phase::Arrived && of == FrameOf::Seek))) {
+    if (phase_ >= points().endsFrom && (of == FrameOf::Seek || !points().frameHoldsTarget)) {
         end();
     }
-    // Under Exact nothing waits while one is due.
+    // Where the newest goes first nothing waits while one is due.
     if (isRunning() || waiting_ == 0) {
         return std::nullopt;
     }
@@ -97,35 +111,31 @@ SeekTurns::Next SeekTurns::handOn() {
 
 void SeekTurns::noMoreFrame() {
     std::lock_guard lock(mutex_);
-    if (isRunning() && (!isExact() || phase_ == Phase::Arrived)) {
+    if (phase_ >= points().endsFrom) {
         end();
     }
 }
 
 bool SeekTurns::completed() {
     std::lock_guard lock(mutex_);
-    // The parser, which saw all queues empty, gets that seek next, and with it comes back to life.
-    if (isExact() && (phase_ == Phase::Due || phase_ == Phase::Asked)) {
+    if (phase_ != Phase::Idle && phase_ < points().filmEndsFrom) {
         return false;
-    }
-    if (isExact()) {
-        end();
-        return waiting_ == 0;
     }
     if (isRunning()) {
         end();
-        waiting_ = 0;
+        waiting_ = points().newestGoesFirst ? waiting_ : 0;
     }
-    return true;
+    return !points().newestGoesFirst || waiting_ == 0;
 }
 
 bool SeekTurns::failed() {
-    return !isExact() || completed();
+    return !pointsOf(rule()).failureEnds || completed();
 }
 
 std::optional<SeekTurns::Next> SeekTurns::newest() {
     std::lock_guard lock(mutex_);
-    return isExact() && phase_ == Phase::Idle && waiting_ > 0 ? std::optional(handOn()) : std::nullopt;
+    const bool isLeft = points().newestGoesFirst && phase_ == Phase::Idle && waiting_ > 0;
+    return isLeft ? std::optional(handOn()) : std::nullopt;
 }
 
 void SeekTurns::forget() {
@@ -142,12 +152,12 @@ void SeekTurns::end() {
 
 bool SeekTurns::isDue(unsigned int turn) const {
     std::lock_guard lock(mutex_);
-    return turn == turn_ && (!isExact() || phase_ == Phase::Due);
+    return turn == turn_ && (phase_ == Phase::Due || !points().newestGoesFirst);
 }
 
 bool SeekTurns::isTaken() const {
     std::lock_guard lock(mutex_);
-    return !isExact() || phase_ != Phase::Asked;
+    return phase_ != Phase::Asked || phase_ >= points().filmEndsFrom;
 }
 
 bool SeekTurns::hasNext() const {
@@ -167,12 +177,13 @@ SeekRule SeekTurns::rule() const {
 
 bool SeekTurns::isFrameAwaited() const {
     std::lock_guard lock(mutex_);
-    return isExact() && isRunning();
+    return points().frameHoldsTarget && isRunning();
 }
 
 int64_t SeekTurns::positionAt(int64_t framePtsMs) const {
     std::lock_guard lock(mutex_);
-    return isExact() && phase_ == Phase::Arrived ? std::max<int64_t>(framePtsMs, targetMs_) : framePtsMs;
+    const bool isTargets = points().frameHoldsTarget && phase_ == Phase::Arrived;
+    return isTargets ? std::max<int64_t>(framePtsMs, targetMs_) : framePtsMs;
 }
 
 std::optional<int> SeekTurns::target() const {

@@ -13,10 +13,8 @@ namespace kelp {
 // Whose turn it is among the seeks of one playback: one runs at a time, those that come meanwhile wait, and only the
 // newest of them runs next. Any thread may call, under any lock: the mutex in here is a leaf, but for the log's.
 //
-// docs/architecture.md has a table of what each call does in each phase under SeekRule::Standard. Under Exact a request
-// that doesn't wait drops what waits, and makes void the replay that was due; firstFrame and noMoreFrame do nothing
-// before the seek has arrived, and nor does the very first frame; completed is false while a seek is due or asked for,
-// ends the seek otherwise, and is false as well if one waits, which newest then hands on; failed is as completed.
+// docs/architecture.md has a table of what each call does in each phase under SeekRule::Standard; RulePoints has what
+// is otherwise under Exact.
 //
 // What follows from it: an accepted request is the running one, the one due, or the last that waits, until it is
 // served, overtaken by a newer one, or ended by a stop, by the end of the film behind which no frame has come or, under
@@ -80,7 +78,25 @@ private:
 
     enum class Phase { Idle, Due, Asked, Read, Arrived };
 
-    bool isExact() const { return rule_ == SeekRule::Exact; }
+    // Where the rules differ.
+    struct RulePoints {
+        // A request that goes at once drops what waits, and makes void the replay that was due; what waits at the end
+        // of the film goes first, and the end isn't told.
+        bool newestGoesFirst;
+        // The phase from which on a first frame, or that none will come, ends a seek.
+        Phase endsFrom;
+        // The phase from which on the film's end ends a seek. Before, the parser, which saw all queues empty, gets the
+        // seek next and with it comes back to life: the end isn't told. Idle for: it is told in any phase.
+        Phase filmEndsFrom;
+        // A failure is an end of the film.
+        bool failureEnds;
+        // The frame that ends a seek is that of its target: not the very first one of a playback, and playback goes on
+        // at the target and not at the frame's beginning.
+        bool frameHoldsTarget;
+    };
+    static const RulePoints& pointsOf(SeekRule rule);
+
+    const RulePoints& points() const { return pointsOf(rule_); }
     Next handOn();
     bool isRunning() const { return phase_ >= Phase::Asked; }
     bool parkIfRunning(int timeMs);

@@ -431,5 +431,59 @@ TEST(SeekSkip, CountsAsLateWhatIsShownBeforeALateFrame) {
     EXPECT_FALSE(taken.skip.leaveOutIfLate(*makeVideoPacket(40), {}, std::nullopt));
 }
 
+// What a decoder holds back for the order of showing when a later one is found to be late comes out for nobody as well.
+TEST(SeekSkip, CountsWhatWasInTheDecoderWhenALaterOneCameTooLate) {
+    Taken taken;
+    int64_t decoded = 0;
+    for (const int64_t time : {0, 160, 80, 40, 120, 200, 400}) {
+        taken.queue(time, decoded++);
+    }
+    const auto isLate = [&](std::optional<int64_t> dueMs) {
+        const auto packet = taken.packets.front();
+        taken.take();
+        return taken.skip.leaveOutIfLate(*packet, taken.packets, dueMs);
+    };
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_FALSE(isLate(std::nullopt));
+    }
+    taken.skip.noteDelivered(40);
+    EXPECT_TRUE(isLate(500));
+    EXPECT_EQ(taken.skip.takeOvertaken(), 3) << "80, 120 and 160";
+    EXPECT_EQ(taken.skip.takeOvertaken(), 0);
+    EXPECT_FALSE(isLate(500));
+}
+
+TEST(SeekSkip, CountsWhatWasInTheDecoderWhenPacketsAreDroppedUpToAKeyFrame) {
+    SeekSkip skip(SeekSkip::kShortestLeadInMs);
+    auto packets = packetsWithKeys(240, {0, 200});
+    for (const bool isFlushed : {false, true}) {
+        for (int i = 0; i < 3; ++i) {
+            skip.take(*packets[static_cast<size_t>(i)], {});
+            EXPECT_FALSE(skip.leaveOutIfLate(*packets[static_cast<size_t>(i)], {}, std::nullopt));
+        }
+        skip.noteDelivered(0);
+        const SeekSkip::Packets waiting(packets.begin() + 3, packets.end());
+        if (isFlushed) {
+            skip.aim(0, /*flush=*/true);
+        }
+        EXPECT_EQ(skip.countDropped(waiting, 220), 2);
+        EXPECT_EQ(skip.takeOvertaken(), isFlushed ? 0 : 2) << "40 and 80";
+        skip.aim(0, /*flush=*/true);
+    }
+}
+
+TEST(SeekSkip, CountsNoneAsLateThatASeekPassesOver) {
+    Taken taken;
+    taken.queueEvery(40, 0, 2000);
+    taken.skip.aim(1000, /*flush=*/true);
+    for (int64_t time = 0; time <= 1200; time += 40) {
+        const auto packet = taken.packets.front();
+        taken.take();
+        const auto dueMs = time == 1200 ? std::optional<int64_t>(5000) : std::nullopt;
+        EXPECT_EQ(taken.skip.leaveOutIfLate(*packet, taken.packets, dueMs), dueMs.has_value()) << time;
+    }
+    EXPECT_EQ(taken.skip.takeOvertaken(), 9) << "840 to 1160";
+}
+
 }  // namespace
 }  // namespace kelp

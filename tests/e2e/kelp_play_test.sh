@@ -132,6 +132,55 @@ sleep 0.5
 kill -TERM "$(ps -o pid= --ppid $player)"
 wait $player || { fail "no end to the retries"; cat "$scratch/err"; }
 
+# By what the progress line says.
+last_line() { tail -n 1 "$scratch/out"; }
+now_ms() { date +%s%3N; }
+position() { last_line | sed -n 's/.*] \([0-9]*\):\([0-9]*\) .*/\1 \2/p' | awk '{print $1 * 60 + $2}'; }
+# wait_for WHAT COMMAND...: until the command succeeds.
+wait_for() {
+    local what=$1
+    shift
+    for _ in $(seq 300); do
+        "$@" && return
+        sleep 0.1
+    done
+    fail "$what; the last line is $(last_line)"
+    cat "$scratch/err"
+}
+shows() { last_line | grep -qE "$1"; }
+
+# A server that gives half of the film and waits: the program says so, and plays the rest when it comes.
+cat >"$scratch/half.py" <<'END'
+import http.server, os, sys, time
+film, ready, port = sys.argv[1:]
+data = open(film, "rb").read()
+
+class Half(http.server.BaseHTTPRequestHandler):
+    def do_GET(self):
+        self.send_response(200)
+        self.send_header("Content-Length", str(len(data)))
+        self.end_headers()
+        self.wfile.write(data[:len(data) // 2])
+        while not os.path.exists(ready):
+            time.sleep(0.05)
+        self.wfile.write(data[len(data) // 2:])
+
+server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Half)
+open(port + ".part", "w").write(str(server.server_port))
+os.rename(port + ".part", port)
+server.serve_forever()
+END
+python3 "$scratch/half.py" "$media/faststart.mp4" "$scratch/ready" "$scratch/port" 2>"$scratch/server" &
+server=$!
+wait_for "no server" test -s "$scratch/port"
+timeout 120 "$program" --headless "http://127.0.0.1:$(cat "$scratch/port")/film.mp4" >"$scratch/out" 2>"$scratch/err" </dev/null &
+player=$!
+wait_for "nothing said of the stall" shows 'frames  waits for data, [0-9]+%$'
+touch "$scratch/ready"
+wait $player || { fail "a film that comes in two halves"; cat "$scratch/err"; }
+shows 'frames$' || fail "still waits: $(last_line)"
+kill $server
+
 # With a display it opens a window of that name, shows the bars, and ends by itself.
 start_xvfb "$scratch"
 timeout 60 "$program" "$media/bars.mp4" >"$scratch/out" 2>"$scratch/err" </dev/null &
@@ -150,23 +199,8 @@ done
 [ -n "$seen" ] || fail "nothing to be seen in the window"
 wait $player || { fail "the player with a window failed"; cat "$scratch/err"; }
 
-# The keys, by what the progress line says.
-last_line() { tail -n 1 "$scratch/out"; }
-now_ms() { date +%s%3N; }
-position() { last_line | sed -n 's/.*] \([0-9]*\):\([0-9]*\) .*/\1 \2/p' | awk '{print $1 * 60 + $2}'; }
-# wait_for WHAT COMMAND...: until the command succeeds.
-wait_for() {
-    local what=$1
-    shift
-    for _ in $(seq 300); do
-        "$@" && return
-        sleep 0.1
-    done
-    fail "$what; the last line is $(last_line)"
-    cat "$scratch/err"
-}
+# The keys.
 between() { local at; at=$(position); [ "${at:-0}" -ge "$1" ] && [ "$at" -le "$2" ]; }
-shows() { last_line | grep -qE "$1"; }
 # Nobody manages the windows of this screen: keys go to the one that has been given the focus. It bears the file's name
 # from when it is not made anew any more.
 film=long.mp4

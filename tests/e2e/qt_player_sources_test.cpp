@@ -5,11 +5,13 @@
 #include <QMessageBox>
 #include <QSignalSpy>
 #include <QSpinBox>
+#include <QStatusBar>
 #include <QToolButton>
 #include <algorithm>
 #include <cstdio>
 #include <utility>
 
+#include "e2e/http_server.h"
 #include "e2e/qt_player_test.h"
 
 // Sources and their tracks: how they begin, go on, end, and fail.
@@ -125,6 +127,19 @@ void QtPlayerTest::goesOnFromTheEnd() {
         });
     };
     EVENTUALLY(told("First picture at"));
+    EVENTUALLY(player().state() == State::Completed);
+}
+
+void QtPlayerTest::saysThatItWaitsForData() {
+    kelp::test::HttpServer server(media("faststart.mp4").toStdString());
+    server.holdAt(server.size() / 2);
+    window_->open(QString::fromStdString(server.url()));
+    const auto says = [this](const char* text) {
+        return window_->statusBar()->currentMessage().contains(QLatin1String(text));
+    };
+    EVENTUALLY(says("Waiting for data, "));
+    server.release();
+    EVENTUALLY(!says("Waiting for data"));
     EVENTUALLY(player().state() == State::Completed);
 }
 

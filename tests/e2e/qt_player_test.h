@@ -33,6 +33,7 @@ private slots:
     void playsAFilmAgainAndAgain();
     void playsAPartAgainAndAgain();
     void goesOnFromTheEnd();
+    void saysThatItWaitsForData();
     void saysWhyAFileCantBePlayed();
     void retriesASourceInsteadOfGivingUp();
     void endsThePlayerBeforeItsWindow();

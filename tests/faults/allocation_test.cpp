@@ -1,5 +1,6 @@
 // A short playback, and a recording of it, in which one allocation fails, each in its turn: what was asked for may not
-// come, but the call throws or answers, an event comes, nothing hangs, and the next playback is whole.
+// come, but the call throws or answers, an event comes, nothing hangs, and the next playback is whole. Of a file, and
+// of a server that keeps half of the film back until playback stands for it.
 //
 // KELP_FAULTS_EVERY=1 in the environment takes every one; without it one in some.
 
@@ -36,11 +37,13 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
+#include "e2e/http_server.h"
 #include "e2e/media.h"
 #include "faults/failing_allocations.h"
 #include "kelp_player/kelp_player.h"
 #include "kelp_player/log.h"
 #include "kelp_player/recorder.h"
+#include "kelp_player/stall_observer.h"
 #include "support/temp_files.h"
 
 namespace kelp::test {
@@ -81,7 +84,7 @@ bool waitUntil(const std::function<bool()>& condition) {
 }
 
 // Allocates nothing itself.
-class Host final : public KelpPlayerObserver, public ExternFrameSink {
+class Host final : public KelpPlayerObserver, public ExternFrameSink, public StallObserver {
 public:
     virtual ~Host() = default;
 
@@ -99,24 +102,45 @@ public:
         return true;
     }
 
+    void onStalled() override { stalled = true; }
+    void onBuffering(int, int) override {}
+    void onStallEnded() override {}
+
     std::atomic<bool> prepared{false};
     std::atomic<bool> failed{false};
     std::atomic<bool> firstFrame{false};
     std::atomic<bool> completed{false};
+    std::atomic<bool> stalled{false};
     std::atomic<int> pictures{0};
 };
 
 enum class Until { FirstFrame, End };
+enum class Source { File, Server };
+
+std::string name(const testing::TestParamInfo<Source>& source) {
+    return source.param == Source::File ? "File" : "Server";
+}
 
 // One player's life, in which the host goes on after a call that threw as far as that makes sense.
 class Life {
 public:
-    explicit Life(Until until) : until_(until) {}
+    Life(Until until, Source source) : until_(until), server_(source == Source::Server ? &server() : nullptr) {}
+
+    // One for the whole process; its threads have failures of their own only where all of them do.
+    static HttpServer& server() {
+        static HttpServer instance(mediaPath("faststart.mp4"));
+        return instance;
+    }
 
     void live() {
         if (attempt([&] { player_ = std::make_shared<KelpPlayer>(); }) && attempt([&] { player_->init(&host_); })) {
             attempt([&] { player_->addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&host_), 160, 90); });
             attempt([&] { player_->setOption("max_delay", "500000"); });
+            if (server_) {
+                server_->holdAt(server_->size() / 2);
+                attempt([&] { player_->setOption("preset", "recommended"); });
+                attempt([&] { player_->setStallObserver(&host_); });
+            }
             attempt([&] { player_->setPacketSink(&recorder_); });
             attempt([&] { recorder_.start(recording()); });
             play();
@@ -125,10 +149,14 @@ public:
             attempt([&] { player_->stop(); });
             player_->stop();
             player_->setPacketSink(nullptr);
+            player_->setStallObserver(nullptr);
             recorder_.stop();
             attempt([&] { player_->release(); });
             player_->release();
             player_.reset();
+        }
+        if (server_) {
+            server_->release();  // a connection that it holds notices its end by then
         }
     }
 
@@ -175,7 +203,7 @@ private:
             refused_ = true;
             return;
         }
-        hung_ |= !waitUntil([&] { return host_.prepared || host_.failed; });
+        hung_ |= !waitUntil([&] { return goesOn() && (host_.prepared || host_.failed); });
         if (!host_.prepared) {
             return;
         }
@@ -188,11 +216,19 @@ private:
         attempt([&] { player_->setSpeed(1.25F); });
         attempt([&] { player_->pause(); });
         attempt([&] { player_->resume(); });
-        attempt([&] { player_->seek(100); });
+        attempt([&] { player_->seek(server_ ? 2600 : 100); });
         hung_ |= !waitUntil([&] {
-            return host_.completed || host_.failed || (until_ == Until::FirstFrame && host_.firstFrame) ||
+            return (goesOn() && host_.completed) || host_.failed || (until_ == Until::FirstFrame && host_.firstFrame) ||
                    standsStill();
         });
+    }
+
+    // Where nothing tells of a stall the server goes on by itself, by and by.
+    bool goesOn() {
+        if (server_ && (host_.stalled || ++looks_ > 60)) {
+            server_->release();
+        }
+        return true;
     }
 
     // In a folder that the program which runs the children takes away.
@@ -201,8 +237,10 @@ private:
         return std::string(folder ? folder : ".") + "/" + std::to_string(getpid()) + ".mp4";
     }
 
-    const std::string path_ = mediaPath("short.mp4");
     const Until until_;
+    HttpServer* const server_;
+    const std::string path_ = server_ ? server_->url() : mediaPath("short.mp4");
+    int looks_ = 0;
     Host host_;
     Recorder recorder_;
     std::shared_ptr<KelpPlayer> player_;
@@ -214,8 +252,8 @@ private:
 // A process of its own that lives one life with one failure, and another one without.
 class Child {
 public:
-    Child(const char* test, int64_t number) : number_(number), output_(std::tmpfile()) {
-        const std::string filter = std::string("--gtest_filter=AllocationFailures.DISABLED_") + test;
+    Child(const std::string& test, int64_t number) : number_(number), output_(std::tmpfile()) {
+        const std::string filter = "--gtest_filter=Of/AllocationFailures.DISABLED_" + test;
         const std::string text = std::to_string(number);
         const pid_t parent = getpid();
         pid_ = output_ ? fork() : -1;
@@ -370,7 +408,7 @@ void tellCrashes() {
 
 #endif
 
-class AllocationFailures : public testing::Test {
+class AllocationFailures : public testing::TestWithParam<Source> {
 protected:
     using Of = FailingAllocations::Of;
 
@@ -381,13 +419,16 @@ protected:
             static const TempFolder folder;
             setenv(kFolder, folder.path("").c_str(), 1);
         }
-        Life(Until::FirstFrame).live();  // what is started once for the process is there behind this
+        // What is started once for the process is there behind this.
+        for (const Source source : {Source::File, Source::Server}) {
+            Life(Until::FirstFrame, source).live();
+        }
         av_log_set_level(AV_LOG_QUIET);
     }
     ~AllocationFailures() override { FailingAllocations::disarm(); }
 
     static int64_t countOf(Of which, Until until) {
-        Life life(until);
+        Life life(until, GetParam());
         FailingAllocations::arm(which, 0);
         life.live();
         const int64_t count = FailingAllocations::count();
@@ -397,7 +438,7 @@ protected:
 
     static void expectWholePlayback() {
         FailingAllocations::disarm();
-        Life life(Until::End);
+        Life life(Until::End, GetParam());
         life.live();
         EXPECT_TRUE(life.host().completed);
         EXPECT_FALSE(life.host().failed);
@@ -405,7 +446,7 @@ protected:
     }
 };
 
-TEST_F(AllocationFailures, ThrowOutOfTheHostsCallAndLeaveThePlayerUsable) {
+TEST_P(AllocationFailures, ThrowOutOfTheHostsCallAndLeaveThePlayerUsable) {
     const int64_t count = countOf(Of::WindowThreads, Until::FirstFrame);
     ASSERT_GT(count, 20);
     const int threads = threadCount();
@@ -413,7 +454,7 @@ TEST_F(AllocationFailures, ThrowOutOfTheHostsCallAndLeaveThePlayerUsable) {
     int64_t tried = 0;
     for (int64_t number = 1; number <= count; number += step, ++tried) {
         SCOPED_TRACE(number);
-        Life life(Until::FirstFrame);
+        Life life(Until::FirstFrame, GetParam());
         FailingAllocations::arm(Of::WindowThreads, number);
         life.live();
         // Threads' races make for some allocations more or less.
@@ -428,7 +469,7 @@ TEST_F(AllocationFailures, ThrowOutOfTheHostsCallAndLeaveThePlayerUsable) {
                 static_cast<long long>(count));
 }
 
-TEST_F(AllocationFailures, OfTheLibrariesDropAFrameOrFailTheSource) {
+TEST_P(AllocationFailures, OfTheLibrariesDropAFrameOrFailTheSource) {
     const int64_t count = countOf(Of::Libraries, Until::End);
     ASSERT_GT(count, 50);
     const int threads = threadCount();
@@ -437,7 +478,7 @@ TEST_F(AllocationFailures, OfTheLibrariesDropAFrameOrFailTheSource) {
     // The first ones open things, each another one; behind them come the same ones for each frame.
     for (int64_t number = 1; number <= count; number += number < 20 ? 1 : step, ++tried) {
         SCOPED_TRACE(number);
-        Life life(Until::End);
+        Life life(Until::End, GetParam());
         FailingAllocations::arm(Of::Libraries, number);
         life.live();
         const bool failed = FailingAllocations::failed();
@@ -461,7 +502,7 @@ TEST_F(AllocationFailures, OfTheLibrariesDropAFrameOrFailTheSource) {
 }
 
 // Nobody is there to take an exception of the player's own threads: it ends the process, at once.
-TEST_F(AllocationFailures, OnThePlayersThreadsEndTheProcessAndNeverHang) {
+TEST_P(AllocationFailures, OnThePlayersThreadsEndTheProcessAndNeverHang) {
     const int64_t count = countOf(Of::OtherThreads, Until::End);
     ASSERT_GT(count, 50);
     const int64_t step = stepOf(count, 6);
@@ -469,7 +510,7 @@ TEST_F(AllocationFailures, OnThePlayersThreadsEndTheProcessAndNeverHang) {
     int64_t ended = 0;
     for (int64_t number = 1; number <= count; number += step, ++tried) {
         SCOPED_TRACE(number);
-        Child child("InAChild", number);
+        Child child("InAChild/" + name({GetParam(), 0}), number);
         EXPECT_TRUE(waitUntil([&] { return child.isOver(); })) << "hangs";
         EXPECT_THAT(child.exitCode(), testing::AnyOf(0, kNoMemoryExit)) << "status " << child.status() << "\n"
                                                                         << child.output();
@@ -479,7 +520,7 @@ TEST_F(AllocationFailures, OnThePlayersThreadsEndTheProcessAndNeverHang) {
                 static_cast<long long>(tried), static_cast<long long>(count), static_cast<long long>(ended));
 }
 
-TEST_F(AllocationFailures, DISABLED_InAChild) {
+TEST_P(AllocationFailures, DISABLED_InAChild) {
     const char* number = std::getenv("KELP_FAULTS_NUMBER");
     ASSERT_NE(number, nullptr);
     std::set_terminate([] {
@@ -494,7 +535,7 @@ TEST_F(AllocationFailures, DISABLED_InAChild) {
         }
         std::abort();
     });
-    Life life(Until::End);
+    Life life(Until::End, GetParam());
     FailingAllocations::arm(Of::OtherThreads, std::atoll(number));
     life.live();
     FailingAllocations::disarm();
@@ -508,7 +549,7 @@ TEST_F(AllocationFailures, DISABLED_InAChild) {
 
 // In children: a library that doesn't survive its own failure takes nobody with it. Meets FFmpeg's faults, which come
 // and go with the order of its threads; so it runs where it is asked for, by `./dev faults`.
-TEST_F(AllocationFailures, DISABLED_InsideFFmpegFailTheSourceOrDropAFrame) {
+TEST_P(AllocationFailures, DISABLED_InsideFFmpegFailTheSourceOrDropAFrame) {
     const int64_t count = countOf(Of::InsideFFmpeg, Until::End);
     ASSERT_GT(count, 200);
     const int64_t step = stepOf(count, 30);
@@ -530,7 +571,7 @@ TEST_F(AllocationFailures, DISABLED_InsideFFmpegFailTheSourceOrDropAFrame) {
     };
     for (int64_t number = 1; number <= count || !children.empty();) {
         if (number <= count && children.size() < kChildrenAtOnce) {
-            children.push_back(std::make_unique<Child>("WithoutMemoryInsideFFmpeg", number));
+            children.push_back(std::make_unique<Child>("WithoutMemoryInsideFFmpeg/" + name({GetParam(), 0}), number));
             number += step;
             continue;
         }
@@ -556,11 +597,11 @@ TEST_F(AllocationFailures, DISABLED_InsideFFmpegFailTheSourceOrDropAFrame) {
     }
 }
 
-TEST_F(AllocationFailures, DISABLED_WithoutMemoryInsideFFmpeg) {
+TEST_P(AllocationFailures, DISABLED_WithoutMemoryInsideFFmpeg) {
     const char* number = std::getenv("KELP_FAULTS_NUMBER");
     ASSERT_NE(number, nullptr);
     tellCrashes();
-    Life life(Until::End);
+    Life life(Until::End, GetParam());
     FailingAllocations::arm(Of::InsideFFmpeg, std::atoll(number));
     life.live();
     const bool failed = FailingAllocations::failed();
@@ -579,6 +620,8 @@ TEST_F(AllocationFailures, DISABLED_WithoutMemoryInsideFFmpeg) {
 }
 
 #endif
+
+INSTANTIATE_TEST_SUITE_P(Of, AllocationFailures, testing::Values(Source::File, Source::Server), name);
 
 }  // namespace
 }  // namespace kelp::test

@@ -18,8 +18,8 @@ using kelp::test::require;
 namespace {
 
 constexpr int kMaxOperations = 120;
-constexpr const char* kAnswers[] = {"loadFileAsync", "play",      "pause",     "resume",  "seek",
-                                    "stop",          "setVolume", "stepFrame", "setLoop", "selectTrack"};
+constexpr const char* kAnswers[] = {"loadFileAsync", "play",      "pause",   "resume",      "seek",        "stop",
+                                    "setVolume",     "stepFrame", "setLoop", "selectTrack", "takeSnapshot"};
 
 std::string joined(const std::vector<std::string>& lines) {
     std::string text;
@@ -77,7 +77,7 @@ public:
     }
 
     void step(FuzzInput& input) {
-        const uint8_t operation = input.byte() % 34;
+        const uint8_t operation = input.byte() % 36;
         if (operation < 18 || operation >= 30) {
             hostOperation(operation, input);
         } else {
@@ -136,6 +136,7 @@ private:
             case 11:
                 require(player_->getCurrentTime() == model_.getCurrentTime(), "getCurrentTime");
                 require(player_->getDuration() == model_.getDuration(), "getDuration");
+                require(player_->getStatistics().restarts == model_.restarts, "restarts of the statistics");
                 break;
             case 12:
                 same(player_->setVolume(0.5F), model_.setVolume(0.5F), "setVolume");
@@ -185,6 +186,15 @@ private:
                      "selectTrack");
                 break;
             }
+            case 34: {
+                const bool muted = input.byte() % 2 == 0;
+                player_->setMute(muted);
+                model_.setMute(muted);
+                break;
+            }
+            case 35:
+                same(player_->takeSnapshot("picture.png"), model_.takeSnapshot("picture.png"), "takeSnapshot");
+                break;
             default:
                 player_->addTimer(7, /*oneShot=*/true, [] {});
                 model_.addHostTimer();

@@ -224,6 +224,10 @@ bool ManagedModel::setVolume(float volume) {
     return isIn(Started | Paused | Completed) && ask("setVolume", std::to_string(volume));
 }
 
+void ManagedModel::setMute(bool muted) {
+    call("setMute(" + text(muted) + ")");
+}
+
 void ManagedModel::enableHwDecoder(bool enable, int mode) {
     hwEnabled_ = enable;
     hwMode_ = mode;
@@ -330,6 +334,7 @@ void ManagedModel::restart(State oldState, unsigned int generation) {
     if ((oldState & (Preparing | Started | Paused)) == 0 || generation != generation_) {
         return;
     }
+    ++restarts;
     unload();
     state_ = Preparing;
     load(0);

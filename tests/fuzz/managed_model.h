@@ -19,6 +19,7 @@ public:
     int currentTimeMs = 0;
     int durationMs = 0;
     int64_t clockMs = 0;
+    int restarts = 0;
 
     // What was done, in order.
     std::vector<std::string> calls;  // of the engine
@@ -43,6 +44,8 @@ public:
     int getCurrentTime();
     int getDuration();
     bool setVolume(float volume);
+    void setMute(bool muted);
+    bool takeSnapshot(const std::string& path) { return ask("takeSnapshot", path); }
     void enableHwDecoder(bool enable, int mode);
     void setSyncClock(bool clock);
     bool setOffsetToClockMs(int offsetMs);

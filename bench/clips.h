@@ -24,8 +24,8 @@ std::string clipPath(const Settings& settings, const Clip& clip);
 // The same by another encoder of the ffmpeg command, `encoder` with its options. Size, rate and length count alone.
 std::string encodedPath(const Settings& settings, const Clip& clip, const std::string& encoder);
 
-// Black, with a bright picture of 80 ms and a beep at every second that the film is old: 25 pictures per second.
-std::string flashesPath(const Settings& settings, int seconds);
+// Black, with a bright picture of 80 ms and a beep whenever the film is `everyMs` older: 25 pictures per second.
+std::string flashesPath(const Settings& settings, int seconds, int everyMs);
 
 // What `cost`, `latency` and `steps` play: the file of the command line, or a light clip, 1080p.
 std::string everydayPath(const Settings& settings);

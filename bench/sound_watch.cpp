@@ -19,7 +19,7 @@ constexpr int kRate = 48000;
 constexpr int kFrameBytes = 4;        // two channels, 16 bits
 constexpr int kDeviceSamples = 1024;  // that a device takes at once, and plays while the next ones are asked for
 constexpr int kLoud = 6000;
-constexpr double kQuietMs = 300;  // between two beeps
+constexpr double kQuietMs = 80;  // between two beeps
 
 }  // namespace
 

@@ -109,6 +109,9 @@ void SubtitleScreen::ask() {
 }
 
 void SubtitleScreen::prepare(int64_t timeMs) {
+    if (!tracks_->isAny()) {
+        return;
+    }
     const Source now = source();
     if (!now.track) {
         return;

@@ -5,7 +5,6 @@
 
 #include "input/stream_parser.h"
 #include "kelp_player/log.h"
-#include "runtime/ffmpeg_compat.h"
 
 extern "C" {
 #include <libavcodec/bsf.h>
@@ -27,7 +26,7 @@ bool hasSameExtradata(const AVCodecParameters& a, const AVCodecParameters& b) {
 
 // MP4 alone has tags of four letters for its codecs.
 bool StreamParser::needsReopening() const {
-    if (compat::kSeeksFragments || !isInputNamed("hls") || formatContext_->duration == AV_NOPTS_VALUE) {
+    if (!isInputNamed("hls") || formatContext_->duration == AV_NOPTS_VALUE) {
         return false;
     }
     AVStream** const streams = formatContext_->streams;

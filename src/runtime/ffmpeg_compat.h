@@ -28,10 +28,6 @@ constexpr AVCodecID kCodecId270 = AV_CODEC_ID_LEAD;
 constexpr auto kCodecId270 = static_cast<AVCodecID>(270);
 #endif
 
-// Whether a seek in HLS gets through to segments in fragmented MP4: their demuxer goes on with the samples of the
-// segment before else, in the bytes of the new one.
-constexpr bool kSeeksFragments = LIBAVFORMAT_VERSION_MAJOR >= 61;
-
 // A deep copy of the stream's codec parameters, with what the stream has of the following; null if there is no memory.
 // The caller owns it and gives it back to freeParameters.
 AVCodecParameters* copyParameters(const AVStream* stream);

@@ -225,8 +225,10 @@ int __wrap_soundtouch_flush(void* handle) {
 
 void __wrap_soundtouch_putSamples_i16(void* handle, const short* samples, unsigned int count) {
     kelp::test::record("put " + std::to_string(count));
-    if (FakeSoundTouch::scripted) {
+    if (FakeSoundTouch::calls) {
         FakeSoundTouch::putIn.insert(FakeSoundTouch::putIn.end(), samples, samples + FakeSoundTouch::channels * count);
+    }
+    if (FakeSoundTouch::scripted) {
         return;
     }
     __real_soundtouch_putSamples_i16(handle, samples, count);

@@ -126,7 +126,7 @@ protected:
 
 #pragma GCC diagnostic pop
 
-constexpr double kRates[] = {24, 25, 30000.0 / 1001, 50, 60000.0 / 1001, 120};
+constexpr double kRates[] = {24000.0 / 1001, 24, 25, 30000.0 / 1001, 50, 60000.0 / 1001, 120};
 constexpr double kSpeeds[] = {0.25, 0.5, 1, 1.5, 2, 4};
 
 struct Case {
@@ -166,9 +166,11 @@ TEST_P(ExactPictureTimes, AreWithinAMillisecondOfTheirs) {
     }
     for (int i = 1; i < count; ++i) {
         const double dueUs = static_cast<double>(timeUs(i, fps)) / speed;
-        // The speed of a host's clock is to be found first. At 4 it has steps of 4 ms.
+        // The speed of a host's clock is to be found first. At 4 it has steps of 4 ms, and few pictures may meet them
+        // alike.
         const bool isFound = master != "host" || dueUs > 1'000'000;
-        const double mostUs = !isFound ? 10'000 : master == "host" && speed > 2 ? 1500 : 1000;
+        const double mostOfStepsUs = fps < 24 ? 2500 : 1500;
+        const double mostUs = !isFound ? 10'000 : master == "host" && speed > 2 ? mostOfStepsUs : 1000;
         ASSERT_NEAR(static_cast<double>(drawnAtUs(timeUs(i, fps))), dueUs, mostUs) << "picture " << i;
     }
 }

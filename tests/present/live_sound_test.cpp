@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
@@ -24,8 +25,10 @@ public:
     int64_t getSyncPtsUs() override { return FakeTime::nowUs() - beginUs_ - static_cast<int64_t>(kPictureUs); }
     void setSyncObject(std::shared_ptr<SyncObject>) override {}
 
+    void jump(int64_t ms) { beginUs_ -= ms * 1000; }
+
 private:
-    const int64_t beginUs_ = FakeTime::nowUs();
+    int64_t beginUs_ = FakeTime::nowUs();
 };
 
 class LiveSoundTest : public test::AudioPlayFixture {
@@ -41,7 +44,9 @@ protected:
         thread->setOutputSpec({});
         thread->setOptions({.exactTiming = true, .lowLiveDelay = true});
         peer->useFactory(std::make_shared<test::FakeOutputFactory>(calls, device));
-        thread->setSyncObject(std::make_shared<Pictures>());
+        pictures = std::make_shared<Pictures>();
+        thread->setSyncObject(pictures);
+        test::FakeSoundTouch::calls = &calls;
     }
 
     // Plays what comes in `ms`: each block as soon as it is made, unless the way takes longer, and none before the
@@ -67,6 +72,7 @@ protected:
     double nowUs() const { return static_cast<double>(FakeTime::nowUs() - beginUs_); }
 
     std::shared_ptr<LabDevice> device = std::make_shared<LabDevice>();
+    std::shared_ptr<Pictures> pictures;
 
 private:
     const int64_t beginUs_ = FakeTime::nowUs();
@@ -96,10 +102,29 @@ TEST_F(LiveSoundTest, IsAsSoonAgainBehindAShortStandstill) {
     play(3000);
     const double usualMs = behindPictureMs();
     device->passUs(60'000);
+    test::FakeSoundTouch::tempos.clear();
     play(300);
     EXPECT_GT(behindPictureMs(), usualMs + 20);
     play(4000);
     EXPECT_LT(behindPictureMs(), std::max(usualMs, 10.0) + 10);
+    EXPECT_GT(std::ranges::max(test::FakeSoundTouch::tempos), 1.02F) << "by tempo";
+}
+
+// The pictures are as much sooner or later all of a sudden as no such tempo makes up for in a second. The device's pace
+// is learnt, and isn't quite what it says.
+TEST_F(LiveSoundTest, IsPlayedATenthFasterOrSlowerAtTheMost) {
+    play(3000);
+    for (const int64_t ms : {150, -150}) {
+        pictures->jump(ms);
+        test::FakeSoundTouch::tempos.clear();
+        play(1000);
+        const auto [least, most] = std::ranges::minmax(test::FakeSoundTouch::tempos);
+        EXPECT_GE(least, 0.899F) << ms;
+        EXPECT_LE(most, 1.101F) << ms;
+        EXPECT_TRUE(ms > 0 || least < 0.91F) << "it waits for its pictures by its tempo";
+        pictures->jump(-ms);
+        play(4000);
+    }
 }
 
 }  // namespace

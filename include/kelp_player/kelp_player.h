@@ -142,9 +142,9 @@ protected:
 // the log; what goes wrong later comes as `onFailed`. Times are milliseconds, from the start of the stream.
 //
 // An ExternFrameSink, a KelpSyncClock and a log callback run on threads of the player that must not wait for it. From
-// the first two only these may be called: the `get` operations, `clearScreen`, `runInWorker`, `addTimer` and
-// `removeTimer`. From a log callback nothing may be. What else is to be done there goes to the worker:
-// `runInWorker([player] { player->stop(); })`.
+// the first two only these may be called: the `get` operations, `clearScreen`, `takeSnapshot`, `runInWorker`,
+// `addTimer` and `removeTimer`; packet_sink.h and subtitle_sink.h have theirs. From a log callback nothing may be. What
+// else is to be done there goes to the worker: `runInWorker([player] { player->stop(); })`.
 class KELP_PLAYER_API KelpPlayer : public std::enable_shared_from_this<KelpPlayer> {
 public:
     // Starts nothing.

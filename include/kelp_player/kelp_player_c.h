@@ -5,7 +5,8 @@
 // change. What holds everywhere:
 //
 // - Handles are opaque. What a `_create` returns is the host's, until the `_destroy` of the same name; null where it
-//   failed. Destroying null does nothing. No handle owns another one, and none may go while another one uses it.
+//   failed. Destroying null does nothing. No handle owns another one but a recorder its sink, and none may go while
+//   another one uses it.
 // - An int that nothing else is said of is 1 where the call did what it is for, and 0 where it didn't: then the text
 //   of `kelp_last_error`, or of the handle's own `_last_error`, says why, in the words of the log if that has the
 //   level "error". Every kind of handle has one that has a call that can fail, timers that of their player. Null for a
@@ -148,7 +149,7 @@ enum kelp_info {
 enum kelp_track_kind {
     KELP_TRACK_KIND_VIDEO = 0,     // pictures
     KELP_TRACK_KIND_AUDIO = 1,     // sound
-    KELP_TRACK_KIND_SUBTITLE = 2,  // texts
+    KELP_TRACK_KIND_SUBTITLE = 2,  // texts, or pictures of texts
     KELP_TRACK_KIND_OTHER = 3      // data, attached files and the like
 };
 
@@ -178,7 +179,7 @@ typedef struct kelp_player_events {
     void (*on_duration_updated)(void* user, kelp_player* player, int duration_ms);
 
     // Playback stands, as a source over a network doesn't come fast enough; see the option "rebuffer". It isn't paused,
-    // and each is followed by one `on_stall_ended`.
+    // and each is followed by one `on_stall_ended`. Never where the host's clock is followed.
     void (*on_stalled)(void* user, kelp_player* player);
     // Meanwhile: so much is read ahead of what is shown, and the same as a part of what is waited for, 0 to 100.
     void (*on_buffering)(void* user, kelp_player* player, int waiting_ms, int percent);
@@ -204,8 +205,8 @@ KELP_C_API const char* kelp_player_last_error(const kelp_player* player);
 // it takes. Below 0 the stream starts at that much after its beginning.
 KELP_C_API int kelp_player_set_data_source(kelp_player* player, const char* url, int offset_ms);
 
-// Opens the source; the answer is `on_prepared` or `on_failed`. 0 if no source is set, if it is open, and for an empty
-// one, to which no answer comes.
+// Opens the source; the answer is `on_prepared` or `on_failed`. 0 if no source is set, if it was opened and not stopped
+// since, also where that has failed, and for an empty one, to which no answer comes.
 KELP_C_API int kelp_player_prepare_async(kelp_player* player);
 
 // Plays what is prepared; while it is being prepared the request is kept. 0 in any other state, and if playing can't be
@@ -240,16 +241,19 @@ KELP_C_API int kelp_player_stop(kelp_player* player);
 // Forgets the source, behind a stop, so that another one can be set.
 KELP_C_API int kelp_player_reset(kelp_player* player);
 
-// The position on the host's clock; 0 for null and while nothing is prepared.
+// The position on the host's clock; stopped, the offset. 0 for null, without a source, while it is being opened, and
+// when it has failed.
 KELP_C_API int kelp_player_get_current_time(kelp_player* player);
 
-// The duration on the host's clock, ten hours for a source that states none; 0 for null and while nothing is prepared.
+// The duration on the host's clock, ten hours for a source that states none; else as the position.
 KELP_C_API int kelp_player_get_duration(kelp_player* player);
 
-// One fact of the source, one of KELP_INFO; 0 for null and for what isn't known.
+// One fact of the source, one of KELP_INFO; 0 for null and for what isn't known, the offset for such a duration.
 KELP_C_API int64_t kelp_player_get_info(kelp_player* player, int info);
 
-// The volume as a linear factor, 1.0 again after each start. 0 out of playback and without sound.
+// The volume as a linear factor, 1.0 again after each start, and after a restart unless the option
+// "closed_live_source" is "failed". 0 out of playback, without sound, and before its first moment, which takes the
+// value all the same.
 KELP_C_API int kelp_player_set_volume(kelp_player* player, float volume);
 
 // How fast the sound is played, 1.0 being its own tempo; the pitch stays. 0 unless it is above 0.
@@ -288,8 +292,8 @@ KELP_C_API int kelp_player_set_sync_master(kelp_player* player, int master);
 // doesn't have writes a warning to the log and changes nothing.
 KELP_C_API int kelp_player_set_option(kelp_player* player, const char* key, const char* value);
 
-// Calls `call` on the worker thread, behind the events that are queued by now. It isn't called at all if the player
-// goes before. Null for `release` is allowed.
+// Calls `call` on the worker thread, behind the events that are queued by now. `kelp_player_destroy` waits for it;
+// what is queued while that runs may never be called. Null for `release` is allowed.
 KELP_C_API int kelp_player_run_in_worker(kelp_player* player, kelp_call call, void* user, kelp_call release);
 
 // Calls `call` on the worker thread after `interval_ms`, 1 or more, and unless `one_shot` isn't 0 again and again. The
@@ -423,8 +427,8 @@ enum kelp_sound_output {
     KELP_SOUND_OUTPUT_SILENCE = 2  // nowhere, for want of a device, at its pace all the same
 };
 
-// How a playback goes: a snapshot. All is 0 out of playback, but for what is said of the player; counts begin with the
-// start of the playback.
+// How a playback goes: a snapshot. Out of playback all is 0 and the tracks -1, but for what is said of the player, and,
+// while a source is open, of its tracks; counts begin with the start of the playback.
 typedef struct kelp_statistics {
     size_t size;  // sizeof(kelp_statistics)
 
@@ -658,7 +662,8 @@ KELP_C_API const char* kelp_recorder_last_error(const kelp_recorder* recorder);
 KELP_C_API kelp_packet_sink* kelp_recorder_get_sink(kelp_recorder* recorder);
 
 // Records into `path`, which ends in ".mp4", ".mov", ".mkv" or ".ts", from the next key frame on; `limits` null for
-// none. 0 with another ending, and while it records. For one thread at a time, with the next.
+// none. 0 with another ending, and until what was begun is stopped, also where that has failed. For one thread at a
+// time, with the next.
 KELP_C_API int kelp_recorder_start(kelp_recorder* recorder, const char* path, const kelp_recorder_limits* limits);
 
 // Ends the recording: waits until what was read by now is written.
@@ -676,14 +681,16 @@ typedef struct kelp_clock_calls {
 
     // The reading on the time line of the host. Must not be null.
     int64_t (*get_time_ms)(void* user);
-    // How far a stream may be away from this clock before it stops trying to follow; null for 10000.
+    // How far a stream may be away from this clock before it stops trying to follow; null for 10000, which is the
+    // least.
     int64_t (*get_no_sync_threshold_ms)(void* user);
     // Not 0 for a clock that picture and sound wait for, however far they run ahead of it; null for 1.
     int (*is_force_sync)(void* user);
 } kelp_clock_calls;
 
-// Makes a clock that runs by the system's, at speed 1, reads `start_ms` and is always obeyed. Streams that are
-// `no_sync_threshold_ms` away, 10000 at least, don't try to follow. Null without memory.
+// Makes a clock that runs by the system's wall clock, which whoever sets the date moves, at speed 1, reads `start_ms`
+// and is always obeyed. Streams that are `no_sync_threshold_ms` away, 10000 at least, don't try to follow. Null without
+// memory.
 KELP_C_API kelp_clock* kelp_clock_create(int64_t start_ms, int64_t no_sync_threshold_ms);
 
 // Makes a clock of the host's own; `calls` is copied. Null without memory, for null, and without `get_time_ms`.
@@ -712,7 +719,7 @@ KELP_C_API int kelp_clock_set_speed(kelp_clock* clock, double speed);
 KELP_C_API int kelp_player_set_clock(kelp_player* player, kelp_clock* clock);
 
 // Changes the offset of `kelp_player_set_data_source` during playback and seeks to where the clock is on the stream. 0
-// if no clock is set.
+// if no clock is set, unless it is the offset already. For one thread at a time.
 KELP_C_API int kelp_player_set_offset(kelp_player* player, int offset_ms);
 
 // By how many percent the sound may be stretched to follow a clock where its tempo can't be changed otherwise, 0 to 99;

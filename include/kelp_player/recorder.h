@@ -83,12 +83,13 @@ public:
     ~Recorder();
 
     // Records into `path`, which ends in ".mp4", ".mov", ".mkv" or ".ts", from the next key frame on; existing files of
-    // that name, and of those that follow, are overwritten. False with another ending, and while it records; the log's
-    // last line, by [Recorder], says so. `std::system_error` if the process has too many threads.
+    // that name, and of those that follow, are overwritten. False with another ending, and until what was begun is
+    // stopped, also where that has failed; the log's last line, by [Recorder], says so. `std::system_error` if the
+    // process has too many threads.
     bool start(const std::string& path, const RecorderLimits& limits = {});
 
     // Ends the recording: waits until what was read by now is written, and the file is complete. Does nothing if there
-    // is none. After a failure another `start` may follow.
+    // is none. Another `start` may follow, also behind a failure.
     void stop();
 
     // Between `start` and `stop`, unless it has failed.

@@ -7,8 +7,8 @@ namespace kelp {
 //
 // A playback that stands is no paused one: picture, sound and the player's clocks hold, but `pause`, `resume`, `seek`,
 // `setSpeed` and `stop` do what they always do, and the player's state doesn't change. Each onStalled is followed by
-// one onStallEnded, also where a `stop` or a restart ends it; between them comes onBuffering, with what is there by
-// then, whenever that changes.
+// one onStallEnded, also where a `stop` or a restart ends it; between them comes onBuffering, at once and whenever the
+// percentage changes. Where a clock of the host's is followed playback never stands, as that clock would run on.
 //
 // All operations are called on the player's worker thread, in their order among the events of the player's observer,
 // whose rules are theirs as well: every operation of the player may be called from here but a TarnPlayer's `destroy`.

@@ -58,8 +58,8 @@ struct AudioStatistics : ReadStatistics {
 };
 
 // How a playback goes, as the stages count it: a snapshot, taken while they work on, so that figures of one moment may
-// differ by one. A plain value, which stays valid when the player is gone. All is 0 out of playback, but for what is
-// said of the player.
+// differ by one. A plain value, which stays valid when the player is gone. Out of playback all is 0, empty, or a
+// `track` of -1, but for what is said of the player, and, while a source is open, of its tracks.
 struct Statistics {
     VideoStatistics video;  // of the picture
     AudioStatistics audio;  // of the sound

@@ -88,9 +88,9 @@ public:
     // False if the output isn't open, if there is no data, or if the write failed; the next frame may be tried. A write
     // can fail late: what goes into a file is collected, so a full disk may show itself some frames later or in `stop`,
     // as an error line in the log.
-    // That line is "outputFrame, av_interleaved_write_frame failed, ret:CODE, REASON", or "outputFrame, error data,
-    // size:N", or "outputFrame, broken parameter sets": the description of an MP4 file is made of the first frame,
-    // which then isn't taken. A full disk and a lost server need a new `open`.
+    // That line is "outputFrame, av_interleaved_write_frame failed, ret:CODE, REASON", or "outputFrame, not open", or
+    // "outputFrame, error data, size:N", or "outputFrame, broken parameter sets": the description of an MP4 file is
+    // made of the first frame, which then isn't taken. A full disk and a lost server need a new `open`.
     bool outputFrame(unsigned char* data, unsigned int size, int64_t ptsUs, bool keyFrame);
 
     // Writes the end of the output; without it an MP4 file can't be played. Nothing more can be written then. Does

@@ -124,11 +124,11 @@ public:
     // preparing only, so that right after `prepareAsync` it is refused if the source has failed by then, also where a
     // retry is due: from within `onPrepared` it never comes too early or too late. False if playing can't be started,
     // for what KelpPlayer::play says; the state is then the error state. A request that was kept and can't be carried
-    // out comes as onFailed(0).
+    // out comes as onFailed(0). It is kept over a `stop`, but not over a `reset`.
     bool start();
 
     // Pause and resume. Out of playback they are kept, or taken back, for the next start that was asked for before the
-    // source was ready.
+    // source was ready, also over a `stop` and a `reset`.
     bool pause();
     bool resume();
 
@@ -158,7 +158,8 @@ public:
     int getCurrentTime();
     int getDuration();
 
-    // One fact of the source: see KelpPlayerInfoType. The duration is on the host's clock.
+    // One fact of the source: see KelpPlayerInfoType. The duration is on the host's clock: the offset where there is
+    // none.
     int64_t getPlayDetailInfo(TarnPlayerInfoType type);
 
     // All tracks of the source, see KelpPlayer; in any state, and empty while none is prepared. Doesn't take the lock.
@@ -176,7 +177,7 @@ public:
     bool selectTrack(TrackKind kind, int number);
 
     // The volume, see KelpPlayer; 1.0 again after each start, and after each restart, which keeps it only if the option
-    // "closed_live_source" is "failed". Started, paused or completed only, and false without sound.
+    // "closed_live_source" is "failed". Started, paused or completed only, and false as there.
     bool setVolume(float volume);
 
     // Silence and back, see KelpPlayer; in any state, and over a restart, a `stop` and a `reset`.
@@ -220,7 +221,8 @@ public:
     void setSubtitleSink(ExternSubtitleSink* sink);
 
     // Changes the offset of `setDataSource` during playback and seeks to where the clock is on the stream. For one
-    // control thread. False if no clock is set: the calls then take the new value, the events keep the old one.
+    // control thread. True, and nothing is done, if it is the offset already. False if no clock is set: the calls then
+    // take the new value, the events keep the old one.
     bool setOffsetToClockMs(int offsetMs);
 
     // "retry_when_failed": milliseconds from a failure of the stream to its restart; 0, the default, for none. It is

@@ -10,7 +10,7 @@ from .errors import check
 
 
 class Clock(Closable):
-    """A clock that runs by the system's, can be paused and set, and is always obeyed. One may lead many players.
+    """A clock that runs by the system's date, can be paused and set, and is always obeyed. One may lead many players.
 
     Hand it to ``Player.set_clock``; the player's master is to be ``SyncMaster.CLOCK``.
     """
@@ -18,7 +18,7 @@ class Clock(Closable):
     _last_error = lib.kelp_clock_last_error
 
     def __init__(self, start_ms: int = 0, no_sync_threshold_ms: int = 10000) -> None:
-        """Reads ``start_ms``, at speed 1. Streams that are further away than the threshold don't try to follow."""
+        """Reads ``start_ms``, at speed 1. Streams that are the threshold away, 10000 at least, don't try to follow."""
         handle = check(lib.kelp_clock_create(start_ms, no_sync_threshold_ms))
         self._native = Native(self, handle, lib.kelp_clock_destroy)
 
@@ -67,7 +67,7 @@ class HostClock(Closable):
         raise NotImplementedError
 
     def get_no_sync_threshold_ms(self) -> int:
-        """How far a stream may be away from this clock before it stops trying to follow."""
+        """How far a stream may be away from this clock before it stops trying to follow; 10000 at least."""
         return 10000
 
     def is_force_sync(self) -> bool:

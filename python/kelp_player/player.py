@@ -214,18 +214,21 @@ class Player(Closable):
 
     @property
     def position_ms(self) -> int:
-        """Of the picture that is shown, or of the sound where there are no pictures; 0 while nothing is prepared."""
+        """Of the picture that is shown, or of the sound where there are no pictures; stopped, the offset.
+
+        0 without a source, while it is being opened, and when it has failed.
+        """
         refuse_when_pinned("position_ms")
         return int(self._native.call(lib.kelp_player_get_current_time))
 
     @property
     def duration_ms(self) -> int:
-        """Ten hours for a source that states none; 0 while nothing is prepared."""
+        """Ten hours for a source that states none; else as ``position_ms``."""
         refuse_when_pinned("duration_ms")
         return int(self._native.call(lib.kelp_player_get_duration))
 
     def get_info(self, info: Info) -> int:
-        """One fact of the source; 0 for what isn't known."""
+        """One fact of the source; 0 for what isn't known, the offset for such a duration."""
         refuse_when_pinned("get_info")
         return int(self._native.call(lib.kelp_player_get_info, info))
 
@@ -235,7 +238,10 @@ class Player(Closable):
         return self._board.get(Failed) or self._board.get(Completed)
 
     def set_volume(self, volume: float) -> None:
-        """A linear factor, 1.0 again after each start. Raises Refused out of playback and without sound."""
+        """A linear factor, 1.0 again after each start.
+
+        Raises Refused out of playback, without sound, and before its first moment, which takes the value all the same.
+        """
         self._call(lib.kelp_player_set_volume, volume)
 
     def set_speed(self, speed: float) -> None:
@@ -413,7 +419,10 @@ class Player(Closable):
         return read_tracks(check(self._native.call(lib.kelp_player_get_tracks)))
 
     def select_track(self, kind: TrackKind, number: int) -> None:
-        """Plays another video or sound in place of the one that is played, without a new load."""
+        """Plays another video or sound in place of the one that is played, without a new load, or shows subtitles.
+
+        Of these -1 is none. Raises Refused out of playback, and for a track that there isn't or that can't be played.
+        """
         self._call(lib.kelp_player_select_track, kind, number)
 
     @property
@@ -424,7 +433,10 @@ class Player(Closable):
         return read_statistics(raw)
 
     def take_snapshot(self, path: Text) -> None:
-        """Writes the picture that is shown into a PNG file; from any thread at any time, and from a sink."""
+        """Writes the picture that is shown into a PNG file; from any thread at any time, and from a sink.
+
+        Raises Refused where none has been shown since the start, and if the file can't be written.
+        """
         check(self._native.call(lib.kelp_player_take_snapshot, encoded(path)))
 
     # ---- Packets, clocks ----
@@ -479,13 +491,16 @@ class Player(Closable):
         self._follows = clock
 
     def set_offset(self, offset_ms: int) -> None:
-        """Changes the offset of ``open`` during playback, and seeks to where the clock is on the stream."""
+        """Changes the offset of ``open`` during playback, and seeks to where the clock is on the stream.
+
+        Raises Refused if no clock is set.
+        """
         self._call(lib.kelp_player_set_offset, offset_ms)
 
     # ---- The worker ----
 
     def run_in_worker(self, function: Callable[[], Any]) -> None:
-        """Calls ``function`` on the thread of the events, behind those that are queued; not if the player goes before.
+        """Calls ``function`` on the thread of the events, behind those that are queued; ``close`` waits for it.
 
         From any callback: it is the way to call what isn't allowed there.
         """
@@ -493,7 +508,7 @@ class Player(Closable):
         check(self._native.call(lib.kelp_player_run_in_worker, WorkerCall.on_call, call.number, WorkerCall.on_gone))
 
     def add_timer(self, interval_ms: int, function: Callable[[], Any], one_shot: bool = False) -> int:
-        """Calls ``function`` on the thread of the events after so long, 1 or more, and again and again.
+        """Calls ``function`` on the thread of the events after so many milliseconds, 1 or more, and again and again.
 
         Returns the timer's number, for ``remove_timer``.
         """

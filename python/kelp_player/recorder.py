@@ -66,7 +66,8 @@ class Recorder(Closable):
         """Records into ``path``, which ends in ".mp4", ".mov", ".mkv" or ".ts", from the next key frame on.
 
         The next file begins at the first key frame behind ``file_ms`` milliseconds or ``file_bytes``; 0 for no limit.
-        ``waiting_bytes`` may wait in memory to be written; 0 for 64 MiB.
+        ``waiting_bytes`` may wait in memory to be written; 0 for 64 MiB. Raises Refused with another ending, and until
+        what was begun is stopped, also where that has failed.
         """
         limits = kelp_recorder_limits(file_ms=file_ms, file_bytes=file_bytes, waiting_bytes=waiting_bytes)
         check(self._native.call(lib.kelp_recorder_start, encoded(path), ctypes.byref(limits)))

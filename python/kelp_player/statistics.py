@@ -69,7 +69,11 @@ class AudioStatistics:
 
 @dataclass(frozen=True)
 class Statistics:
-    """A snapshot, taken while the player works on. All is 0 out of playback, but for what is said of the player."""
+    """A snapshot, taken while the player works on.
+
+    Out of playback all is 0 and the tracks -1, but for what is said of the player, and, while a source is open, of its
+    tracks.
+    """
 
     video: VideoStatistics
     audio: AudioStatistics

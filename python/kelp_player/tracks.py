@@ -24,7 +24,7 @@ class TrackKind(enum.IntEnum):
 class Track:
     """One track of a source, as its opening found it: all that a menu of tracks shows."""
 
-    number: int  #: what ``select_track`` and the options ``video_track`` and ``audio_track`` take
+    number: int  #: what ``select_track`` and the options ``video_track`` and so on take
     kind: TrackKind
     codec: str  #: FFmpeg's short name, such as "h264"
     language: str  #: mostly three letters; empty where the source doesn't say

@@ -44,6 +44,10 @@ int kelp_muxer_set_option(kelp_muxer* muxer, const char* key, const char* value)
 int kelp_muxer_open(kelp_muxer* muxer, const char* path, const kelp_muxer_video* video, int64_t time_base) {
     return carryOut(__func__, muxer, [&](kelp_muxer& handle) {
         const kelp_muxer_video known = needed(video);
+        require(known.codec >= KELP_VIDEO_CODEC_NONE && known.codec <= KELP_VIDEO_CODEC_OTHER,
+                "there is no such codec");
+        require(known.pix_format >= KELP_PIX_FMT_NONE && known.pix_format <= KELP_PIX_FMT_PACKET,
+                "there is no such layout of a picture");
         const auto info = std::make_shared<kelp::CodecInfo>();
         info->videoCodecType = static_cast<kelp::VideoCodecType>(known.codec);
         info->width = known.width;

@@ -58,6 +58,14 @@ void muxer_test(void) {
     CHECK(strstr(kelp_muxer_last_error(it.muxer), "kelp_muxer_output_frame: "));
     CHECK(kelp_muxer_open(it.muxer, path, &video, 90000) == 0); /* no size */
     video.size = sizeof(video);
+    video.pix_format = KELP_PIX_FMT_PACKET + 1;
+    CHECK(kelp_muxer_open(it.muxer, path, &video, 90000) == 0);
+    CHECK(strstr(kelp_muxer_last_error(it.muxer), "there is no such layout"));
+    video.pix_format = KELP_PIX_FMT_YUV420P;
+    video.codec = KELP_VIDEO_CODEC_OTHER + 1;
+    CHECK(kelp_muxer_open(it.muxer, path, &video, 90000) == 0);
+    CHECK(strstr(kelp_muxer_last_error(it.muxer), "there is no such codec"));
+    video.codec = KELP_VIDEO_CODEC_HEVC;
     CHECK(kelp_muxer_open(it.muxer, NULL, &video, 90000) == 0 && kelp_muxer_open(it.muxer, path, NULL, 90000) == 0);
     CHECK(kelp_muxer_open(it.muxer, "nothing it knows", &video, 90000) == 0);
     CHECK(kelp_muxer_open(it.muxer, path, &video, 90000) == 1);

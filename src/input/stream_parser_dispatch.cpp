@@ -1,4 +1,5 @@
-// The hand-over of packets, on the parser's thread: what a stage gets of what the demuxer has read.
+// The hand-over of packets, on the parser's thread: which ones go on, and what a stage gets of what the demuxer has
+// read.
 
 #include <algorithm>
 #include <cstring>
@@ -42,6 +43,78 @@ int64_t timeMs(const MediaPacket& packet) {
 }
 
 }  // namespace
+
+void StreamParser::handlePacket(AVPacket* packet) {
+    if (coverStream_ && packet->stream_index == coverStream_->index) {
+        return;
+    }
+    if (packet->stream_index == subtitleStreamIndex_) {
+        subtitles_->onSubtitlePacket(*packet);
+        return;
+    }
+    size_t size = 0;
+    const uint8_t* extraData = av_packet_get_side_data(packet, AV_PKT_DATA_NEW_EXTRADATA, &size);
+    if (extraData && size != 0) {
+        Log::Debug(TAG, "Entry meet new extra data:%p size:%d\n", static_cast<const void*>(extraData),
+                   static_cast<int>(size));
+    }
+    clearInputEnd();
+
+    if (holdUnsure(*packet) || holdNextVideo(*packet) || isForNobody(*packet) ||
+        (loop_.isOn() && isBehindLoop(*packet))) {
+        return;
+    }
+    const bool isVideo = packet->stream_index == videoStreamIndex_;
+    if (foundKeyFrame_ || !isVideo) {
+        if (isVideo && isKeyFrame(packet) &&
+            (videoCodecType_ == VIDEO_CODEC_H264 || videoCodecType_ == VIDEO_CODEC_HEVC)) {
+            Log::Debug(TAG, "meet key frame\n");
+        }
+        disPatchPacket(packet);
+    } else if (isKeyFrame(packet)) {
+        for (const auto& before : mending_.takeKept()) {
+            logDroppedPacket(before.get());
+        }
+        mending_.setMarked();
+        logFirstKeyFrame(packet);
+        disPatchPacket(packet);
+        foundKeyFrame_ = true;
+    } else if (mending_.isShownUnmarked(*packet, *videoStream_)) {
+        showUnmarked();
+        disPatchPacket(packet);
+        foundKeyFrame_ = true;
+    } else if (!mending_.keep(*packet)) {
+        logDroppedPacket(packet);
+    }
+}
+
+void StreamParser::showUnmarked() {
+    for (const auto& packet : mending_.takeKept()) {
+        disPatchPacket(packet.get());
+        foundKeyFrame_ = true;
+    }
+}
+
+void StreamParser::logFirstKeyFrame(const AVPacket* packet) {
+    const AVRational base = videoStream_->time_base;
+    if (packet->pts == AV_NOPTS_VALUE || !observer_ || base.den <= 0) {
+        return;
+    }
+    const int64_t pts = wrappingSubtract(packet->pts, startTimeInVideoTimeBase_);
+    const int audioQueueSize = observer_->onAudioPacketQueueSize();
+    const int videoQueueSize = observer_->onVideoPacketQueueSize();
+    Log::Info(TAG, "found first key frame, pts:%lld, pts_ms:%lld, aq:%d, vq:%d\n", static_cast<long long>(pts),
+              static_cast<long long>(ticksToMs(pts, base.num, base.den)), audioQueueSize, videoQueueSize);
+}
+
+void StreamParser::logDroppedPacket(const AVPacket* packet) {
+    const AVRational base = videoStream_->time_base;
+    const int64_t start = startTimeInVideoTimeBase_;
+    Log::Warn(TAG, "not key frame, this_pts:%lld, start_pts:%lld, skip pts:%lld...\n",
+              static_cast<long long>(ticksToMs(packet->pts, base.num, base.den)),
+              static_cast<long long>(ticksToMs(start, base.num, base.den)),
+              static_cast<long long>(ticksToMs(wrappingSubtract(packet->pts, start), base.num, base.den)));
+}
 
 void StreamParser::disPatchPacket(AVPacket* packet) {
     if (packet->stream_index == videoStreamIndex_) {

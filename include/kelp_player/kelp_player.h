@@ -275,8 +275,8 @@ public:
     bool isMuted();
 
     // The names of the sound devices that there are by now, in UTF-8, for the option "audio_device". The same for all
-    // players; empty before the first `init` and on a machine without one. From any thread, but where none may be
-    // called: the sound system may be asked. Two devices of the same name are one to choose.
+    // players; empty before the first `init` and on a machine without one. Not from a sink, a clock or a log callback:
+    // the sound system may be asked. From any thread else. Two devices of the same name are one to choose.
     static std::vector<std::string> getAudioDevices();
 
     // The time of the picture that is shown, or without pictures of the sound that is heard, in milliseconds; the

@@ -35,7 +35,8 @@ class FrameReader(Iterator[Picture]):
     def __init__(self, source: Text, timeout: Optional[float] = 60, **options: object) -> None:
         """Opens ``source`` with options as a :class:`Player` has them, the recommended ones unless others are asked for.
 
-        Nothing is waited for longer than ``timeout`` seconds. Raises PlaybackFailed where there are no pictures.
+        Nothing is waited for longer than ``timeout`` seconds, behind which TimeoutError is raised, by the rest as well.
+        Raises PlaybackFailed where there are no pictures, or the source can't be opened or read.
         """
         self._timeout = timeout
         self._halted = False
@@ -70,7 +71,10 @@ class FrameReader(Iterator[Picture]):
         return self._player.duration_ms
 
     def seek(self, time_ms: int) -> Picture:
-        """The picture that is on at ``time_ms``; behind the end the last one. Reading goes on behind it."""
+        """The picture that is on at ``time_ms``; behind the end the last one. Reading goes on behind it.
+
+        Raises Refused where the source can't seek.
+        """
         if self._player.ended:  # a seek plays again: that it stands is to be asked for behind
             self._player.seek(time_ms)
             self._box.keep_newest(True)  # or the last picture may wait for room, and the first one behind it

@@ -43,6 +43,21 @@ TEST(PlaylistCut, LeavesAListWhoseBeginningGoesAsItIs) {
     EXPECT_NE(cutPlaylist("#EXTM3U\n#EXT-X-PLAYLIST-TYPE:EVENT\n" + segments, kUsPerSecond), std::nullopt);
 }
 
+// It goes on growing: what has come since stands behind the same segments, under the same numbers, and none is the
+// last.
+TEST(PlaylistCut, LeavesAListThatGrowsOpen) {
+    const std::string head = "#EXT-X-PLAYLIST-TYPE:EVENT\n#EXT-X-TARGETDURATION:2\n#EXT-X-MAP:URI=\"init.mp4\"\n";
+    const std::string first = "#EXTINF:2,\n0.m4s\n#EXTINF:2,\n1.m4s\n";
+    const std::string second = "#EXT-X-PROGRAM-DATE-TIME:2026-01-01T00:00:04Z\n#EXTINF:2,\n2.m4s\n";
+    const std::string third = "#EXTINF:1.5,\n3.m4s\n";
+    const std::string list = "#EXTM3U\n#EXT-X-MEDIA-SEQUENCE:0\n" + head + first + second;
+    const std::string fromSecond = "#EXTM3U\n#EXT-X-MEDIA-SEQUENCE:2\n" + head + second;
+    EXPECT_EQ(cutPlaylist(list, 5 * kUsPerSecond), fromSecond);
+    EXPECT_EQ(cutPlaylist(list + third, 5 * kUsPerSecond), fromSecond + third);
+    EXPECT_EQ(cutPlaylist(list, 100 * kUsPerSecond), fromSecond) << "behind its end, the last one so far";
+    EXPECT_EQ(cutPlaylist(list, 2 * kUsPerSecond - 1), std::nullopt);
+}
+
 TEST(PlaylistCut, TakesNumbersOfAnySize) {
     const std::string most = "9223372036854775807";
     EXPECT_EQ(cutPlaylist("#EXTM3U\n#EXT-X-MEDIA-SEQUENCE:" + most + "\n#EXTINF:1e300,\n#EXT-X-BYTERANGE:" + most +

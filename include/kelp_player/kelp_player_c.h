@@ -98,7 +98,7 @@ enum kelp_log_level {
 // `release` is allowed.
 KELP_C_API int kelp_log_set_callback(void (*call)(void* user, const char* line), void* user, kelp_call release);
 
-// Sets and gives the level. The option "log_level" of a player sets FFmpeg's as well.
+// Sets the level, one of KELP_LOG. The option "log_level" of a player sets FFmpeg's as well.
 KELP_C_API void kelp_log_set_level(int level);
 // Gives the level.
 KELP_C_API int kelp_log_get_level(void);

@@ -4,7 +4,7 @@ const char* const kKeysUsage =
     "Keys: space or p pauses and resumes, 9 and 0 lower and raise the volume, m mutes, [ and ] lower and raise the\n"
     "speed, from 0.5 to 4, Backspace sets it to 1. Left and right go 5 seconds back and forth, up and down, or left\n"
     "and right with shift, 60, Page Up and Page Down 10 minutes. Home goes to the start, End to the last 3 seconds.\n"
-    ". pauses and shows the next picture, and , the one before. q or Escape quits.\n";
+    "q or Escape quits.\n";
 
 KeyCommand commandOf(const SDL_Keysym& key) {
     constexpr int64_t kStepMs = 5000;

@@ -39,5 +39,5 @@ struct KeyCommand {
 
 KeyCommand commandOf(const SDL_Keysym& key);
 
-// The keys, for a usage text.
+// The keys that every program has, for a usage text.
 extern const char* const kKeysUsage;

@@ -132,6 +132,7 @@ std::string usage() {
                "  --help              show this\n"
                "\n") +
            kKeysUsage +
+           ". pauses and shows the next picture, and , the one before.\n"
            "l plays the film again and again, or no more, L marks the beginning of a part, its end, and no more.\n"
            "f fills the screen, z the window, whatever its shape. a, v and j go to the next sound, video and\n"
            "subtitles of a file with several, d to the next sound device. s saves the picture as a PNG file,\n"

@@ -217,6 +217,10 @@ quit() {
     wait $player || { fail "exit code at q"; cat "$scratch/err"; }
 }
 start
+xdotool key period
+wait_for "a step doesn't pause" shows 'paused$'
+xdotool key space
+wait_for "doesn't go on behind a step" shows 'frames$'
 xdotool key space
 wait_for "no pause" shows 'paused$'
 stood=$(position)
@@ -237,6 +241,10 @@ wait_for "a drag to three quarters" between 133 137
 xdotool key Home
 wait_for "the start" between 0 1
 shows 'paused$' || fail "seeks ended the pause"
+xdotool key --repeat 20 period
+wait_for "20 pictures on" between 2 2
+xdotool key --repeat 20 comma
+wait_for "20 pictures back" between 0 0
 xdotool key shift+l
 wait_for "the beginning of a part" shows '  from [01]\.[0-9] s  paused$'
 xdotool key Right
@@ -249,6 +257,10 @@ xdotool key l
 wait_for "the film in a loop" shows 'frames  again and again  paused$'
 xdotool key l
 wait_for "no loop" shows 'frames  paused$'
+xdotool key z
+wait_for "the window filled" shows 'frames  window filled  paused$'
+xdotool key z
+wait_for "the picture's shape" shows 'frames  paused$'
 xdotool key 0 0
 wait_for "volume up" shows 'volume 120%'
 xdotool key 9 9 9
@@ -319,6 +331,14 @@ xdotool key v
 wait_for "the other video" plays video 2
 xdotool key a
 wait_for "the first sound again" plays sound 1
+quit
+
+film=long.mp4
+SDL_AUDIODRIVER=dummy start
+xdotool key d
+wait_for "another sound device" shows 'frames  to .'
+xdotool key d
+wait_for "the default sound device" shows 'frames$'
 quit
 
 [ "$failures" = 0 ] && echo "all as expected"

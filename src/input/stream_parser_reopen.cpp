@@ -24,9 +24,10 @@ bool hasSameExtradata(const AVCodecParameters& a, const AVCodecParameters& b) {
 
 }  // namespace
 
-// MP4 alone has tags of four letters for its codecs.
+// MP4 alone has tags of four letters for its codecs. A list whose beginning goes can't be sought; one that grows can,
+// though nobody knows its length.
 bool StreamParser::needsReopening() const {
-    if (!isInputNamed("hls") || formatContext_->duration == AV_NOPTS_VALUE) {
+    if (!isInputNamed("hls") || (formatContext_->ctx_flags & AVFMTCTX_UNSEEKABLE) != 0) {
         return false;
     }
     AVStream** const streams = formatContext_->streams;

@@ -156,7 +156,7 @@ int SDLRender::keepsForMs(const std::shared_ptr<VideoFrameInfo>& frame) {
     }
     const int64_t sinceMs = KelpTime::getTimeMs() - *drawnMs_;  // of a clock that may be set
     const int keptMs = sinceMs >= 0 && sinceMs < kMaxKeepMs ? static_cast<int>(kMaxKeepMs - sinceMs) : 0;
-    return frame_ ? std::min(keptMs, subtitles_.keepsForMs(subtitlePicture())) : keptMs;
+    return frame_ && subtitles_.isAny() ? std::min(keptMs, subtitles_.keepsForMs(subtitlePicture())) : keptMs;
 }
 
 bool SDLRender::fillFrame(std::shared_ptr<VideoFrameInfo> frame) {
@@ -191,7 +191,9 @@ bool SDLRender::refresh() {
         drawn = turn.drew(draw(*frame_));
     }
     if (drawn) {
-        subtitles_.draw(renderer_, subtitlePicture());
+        if (subtitles_.isAny()) {
+            subtitles_.draw(renderer_, subtitlePicture());
+        }
         SDL_RenderPresent(renderer_);
     }
     return drawn;

@@ -24,6 +24,9 @@ public:
     // Who draws them, or null.
     void setSource(const std::shared_ptr<SubtitleScreen>& source);
 
+    // Whether there are some, or were when they were drawn last: without any nothing else needs to be asked.
+    bool isAny() const { return subtitles_ || (source_ && source_->isOn()); }
+
     // For how long what was drawn last needn't be drawn again.
     int keepsForMs(const Picture& picture);
 

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <ostream>
 #include <string>
 #include <thread>
@@ -14,6 +15,7 @@
 #include "e2e/playback.h"
 #include "e2e/recording_sink.h"
 #include "e2e/stalls.h"
+#include "support/temp_files.h"
 
 namespace kelp::test {
 namespace {
@@ -102,6 +104,47 @@ TEST_P(SoughtSegments, EndPlaybackWhereTheServerHasThemNoMore) {
     }
     EXPECT_TRUE(isOver());
     EXPECT_TRUE(stalls_.arePaired());
+}
+
+// Their playlist still grows, and says by its kind that its beginning stays.
+TEST(GrowingSegments, AreSoughtAndPlayedToTheEndThatComes) {
+    const TempFolder folder;
+    const std::string name = "hls_fmp4.m3u8";
+    std::string list;
+    for (const auto& file : std::filesystem::directory_iterator(std::filesystem::path(mediaPath(name)).parent_path())) {
+        if (const std::string part = file.path().filename(); part.starts_with("hls_fmp4_")) {
+            std::filesystem::create_symlink(file.path(), folder.path(part));
+        }
+    }
+    std::ifstream in(mediaPath(name));
+    for (std::string line; std::getline(in, line);) {
+        list += line.starts_with("#EXT-X-PLAYLIST-TYPE") ? "#EXT-X-PLAYLIST-TYPE:EVENT\n" : line + "\n";
+    }
+    // In one step: the server is asked for it again and again.
+    const auto publish = [&](const std::string& text) {
+        std::ofstream(folder.path("next")) << text;
+        std::filesystem::rename(folder.path("next"), folder.path(name));
+    };
+    publish(list.substr(0, list.find("#EXT-X-ENDLIST")));
+    HttpServer server(folder.path(name));
+    RecordingSink sink(RecordingSink::Keep::Nothing);
+    Playback playback;
+    playback.player().enableHwDecoder(false, HW_DECODE_NONE);
+    playback.player().setOption("preset", "recommended");
+    playback.player().addWindow(WINDOW_TYPE_EXTERN, static_cast<ExternFrameSink*>(&sink), 0, 0);
+    ASSERT_TRUE(playback.open(server.url()));
+    ASSERT_TRUE(playback.player().play());
+    ASSERT_TRUE(playback.waitFor(Happened::FirstVideoFrame, Stalls::kAtMostMs));
+    int seeks = 1;
+    for (const int target : {2480, 200, 1000}) {
+        ASSERT_TRUE(playback.player().seek(target));
+        ASSERT_TRUE(playback.waitFor(Happened::FirstVideoFrame, Stalls::kAtMostMs, ++seeks)) << target;
+        const int picture = playback.last(Happened::FirstVideoFrame).a;
+        EXPECT_TRUE(picture <= target && picture > target - kPictureMs) << picture << " for " << target;
+    }
+    publish(list);
+    EXPECT_TRUE(playback.waitFor(Happened::Completed, Stalls::kAtMostMs));
+    EXPECT_EQ(playback.count(Happened::Failed), 0);
 }
 
 TEST_P(Segments, StallAndGoOnWhereTheServerIsSlow) {

@@ -213,6 +213,12 @@ void SeekStress::act() {
             player.stepFrame(pick(-6, 6));
             rest(pick(0, 60));
         }
+    } else if (what <= 98) {
+        doing_ = "sound and a snapshot";
+        static constexpr std::array kDevices = {"default", "System audio output device", "no such device"};
+        player.setOption("audio_device", kDevices.at(static_cast<size_t>(pick(0, 2))));
+        player.setMute(chance(50));
+        player.takeSnapshot("/dev/null");
     } else {
         doing_ = "rest";
         rest(pick(1, 400));

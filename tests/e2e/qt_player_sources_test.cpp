@@ -116,6 +116,26 @@ void QtPlayerTest::playsAPartAgainAndAgain() {
     QCOMPARE(part->text(), QStringLiteral("&Repeat from here"));
 }
 
+void QtPlayerTest::stepsFromPictureToPicture() {
+    open("clicks.mp4");
+    press(Qt::Key_Period);
+    QCOMPARE(player().state(), State::Paused);
+    player().seek(1000);
+    // Pictures of 40 ms.
+    const auto stands = [this](int timeMs) { return isStill() && player().timeMs() == timeMs; };
+    EVENTUALLY(stands(1000));
+    for (int i = 0; i < 5; ++i) {
+        press(Qt::Key_Period);
+    }
+    EVENTUALLY(stands(1200));
+    for (int i = 0; i < 7; ++i) {
+        press(Qt::Key_Comma);
+    }
+    EVENTUALLY(stands(920));
+    QCOMPARE(player().state(), State::Paused);
+    pause(false);
+}
+
 void QtPlayerTest::goesOnFromTheEnd() {
     open("short.mp4");
     EVENTUALLY(player().state() == State::Completed);

@@ -32,6 +32,7 @@ private slots:
     void stopsAndPlaysAgain();
     void playsAFilmAgainAndAgain();
     void playsAPartAgainAndAgain();
+    void stepsFromPictureToPicture();
     void goesOnFromTheEnd();
     void saysThatItWaitsForData();
     void saysWhyAFileCantBePlayed();

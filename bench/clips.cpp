@@ -53,14 +53,18 @@ std::string encodedPath(const Settings& settings, const Clip& clip, const std::s
                     " -pix_fmt yuv420p -g 60 -c:v " + encoder);
 }
 
-std::string flashesPath(const Settings& settings, int seconds, int everyMs) {
-    const std::string length = std::to_string(seconds);
-    const std::string period = std::to_string(everyMs) + "/1000";
-    return make(settings, "flashes_" + length + "s_" + std::to_string(everyMs) + ".mp4",
+std::string flashesPath(const Settings& settings, const Flashing& flashing) {
+    const std::string length = std::to_string(flashing.seconds);
+    const std::string period = std::to_string(flashing.periodMs);
+    const std::string bright = std::to_string(flashing.lengthMs);
+    const auto on = [&](const std::string& t) {
+        return "lt(mod(1000*" + t + "\\," + period + ")\\," + bright + ")*gte(mod(1000*" + t + "\\,10*" + period +
+               ")\\," + bright + ")*lt(t\\," + length + "-0.5)";
+    };
+    return make(settings, "flashes_" + length + "s_" + period + "_" + bright + ".mp4",
                 "-f lavfi -i \"color=c=black:size=640x360:rate=25:duration=" + length +
-                    ",drawbox=c=white:t=fill:enable='lt(mod(t+0.001\\," + period +
-                    ")\\,0.08)*gte(t\\,0.5)'\" -f lavfi -i \"aevalsrc='0.8*sin(2*PI*1000*t)*lt(mod(t+0.000001\\," +
-                    period + ")\\,0.08)*gte(t\\,0.5)':s=48000:d=" + length +
+                    ",drawbox=c=white:t=fill:enable='" + on("(t+0.001)") +
+                    "'\" -f lavfi -i \"aevalsrc='0.8*sin(2*PI*1000*t)*" + on("t") + "':s=48000:d=" + length +
                     "\" -ac 2 -c:v libx264 -preset veryfast -bf 2 -g 50 -pix_fmt yuv420p -c:a aac -b:a 128k");
 }
 

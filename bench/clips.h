@@ -24,8 +24,15 @@ std::string clipPath(const Settings& settings, const Clip& clip);
 // The same by another encoder of the ffmpeg command, `encoder` with its options. Size, rate and length count alone.
 std::string encodedPath(const Settings& settings, const Clip& clip, const std::string& encoder);
 
-// Black, with a bright picture of 80 ms and a beep whenever the film is `everyMs` older: 25 pictures per second.
-std::string flashesPath(const Settings& settings, int seconds, int everyMs);
+// Black, 25 pictures per second, with a flash and a beep at every whole period that the film is old. The first of ten
+// is left out: what is off by whole periods shows. In the last half second there is none, as a player's end may cut its
+// beep.
+struct Flashing {
+    int seconds = 10;
+    int periodMs = 1000;
+    int lengthMs = 80;
+};
+std::string flashesPath(const Settings& settings, const Flashing& flashing);
 
 // What `cost`, `latency` and `steps` play: the file of the command line, or a light clip, 1080p.
 std::string everydayPath(const Settings& settings);

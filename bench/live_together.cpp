@@ -2,7 +2,7 @@
 // from its start on, behind a standstill of 3.25 s, in which what the server sends comes in one go, and behind 20
 // pauses and 10 changes of speed.
 //
-// usage: live_together [--quick] [--rows FILE]. Each row is watched for 12 s, or 6, from 4 s behind the first flash on,
+// usage: live_together [--quick] [--rows FILE]. Each row is watched for 41 s, or 6, from 4 s behind the first flash on,
 // and as long again from 2 s behind the standstill and 2 s behind the last change on, all rows at the same time. FILE
 // gets, with tabs, a line for each part of each row: its name, the gaps in its sound, and the distances in
 // milliseconds, positive where the picture comes later.
@@ -35,6 +35,8 @@ using namespace kelp;
 constexpr double kStartMs = 4000;
 constexpr double kStandstillMs = 3250;  // no whole number of flashes
 constexpr double kBackMs = 2000;
+constexpr int kPeriodMs = 400;  // standard pictures are up to 140 ms from their sound
+constexpr double kQuietMs = 150;
 constexpr int kPatienceMs = 60'000;
 
 double nowMs() {
@@ -54,7 +56,7 @@ struct Kind {
 class Watched {
 public:
     Watched(const Kind& kind, const std::string& pipe)
-        : kind_(kind), beeps_(pipe, kind.isExactAndLow ? kLowDeviceFrames : kDeviceFrames) {}
+        : kind_(kind), beeps_(pipe, kind.isExactAndLow ? kLowDeviceFrames : kDeviceFrames, kQuietMs) {}
 
     const char* name() const { return kind_.name; }
     KelpPlayer& player() { return playback_.player(); }
@@ -80,7 +82,7 @@ public:
 
     int64_t gaps() { return playback_.player().getStatistics().audio.underruns; }
     std::vector<double> apartMs(double fromMs, double toMs) {
-        return test::flashesToBeeps(flashes_.timesMs(), beeps_.timesMs(), fromMs, toMs);
+        return test::flashesToBeeps(flashes_.timesMs(), beeps_.timesMs(), fromMs, toMs, kPeriodMs);
     }
 
 private:
@@ -95,7 +97,7 @@ private:
 
 int measure(const std::string& folder, double watchMs, std::ofstream& file) {
     const std::string camera = folder + "/camera.mp4";
-    if (!test::makeCameraFlashes(camera)) {
+    if (!test::makeCameraFlashes(camera, kPeriodMs)) {
         std::fprintf(stderr, "live_together: the ffmpeg command can't make the film\n");
         return 2;
     }
@@ -119,7 +121,7 @@ int measure(const std::string& folder, double watchMs, std::ofstream& file) {
         rest(watchMs);
         const double toMs = nowMs();
         // A flash's beep may still be on its way.
-        rest(test::kFlashPeriodMs);
+        rest(kPeriodMs);
         for (size_t i = 0; i < all.size(); ++i) {
             file << all[i]->name() << ", " << when << '\t' << gaps[i] + all[i]->gaps();
             for (const double ms : all[i]->apartMs(fromMs, toMs)) {
@@ -153,7 +155,7 @@ int measure(const std::string& folder, double watchMs, std::ofstream& file) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    double watchMs = 12'000;
+    double watchMs = 41'000;
     std::ofstream file;
     for (int i = 1; i < argc; ++i) {
         const std::string word = argv[i];

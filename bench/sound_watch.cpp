@@ -19,12 +19,12 @@ constexpr int kRate = 48000;
 constexpr int kFrameBytes = 4;        // two channels, 16 bits
 constexpr int kDeviceSamples = 1024;  // that a device takes at once, and plays while the next ones are asked for
 constexpr int kLoud = 6000;
-constexpr double kQuietMs = 80;  // between two beeps
 
 }  // namespace
 
-SoundWatch::SoundWatch()
-    : path_((std::filesystem::temp_directory_path() / ("kelp_bench_sound." + std::to_string(getpid()))).string()) {
+SoundWatch::SoundWatch(double quietMs)
+    : quietMs_(quietMs),
+      path_((std::filesystem::temp_directory_path() / ("kelp_bench_sound." + std::to_string(getpid()))).string()) {
     setenv("SDL_AUDIODRIVER", "disk", 1);
     setenv("SDL_DISKAUDIOFILE", path_.c_str(), 1);
     thread_ = std::thread([this] { watch(); });
@@ -42,16 +42,16 @@ std::vector<double> SoundWatch::beepsMs() {
     std::ifstream file(path_, std::ios::binary);
     file.read(reinterpret_cast<char*>(samples.data()), static_cast<std::streamsize>(samples.size() * 2));
     std::vector<double> beeps;
-    double last = -1e9;
-    for (size_t i = 0; i < samples.size(); i += 2) {
-        if (std::abs(samples[i]) < kLoud) {
+    const auto quiet = static_cast<int64_t>(quietMs_ * kRate / 1000);
+    int64_t last = -quiet;
+    for (int64_t frame = 0; frame < static_cast<int64_t>(samples.size() / 2); ++frame) {
+        if (std::abs(samples[static_cast<size_t>(2 * frame)]) < kLoud) {
             continue;
         }
-        const double at = heardAtMs(static_cast<int64_t>(i) * 2);
-        if (at - last > kQuietMs) {
-            beeps.push_back(at);
+        if (frame - last >= quiet) {
+            beeps.push_back(heardAtMs(frame * kFrameBytes));
         }
-        last = at;
+        last = frame;
     }
     return beeps;
 }

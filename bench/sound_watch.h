@@ -13,7 +13,8 @@ namespace kelp::bench {
 // Sets that driver; to be made before the first player.
 class SoundWatch {
 public:
-    SoundWatch();
+    // Between two beeps it is quiet for longer than `quietMs`.
+    explicit SoundWatch(double quietMs);
     ~SoundWatch();
     SoundWatch(const SoundWatch&) = delete;
     SoundWatch& operator=(const SoundWatch&) = delete;
@@ -26,6 +27,7 @@ private:
     void stop();
     double heardAtMs(int64_t byte) const;
 
+    const double quietMs_;
     const std::string path_;
     std::vector<std::pair<double, int64_t>> sizes_;  // when the file had how many bytes; the thread's until it ended
     std::atomic<bool> done_{false};

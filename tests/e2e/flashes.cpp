@@ -22,34 +22,37 @@ constexpr int kRate = 48000;
 constexpr int kFrameBytes = 4;       // two channels, 16 bits
 constexpr int kWrittenBytes = 4096;  // at once, by the driver's file
 constexpr int kLoud = 6000;
-constexpr double kQuietMs = 300;  // between two beeps
 constexpr int kBright = 128;
 
 double nowMs() {
     return static_cast<double>(steadyUs()) / 1000;
 }
 
-bool make(double beepsSoonerSeconds, const std::string& rest) {
+bool make(double beepsSoonerSeconds, int periodMs, const std::string& rest) {
+    const std::string flashes = "\\," + std::to_string(periodMs / 1000.0) + ")\\,0.08)'";
     return std::system(("ffmpeg -nostdin -v error -y -f lavfi -i \"color=c=black:size=320x180:rate=25:duration=60,"
-                        "drawbox=c=white:t=fill:enable='lt(mod(t+0.521\\,1)\\,0.08)'\" "
+                        "drawbox=c=white:t=fill:enable='lt(mod(t+0.521" +
+                        flashes +
+                        "\" "
                         "-f lavfi -i \"aevalsrc='0.8*sin(2*PI*1000*t)*lt(mod(t+" +
-                        std::to_string(0.52 + beepsSoonerSeconds) +
-                        "\\,1)\\,0.08)':s=8000:d=60\" -c:v libx264 -preset veryfast -g 50 -pix_fmt yuv420p " + rest)
+                        std::to_string(0.52 + beepsSoonerSeconds) + flashes +
+                        ":s=8000:d=60\" -c:v libx264 -preset veryfast -g 50 -pix_fmt yuv420p " + rest)
                            .c_str()) == 0;
 }
 
 }  // namespace
 
 bool makeFlashes(const std::string& rest) {
-    return make(0, rest);
+    return make(0, kFlashPeriodMs, rest);
 }
 
-bool makeCameraFlashes(const std::string& path) {
+bool makeCameraFlashes(const std::string& path, int periodMs) {
     constexpr double kPrimingSeconds = 1024.0 / kRate;
-    return make(kPrimingSeconds, "-bf 0 -ar 48000 -ac 2 -c:a aac -b:a 128k " + path);
+    return make(kPrimingSeconds, periodMs, "-bf 0 -ar 48000 -ac 2 -c:a aac -b:a 128k " + path);
 }
 
-Beeps::Beeps(const std::string& path, int blockFrames) : path_(path), blockFrames_(blockFrames) {
+Beeps::Beeps(const std::string& path, int blockFrames, double quietMs)
+    : path_(path), blockFrames_(blockFrames), quietMs_(quietMs) {
     unlink(path.c_str());
     if (mkfifo(path.c_str(), 0600) != 0) {
         std::perror(path.c_str());
@@ -102,7 +105,7 @@ void Beeps::take(const unsigned char* bytes, int64_t size, double atMs) {
         const int64_t behind = (end - begin) / blockBytes - (blockBytes < kWrittenBytes ? 0 : 1);
         const int64_t frames = blockFrames_ * (1 - behind) + (bytes_ + i - begin) / kFrameBytes;
         const double heardMs = atMs + static_cast<double>(frames) * 1000 / kRate;
-        if (heardMs - lastLoudMs_ > kQuietMs) {
+        if (heardMs - lastLoudMs_ > quietMs_) {
             std::lock_guard lock(mutex_);
             timesMs_.push_back(heardMs);
         }
@@ -127,18 +130,18 @@ bool Flashes::onVideoFrame(int, int64_t, uint8_t** data, int*, int, int64_t) {
 }
 
 std::vector<double> flashesToBeeps(const std::vector<double>& flashesMs, const std::vector<double>& beepsMs,
-                                   double fromMs, double toMs) {
+                                   double fromMs, double toMs, double periodMs) {
     std::vector<double> apart;
     for (const double flash : flashesMs) {
         if (flash < fromMs || flash >= toMs) {
             continue;
         }
-        double nearest = kFlashPeriodMs;
-        for (auto beep = std::ranges::lower_bound(beepsMs, flash - kFlashPeriodMs / 2);
-             beep != beepsMs.end() && *beep < flash + kFlashPeriodMs / 2; ++beep) {
+        double nearest = periodMs;
+        for (auto beep = std::ranges::lower_bound(beepsMs, flash - periodMs / 2);
+             beep != beepsMs.end() && *beep < flash + periodMs / 2; ++beep) {
             nearest = std::abs(flash - *beep) < std::abs(nearest) ? flash - *beep : nearest;
         }
-        if (nearest < kFlashPeriodMs) {
+        if (nearest < periodMs) {
             apart.push_back(nearest);
         }
     }

@@ -13,22 +13,23 @@ namespace kelp::test {
 
 // Black, with a bright picture and a beep of 80 ms each second: how far the two are apart tells how well picture and
 // sound are in step.
-constexpr double kFlashPeriodMs = 1000;
+constexpr int kFlashPeriodMs = 1000;
 
 // Makes a minute of it, of 320x180 at 25 pictures a second, which can be put together evenly with others; `rest` is
 // what the ffmpeg command is told of the codecs, and the file. False if it can't.
 bool makeFlashes(const std::string& rest);
 // The same with AAC, for the RTSP server, which takes the samples before the first one for sound: the beeps come as
-// much sooner.
-bool makeCameraFlashes(const std::string& path);
+// much sooner. A whole number of other periods than a second fits into the minute as well.
+bool makeCameraFlashes(const std::string& path, int periodMs = kFlashPeriodMs);
 
 // When the beeps of what SDL's disk driver writes could be heard, in milliseconds of steadyUs. It writes into a pipe,
 // so that nothing piles up.
 class Beeps {
 public:
     // To be made before the player opens its sound device, and then the next one. The program ends if that can't be.
-    // The device takes so many samples at once, and plays them while the next ones are asked for.
-    Beeps(const std::string& path, int blockFrames);
+    // The device takes so many samples at once, and plays them while the next ones are asked for. Between two beeps it
+    // is quiet for longer than `quietMs`.
+    Beeps(const std::string& path, int blockFrames, double quietMs = 300);
     ~Beeps();
     Beeps(const Beeps&) = delete;
     Beeps& operator=(const Beeps&) = delete;
@@ -42,6 +43,7 @@ private:
 
     const std::string path_;
     const int blockFrames_;
+    const double quietMs_;
     int pipe_ = -1;
     std::atomic<int64_t> bytes_{0};
     double lastLoudMs_ = 0;
@@ -68,8 +70,8 @@ private:
 };
 
 // From each flash between the two times to the beep that is nearest, in milliseconds and sorted: positive where the
-// picture comes later. Flashes without a beep in their second are left out.
+// picture comes later. Flashes without a beep in their period are left out.
 std::vector<double> flashesToBeeps(const std::vector<double>& flashesMs, const std::vector<double>& beepsMs,
-                                   double fromMs, double toMs);
+                                   double fromMs, double toMs, double periodMs = kFlashPeriodMs);
 
 }  // namespace kelp::test

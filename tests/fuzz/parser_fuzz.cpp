@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -52,8 +50,6 @@ public:
     int onVideoPacketQueueSize() override { return 0; }
     int onAudioFrameQueueSize() override { return 0; }
     int onVideoFrameQueueSize() override { return 0; }
-    // At times as much as is to be read ahead, and soon less.
-    kelp::WaitingPackets waitingPackets() override { return {.longestMs = ++looks_ % 8 * 200}; }
     void onSeekStart(int) override { require(!seeking_.exchange(true), "one seek at a time"); }
     void onSeekCompleted() override {
         require(seeking_.exchange(false), "a seek ends that was begun");
@@ -94,7 +90,6 @@ private:
         changed_.notify_all();
     }
 
-    int looks_ = 0;  // the reader's thread's
     std::atomic<bool> seeking_{false};
     std::mutex mutex_;  // guards all below
     std::condition_variable changed_;
@@ -102,22 +97,6 @@ private:
     int seeksDone_ = 0;
     bool over_ = false;
     unsigned char sum_ = 0;
-};
-
-// Has a path that looks as if a server had the file: it is read ahead by time, and its reads can be broken off.
-class RemoteFolder {
-public:
-    RemoteFolder() { std::filesystem::create_directory(folder_.path(",tcp:")); }
-    // The path by which the file at `path` is read.
-    std::string put(const std::string& path) const {
-        const std::string link = folder_.path(",tcp:/film");
-        std::filesystem::remove(link);
-        std::filesystem::create_symlink(path, link);
-        return "file:" + folder_.path(",tcp://film");
-    }
-
-private:
-    const kelp::test::TempFolder folder_;
 };
 
 // What a sink is promised, on the way to a recorder. The reader's thread's.
@@ -191,17 +170,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     observer->tellsSoundEnd = playsAll || seeksExactly;
     parser.setPlaybackOptions({.allCodecs = playsAll,
                                .closedLiveFails = (choice & 8U) != 0,
-                               .readAheadMs = (choice >> 10U) % 3 * 500,
-                               .rebufferMs = (choice >> 11U) % 2 * 300,
                                .maxPixels = (choice & 64U) != 0 ? 1 << 20 : 0,
                                .seekRule = seeksExactly ? kelp::SeekRule::Exact : kelp::SeekRule::Standard,
                                .subtitleTrack = static_cast<int>(choice >> 24U) % 4 - 1});
-    static const RemoteFolder remote;
-    std::string path = file.path();
-    if ((choice >> 13U) % 3 == 0) {
-        path = remote.put(path);
-    }
-    if (!parser.open(path, choice % 4 == 0 ? static_cast<int64_t>(choice >> 20U) : 0)) {
+    if (!parser.open(file.path(), choice % 4 == 0 ? static_cast<int64_t>(choice >> 20U) : 0)) {
         parser.close();
         return 0;
     }

@@ -116,6 +116,11 @@ public:
 
 enum class Until { FirstFrame, End };
 enum class Source { File, Server };
+#ifdef __SANITIZE_THREAD__
+constexpr std::array kSources = {Source::File};  // a child that ends at once leaves the server's threads, as it sees it
+#else
+constexpr std::array kSources = {Source::File, Source::Server};
+#endif
 
 std::string name(const testing::TestParamInfo<Source>& source) {
     return source.param == Source::File ? "File" : "Server";
@@ -420,7 +425,7 @@ protected:
             setenv(kFolder, folder.path("").c_str(), 1);
         }
         // What is started once for the process is there behind this.
-        for (const Source source : {Source::File, Source::Server}) {
+        for (const Source source : kSources) {
             Life(Until::FirstFrame, source).live();
         }
         av_log_set_level(AV_LOG_QUIET);
@@ -621,7 +626,7 @@ TEST_P(AllocationFailures, DISABLED_WithoutMemoryInsideFFmpeg) {
 
 #endif
 
-INSTANTIATE_TEST_SUITE_P(Of, AllocationFailures, testing::Values(Source::File, Source::Server), name);
+INSTANTIATE_TEST_SUITE_P(Of, AllocationFailures, testing::ValuesIn(kSources), name);
 
 }  // namespace
 }  // namespace kelp::test

@@ -15,9 +15,10 @@ namespace kelp {
 // the device wouldn't lack, is on top of that.
 //
 // What the frames of a second have all been behind by is a standing queue, and goes by tempo: the least wait of an
-// interval, as K. Nichols and V. Jacobson, "Controlling queue delay", ACM Queue 10 (2012), tell it from a burst. The
-// first intervals are shorter: the frames that fill the output at the start wait for nothing, and hide it. What
-// no tempo of 10 % takes away in two seconds is left out, once, up to the newest.
+// interval, as K. Nichols and V. Jacobson, "Controlling queue delay", ACM Queue 10 (2012), tell it from a burst. At the
+// start, where the frames that fill the output wait for nothing and hide it, and behind a frame that came late the
+// first intervals are shorter, so that it is gone two seconds later. What is more than a tempo of 10 % takes away in
+// these is left out, once, up to the newest.
 //
 // The play thread's.
 class SoundCatchUp {
@@ -34,16 +35,19 @@ public:
     double fastest() const { return fastest_; }
 
 private:
-    static constexpr int64_t kFirstIntervalUs = 250'000;
+    static constexpr int64_t kIntervalUs = 1'000'000;
 
     void note(int64_t behindUs, int64_t nowUs);
+    void restart(int64_t nowUs);
 
     PlayoutDelay playout_;
     bool isLeavingOut_ = false;
+    int64_t lastMs_ = 0;  // the time stamp of the frame before
+    int64_t lastUs_ = 0;  // when it came
     double fastest_ = 1;
     int64_t leastUs_ = 0;  // of this interval so far
     int64_t beginUs_ = 0;  // of it
-    int64_t intervalUs_ = kFirstIntervalUs;
+    int64_t intervalUs_ = kIntervalUs;
 };
 
 }  // namespace kelp

@@ -83,6 +83,8 @@ public:
             auto frame = std::make_shared<AudioFrameInfo>();
             frame->pts = packet->pts;
             frame->duration = 1;
+            frame->dataSize = frameBytes;
+            frame->buffer = frameBytes > 0 ? observer_->allocPcmBuffer(frameBytes) : nullptr;
             observer_->onAudioDecoded(frame);
         }
     }
@@ -100,6 +102,7 @@ public:
 
     bool opens = true;
     int framesPerPacket = 1;
+    unsigned frameBytes = 0;
     std::vector<int64_t> neededFrom;  // for each packet
 
 private:
@@ -233,13 +236,32 @@ TEST_F(AudioDecodeThreadTest, ChangesTheDecoderWithTheTrackOfThePackets) {
                             "spec 2 48000 1", "sync on", "track", "packet 10", "frame 10", "packet 20", "frame 20"));
 }
 
+std::shared_ptr<AudioPacket> packetOfTurn(int64_t shiftMs, int64_t toUs = LoopTurn::kOpen) {
+    auto packet = makeAudioPacket(0);
+    packet->turn = std::make_shared<LoopTurn>(LoopTurn{shiftMs * 1000, shiftMs, 0, toUs});
+    return packet;
+}
+
+TEST_F(AudioDecodeThreadTest, CutsTurnsBySamplesOfItsSpec) {
+    ASSERT_TRUE(thread->open(AUDIO_CODEC_MP3, nullptr, {1, 8000, 1}, observer));
+    decoder->frameBytes = 400;
+    ASSERT_TRUE(thread->start());
+    thread->fillPacket(packetOfTurn(0, /*toUs=*/10'000));
+    events.waitFor(4);
+    EXPECT_EQ(observer->bytes, 2U * 80);
+}
+
+TEST_F(AudioDecodeThreadTest, EmptiesNoDecoderWhereTheLoopAloneChanges) {
+    run();
+    decoder->framesPerPacket = 0;
+    thread->fillPacket(packetOfTurn(1000));
+    thread->fillPacket(packetOfTurn(1000, /*toUs=*/10'000));
+    const auto all = events.waitFor(4);
+    EXPECT_EQ(std::vector(all.begin() + 2, all.end()), (std::vector<std::string>{"packet 0", "packet 0"}));
+}
+
 TEST_F(AudioDecodeThreadTest, EmptiesTheDecoderOnceBetweenTwoTurns) {
     run();
-    const auto packetOfTurn = [](int64_t shiftMs) {
-        auto packet = makeAudioPacket(0);
-        packet->turn = std::make_shared<LoopTurn>(LoopTurn{shiftMs * 1000, shiftMs, 0, LoopTurn::kOpen});
-        return packet;
-    };
     decoder->framesPerPacket = 0;
     thread->fillPacket(packetOfTurn(0));
     thread->fillPacket(packetOfTurn(1000));
@@ -283,6 +305,10 @@ TEST_F(AudioDecodeThreadTest, DecodesTheNextTrackThoughNoRoomIsLeft) {
     const auto all = events.waitFor(9);
     EXPECT_EQ(all.back(), "frame 10");
     EXPECT_EQ(std::count(all.begin(), all.end(), "packet 0"), 0);
+    observer->queueSize = 20;
+    thread->fillPacket(makeAudioPacket(20));
+    ASSERT_TRUE(idles());
+    EXPECT_EQ(thread->getQueuePacketSize(), 1) << "the hurry is over";
 }
 
 TEST_F(AudioDecodeThreadTest, OpensThoughTheDecoderRefusesTheSpec) {

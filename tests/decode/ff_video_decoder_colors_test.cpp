@@ -69,6 +69,8 @@ TEST_F(FFVideoDecoderColors, AreLabelledAsThePlanesAre) {
     EXPECT_EQ(labelOf(AV_PIX_FMT_GRAY8, unknown, AVCOL_SPC_UNSPECIFIED), (Label{1, 0}));
     EXPECT_EQ(labelOf(AV_PIX_FMT_RGB24, unknown, AVCOL_SPC_RGB, 576), (Label{1, 2}));
     EXPECT_EQ(labelOf(AV_PIX_FMT_RGB24, full, AVCOL_SPC_UNSPECIFIED, 578), (Label{1, 1}));
+    EXPECT_EQ(labelOf(AV_PIX_FMT_XYZ12LE, full, AVCOL_SPC_UNSPECIFIED, 576), (Label{1, 2}));
+    EXPECT_EQ(labelOf(AV_PIX_FMT_XYZ12BE, full, AVCOL_SPC_UNSPECIFIED, 576), (Label{1, 2}));
     EXPECT_EQ(observer_->tailsWrittenTo, 0);
 }
 

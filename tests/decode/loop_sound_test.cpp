@@ -173,10 +173,42 @@ TEST_F(LoopSoundTest, GoesOnWithoutAClick) {
     sound.setTurn(first);
     play(*first, 0, 2 * kRate);
     const int stepOfTheWave = largestStep();
-    const auto next = turn(1'001'134 - 502'268, 502'268, 1'001'134);
+    const auto next = turn(1'001'134 - 501'134, 501'134, 1'001'134);
     sound.follow(next);
     play(*next, 0, 2 * kRate);
     EXPECT_LT(largestStep(), stepOfTheWave + 200);
+}
+
+TEST_F(LoopSoundTest, FadesIntoSilenceAndOutOfIt) {
+    film = [](int64_t) { return short{8000}; };
+    const auto first = turn(0, -1, 1'000'000);
+    sound.setTurn(first);
+    play(*first, 0, kRate - 2000);
+    const auto next = turn(1'000'000, 0, 1'000'000);
+    sound.follow(next);
+    EXPECT_EQ(heard.back(), 0);
+    play(*next, 0, kRate);
+    EXPECT_EQ(heard.back(), 8000);
+    EXPECT_LT(largestStep(), 100);
+
+    const auto open = turn(2'000'000, 0, LoopTurn::kOpen);
+    sound.follow(open);
+    play(*open, 0, 10 * kBlock);
+    play(*open, 12 * kBlock, 20 * kBlock);
+    EXPECT_EQ(heard[static_cast<size_t>(2 * kRate + 11 * kBlock)], 0) << "a gap of the film";
+    EXPECT_EQ(heard.back(), 8000);
+    EXPECT_LT(largestStep(), 100);
+}
+
+TEST_F(LoopSoundTest, PlaysOnceWhatComesTwice) {
+    const auto first = turn(0, -1, 20'000'000);
+    sound.setTurn(first);
+    play(*first, 0, 10 * kBlock);
+    play(*first, 8 * kBlock, 12 * kBlock);
+    EXPECT_NEAR(static_cast<double>(heard.size()), 12 * kBlock, 48) << "times are in milliseconds";
+    const size_t all = heard.size();
+    play(*first, 0, kBlock);
+    EXPECT_EQ(heard.size(), all);
 }
 
 TEST_F(LoopSoundTest, ChangesNothingWhereTheWaveGoesOn) {

@@ -272,6 +272,20 @@ TEST_F(VideoDecodeThreadTest, ChangesTheDecoderWithTheTrackAndShowsNoTimeTwice) 
     second->observer.reset();
 }
 
+TEST_F(VideoDecodeThreadTest, EmptiesTheDecoderBetweenTurnsAlone) {
+    openScripted();
+    start();
+    for (const int64_t shiftMs : {1000, 1000, 2000}) {
+        const auto packet = makeVideoPacket(0);
+        packet->turn = std::make_shared<LoopTurn>(LoopTurn{.shiftUs = shiftMs * 1000, .shiftMs = shiftMs});
+        thread_->fillPacket(packet);
+    }
+    // Emptied and flushed.
+    EXPECT_THAT(observer_->waitForEvents(5),
+                ElementsAre("frame 1000", "frame 1000", "no more", "no more", "frame 2000"));
+    stop();
+}
+
 // A film of slides, in a loop from 3000 to 6000.
 TEST_F(VideoDecodeThreadTest, ShowsThePictureThatStandsWhereATurnBeginsIfThatHasNoneForLong) {
     openScripted();

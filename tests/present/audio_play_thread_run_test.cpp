@@ -234,6 +234,21 @@ TEST_F(AudioPlayThreadRunTest, ASeekReleasesABlockedWriteAndIsServed) {
     EXPECT_THAT(observer->firstFrames(), ElementsAre(0, 5000));
 }
 
+TEST_F(AudioPlayThreadRunTest, ASeekAmongItsFramesReleasesABlockedWriteToo) {
+    open();
+    script(1024);
+    output->blocking = true;
+    thread->setSeekRule(SeekRule::Exact);
+    thread->start();
+    for (const int64_t pts : {0, 21, 42, 63}) {
+        thread->fillFrame(makeAudioFrame(pts));
+    }
+    ASSERT_TRUE(calls.waitFor("fill 4096"));
+    EXPECT_TRUE(thread->seekInQueue(42, [] {}));
+    EXPECT_TRUE(observer->waitForFirstFrame(42));
+    thread->stop();
+}
+
 TEST_F(AudioPlayThreadRunTest, ABlockedWriteEndsAheadOfTheStop) {
     open();
     script(1024);

@@ -100,6 +100,7 @@ TEST(FittedRectangle, CoversTheOutputWithWhatHasNoSize) {
     EXPECT_EQ(fitted({0, 0}, 64, 48), (FittedRectangle{0, 0, 64, 48}));
     EXPECT_EQ(fitted({16, 0}, 64, 48), (FittedRectangle{0, 0, 64, 48}));
     EXPECT_EQ(fitted({16, 8}, 0, 48), (FittedRectangle{0, 0, 0, 48}));
+    EXPECT_EQ(fitted({16, 8}, 64, 0), (FittedRectangle{0, 0, 64, 0}));
 }
 
 TEST(FittedRectangle, LeavesAtLeastAPixelOfAnyPicture) {

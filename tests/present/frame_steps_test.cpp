@@ -117,6 +117,16 @@ TEST_F(FrameStepsTest, GoesBackAndForthAmongThoseThatItHasPassed) {
     EXPECT_EQ(front(), 120);
 }
 
+TEST_F(FrameStepsTest, ShowsTheFirstBehindAnotherSeekFirst) {
+    fill({80, 120});
+    steps.showFront(80);
+    EXPECT_FALSE(steps.begin(5000));
+    queue = {};
+    fill({5000, 5040});
+    EXPECT_EQ(step(1), Outcome::Show);
+    EXPECT_EQ(front(), 5000);
+}
+
 TEST_F(FrameStepsTest, SeeksBeforeTheFrameThatIsShown) {
     fill({80});
     steps.leave(40);

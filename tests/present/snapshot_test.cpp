@@ -109,7 +109,7 @@ TEST_F(SnapshotTest, HasTheColorsThatRangeAndMatrixStandFor) {
     }
     const test::Yuv yuv{.y = 100, .u = 90, .v = 180};
     EXPECT_THAT(taken(*makePicture(0, 16, 576, yuv)).at(9, 9), IsNear(colorOf(yuv, false, false), 2));
-    EXPECT_THAT(taken(*makePicture(0, 16, 578, yuv)).at(9, 9), IsNear(colorOf(yuv, false, true), 2));
+    EXPECT_THAT(taken(*makePicture(0, 16, 577, yuv)).at(9, 9), IsNear(colorOf(yuv, false, true), 2));
 }
 
 TEST_F(SnapshotTest, HasSquarePixels) {

@@ -160,7 +160,7 @@ protected:
             const int64_t startUs = KelpTime::getTimeUs();
             while (!done_) {
                 handedFrames_ += kBlockFrames;
-                output->fillFrame(makeFrameOf(kBlockBytes));
+                EXPECT_TRUE(output->fillFrame(makeFrameOf(kBlockBytes)));
                 handedUs_ += kBlockUs;
                 const int64_t heardUs = handedUs_ - int64_t{output->getBufferDuration() - kHeldMs} * 1000;
                 aheadMs_ = static_cast<int>((heardUs - (KelpTime::getTimeUs() - startUs)) / 1000);

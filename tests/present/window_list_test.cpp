@@ -142,6 +142,8 @@ TEST_F(WindowListDrawing, TakeASizeOf0WithoutTellingTheRenderer) {
     windows.resize(handle(1), 0, 480);
     EXPECT_THAT(callsOfRedraw(), ElementsAre("1 fill 40", "1 refresh"));
     EXPECT_THAT(ListPeer::size(windows, 0), Pair(0, 480));
+    windows.resize(handle(1), 640, 0);
+    EXPECT_THAT(callsOfRedraw(), ElementsAre("1 fill 40", "1 refresh"));
     windows.resize(handle(1), 640, -1);
     EXPECT_THAT(callsOfRedraw(), ElementsAre("1 fill 40", "1 refresh"));
     EXPECT_THAT(ListPeer::size(windows, 0), Pair(640, -1));

@@ -3,6 +3,8 @@
 #include <mutex>
 #include <utility>
 
+#include "decode/audio_frame_info.h"
+#include "decode/video_frame_info.h"
 #include "playtask/play_task_peer.h"
 #include "support/private_member.h"
 
@@ -181,6 +183,22 @@ TEST_F(PlayTaskCalls, StandOnWhenAPauseEndsInAStall) {
     under.peer.setStalled(false);
     EXPECT_THAT(notes, ElementsAre("clock goes on, reading 1", "video goes on behind a reading parser",
                                    "audio goes on behind a reading parser"));
+}
+
+TEST_F(PlayTaskCalls, TellWhatWaitsOfTheShorterStreamAndOfTheOnlyOne) {
+    for (const int64_t pts : {0, 3000}) {
+        const auto picture = std::make_shared<VideoFrameInfo>();
+        picture->pts = pts;
+        under.peer.videoPlay()->fillFrame(picture);
+        const auto sound = std::make_shared<AudioFrameInfo>();
+        sound->pts = pts / 6 * 5;
+        under.peer.audioPlay()->fillFrame(sound);
+    }
+    EXPECT_EQ(under.peer.dataLevel().waitingMs, 2500);
+    under.peer.set(std::shared_ptr<AudioPlayThread>());
+    EXPECT_EQ(under.peer.dataLevel().waitingMs, 3000);
+    under.peer.set(std::shared_ptr<VideoPlayThread>());
+    EXPECT_EQ(under.peer.dataLevel().waitingMs, 0);
 }
 
 TEST_F(PlayTaskCalls, CountAsPlayingFromTheFirstFrameToAPauseOrASeek) {

@@ -61,7 +61,7 @@ void muxer_test(void) {
     video.pix_format = KELP_PIX_FMT_PACKET + 1;
     CHECK(kelp_muxer_open(it.muxer, path, &video, 90000) == 0);
     CHECK(strstr(kelp_muxer_last_error(it.muxer), "there is no such layout"));
-    video.pix_format = KELP_PIX_FMT_YUV420P;
+    video.pix_format = KELP_PIX_FMT_NONE;
     video.codec = KELP_VIDEO_CODEC_OTHER + 1;
     CHECK(kelp_muxer_open(it.muxer, path, &video, 90000) == 0);
     CHECK(strstr(kelp_muxer_last_error(it.muxer), "there is no such codec"));

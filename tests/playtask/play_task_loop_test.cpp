@@ -85,16 +85,6 @@ TEST_F(PlayTaskLoop, LooksForNoSeekInTheQueuesOnceItHasGoneRound) {
         std::ranges::none_of(lines, [](const auto& line) { return line.find("checkBuffer") != std::string::npos; }));
 }
 
-TEST_F(PlayTaskLoop, ForgetsTheLengthOfTheInputBefore) {
-    load("av.mp4");
-    under.fromParser().onInputLength(9000);
-    under.task->stop();
-    load("av.mp4");
-    ASSERT_TRUE(under.waitFor(EVENT_PREPARED, 2));
-    under.fromParser().onFileEnd(1000, 900);
-    EXPECT_EQ(under.eventsOf(EVENT_DURATION_UPDATED).back().a, 1000);
-}
-
 TEST_F(PlayTaskLoop, TakesSeeksBehindItToItsStart) {
     load("long.mp4");
     ASSERT_TRUE(under.task->setLoop(1000, 3000));

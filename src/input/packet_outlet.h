@@ -38,6 +38,8 @@ public:
     void end();
     // The streams that the sink was told of are at other addresses now, and the same.
     void move(const AVStream* video, const AVStream* audio);
+    // The sink is told of the streams again before the next packet, though they are the same.
+    void tellAgain() { told_.video = told_.audio = nullptr; }
 
     // For a playback that begins.
     void resetCounts();

@@ -147,10 +147,12 @@ void StreamParser::applyPauseRequest() {
         return;
     }
     av_read_play(formatContext_);
+    if (isLive_) {
+        packets_->gap();
+    }
     if (isLive_ && videoStream_) {
         // What was on its way during the pause is gone: the picture restarts at a key frame.
         foundKeyFrame_ = false;
-        packets_->gap();
         if (observer_) {
             auto flush = std::make_shared<VideoPacket>();
             flush->flush = true;

@@ -135,6 +135,7 @@ void StreamParser::goBackForSound() {
         return;
     }
     soundFromMs_ = fromMs - kSoundLeadInMs;
+    packets_->tellAgain();  // the track before may have been left before a packet of it came
     readAgain_.begin();
     held_.clear();
     observer_->onSoundReadAgain();

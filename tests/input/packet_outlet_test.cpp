@@ -60,6 +60,20 @@ class PacketOutletTest : public StreamParserTest {
 protected:
     void use(ExternPacketSink* wanted) { outlet->waitUntilUncalled(outlet->set(wanted)); }
 
+    // A live source; a pause of it ends at once.
+    void openPausable(std::vector<SyntheticStream> streams) {
+        hooks().readPause = [this](AVFormatContext*) {
+            parser->pause(false);
+            return 0;
+        };
+        hooks().readPlay = [](AVFormatContext*) { return 0; };
+        use(&sink);
+        SyntheticInput input;
+        input.formatName = "rtsp";
+        input.streams = std::move(streams);
+        ASSERT_TRUE(open(input));
+    }
+
     WritingSink sink;
 };
 
@@ -157,18 +171,17 @@ TEST_F(PacketOutletTest, TellsWherePacketsDoNotGoOn) {
 }
 
 TEST_F(PacketOutletTest, TellsThatALiveSourceDoesNotGoOnBehindAPause) {
-    hooks().readPause = [this](AVFormatContext*) {
-        parser->pause(false);
-        return 0;
-    };
-    hooks().readPlay = [](AVFormatContext*) { return 0; };
-    use(&sink);
-    SyntheticInput input;
-    input.formatName = "rtsp";
-    ASSERT_TRUE(open(input));
+    openPausable({videoStream(), audioStream()});
     script.key(0).then([this] { parser->pause(true); }).audio(0).key(3600);
     runScript();
     EXPECT_THAT(sink.calls, ElementsAre(kStreams, "video 0 key", "audio 0", "gap", "video 3600 key", "end"));
+}
+
+TEST_F(PacketOutletTest, TellsThatLiveSoundAloneDoesNotGoOnBehindAPause) {
+    openPausable({audioStream()});
+    script.audio(0, 0).then([this] { parser->pause(true); }).audio(1024, 0).audio(0, 0);
+    runScript();
+    EXPECT_THAT(sink.calls, ElementsAre("streams 0:aac:1/44100", "audio 0", "audio 1024", "gap", "audio 0", "end"));
 }
 
 TEST_F(PacketOutletTest, TellsThatTheTurnsOfALoopDoNotGoOn) {
@@ -193,6 +206,26 @@ TEST_F(PacketOutletTest, TellsTheStreamsAgainBehindTheEnd) {
     script.key(0).endOfFile().key(0);
     runScript();
     EXPECT_THAT(sink.calls, ElementsAre(kStreams, "video 0 key", "end", kStreams, "video 0 key", "end"));
+}
+
+TEST_F(PacketOutletTest, TellsTheStreamsBeforeSoundThatIsReadOnceMore) {
+    hooks().seekFile = [](AVFormatContext*, int, int64_t, int64_t, int64_t, int) { return 0; };
+    use(&sink);
+    SyntheticInput input;
+    input.streams.push_back(audioStream(AV_CODEC_ID_MP3));
+    input.install();
+    hooks().openInput = [make = hooks().openInput](auto* context, const char* path, auto* options) {
+        const int result = make(context, path, options);
+        (*context)->pb->seekable = AVIO_SEEKABLE_NORMAL;
+        return result;
+    };
+    ASSERT_TRUE(parser->open("input", 0));
+    observer->audibleMs = 0;
+    script.key(0).audio(0).then([this] { parser->selectTrack(TRACK_KIND_AUDIO, 2); }).audio(1024);
+    // Back at once, before anything of the other one was handed on.
+    script.then([this] { parser->selectTrack(TRACK_KIND_AUDIO, 1); }).key(0).key(0).audio(0);
+    runScript();
+    EXPECT_THAT(sink.calls, ElementsAre(kStreams, "video 0 key", "audio 0", "audio 1024", kStreams, "audio 0", "end"));
 }
 
 TEST_F(PacketOutletTest, TellsNothingOfStreamsThatAreElsewhere) {

@@ -72,14 +72,15 @@ protected:
     }
 
     // A new playback at the stream's begin, with nothing measured.
-    void begin(double newSpeed = 1) {
+    void begin(double newSpeed = 1, int channels = 2) {
         device = std::make_shared<LabDevice>();
         device->jitterUs = 2000;
         device->onStep = [this] { read(); };
         thread = std::make_shared<AudioPlayThread>();
         peer = std::make_unique<AudioPlayThreadPeer>(*thread);
         thread->init(observer);
-        thread->setOutputSpec({});
+        channels_ = channels;
+        thread->setOutputSpec({channels, kLabRate, 1});
         PlaybackOptions options;
         options.exactTiming = true;
         thread->setOptions(options);
@@ -160,14 +161,14 @@ protected:
 
 private:
     std::shared_ptr<AudioFrameInfo> nextFrame() const {
-        const auto frame = test::makeAudioFrame(static_cast<int64_t>(mediaUs() / 1000), kFrame * 4, 21);
+        const auto frame = test::makeAudioFrame(static_cast<int64_t>(mediaUs() / 1000), kFrame * 2 * channels_, 21);
         frame->allocBuffer = test::makeBuffer;
         auto* samples = reinterpret_cast<int16_t*>(frame->buffer->data);
         for (int i = 0; i < kFrame; ++i) {
             const double us = static_cast<double>(next_ + i) * 1e6 / kLabRate;
             const bool isBeep = std::fmod(us, kEveryUs) < kBeepUs;
             const double value = isBeep ? 20'000 * std::sin(us * 2e-6 * std::numbers::pi * kToneHz) : 0;
-            samples[2 * i] = samples[2 * i + 1] = static_cast<int16_t>(value);
+            std::fill_n(samples + i * channels_, channels_, static_cast<int16_t>(value));
         }
         return frame;
     }
@@ -195,6 +196,7 @@ private:
         return times;
     }
 
+    int channels_ = 2;
     int64_t next_ = 0;   // sample of the stream
     double fromUs_ = 0;  // when the measurement began
 };
@@ -222,6 +224,17 @@ TEST_F(ExactSoundTest, TheClockTellsWhatIsHeardAtEverySpeed) {
         EXPECT_NEAR(median(off), 0, 10) << wanted;
         EXPECT_GT(off.front(), -mostOff(wanted)) << wanted;
         EXPECT_LT(off.back(), mostOff(wanted)) << wanted;
+    }
+}
+
+TEST_F(ExactSoundTest, TheClockTellsWhatIsHeardOfMoreAndFewerChannels) {
+    for (const int channels : {1, 6}) {
+        begin(1, channels);
+        play(8'000);
+        const auto off = offAtBeeps(readings, 500);
+        ASSERT_GE(off.size(), 5U) << channels;
+        EXPECT_NEAR(median(off), 0, 10) << channels;
+        EXPECT_GT(thread->getSyncPtsUs(), 7'500'000) << channels;
     }
 }
 

@@ -10,7 +10,7 @@ namespace kelp {
 
 namespace {
 
-constexpr int64_t kFirstIntervalUs = 250'000;
+constexpr int64_t kIntervalUs = 1'000'000;
 constexpr int64_t kStandstillUs = 25'000;  // later than the one before than it was made later
 constexpr int64_t kTooFarUs = 175'000;     // 10 % of what the first interval leaves of two seconds
 constexpr int64_t kFitsUs = 20'000;
@@ -36,7 +36,8 @@ bool SoundCatchUp::isWanted(const DecodedFrame& frame, int64_t nowUs, int64_t qu
         fastest_ = 1;
         return false;
     }
-    if (cameUs > wrappingAdd(madeUs, kStandstillUs) && intervalUs_ > kFirstIntervalUs) {
+    const bool isBehindStandstill = cameUs > wrappingAdd(madeUs, kStandstillUs) && behindUs > kStandstillUs;
+    if (isBehindStandstill && intervalUs_ > kFirstIntervalUs) {
         restart(nowUs);
     }
     note(behindUs, nowUs);

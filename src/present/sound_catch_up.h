@@ -16,7 +16,7 @@ namespace kelp {
 //
 // What the frames of a second have all been behind by is a standing queue, and goes by tempo: the least wait of an
 // interval, as K. Nichols and V. Jacobson, "Controlling queue delay", ACM Queue 10 (2012), tell it from a burst. At the
-// start, where the frames that fill the output wait for nothing and hide it, and behind a frame that came late the
+// start, where the frames that fill the output wait for nothing and hide it, and behind a standstill the
 // first intervals are shorter, so that it is gone two seconds later. What is more than a tempo of 10 % takes away in
 // these is left out, once, up to the newest.
 //
@@ -35,7 +35,7 @@ public:
     double fastest() const { return fastest_; }
 
 private:
-    static constexpr int64_t kIntervalUs = 1'000'000;
+    static constexpr int64_t kFirstIntervalUs = 250'000;
 
     void note(int64_t behindUs, int64_t nowUs);
     void restart(int64_t nowUs);
@@ -45,9 +45,9 @@ private:
     int64_t lastMs_ = 0;  // the time stamp of the frame before
     int64_t lastUs_ = 0;  // when it came
     double fastest_ = 1;
-    int64_t leastUs_ = 0;  // of this interval so far
-    int64_t beginUs_ = 0;  // of it
-    int64_t intervalUs_ = kIntervalUs;
+    int64_t leastUs_ = 0;                        // of this interval so far
+    int64_t beginUs_ = 0;                        // of it
+    int64_t intervalUs_ = kFirstIntervalUs / 2;  // doubled at the first frame
 };
 
 }  // namespace kelp

@@ -123,6 +123,17 @@ TEST_F(SoundCatchUpTest, LeavesInTheOutputWhatABlockThatComesLateNeeds) {
     EXPECT_EQ(catchUp_.fastest(), 1);
 }
 
+TEST_F(SoundCatchUpTest, LeavesItThereWhereBlocksComeLateNowAndThen) {
+    for (int64_t block = 0; block < 500; ++block) {
+        const bool isLate = block % 23 == 22;
+        DecodedFrame frame;
+        frame.pts = 40 * block;
+        frame.queuedUs = us(static_cast<double>(frame.pts + (isLate ? 30 : 0)));
+        EXPECT_TRUE(catchUp_.isWanted(frame, frame.queuedUs, 0, false, isLate ? 5000 : 40'000, kNoMaster));
+        EXPECT_TRUE(block < 100 || catchUp_.fastest() == 1) << block;
+    }
+}
+
 // The way from the source has become longer for good: nothing waits here.
 TEST_F(SoundCatchUpTest, HurriesNothingThatIsLateByItself) {
     run(3000);

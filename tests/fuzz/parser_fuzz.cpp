@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -52,12 +50,6 @@ public:
     int onVideoPacketQueueSize() override { return 0; }
     int onAudioFrameQueueSize() override { return 0; }
     int onVideoFrameQueueSize() override { return 0; }
-    // Each packet is of 100 ms, and four go by while none comes.
-    kelp::WaitingPackets waitingPackets() override {
-        std::lock_guard lock(mutex_);
-        waiting_ = std::exchange(isReading_, false) ? waiting_ : std::max(waiting_ - 4, 0);
-        return {.longestMs = 100 * waiting_};
-    }
     void onSeekStart(int) override { require(!seeking_.exchange(true), "one seek at a time"); }
     void onSeekCompleted() override {
         require(seeking_.exchange(false), "a seek ends that was begun");
@@ -90,8 +82,6 @@ private:
         sum_ = static_cast<unsigned char>(sum_ ^ sum);
         require(!packet.toString().empty(), "a text");
         ++packets_;
-        ++waiting_;
-        isReading_ = true;
         changed_.notify_all();
     }
     void end() {
@@ -104,27 +94,9 @@ private:
     std::mutex mutex_;  // guards all below
     std::condition_variable changed_;
     int packets_ = 0;
-    int waiting_ = 0;
-    bool isReading_ = false;
     int seeksDone_ = 0;
     bool over_ = false;
     unsigned char sum_ = 0;
-};
-
-// Has a path that looks as if a server had the file: it is read ahead by time, and its reads can be broken off.
-class RemoteFolder {
-public:
-    RemoteFolder() { std::filesystem::create_directory(folder_.path(",tcp:")); }
-    // The path by which the file at `path` is read.
-    std::string put(const std::string& path) const {
-        const std::string link = folder_.path(",tcp:/film");
-        std::filesystem::remove(link);
-        std::filesystem::create_symlink(path, link);
-        return "file:" + folder_.path(",tcp://film");
-    }
-
-private:
-    const kelp::test::TempFolder folder_;
 };
 
 // What a sink is promised, on the way to a recorder. The reader's thread's.
@@ -198,17 +170,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     observer->tellsSoundEnd = playsAll || seeksExactly;
     parser.setPlaybackOptions({.allCodecs = playsAll,
                                .closedLiveFails = (choice & 8U) != 0,
-                               .readAheadMs = (choice >> 10U) % 3 * 500,
-                               .rebufferMs = (choice >> 11U) % 2 * 300,
                                .maxPixels = (choice & 64U) != 0 ? 1 << 20 : 0,
                                .seekRule = seeksExactly ? kelp::SeekRule::Exact : kelp::SeekRule::Standard,
                                .subtitleTrack = static_cast<int>(choice >> 24U) % 4 - 1});
-    static const RemoteFolder remote;
-    std::string path = file.path();
-    if ((choice >> 13U) % 3 == 0) {
-        path = remote.put(path);
-    }
-    if (!parser.open(path, choice % 4 == 0 ? static_cast<int64_t>(choice >> 20U) : 0)) {
+    if (!parser.open(file.path(), choice % 4 == 0 ? static_cast<int64_t>(choice >> 20U) : 0)) {
         parser.close();
         return 0;
     }

@@ -45,11 +45,12 @@ enum KelpPlayerInfoType : int32_t {
 // player that it was given to has returned; where that is called on the worker thread, until another call has returned
 // on another thread, or the player is gone.
 //
-// Every operation is called on the player's worker thread, one at a time and in the order in which the events arose;
-// so are the host's callables of `runInWorker` and its timers. An observer that takes long delays what comes after it,
-// and a seek that waits for another one, but never the playback. It may call any operation of the player from here,
-// `stop` and `play` included, but for `release` see there. The first argument is the player that the event is about, so
-// that one observer can serve many; dropping the last reference to the player in here is allowed.
+// Every operation is called on the player's worker thread, one at a time and in the order in which the events arose; so
+// are the host's callables of `runInWorker` and its timers. An observer that takes long delays what comes after it, a
+// seek that waits for another one, a step back, and a loop that is set or taken back, but never the playback. It may
+// call any operation of the player from here, `stop` and `play` included, but for `release` see there. The first
+// argument is the player that the event is about, so that one observer can serve many; dropping the last reference to
+// the player in here is allowed.
 //
 // Events can be under way while the host calls the player: an `onPrepared` may still come after `stop` has returned,
 // and `play` then answers false.
@@ -101,7 +102,7 @@ public:
 
     // The source has been played to its end: no stage has a packet or frame waiting, though the last picture may be
     // shown a moment later. It stays open: `seek` starts it again, only `stop` ends it. For a live source it means that
-    // the server closed the connection.
+    // the server closed the connection, unless the option "closed_live_source" is "failed".
     virtual void onCompleted(std::shared_ptr<KelpPlayer> player) = 0;
 
     // The end of the source was met, and its last packet has another time, in milliseconds, than was announced as the
@@ -136,10 +137,11 @@ protected:
 // its threads behind, which play on with nobody to stop them. It can hang as well: a thread that is just raising an
 // event holds it for that moment, may turn out to hold it last, and then waits for itself.
 //
-// Calls run on the caller's thread and return when they are done, but for `loadFileAsync` and `seek`, which go on by
-// themselves. There is no lock over the whole: `play`, `stop` and `loadFileAsync` of one player are not to be called at
-// the same time, all others may come from any thread at any time after `init`. Failures are a false here and a line in
-// the log; what goes wrong later comes as `onFailed`. Times are milliseconds, from the start of the stream.
+// Calls run on the caller's thread and return when they are done, but for `loadFileAsync`, `seek`, `stepFrame`,
+// `setLoop` and `selectTrack`, which go on by themselves. There is no lock over the whole: `play`, `stop` and
+// `loadFileAsync` of one player are not to be called at the same time, all others may come from any thread at any time
+// after `init`. Failures are a false here and a line in the log; what goes wrong later comes as `onFailed`. Times are
+// milliseconds, from the start of the stream.
 //
 // An ExternFrameSink, a KelpSyncClock and a log callback run on threads of the player that must not wait for it. From
 // the first two only these may be called: the `get` operations, `clearScreen`, `takeSnapshot`, `runInWorker`,
@@ -207,14 +209,15 @@ public:
     // is a device that nobody hears, at about the right pace, for one player at a time.
     bool play();
 
-    // Ends playback, or the opening of a source, waits for all its threads and closes the source. Windows, options,
-    // speed, decoder and clock settings stay. Always true, also when there is nothing to stop.
+    // Ends playback, or the opening of a source, waits for all its threads and closes the source. What was set stays,
+    // but for the volume, paused windows and selected tracks. Always true, also when there is nothing to stop.
     bool stop();
 
     // Halt playback and let it go on: a file where it was, an RTSP source with what is live then, from the next key
     // frame on. An SDP source is read on while halted, up to 200 packets, which are played first. While halted the
-    // windows are still repainted. Always true. In turn: a `resume` with no `pause` before it sets the internal clock
-    // back, a second `pause` sets it on by the time since the first.
+    // windows are still repainted. Always true. They come in turn: a `resume` with no `pause` before it sets the
+    // internal clock back, a second `pause` sets it on by the time since the first, unless the option "timing" is
+    // "exact".
     bool pause();
     bool resume();
 
@@ -223,7 +226,8 @@ public:
     // last one is carried out, after it; one that comes at that very moment may go ahead of it, and the end of the film
     // drops it, so ask again if the position isn't the one asked for. With the option "seek" = "exact" neither is so:
     // the picture shown is the one that holds the target, the sound begins there, and each seek ends with one
-    // onFirstVideoFrame, or onFirstAudioFrame where there are no pictures, unless a newer one takes its place.
+    // onFirstVideoFrame, or onFirstAudioFrame where there are no pictures, unless a newer one takes its place or
+    // nothing can be decoded from there on.
     //
     // False if the source can't seek: a live one, or none; the log's last line is [PlayTask] "seek, seekTimeMs:TIME,
     // seekable:0". A demuxer that fails at it later writes [StreamParser] "processSeekRequest, seek failed, ret:CODE",
@@ -242,13 +246,15 @@ public:
 
     // Plays the film from `startMs` to right before `endMs`, in milliseconds, again and again: by default all of it.
     // Behind the last picture comes the first in its time, and the sound goes on to the sample. There is no onCompleted
-    // while it is on, and no other event at a turn. What comes first is played up to the loop's end, wherever it
-    // begins; a position at the end or behind it, also that of a `seek`, goes to the start. A start below 0 is 0, an
-    // end behind the film's is that one. At any time from any thread, for this playback and those to come, in place of
-    // the loop before; if the sources read since have gone beyond the new loop, the sound may skip once.
+    // while it is on, and no other event at a turn. From a position before the loop's end playback comes into it by
+    // itself; one at that end or behind it, also that of a `seek`, goes to the start. A start below 0 is 0, an end
+    // behind the film's is that one. At any time from any thread, for this playback and those to come, in place of the
+    // loop before. One that is set or taken back when its end was read already takes a short seek, of which no event
+    // tells: a picture may be seen again, and the sound skip once. One in which nothing can be played is given up:
+    // [StreamParser] "the loop is given up, there is nothing in it", at Warn.
     //
     // `getCurrentTime`, frame sinks and `seek` are by the film's time. The clocks go on: one of the host's that several
-    // players follow runs through all turns, from the film's time at the last `seek`.
+    // players follow runs through all turns, from the film's time at the load or the last `seek`.
     //
     // False, and nothing changes, with a Warn line of PlayTask, "setLoop, REASON": the end isn't behind the start, the
     // loop is shorter than a picture, begins behind the film's end, or the source is live or can't seek. What isn't
@@ -259,7 +265,8 @@ public:
 
     // How fast the sound is played, 1.0 being its own tempo; the pitch stays. Above 0, in force from the next block of
     // sound on, and kept for the playbacks to come. Pictures follow if sound is the master or a host's clock that runs
-    // at the same speed, see setAVSyncMode.
+    // at the same speed, see setAVSyncMode; with the option "timing" = "exact" with all but such a clock, and without
+    // sound.
     void setSpeed(float speed);
 
     // The volume as a linear factor, 1.0 at the start of each `play`; what becomes too loud by it is clipped. In force
@@ -317,9 +324,9 @@ public:
     //
     // Sound of a file changes within 200 ms, without a gap: the file is read once more from what is heard, which takes
     // longer over a network. A video changes at the first key frame of the new one that is read from now on: some
-    // seconds are read ahead. Where a source can't go back, as a live one, sound as well changes behind what is read.
-    // After the end of the source the track is for the next seek. Subtitles change at once; those of a file that began
-    // up to ten seconds ago are there as well.
+    // seconds are read ahead. Where a source can't go back, as a live one, and in a loop, sound as well changes behind
+    // what is read. After the end of the source the track is for the next seek. Subtitles change at once; those of a
+    // file that began up to ten seconds ago are there as well.
     //
     // False, and [PlayTask] "selectTrack, kind:KIND, number:NUMBER, REASON" at Error, where nothing is played, or no
     // track of this kind, and for a track that there isn't, that can't be played, or that is an attached picture. A
@@ -335,7 +342,8 @@ public:
     // destroy it before. Always true. Null handles are never drawn on.
     //
     // Pictures that change their size in mid-stream, see onVideoSizeUpdated, are drawn in the frame of the first ones,
-    // cut off or with a rest of the last one beside them, until the size of the window changes.
+    // cut off or with a rest of the last one beside them, until the size of the window changes; with the option "fit" =
+    // "keep" each in its own ratio.
     //
     // What goes wrong with a window shows when it is first drawn on, and only there: the others go on. It writes
     // [SDLRender] "Failed to create window: REASON" (the handle is no window of this screen) or "Failed to create
@@ -364,7 +372,7 @@ public:
     // the first playback of a player. Later ones, a second `play` after `stop` and a restart of a TarnPlayer alike, go
     // on following the clock of the first one, which has run on: their pictures are hurried or held back. A player that
     // is used again takes another master, gets a clock, or calls setExternSyncClock(nullptr, 0) right behind each
-    // `play` and follows the clock of that playback then.
+    // `play` and follows the clock of that playback then. With the option "timing" = "exact" each `play` has its own.
     void setAVSyncMode(SyncMasterMode mode);
 
     // With SYNC_MASTER_CLOCK, follow `clock` instead of the internal one; its reading less `offsetMs` is the time on
@@ -448,10 +456,11 @@ public:
     // With FFmpeg 5 and later, "timeout" (microseconds) is what bounds an RTSP source's waits on the network, over TCP
     // and UDP; without it a server that doesn't answer, or falls silent, is waited for until `stop`. An SDP source's
     // waits are bounded by "listen_timeout" (seconds, 10 unless set). Opening fails after one such wait, reading after
-    // six in a row: `onFailed`. For "rtsp://" and paths with ".sdp" in them "fflags" is "nobuffer", and for the latter
-    // "protocol_whitelist" is "file,udp,rtp", unless set here. Both stay for the sources that follow in the same
-    // player, so that behind an SDP file it opens nothing over TCP until that list is set. With "codecs" as "all" or
-    // "live_delay" as "low" nothing stays, and what isn't itself an SDP file gets no list.
+    // six in a row, or after one with "closed_live_source" = "failed": `onFailed`. For "rtsp://" and paths with ".sdp"
+    // in them "fflags" is "nobuffer", and for the latter "protocol_whitelist" is "file,udp,rtp", unless set here. Both
+    // stay for the sources that follow in the same player, so that behind an SDP file it opens nothing over TCP until
+    // that list is set. With "codecs" as "all" or "live_delay" as "low" nothing stays, and what isn't itself an SDP
+    // file gets no list.
     void setOption(const char* key, const char* value);
 
     // Runs `function` on the worker thread, after the events that are queued by now; what comes before `init` waits for

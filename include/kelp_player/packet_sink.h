@@ -36,7 +36,8 @@ struct PacketStream {
 
 // One packet, as it was read. Valid during the call.
 struct Packet {
-    // In place of a time that the source doesn't state.
+    // In place of a time that the source doesn't state. With the option "codecs" = "all" a packet without either has
+    // the time of decoding that follows from those before it.
     static constexpr int64_t kNoTime = std::numeric_limits<int64_t>::min();
 
     int track = -1;                     // of which stream
@@ -56,8 +57,9 @@ struct Packet {
 // it and hands it to `setPacketSink` of a player. The object stays the host's.
 //
 // `onStreams` comes first, then the packets in the order in which they are read: video from the first key frame on, as
-// it is played, and all of the sound. Nothing comes twice, but for sound that is read once more as another track of it
-// is selected, which has an `onStreams` of its own. A file is read some seconds ahead of what is shown.
+// it is played, and all of the sound; of an attached picture and of subtitles none. Without a seek or a loop nothing
+// comes twice, but for sound that is read once more when another track of it is selected, which has an `onStreams` of
+// its own. A file is read some seconds ahead of what is shown.
 //
 // All operations are called on the thread that reads, one at a time. Nothing is read while one runs, so a sink that
 // takes long makes the playback run dry; Statistics say how long it takes. It must not throw. `stop` waits for it, so
@@ -72,7 +74,8 @@ public:
     // The next packet.
     virtual void onPacket(const Packet& packet) = 0;
 
-    // What comes next doesn't go on from what came last: a seek, or the end of a live source's pause.
+    // What comes next doesn't go on from what came last: a seek, the next turn of a loop, or the end of a live source's
+    // pause.
     virtual void onGap() {}
 
     // No packet comes behind this, unless `onStreams` does: the source is at its end, can't be read, or was stopped.

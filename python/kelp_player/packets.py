@@ -76,7 +76,8 @@ class PacketSink:
         """The next packet."""
 
     def on_gap(self) -> None:
-        """What comes next doesn't go on from what came last: a seek, or the end of a live source's pause."""
+        """What comes next doesn't go on from what came last: a seek, the next turn of a loop, or the end of a live
+        source's pause."""
 
     def on_end(self) -> None:
         """No packet comes behind this, unless ``on_streams`` does."""

@@ -100,9 +100,9 @@ public:
     virtual void onFirstVideoFrame(std::shared_ptr<KelpPlayer> player, int ptsMs) = 0;
     virtual void onFirstAudioFrame(std::shared_ptr<KelpPlayer> player, int ptsMs) = 0;
 
-    // The source has been played to its end: no stage has a packet or frame waiting, though the last picture may be
-    // shown a moment later. It stays open: `seek` starts it again, only `stop` ends it. For a live source it means that
-    // the server closed the connection, unless the option "closed_live_source" is "failed".
+    // The source has been played to its end: no stage has a packet or frame waiting, though the last of the sound may
+    // be heard a moment later. It stays open: `seek` starts it again, only `stop` ends it. For a live source it means
+    // that the server closed the connection, unless the option "closed_live_source" is "failed".
     virtual void onCompleted(std::shared_ptr<KelpPlayer> player) = 0;
 
     // The end of the source was met, and its last packet has another time, in milliseconds, than was announced as the

@@ -45,7 +45,8 @@ struct SubtitlePictureSize {
 };
 
 // Takes the subtitles of the track that is played, for a host that shows them itself: the host implements it and hands
-// it to `setSubtitleSink` of a player. The object stays the host's. Windows draw them in any case.
+// it to `setSubtitleSink` of a player. The object stays the host's. Windows draw them in any case. They go with
+// pictures: a source without video has none, nor one with an attached picture alone.
 //
 // Both operations are called on the player's subtitle thread, one at a time. Nothing else waits for that thread, but
 // windows for their subtitles and `stop` for its end, so little may be called from here: of a KelpPlayer the `get`

@@ -67,7 +67,7 @@ public:
     virtual void onFirstVideoFrame(int ptsMs) = 0;
     virtual void onFirstAudioFrame(int ptsMs) = 0;
 
-    // The source has been played to its end, though the last picture may be shown a moment later.
+    // The source has been played to its end, though the last of the sound may be heard a moment later.
     virtual void onCompleted() = 0;
 
     // The source has turned out to have another duration than it stated, see KelpPlayerObserver.

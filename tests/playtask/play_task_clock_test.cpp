@@ -278,6 +278,20 @@ TEST_F(PlayTaskClocks, LetGoOfEachOtherAtAStopWhateverIsSetMeanwhile) {
     EXPECT_TRUE(oldAudio.expired());
 }
 
+// Whoever still holds one of them holds it alone.
+TEST_F(PlayTaskClocks, LetGoOfTheirMastersAtAStop) {
+    for (const auto mode : {SYNC_MASTER_CLOCK, SYNC_MASTER_AUDIO, SYNC_MASTER_VIDEO}) {
+        addVideo();
+        addAudio();
+        under.task->setExternSyncClock(std::make_shared<MasterClock>());
+        under.task->setSyncMasterMode(mode);
+        EXPECT_TRUE(followedByVideo() || followedByAudio()) << mode;
+        under.task->stop();
+        EXPECT_EQ(followedByVideo(), nullptr) << mode;
+        EXPECT_EQ(followedByAudio(), nullptr) << mode;
+    }
+}
+
 // The master is chosen among the threads that there are, and they go one by one.
 TEST_F(PlayTaskClocks, MakeNobodyItsOwnMaster) {
     LogCapture quiet(-1);

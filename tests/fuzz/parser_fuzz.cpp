@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -50,6 +53,12 @@ public:
     int onVideoPacketQueueSize() override { return 0; }
     int onAudioFrameQueueSize() override { return 0; }
     int onVideoFrameQueueSize() override { return 0; }
+    // Each packet is of 100 ms, and four go by while none comes.
+    kelp::WaitingPackets waitingPackets() override {
+        std::lock_guard lock(mutex_);
+        waiting_ = std::exchange(isReading_, false) ? waiting_ : std::max(waiting_ - 4, 0);
+        return {.longestMs = 100 * waiting_};
+    }
     void onSeekStart(int) override { require(!seeking_.exchange(true), "one seek at a time"); }
     void onSeekCompleted() override {
         require(seeking_.exchange(false), "a seek ends that was begun");
@@ -63,14 +72,33 @@ public:
     void onPlaybackCompleted() override { end(); }
     void onPlayFailed() override { end(); }
 
-    // Waits until so many packets came after that many seeks, or the input is over.
+    // Something was read that the loop leaves out: the parser waits for a seek into it, if that was the end.
+    void onLoopChanged(int64_t) override {
+        std::lock_guard lock(mutex_);
+        isLoopSeekDue_ = true;
+        changed_.notify_all();
+    }
+
+    // Waits until so many packets came after that many seeks, or the input is over, and seeks into the loop.
     void wait(int packets, int seeks) {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return seeksDone_ >= seeks && (over_ || packets_ >= packets); });
+        for (;;) {
+            changed_.wait(lock, [&] {
+                return seeksDone_ >= seeks + loopSeeks_ && (isLoopSeekDue_ || over_ || packets_ >= packets);
+            });
+            if (!std::exchange(isLoopSeekDue_, false)) {
+                return;
+            }
+            ++loopSeeks_;
+            lock.unlock();
+            seekIntoLoop();
+            lock.lock();
+        }
     }
 
     bool tellsSoundEnd = false;     // by a packet without any
     bool marksNoKeyFrames = false;  // some formats, which are played all the same
+    std::function<void()> seekIntoLoop;
 
 private:
     void take(MediaPacket& packet) {
@@ -82,6 +110,8 @@ private:
         sum_ = static_cast<unsigned char>(sum_ ^ sum);
         require(!packet.toString().empty(), "a text");
         ++packets_;
+        ++waiting_;
+        isReading_ = true;
         changed_.notify_all();
     }
     void end() {
@@ -94,9 +124,29 @@ private:
     std::mutex mutex_;  // guards all below
     std::condition_variable changed_;
     int packets_ = 0;
+    int waiting_ = 0;
+    bool isReading_ = false;
     int seeksDone_ = 0;
+    int loopSeeks_ = 0;  // that were asked for
+    bool isLoopSeekDue_ = false;
     bool over_ = false;
     unsigned char sum_ = 0;
+};
+
+// Has a path that looks as if a server had the file: it is read ahead by time, and its reads can be broken off.
+class RemoteFolder {
+public:
+    RemoteFolder() { std::filesystem::create_directory(folder_.path(",tcp:")); }
+    // The path by which the file at `path` is read.
+    std::string put(const std::string& path) const {
+        const std::string link = folder_.path(",tcp:/film");
+        std::filesystem::remove(link);
+        std::filesystem::create_symlink(path, link);
+        return "file:" + folder_.path(",tcp://film");
+    }
+
+private:
+    const kelp::test::TempFolder folder_;
 };
 
 // What a sink is promised, on the way to a recorder. The reader's thread's.
@@ -166,14 +216,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     parser.setOption("protocol_whitelist", "file");
     const bool playsAll = (choice & 4U) != 0;
     const bool seeksExactly = (choice & 128U) != 0;
+    const auto seekRule = seeksExactly ? kelp::SeekRule::Exact : kelp::SeekRule::Standard;
     observer->marksNoKeyFrames = sink.marksNoKeyFrames = playsAll;
     observer->tellsSoundEnd = playsAll || seeksExactly;
     parser.setPlaybackOptions({.allCodecs = playsAll,
                                .closedLiveFails = (choice & 8U) != 0,
+                               .readAheadMs = (choice >> 10U) % 3 * 500,
+                               .rebufferMs = (choice >> 11U) % 2 * 300,
                                .maxPixels = (choice & 64U) != 0 ? 1 << 20 : 0,
-                               .seekRule = seeksExactly ? kelp::SeekRule::Exact : kelp::SeekRule::Standard,
+                               .seekRule = seekRule,
                                .subtitleTrack = static_cast<int>(choice >> 24U) % 4 - 1});
-    if (!parser.open(file.path(), choice % 4 == 0 ? static_cast<int64_t>(choice >> 20U) : 0)) {
+    static const RemoteFolder remote;
+    std::string path = file.path();
+    if ((choice >> 13U) % 3 == 0) {
+        path = remote.put(path);
+    }
+    if (!parser.open(path, choice % 4 == 0 ? static_cast<int64_t>(choice >> 20U) : 0)) {
         parser.close();
         return 0;
     }
@@ -189,7 +247,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // What goes on while it is read. Each turn of a loop, and each change of tracks, would be one more recording.
     const uint32_t more = choice * 2654435761U;
     if (!folder && stream->seekable && more % 3 == 0) {
-        const int64_t startMs = more >> 8U & 2047U;
+        const int startMs = static_cast<int>(more >> 8U & 2047U);
+        observer->seekIntoLoop = [&, startMs] { parser.seek(startMs, seekRule); };
         parser.setLoop(kelp::Loop{startMs, more % 2 == 0 ? kelp::Loop::kFilmEnd : startMs + 1 + (more >> 19U)});
     }
     for (const auto& track : stream->tracks) {

@@ -19,9 +19,9 @@ namespace kelp::bench {
 namespace {
 
 constexpr int kPlayers = 4;
-constexpr double kPictureMs = 40;  // of the film
-constexpr double kStartMs = 1500;  // in which the players find together
-constexpr double kLookMs = 3;      // between two looks at all screens
+constexpr double kPictureMs = 40;      // of the film
+constexpr double kFirstLookMs = 1500;  // in which the players find together
+constexpr double kLookMs = 3;          // between two looks at all screens
 
 // What stands on a screen; before the first picture, that one.
 double shownMs(const std::vector<ShownPicture>& pictures, double atMs) {
@@ -53,7 +53,7 @@ bool screensRow(const std::vector<std::string>& words, Facts& facts) {
             return false;
         }
     }
-    std::this_thread::sleep_for(std::chrono::duration<double>(kStartMs / 1000 + seconds));
+    std::this_thread::sleep_for(std::chrono::duration<double>(kFirstLookMs / 1000 + seconds));
     // Its reading against the steady one. It counts whole milliseconds.
     const auto clockMs = static_cast<double>(clock->getCurrentClock()) + 0.5;
     const double nowAtMs = nowMs();

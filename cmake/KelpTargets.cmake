@@ -39,14 +39,13 @@ if(KELP_SANITIZE)
   target_compile_options(kelp_test_settings INTERFACE -fsanitize=${test_sanitize})
 endif()
 
-# kelp_quick_build(TARGET): a target with kelp_test_settings takes the common headers precompiled, and its sources in
-# pieces of eight. CMake's own unity builds name sources by full paths, which ccache doesn't find again in another work
+# kelp_in_pieces(TARGET FOLDER): the target's sources are compiled in pieces of eight. FOLDER is one in which it looks for
+# what is included. CMake's own unity builds name sources by full paths, which ccache doesn't find again in another work
 # tree.
-function(kelp_quick_build target)
+function(kelp_in_pieces target folder)
   if(NOT KELP_QUICK_BUILD)
     return()
   endif()
-  target_precompile_headers(${target} REUSE_FROM kelp_test_support)
   get_target_property(pieces ${target} SOURCES)
   set(sources ${pieces})
   list(FILTER sources INCLUDE REGEX "\\.cpp$")
@@ -58,7 +57,7 @@ function(kelp_quick_build target)
     set(text "")
     foreach(source ${taken})
       cmake_path(ABSOLUTE_PATH source NORMALIZE)
-      file(RELATIVE_PATH source ${KELP_TESTS_DIR} ${source})
+      file(RELATIVE_PATH source ${folder} ${source})
       string(APPEND text "#include \"${source}\"\n")
     endforeach()
     set(piece ${CMAKE_CURRENT_BINARY_DIR}/${target}_${number}.cpp)
@@ -67,6 +66,14 @@ function(kelp_quick_build target)
     math(EXPR number "${number} + 1")
   endwhile()
   set_target_properties(${target} PROPERTIES SOURCES "${pieces}")
+endfunction()
+
+# kelp_quick_build(TARGET): a target with kelp_test_settings takes the common headers precompiled, too.
+function(kelp_quick_build target)
+  if(KELP_QUICK_BUILD)
+    target_precompile_headers(${target} REUSE_FROM kelp_test_support)
+    kelp_in_pieces(${target} ${KELP_TESTS_DIR})
+  endif()
 endfunction()
 
 # What a test program finds in its environment: what the sanitizers are to overlook. One entry: test discovery doesn't

@@ -71,31 +71,31 @@ bool PictureScaler::convert(const uint8_t* const* data, const int* linesize, con
     // The library isn't asked whether its context still fits: it puts other names in the place of some formats, as of
     // those whose name tells a full range, and compares with these.
     if (conversion != conversion_) {
-        sws_freeContext(std::exchange(context_, nullptr));
+        sws_freeContext(std::exchange(swsContext_, nullptr));
         conversion_ = conversion;
     }
-    if (!context_) {
-        context_ = makeContext(conversion);
+    if (!swsContext_) {
+        swsContext_ = makeContext(conversion);
     }
-    if (!context_) {
+    if (!swsContext_) {
         Log::Error(kTag, "%s, get swscale context failed\n", "DeliverVideoFrame");
         return false;
     }
     if (canConvertInPlace(conversion, frame)) {
-        sws_scale(context_, data, linesize, 0, frame.height, frame.data, frame.linesize);
+        sws_scale(swsContext_, data, linesize, 0, frame.height, frame.data, frame.linesize);
         return true;
     }
     if (!paddedPicture_.resize(frame.width, frame.height)) {
         Log::Error(kTag, "%s, no memory for a picture of %dx%d\n", "DeliverVideoFrame", frame.width, frame.height);
         return false;
     }
-    sws_scale(context_, data, linesize, 0, frame.height, paddedPicture_.data(), paddedPicture_.linesize());
+    sws_scale(swsContext_, data, linesize, 0, frame.height, paddedPicture_.data(), paddedPicture_.linesize());
     paddedPicture_.copyTo(frame);
     return true;
 }
 
 void PictureScaler::release() {
-    sws_freeContext(std::exchange(context_, nullptr));
+    sws_freeContext(std::exchange(swsContext_, nullptr));
     paddedPicture_.release();
 }
 

@@ -50,8 +50,8 @@ public:
     void release();
 
 private:
-    SwsContext* context_ = nullptr;
-    Conversion conversion_{AV_PIX_FMT_NONE, 0, 0};  // that context_ was made for
+    SwsContext* swsContext_ = nullptr;
+    Conversion conversion_{AV_PIX_FMT_NONE, 0, 0};  // that swsContext_ was made for
     PaddedPicture paddedPicture_;                   // for sizes and formats that can't be converted in place
 };
 

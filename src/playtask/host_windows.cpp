@@ -4,11 +4,11 @@
 
 namespace kelp {
 
-void HostWindows::add(const Window& window) {
-    std::lock_guard lock(mutex_);
-    const auto known = std::ranges::find(windows_, window.handle, &Window::handle);
-    if (known == windows_.end()) {
-        windows_.push_back(window);
+void HostWindows::add(const WindowInfo& window) {
+    std::lock_guard lock(windowMutex_);
+    const auto known = std::ranges::find(windowInfos_, window.handle, &WindowInfo::handle);
+    if (known == windowInfos_.end()) {
+        windowInfos_.push_back(window);
         return;
     }
     known->width = window.width;
@@ -16,22 +16,22 @@ void HostWindows::add(const Window& window) {
 }
 
 void HostWindows::remove(void* handle) {
-    std::lock_guard lock(mutex_);
-    std::erase_if(windows_, [handle](const Window& window) { return window.handle == handle; });
+    std::lock_guard lock(windowMutex_);
+    std::erase_if(windowInfos_, [handle](const WindowInfo& window) { return window.handle == handle; });
 }
 
 void HostWindows::resize(void* handle, int width, int height) {
-    std::lock_guard lock(mutex_);
-    const auto known = std::ranges::find(windows_, handle, &Window::handle);
-    if (known != windows_.end()) {
+    std::lock_guard lock(windowMutex_);
+    const auto known = std::ranges::find(windowInfos_, handle, &WindowInfo::handle);
+    if (known != windowInfos_.end()) {
         known->width = width;
         known->height = height;
     }
 }
 
-void HostWindows::forEach(const std::function<void(const Window&)>& show) {
-    std::lock_guard lock(mutex_);
-    std::ranges::for_each(windows_, show);
+void HostWindows::forEach(const std::function<void(const WindowInfo&)>& show) {
+    std::lock_guard lock(windowMutex_);
+    std::ranges::for_each(windowInfos_, show);
 }
 
 }  // namespace kelp

@@ -11,7 +11,7 @@ namespace kelp {
 // The windows that the host wants pictures in, from playback to playback. Any thread.
 class HostWindows {
 public:
-    struct Window {
+    struct WindowInfo {
         WindowType type;
         void* handle;  // the key of the list
         int width;     // in pixels
@@ -19,15 +19,15 @@ public:
     };
 
     // Of one that is known this is the new size alone.
-    void add(const Window& window);
+    void add(const WindowInfo& window);
     void remove(void* handle);
     void resize(void* handle, int width, int height);
     // Shows all of them to `show`, and lets changes wait meanwhile.
-    void forEach(const std::function<void(const Window&)>& show);
+    void forEach(const std::function<void(const WindowInfo&)>& show);
 
 private:
-    std::mutex mutex_;
-    std::vector<Window> windows_;  // guarded by mutex_
+    std::mutex windowMutex_;
+    std::vector<WindowInfo> windowInfos_;  // guarded by windowMutex_
 };
 
 }  // namespace kelp

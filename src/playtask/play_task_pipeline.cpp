@@ -186,7 +186,7 @@ void PlayTask::startVideo(const StreamInfo& streamInfo, const CodecInfo& codecIn
         std::lock_guard lock(optionsMutex_);
         videoPlay->setFit(options_.fit);
     }
-    windows_.forEach([&](const HostWindows::Window& window) {
+    windows_.forEach([&](const HostWindows::WindowInfo& window) {
         if (window.handle) {
             videoPlay->addWindow(window.type, window.handle, window.width, window.height);
         }
@@ -248,8 +248,8 @@ bool PlayTask::end(WindowList::Leaving leaving) {
     }
     subtitleScreen_->prepareEnd();
     // While the stages come to their ends: it is not to be waited for behind them.
-    pixPool_.close();
-    pcmPool_.close();
+    pixBufferPool_.close();
+    pcmBufferPool_.close();
     stallWatch_.reset();
 
     // From the source down: nothing can push into a stage that is gone.
@@ -310,8 +310,8 @@ bool PlayTask::end(WindowList::Leaving leaving) {
     }
 
     // All threads have ended, so no frame comes back behind this.
-    pixPool_.reopen();
-    pcmPool_.reopen();
+    pixBufferPool_.reopen();
+    pcmBufferPool_.reopen();
     if (renderTiming_) {
         renderTiming_->reset();
     }

@@ -70,10 +70,10 @@ protected:
     void onAudioDecodeEnd() override;
 
     // `alloc` lets std::bad_alloc out.
-    std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) override { return pixPool_.alloc(size); }
-    void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) override { pixPool_.free(std::move(buffer)); }
-    std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) override { return pcmPool_.alloc(size); }
-    void freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) override { pcmPool_.free(std::move(buffer)); }
+    std::shared_ptr<FrameBuffer> allocPixBuffer(unsigned int size) override { return pixBufferPool_.alloc(size); }
+    void freePixBuffer(std::shared_ptr<FrameBuffer> buffer) override { pixBufferPool_.free(std::move(buffer)); }
+    std::shared_ptr<FrameBuffer> allocPcmBuffer(unsigned int size) override { return pcmBufferPool_.alloc(size); }
+    void freePcmBuffer(std::shared_ptr<FrameBuffer> buffer) override { pcmBufferPool_.free(std::move(buffer)); }
 
     std::shared_ptr<StreamParser> streamParser_;  // set once, ahead of all else
 
@@ -89,8 +89,8 @@ protected:
 
     std::atomic<bool> hasStepped_{false};  // since the last seek of the host's, or resume
 
-    FrameBufferPool pixPool_{100};
-    FrameBufferPool pcmPool_{121};  // blocks of sound differ a little in length
+    FrameBufferPool pixBufferPool_{100};
+    FrameBufferPool pcmBufferPool_{121};  // blocks of sound differ a little in length
 
 private:
     static constexpr int64_t kNoneTold = std::numeric_limits<int64_t>::min();

@@ -34,9 +34,9 @@ StandardTiming::StandardTiming(bool isLive, RenderTiming* renderTiming, std::fun
 void StandardTiming::begin(const VideoFrameInfo& frame, int64_t nowUs) {
     if (frameTimer_ == 0) {
         frameTimer_ = nowUs / 1000;
-        lastPts_ = frame.pts;
+        lastFramePts_ = frame.pts;
     }
-    delay_ = computeDelay(std::min(wrappingSubtract(frame.pts, lastPts_), kMaxDelayMs));
+    delay_ = computeDelay(std::min(wrappingSubtract(frame.pts, lastFramePts_), kMaxDelayMs));
 }
 
 int64_t StandardTiming::leftUs(int64_t nowUs) {
@@ -100,8 +100,8 @@ void StandardTiming::logIfLate(const VideoFrameInfo& frame, int64_t nowUs) {
                "nowMs:%lld, frameTimer_:%lld, delay:%lld, n-f:%lld, video.syncPts:%lld, master.syncPts:%lld, "
                "diff_pts:%lld, currentPts_:%lld, paused:%d, hadOutput:%d\n",
                LogInt{nowMs}, LogInt{frameTimer_}, LogInt{delay_}, LogInt{wrappingSubtract(nowMs, frameTimer_)},
-               LogInt{videoPts}, LogInt{masterPts}, LogInt{wrappingSubtract(frame.pts, lastPts_)}, LogInt{clock_.pts()},
-               paused_.load(), hadOutput_);
+               LogInt{videoPts}, LogInt{masterPts}, LogInt{wrappingSubtract(frame.pts, lastFramePts_)},
+               LogInt{clock_.pts()}, paused_.load(), hadOutput_);
 }
 
 void StandardTiming::step(const VideoFrameInfo& frame, int64_t durationMs, int64_t nowUs) {
@@ -127,7 +127,7 @@ void StandardTiming::step(const VideoFrameInfo& frame, int64_t durationMs, int64
             frameTimer_ = renderTimeMs;
         }
     }
-    lastPts_ = frame.pts;
+    lastFramePts_ = frame.pts;
 }
 
 bool StandardTiming::isTooLate(const VideoFrameInfo& frame) {

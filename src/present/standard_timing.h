@@ -47,7 +47,7 @@ private:
     const bool isLive_;
     RenderTiming* const renderTiming_;  // not owned
     int64_t frameTimer_ = 0;            // when the last picture was due; 0 before the first
-    int64_t lastPts_ = 0;               // of the last picture that went through all steps
+    int64_t lastFramePts_ = 0;          // of the last picture that went through all steps
     int64_t delay_ = 0;                 // of the present picture, after frameTimer_; -1 if it is too late
     bool hadOutput_ = false;            // a picture was drawn; never cleared
 };

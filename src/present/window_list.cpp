@@ -12,40 +12,40 @@ namespace kelp {
 constexpr char kTag[] = "VideoPlayThread";
 
 void WindowList::add(WindowType type, void* window, int width, int height) {
-    std::lock_guard lock(mutex_);
+    std::lock_guard lock(windowMutex_);
     Log::Debug(kTag, "%s, window info size:%d, window:%p\n", "addWindow", count(), window);
-    if (Window* known = find(window)) {
+    if (WindowInfo* known = find(window)) {
         known->newWidth = width;
         known->newHeight = height;
         known->removed = false;
         known->wantsDrawing = true;
         return;
     }
-    windows_.push_back({type, window, width, height, width, height, /*removed=*/false, /*paused=*/false,
-                        /*wantsDrawing=*/true, PictureFit::Fill, nullptr});
+    windowInfos_.push_back({type, window, width, height, width, height, /*removed=*/false, /*paused=*/false,
+                            /*wantsDrawing=*/true, PictureFit::Fill, nullptr});
 }
 
 void WindowList::remove(void* window) {
-    std::lock_guard lock(mutex_);
+    std::lock_guard lock(windowMutex_);
     Log::Debug(kTag, "%s, window info size:%d, window:%p\n", "removeWindow", count(), window);
-    if (Window* known = find(window)) {
+    if (WindowInfo* known = find(window)) {
         known->removed = true;
     }
 }
 
 void WindowList::pause(void* window, bool paused) {
-    std::lock_guard lock(mutex_);
+    std::lock_guard lock(windowMutex_);
     Log::Debug(kTag, "%s, window info size:%d, window:%p, pause:%d\n", "pauseWindow", count(), window, paused);
-    if (Window* known = find(window)) {
+    if (WindowInfo* known = find(window)) {
         known->paused = paused;
         known->wantsDrawing = true;
     }
 }
 
 void WindowList::resize(void* window, int width, int height) {
-    std::lock_guard lock(mutex_);
+    std::lock_guard lock(windowMutex_);
     Log::Debug(kTag, "%s, window info size:%d\n", "updateWindowSize", count());
-    if (Window* known = find(window)) {
+    if (WindowInfo* known = find(window)) {
         known->newWidth = width;
         known->newHeight = height;
         known->wantsDrawing = true;
@@ -53,13 +53,13 @@ void WindowList::resize(void* window, int width, int height) {
 }
 
 void WindowList::setFit(PictureFit fit) {
-    std::lock_guard lock(mutex_);
+    std::lock_guard lock(windowMutex_);
     fit_ = fit;
 }
 
 int WindowList::draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps) {
     {
-        std::lock_guard lock(mutex_);
+        std::lock_guard lock(windowMutex_);
         closeRemoved();
         collectDrawings();
     }
@@ -98,24 +98,24 @@ int WindowList::draw(const std::shared_ptr<VideoFrameInfo>& frame, int fps) {
 }
 
 void WindowList::closeAll(Leaving leaving) {
-    std::lock_guard lock(mutex_);
+    std::lock_guard lock(windowMutex_);
     Log::Debug(kTag, "%s, window info size:%d\n", "onExit", count());
-    for (const auto& window : windows_) {
+    for (const auto& window : windowInfos_) {
         if (window.render) {
             leaving == Leaving::Picture ? window.render->leave() : window.render->close();
         }
     }
-    windows_.clear();
+    windowInfos_.clear();
 }
 
 // A handle is in the list once at most.
-WindowList::Window* WindowList::find(const void* handle) {
-    const auto found = std::ranges::find(windows_, handle, &Window::handle);
-    return found == windows_.end() ? nullptr : &*found;
+WindowList::WindowInfo* WindowList::find(const void* handle) {
+    const auto found = std::ranges::find(windowInfos_, handle, &WindowInfo::handle);
+    return found == windowInfos_.end() ? nullptr : &*found;
 }
 
 void WindowList::closeRemoved() {
-    for (auto window = windows_.begin(); window != windows_.end();) {
+    for (auto window = windowInfos_.begin(); window != windowInfos_.end();) {
         if (!window->removed) {
             ++window;
             continue;
@@ -124,12 +124,12 @@ void WindowList::closeRemoved() {
         if (window->render) {
             window->render->close();
         }
-        window = windows_.erase(window);
+        window = windowInfos_.erase(window);
     }
 }
 
 void WindowList::collectDrawings() {
-    for (auto& window : windows_) {
+    for (auto& window : windowInfos_) {
         const bool created = window.handle && !window.render;
         if (created) {
             Log::Debug(kTag, "%s, window info size:%d, add %p\n", "renderFrame", count(), window.handle);

@@ -49,7 +49,7 @@ public:
 private:
     friend class WindowListPeer;  // lets tests look at the list
 
-    struct Window {
+    struct WindowInfo {
         WindowType type;
         void* handle;  // the key of the list
         int width;     // size the renderer knows of, in pixels
@@ -64,24 +64,24 @@ private:
     };
 
     // A window as a drawing found it.
-    struct Drawing {
-        Window window;
+    struct UpdatedWindowInfo {
+        WindowInfo window;
         bool created;    // the renderer is new and needs init
         PictureFit fit;  // that is wanted
     };
 
     // The three below and `count` with the mutex held.
-    Window* find(const void* handle);  // null if there is none
-    int count() const { return static_cast<int>(windows_.size()); }
+    WindowInfo* find(const void* handle);  // null if there is none
+    int count() const { return static_cast<int>(windowInfos_.size()); }
     void closeRemoved();
     void collectDrawings();
 
     const std::function<bool()> isStopped_;
     std::shared_ptr<SubtitleScreen> subtitles_;  // or null
-    std::vector<Window> windows_;                // in order of adding; guarded by mutex_
+    std::vector<WindowInfo> windowInfos_;        // in order of adding; guarded by windowMutex_
     PictureFit fit_ = PictureFit::Fill;          // likewise
-    std::mutex mutex_;
-    std::vector<Drawing> drawings_;  // of the drawing that runs; keeps its memory for the next
+    std::mutex windowMutex_;
+    std::vector<UpdatedWindowInfo> drawings_;  // of the drawing that runs; keeps its memory for the next
 };
 
 }  // namespace kelp

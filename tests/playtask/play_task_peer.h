@@ -82,15 +82,15 @@ public:
     // Type, handle, width and height of the windows.
     std::vector<std::tuple<int, void*, int, int>> windows() {
         std::vector<std::tuple<int, void*, int, int>> list;
-        task_.windows_.forEach([&](const HostWindows::Window& window) {
+        task_.windows_.forEach([&](const HostWindows::WindowInfo& window) {
             list.emplace_back(window.type, window.handle, window.width, window.height);
         });
         return list;
     }
 
     // Sizes of the pooled buffers, front first.
-    std::vector<unsigned int> pixPool() { return sizes(task_.pixPool_); }
-    std::vector<unsigned int> pcmPool() { return sizes(task_.pcmPool_); }
+    std::vector<unsigned int> pixPool() { return sizes(task_.pixBufferPool_); }
+    std::vector<unsigned int> pcmPool() { return sizes(task_.pcmBufferPool_); }
 
 private:
     static std::vector<unsigned int> sizes(FrameBufferPool& pool) {

@@ -17,10 +17,10 @@ namespace kelp {
 
 class WindowListPeer {
 public:
-    static size_t count(WindowList& list) { return list.windows_.size(); }
+    static size_t count(WindowList& list) { return list.windowInfos_.size(); }
     // Width and height that the window at `index` counts as known to its renderer.
     static std::pair<int, int> size(WindowList& list, size_t index) {
-        const auto& window = list.windows_.at(index);
+        const auto& window = list.windowInfos_.at(index);
         return {window.width, window.height};
     }
 };
